@@ -1,0 +1,22 @@
+#pragma once
+
+namespace reflyze {
+
+// Called when a stated condition does not hold: the text of the condition, the file and the line. A handler may
+// throw, so that a host can turn a broken trace into an error of its own; one that returns ends the process.
+using AssertionHandler = void (*)(const char* text, const char* file, int line);
+
+// Replaces the handler for the whole process and returns the one before. Null brings back the default, which
+// prints text, file and line on standard error and stops the process.
+AssertionHandler SetAssertionHandler(AssertionHandler handler);
+
+// The one way that a failed assertion takes.
+[[noreturn]] void AssertionFailed(const char* text, const char* file, int line);
+
+// States a condition that only a programming error or a broken record can violate.
+inline void Require(bool holds, const char* text, const char* file = __builtin_FILE(),
+                    int line = __builtin_LINE()) {
+  if (!holds) AssertionFailed(text, file, line);
+}
+
+}  // namespace reflyze
