@@ -4,6 +4,12 @@
 #include <cstdio>
 #include <cstdlib>
 
+// The module keeps a handler of its own, which its host cannot reach through the four functions that it exports.
+// A host that wants a say in the module's assertions too defines this function and exports it from its executable;
+// the dynamic linker joins the two when the module is loaded.
+extern "C" __attribute__((weak, visibility("default"))) void ReflyzeHostAssertion(const char* text,
+                                                                                  const char* file, int line);
+
 namespace reflyze {
 namespace {
 
@@ -16,6 +22,8 @@ AssertionHandler SetAssertionHandler(AssertionHandler handler) { return currentH
 void AssertionFailed(const char* text, const char* file, int line) {
   if (AssertionHandler handler = currentHandler.load()) {
     handler(text, file, line);
+  } else if (ReflyzeHostAssertion != nullptr) {
+    ReflyzeHostAssertion(text, file, line);
   } else {
     std::fprintf(stderr, "%s:%d: assertion failed: %s\n", file, line, text);
   }

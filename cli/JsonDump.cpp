@@ -1,0 +1,131 @@
+#include "cli/JsonDump.h"
+
+#include <algorithm>
+
+#include "cli/JsonFields.h"
+#include "util/tcrc.h"
+
+namespace reflyze::cli {
+namespace {
+
+template <class Block>
+Json JsonOfBlock(const Block& block) {
+  Json json = Json::object();
+  json["RevisionNo"] = block.RevisionNo;
+  JsonFields fields(json);
+  Block::Fields(block, fields);
+  return json;
+}
+
+Json JsonOfMap(const TSorBlockMap& map) {
+  Json json = {{"RevisionNo", map.RevisionNo}, {"Size", map.Size}, {"NB", map.NB}, {"blocks", Json::array()}};
+  for (int i = 0; i < map.blocks->GetSize(); ++i) {
+    const TSorBlockMapBlockInfo* line = map.blocks->GetData(i);
+    if (line == nullptr) continue;
+    json["blocks"].push_back(
+        {{"ID", Utf8(line->ID)}, {"RevisionNo", line->RevisionNo}, {"Size", line->Size}});
+  }
+  return json;
+}
+
+Json JsonOfPoints(const TSorBlockDataPoints& points, bool withData) {
+  Json json = {{"RevisionNo", points.RevisionNo},
+               {"TNDP", points.GetPointsNum()},
+               {"TSF", points.GetSubBlocksNum()},
+               {"SF", points.GetSubBlock()->GetScaleFactor()}};
+  if (withData) json["samples"] = points.GetSubBlock()->samples;
+  return json;
+}
+
+Json JsonOfEmbeddedData(const TEmbData1E& embedded, bool withData) {
+  if (embedded.IsEmpty()) return nullptr;
+  if (embedded.IsKind("SOR"))
+    return JsonOfRecord(*static_cast<const TSorData*>(embedded.GetData()), withData);
+  if (embedded.IsKind("RFTSEVENTS")) {
+    return JsonOfBlock(*static_cast<const TSorBlockRFTSEvents*>(embedded.GetData()));
+  }
+  return Hex(static_cast<const char*>(embedded.GetData()), static_cast<size_t>(embedded.DataSize));
+}
+
+Json JsonOfEmbedded(const TSorBlockEmbData& block, bool withData) {
+  Json json = {{"RevisionNo", block.RevisionNo}, {"TNED", block.GetTNED()}, {"records", Json::array()}};
+  for (int i = 0; i < block.GetTNED(); ++i) {
+    const TEmbData1E* embedded = block.GetEmbData(i);
+    if (embedded == nullptr) continue;
+    Json record = {{"ID", Utf8(embedded->GetID())},
+                   {"Comment", Utf8(embedded->GetComment())},
+                   {"Description", Utf8(embedded->GetDescription())},
+                   {"DataSize", embedded->DataSize},
+                   {"Writable", embedded->IsWritable()}};
+    // The linear cache is derived from the samples and goes to no file.
+    if (!embedded->IsKind("LINF")) record["data"] = JsonOfEmbeddedData(*embedded, withData);
+    json["records"].push_back(std::move(record));
+  }
+  return json;
+}
+
+Json JsonOfSpecial(const TSorData& record) {
+  Json list = Json::array();
+  for (int i = 0; i < record.SpecialCount; ++i) {
+    const TSorBlockSpecial& block = *record.Special[i];
+    list.push_back({{"MapID", Utf8(block.MapID)},
+                    {"RevisionNo", block.RevisionNo},
+                    {"Size", block.Size},
+                    {"data", Hex(block.Data(), static_cast<size_t>(std::max(0, block.Size)))}});
+  }
+  return list;
+}
+
+// The checksum covers the file from its first byte up to the two bytes of the checksum itself, which end the
+// block "Cksum". Null where the map names no such block, or one that lies outside the file.
+Json ComputedChecksum(const LoadedRecord& loaded) {
+  const TSorBlockMap& map = *loaded.record->Map;
+  long long end = map.Size;
+  for (int i = 0; i < map.blocks->GetSize(); ++i) {
+    const TSorBlockMapBlockInfo* line = map.blocks->GetData(i);
+    if (line == nullptr || line->Size <= 0) continue;
+    end += line->Size;
+    if (!(line->ID == GetBlockID(btCRC))) continue;
+    const long long covered = end - 2;
+    if (covered < 0 || end > static_cast<long long>(loaded.bytes.size())) return nullptr;
+    unsigned short crc = 0xFFFF;
+    TCRC().get_crc_ccitt(crc, loaded.bytes.data(), static_cast<int>(covered));
+    return crc;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+Json JsonOfRecord(const TSorData& record, bool withData) {
+  Json json = Json::object();
+  json["Revision"] = record.Revision;
+  json["Map"] = JsonOfMap(*record.Map);
+  json["GenParams"] = JsonOfBlock(*record.GenParams);
+  json["SupParams"] = JsonOfBlock(*record.SupParams);
+  json["FxdParams"] = JsonOfBlock(*record.FxdParams);
+  json["KeyEvents"] = JsonOfBlock(*record.KeyEvents);
+  json["LnkParams"] = JsonOfBlock(*record.LnkParams);
+  json["DataPts"] = JsonOfPoints(*record.DataPts, withData);
+  json["RFTSParams"] = JsonOfBlock(*record.RFTSParams);
+  json["RFTSEvents"] = JsonOfBlock(*record.RFTSEvents);
+  json["EmbData"] = JsonOfEmbedded(*record.EmbData, withData);
+  json["QRTEvents"] = JsonOfBlock(*record.QRTEvents);
+  json["QRTParams"] = JsonOfBlock(*record.QRTParams);
+  json["Special"] = JsonOfSpecial(record);
+  json["Cksum"] = JsonOfBlock(*record.Cksum);
+  return json;
+}
+
+Json JsonOfLoadedRecord(const LoadedRecord& loaded, bool withData) {
+  Json json = {{"file", Utf8(loaded.name.data(), loaded.name.size())},
+               {"size", loaded.bytes.size()},
+               {"state", loaded.state}};
+  json.update(JsonOfRecord(*loaded.record, withData));
+  const Json computed = ComputedChecksum(loaded);
+  json["Cksum"]["computed"] = computed;
+  json["Cksum"]["match"] = computed == json["Cksum"]["CRC"];
+  return json;
+}
+
+}  // namespace reflyze::cli

@@ -1,0 +1,88 @@
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <new>
+
+#include "cli/Session.h"
+#include "cli/Text.h"
+#include "util/assertion.h"
+
+namespace reflyze::cli {
+namespace {
+
+[[noreturn]] void ThrowAssertion(const char* text, const char* file, int line) {
+  throw AssertionProblem(Format("%s (%s:%d)", text, file, line));
+}
+
+// The log outlives no session.
+struct LogGuard {
+  ~LogGuard() { LogFile = nullptr; }
+};
+
+void DescribeProgram(CLI::App& app, Session& session) {
+  app.require_subcommand(0, 1);
+  app.set_help_flag("-h,--help", "Show this help");
+  app.add_option("--log", session.logName, "Log file, or - for standard error");
+  app.fallthrough();
+  AddAnalyseCommand(app, session);
+  AddDumpCommand(app, session);
+  AddCopyCommand(app, session);
+}
+
+int Run(CLI::App& app, int argc, const char* const* argv, Session& session) {
+  bool version = false;
+  app.add_flag("--version", version, "Show the version of the analysis module");
+  DescribeProgram(app, session);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& help) {
+    session.Print(app.help());
+    return kDone;
+  } catch (const CLI::ParseError& error) {
+    session.Warn(std::string(error.what()) + " (see reflyze --help)");
+    return kUsage;
+  }
+  if (!session.logName.empty()) session.OpenLog(session.logName);
+  if (version) {
+    session.Print("reflyze " + session.Module().Version() + "\n");
+    return kDone;
+  }
+  if (!session.command) {
+    session.Warn("no command is given (see reflyze --help)");
+    return kUsage;
+  }
+  return session.command(session);
+}
+
+}  // namespace
+
+int Main(int argc, const char* const* argv, std::istream& in, std::ostream& out, std::ostream& err) {
+  SetAssertionHandler(ThrowAssertion);
+  const LogGuard logGuard;
+  Session session(in, out, err);
+  CLI::App app("Reads, analyses and compares the traces of optical time-domain reflectometers.", "reflyze");
+  try {
+    return Run(app, argc, argv, session);
+  } catch (const Problem& problem) {
+    session.Warn(problem.what());
+    return problem.status();
+  } catch (const AssertionProblem& problem) {
+    session.Warn(std::string("a trace broke a rule of the engine: ") + problem.what());
+  } catch (const std::bad_alloc&) {
+    session.Warn("an input asks for more memory than there is");
+  } catch (const std::exception& error) {
+    session.Warn(error.what());
+  } catch (int) {
+    session.Warn("an input holds a count or size that cannot be right");
+  } catch (const char* text) {
+    session.Warn(std::string("an input is damaged: ") + text);
+  }
+  return kUnreadable;
+}
+
+}  // namespace reflyze::cli
+
+// The module's assertions end in the same handler, see util/assertion.h.
+extern "C" __attribute__((visibility("default"))) void ReflyzeHostAssertion(const char* text,
+                                                                            const char* file, int line) {
+  reflyze::cli::ThrowAssertion(text, file, line);
+}

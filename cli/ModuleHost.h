@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+
+class TLogFile;
+class TSorData;
+class TTH;
+
+namespace reflyze::cli {
+
+// The analysis module as a host process uses it: loaded at run time, reached through its four functions. The
+// module stays loaded until the process ends, since records keep objects that it made.
+class ModuleHost {
+ public:
+  // Loads the module from beside the executable, else from the library folder of the installation, and hands
+  // it the log (null: none). Throws Problem if it is not there or lacks a function.
+  explicit ModuleHost(TLogFile* log);
+
+  std::string Version() const;
+  // Service commands 0 and 1: events of the trace, or only its first and last. `thresholds` null: from the
+  // trace.
+  int Analyse(TSorData& trace, TTH* thresholds, bool endsOnly);
+  // Service command 2: `current` against `baseline`; `recheck` leaves the current trace as filtered before.
+  int Compare(TSorData& baseline, TSorData& current, bool recheck);
+
+ private:
+  using DllMainFunction = int (*)(void*, int, void*);
+  using DllInitFunction = void (*)(TLogFile*);
+  using GetModuleVersionFunction = int (*)(char*, int);
+  using ServiceFunctionFunction = int (*)(int, long&, void**);
+
+  int Call(int command, long value, void** parameters);
+
+  GetModuleVersionFunction getModuleVersion_ = nullptr;
+  ServiceFunctionFunction serviceFunction_ = nullptr;
+};
+
+}  // namespace reflyze::cli

@@ -1,0 +1,177 @@
+#include "cli/RecordFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <istream>
+#include <iterator>
+
+#include "cli/Problem.h"
+#include "cli/Session.h"
+#include "sor/sorFile.h"
+
+namespace reflyze::cli {
+namespace {
+
+constexpr int kDeepestNesting = 16;         // records inside records
+constexpr size_t kLargestInput = 1u << 30;  // bytes; a record of the most points is a few megabytes
+
+[[noreturn]] void Unreadable(const std::string& name, const std::string& why) {
+  throw Problem(kUnreadable, name + ": " + why);
+}
+
+std::vector<char> ReadAll(std::istream& in, const std::string& name) {
+  std::vector<char> bytes;
+  char chunk[65536];
+  while (in.read(chunk, sizeof chunk), in.gcount() > 0) {
+    bytes.insert(bytes.end(), chunk, chunk + in.gcount());
+    if (bytes.size() > kLargestInput) Unreadable(name, "too large for a trace");
+  }
+  if (in.bad()) Unreadable(name, "cannot be read");
+  return bytes;
+}
+
+std::vector<char> ReadInput(Session& session, const std::string& name) {
+  if (name == "-") return ReadAll(session.in(), "standard input");
+  struct stat info;
+  if (stat(name.c_str(), &info) != 0) Unreadable(name, std::strerror(errno));
+  if (S_ISDIR(info.st_mode)) Unreadable(name, "is a folder");
+  std::ifstream in(name, std::ios::binary);
+  if (!in) Unreadable(name, std::strerror(errno));
+  return ReadAll(in, name);
+}
+
+// A record begins with its map; without a whole one nothing behind it can be placed.
+void CheckMap(const std::string& name, const std::vector<char>& bytes) {
+  TSorFile file(bytes.data(), bytes.size());
+  TSorBlockMap map;
+  map.ReadRN(&file, TSorBlock::kLastKnownRevisionNo);
+  if (file.state == sfEndOfData) Unreadable(name, "ends inside its map of blocks");
+  if (file.state != sfOk) Unreadable(name, "is not a trace record (SR-4731)");
+  if (map.NB < 2) Unreadable(name, "is not a trace record (SR-4731): its map lists no blocks");
+}
+
+int NestingDepth(const TSorData& record) {
+  int deepest = 0;
+  for (int i = 0; i < record.EmbData->GetTNED(); ++i) {
+    TEmbData1E* embedded = record.EmbData->GetEmbData(i);
+    if (embedded == nullptr || embedded->IsEmpty() || embedded->GetDescription().CompareNoCase("SOR") != 0)
+      continue;
+    deepest = std::max(deepest, 1 + NestingDepth(*static_cast<const TSorData*>(embedded->GetData())));
+  }
+  return deepest;
+}
+
+// The folder part of a path, with its slash.
+std::string FolderOf(const std::string& name) {
+  const size_t slash = name.rfind('/');
+  return slash == std::string::npos ? "" : name.substr(0, slash + 1);
+}
+
+// A file that takes the target's name only when it is whole and on disk.
+class AtomicFile {
+ public:
+  explicit AtomicFile(const std::string& target)
+      : target_(target), beside_(FolderOf(target) + ".reflyze-XXXXXX") {
+    const int descriptor = mkstemp(beside_.data());
+    if (descriptor < 0) Fail();
+    mode_t mask = umask(0);
+    umask(mask);
+    fchmod(descriptor, 0666 & ~mask);
+    file_ = fdopen(descriptor, "wb");
+    if (file_ == nullptr) {
+      close(descriptor);
+      Fail();
+    }
+  }
+  AtomicFile(const AtomicFile&) = delete;
+  AtomicFile& operator=(const AtomicFile&) = delete;
+  ~AtomicFile() {
+    if (file_ != nullptr) std::fclose(file_);
+    if (!beside_.empty()) unlink(beside_.c_str());
+  }
+
+  void Write(const char* data, size_t size) {
+    if (size > 0 && std::fwrite(data, 1, size, file_) != size) Fail();
+  }
+  void Commit() {
+    if (std::fflush(file_) != 0 || fsync(fileno(file_)) != 0) Fail();
+    FILE* file = file_;
+    file_ = nullptr;
+    if (std::fclose(file) != 0) Fail();
+    if (std::rename(beside_.c_str(), target_.c_str()) != 0) Fail();
+    beside_.clear();
+  }
+
+ private:
+  [[noreturn]] void Fail() const {
+    throw Problem(kUnwritable, target_ + ": cannot be written: " + std::strerror(errno));
+  }
+
+  std::string target_;
+  std::string beside_;
+  FILE* file_ = nullptr;
+};
+
+}  // namespace
+
+bool LoadedRecord::Truncated() const { return state != sfOk; }
+
+LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, NeedPoints needPoints) {
+  LoadedRecord loaded;
+  loaded.name = name;
+  loaded.bytes = std::move(bytes);
+  if (loaded.bytes.empty()) Unreadable(name, "is empty");
+  loaded.record = std::make_unique<TSorData>();
+  try {
+    CheckMap(name, loaded.bytes);
+    TSorFile file(static_cast<const char*>(loaded.bytes.data()), loaded.bytes.size());
+    loaded.record->Read(&file);
+    loaded.state = file.state;
+  } catch (int) {
+    Unreadable(name, "a count or size in it cannot be right");
+  } catch (const char* text) {
+    Unreadable(name, std::string("is damaged: ") + text);
+  } catch (const AssertionProblem& problem) {
+    Unreadable(name, std::string("is not a record that can be held: ") + problem.what());
+  } catch (const std::bad_alloc&) {
+    Unreadable(name, "asks for more memory than there is");
+  }
+  if (NestingDepth(*loaded.record) > kDeepestNesting)
+    Unreadable(name, "holds records nested more than 16 deep");
+  if (needPoints == NeedPoints::kYes && loaded.record->DataPts->GetPointsNum() == 0) {
+    Unreadable(name, "holds no data points");
+  }
+  return loaded;
+}
+
+LoadedRecord LoadRecord(Session& session, const std::string& name, NeedPoints needPoints) {
+  return LoadRecordBytes(name == "-" ? "standard input" : name, ReadInput(session, name), needPoints);
+}
+
+void WarnIfTruncated(Session& session, const LoadedRecord& loaded) {
+  if (!loaded.Truncated()) return;
+  session.Warn(loaded.name + ": warning: ends before its map says; read as far as it goes (stream state " +
+               std::to_string(loaded.state) + ")");
+}
+
+void SaveRecord(TSorData& record, const std::string& name) {
+  TSorFile memory(nullptr, "m");
+  record.Write(&memory);
+  AtomicFile file(name);
+  file.Write(memory.GetData(), memory.GetDataSize());
+  file.Commit();
+}
+
+void SaveText(const std::string& text, const std::string& name) {
+  AtomicFile file(name);
+  file.Write(text.data(), text.size());
+  file.Commit();
+}
+
+}  // namespace reflyze::cli

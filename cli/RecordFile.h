@@ -1,0 +1,39 @@
+#pragma once
+
+#include <iosfwd>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sor/sorData.h"
+
+namespace reflyze::cli {
+
+class Session;
+
+// A record as it was read, with what a listing tells of its file.
+struct LoadedRecord {
+  std::string name;         // as on the command line, "-" for standard input
+  std::vector<char> bytes;  // the whole file
+  std::unique_ptr<TSorData> record;
+  int state = 0;           // final state of the stream
+  bool Truncated() const;  // ended before its map said
+};
+
+enum class NeedPoints { kNo, kYes };
+
+// Reads a file, or standard input for "-". Throws Problem kUnreadable for what is no record: missing, empty,
+// cut inside its map, of a foreign revision, nested too deep, or without data points where they are needed.
+LoadedRecord LoadRecord(Session& session, const std::string& name, NeedPoints needPoints);
+// The same for bytes at hand; `name` stands in the messages.
+LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, NeedPoints needPoints);
+
+// One warning line if the record ended before its map said.
+void WarnIfTruncated(Session& session, const LoadedRecord& loaded);
+
+// Writes beside the target and renames over it: the file appears whole or not at all. Throws Problem
+// kUnwritable.
+void SaveRecord(TSorData& record, const std::string& name);
+void SaveText(const std::string& text, const std::string& name);
+
+}  // namespace reflyze::cli

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <functional>
+#include <iosfwd>
+#include <memory>
+#include <string>
+
+#include "cli/ModuleHost.h"
+#include "cli/Problem.h"
+#include "util/tlogfile.h"
+
+namespace CLI {
+class App;
+}
+
+namespace reflyze::cli {
+
+// One run of the program: the streams it talks to, the log, and the module once a command needs it. Commands
+// take what they print to Print, so that a command that fails has printed nothing.
+class Session {
+ public:
+  Session(std::istream& in, std::ostream& out, std::ostream& err) : in_(in), out_(out), err_(err) {}
+
+  std::istream& in() { return in_; }
+
+  // Results, on standard output. A stream that does not take them is an unwritable output.
+  void Print(const std::string& text);
+  // One line on standard error; control characters in it are replaced, so that a file's name or a record's
+  // text can't break it.
+  void Warn(const std::string& line);
+  // "[3/12] file" on a terminal, over itself; nothing elsewhere. An empty text wipes it.
+  void Progress(size_t number, size_t total, const std::string& what);
+
+  // Opens the log: a file's name, or "-" for standard error. Problem kUnwritable where it does not open.
+  void OpenLog(const std::string& name);
+  // The module, loaded and initialised on first use. Problem kUnreadable where it is not found.
+  ModuleHost& Module();
+
+  // What the chosen command does; set while the command line is parsed.
+  std::function<int(Session&)> command;
+  std::string logName;
+
+ private:
+  std::istream& in_;
+  std::ostream& out_;
+  std::ostream& err_;
+  std::unique_ptr<TLogFile> log_;
+  std::unique_ptr<ModuleHost> module_;
+};
+
+// Each adds one command to the program.
+void AddAnalyseCommand(CLI::App& app, Session& session);
+void AddDumpCommand(CLI::App& app, Session& session);
+void AddCopyCommand(CLI::App& app, Session& session);
+
+// The whole program: parses, runs, turns every failure into one line and an exit status.
+int Main(int argc, const char* const* argv, std::istream& in, std::ostream& out, std::ostream& err);
+
+}  // namespace reflyze::cli

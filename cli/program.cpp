@@ -1,0 +1,5 @@
+#include <iostream>
+
+#include "cli/Session.h"
+
+int main(int argc, char** argv) { return reflyze::cli::Main(argc, argv, std::cin, std::cout, std::cerr); }
