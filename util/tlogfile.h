@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstdio>
+
+// The log of a host process, which hands it over once; it may hand over an object of a derived class. An
+// entry is
+//   "<time>  <area> <letter>\t <id> <text>"
+// where the area is a letter of the subsystem, the letter the kind (E error, M message, W warning) and the id
+// the part concerned, such as a block of the record. The first entry of an object is preceded by a header
+// with the time. Not for several threads at once.
+class TLogFile {
+ public:
+  enum WritingMode {
+    wmAppend = 0,
+    wmOverwrite = 1,
+  };
+  enum LoggingMode {
+    lmPrimaryFile = 0,
+    lmPrimaryFileAndStdErr = 1,
+    lmStdErr = 2,
+  };
+
+  // Opens the file; all kinds of entries are on. If it does not open, nothing is ever written.
+  TLogFile(const char* name, WritingMode writing, LoggingMode logging);
+  TLogFile(const TLogFile&) = delete;
+  TLogFile& operator=(const TLogFile&) = delete;
+  virtual ~TLogFile();
+
+  // Switches kinds on: bit 0 errors, bit 1 warnings, bit 2 messages.
+  virtual void SetLogLevel(int bits);
+  // One entry. `id` and `text` may be null.
+  virtual void Error(char area, const char* id, const char* text);
+  virtual void Message(char area, const char* id, const char* text);
+  virtual void Warning(char area, const char* id, const char* text);
+  // "<name> = <value>" and "<a> <b>", straight to the primary file whatever the mode and the level. The file
+  // must be open, which is an assertion.
+  virtual void Data(const char* name, long value);
+  virtual void Info(const char* a, const char* b);
+
+  void SetLoggingMode(LoggingMode mode) { loggingMode_ = mode; }
+  LoggingMode GetLoggingMode() const { return loggingMode_; }
+
+  static bool IsLogToPrimaryFileRequested(LoggingMode mode);
+  static bool IsLogToStdErrRequested(LoggingMode mode);
+
+ protected:
+  // One entry to every place that the mode asks for. A primary file that is asked for but is not open is an
+  // assertion.
+  void Log(char area, char letter, const char* id, const char* text, bool stamped);
+  void Log(FILE* file, char area, char letter, const char* id, const char* text, bool stamped, bool header);
+
+ private:
+  bool enabled_ = false;
+  bool errorsOn_ = false;
+  bool messagesOn_ = false;
+  bool warningsOn_ = false;
+  FILE* file_ = nullptr;
+  bool firstEntryWritten_ = false;
+  LoggingMode loggingMode_;
+};
+
+// The host's log, not owned; null until a host hands one over, and then every user leaves logging out.
+extern TLogFile* LogFile;
