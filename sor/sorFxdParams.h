@@ -18,9 +18,9 @@ class TSorBlockFixedParameters : public TSorBlock {
   int AO = 0;                 // acquisition offset: time of point 0, 100 ps
   int AOD = 0;                // acquisition offset as a distance
   short TPW = 3;              // number of stretches; set it through SetTPW
-  short* PWU;                 // of each stretch: pulse width, ns
-  int* DS;                    // of each stretch: data spacing, 100 ps per 10,000 points
-  int* NPPW;                  // of each stretch: number of points
+  short* PWU = nullptr;       // of each stretch: pulse width, ns
+  int* DS = nullptr;          // of each stretch: data spacing, 100 ps per 10,000 points
+  int* NPPW = nullptr;        // of each stretch: number of points
   int GI = 1;                 // group index times 100,000
   short BC = 800;             // backscatter coefficient, -0.1 dB
   int NAV = 0;                // number of averages
@@ -175,4 +175,20 @@ inline double TSorBlockFixedParameters::NumToOwt(long n) const {
     first += NPPW[i];
   }
   return owt;
+}
+
+inline double TSorBlockFixedParameters::OwtTofNum(double owt) const {
+  const long total = GetTotalPinPW();
+  if (owt < GetMinOwt()) return -1.0;
+  if (owt > NumToOwt(total)) return static_cast<double>(total);
+  double restOwt = owt - GetOwtDataOffset();
+  long first = 0;
+  for (int i = 0; i < TPW; ++i) {
+    const double spacingOwt = DS[i] / kPointsPerDS;
+    const double stretchOwt = spacingOwt * NPPW[i];
+    if (restOwt < stretchOwt) return static_cast<double>(first) + restOwt / spacingOwt;
+    restOwt -= stretchOwt;
+    first += NPPW[i];
+  }
+  return static_cast<double>(first);
 }

@@ -33,8 +33,8 @@ std::unique_ptr<TOxArray<T, T*>> CopySubBlocks(const TOxArray<T, T*>& source) {
   return table;
 }
 
-// How many elements a block lists: its own count, but never more than the table holds, since a host may have
-// changed one without the other.
+// How many elements a block lists: its own count, which is below 0 in some broken files, but never more than
+// the table holds, since a host may have changed one without the other.
 template <class T>
 int ListedSubBlocks(int count, const TOxArray<T, T*>& table) {
   return std::clamp(count, 0, std::max(table.GetSize(), 0));
