@@ -1,0 +1,48 @@
+#include "util/timeutil.h"
+
+#include <time.h>
+
+#include "util/assertion.h"
+
+namespace {
+
+long SecondsOfDay(const tm& time) { return time.tm_hour * 3600L + time.tm_min * 60L; }
+
+}  // namespace
+
+long GetTickCountEx() {
+  timespec now{};
+  const bool known = clock_gettime(CLOCK_MONOTONIC, &now) == 0;
+  reflyze::Require(known, "false && \"Error during time retreiving\"");
+  return static_cast<long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+long GetUTCTimeStamp() { return static_cast<long>(time(nullptr)); }
+
+long GetLocalTimeStamp() {
+  const long now = GetUTCTimeStamp();
+  return now + reflyze::LocalOffsetSeconds(now);
+}
+
+TString FormatTimeStamp(long t) {
+  const time_t instant = t;
+  tm local{};
+  TString text;
+  if (localtime_r(&instant, &local) == nullptr) return text;
+  const int year = local.tm_year % 1900 + 1900;  // years from 3800 on start again at 1900
+  text.Format("%02d.%02d.%d   %02d:%02d:%02d", local.tm_mday, local.tm_mon + 1, year, local.tm_hour,
+              local.tm_min, local.tm_sec);
+  return text;
+}
+
+namespace reflyze {
+
+long LocalOffsetSeconds(long utcSeconds) {
+  const time_t instant = utcSeconds;
+  tm local{};
+  tm utc{};
+  if (localtime_r(&instant, &local) == nullptr || gmtime_r(&instant, &utc) == nullptr) return 0;
+  return SecondsOfDay(local) - SecondsOfDay(utc);
+}
+
+}  // namespace reflyze
