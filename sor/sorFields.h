@@ -33,7 +33,9 @@
 //   Pairs(labelA, a, labelB, b, count, since)   `count` pairs, interleaved on file
 //   List(label, heading, count, each, since)    sub-blocks: each(i, visitor) walks the fields of number i
 //   Group(label, body, since)                   fields that belong together: body(visitor) walks them
-//   OnRead(block, action)                       action(block) runs at this place of a reading, and only then
+//   OnRead(block, action)                       action(block), or action(block, reader) where the action needs the
+//                                               stream or its revision, runs at this place of a reading, and only
+//                                               then
 namespace reflyze {
 
 constexpr int kSinceRev200 = 200;
@@ -45,6 +47,8 @@ class FieldReader {
   TSorFile& file() { return file_; }
   int revision() const { return revision_; }
   bool Has(int since) const { return revision_ >= since; }
+  // Whether the stream has come to its end, or into an error: what is read from here on keeps its value.
+  bool Ended() const { return file_.state != sfOk; }
 
   void Id(const char*, const TString&) {}  // taken by CanRead before the fields
 
@@ -92,7 +96,11 @@ class FieldReader {
   }
   template <class Block, class Action>
   void OnRead(Block& block, Action&& action) {
-    action(block);
+    if constexpr (std::is_invocable<Action, Block&, FieldReader&>::value) {
+      action(block, *this);
+    } else {
+      action(block);
+    }
   }
 
  private:

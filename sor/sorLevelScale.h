@@ -1,0 +1,116 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "util/convert.h"
+
+// The arithmetic of the level scale, 5 log10 of the linear power, for every point of a trace.
+//
+// Logarithm and power are table look-ups with integer arithmetic around them: fast where there is no floating
+// point unit, and the same to the last bit everywhere. Event tables depend on their exact values, so a better
+// logarithm would be a worse one here.
+namespace reflyze {
+
+// Filled while the program is loaded, before any thread can ask.
+constexpr int kPowEntries = 15060;
+constexpr int kLogEntries = 65;
+extern const std::array<float, kPowEntries> tpow10Array;  // 10^(i / 50000)
+extern const std::array<int, kLogEntries> tlog10Array;    // 500000 log10(1 + i / 64), truncated
+
+constexpr int kLogUnits = 500000;  // of the integer logarithm, one decade
+constexpr int kLogTenThousand =
+    4 * kLogUnits;               // its value for 10^4, by which arguments are brought into range
+constexpr int kLogTwo = 150515;  // and for 2
+constexpr double kLargestPlainArgument =
+    2000000000.0;                                 // above this 32 bits might not hold the truncated argument
+constexpr double kSmallestFineArgument = 4000.0;  // below this truncation would cost more than the table does
+
+// 500000 log10(m) of the truncated argument: the place of its highest bit, and from the table the fraction
+// that the next 14 bits make. Arguments below 1, and those that are no number, count as 1.
+template <class Real>
+inline int IntegerLog(Real x) {
+  const int m = std::max(TruncToInt(x), 1);
+  const int highestBit = 31 - __builtin_clz(static_cast<unsigned int>(m));
+  const int normalised = highestBit < 14 ? m << (14 - highestBit) : m >> (highestBit - 14);
+  const int fraction = normalised - 0x4000;
+  const unsigned int i = static_cast<unsigned int>(fraction >> 8);
+  const int step = tlog10Array[i + 1] - tlog10Array[i];
+  return highestBit * kLogTwo + tlog10Array[i] + (((fraction & 0xFF) * step) >> 8);
+}
+
+// 5 log10(x) for x of at least 1, to a few 1e-5.
+template <class Real>
+inline double QuickLog(Real x) {
+  int bias = 0;
+  if (x > Real(kLargestPlainArgument)) {
+    x /= Real(10000.0);
+    bias = kLogTenThousand;
+  } else if (x < Real(kSmallestFineArgument)) {
+    x *= Real(10000.0);
+    bias = -kLogTenThousand;
+  }
+  return (IntegerLog(x) + bias) * 1e-05;
+}
+
+// 500000 log10(x) for x of at least 1; fine enough for large x only.
+inline int Log500k(float x) {
+  int bias = 0;
+  if (x > float(kLargestPlainArgument)) {
+    x /= 10000.0f;
+    bias = kLogTenThousand;
+  }
+  return IntegerLog(x) + bias;
+}
+
+// The scale runs straight through 0: between -2 and 2 the logarithm, which would fall without end, gives way
+// to the line that meets it at both ends. Its slope is 5 log10(2) / 2. The values in single precision are
+// those that traces have always been made with, and not the ones in double precision rounded.
+constexpr double kStraightUpTo = 2.0;
+constexpr double kStraightDb = 0.752574989159953;   // dB per unit of linear value
+constexpr double kStraightLin = 1.328771237954945;  // linear value per dB
+constexpr float kStraightDbF = 0x1.815182p-1f;
+constexpr float kStraightLinF = 0x1.542a5ap+0f;
+
+// k times 5 log10(|x|) with the sign of x, and straight through 0.
+inline double SignedLog5(double x, double k) {
+  double db;
+  if (std::fabs(x) <= kStraightUpTo) {
+    db = x * kStraightDb;
+  } else {
+    db = x > 0.0 ? QuickLog(x) : -QuickLog(-x);
+  }
+  return k * db;
+}
+
+inline float SignedLog5(float x, float k) {
+  float db;
+  if (std::fabs(x) <= float(kStraightUpTo)) {
+    db = x * kStraightDbF;
+  } else {
+    db = x > 0.0f ? static_cast<float>(QuickLog(x)) : -static_cast<float>(QuickLog(-x));
+  }
+  return k * db;
+}
+
+// 10^(x / 5) of a level above the largest that the table's factors reach, or below 0.
+double Pow5OutsideTable(double x);
+
+// 10^(x / 5): a power of ten, a power of two and the rest from the table, in single precision, for x of at
+// least 0.
+inline double Pow5(double x) {
+  constexpr double kLargestTableDb = 40.0;
+  constexpr int kUnitsPerDb = 20000;
+  constexpr int kUnitsPerDecade = 100000;
+  constexpr int kUnitsPerOctave = 30103;
+  constexpr float kDecades[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f};  // exact in 24 bits
+  if (x < 0.0 || x > kLargestTableDb) return Pow5OutsideTable(x);
+  const int units = TruncToInt(x * kUnitsPerDb);
+  const int rest = units % kUnitsPerDecade;
+  const int octaves = rest / kUnitsPerOctave;
+  const float factor = kDecades[units / kUnitsPerDecade] * static_cast<float>(1 << octaves);
+  return factor * tpow10Array[static_cast<unsigned int>(rest - octaves * kUnitsPerOctave) >> 1];
+}
+
+}  // namespace reflyze
