@@ -30,7 +30,7 @@ class TTH {
   TString path;             // INI file of IniTH and HasSection
 
   // `iniPath` names the INI file; null stands for "ThresH.ini". All thresholds start at their defaults.
-  TTH(const char* iniPath = nullptr);
+  explicit TTH(const char* iniPath = nullptr);
 
   // Every threshold back to its default. `path` stays.
   void Reset();
@@ -58,7 +58,7 @@ class TdTH {
   TString path;             // INI file
 
   // `iniPath` names the INI file; null stands for "Monitor.ini".
-  TdTH(const char* iniPath = nullptr);
+  explicit TdTH(const char* iniPath = nullptr);
 
   void ReadSectionTH(TIniSection* section);
   void WriteSectionTH(TIniSection* section);
