@@ -57,10 +57,12 @@ struct TQRTServiceInfo {
 // One end of the fibre span in the trace, with its own length on file as above.
 struct TSpanLocationInfo {
   static constexpr unsigned int kLength = 12;
+  static constexpr unsigned int kBegin = 3;
+  static constexpr unsigned int kEnd = 4;
 
   unsigned int length = kLength;
   int value = 0;
-  unsigned int type = 0;  // 3 for the beginning of the span, 4 for its end
+  unsigned int type = kBegin;
 
   template <class Self, class Visitor>
   static void Fields(Self& b, Visitor& v);

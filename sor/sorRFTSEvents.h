@@ -98,7 +98,8 @@ class TSorBlockRFTSEvents1E : public TSorBlock {
 
 // The block itself. It counts as empty until a comparison has named the level that it compared against, and
 // an empty block does not follow the event table. Its table owns what it is given; a null pointer stands for
-// a new entry, and an index at or past the end for the last entry, or for the end where an entry is inserted.
+// a new entry. Indices past the end mean what they mean to TOxArray: the last entry, or the end where one is
+// inserted. Where the table has no such place to set, the entry stays with the caller.
 class TSorBlockRFTSEvents : public TSorBlock {
  public:
   TString BaseSorName;  // the baseline

@@ -90,8 +90,9 @@ class TThresholdsRFTSSet : public TSorBlock {
 // One alarm level: a set of thresholds for each key event, in the order of the events, and the limit of the
 // end-to-end loss.
 //
-// The tables of this block own what they are given. A null pointer stands for a new entry in its default
-// state, and an index at or past the end for the last entry, or for the end where an entry is inserted.
+// The tables of this block own what they are given; a null pointer stands for a new entry in its default
+// state. Indices past the end mean what they mean to TOxArray: the last entry, or the end where one is
+// inserted. Where the table has no such place to set, the entry stays with the caller.
 class TRFTSLevel : public TSorBlock {
  public:
   unsigned short Enabled = 0;
@@ -149,7 +150,6 @@ class TRFTSLevel : public TSorBlock {
 
  private:
   void CountSets();
-  TThresholdsRFTSSet* SetOrTemplate(TThresholdsRFTSSet* set) const;
 
   TOxArray<TThresholdsRFTSSet, TThresholdsRFTSSet*> sets_;
 };
@@ -253,6 +253,7 @@ class TSorBlockRFTSParameters : public TSorBlock {
 
  private:
   void CountLevels();
+  void TakeRevision();
   void CountParameters();
 
   TOxArray<TRFTSLevel, TRFTSLevel*> levels_;
