@@ -1,0 +1,36 @@
+#pragma once
+
+#include <algorithm>
+
+#include "sor/sorData.h"
+
+namespace reflyze {
+
+// The levels of a trace as the searches read them: by point, in dB, -65.5 outside the trace.
+class TraceLevels {
+ public:
+  explicit TraceLevels(const TSorData* sor) : sor_(*sor), points_(sor->DataPts->GetPointsNum()) {}
+
+  float operator[](long point) const { return sor_.NumTofLevel(point); }
+  long points() const { return points_; }
+
+  // The fall from one point to another, positive where the fibre loses light.
+  float FallDb(long from, long to) const { return (*this)[from] - (*this)[to]; }
+
+  // Holds a point or a distance within reach of the trace. Callers work their ranges out from pulse and
+  // spacing, and a broken record can make those anything; beyond the trace every level is the same, so that
+  // nothing is lost where a walk ends at most one length of the trace (and a little more, for very short
+  // ones) outside of it.
+  long Near(long point) const {
+    const long reach = points_ + kReachPoints;
+    return std::clamp(point, -reach, points_ + reach);
+  }
+
+ private:
+  static constexpr long kReachPoints = 65536;
+
+  const TSorData& sor_;
+  const long points_;
+};
+
+}  // namespace reflyze
