@@ -4,86 +4,9 @@
 
 #include "sor/sorBlock.h"
 #include "sor/sorFieldLists.h"
+#include "sor/sorIParmRecords.h"
 #include "sor/sorLevelScale.h"
 #include "sor/sorPoint.h"
-
-// How the points were taken in one measurement mode.
-struct TMeasurementMode {
-  int NPMM = 0;  // number of points
-  int AVMM = 0;  // number of averages
-  short PWU = 0;
-  // Receiver bandwidths. BWU1 of the first mode is also where the measured fall of a pulse is kept, in dB/km.
-  short BWU1 = 0;
-  short BWU2 = 0;
-  short GU = 0;
-  short SER = 1;
-  signed char SUMC = 1;
-  signed char TAKT = 2;
-
-  // The first files kept the number of points and averages of the first mode in the fixed parameters only.
-  template <class Self, class Visitor>
-  static void Fields(Self& b, Visitor& v, bool first) {
-    v.Int("NPMM", b.NPMM, first ? 201 : 0);
-    v.Int("AVMM", b.AVMM, first ? 201 : 0);
-    v.Int("PWU", b.PWU);
-    v.Int("BWU1", b.BWU1);
-    v.Int("BWU2", b.BWU2);
-    v.Int("GU", b.GU);
-    v.Int("SER", b.SER);
-    v.Int("SUMC", b.SUMC);
-    v.Int("TAKT", b.TAKT);
-  }
-};
-
-// State of the instrument at the measurement. On file the record says its own length, so that a later version
-// may append to it: what lies beyond the known bytes is passed over and dropped.
-struct TQRTServiceInfo {
-  static constexpr unsigned int kLength = 36;
-
-  unsigned int valid = 0;         // 0 or 1
-  unsigned int charger = 0;       // 0 or 1: the charger was connected
-  unsigned int battery_mv = 0;    // battery voltage, mV
-  unsigned int length = kLength;  // bytes of this record
-  unsigned int ram_total = 0;
-  unsigned int ram_free = 0;
-  unsigned int brightness = 0;  // of the display, per cent
-  unsigned int flash_free = 0;  // free space for files
-  unsigned int in_buffer = 0;   // traces in the buffer
-
-  template <class Self, class Visitor>
-  static void Fields(Self& b, Visitor& v);
-};
-
-// One end of the fibre span in the trace, with its own length on file as above.
-struct TSpanLocationInfo {
-  static constexpr unsigned int kLength = 12;
-  static constexpr unsigned int kBegin = 3;
-  static constexpr unsigned int kEnd = 4;
-
-  unsigned int length = kLength;
-  int value = 0;
-  unsigned int type = kBegin;
-
-  template <class Self, class Visitor>
-  static void Fields(Self& b, Visitor& v);
-};
-
-// The older form of what the record says about the splitters of a passive optical network. The newer form is
-// in the block itself; reading keeps the two in step. Its two halves stand apart on file, the second with its
-// own length as above.
-struct PonParameters {
-  static constexpr unsigned int kLength = 8;
-
-  int PonEnabled = 0;            // 0 or 1
-  unsigned int PonSplitter = 1;  // outputs of the splitter
-  unsigned int PonLength = kLength;
-  unsigned int PonRecordVersion = 1;  // 2: two splitters in a row
-
-  template <class Self, class Visitor>
-  static void Fields(Self& b, Visitor& v);
-  template <class Self, class Visitor>
-  static void Fields2(Self& b, Visitor& v);
-};
 
 // The "QRTParams" block: how the instrument took the trace, and how its level scale works. It has grown by a
 // field or a group with each revision from 200 to 232; it always goes to file in the newest form.
@@ -236,9 +159,10 @@ class TSorBlockQRTParameters : public TSorBlock {
   double GetLF() const;  // a factor of 3 or more is stored as its logarithm
   void SetLF(double v);
 
-  // --- Noise log: how the signal-to-noise ratio grew with the number of averages, in steps of a signed byte
-  // --- Ratio (0.001 dB) and averages after the first n steps. Gives 1 for a log that grew as no averaging
-  // can, whose level is then that of the start, and 0 otherwise.
+  // --- Noise log: how the signal-to-noise ratio grew with the averages, in steps of a signed byte ---
+  //
+  // Ratio (0.001 dB) and averages after the first n steps. Gives 1 for a log that grew as no averaging can,
+  // whose level is then that of the start, and 0 otherwise.
   int GetNL(unsigned short n, unsigned short& level, long& averages) const;
   // Appends the steps from the end of the log to a new state. A log without room for them stays as it is.
   void AddNL(unsigned short level, long averages);
@@ -246,10 +170,8 @@ class TSorBlockQRTParameters : public TSorBlock {
   double GetNoisePeak() const { return 2.4 - GetSNR(); }  // level that the peaks of the noise reach, dB
 
   // --- Level scale ---
-  double GetMAX() const {
-    return static_cast<double>(Scale * -static_cast<int>(MAX)) * 1e-06;
-  }  // dB, negative
-  float GetfMAX() const { return static_cast<float>(Scale * -static_cast<int>(MAX)) * 1e-06f; }
+  double GetMAX() const { return static_cast<double>(MaxMicroDb()) * 1e-06; }  // dB, negative
+  float GetfMAX() const { return static_cast<float>(MaxMicroDb()) * 1e-06f; }
   void SetMAX(double v);  // dB; below -65.535 the units double
   double fZero() const { return ZERO / 65535.0; }
   // Factor of 1 to 4 by which levels below MAX are compressed. The field holds it less one, and that is what
@@ -306,58 +228,11 @@ class TSorBlockQRTParameters : public TSorBlock {
 
   bool IsFlag(int bit) const { return (Flags & bit) != 0; }
   void SetFlag(int bit, int on) { Flags = static_cast<short>(on != 0 ? Flags | bit : Flags & ~bit); }
+  int MaxMicroDb() const { return Scale * -static_cast<int>(MAX); }
   void OnFLevelRead();
   void OnOldPonRead();
   void OnNewPonRead();
 };
-
-// Passes over what a later version has put behind the `known` bytes of a record that tells its own length. A
-// file that has come to its end has nothing to pass over.
-inline void SkipExtension(reflyze::FieldReader& reader, unsigned int& length, unsigned int known) {
-  if (length <= known) return;
-  if (!reader.Ended()) reader.file().Seek(reader.file().Tell() + (length - known));
-  length = known;
-}
-
-template <class Self, class Visitor>
-void TQRTServiceInfo::Fields(Self& b, Visitor& v) {
-  v.Int("valid", b.valid);
-  v.Int("charger", b.charger);
-  v.Int("battery_mv", b.battery_mv);
-  v.Int("length", b.length);
-  v.Int("ram_total", b.ram_total);
-  v.Int("ram_free", b.ram_free);
-  v.Int("brightness", b.brightness);
-  v.Int("flash_free", b.flash_free);
-  v.Int("in_buffer", b.in_buffer);
-  v.OnRead(b, [](auto& info, auto& reader) {
-    info.valid = info.valid != 0;
-    info.charger = info.charger != 0;
-    SkipExtension(reader, info.length, kLength);
-  });
-}
-
-template <class Self, class Visitor>
-void TSpanLocationInfo::Fields(Self& b, Visitor& v) {
-  v.Int("length", b.length);
-  v.Int("value", b.value);
-  v.Int("type", b.type);
-  v.OnRead(b, [](auto& span, auto& reader) { SkipExtension(reader, span.length, kLength); });
-}
-
-template <class Self, class Visitor>
-void PonParameters::Fields(Self& b, Visitor& v) {
-  v.Int("PonEnabled", b.PonEnabled, 217);
-  v.Int("PonSplitter", b.PonSplitter, 217);
-  v.OnRead(b, [](auto& pon) { pon.PonEnabled = pon.PonEnabled != 0; });
-}
-
-template <class Self, class Visitor>
-void PonParameters::Fields2(Self& b, Visitor& v) {
-  v.Int("PonLength", b.PonLength, 224);
-  v.Int("PonRecordVersion", b.PonRecordVersion, 224);
-  v.OnRead(b, [](auto& pon, auto& reader) { SkipExtension(reader, pon.PonLength, kLength); });
-}
 
 template <class Self, class Visitor>
 void TSorBlockQRTParameters::Fields(Self& b, Visitor& v) {
