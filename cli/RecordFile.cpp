@@ -36,16 +36,6 @@ std::vector<char> ReadAll(std::istream& in, const std::string& name) {
   return bytes;
 }
 
-std::vector<char> ReadInput(Session& session, const std::string& name) {
-  if (name == "-") return ReadAll(session.in(), "standard input");
-  struct stat info;
-  if (stat(name.c_str(), &info) != 0) Unreadable(name, std::strerror(errno));
-  if (S_ISDIR(info.st_mode)) Unreadable(name, "is a folder");
-  std::ifstream in(name, std::ios::binary);
-  if (!in) Unreadable(name, std::strerror(errno));
-  return ReadAll(in, name);
-}
-
 // A record begins with its map; without a whole one nothing behind it can be placed.
 void CheckMap(const std::string& name, const std::vector<char>& bytes) {
   TSorFile file(bytes.data(), bytes.size());
@@ -119,6 +109,16 @@ class AtomicFile {
 };
 
 }  // namespace
+
+std::vector<char> ReadInput(Session& session, const std::string& name) {
+  if (name == "-") return ReadAll(session.in(), "standard input");
+  struct stat info;
+  if (stat(name.c_str(), &info) != 0) Unreadable(name, std::strerror(errno));
+  if (S_ISDIR(info.st_mode)) Unreadable(name, "is a folder");
+  std::ifstream in(name, std::ios::binary);
+  if (!in) Unreadable(name, std::strerror(errno));
+  return ReadAll(in, name);
+}
 
 bool LoadedRecord::Truncated() const { return state != sfOk; }
 

@@ -31,6 +31,9 @@ LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, N
 // One warning line if the record ended before its map said.
 void WarnIfTruncated(Session& session, const LoadedRecord& loaded);
 
+// All bytes of a file, or of standard input for "-". Throws Problem kUnreadable.
+std::vector<char> ReadInput(Session& session, const std::string& name);
+
 // Writes beside the target and renames over it: the file appears whole or not at all. Throws Problem
 // kUnwritable.
 void SaveRecord(TSorData& record, const std::string& name);

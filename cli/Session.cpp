@@ -27,10 +27,9 @@ void Session::Progress(size_t number, size_t total, const std::string& what) {
 void Session::OpenLog(const std::string& name) {
   // A log that only goes to standard error still wants a primary file that opens.
   const bool toStandardError = name == "-";
-  log_ = std::make_unique<TLogFile>(toStandardError ? "/dev/null" : name.c_str(),
-                                    static_cast<TLogFile::WritingMode>(0),
-                                    static_cast<TLogFile::LoggingMode>(toStandardError ? 2 : 0));
-  if (!log_->enabled) throw Problem(kUnwritable, name + ": the log cannot be written");
+  log_ = std::make_unique<TLogFile>(toStandardError ? "/dev/null" : name.c_str(), TLogFile::wmAppend,
+                                    toStandardError ? TLogFile::lmStdErr : TLogFile::lmPrimaryFile);
+  if (!log_->IsEnabled()) throw Problem(kUnwritable, name + ": the log cannot be written");
   LogFile = log_.get();
 }
 

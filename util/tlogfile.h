@@ -37,6 +37,8 @@ class TLogFile {
   virtual void Data(const char* name, long value);
   virtual void Info(const char* a, const char* b);
 
+  // Whether the primary file opened.
+  bool IsEnabled() const { return enabled_; }
   void SetLoggingMode(LoggingMode mode) { loggingMode_ = mode; }
   LoggingMode GetLoggingMode() const { return loggingMode_; }
 
