@@ -105,7 +105,7 @@ class TAuto {
   // Appends `line`, which `lines` then owns, and gives it back.
   TEventLine* AddEventLin(TEventLine* line, TEventLine* prev);
 
-  // --- Events on the direct path (AutoEvents.cpp, AutoWindows.cpp) ---
+  // --- Events on the direct path (AutoEvents.cpp, AutoSteps.cpp, AutoLevels.cpp) ---
 
   // Looks for the first event inside `line`. R or N for one: `head` is then the line in front of it and
   // `line` starts behind it. _ for none: `line` is fitted.

@@ -1,0 +1,131 @@
+#include "src/Auto.h"
+
+#include <string>
+
+#include "ref/refEvent.h"
+#include "sor/sorData.h"
+#include "util/tinifile.h"
+
+// The commands of the module on one trace, and the frame of one analysis: what holds for the record as a
+// whole before and after its events are searched.
+
+TEventCounters Event;
+
+namespace {
+
+// Positions are those of the instrument while a trace is analysed: the user's own zero point is set aside,
+// and put back whatever happens.
+class UserOffsetAside {
+ public:
+  explicit UserOffsetAside(TSorData& trace) : params_(*trace.GenParams), offsetOwt_(params_.UO) {
+    params_.UO = 0;
+  }
+  ~UserOffsetAside() { params_.UO = offsetOwt_; }
+  UserOffsetAside(const UserOffsetAside&) = delete;
+  UserOffsetAside& operator=(const UserOffsetAside&) = delete;
+
+ private:
+  TSorBlockGeneralParameters& params_;
+  const int offsetOwt_;
+};
+
+// The thresholds that the trace itself carries.
+void TakeThresholds(TTH& th, const TSorData& trace) {
+  th.THLoss = trace.FxdParams->GetLT();
+  th.THRef = trace.FxdParams->GetRT();
+  th.THEnd = trace.FxdParams->GetET();
+  th.dBkm = trace.QRTParams->GetCT();
+}
+
+// Says in the software revision which analysis made the event table. One stamp stands at the end, however
+// often a record is analysed; an earlier one is cut out by its length, whatever version it names.
+void StampAnalysis(TString& softwareRevision) {
+  constexpr char kStamp[] = " VA=170330";
+  constexpr int kStampLength = sizeof kStamp - 1;
+  const int earlier = softwareRevision.Find(TString(kStamp, 3), 0);
+  if (earlier >= 0) softwareRevision.Delete(earlier, kStampLength);
+  softwareRevision += kStamp;
+}
+
+}  // namespace
+
+TAuto::TAuto() : version("v160216"), lines(new TOxArray<TEventLine, TEventLine*>) {}
+
+TAuto::~TAuto() { delete lines; }
+
+int TAuto::ServiceFunction(TCmdASF cmd, long&, void** params) {
+  constexpr int kCurrentTrace = 0;
+  constexpr int kThresholds = 1;
+  constexpr int kDone = 1;
+  switch (cmd) {
+    case cmdAnalyse:
+    case cmdAnalyseEndsOnly: {
+      auto* trace = static_cast<TSorData*>(params[kCurrentTrace]);
+      AnalysisSorData(trace, static_cast<TTH*>(params[kThresholds]));
+      if (cmd == cmdAnalyseEndsOnly) RefEventDeleteAllButFirstAndLast(trace);
+      return kDone;
+    }
+    case cmdCompare:  // answered like an unknown command until the comparison joins
+      return kDone;
+  }
+  return kDone;
+}
+
+void TAuto::AnalysisSorData(TSorData* trace, TTH* thresholds) {
+  constexpr double kLeastReflectanceDb =
+      -64.5;  // the record's threshold ends here: it stands for "all of them"
+  constexpr double kEveryReflectanceDb = -80.0;
+  if (thresholds == nullptr) {
+    th.Reset();
+    TakeThresholds(th, *trace);
+  } else {
+    th = *thresholds;
+  }
+  if (th.THRef <= kLeastReflectanceDb) th.THRef = kEveryReflectanceDb;
+
+  // A trace flagged as filtered that still has its raw points gets them back here once the filter engine
+  // joins. The flag goes in any case: an analysed record asks for no filtering.
+  trace->QRTParams->SetFlagFilter(0);
+
+  {
+    const UserOffsetAside aside(*trace);
+    sor = trace;
+    Calculate();
+    AddSorEvent();
+    StampAnalysis(trace->SupParams->SR);
+  }
+  RefEventRFTSSync(trace);
+  RefEventENSync(trace);
+  RefEventRecalculate(trace, trace->KeyEvents, 0);
+}
+
+void TAuto::Automat(TSorData* trace, int useMonitoringThresholds) {
+  // The comparison's own thresholds go into the trace here once it joins; until then those on record hold.
+  (void)useMonitoringThresholds;
+  TTH thresholds;
+  TakeThresholds(thresholds, *trace);
+  thresholds.fromAutomat = 1;
+  AnalysisSorData(trace, &thresholds);
+}
+
+void TAuto::Damp(TIni* ini) {
+  if (ini == nullptr) return;
+  TIniSection* main = ini->AddSection("Main");
+  main->SetInt("Lines", lines->GetSize());
+  main->SetDouble("Lend", lEnd);
+  main->SetDouble("Loss", lossTotal);
+  main->SetDouble("DR", dr);
+  main->SetDouble("1Refl", firstRefl);
+  main->SetDouble("Dz0.1dB", dz01);
+  main->SetDouble("Dz0.5dB", dz05);
+  for (int i = 0; i < lines->GetSize(); ++i) {
+    const std::string section = "Line" + std::to_string(i);
+    lines->GetData(i)->Damp(ini->AddSection(section.c_str()));
+  }
+}
+
+int TAuto::Damp(const char* path) {
+  TIni ini(path);
+  Damp(&ini);
+  return ini.Write(nullptr);
+}
