@@ -105,7 +105,8 @@ class TOxArray {
   }
 
  private:
-  static TPtr* MakeTable(int n) { return new TPtr[static_cast<unsigned int>(n)](); }
+  // n null entries; none, and no table, for 0.
+  static TPtr* MakeTable(int n) { return n == 0 ? nullptr : new TPtr[static_cast<unsigned int>(n)](); }
   int Held(int i) const { return std::clamp(i, 0, size_ - 1); }
 
   TPtr* table_ = nullptr;

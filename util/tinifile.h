@@ -128,8 +128,8 @@ class TIni {
   // open, which leaves the document as it is. The last character of every line goes, taken for its line feed:
   // a last line without one loses a character. A line longer than 4095 characters falls into several.
   int Read(const char* file);
-  // Writes a file that only its owner may read and write, null for the document's own: 0; 1 if it does not
-  // open; 4 if its mode may not be changed; 5 if something could not be written.
+  // Writes the file, null for the document's own; one that exists is first made its owner's alone to read and
+  // write. 0; 1 if it does not open; 4 if its mode may not be changed; 5 if something could not be written.
   int Write(const char* file);
   // The same from and to a text; both give 0. Lines end in CR LF here, and one that ends in LF alone loses
   // its last character. ToString appends.
