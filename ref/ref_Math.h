@@ -16,16 +16,14 @@
 //   is the level of the line at the last point.
 //
 // None of these functions fails. What can't be computed has a fixed answer that callers rely on: each says
-// which.
+// which. Points may lie outside the trace, but the work grows with their number, so whoever computes one from
+// data holds it near the trace; one-way times are held there by the functions that take them.
 
 class TSorData;
 
-// Linear trace of the record, one float per point in linear power; null when the record has none.
+// Linear trace of the record, one float per point in linear power; null when the record has none. A file may
+// bring one that is shorter than its trace: that is none, so every point of the trace is in the array.
 float* RefEmbGetLinf(TSorData* sor);
-
-// Number of floats that the linear trace really holds, cut to the number of points; 0 without one. A record
-// from a file may bring a linear trace of a foreign length, so whoever indexes the array goes no further.
-long RefEmbGetLinfLength(TSorData* sor);
 
 // --- Mean power of a stretch of points, in dB. A count below 1 gives 0. ---
 
@@ -47,7 +45,7 @@ double RefMathAveragePointInSection(TSorData* sor, double owt1, double owt2, dou
 // Root mean square of the deviation from the straight line through `first` to `last`, in dB, and the line's
 // levels at both ends. Returns 1, or 0 with the outputs untouched when the stretch has fewer than 3 steps or
 // passes the end of the trace.
-long RefMathSQO(TSorData* sor, long first, long last, float& sqo, float& yFirst, float& yLast);
+int RefMathSQO(TSorData* sor, long first, long last, float& sqo, float& yFirst, float& yLast);
 // Root mean square in linear power over a stretch whose bounds are fractions of the trace, as a level in dB
 // of the record's scale: of the linear trace itself where there is one, else of the deviation from `mean`
 // (linear power). 0 for fewer than 4 points.
@@ -108,8 +106,8 @@ void RefMathLine(double x1, double y1, double x2, double y2, double& slope, doub
 void RefMathSwap(double& a, double& b);
 // Clips a segment to a rectangle: 1 when something of it remains, else 0. The four coordinates are written in
 // both cases.
-long RefMathClipLine(double& x1, double& y1, double& x2, double& y2, double xMin, double yMin, double xMax,
-                     double yMax);
+int RefMathClipLine(double& x1, double& y1, double& x2, double& y2, double xMin, double yMin, double xMax,
+                    double yMax);
 
 // --- Models ---
 

@@ -32,11 +32,11 @@ class Noise {
   std::uint64_t state_;
 };
 
-struct Step {  // loss positive, gain negative
+struct StepAt {  // loss positive, gain negative
   double point;
   double lossDb;
 };
-struct Peak {  // reflection: a pulse-wide top above the backscatter, then the receiver's fall
+struct PeakAt {  // reflection: a pulse-wide top above the backscatter, then the receiver's fall
   double point;
   double heightDb;
 };
@@ -52,8 +52,8 @@ struct TraceSpec {
 
   double startDb = -10.0;        // backscatter at point 0
   double slopeDbPerPoint = 0.0;  // positive for a loss; see SlopeDbPerKm
-  std::vector<support::Step> steps;
-  std::vector<support::Peak> peaks;
+  std::vector<StepAt> steps;
+  std::vector<PeakAt> peaks;
   double fibreEnd = -1.0;           // point behind which there is only noise; below 0: none
   double receiverDbPerPoint = 0.5;  // fall behind a peak and behind the end
 

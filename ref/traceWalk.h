@@ -1,0 +1,53 @@
+#pragma once
+
+#include <algorithm>
+
+#include "sor/sorData.h"
+#include "util/convert.h"
+
+// How the fits go from times to points and back.
+namespace reflyze {
+
+// The point at or before a one-way time: -1 for a time before the trace, the number of points for one behind
+// it. The time base of a broken record may promise any number of points; those that the trace lacks all read
+// alike, and nobody walks over more than one of them.
+inline long PointAtOwt(const TSorData& sor, double owt) {
+  return std::clamp(TruncToLong(sor.OwtTofNum(owt)), -1L, static_cast<long>(sor.DataPts->GetPointsNum()));
+}
+
+// One-way times of points in rising order, equal to TSorData::NumToOwt to the last bit. That walks all
+// stretches for each point; this remembers the stretch in which it stands.
+class OwtWalk {
+ public:
+  explicit OwtWalk(const TSorData& sor) : params_(*sor.FxdParams), startOwt_(params_.GetOwtDataOffset()) {
+    EnterStretch();
+  }
+
+  // `point` must not be below that of an earlier call.
+  double OwtOf(long point) {
+    while (stretch_ < params_.TPW && point >= end_) {
+      startOwt_ += spacingOwt_ * static_cast<double>(end_ - first_);
+      first_ = end_;
+      ++stretch_;
+      EnterStretch();
+    }
+    if (stretch_ >= params_.TPW) return startOwt_;
+    return startOwt_ + spacingOwt_ * static_cast<double>(point - first_);
+  }
+
+ private:
+  void EnterStretch() {
+    if (stretch_ >= params_.TPW) return;
+    spacingOwt_ = params_.GetOwtDS(stretch_);
+    end_ = first_ + params_.NPPW[stretch_];
+  }
+
+  const TSorBlockFixedParameters& params_;
+  double startOwt_;          // time of the stretch's first point
+  double spacingOwt_ = 0.0;  // of its points
+  long first_ = 0;           // its first point
+  long end_ = 0;             // and the one behind its last
+  int stretch_ = 0;
+};
+
+}  // namespace reflyze
