@@ -428,16 +428,6 @@ TEST(SorFileDisk, AFullMediumShows) {
   EXPECT_EQ(state, sfWriteError);
 }
 
-TEST(SorFile, ModesChooseTheKind) {
-  const struct {
-    const char* mode;
-    TSorFile::TFileType type;
-  } kCases[] = {{"rb", TSorFile::ftDisk},  {"wb", TSorFile::ftDisk},   {"", TSorFile::ftDisk},
-                {"m", TSorFile::ftMemory}, {"Mx", TSorFile::ftMemory}, {"vw", TSorFile::ftVirtual},
-                {"V", TSorFile::ftVirtual}};
-  for (const auto& c : kCases) EXPECT_EQ(TSorFile::MapCharCodeToFileType(c.mode[0]), c.type) << c.mode;
-}
-
 TEST(SorFile, WrongUseIsAnAssertion) {
   TSorFile memory(nullptr, "m"), counter(nullptr, "v");
   char bytes[2] = {};
