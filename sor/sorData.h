@@ -159,9 +159,17 @@ class TSorData {
   bool LinfToPoints();
 
  private:
-  friend class TEmbData1E;
+  friend class TEmbData1E;  // writes records that stand inside others
 
+  void MakeRoomForSpecial(int count);
+  void CopySpecial(const TSorData& other);
+  bool HoldsLinearTrace(const TEmbData1E& embedded) const;
+  TEmbData1E* AddEmbData(const char* description);
+
+  // Writing in two steps, so that records inside records are measured once. Prepare stamps the revisions,
+  // measures the blocks, builds the map from them and gives the bytes of the whole; WritePrepared relies on
+  // that.
   long Prepare();
   void WritePrepared(TSorFile* file);
-  void DestroySpecial();
+  class Reader;  // one reading, see the implementation
 };

@@ -92,7 +92,7 @@ class TEmbData1E : public TSorBlock {
   void Take(void* data, Kind kind, long size);
   void ReadRecord(TSorFile& file);
   void ReadRFTSEvents(TSorFile& file);
-  void ReadBytes(TSorFile& file);
+  void ReadBytes(TSorFile& file, int size);
   void WriteMeasured(TSorFile& file);
 
   void* data_ = nullptr;  // owned
@@ -126,7 +126,8 @@ class TSorBlockEmbData : public TSorBlock {
   // Cuts the table, or adds null entries.
   void SetTNED(unsigned short n);
   // The first record of that description, upper or lower case; null if there is none.
-  TEmbData1E* GetEmbData(TString description) const;
+  TEmbData1E* GetEmbData(const char* description) const;
+  TEmbData1E* GetEmbData(TString description) const { return GetEmbData(description.c_str()); }
   // Record i, the last one for an i past the end; null if there is none.
   TEmbData1E* GetEmbData(int i) const { return records_.GetData(i); }
   // The block owns what it is given, see TOxArray.
@@ -138,8 +139,8 @@ class TSorBlockEmbData : public TSorBlock {
 
  private:
   bool GoesToFile(int i) const;
-  unsigned short CountOnFile() const;
-  void FollowSize() { TNED = static_cast<unsigned short>(records_.GetSize()); }
+  int EndOnFile() const;
+  void FollowSize();
 
   unsigned short TNED = 0;
   TOxArray<TEmbData1E, TEmbData1E*> records_;

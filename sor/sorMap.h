@@ -71,9 +71,6 @@ class TSorBlockMap : public TSorBlock {
   void Write(TSorFile* file) override;
   void Damp(FILE* out) const override;
 
-  // Appends a line and counts it.
-  void AddBlock(const TString& id, unsigned short revision, int size);
-
   // Some instruments put a second, broken head before the map. Whether the bytes at `start` look like one,
   // and the search for the true map behind it: the number of bytes between, with the stream behind the map's
   // ID; or 0, with the stream back at the start, where there is none.

@@ -170,5 +170,5 @@ class TSorBlockDataPoints : public TSorBlock {
 
   std::vector<float> levels_;
   ::DataType DataType = dtRL;
-  SubBlocks* DPSF_;  // owned, never null
+  SubBlocks* DPSF_ = nullptr;  // owned, null in the constructor only
 };

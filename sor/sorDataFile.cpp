@@ -1,0 +1,272 @@
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <memory>
+#include <vector>
+
+#include "sor/sorData.h"
+#include "sor/sorReadBudget.h"
+#include "util/assertion.h"
+
+// Records on file: a map, the blocks that it lists one after the other, and the checksum. A block is found by
+// the sizes of those before it alone, so a block that reads fewer bytes than it has, or more, disturbs no
+// other.
+
+namespace {
+
+constexpr const char* kGenParams = "GenParams";
+constexpr const char* kSupParams = "SupParams";
+constexpr const char* kFxdParams = "FxdParams";
+constexpr const char* kKeyEvents = "KeyEvents";
+constexpr const char* kLnkParams = "LnkParams";
+constexpr const char* kDataPts = "DataPts";
+constexpr const char* kRFTSParams = "RFTSParams";
+constexpr const char* kRFTSEvents = "RFTSEvents";
+constexpr const char* kEmbData = "EmbData";
+constexpr const char* kQRTEvents = "QRTEvents";
+constexpr const char* kQRTParams = "QRTParams";
+constexpr const char* kCksum = "Cksum";
+
+// The revisions in which this system's own blocks go to file.
+constexpr unsigned short kRFTSParamsRevision = 203;
+constexpr unsigned short kRFTSEventsRevision = 204;
+constexpr unsigned short kEmbDataRevision = 200;
+constexpr unsigned short kQRTEventsRevision = 201;
+
+constexpr int kMostBlocks = SHRT_MAX;  // a map counts them, itself included, in 16 bits
+
+// A block, and the ID under which it stands in the map.
+struct ListedBlock {
+  TString id;
+  TSorBlock* block;
+};
+
+// The blocks that go to file, in that order.
+std::vector<ListedBlock> BlocksToWrite(const TSorData& record) {
+  std::vector<ListedBlock> list = {
+      {kGenParams, record.GenParams}, {kSupParams, record.SupParams}, {kFxdParams, record.FxdParams}};
+  const auto addFilled = [&list](const char* id, TSorBlock* block) {
+    if (!block->IsEmpty()) list.push_back({id, block});
+  };
+  addFilled(kKeyEvents, record.KeyEvents);
+  addFilled(kLnkParams, record.LnkParams);
+  // Filtered points are work in progress: while there is a raw trace beside them, that is the measurement.
+  addFilled(kDataPts, record.DataPtsBackup != nullptr ? record.DataPtsBackup : record.DataPts);
+  if (record.WriteSpecialBlocks != 0) {
+    for (int i = 0; i < record.SpecialCount; ++i) {
+      list.push_back({record.Special[i]->MapID, record.Special[i]});
+    }
+  }
+  if (record.WriteProprietaryBlocks != 0) {
+    addFilled(kQRTEvents, record.QRTEvents);
+    addFilled(kQRTParams, record.QRTParams);
+    addFilled(kRFTSParams, record.RFTSParams);
+    addFilled(kRFTSEvents, record.RFTSEvents);
+    addFilled(kEmbData, record.EmbData);
+  }
+  list.push_back({kCksum, record.Cksum});
+  return list;
+}
+
+void StampRevisions(TSorData& record) {
+  const auto revision = static_cast<unsigned short>(record.Revision);
+  TSorBlock* const standard[] = {record.Map,       record.GenParams, record.SupParams, record.FxdParams,
+                                 record.KeyEvents, record.LnkParams, record.DataPts,   record.Cksum};
+  for (TSorBlock* block : standard) block->RevisionNo = revision;
+  record.RFTSParams->RevisionNo = kRFTSParamsRevision;
+  record.RFTSEvents->RevisionNo = kRFTSEventsRevision;
+  record.EmbData->RevisionNo = kEmbDataRevision;
+  record.QRTEvents->RevisionNo = kQRTEventsRevision;
+  record.QRTParams->RevisionNo = TSorBlockQRTParameters::kNewestRevisionNo;
+}
+
+std::unique_ptr<TSorBlockMapBlockInfo> MapLine(const ListedBlock& listed, long size) {
+  auto line = std::make_unique<TSorBlockMapBlockInfo>();
+  line->ID = listed.id;
+  line->RevisionNo = listed.block->RevisionNo;
+  line->Size = static_cast<int>(std::min(size, static_cast<long>(INT_MAX)));
+  return line;
+}
+
+}  // namespace
+
+// One reading of a record.
+class TSorData::Reader {
+ public:
+  Reader(TSorData& record, TSorFile& file) : record_(record), file_(file), budget_(file) {}
+
+  void Run() {
+    if (!ReadMap()) return;
+    if (record_.Map->NB > 0) record_.MakeRoomForSpecial(record_.Map->NB);
+    if (!ReadBlocks(Wanted::kAll)) return;
+    record_.Revision = static_cast<short>(record_.Map->RevisionNo);
+    CountPointsOfOnlyStretch();
+    record_.FixScaleFactor();
+    record_.FixNFScaleFactor();
+    record_.UpdateChildrenWithNewDataType();
+    record_.CalculateValues();
+    record_.FixUserOffset();
+    record_.SetLinf();
+  }
+
+  // The order at the end is not that of a full reading: levels and their range are those of the scale factor
+  // on file.
+  void RunMinimal() {
+    if (!ReadMap()) return;
+    if (!ReadBlocks(Wanted::kMeasurement)) return;
+    record_.Revision = static_cast<short>(record_.Map->RevisionNo);
+    record_.UpdateChildrenWithNewDataType();
+    record_.CalculateValues();
+    record_.FixScaleFactor();
+    record_.FixNFScaleFactor();
+    record_.FixUserOffset();
+  }
+
+ private:
+  enum class Wanted { kAll, kMeasurement };
+
+  bool ReadMap() {
+    nextBlock_ = static_cast<long long>(file_.Tell());
+    record_.Map->ReadRN(&file_, kMapRevision);
+    if (file_.state != sfOk) return false;
+    nextBlock_ += record_.Map->Size;
+    return true;
+  }
+
+  // Whether the record is as complete as the file allows. A file that ends early is for a full reading, and
+  // is not where only the measurement is asked for.
+  bool ReadBlocks(Wanted wanted) {
+    const TSorBlockMap& map = *record_.Map;
+    for (int i = 0; i < map.blocks->GetSize(); ++i) {
+      const TSorBlockMapBlockInfo& line = *map.blocks->GetData(i);
+      if (line.Size <= 0) continue;
+      if (file_.state == sfEndOfData && wanted == Wanted::kAll) break;
+      if (file_.state != sfOk) return false;
+      file_.Seek(static_cast<unsigned long>(nextBlock_));
+      nextBlock_ += line.Size;
+      // At a place that the stream does not have there is no block, and what stands at the old place is
+      // another one.
+      if (file_.state == sfOk) ReadBlock(line, wanted);
+    }
+    return true;
+  }
+
+  void ReadBlock(const TSorBlockMapBlockInfo& line, Wanted wanted) {
+    const unsigned long start = file_.Tell();
+    if (TSorBlock* block = KnownBlock(line.ID, wanted)) {
+      block->ReadRN(&file_, line.RevisionNo);
+      // Embedded data are charged record by record.
+      if (block == record_.EmbData) return;
+    } else if (wanted == Wanted::kAll) {
+      ReadUnknownBlock(line);
+    }
+    reflyze::ReadBudget::Charge(file_, start);
+  }
+
+  // The record's block of that ID, null if there is none or it is not wanted.
+  TSorBlock* KnownBlock(const TString& id, Wanted wanted) const {
+    const struct {
+      const char* id;
+      TSorBlock* block;
+      bool isMeasurement;
+    } known[] = {{kGenParams, record_.GenParams, true},    {kSupParams, record_.SupParams, true},
+                 {kFxdParams, record_.FxdParams, true},    {kKeyEvents, record_.KeyEvents, true},
+                 {kLnkParams, record_.LnkParams, true},    {kDataPts, record_.DataPts, true},
+                 {kRFTSParams, record_.RFTSParams, false}, {kRFTSEvents, record_.RFTSEvents, false},
+                 {kEmbData, record_.EmbData, false},       {kQRTEvents, record_.QRTEvents, false},
+                 {kQRTParams, record_.QRTParams, true},    {kCksum, record_.Cksum, false}};
+    for (const auto& entry : known) {
+      if (id == entry.id) return wanted == Wanted::kAll || entry.isMeasurement ? entry.block : nullptr;
+    }
+    return nullptr;
+  }
+
+  void ReadUnknownBlock(const TSorBlockMapBlockInfo& line) {
+    std::unique_ptr<TSorBlockSpecial> block(TSorBlockSpecial::NewUnread(line.Size));
+    block->ReadRN(&file_, line.RevisionNo);
+    block->MapID = line.ID;
+    record_.Special[record_.SpecialCount++] = block.release();
+  }
+
+  // Some instruments leave the points of a stretch uncounted where it is the whole trace.
+  void CountPointsOfOnlyStretch() {
+    TSorBlockFixedParameters& fixed = *record_.FxdParams;
+    if (fixed.TPW == 1 && fixed.NPPW[0] == 0)
+      fixed.NPPW[0] = static_cast<int>(record_.DataPts->GetPointsNum());
+  }
+
+  static constexpr unsigned short kMapRevision = TSorBlock::kLastKnownRevisionNo;
+
+  TSorData& record_;
+  TSorFile& file_;
+  reflyze::ReadBudget budget_;
+  long long nextBlock_ = 0;  // place of the next block in the stream
+};
+
+void TSorData::Read(TSorFile* file) {
+  reflyze::Require(file != nullptr, "file");
+  Init();
+  Reader(*this, *file).Run();
+}
+
+void TSorData::ReadMinimal(TSorFile* file) {
+  reflyze::Require(file != nullptr, "file");
+  Init();
+  Reader(*this, *file).RunMinimal();
+}
+
+long TSorData::Prepare() {
+  auto newMap = std::make_unique<TSorBlockMap>();
+  delete Map;
+  Map = newMap.release();
+  StampRevisions(*this);
+  const std::vector<ListedBlock> list = BlocksToWrite(*this);
+  const int count = static_cast<int>(list.size());
+  Map->blocks->SetSize(count);
+  long total = 0;
+  for (int i = 0; i < count; ++i) {
+    const ListedBlock& listed = list[static_cast<size_t>(i)];
+    const long size = listed.block->GetBlockSize();
+    total += size;
+    Map->blocks->SetData(MapLine(listed, size).release(), i);
+  }
+  Map->NB = static_cast<short>(std::min(count + 1, kMostBlocks));
+  Map->Size = static_cast<int>(Map->GetBlockSize());
+  return total + Map->Size;
+}
+
+void TSorData::WritePrepared(TSorFile* file) {
+  // Nobody could read such a record back, and to leave a block out would lose it unseen.
+  if (Map->blocks->GetSize() >= kMostBlocks) {
+    file->state = sfSizeError;
+    return;
+  }
+  Map->Write(file);
+  for (const ListedBlock& listed : BlocksToWrite(*this)) {
+    if (listed.block == EmbData) {
+      EmbData->WriteMeasured(file);
+    } else {
+      listed.block->Write(file);
+    }
+  }
+}
+
+void TSorData::Write(TSorFile* file) {
+  reflyze::Require(file != nullptr, "file");
+  Prepare();
+  WritePrepared(file);
+}
+
+long TSorData::GetSize() { return Prepare(); }
+
+int TSorData::Read(const char* name, const char* mode) {
+  TSorFile file(name, mode);
+  if (file.state == sfOk) Read(&file);
+  return file.state;
+}
+
+int TSorData::Write(const char* name, const char* mode) {
+  TSorFile file(name, mode);
+  if (file.state == sfOk) Write(&file);
+  return file.state;
+}
