@@ -26,7 +26,7 @@ enum TSorFileState {
 // own. Belongs to one thread.
 class TSorFile {
  public:
-  enum TFileType {
+  enum TFileType : int {
     ftDisk = 1,
     ftMemory = 2,
     ftVirtual = 3,

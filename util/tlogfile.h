@@ -10,11 +10,11 @@
 // with the time. Not for several threads at once.
 class TLogFile {
  public:
-  enum WritingMode {
+  enum WritingMode : int {
     wmAppend = 0,
     wmOverwrite = 1,
   };
-  enum LoggingMode {
+  enum LoggingMode : int {
     lmPrimaryFile = 0,
     lmPrimaryFileAndStdErr = 1,
     lmStdErr = 2,
