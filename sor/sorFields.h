@@ -57,10 +57,10 @@ class FieldReader {
     if (Has(since)) ReadScalar(value);
   }
   void Text(const char*, TString& text, int since = 0) {
-    if (Has(since)) file_.Read(text);
+    if (Has(since)) ReadText(text, [this](TString& t) { file_.Read(t); });
   }
   void FixedText(const char*, TString& text, unsigned int width, int since = 0) {
-    if (Has(since)) file_.Read(text, width);
+    if (Has(since)) ReadText(text, [this, width](TString& t) { file_.Read(t, width); });
   }
   void Bytes(const char*, char* data, long count, int since = 0) {
     if (Has(since) && count > 0) file_.Read(data, static_cast<unsigned long>(count));
@@ -104,6 +104,13 @@ class FieldReader {
   }
 
  private:
+  // The stream empties a text that begins behind the end of the data; as a field it keeps its value, like all others.
+  template <class Read>
+  void ReadText(TString& text, Read&& read) {
+    const TString before = text;
+    read(text);
+    if (text.Len() == 0 && Ended()) text = before;
+  }
   template <class T>
   void ReadScalar(T& value) {
     static_assert(std::is_integral<T>::value && sizeof(T) <= 4, "a field is an integer of 1, 2 or 4 bytes");
