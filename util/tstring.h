@@ -38,6 +38,10 @@ class OwnedText {
   int Len() const { return length_; }
   const Char* c_str() const { return buffer_.get(); }
   operator const Char*() const { return buffer_.get(); }
+  // Replaces one character in place; an index outside the text changes nothing.
+  void SetAt(int i, Char c) {
+    if (i >= 0 && i < length_) buffer_[static_cast<size_t>(i)] = c;
+  }
 
   // Takes a copy of a text, which may be a part of this string; null gives an empty string.
   void SetString(const Char* text);

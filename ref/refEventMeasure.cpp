@@ -1,0 +1,199 @@
+#include <algorithm>
+#include <cmath>
+
+#include "ref/refAutoSearch.h"
+#include "ref/refEventEdit.h"
+#include "ref/refEventReflection.h"
+#include "ref/ref_Math.h"
+#include "ref/traceWalk.h"
+#include "util/convert.h"
+
+using namespace reflyze;
+
+namespace {
+
+// A peak at or above this level has driven the receiver into saturation.
+constexpr double kSaturatedPeakDb = -0.2;
+// Added to the least height of a reflection.
+constexpr double kReflectionBaseDb = 0.05;
+// A section is believed if it is this long and its attenuation what fibre has; else this attenuation is
+// taken.
+constexpr double kShortestSectionKm = 0.5;
+constexpr double kLowestAttenuationDbPerKm = 0.17;
+constexpr double kHighestAttenuationDbPerKm = 0.3;
+constexpr double kAssumedAttenuationDbPerKm = 0.2;
+// Markers this near to the end of the trace leave no section behind the end of the fibre.
+constexpr double kBehindTraceOwt = 10.0;
+
+// The peak between two times; stores its time in the marker.
+double FindPeak(TSorData& sor, long fromOwt, long toOwt, int& peakOwt) {
+  long found = peakOwt;
+  const double level = sor.GetMax(fromOwt, toOwt, found);
+  peakOwt = static_cast<int>(found);
+  return level;
+}
+
+bool Believed(const TSorData& sor, double lengthOwt, double attenuation) {
+  return !(lengthOwt < sor.dLenToOwt(kShortestSectionKm) || attenuation < kLowestAttenuationDbPerKm ||
+           attenuation > kHighestAttenuationDbPerKm);
+}
+
+void SetShapeOfCode(TSorBlockKeyEvents1E& event, char shape) {
+  if (event.EC.Len() > 0) event.EC.SetAt(0, shape);
+}
+
+// Reflectance of an event, whose loss `el` is 0 or, for a gain, negative.
+void MeasureReflection(TSorData& sor, TSorBlockKeyEvents1E& event, double el, bool raiseBase) {
+  event.SetER(0.0);
+  const double peakDb =
+      event.ML4 == 0 ? FindPeak(sor, event.EPT, event.ML2, event.ML4) : sor.OwtToLevel(event.ML4, 1);
+  double slope = 0.0, intercept = 0.0;
+  RefMathLSL(&sor, event.ML0, event.ML1, slope, intercept, 1.0);
+  double baseDb = slope * event.EPT + intercept;
+  if (raiseBase && baseDb < sor.GetMinLevel()) baseDb = sor.GetMinLevel();
+  const double heightDb = sor.OwtToLevel(event.ML4, 1) - baseDb;
+  const double reflectance = RefEventReflection(&sor, static_cast<double>(event.ML4), heightDb + el);
+  if (peakDb >= kSaturatedPeakDb) {
+    SetShapeOfCode(event, '2');
+  } else {
+    const bool reflective = peakDb - (baseDb - el) > RefEventMinReflection(&sor, peakDb, kReflectionBaseDb);
+    SetShapeOfCode(event, reflective ? '1' : '0');
+  }
+  event.SetER(reflectance);
+}
+
+// The line of one section beside an event.
+struct SectionLine {
+  double slope = 0.0;        // dB per time
+  double intercept = 0.0;    // dB at time 0
+  double attenuation = 0.0;  // dB/km
+};
+
+SectionLine FitSection(TSorData& sor, double fromOwt, double toOwt) {
+  SectionLine line;
+  RefMathLSL(&sor, fromOwt, toOwt, line.slope, line.intercept, 1.0);
+  line.attenuation = -line.slope * sor.dLenToOwt(1.0);
+  return line;
+}
+
+// A section that is not believed keeps its mid level in place of the intercept, and the usual attenuation.
+void ReplaceUnbelieved(const TSorData& sor, double fromOwt, double toOwt, SectionLine& line) {
+  if (fromOwt == toOwt || Believed(sor, toOwt - fromOwt, line.attenuation)) return;
+  line.attenuation = kAssumedAttenuationDbPerKm;
+  line.intercept = ((fromOwt + toOwt) / 2) * line.slope + line.intercept;
+}
+
+double PeakOverSection(TSorData& sor, TSorBlockKeyEvents1E& event) {
+  if (event.ML4 == 0) FindPeak(sor, event.ML1, event.ML2, event.ML4);
+  return sor.OwtToLevel(event.ML4, 1) - sor.OwtToLevel(event.ML1, 1);
+}
+
+}  // namespace
+
+void RefEventMarkerR(TSorData* sor, TSorBlockKeyEvents1E* event) {
+  const long first = PointAtOwt(*sor, event->ML1);
+  const long last = std::min(TruncToLong(sor->OwtTofNum(event->ML4) + 0.5),
+                             static_cast<long>(sor->DataPts->GetPointsNum()));
+  event->EPT = TruncToInt(sor->NumToOwt(RefAutoSearchRef(sor, first, last)));
+  event->ML2 = TruncToInt(event->ML4 + sor->FxdParams->GetOwtPulse(event->ML4) * 1.5 +
+                          sor->FxdParams->GetOwtDS(0) * 3.0);
+}
+
+void RefEventRCalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
+  MeasureReflection(*sor, *event, 0.0, true);
+}
+
+void RefEventRCalculateNegSplice(TSorData* sor, TSorBlockKeyEvents1E* event, double el) {
+  MeasureReflection(*sor, *event, el, false);
+}
+
+void RefEventACICalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
+  const double lengthOwt = static_cast<double>(event->ML1) - event->ML0;
+  if (lengthOwt <= 0.0) {
+    event->SetACI(0.0);
+    return;
+  }
+  const SectionLine line = FitSection(*sor, event->ML0, event->ML1);
+  if (Believed(*sor, lengthOwt, line.attenuation)) {
+    event->SetACI(-line.slope * lengthOwt / sor->dOwtToLen(lengthOwt));
+  } else {
+    event->SetACI(kAssumedAttenuationDbPerKm);
+  }
+}
+
+void RefEventSCalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
+  event->SetEL(0.0);
+  if (event->ML3 == 0) return;
+  SectionLine before = FitSection(*sor, event->ML0, event->ML1);
+  SectionLine behind;
+  const double traceEndOwt = sor->GetMaxOwt() - kBehindTraceOwt;
+  if (event->IsEOF() && event->ML2 > traceEndOwt && event->ML3 > traceEndOwt) {
+    behind.intercept = sor->GetMinLevel();
+    behind.attenuation = -behind.slope * sor->dLenToOwt(1.0);
+  } else {
+    behind = FitSection(*sor, event->ML2, event->ML3);
+  }
+  ReplaceUnbelieved(*sor, event->ML0, event->ML1, before);
+  ReplaceUnbelieved(*sor, event->ML2, event->ML3, behind);
+  event->SetEL(sor->OwtToLen(event->EPT) * (behind.attenuation - before.attenuation) + before.intercept -
+               behind.intercept);
+  event->LMT = "LS";
+  RefEventACICalculate(sor, event);
+}
+
+void RefEventECalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
+  event->ML4 = 0;
+  event->ML3 = TruncToInt(sor->GetMaxOwt());
+  event->ML2 = event->ML3;
+  RefEventRCalculate(sor, event);
+  RefEventSCalculate(sor, event);
+  sor->KeyEvents->ELMP2 = event->EPT;
+  RefEventSetEEL(sor);
+  RefEventSetORL(sor);
+}
+
+int RefEventRecalculate(TSorData* sor, TSorBlockKeyEvents1E* event, int) {
+  long limitOwt = event->ML2;
+  const TSorBlockKeyEvents1E* next = RefEventGetNextEvent(sor, event);
+  if (next != nullptr && next->EPT < event->ML2) limitOwt = next->EPT;
+  FindPeak(*sor, event->EPT, limitOwt, event->ML4);
+  if (event->IsEOF()) {
+    RefEventECalculate(sor, event);
+    return 0;
+  }
+  RefEventRCalculate(sor, event);
+  RefEventSCalculate(sor, event);
+  if (event->GetEL() < 0.0) RefEventRCalculateNegSplice(sor, event, event->GetEL());
+  return 0;
+}
+
+int RefEventRecalculate(TSorData* sor, TSorBlockQRTEvents1E* event) {
+  double lossDb = 0.0;
+  if (event->LMT == "LS") {
+    double slope = 0.0, intercept = 0.0;
+    RefMathLSL(sor, event->ML0, event->ML1, slope, intercept, 1.0);
+    lossDb = (static_cast<double>(event->ML0) - event->ML1) * slope;
+  } else {
+    lossDb = sor->OwtToLevel(event->ML0, 1) - sor->OwtToLevel(event->ML1, 1);
+  }
+  // Stored in thousandths of a dB, truncated, as the other measures of an event are.
+  event->EL = TruncToShort(lossDb * 1000.0);
+  return 0;
+}
+
+int RefEventRecalculate(TSorData* sor, TSorBlockKeyEvents* events, int onlyFirst) {
+  for (int i = 0; i < std::min<int>(events->TNKE, events->events->GetSize()); ++i) {
+    RefEventRecalculate(sor, events->events->GetData(i), 0);
+    if (onlyFirst != 0) return 1;
+  }
+  return 0;
+}
+
+double RefEventGetEventRFTSReflection(TSorData* sor, TSorBlockKeyEvents1E* event, double minHeight) {
+  const double heightDb = std::max(PeakOverSection(*sor, *event), minHeight);
+  return RefEventReflection(sor, static_cast<double>(event->ML4), heightDb);
+}
+
+bool RefEventIsEventRFTSReflective(TSorData* sor, TSorBlockKeyEvents1E* event, double minHeight) {
+  return PeakOverSection(*sor, *event) > minHeight;
+}
