@@ -104,9 +104,10 @@ std::unique_ptr<TSorData> BuildTrace(const TraceSpec& spec) {
   for (long i = 0; i < spec.points; ++i) {
     double levelDb = spec.level ? spec.level(i) : spec.LevelAt(i);
     if (spec.noiseDb > 0.0) levelDb += noise.Gauss(spec.noiseDb);
-    if (spec.noiseLin > 0.0) {
-      const double lin = sor->QRTParams->Log5ToLin(levelDb, 0);
-      levelDb = sor->QRTParams->LinToLog5(lin + noise.Gauss(spec.noiseLin));
+    if (spec.noiseLin > 0.0 || spec.offsetLin != 0.0) {
+      // Light is never below zero, however far below the floor its level lies: noise and a wrong zero are.
+      const double lin = Power(levelDb - sor->QRTParams->GetMAX());
+      levelDb = sor->QRTParams->LinToLog5(lin + spec.offsetLin + noise.Gauss(spec.noiseLin));
     }
     points.SetLevel(i, levelDb);
   }

@@ -63,6 +63,7 @@ struct TraceSpec {
   double floorDb = -60.0;       // level floor MAX; 0 leaves it unset
   double noiseFloorDb = -40.0;  // as stored in the record
   double noiseDb = 0.0;         // sigma of noise added to levels in dB
+  double offsetLin = 0.0;       // receiver's zero, in linear power above the floor
   double noiseLin = 0.0;        // sigma of noise added to linear power above the floor
   std::uint32_t seed = 1;
   bool linearTrace = true;  // build the linear trace
