@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cmath>
+#include <functional>
 #include <memory>
+#include <utility>
 
 #include "ref/ref_Math.h"
 #include "src/Auto.h"
@@ -72,6 +74,14 @@ inline TraceSpec MetreSpec() {
   spec.spacingOwt = 50.0;
   spec.startDb = -15.0;
   spec.SlopeDbPerKm(0.2);
+  return spec;
+}
+
+// A trace with the level (dB) given for each point.
+inline TraceSpec LevelSpec(long points, std::function<double(long)> level) {
+  TraceSpec spec;
+  spec.points = points;
+  spec.level = std::move(level);
   return spec;
 }
 
