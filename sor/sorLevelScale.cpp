@@ -93,8 +93,9 @@ double TSorBlockQRTParameters::fPow5(unsigned short raw) const { return fPow5(ra
 namespace {
 
 // How linear values become raw samples, which count downwards from 0 dB. Around zero the samples run straight
-// between -1 and 1; their slope is the logarithm of 2 although the logarithms meet the line elsewhere. So it
-// has always been stored, and reading expects it.
+// between -1 and 1; their slope is the logarithm of 2 although the logarithms meet the line elsewhere, and
+// the step of the logarithm is right for the scale factor of 1000 alone, the one that instruments write. So
+// it has always been stored.
 class RawScale {
  public:
   // `scaleFactor` is that of the samples, `negScale` the factor by which levels below `max` are compressed.

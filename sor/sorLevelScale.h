@@ -40,7 +40,8 @@ inline int IntegerLog(Real x) {
   return highestBit * kLogTwo + tlog10Array[i] + (((fraction & 0xFF) * step) >> 8);
 }
 
-// 5 log10(x) for x of at least 1, to a few 1e-5.
+// 5 log10(x) for x of at least 1, low by up to 0.0002 dB: 15 bits of the argument count, and the fraction is
+// interpolated. Just above 4000 truncation adds up to 0.0006 dB.
 template <class Real>
 inline double QuickLog(Real x) {
   int bias = 0;

@@ -234,15 +234,6 @@ TEST(QrtParameters, CountsBeyondTheData) {
   EXPECT_EQ(copy.CT, 2);
 }
 
-TEST(QrtParameters, OnlyWhatIsNewerThanTheSystemIsRefused) {
-  TSorBlockQRTParameters block;
-  block.CT = 77;
-  ReadFrom(block, FileOf(kNewest), 300);
-  EXPECT_EQ(block.CT, 77);
-  ReadFrom(block, FileOf(kNewest), 299);
-  EXPECT_EQ(block.CT, 2);
-}
-
 TEST(QrtParameters, AssociatedFilesForACallerThatWantsThem) {
   TSorBlockQRTParameters empty;
   const size_t emptySize = BytesOf(empty, kNewest).size();
@@ -395,21 +386,6 @@ TEST(QrtParameters, SwitchLossesAndTheirNeighbours) {
   EXPECT_EQ(block.Reserved1, 65536 - 499);
   EXPECT_EQ(block.Force, 0);
   EXPECT_EQ(block.SQO0, 0);
-}
-
-TEST(QrtParameters, OtherScales) {
-  TSorBlockQRTParameters block;
-  block.SetCT(0.2499);
-  EXPECT_EQ(block.GetCT(), 0.25);
-  block.SetCT(-1.0);
-  EXPECT_EQ(block.CT, 0);
-  block.SetSQO(1.234, 1e9);
-  EXPECT_EQ(block.GetSQO(0), 1.23);
-  EXPECT_EQ(block.GetSQO(1), 655.35);
-  block.TEMP2 = 29815;
-  EXPECT_NEAR(block.GetT2(), 25.0, 1e-9);
-  block.SetFlagVL(3);
-  EXPECT_EQ(block.isVL(), 3);
 }
 
 TEST(QrtParameters, DumpShowsEveryLabel) {
