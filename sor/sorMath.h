@@ -5,19 +5,25 @@
 // which half is seen one way: a nanosecond of pulse is 5 units of one-way time. Levels stand on the scale of
 // 5 log10, which takes the light's way there and back out of a loss.
 
+namespace reflyze {
+
 // Vacuum speed of light, in km/s (exact by the definition of the metre).
 constexpr double kLightSpeedKmPerS = 299792.458;
 // Nanoseconds of pulse in one unit of one-way time.
 constexpr double kPulseNsPerOwt = 0.2;
 
+}  // namespace reflyze
+
 // Length in km of a one-way time in a fibre of group index `ri`. An index of 0 gives an infinite length.
-inline double SorMathOwtToLen(double owt, double ri) { return (kLightSpeedKmPerS / ri) * owt * 1e-10; }
+inline double SorMathOwtToLen(double owt, double ri) {
+  return (reflyze::kLightSpeedKmPerS / ri) * owt * 1e-10;
+}
 // One-way time of a length in km.
 inline double SorMathLenToOwt(double len, double ri) { return len / SorMathOwtToLen(1.0, ri); }
 
 // Pulse width in ns, as one-way time and back.
-inline double SorMathNsToOwt(double ns) { return ns / kPulseNsPerOwt; }
-inline double SorMathOwtToNs(double owt) { return owt * kPulseNsPerOwt; }
+inline double SorMathNsToOwt(double ns) { return ns / reflyze::kPulseNsPerOwt; }
+inline double SorMathOwtToNs(double owt) { return owt * reflyze::kPulseNsPerOwt; }
 // Length in km of fibre that a pulse of so many ns covers at one moment of the trace.
 inline double SorMathNsToLen(double ns, double ri) { return SorMathOwtToLen(SorMathNsToOwt(ns), ri); }
 
