@@ -18,9 +18,10 @@ float RefAutoCalcPolar(TSorData* sor, long a, long b, long w, float slope, long&
 // has no effect.
 float RefAutoCalcPolar2(TSorData* sor, long a, long b, long w, float slope, short* map);
 
-// Width in points of the reflection that begins at `begin` and peaks near `p`, on a trace that ripples by `T`
-// dB; the search stays before `lim`, `w` is the averaging length in points. `begin` is moved to the foot of
-// the rise, `top` gets the peak and `height` its height in dB. -2: two reflections overlap; -1: the fall is
-// too steep for a reflection of that height; 0: no measure, as without the linear trace.
+// Width in points, at half height, of the reflection or crest that begins at `begin` and peaks near `p`, on a
+// trace that ripples by `T` dB; the search stays before `lim`, `w` is the averaging length in points. `begin`
+// is moved to the foot of the rise, `top` gets the highest point and `height` its level in dB above half
+// height. -2: two reflections overlap; -1: the fall is too steep for a reflection of that height; 0: no
+// measure, as without the linear trace. What was not reached is left as it was.
 long RefAutoGetWidthPlr(TSorData* sor, long& begin, long p, long lim, long w, float slope, float T, long& top,
                         float& height);

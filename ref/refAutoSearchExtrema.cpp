@@ -96,9 +96,9 @@ long RefAutoGetMax(float* samples, long a, long b, float& max, int side) {
   return Search<std::greater<float>>(samples, std::max(a, 0L), b, max, side);
 }
 
-// What the first window has to hold against the next is its first sample alone. Only around zero power does
-// that make a difference: there a window can sum up to less than its first sample, and is left for the next
-// at once.
+// What a window has to reach is, at first, the first sample alone and not the first window: where the samples
+// are positive the first window of several samples gives way to the second as soon as that sums up to a
+// single sample, so that a peak is never placed at the very edge of its range.
 long RefAutoGetAvrMax(float* samples, long a, long b, float& out, int width, float dec) {
   if (samples == nullptr) return -1;
   a = std::max(a, 0L);
