@@ -100,7 +100,10 @@ void FillPoints(const Link& link, const std::vector<double>& light, std::uint64_
     samples[i] = SampleOf(level(light[i] + noiseRms * noise.Next()));
     trace.cleanDb[i] = static_cast<float>(level(light[i]));
   }
-  points->RebuildWholeCache();
+  // What follows a reading, so that a record fresh from here and one from a file are alike.
+  trace.record->UpdateChildrenWithNewDataType();
+  trace.record->CalculateValues();
+  trace.record->SetLinf();
   // The noise floor of a record is the level that 98 % of the noise stays below: 2.054 standard deviations.
   trace.record->FxdParams->SetNF(std::max(LevelOfPower(2.054 * noiseRms), link.receiver.floorDb));
 }

@@ -1,0 +1,156 @@
+// What the engine costs per point, measured against a plain pass that sums the levels of the same trace in
+// the same run: the counter `passes` is the one to look at, since it does not depend on the machine.
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <map>
+#include <memory>
+
+#include "sim/Simulate.h"
+#include "sim/Waveform.h"
+#include "src/Module.h"
+#include "src/th.h"
+
+namespace {
+
+using namespace reflyze;
+
+// A metro link of a dozen joints, sampled finer the more points it has.
+const TSorData& TraceOf(long points) {
+  static std::map<long, std::unique_ptr<TSorData>> traces;
+  std::unique_ptr<TSorData>& trace = traces[points];
+  if (trace) return *trace;
+  sim::Link link;
+  link.points = points;
+  link.rangeKm = 70.0;
+  link.spacingM = link.rangeKm * 1000.0 / static_cast<double>(points);
+  // As many points a pulse for every size, so that windows in points, and with them the work a point, stay
+  // alike.
+  link.pulseNs = std::clamp(link.spacingM / 1000.0 * 12.0 / sim::KmPerNs(link.groupIndex), 1.0, 20000.0);
+  link.receiver.bandwidthMhz = 2000.0 / link.pulseNs;
+  link.launchLevelDb = -18.0;
+  link.averages = 30000;
+  link.receiver.noiseDb = -18.0 - 14.0 - 10.0 + 11.2;
+  link.launch = {0.3, -45.0};
+  for (int i = 0; i < 12; ++i) {
+    link.sections.push_back({4.1 + 0.17 * i, 0.2, -81.9});
+    if (i == 11) break;
+    link.joints.push_back(i % 4 == 3 ? sim::Joint{0.3, -50.0} : sim::Joint{0.1, {}});
+  }
+  link.end = {0.0, -20.0};
+  trace = std::move(sim::Simulate(link, 7).record);
+  return *trace;
+}
+
+// Seconds of the plain pass over all levels, the best of several.
+double PlainPassSeconds(const TSorData& trace) {
+  using Clock = std::chrono::steady_clock;
+  const long points = trace.DataPts->GetPointsNum();
+  double best = std::numeric_limits<double>::max();
+  const long rounds = std::max(3L, 2000000L / points);
+  for (int attempt = 0; attempt < 5; ++attempt) {
+    const auto begin = Clock::now();
+    for (long round = 0; round < rounds; ++round) {
+      double sum = 0.0;
+      for (long i = 0; i < points; ++i) sum += trace.NumTofLevel(i);
+      benchmark::DoNotOptimize(sum);
+    }
+    const double seconds =
+        std::chrono::duration<double>(Clock::now() - begin).count() / static_cast<double>(rounds);
+    best = std::min(best, seconds);
+  }
+  return best;
+}
+
+// Counters: passes is the time of one iteration over that of the plain pass, ns_per_point speaks for itself.
+void Report(benchmark::State& state, const TSorData& trace) {
+  const auto points = static_cast<double>(trace.DataPts->GetPointsNum());
+  using benchmark::Counter;
+  state.counters["passes"] =
+      Counter(PlainPassSeconds(trace), Counter::kIsIterationInvariantRate | Counter::kInvert);
+  state.counters["s_per_point"] = Counter(points, Counter::kIsIterationInvariantRate | Counter::kInvert);
+}
+
+std::vector<char> BytesOf(TSorData& trace) {
+  TSorFile memory(nullptr, "m");
+  trace.Write(&memory);
+  return std::vector<char>(memory.GetData(), memory.GetData() + memory.GetDataSize());
+}
+
+void PlainPass(benchmark::State& state) {
+  const TSorData& trace = TraceOf(state.range(0));
+  for (auto _ : state) {
+    double sum = 0.0;
+    for (long i = 0; i < trace.DataPts->GetPointsNum(); ++i) sum += trace.NumTofLevel(i);
+    benchmark::DoNotOptimize(sum);
+  }
+  Report(state, trace);
+}
+
+void ReadFromMemory(benchmark::State& state) {
+  TSorData copy;
+  copy.Assign(TraceOf(state.range(0)));
+  const std::vector<char> bytes = BytesOf(copy);
+  for (auto _ : state) {
+    TSorFile file(bytes.data(), bytes.size());
+    TSorData record;
+    record.Read(&file);
+    benchmark::DoNotOptimize(record.DataPts);
+  }
+  Report(state, copy);
+}
+
+void WriteToMemory(benchmark::State& state) {
+  TSorData copy;
+  copy.Assign(TraceOf(state.range(0)));
+  for (auto _ : state) {
+    TSorFile memory(nullptr, "m");
+    copy.Write(&memory);
+    benchmark::DoNotOptimize(memory.GetData());
+  }
+  Report(state, copy);
+}
+
+void LinearTrace(benchmark::State& state) {
+  TSorData copy;
+  copy.Assign(TraceOf(state.range(0)));
+  for (auto _ : state) benchmark::DoNotOptimize(copy.SetLinf());
+  Report(state, copy);
+}
+
+void Analyse(benchmark::State& state) {
+  const TSorData& trace = TraceOf(state.range(0));
+  TTH thresholds(nullptr);
+  thresholds.THLoss = 0.05;
+  thresholds.THEnd = 3.0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto copy = std::make_unique<TSorData>();
+    copy->Assign(trace);
+    void* parameters[11] = {copy.get(), &thresholds};
+    long value = 0;
+    state.ResumeTiming();
+    ServiceFunction(cmdAnalyse, value, parameters);
+    state.PauseTiming();
+    state.counters["events"] = copy->KeyEvents->TNKE;
+    copy.reset();
+    state.ResumeTiming();
+  }
+  Report(state, trace);
+}
+
+void Sizes(benchmark::internal::Benchmark* benchmark) {
+  for (const long points : {4096L, 16384L, 65536L, 262144L, 1000000L}) benchmark->Arg(points);
+  benchmark->Unit(benchmark::kMicrosecond);
+}
+
+BENCHMARK(PlainPass)->Apply(Sizes);
+BENCHMARK(ReadFromMemory)->Apply(Sizes);
+BENCHMARK(WriteToMemory)->Apply(Sizes);
+BENCHMARK(LinearTrace)->Apply(Sizes);
+BENCHMARK(Analyse)->Apply(Sizes);
+
+}  // namespace
