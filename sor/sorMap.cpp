@@ -146,7 +146,7 @@ bool TSorBlockMap::SuspectJdsuCorrupted(TSorFile* file, unsigned int start) {
   char head[6] = {};
   file->Seek(start);
   file->Read(head, sizeof head);
-  return std::memcmp(head + 2, kBrokenHead, sizeof kBrokenHead) == 0;
+  return file->state == sfOk && std::memcmp(head + 2, kBrokenHead, sizeof kBrokenHead) == 0;
 }
 
 // One pass over the file. The last bytes of a piece are looked at again with the next one, since an ID may

@@ -1,0 +1,469 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+
+#include "sor/sorData.h"
+#include "tests/sor/recordBytes.h"
+#include "tests/support/assertions.h"
+#include "util/tcrc.h"
+#include "util/tlogfile.h"
+
+namespace {
+
+using blocktest::Bytes;
+using blocktest::Layout;
+using recordtest::BytesOf;
+using recordtest::Embedded;
+using recordtest::EmbeddedBody;
+using recordtest::PointsBody;
+using recordtest::ReadInto;
+using recordtest::RecordLayout;
+
+const Bytes kFoo("some 37 bytes \0 of another instrument", 37);
+
+// A record with something in every block.
+std::unique_ptr<TSorData> FullRecord(int revision = 200) {
+  auto record = std::make_unique<TSorData>();
+  record->Revision = static_cast<short>(revision);
+  record->GenParams->CID = "cable";
+  record->FxdParams->SetTPW(1);
+  record->FxdParams->DS[0] = 50000;
+  record->FxdParams->NPPW[0] = 500;
+  record->DataPts->SetPointsNum(500);
+  for (long i = 0; i < 500; ++i) record->DataPts->SetRawLevel(i, static_cast<unsigned short>(2000 + 7 * i));
+  for (int i = 0; i < 3; ++i) record->KeyEvents->events->AddData(new TSorBlockKeyEvents1E());
+  record->KeyEvents->TNKE = 3;
+  record->LnkParams->InsertLandmark(new TSorBlockLinkParamLandmark());
+  record->RFTSEvents->SetLevelName("level");
+  record->RFTSEvents->SetTNRFTSE(3);
+  record->QRTParams->SetMAX(-40.0);
+  auto* embedded = new TEmbData1E();
+  embedded->SetDescription("picture");
+  embedded->SetData(const_cast<char*>("0123456789"), 10);
+  record->EmbData->AddData(embedded);
+  record->Special[0] = new TSorBlockSpecial(37);
+  std::copy(kFoo.begin(), kFoo.end(), record->Special[0]->Data());
+  record->Special[0]->MapID = "Foo";
+  record->Special[0]->RevisionNo = 4711;
+  record->SpecialCount = 1;
+  return record;
+}
+
+std::vector<std::string> LinesOf(const TSorData& record) {
+  std::vector<std::string> lines;
+  for (int i = 0; i < record.Map->blocks->GetSize(); ++i) {
+    const TSorBlockMapBlockInfo& line = *record.Map->blocks->GetData(i);
+    lines.push_back(std::string(line.ID.c_str()) + ' ' + std::to_string(line.RevisionNo));
+  }
+  return lines;
+}
+
+TEST(SorDataFile, WritesWhatTheMapSays) {
+  for (const int revision : {100, 200}) {
+    std::unique_ptr<TSorData> record = FullRecord(revision);
+    const Bytes bytes = BytesOf(*record);
+    EXPECT_EQ(record->GetSize(), static_cast<long>(bytes.size()));
+    const std::string stamp = ' ' + std::to_string(revision);
+    const std::vector<std::string> expected = {"GenParams" + stamp, "SupParams" + stamp, "FxdParams" + stamp,
+                                               "KeyEvents" + stamp, "LnkParams" + stamp, "DataPts" + stamp,
+                                               "Foo 4711",          "QRTEvents 201",     "QRTParams 232",
+                                               "RFTSEvents 204",    "EmbData 200",       "Cksum" + stamp};
+    EXPECT_EQ(LinesOf(*record), expected);
+    EXPECT_EQ(record->Map->NB, 13);
+
+    // Every block begins where the sizes before it end.
+    size_t place = static_cast<size_t>(record->Map->Size);
+    for (int i = 0; i < record->Map->blocks->GetSize(); ++i) {
+      const TSorBlockMapBlockInfo& line = *record->Map->blocks->GetData(i);
+      if (line.RevisionNo >= 200 && !(line.ID == "Foo")) {
+        EXPECT_STREQ(bytes.c_str() + place, line.ID) << i;
+      }
+      place += static_cast<size_t>(line.Size);
+    }
+    EXPECT_EQ(place, bytes.size());
+
+    unsigned short crc = 0xFFFF;
+    TCRC::get_crc_ccitt(crc, bytes.data(), static_cast<int>(bytes.size()) - 2);
+    EXPECT_EQ(record->Cksum->CRC, crc);
+    EXPECT_EQ(bytes.substr(bytes.size() - 2), Layout().Short(crc).bytes());
+  }
+}
+
+TEST(SorDataFile, FlagsLeaveBlocksOut) {
+  std::unique_ptr<TSorData> record = FullRecord();
+  record->WriteSpecialBlocks = 0;
+  BytesOf(*record);
+  EXPECT_EQ(record->Map->blocks->GetSize(), 11);
+  record->WriteProprietaryBlocks = 0;
+  BytesOf(*record);
+  EXPECT_EQ(record->Map->blocks->GetSize(), 7);
+  // The raw trace goes to file while filtered points are in use, under its own revision.
+  record->DataPtsBackup = new TSorBlockDataPoints();
+  record->DataPtsBackup->RevisionNo = 201;
+  BytesOf(*record);
+  EXPECT_EQ(record->Map->blocks->GetSize(), 6);
+  record->DataPtsBackup->SetPointsNum(7);
+  TSorData back;
+  EXPECT_EQ(ReadInto(back, BytesOf(*record)), sfOk);
+  EXPECT_EQ(back.DataPts->GetPointsNum(), 7);
+  EXPECT_EQ(back.DataPts->RevisionNo, 201);
+}
+
+TEST(SorDataFile, SameThroughEveryStream) {
+  std::unique_ptr<TSorData> record = FullRecord();
+  const Bytes bytes = BytesOf(*record);
+  const std::string name = ::testing::TempDir() + "sorDataFile_test.sor";
+  EXPECT_EQ(record->Write(name.c_str(), "wb"), sfOk);
+  std::ifstream in(name, std::ios::binary);
+  EXPECT_TRUE(Bytes(std::istreambuf_iterator<char>(in), {}) == bytes);
+  TSorData fromDisk;
+  EXPECT_EQ(fromDisk.Read(name.c_str(), "rb"), sfOk);
+  std::remove(name.c_str());
+  EXPECT_EQ(fromDisk.Read(name.c_str(), "rb"), sfOpenError);
+  EXPECT_TRUE(BytesOf(fromDisk) == bytes);
+
+  Bytes buffer(bytes.size(), '\0');
+  TSorFile fixed(buffer.data(), buffer.size());
+  record->Write(&fixed);
+  EXPECT_EQ(fixed.state, sfOk);
+  EXPECT_TRUE(buffer == bytes);
+  // A record may stand anywhere in a stream, with others behind it.
+  const Bytes behind = "lead" + bytes + bytes;
+  TSorFile stream(behind.data(), behind.size());
+  stream.Seek(4);
+  TSorData first, second;
+  first.Read(&stream);
+  EXPECT_EQ(stream.Tell(), 4 + bytes.size());
+  second.Read(&stream);
+  EXPECT_EQ(stream.state, sfOk);
+  // The checksum of a second record on a stream would be another one, that of a record read is not.
+  EXPECT_TRUE(BytesOf(second) == bytes);
+  EXPECT_EQ(first.Write("vw", "vw"), sfOk);
+}
+
+TEST(SorDataFile, UnknownBlocksSurvive) {
+  const Bytes bytes = RecordLayout()
+                          .Block("Foo", 65000, kFoo)
+                          .Block("Gone", 100, "", 0)
+                          .Block("Gone too", 100, "", -5)
+                          .Block("DataPts", 200, PointsBody({1, 2}))
+                          .Block("Foo", 100, "twice")
+                          .bytes();
+  TSorData record;
+  ASSERT_EQ(ReadInto(record, bytes), sfOk);
+  EXPECT_EQ(record.Map->NB, 6);  // as read, for whoever wants to see it
+  EXPECT_EQ(record.Map->blocks->GetSize(), 5);
+  ASSERT_EQ(record.SpecialCount, 2);
+  EXPECT_EQ(record.Special[0]->RevisionNo, 65000);
+  EXPECT_EQ(record.Special[0]->Size, 41);
+
+  const Bytes written = BytesOf(record);
+  EXPECT_EQ(written.substr(written.find("some 37"), 37), kFoo);
+  EXPECT_LT(written.find(PointsBody({1, 2})), written.find("Foo" + Bytes(1, '\0') + kFoo));
+  TSorData back;
+  ASSERT_EQ(ReadInto(back, written), sfOk);
+  ASSERT_EQ(back.SpecialCount, 2);
+  EXPECT_STREQ(back.Special[1]->MapID, "Foo");
+  EXPECT_EQ(Bytes(back.Special[1]->Data(), 5), "twice");
+}
+
+TEST(SorDataFile, LaterBlockOfAnIdWins) {
+  const Bytes bytes = RecordLayout()
+                          .Block("DataPts", 200, PointsBody({1, 2, 3}))
+                          .Block("DataPts", 200, PointsBody({9, 8}))
+                          .bytes();
+  TSorData record;
+  ASSERT_EQ(ReadInto(record, bytes), sfOk);
+  EXPECT_EQ(record.DataPts->GetPointsNum(), 2);
+  EXPECT_FLOAT_EQ(record.NumTofLevel(0), -0.009f);
+}
+
+TEST(SorDataFile, BlocksOfOtherRevisions) {
+  // An old map, blocks newer than it, blocks without ID, a block that is too new, and one of a wrong size.
+  const Bytes general = Layout().Raw("DE").Text("c").Text("f").Short(1550).bytes();
+  const std::string name = ::testing::TempDir() + "sorDataFile_test.log";
+  TLogFile log(name.c_str(), TLogFile::wmOverwrite, TLogFile::lmPrimaryFile);
+  TLogFile* const before = LogFile;
+  LogFile = &log;
+  TSorData record;
+  const int state =
+      ReadInto(record, RecordLayout(100)
+                           .Block("GenParams", 110, general, static_cast<long>(general.size()))
+                           .Block("Cksum", 300, Layout().Short(5).bytes())
+                           .Block("KeyEvents", 299, Layout().Short(0).Long(77).bytes() + Bytes(30, '\1'))
+                           .Block("DataPts", 101, PointsBody({5}))
+                           .bytes());
+  LogFile = before;
+  EXPECT_EQ(state, sfOk);
+  EXPECT_EQ(record.Revision, 100);
+  EXPECT_STREQ(record.GenParams->LC, "DE");
+  EXPECT_EQ(record.GenParams->RevisionNo, 110);
+  EXPECT_EQ(record.Cksum->CRC, 0);
+  EXPECT_EQ(record.KeyEvents->EEL, 77);
+  EXPECT_EQ(record.DataPts->GetPointsNum(), 1);
+  std::ifstream in(name);
+  const std::string text(std::istreambuf_iterator<char>(in), {});
+  EXPECT_NE(text.find("D E\t Cksum read error: RevNo=300 > 209"), std::string::npos) << text;
+  std::remove(name.c_str());
+  BytesOf(record);
+  EXPECT_EQ(LinesOf(record).front(), "GenParams 100");
+}
+
+TEST(SorDataFile, AfterAReading) {
+  RecordLayout layout;
+  TSorData source;
+  source.FxdParams->SetTPW(1);
+  source.FxdParams->DS[0] = 50000;
+  source.GenParams->UO = -100;
+  source.KeyEvents->events->AddData(new TSorBlockKeyEvents1E());
+  source.KeyEvents->TNKE = 1;
+  source.DataPts->SetPointsNum(3);
+  for (long i = 0; i < 3; ++i) source.DataPts->SetLevel(i, -10.0 * static_cast<double>(i + 1));
+  const Bytes bytes = BytesOf(source);
+  TSorData record;
+  ASSERT_EQ(ReadInto(record, bytes), sfOk);
+  EXPECT_EQ(record.FxdParams->NPPW[0], 3);
+  EXPECT_EQ(record.GenParams->UO, 100);
+  EXPECT_EQ(record.KeyEvents->EventAt(0).EPT, 100);
+  EXPECT_NEAR(record.GetMinLevel(), -30.0, 1e-5);
+  EXPECT_NEAR(record.QRTParams->GetMAX(), -30.0, 0.0011);
+  EXPECT_NE(record.GetEmbData("LINF"), nullptr);
+  EXPECT_EQ(record.OriginFlag, 1);
+
+  TSorFile file(bytes.data(), bytes.size());
+  TSorData minimal;
+  minimal.ReadMinimal(&file);
+  EXPECT_EQ(file.state, sfOk);
+  EXPECT_EQ(minimal.FxdParams->NPPW[0], 0);
+  EXPECT_EQ(minimal.GenParams->UO, 100);
+  EXPECT_NEAR(minimal.GetMinLevel(), -30.0, 1e-5);
+  EXPECT_EQ(minimal.QRTParams->MAX, 0);
+  EXPECT_EQ(minimal.GetEmbData("LINF"), nullptr);
+}
+
+// The two ways of reading take a wrong scale factor into account at different places.
+TEST(SorDataFile, ScaleFactorOfTemperatureTraces) {
+  TSorData source;
+  source.QRTParams->TYP = "TC";
+  source.DataPts->SetPointsNum(1);
+  source.DataPts->SetPointsSubBlockScaleFactor(0, 100);
+  source.DataPts->SetRawLevel(0, 2500);
+  const Bytes bytes = BytesOf(source);
+  TSorData record, minimal;
+  ReadInto(record, bytes);
+  EXPECT_FLOAT_EQ(record.NumTofLevel(0), 25.0f);
+  EXPECT_EQ(record.GetEmbData("LINF"), nullptr);
+  EXPECT_EQ(record.GetMaxLevel(), 140.0);
+  TSorFile file(bytes.data(), bytes.size());
+  minimal.ReadMinimal(&file);
+  EXPECT_FLOAT_EQ(minimal.NumTofLevel(0), 0.25f);
+  EXPECT_EQ(minimal.DataPts->GetPointsSubBlockScaleFactor(0), 10000);
+}
+
+TEST(SorDataFile, ReadMinimalSkipsTheRest) {
+  std::unique_ptr<TSorData> source = FullRecord();
+  const Bytes bytes = BytesOf(*source);
+  TSorData record;
+  TSorFile file(bytes.data(), bytes.size());
+  record.ReadMinimal(&file);
+  EXPECT_EQ(record.DataPts->GetPointsNum(), 500);
+  EXPECT_EQ(record.KeyEvents->TNKE, 3);
+  EXPECT_EQ(record.LnkParams->TNL, 1);
+  EXPECT_EQ(record.SpecialCount, 0);
+  EXPECT_EQ(record.EmbData->GetTNED(), 0);
+  EXPECT_TRUE(record.RFTSEvents->IsEmpty());
+  EXPECT_EQ(record.Cksum->CRC, 0);
+}
+
+TEST(SorDataFile, BrokenHeadBeforeTheMap) {
+  std::unique_ptr<TSorData> source = FullRecord();
+  const Bytes bytes = BytesOf(*source);
+  TSorData record;
+  ASSERT_EQ(ReadInto(record, Bytes("ab\x01\0\x02\0 and more", 15) + bytes), sfOk);
+  EXPECT_EQ(record.Map->Size, source->Map->Size + 15);
+  EXPECT_TRUE(BytesOf(record) == bytes);
+}
+
+TEST(SorDataFile, EveryCutEndsInAState) {
+  const Bytes whole = BytesOf(*FullRecord());
+  TSorData complete;
+  ReadInto(complete, whole);
+  // What is left of the ID of the checksum is taken for the checksum: that block is the one whose cut does
+  // not show.
+  const size_t lastSeen = whole.size() - 6;
+  int usable = 0;
+  for (size_t size = 0; size < lastSeen; ++size) {
+    TSorData record;
+    const int state = ReadInto(record, whole.substr(0, size));
+    EXPECT_EQ(state, size == 2 ? sfReadError : sfEndOfData) << size;
+    BytesOf(record);
+    if (size > static_cast<size_t>(complete.Map->Size)) {
+      ++usable;
+      ASSERT_GE(record.EmbData->GetTNED(), 1) << size;  // the work after a reading was done
+      EXPECT_EQ(record.GetMaxLevel(), 0.0);
+    }
+  }
+  EXPECT_GT(usable, 1000);
+}
+
+TEST(SorDataFile, MapsThatLie) {
+  const Bytes points = PointsBody({1, 2});
+  const struct {
+    const char* what;
+    Bytes bytes;
+    int state;
+    long points;
+  } kCases[] = {
+      {"too new", RecordLayout(300).Block("DataPts", 200, points).bytes(), sfReadError, 0},
+      {"empty", "", sfEndOfData, 0},
+      {"no blocks", RecordLayout().bytes(), sfOk, 0},
+      {"less than no blocks", RecordLayout().Block("DataPts", 200, points).CountOff(-2).bytes(), sfOk, 0},
+      {"more blocks than lines", RecordLayout().Block("A", 200, "").CountOff(32765).bytes(), sfEndOfData, 0},
+      {"place before the file", RecordLayout().Block("DataPts", 200, points).MapSizeOff(-1000).bytes(),
+       sfSeekError, 0},
+      {"place behind the file", RecordLayout().Block("DataPts", 200, points).MapSizeOff(1000).bytes(),
+       sfSeekError, 0},
+      {"largest size", RecordLayout().Block("A", 200, "", 0x7FFFFFFF).Block("DataPts", 200, points).bytes(),
+       sfEndOfData, 0},
+      {"size too small", RecordLayout().Block("DataPts", 200, points, 3).bytes(), sfOk, 2},
+  };
+  for (const auto& c : kCases) {
+    TSorData record;
+    EXPECT_EQ(ReadInto(record, c.bytes), c.state) << c.what;
+    EXPECT_EQ(record.DataPts->GetPointsNum(), c.points) << c.what;
+    BytesOf(record);
+  }
+  // What is behind the cut of an unknown block does not come back as zeros.
+  TSorData record;
+  ReadInto(record, RecordLayout().Block("A", 200, "xyz", 0x7FFFFFFF).bytes());
+  ASSERT_EQ(record.SpecialCount, 1);
+  EXPECT_EQ(record.Special[0]->Size, 5);
+  EXPECT_THROW(ReadInto(record, RecordLayout().CountOff(-2).bytes()), int);
+}
+
+// Small files that ask for work without end: many blocks over the same bytes, and records inside records that
+// do so.
+TEST(SorDataFile, TheCostOfAReadingIsBounded) {
+  const Bytes announces250000 = Layout().Long(0).Short(1).Long(250000).Short(1000).bytes();
+  RecordLayout overlapping;
+  for (int i = 0; i < 3000; ++i) {
+    overlapping.Block("DataPts", 199, announces250000 + Bytes(i == 2999 ? 600000 : 0, '\0'), 12);
+  }
+  TSorData record;
+  EXPECT_EQ(ReadInto(record, overlapping.bytes()), sfReadError);
+
+  // Each of these records has its points in one and the same place, behind all of them.
+  const Bytes points = PointsBody(std::vector<int>(900000, 5));
+  constexpr int kRecords = 300;
+  const auto pointsFrom = [](long distance) {
+    return EmbeddedBody(
+        {Embedded("SOR", 1, RecordLayout().MapSizeOff(distance).Block("DataPts", 199, "", 9).MapBytes())});
+  };
+  const long blockSize = static_cast<long>((Layout().Text("EmbData").bytes() + pointsFrom(0)).size());
+  for (const int records : {10, kRecords}) {
+    RecordLayout shared;
+    for (int i = 0; i < records; ++i) shared.Block("EmbData", 200, pointsFrom((records - 1 - i) * blockSize));
+    EXPECT_EQ(ReadInto(record, shared.Block("Points", 199, points).bytes()),
+              records == kRecords ? sfReadError : sfOk);
+    EXPECT_EQ(record.EmbData->GetEmbData("SOR")->GetRecord()->DataPts->GetPointsNum(), 900000);
+  }
+
+  // A record takes a few bytes of a file and thousands of memory.
+  const std::vector<Bytes> small(20000, Embedded("SOR", 1, RecordLayout(199).bytes()));
+  EXPECT_EQ(ReadInto(record, RecordLayout().Block("EmbData", 200, EmbeddedBody(small)).bytes()), sfReadError);
+  EXPECT_GT(record.EmbData->GetTNED(), 1000);
+  EXPECT_LT(record.EmbData->GetTNED(), 10000);
+}
+
+TEST(SorDataFile, TooManyBlocksForAMap) {
+  TSorData record;
+  delete[] record.Special;
+  record.Special = new TSorBlockSpecial*[32767];
+  for (record.SpecialCount = 0; record.SpecialCount < 32760; ++record.SpecialCount) {
+    record.Special[record.SpecialCount] = new TSorBlockSpecial(1);
+  }
+  TSorFile file(nullptr, "mw");
+  record.Write(&file);
+  EXPECT_EQ(file.state, sfSizeError);
+  EXPECT_EQ(file.GetDataSize(), 0u);
+  record.WriteProprietaryBlocks = 0;
+  delete record.Special[--record.SpecialCount];
+  const Bytes bytes = BytesOf(record);
+  TSorData back;
+  EXPECT_EQ(ReadInto(back, bytes), sfOk);
+  EXPECT_EQ(back.SpecialCount, record.SpecialCount);
+}
+
+// What bytes a file may hold: whatever they are, the reading ends in a state, a thrown number or text, or an
+// assertion, and what could be read survives a copy.
+TEST(SorDataFile, AnyBytes) {
+  TSorData outer;
+  auto* embedded = new TEmbData1E();
+  embedded->SetDescription("SOR");
+  embedded->SetData(*FullRecord());
+  outer.Assign(*FullRecord());
+  outer.EmbData->AddData(embedded);
+  const Bytes seeds[] = {BytesOf(*FullRecord(100)), BytesOf(outer)};
+  std::mt19937 random(20240611);
+  reflyze::test::AssertionsThrow throwing;
+  int read = 0, thrown = 0;
+  for (int round = 0; round < 1000; ++round) {
+    Bytes bytes = seeds[round % 2];
+    for (unsigned int changes = 1 + random() % 4; changes > 0; --changes) {
+      const char values[] = {0, 1, '\x7F', '\xFF', static_cast<char>(random())};
+      // Half of them in the map, where they do most.
+      const size_t place = random() % (random() % 2 != 0 ? 250 : bytes.size());
+      bytes[place] = values[random() % 5];
+    }
+    if (random() % 8 == 0) bytes.resize(random() % bytes.size());
+    TSorData record, again;
+    try {
+      ReadInto(record, bytes);
+      const Bytes first = BytesOf(record);
+      ASSERT_EQ(ReadInto(again, first), sfOk) << round;
+      const Bytes second = BytesOf(again);
+      ASSERT_EQ(ReadInto(again, second), sfOk) << round;
+      ASSERT_TRUE(BytesOf(again) == second) << round;
+      ++read;
+    } catch (int) {
+      ++thrown;
+    } catch (const char*) {
+      ++thrown;
+    } catch (const reflyze::test::AssertionsThrow::Failed&) {
+      ++thrown;
+    }
+  }
+  EXPECT_GT(read, 700);
+  EXPECT_GT(thrown, 5);
+}
+
+TEST(SorDataFile, RealTraces) {
+  if (!std::filesystem::is_directory(REFLYZE_TRACES_DIR)) GTEST_SKIP() << "no real traces here";
+  int count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(REFLYZE_TRACES_DIR)) {
+    if (entry.path().extension() != ".sor") continue;
+    ++count;
+    const std::string name = entry.path().string();
+    TSorData record, back;
+    ASSERT_EQ(record.Read(name.c_str(), "rb"), sfOk) << name;
+    EXPECT_GT(record.DataPts->GetPointsNum(), 1000) << name;
+    EXPECT_GT(record.KeyEvents->TNKE, 1) << name;
+    EXPECT_NEAR(record.GetMaxLen(), record.NumToLen(record.DataPts->GetPointsNum()), 1e-9) << name;
+    ASSERT_EQ(ReadInto(back, BytesOf(record)), sfOk) << name;
+    EXPECT_EQ(back.DataPts->GetSubBlock()->samples, record.DataPts->GetSubBlock()->samples) << name;
+    ASSERT_EQ(back.SpecialCount, record.SpecialCount) << name;
+    std::ifstream in(name, std::ios::binary);
+    const Bytes original(std::istreambuf_iterator<char>(in), {});
+    for (int i = 0; i < back.SpecialCount; ++i) {
+      const Bytes block(back.Special[i]->Data(), static_cast<size_t>(back.Special[i]->Size));
+      EXPECT_NE(original.find(block), Bytes::npos) << name << ' ' << back.Special[i]->MapID.c_str();
+    }
+  }
+  EXPECT_GT(count, 0);
+}
+
+}  // namespace

@@ -1,0 +1,251 @@
+#include "sor/sorEmbData.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "sor/sorReadBudget.h"
+#include "tests/sor/recordBytes.h"
+
+namespace {
+
+using blocktest::Bytes;
+using blocktest::Layout;
+using blocktest::ReadFrom;
+using recordtest::Embedded;
+using recordtest::EmbeddedBody;
+using recordtest::PointsBody;
+using recordtest::ReadInto;
+using recordtest::RecordLayout;
+
+Bytes BlockBytes(const std::vector<Bytes>& records) {
+  return Layout().Text("EmbData").Raw(EmbeddedBody(records)).bytes();
+}
+
+Bytes DataOf(const TEmbData1E& record) {
+  return Bytes(static_cast<const char*>(record.GetData()), static_cast<size_t>(record.DataSize));
+}
+
+TEmbData1E* AddBytes(TSorBlockEmbData& block, const char* description, const Bytes& data) {
+  auto* record = new TEmbData1E();
+  record->SetDescription(description);
+  record->SetData(const_cast<char*>(data.data()), static_cast<long>(data.size()));
+  block.AddData(record);
+  return record;
+}
+
+// Records in each other, `depth` of them inside the outermost, the innermost with a trace.
+std::unique_ptr<TSorData> Nested(int depth) {
+  auto record = std::make_unique<TSorData>();
+  record->DataPts->SetPointsNum(100);
+  for (int i = 0; i < depth; ++i) {
+    auto outer = std::make_unique<TSorData>();
+    auto* embedded = new TEmbData1E();
+    embedded->SetDescription("SOR");
+    embedded->SetData(*record);
+    outer->EmbData->AddData(embedded);
+    record = std::move(outer);
+  }
+  return record;
+}
+
+TEST(SorEmbData, Bytes) {
+  TEmbData1E record;
+  char bytes[] = {1, 0, 3};
+  record.SetData(nullptr, 10);
+  record.SetData(bytes, 0);
+  record.SetData(bytes, -1);
+  EXPECT_TRUE(record.IsEmpty());
+  record.SetData(bytes, 3);
+  record.SetData(3);
+  EXPECT_EQ(DataOf(record), Bytes("\1\0\3", 3));
+  record.SetData(static_cast<char*>(record.GetData()) + 1, 2);  // a part of itself
+  EXPECT_EQ(DataOf(record), Bytes("\0\3", 2));
+  TEmbData1E copy(record);
+  record.SetData(4);
+  EXPECT_EQ(record.GetDataSize(), 4);
+  EXPECT_EQ(DataOf(copy), Bytes("\0\3", 2));
+  copy.SetData(-7);
+  EXPECT_TRUE(copy.IsEmpty());
+  EXPECT_EQ(copy.DataSize, 0);
+}
+
+TEST(SorEmbData, TableOfRecords) {
+  TSorBlockEmbData block;
+  AddBytes(block, "LINF", "a");
+  AddBytes(block, "other", "b");
+  AddBytes(block, "linf", "c");
+  EXPECT_EQ(block.GetEmbData(TString("lInF")), block.GetEmbData(0));
+  EXPECT_EQ(block.GetEmbData("OTHER"), block.GetEmbData(1));
+  EXPECT_EQ(block.GetEmbData("none"), nullptr);
+  block.DeleteData(0);
+  block.InsertData(new TEmbData1E(*block.GetEmbData(1)), 0);
+  block.SetTNED(5);
+  EXPECT_EQ(block.GetTNED(), 5);
+  EXPECT_EQ(block.GetEmbData(4), nullptr);
+  EXPECT_EQ(DataOf(*block.GetEmbData("linf")), "c");
+  TSorBlockEmbData copy(block);
+  block.Clear();
+  EXPECT_EQ(block.GetTNED(), 0);
+  EXPECT_EQ(copy.GetTNED(), 5);
+  // Entries that nobody has filled are not written.
+  EXPECT_EQ(ReadFrom(block, blocktest::BytesOf(copy, 200), 200).state, sfOk);
+  EXPECT_EQ(block.GetTNED(), 3);
+}
+
+TEST(SorEmbData, OnlyWritableRecordsGoToFile) {
+  TSorBlockEmbData block;
+  AddBytes(block, "one", "123");
+  AddBytes(block, "two", "45")->SetWritable(false);
+  AddBytes(block, "three", "");
+  const Bytes head = Layout().Text("EmbData").bytes();
+  const Bytes expected = head + Layout()
+                                    .Short(2)
+                                    .Text("")
+                                    .Text("")
+                                    .Text("one")
+                                    .Long(3)
+                                    .Raw("123")
+                                    .Text("")
+                                    .Text("")
+                                    .Text("three")
+                                    .Long(0)
+                                    .bytes();
+  EXPECT_EQ(blocktest::BytesOf(block, 200), expected);
+  EXPECT_EQ(block.GetBlockSize(), static_cast<long>(expected.size()));
+  EXPECT_EQ(block.TSorBlock::GetBlockSize(), block.GetBlockSize());
+  TSorBlockEmbData copy(block);
+  EXPECT_FALSE(copy.GetEmbData(1)->IsWritable());
+  for (int i = 0; i < 3; ++i) copy.GetEmbData(i)->SetWritable(false);
+  EXPECT_EQ(blocktest::BytesOf(copy, 200), head + Layout().Short(0).bytes());
+}
+
+TEST(SorEmbData, TextsAreThrown) {
+  TSorBlockEmbData block;
+  TEmbData1E record;
+  EXPECT_THROW(block.Read(nullptr), const char*);
+  EXPECT_THROW(block.Write(nullptr), const char*);
+  EXPECT_THROW(record.Read(nullptr), const char*);
+  EXPECT_THROW(record.Write(nullptr), const char*);
+  try {
+    ReadFrom(block, BlockBytes({Embedded("x", 2, "ab"), Embedded("y", -1, "ab")}), 200);
+    ADD_FAILURE() << "a size below 0 was accepted";
+  } catch (const char* text) {
+    EXPECT_STREQ(text, "Bad data exception");
+  }
+  EXPECT_EQ(block.GetTNED(), 1);  // what was read before
+}
+
+TEST(SorEmbData, KeepsWhatAShortFileHas) {
+  const Bytes whole =
+      BlockBytes({Embedded("x", 5, "abcde"), Embedded("y", 5, "fghij"), Embedded("z", 0, "")});
+  for (size_t size = 0; size < whole.size(); ++size) {
+    TSorBlockEmbData block;
+    EXPECT_EQ(ReadFrom(block, whole.substr(0, size), 200).state, sfEndOfData) << size;
+    const Bytes copy = blocktest::BytesOf(block, 200);
+    EXPECT_LE(copy.size(), size + 17) << size;  // at most the head of one record more
+    if (block.GetTNED() == 1 && !block.GetEmbData(0)->IsEmpty()) {
+      EXPECT_EQ(DataOf(*block.GetEmbData(0)),
+                Bytes("abcde").substr(0, static_cast<size_t>(block.GetEmbData(0)->DataSize)));
+    }
+  }
+  TSorBlockEmbData block;
+  EXPECT_EQ(ReadFrom(block, BlockBytes({Embedded("x", 0x7FFFFFFF, "abc")}), 200).state, sfEndOfData);
+  EXPECT_EQ(DataOf(*block.GetEmbData(0)), "abc");
+}
+
+TEST(SorEmbData, SavedEvents) {
+  TSorBlockRFTSEvents events;
+  events.RevisionNo = 204;
+  events.SetLevelName("warning");
+  events.SetMonitorResult(77);
+  events.SetTNRFTSE(3);
+  TEmbData1E record;
+  record.SetDescription("rftsEvents");
+  record.SetData(events);
+  EXPECT_EQ(record.GetDataSize(), events.GetBlockSize() + 2);
+
+  TEmbData1E back;
+  EXPECT_EQ(ReadFrom(back, blocktest::BytesOf(record, 200), 200).state, sfOk);
+  ASSERT_NE(back.GetRFTSEvents(), nullptr);
+  EXPECT_EQ(back.GetData(), back.GetRFTSEvents());
+  EXPECT_EQ(back.GetRFTSEvents()->RevisionNo, 204);
+  EXPECT_EQ(back.GetRFTSEvents()->GetMonitorResult(), 77);
+  EXPECT_EQ(back.GetRFTSEvents()->GetTNRFTSE(), 3);
+  EXPECT_EQ(back.GetDataSize(), record.GetDataSize());
+  EXPECT_EQ(back.GetRecord(), nullptr);
+
+  // What is held decides how it is destroyed and written, whatever a caller has made of the description
+  // since.
+  back.SetDescription("SOR");
+  EXPECT_EQ(TEmbData1E(back).GetRFTSEvents()->GetMonitorResult(), 77);
+  back.Assign(back);
+  EXPECT_TRUE(back.IsEmpty());
+}
+
+TEST(SorEmbData, RecordsInRecords) {
+  // Measured anew at every level, and at every level of that again, the sizes of these would never be known.
+  for (const int depth : {0, 1, 2, 40}) {
+    std::unique_ptr<TSorData> record = Nested(depth);
+    const Bytes bytes = recordtest::BytesOf(*record);
+    EXPECT_EQ(record->GetSize(), static_cast<long>(bytes.size())) << depth;
+    TSorData back;
+    ASSERT_EQ(ReadInto(back, bytes), sfOk) << depth;
+    EXPECT_EQ(reflyze::NestingDepth(back), depth);
+    const Bytes second = recordtest::BytesOf(back);
+    EXPECT_EQ(second.size(), bytes.size()) << depth;
+    // A reading sets the floor of a level scale that had none; from then on nothing changes.
+    ASSERT_EQ(ReadInto(back, second), sfOk);
+    EXPECT_TRUE(recordtest::BytesOf(back) == second) << depth;
+
+    TSorData copy;
+    copy.Assign(back);
+    const TSorData* level = &copy;
+    for (int i = 0; i < depth; ++i) {
+      TEmbData1E* embedded = level->EmbData->GetEmbData("SOR");
+      ASSERT_NE(embedded, nullptr);
+      const int size = embedded->DataSize;
+      EXPECT_EQ(embedded->GetDataSize(), size);
+      level = embedded->GetRecord();
+    }
+    EXPECT_EQ(level->DataPts->GetPointsNum(), 100);
+  }
+}
+
+TEST(SorEmbData, NestingHasAnEnd) {
+  const int most = reflyze::ReadBudget::kDeepestNesting;
+  TSorData record;
+  EXPECT_EQ(ReadInto(record, recordtest::BytesOf(*Nested(most))), sfOk);
+  EXPECT_EQ(reflyze::NestingDepth(record), most);
+  EXPECT_EQ(ReadInto(record, recordtest::BytesOf(*Nested(most + 1))), sfReadError);
+  EXPECT_EQ(reflyze::NestingDepth(record), most);
+}
+
+// The map of the inner record announces less than nothing for itself, so that its first block is the block
+// that the record stands in.
+TEST(SorEmbData, ARecordThatContainsItselfEnds) {
+  const long innerMapSize =
+      static_cast<long>(RecordLayout().Block("EmbData", 200, "", 500).MapBytes().size());
+  const long headSize = static_cast<long>(BlockBytes({Embedded("SOR", 1, "")}).size());
+  const Bytes inner =
+      RecordLayout().MapSizeOff(-innerMapSize - headSize).Block("EmbData", 200, "", 500).MapBytes();
+  TSorData record;
+  const Bytes bytes = RecordLayout().Block("EmbData", 200, EmbeddedBody({Embedded("SOR", 1, inner)})).bytes();
+  EXPECT_EQ(ReadInto(record, bytes), sfReadError);
+  EXPECT_EQ(reflyze::NestingDepth(record), reflyze::ReadBudget::kDeepestNesting);
+}
+
+TEST(SorEmbData, Damp) {
+  TSorBlockEmbData block;
+  AddBytes(block, "LINF", "1234");
+  AddBytes(block, "raw", "ABCDEFGHIJKL");
+  block.AddData(new TEmbData1E());
+  const std::string text = blocktest::DumpOf(block);
+  EXPECT_NE(
+      text.find("ID=''\tComment=''\tDescription='LINF'\tDataSize=4\tData={Linear Points Dump skipped! \n}"),
+      std::string::npos);
+  EXPECT_NE(text.find("DataSize=12\tData={41 42 43 44 45 46 47 48 49 4a\n4b 4c"), std::string::npos);
+  EXPECT_NE(text.find("DataSize=0\tData={NULL}"), std::string::npos);
+}
+
+}  // namespace
