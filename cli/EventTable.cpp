@@ -103,12 +103,11 @@ EventTable MakeEventTable(const std::string& file, const TSorData& record, const
   double cumulatedDb = 0.0;
   for (int i = 0; i < record.KeyEvents->events->GetSize(); ++i) {
     EventRow row = MakeEventRow(record, i);
+    // Before the launch there is no fibre to measure a loss against.
     if (i > 0) {
       cumulatedDb += row.attenuationDbPerKm * (row.distanceKm - table.events.back().distanceKm);
       // What the last event takes is the light itself, not a loss on the way.
       if (i + 1 < record.KeyEvents->events->GetSize()) cumulatedDb += row.lossDb;
-    } else {
-      cumulatedDb = row.lossDb;
     }
     row.cumulatedDb = cumulatedDb;
     table.lengthKm = row.distanceKm;
@@ -131,10 +130,10 @@ std::string TextOf(const EventTable& table) {
   text += " ---  --------  -------------------  ------  -------  ---------  ---------\n";
   for (size_t i = 0; i < table.events.size(); ++i) {
     const EventRow& row = table.events[i];
-    const bool last = i > 0 && i + 1 == table.events.size();
+    const bool atAnEnd = i == 0 || i + 1 == table.events.size();
     text +=
         Format(" %3d  %8.4f  %-19s  %6s  %7s  %9s  %9.3f\n", row.number, row.distanceKm, row.type.c_str(),
-               NumberOrDash(!last, "%.3f", row.lossDb).c_str(),
+               NumberOrDash(!atAnEnd, "%.3f", row.lossDb).c_str(),
                NumberOrDash(row.reflectanceDb.has_value(), "%.2f", row.reflectanceDb.value_or(0.0)).c_str(),
                NumberOrDash(i > 0, "%.3f", row.attenuationDbPerKm).c_str(), row.cumulatedDb);
   }

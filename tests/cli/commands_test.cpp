@@ -1,0 +1,271 @@
+#include <algorithm>
+
+#include "tests/cli/program.h"
+
+namespace {
+
+class AnalyseTest : public ProgramTest {};
+
+TEST_F(AnalyseTest, TableHoldsWhatStandsOnTheFibre) {
+  const std::string trace = StoreTrace("a.sor");
+  const Result result = Run({"analyse", trace, "--format", "json", "--lt", "0.1"});
+  ASSERT_EQ(result.status, 0) << result.err;
+  const nlohmann::json json = Json(result);
+  EXPECT_EQ(json["file"], trace);
+  EXPECT_EQ(json["points"], 9000);
+  EXPECT_EQ(json["wavelength_nm"], 1550.0);
+  EXPECT_EQ(json["pulse_ns"], 100.0);
+  EXPECT_EQ(json["thresholds"]["lt_db"], 0.1);
+  EXPECT_EQ(json["thresholds"]["rt_db"], -60.0);
+  ASSERT_EQ(json["events"].size(), 4u) << result.out;
+  const double expectedKm[] = {0.0, 4.0, 8.0, 12.0};
+  for (size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(json["events"][i]["number"], i + 1);
+    EXPECT_NEAR(json["events"][i]["distance_km"].get<double>(), expectedKm[i], 0.01);
+    EXPECT_EQ(json["events"][i]["markers"].size(), 5u);
+  }
+  EXPECT_EQ(json["events"][1]["code"], "1F9999");
+  EXPECT_NEAR(json["events"][1]["reflectance_db"].get<double>(), -50.0, 0.5);
+  EXPECT_NEAR(json["events"][2]["loss_db"].get<double>(), 0.3, 0.02);
+  EXPECT_EQ(json["events"][3]["code"], "1E9999");
+  EXPECT_NEAR(json["length_km"].get<double>(), 12.0, 0.01);
+}
+
+TEST_F(AnalyseTest, TextNamesTheKindsAndFitsATerminal) {
+  const Result result = Run({"analyse", StoreTrace("a.sor"), "--lt", "0.1"});
+  ASSERT_EQ(result.status, 0);
+  for (const char* word : {"launch", "reflective", "non-reflective", "end", "1550.0 nm", "100 ns"}) {
+    EXPECT_NE(result.out.find(word), std::string::npos) << word;
+  }
+  std::istringstream lines(result.out);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("File", 0) != 0) {
+      EXPECT_LE(line.size(), 80u) << line;
+    }
+  }
+}
+
+TEST_F(AnalyseTest, EndsOnlyLeavesTwoEvents) {
+  const Result result = Run({"analyse", StoreTrace("a.sor"), "--ends-only", "--format", "json"});
+  ASSERT_EQ(result.status, 0);
+  EXPECT_EQ(Json(result)["events"].size(), 2u);
+}
+
+TEST_F(AnalyseTest, ThresholdsComeFromValueFileTraceInThisOrder) {
+  const std::string trace = StoreTrace("a.sor");
+  const std::string ini = Store("th.ini", "[NON]\r\nTHLoss=0.12\r\nTHEnd=4\r\n[field]\r\nTHLoss=0.5\r\n");
+  const struct {
+    std::vector<std::string> options;
+    double ltDb, etDb;
+  } kCases[] = {
+      {{}, 0.2, 3.0},
+      {{"--thresholds", ini}, 0.12, 4.0},
+      {{"--thresholds", ini, "--section", "field"}, 0.5, 3.0},
+      {{"--thresholds", ini, "--lt", "0.07"}, 0.07, 4.0},
+  };
+  for (const auto& c : kCases) {
+    std::vector<std::string> arguments = {"analyse", trace, "--format", "json"};
+    arguments.insert(arguments.end(), c.options.begin(), c.options.end());
+    const nlohmann::json json = Json(Run(arguments));
+    EXPECT_EQ(json["thresholds"]["lt_db"], c.ltDb);
+    EXPECT_EQ(json["thresholds"]["et_db"], c.etDb);
+  }
+  ExpectOneLineError(Run({"analyse", trace, "--thresholds", ini, "--section", "x"}), 3,
+                     "section that is not there");
+  ExpectOneLineError(Run({"analyse", trace, "--thresholds", File("none.ini")}), 3,
+                     "document that is not there");
+}
+
+TEST_F(AnalyseTest, ZeroInTheTraceCountsAsNotSet) {
+  reflyze::sim::SimulatedTrace trace = reflyze::sim::Simulate(MetroLink(), 3);
+  trace.record->FxdParams->LT = 0;
+  trace.record->FxdParams->RT = 0;
+  trace.record->FxdParams->ET = 0;
+  const nlohmann::json json =
+      Json(Run({"analyse", Store("z.sor", Bytes(*trace.record)), "--format", "json"}));
+  EXPECT_EQ(json["thresholds"]["lt_db"], 0.2);
+  EXPECT_EQ(json["thresholds"]["rt_db"], -60.0);
+  EXPECT_EQ(json["thresholds"]["et_db"], 3.0);
+}
+
+TEST_F(AnalyseTest, StoredRecordHoldsTheTableAndTheStampOnce) {
+  const std::string trace = StoreTrace("a.sor");
+  ASSERT_EQ(Run({"analyse", trace, "-o", File("b.sor")}).status, 0);
+  ASSERT_EQ(Run({"analyse", File("b.sor"), "-o", File("c.sor")}).status, 0);
+  EXPECT_EQ(Load(File("b.sor")), Load(File("c.sor"))) << "a second analysis must change nothing";
+  const nlohmann::json dump = Json(Run({"dump", File("c.sor"), "--format", "json", "--no-data"}));
+  EXPECT_EQ(dump["SupParams"]["SR"], "1.0 VA=170330");
+  EXPECT_EQ(dump["KeyEvents"]["TNKE"], dump["KeyEvents"]["events"].size());
+  EXPECT_EQ(dump["Cksum"]["match"], true);
+  EXPECT_EQ(dump["RFTSEvents"]["entries"].size(), dump["KeyEvents"]["events"].size());
+}
+
+TEST_F(AnalyseTest, SeveralTracesGiveAResultEachAndABadOneItsLine) {
+  const std::string trace = StoreTrace("a.sor");
+  const Result result = Run({"analyse", trace, File("none.sor"), trace, "--format", "json"});
+  EXPECT_EQ(result.status, 3);
+  EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 2);
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
+  EXPECT_NE(result.err.find("none.sor"), std::string::npos);
+  const Result csv = Run({"analyse", trace, trace, "--format", "csv"});
+  EXPECT_EQ(csv.out.rfind("file,number,", 0), 0u);
+  EXPECT_EQ(csv.out.find("file,number,", 5), std::string::npos) << "one heading for all";
+}
+
+TEST_F(AnalyseTest, StandardInputIsATrace) {
+  const std::string trace = StoreTrace("a.sor");
+  const Result piped = Run({"analyse", "-", "--format", "json"}, Load(trace));
+  ASSERT_EQ(piped.status, 0) << piped.err;
+  EXPECT_EQ(Json(piped)["events"], Json(Run({"analyse", trace, "--format", "json"}))["events"]);
+}
+
+class CopyTest : public ProgramTest {};
+
+TEST_F(CopyTest, UnknownBlocksAndForeignTextsSurviveByteForByte) {
+  reflyze::sim::SimulatedTrace trace = reflyze::sim::Simulate(MetroLink(), 3);
+  TSorData& record = *trace.record;
+  record.GenParams->CMT = "tab\there \xE9\xFF  ";
+  record.WriteProprietaryBlocks = 1;
+  const std::string plain = Bytes(record);
+  // A block that nobody knows, put before the checksum by the map of a reader and writer.
+  TSorFile file(plain.data(), plain.size());
+  TSorData foreign;
+  foreign.Read(&file);
+  foreign.Special = new TSorBlockSpecial*[1];
+  foreign.Special[0] = new TSorBlockSpecial(37);
+  foreign.SpecialCount = 1;
+  for (int i = 0; i < 37; ++i) foreign.Special[0]->Data()[i] = static_cast<char>(i * 7);
+  foreign.Special[0]->MapID = "Foo";
+  foreign.Special[0]->RevisionNo = 223;
+  const std::string in = Store("in.sor", Bytes(foreign));
+  ASSERT_EQ(Run({"copy", in, File("out.sor")}).status, 0);
+  EXPECT_EQ(Load(in), Load(File("out.sor")));
+  const nlohmann::json dump = Json(Run({"dump", File("out.sor"), "--format", "json"}));
+  EXPECT_EQ(dump["GenParams"]["CMT"], "tab\there \u00e9\u00ff  ");
+  EXPECT_EQ(dump["Special"][0]["MapID"], "Foo");
+  EXPECT_EQ(dump["Special"][0]["RevisionNo"], 223);
+  EXPECT_EQ(dump["Special"][0]["data"].get<std::string>().substr(0, 6), "00070e");
+  EXPECT_EQ(dump["DataPts"]["samples"].size(), 9000u);
+
+  ASSERT_EQ(Run({"copy", in, File("bare.sor"), "--no-proprietary", "--no-unknown"}).status, 0);
+  const nlohmann::json bare = Json(Run({"dump", File("bare.sor"), "--format", "json", "--no-data"}));
+  std::vector<std::string> ids;
+  for (const auto& block : bare["Map"]["blocks"]) ids.push_back(block["ID"]);
+  EXPECT_EQ(ids, (std::vector<std::string>{"GenParams", "SupParams", "FxdParams", "KeyEvents", "DataPts",
+                                           "Cksum"}));
+  EXPECT_FALSE(bare["DataPts"].contains("samples"));
+}
+
+class FailureTest : public ProgramTest {};
+
+TEST_F(FailureTest, EveryBadCommandLineIsOneLineAndStatus2) {
+  const std::vector<std::vector<std::string>> kCases = {{},
+                                                        {"frobnicate"},
+                                                        {"analyse"},
+                                                        {"analyse", "--lt", "x", "a"},
+                                                        {"dump"},
+                                                        {"copy", "a"},
+                                                        {"analyse", "a", "b", "-o", "c"},
+                                                        {"analyse", "a", "--format", "xml"},
+                                                        {"analyse", "a", "--section", "x"}};
+  for (const auto& arguments : kCases) {
+    ExpectOneLineError(Run(arguments), 2, arguments.empty() ? "nothing" : arguments[0]);
+  }
+}
+
+TEST_F(FailureTest, InputsThatAreNoTraceAreStatus3) {
+  const std::string whole = Load(StoreTrace("a.sor"));
+  std::string foreign = whole;
+  foreign[4] = 44, foreign[5] = 1;  // map revision 300
+  TSorData empty;
+  const struct {
+    const char* what;
+    std::string bytes;
+  } kCases[] = {{"empty", ""},
+                {"text", "these are no bytes of a trace\n"},
+                {"zeros", std::string(4096, '\0')},
+                {"cut inside its map", whole.substr(0, 40)},
+                {"foreign major revision", foreign},
+                {"no data points", Bytes(empty)}};
+  for (const auto& c : kCases) {
+    const std::string path = Store("bad.sor", c.bytes);
+    ExpectOneLineError(Run({"analyse", path}), 3, c.what);
+    ExpectOneLineError(Run({"analyse", path, "-o", File("out.sor")}), 3, c.what);
+    EXPECT_FALSE(std::filesystem::exists(File("out.sor"))) << c.what;
+  }
+  ExpectOneLineError(Run({"dump", File("nowhere.sor")}), 3, "missing");
+  ExpectOneLineError(Run({"copy", folder, File("out.sor")}), 3, "a folder");
+}
+
+TEST_F(FailureTest, FileCutBehindItsMapIsReadAsFarAsItGoes) {
+  const std::string whole = Load(StoreTrace("a.sor"));
+  const std::string cut = Store("cut.sor", whole.substr(0, whole.size() - 500));
+  const Result dump = Run({"dump", cut, "--format", "json", "--no-data"});
+  EXPECT_EQ(dump.status, 0);
+  EXPECT_EQ(Json(dump)["state"], sfEndOfData);
+  EXPECT_EQ(Json(dump)["size"], whole.size() - 500);
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"copy", cut, File("out.sor")}, std::vector<std::string>{"analyse", cut}}) {
+    const Result result = Run(arguments);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(result.err.find("warning"), std::string::npos);
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
+  }
+}
+
+TEST_F(FailureTest, OutputsThatCannotBeWrittenAreStatus4AndLeaveNothing) {
+  const std::string trace = StoreTrace("a.sor");
+  ExpectOneLineError(Run({"copy", trace, File("no/such/folder.sor")}), 4, "copy");
+  ExpectOneLineError(Run({"analyse", trace, "-o", folder}), 4, "a folder in the way");
+  ExpectOneLineError(Run({"dump", trace, "--log", File("no/log")}), 4, "log");
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    EXPECT_EQ(entry.path().filename().string(), "a.sor");
+  }
+}
+
+TEST_F(FailureTest, RecordsNestedTooDeepAreRefused) {
+  auto nested = [](int depth) {
+    auto record = std::make_unique<TSorData>();
+    for (int i = 0; i < depth; ++i) {
+      auto outer = std::make_unique<TSorData>();
+      auto* embedded = new TEmbData1E;
+      embedded->SetDescription("SOR");
+      embedded->SetData(*record);
+      outer->EmbData->AddData(embedded);
+      record = std::move(outer);
+    }
+    return Bytes(*record);
+  };
+  EXPECT_EQ(Run({"dump", Store("n.sor", nested(16)), "--format", "json"}).status, 0);
+  ExpectOneLineError(Run({"dump", Store("n.sor", nested(17))}), 3, "17 levels");
+}
+
+TEST_F(FailureTest, AFailedAssertionIsALineAndNotTheEndOfTheProcess) {
+  // Two scale factors in one data points block are stated to be more than can be held.
+  reflyze::sim::SimulatedTrace trace = reflyze::sim::Simulate(MetroLink(), 3);
+  std::string bytes = Bytes(*trace.record);
+  const size_t at = bytes.find(std::string("DataPts\0", 8), 200);
+  ASSERT_NE(at, std::string::npos);
+  bytes[at + 12] = 2;  // the number of sub-blocks
+  ExpectOneLineError(Run({"analyse", Store("two.sor", bytes)}), 3, "two sub-blocks");
+}
+
+TEST_F(FailureTest, HelpAndVersionAreNoFailures) {
+  for (const auto& arguments : {std::vector<std::string>{"--help"}, {"analyse", "--help"}, {"--version"}}) {
+    const Result result = Run(arguments);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_NE(result.out, "");
+  }
+  EXPECT_NE(Run({"--version"}).out.find("3.15.12.14"), std::string::npos);
+}
+
+TEST_F(FailureTest, LogTellsOfBlocksThatAreTooNew) {
+  std::string bytes = Load(StoreTrace("a.sor"));
+  const size_t line = bytes.find("KeyEvents");
+  bytes[line + 10] = 44, bytes[line + 11] = 1;  // revision 300 in the map
+  ASSERT_EQ(Run({"dump", Store("new.sor", bytes), "--log", File("log")}).status, 0);
+  EXPECT_NE(Load(File("log")).find("read error: RevNo=300 > 209"), std::string::npos);
+}
+
+}  // namespace
