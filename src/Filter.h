@@ -205,4 +205,7 @@ class TSorFilter : public TFilter {
                                  // this width has always been taken; at least 1
   int autoLevel = 7;             // the mean of the automatic filter holds up to 2^autoLevel samples
   AutoFilterResultData result;   // what AutoFilter found
+
+ private:
+  void PrepareAutoFilter();
 };
