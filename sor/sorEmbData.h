@@ -24,7 +24,7 @@ class TEmbData1E : public TSorBlock {
   TString Description;
   int DataSize = 0;  // bytes of the data on file
 
-  TEmbData1E() { ID = ""; }
+  TEmbData1E() = default;
   TEmbData1E(const TEmbData1E& other);
   TEmbData1E& operator=(const TEmbData1E& other);
   ~TEmbData1E() override { Clear(); }

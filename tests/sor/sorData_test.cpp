@@ -30,15 +30,8 @@ void AddEvent(TSorData& record, int ept) {
   record.KeyEvents->TNKE = static_cast<short>(record.KeyEvents->events->GetSize());
 }
 
-TEST(SorData, DefaultsAndCopies) {
+TEST(SorData, Copies) {
   TSorData record;
-  EXPECT_EQ(record.Revision, 200);
-  EXPECT_EQ(record.MinLevel, -1.0);
-  EXPECT_EQ(record.MaxLevel, 0.0);
-  EXPECT_EQ(record.OriginFlag, 1);
-  EXPECT_EQ(record.DataPtsBackup, nullptr);
-  EXPECT_EQ(record.SpecialCount, 0);
-
   std::unique_ptr<TSorData> source = Trace(50);
   source->WriteProprietaryBlocks = source->WriteSpecialBlocks = 0;
   source->Revision = 100;
@@ -80,33 +73,6 @@ TEST(SorData, DefaultsAndCopies) {
   EXPECT_EQ(record.DataPtsBackup, nullptr);
 }
 
-TEST(SorData, PartialCopies) {
-  std::unique_ptr<TSorData> source = Trace(50);
-  source->GenParams->CID = "cable";
-  source->GenParams->LC = "DE";
-  source->GenParams->UO = 12;
-  source->GenParams->UOD = 13;
-  source->FxdParams->TT = "RT";
-  source->SupParams->OMSN = "module";
-  TSorData info;
-  info.AssignInfo(*source, 0);
-  EXPECT_STREQ(info.GenParams->CID, "cable");
-  EXPECT_STREQ(info.GenParams->LC, "EN");
-  EXPECT_EQ(info.GenParams->UO, 12);
-  EXPECT_EQ(info.GenParams->UOD, 0);
-  EXPECT_STREQ(info.FxdParams->TT, "RT");
-  EXPECT_STREQ(info.SupParams->OMSN, " ");
-  info.AssignInfo(*source, 1);
-  EXPECT_STREQ(info.SupParams->OMSN, "module");
-  EXPECT_EQ(info.DataPts->GetPointsNum(), 0);
-
-  TSorData data;
-  data.AssignData(*source);
-  EXPECT_EQ(data.NumToLevel(49), source->NumToLevel(49));
-  EXPECT_EQ(data.NumToOwt(49), 490.0);
-  EXPECT_STREQ(data.GenParams->CID, " ");
-}
-
 TEST(SorData, FourViewsOfATrace) {
   std::unique_ptr<TSorData> record = Trace(101);
   record->GenParams->UO = 100;
@@ -145,22 +111,6 @@ TEST(SorData, WholeLengthsGiveTheLevelOfTheirPoint) {
   const double between = record->LenIntToLevel(static_cast<int>(1e7 * record->OwtToLen(505.0)), 10000000);
   EXPECT_LT(between, record->NumToLevel(50));
   EXPECT_GT(between, record->NumToLevel(51));
-}
-
-TEST(SorData, ExtremesBetweenTimes) {
-  std::unique_ptr<TSorData> record = Trace(101);
-  record->DataPts->SetLevel(40, -1.0);
-  record->DataPts->SetLevel(41, -9.0);
-  long owtOfMax = 0;
-  EXPECT_EQ(record->GetMax(100, 500, owtOfMax), -1.0);
-  EXPECT_EQ(owtOfMax, 400);
-  float min, max;
-  const float mean = record->GetMinMax(400, 420, min, max);
-  EXPECT_EQ(min, -9.0f);
-  EXPECT_EQ(max, -1.0f);
-  EXPECT_FLOAT_EQ(mean, -5.0f);
-  record->GetMinMax(900, 2000, min, max);  // the end of the range is not in it
-  EXPECT_FLOAT_EQ(min, -3.0f);
 }
 
 TEST(SorData, RealPulse) {
@@ -325,30 +275,6 @@ TEST(SorData, SavedMonitoringEvents) {
   record.DeleteSavedRFTSEvents();
   ASSERT_EQ(record.EmbData->GetTNED(), 1);
   EXPECT_EQ(record.EmbData->GetEmbData(0), other);
-}
-
-TEST(SorData, DampOrder) {
-  std::unique_ptr<TSorData> record = Trace(3);
-  record->Special[0] = new TSorBlockSpecial(1);
-  record->SpecialCount = 1;
-  const auto textOf = [&record](int noData) {
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* out = open_memstream(&text, &size);
-    record->Damp(out, noData);
-    std::fclose(out);
-    std::string result(text, size);
-    std::free(text);
-    return result;
-  };
-  const std::string all = textOf(0), head = textOf(1);
-  EXPECT_EQ(all.compare(0, head.size(), head), 0);
-  const size_t points = all.find("// DataPoints"), special = all.find("// Special Proprietary"),
-               checksum = all.find("// Cksum");
-  EXPECT_LE(head.size(), points);
-  EXPECT_LT(points, special);
-  EXPECT_LT(special, checksum);
-  EXPECT_NE(checksum, std::string::npos);
 }
 
 }  // namespace

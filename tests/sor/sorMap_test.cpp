@@ -47,20 +47,15 @@ TEST(SorMap, ReadsAndWritesItsLines) {
   }
 }
 
-TEST(SorMap, WhatItRefuses) {
+TEST(SorMap, RefusesAndEnds) {
   TSorBlockMap map;
   EXPECT_EQ(ReadFrom(map, TwoBlocks(300).MapBytes(), kAnyRevision).state, sfReadError);
   EXPECT_EQ(map.blocks->GetSize(), 0);
   EXPECT_THROW(ReadFrom(map, TwoBlocks().CountOff(-4).MapBytes(), kAnyRevision), int);
   EXPECT_EQ(map.blocks->GetSize(), 0);
-}
-
-TEST(SorMap, EndsBeforeItsLines) {
-  TSorBlockMap map;
   EXPECT_EQ(ReadFrom(map, TwoBlocks().CountOff(3).MapBytes(), kAnyRevision).state, sfEndOfData);
   ASSERT_EQ(map.blocks->GetSize(), 5);
   EXPECT_STREQ(map.blocks->GetData(0)->ID, "GenParams");
-  EXPECT_STREQ(map.blocks->GetData(4)->ID, "");
   EXPECT_EQ(map.blocks->GetData(4)->Size, 0);
 }
 
