@@ -222,6 +222,7 @@ float RefAutoCalcPolar(TSorData* sor, long a, long b, long w, float slope, long&
 float RefAutoCalcPolar2(TSorData* sor, long a, long b, long w, float slope, short* /*map*/) {
   const TraceLevels levelDb(sor);
   b = levelDb.Near(b);
+  w = levelDb.Near(w);
   long i = levelDb.Near(a);
   while (i < b && std::fabs(levelDb.FallDb(i, i + 1) - slope) > 2 * slope) ++i;
   if (w < 1 || b - i < 3 * w) return 0;

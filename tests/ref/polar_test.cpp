@@ -82,6 +82,21 @@ TEST(Polar, StretchesTooShortToMeasure) {
   EXPECT_EQ(Polar(spec, 100, 120), 0.1f);  // 50 m
 }
 
+// Three cells of a coherent laser's speckle: six swings prove little, and the figure is cut to 6 / 10.
+TEST(Polar, FewSwingsCountLess) {
+  support::TraceSpec spec = Ripple(0.0);
+  spec.spacingOwt = 200.0;
+  spec.level = [](long i) {
+    return -15.0 - kSlopeDb * static_cast<double>(i) + 0.2 * std::sin(kPi * static_cast<double>(i) / 5.0);
+  };
+  const auto sor = support::BuildTrace(spec);
+  sor->QRTParams->LaserFreq = 1;
+  long at = 0;
+  const float many = RefAutoCalcPolar(sor.get(), 100, 7900, 5, static_cast<float>(kSlopeDb), at);
+  EXPECT_GT(many, 0.35f);
+  EXPECT_NEAR(RefAutoCalcPolar(sor.get(), 100, 160, 5, static_cast<float>(kSlopeDb), at), 0.6f * many, 0.05f);
+}
+
 TEST(Polar, EndsWhereTheFibreEnds) {
   support::TraceSpec spec = Ripple(0.1);
   const auto ripple = spec.level;
@@ -160,6 +175,39 @@ TEST(ReflectionWidth, IsTakenAtHalfHeight) {
     EXPECT_NEAR(heightDb, c.heightDb, 0.15 * crest.heightDb);
     EXPECT_NEAR(static_cast<double>(top), 1000.0 + static_cast<double>(crest.rise), 2.0);
     EXPECT_NEAR(static_cast<double>(begin), 998.0, 6.0);
+  }
+}
+
+// A crest of 1 dB at 1015, a gap, a crest of 1.3 dB at 1030 and the fibre again at 1045.
+TEST(ReflectionWidth, SecondCrestBehindTheFirst) {
+  const struct {
+    long p, w, width, top;
+  } kCases[] = {
+      {1015, 10, -2, 1015},  // two reflections
+      {1012, 10, 0, 1015},   // seen from before the first crest, that is not the top
+      {1015, 25, 24, 1030},  // averaged over more than the gap they are one, with the higher crest as its top
+  };
+  support::TraceSpec spec = Ripple(0.0);
+  spec.points = 2000;
+  spec.noiseDb = 0.002;
+  spec.level = [](long i) {
+    const double x = static_cast<double>(i - 1000);
+    const double riseDb = x < 0    ? 0
+                          : x < 15 ? x / 15
+                          : x < 22 ? 1 - 0.4 * (x - 15) / 7
+                          : x < 30 ? 0.6 + 0.7 * (x - 22) / 8
+                                   : std::max(1.3 * (45 - x) / 15, 0.0);
+    return -15.0 - kSlopeDb * static_cast<double>(i) + riseDb;
+  };
+  const auto sor = support::BuildTrace(spec);
+  for (const auto& c : kCases) {
+    long begin = 998, top = -1;
+    float heightDb = -1;
+    EXPECT_NEAR(static_cast<double>(RefAutoGetWidthPlr(sor.get(), begin, c.p, 1500, c.w,
+                                                       static_cast<float>(kSlopeDb), 0.05f, top, heightDb)),
+                static_cast<double>(c.width), c.width > 0 ? 2.0 : 0.0)
+        << "from " << c.p << ", " << c.w;
+    EXPECT_NEAR(static_cast<double>(top), static_cast<double>(c.top), 1.0);
   }
 }
 

@@ -132,19 +132,6 @@ TEST_F(Searches, ExtremesEqualTheirDefinition) {
   }
 }
 
-TEST_F(Searches, PlateauGivesItsEndsAndItsMiddle) {
-  sor_ = support::BuildTrace(std::vector<double>{-20, -15, -15, -15, -15, -20});
-  float top = 0;
-  EXPECT_EQ(RefAutoGetMax(sor_.get(), 0, 5, top, -1), 1);
-  EXPECT_EQ(RefAutoGetMax(sor_.get(), 0, 5, top, 0), 2);
-  EXPECT_EQ(RefAutoGetMax(sor_.get(), 0, 5, top, 1), 4);
-  // The minimum leaves its end out.
-  sor_ = support::BuildTrace(std::vector<double>{-20, -20, -20, -25});
-  float low = 0;
-  EXPECT_EQ(RefAutoGetMin(sor_.get(), 0, 3, low), 0);
-  EXPECT_EQ(low, -20.0f);
-}
-
 TEST_F(Searches, ExtremeMeansEqualTheirDefinition) {
   for (int round = 0; round < 300; ++round) {
     std::vector<float> samples;

@@ -131,6 +131,43 @@ TEST(EventPin, FindsGainsAndPassesSpikes) {
   EXPECT_EQ(EventPin(bump(-0.5, 4)).at, 2900);  // a notch of four points: back before it counts as a loss
 }
 
+// A few points off the line right before a loss, at 1500. As the loss fills the pulse, a real rise has to be
+// as wide as the difference takes to fill.
+TEST(EventPin, RisesBeforeALoss) {
+  const struct {
+    std::vector<double> risesDb;
+    double lossDb;
+    short receiverDbPerKm;
+    bool isGain;
+  } kCases[] = {
+      {std::vector<double>(20, 1.0), 0.5, 200, true},  // a reflection
+      {{0.15, 0.15}, 0.5, 200, false},                 // a spike
+      {{0.09, 0.09, 0.09, 0.12, 0.12},
+       3.0,
+       200,
+       true},  // a large loss leaves two points to a rise, and takes them ...
+      {{0.09, 0.09, 0.09, 0.12, 0.12},
+       3.0,
+       32000,
+       false},  // ... unless the receiver is fast and the points before are as high
+  };
+  for (const auto& c : kCases) {
+    support::TraceSpec spec = WithSplice({0.0, 0});
+    const long end = 1500, first = end - static_cast<long>(c.risesDb.size());
+    spec.level = [&](long i) {
+      const double offDb = i < first ? 0.0 : i < end ? c.risesDb[static_cast<size_t>(i - first)] : -c.lossDb;
+      return -15.0 - static_cast<double>(i) * kSlopeDb + offDb;
+    };
+    const auto sor = Trace(spec);
+    sor->QRTParams->modes[0].BWU1 = c.receiverDbPerKm;
+    float value = 0;
+    const long at = RefAutoSearchEventPin(sor.get(), 200, 2900, 100, 0.1f, 0.1f, -40.0f,
+                                          static_cast<float>(kSlopeDb), value);
+    EXPECT_NEAR(static_cast<double>(at), 1500.0, 22.0) << c.lossDb << " dB, receiver " << c.receiverDbPerKm;
+    EXPECT_EQ(value < 0, c.isGain) << c.lossDb << " dB, receiver " << c.receiverDbPerKm;
+  }
+}
+
 TEST(EventPin, PassesWhatIsNoEvent) {
   EXPECT_EQ(EventPin(WithSplice({0.0, 0})).at, 2900);
   EXPECT_EQ(EventPin(WithSplice({0.05, 1500})).at, 2900);           // under the limit
