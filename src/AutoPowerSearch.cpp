@@ -36,7 +36,7 @@ class PowerScan {
       MeasureSides();
       if (IsEvent()) {
         RollBack();
-        return HasRoom();
+        if (HasRoom()) return true;
       }
     } while (MoveOn());
     return false;
