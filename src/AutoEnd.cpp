@@ -113,7 +113,8 @@ class FibreEndSearch {
     cur_ = start_;
     levelDb_ = auto_.AveragePower(cur_ + winEvent_, winEvent_, 0);
     slope_ = (topDb_ - levelDb_) / static_cast<double>(winEvent_);
-    // The band is that of one point while the slope stands per km: as good as every trace starts nominal.
+    // The band holds for one point while the slope stands per km, so that nearly every trace starts with the
+    // nominal slope; the first section measures its own.
     const double nominal = auto_.aciNominal * stepKm_;
     if (slope_ / stepKm_ < 0.8 * nominal || slope_ / stepKm_ > 1.5 * nominal) slope_ = nominal;
     OpenLine(start_);

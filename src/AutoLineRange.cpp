@@ -254,7 +254,8 @@ class TrustedRange {
     if ((levels_[end_] > p2 && error < 0.0F) || (levels_[end_] < p2 && error > 0.0F)) --end_;
     const double tiltDb = (std::fabs(error) - 0.25) * slope_ * static_cast<double>(end_ - quiet_);
     if (tiltDb > auto_.noiseAmp / 3.0 && spliceEnd_ - begin_ >= base_) {
-      if (late == end_) late = (3 * end_ + begin_) / 4 - 1;
+      // A fit over nothing has no slope, and behind the end there is another section: `late` may be either.
+      if (late >= end_) late = (3 * end_ + begin_) / 4 - 1;
       pin = RefMathGetPinWithLsp(sor_, begin_, late, end_, slope_, p1, p2, error);
     }
     return Line(std::min(pin, end_ - 1), end_, p1, p2);

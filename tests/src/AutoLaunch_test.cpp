@@ -1,0 +1,134 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "tests/src/preparedAnalysis.h"
+
+namespace {
+
+using support::MetreSpec;
+using support::PreparedAnalysis;
+using support::TraceSpec;
+
+// A trace that starts `dark` points before the launch, with what the instrument records without light.
+TraceSpec LaunchAt(long dark, const TraceSpec& fibre) {
+  TraceSpec spec = fibre;
+  spec.level = [dark, fibre](long i) { return i < dark ? -58.0 : std::min(fibre.LevelAt(i - dark), 0.0); };
+  return spec;
+}
+
+long Begin(PreparedAnalysis& a, TEventLine& launchEvent, long from = 0) {
+  return a.engine.FindBegLine(from, a.engine.nPoints, a.engine.dbOnOwt * a.engine.owtDS, launchEvent);
+}
+
+TEST(FibreStart, BehindTheLaunchPeak) {
+  const struct {
+    long launch;
+    double startDb, peakDb;
+  } cases[] = {
+      {3, -15.0, 3.0},  {8, -15.0, 8.0}, {15, -20.0, 14.0}, {12, -8.0, 7.0},
+      {5, -15.0, 16.0}, {30, -15.0, 8.0}};  // the last one lies behind the first window, which sees no light
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.launch << " " << c.startDb << " " << c.peakDb);
+    TraceSpec fibre = MetreSpec();
+    fibre.startDb = c.startDb;
+    PreparedAnalysis a(LaunchAt(c.launch, fibre.Peak(0, c.peakDb)));
+    TEventLine launchEvent;
+    const long begin = Begin(a, launchEvent);
+    // Launch, pulse, and what the receiver needs from peak to fibre: half a dB a point.
+    const double recovered = static_cast<double>(c.launch) + 10 + 2 * c.peakDb;
+    EXPECT_GE(static_cast<double>(begin), recovered - 6);
+    EXPECT_LE(static_cast<double>(begin), recovered + 40);
+    EXPECT_LT(launchEvent.L[0], 0.0);
+    EXPECT_NEAR(a.engine.firstRefl, std::min(c.startDb + c.peakDb, 0.0), 1e-3);
+    EXPECT_NEAR(a.engine.firstReflOwt, 50.0 * static_cast<double>(c.launch + 5), 260.0);
+    EXPECT_NEAR(a.engine.lLaunch, a.Km(static_cast<double>(c.launch)), a.Km(1));
+  }
+}
+
+TEST(FibreStart, ClippedTopIsPassed) {
+  for (long topPoints : {15L, 40L, 80L}) {
+    const TraceSpec fibre = MetreSpec();
+    TraceSpec spec = fibre;
+    spec.level = [topPoints, fibre](long i) {
+      return i < topPoints ? 0.0 : std::max(-0.5 * static_cast<double>(i - topPoints), fibre.LevelAt(i));
+    };
+    PreparedAnalysis a(spec);
+    TEventLine launchEvent;
+    const long begin = Begin(a, launchEvent);
+    EXPECT_GE(begin, topPoints) << topPoints;  // the fall behind it is left to the caller
+    EXPECT_LE(begin, topPoints + 60) << topPoints;
+  }
+}
+
+TEST(FibreStart, EventOnTheLaunchSlopeIsReported) {
+  TraceSpec fibre = MetreSpec();
+  fibre.receiverDbPerPoint = 0.25;
+  fibre.Peak(0, 10.0).Peak(55, 1.0).Peak(58, 1.5);  // it rises in two steps
+  PreparedAnalysis a(LaunchAt(4, fibre));
+  TEventLine launchEvent;
+  const long begin = Begin(a, launchEvent);
+  EXPECT_EQ(launchEvent.type, 'S');
+  EXPECT_NEAR(launchEvent.L[2], a.Km(4 + 54), a.Km(1));  // the foot of the rise
+  EXPECT_NEAR(launchEvent.peakLen, a.Km(4 + 58), a.Km(1));
+  EXPECT_NEAR(launchEvent.peakLevel, fibre.LevelAt(58), 0.01);
+  EXPECT_GT(begin, 4 + 58);
+  EXPECT_LT(begin, 4 + 58 + 60);
+}
+
+// A reflection right behind a saturated launch becomes the launch event, and the fibre begins behind it; a
+// rise that is not round, like the ramp of a gain, does not.
+TEST(FibreStart, ReflectionRightBehindTheLaunch) {
+  for (long at : {45L, 60L}) {
+    for (bool round : {true, false}) {
+      const TraceSpec fibre = MetreSpec();
+      TraceSpec spec = fibre;
+      spec.level = [=](long i) {
+        if (i < 4) return -58.0;
+        const double launchDb = i < 29 ? 0.0 : -1.5 * static_cast<double>(i - 29);
+        const double rise = std::clamp(static_cast<double>(i - at) / 12.0, 0.0, 1.0);
+        const double riseDb = 4.0 * (round ? std::sqrt(rise) : rise * rise);
+        const double fallDb = 0.3 * static_cast<double>(std::max(i - at - 12, 0L));
+        return std::max({launchDb, riseDb - fallDb - 15.0, fibre.LevelAt(i)});
+      };
+      PreparedAnalysis a(spec);
+      TEventLine launchEvent;
+      const long begin = Begin(a, launchEvent);
+      EXPECT_EQ(launchEvent.L[0] >= 0.0, round) << at;
+      if (!round) continue;
+      EXPECT_NEAR(launchEvent.peakLevel, -11.0, 0.01);
+      EXPECT_NEAR(launchEvent.peakLen, a.Km(static_cast<double>(at + 12)), 1e-9);
+      EXPECT_NEAR(launchEvent.L[2], a.Km(static_cast<double>(at)), a.Km(2));
+      EXPECT_LT(launchEvent.L[0], launchEvent.L[1]);
+      EXPECT_GT(begin, at + 12);
+    }
+  }
+}
+
+// Away from the launch it is the same search, but the launch figures stay.
+TEST(FibreStart, BehindAReflectionFurtherOut) {
+  TraceSpec spec = MetreSpec();
+  PreparedAnalysis a(spec.Peak(0, 5.0).Peak(6000, 9.0));
+  a.engine.firstRefl = 77.0;
+  TEventLine launchEvent;
+  const long begin = Begin(a, launchEvent, 5995);
+  EXPECT_GE(begin, 6010 + 12);
+  EXPECT_LE(begin, 6010 + 18 + 30);
+  EXPECT_DOUBLE_EQ(a.engine.firstRefl, 77.0);
+}
+
+TEST(FibreStart, FallWithoutEndReachesTheLimit) {
+  TraceSpec spec = MetreSpec();
+  spec.points = 120;
+  spec.level = [](long i) { return -0.5 * static_cast<double>(i); };
+  PreparedAnalysis a(spec);
+  a.engine.nf = -64.0;
+  TEventLine launchEvent;
+  EXPECT_EQ(a.engine.FindBegLine(0, 60, 0.5, launchEvent), 59);
+
+  a.engine.sor = nullptr;
+  EXPECT_EQ(a.engine.FindBegLine(0, 60, 0.5, launchEvent), 0);
+}
+
+}  // namespace
