@@ -266,6 +266,8 @@ bool NoiseFloor::SettleLevelFloor() {
   if (scale_.MAX == 0) scale_.SetMAX(lowestDb);
   const long points = sor_->DataPts->GetPointsNum();
   const float slopeDbPerPoint = static_cast<float>(RefAutoGetLoss(sor_) * fixed_.LenDS());
+  // The last difference ends behind the last point and sees the -65.5 dB there: only a tail that lies as low
+  // counts as quiet.
   unquietDb_ = RefAutoSearchMaxdbRiseFall(sor_, TruncToLong(0.98 * static_cast<double>(points)), points,
                                           points / 500 + 1, slopeDbPerPoint);
   candidateDb_ = tailDb_;
