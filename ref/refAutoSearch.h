@@ -85,9 +85,9 @@ float RefAutoSearchMaxFall(TSorData* sor, long a, long b, long w, long& at);
 // least `limit` dB ends the search and is pinned down in its own neighbourhood.
 float RefAutoSearchMaxSplice(TSorData* sor, long a, long b, long w, long& at, float slope, float limit);
 
-// Spread of the second difference over `w` points between `a` and `b`, in dB: positive when the trace first
-// turns up and then down, negative otherwise; `atMin` and `atMax` are the middle points of the extreme ones.
-// 0 for a straight trace.
+// Spread of the second difference over `w` points between `a` and `b`, in dB; `atMin` and `atMax` are the
+// middle points of the strongest bend down and up. Positive when the trace bends up within two bases of `a`
+// and down later, negative otherwise; 0 for a straight trace.
 float RefAutoSearchAcCeleration(TSorData* sor, long a, long b, long w, long& atMin, long& atMax);
 
 // --- Losses corrected for the local slope ---
