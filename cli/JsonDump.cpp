@@ -58,7 +58,7 @@ Json JsonOfEmbedded(const TSorBlockEmbData& block, bool withData) {
                    {"DataSize", embedded->DataSize},
                    {"Writable", embedded->IsWritable()}};
     // The linear cache is derived from the samples and goes to no file.
-    if (!embedded->IsKind("LINF")) record["data"] = JsonOfEmbeddedData(*embedded, withData);
+    if (!embedded->IsKind(TEmbData1E::kLinearTrace)) record["data"] = JsonOfEmbeddedData(*embedded, withData);
     json["records"].push_back(std::move(record));
   }
   return json;

@@ -46,17 +46,6 @@ void CheckMap(const std::string& name, const std::vector<char>& bytes) {
   if (map.NB < 2) Unreadable(name, "is not a trace record (SR-4731): its map lists no blocks");
 }
 
-int NestingDepth(const TSorData& record) {
-  int deepest = 0;
-  for (int i = 0; i < record.EmbData->GetTNED(); ++i) {
-    TEmbData1E* embedded = record.EmbData->GetEmbData(i);
-    if (embedded == nullptr || embedded->IsEmpty() || embedded->GetDescription().CompareNoCase("SOR") != 0)
-      continue;
-    deepest = std::max(deepest, 1 + NestingDepth(*static_cast<const TSorData*>(embedded->GetData())));
-  }
-  return deepest;
-}
-
 // The folder part of a path, with its slash.
 std::string FolderOf(const std::string& name) {
   const size_t slash = name.rfind('/');
@@ -142,7 +131,7 @@ LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, N
   } catch (const std::bad_alloc&) {
     Unreadable(name, "asks for more memory than there is");
   }
-  if (NestingDepth(*loaded.record) > kDeepestNesting)
+  if (reflyze::NestingDepth(*loaded.record) > kDeepestNesting)
     Unreadable(name, "holds records nested more than 16 deep");
   if (needPoints == NeedPoints::kYes && loaded.record->DataPts->GetPointsNum() == 0) {
     Unreadable(name, "holds no data points");
@@ -163,6 +152,8 @@ void WarnIfTruncated(Session& session, const LoadedRecord& loaded) {
 void SaveRecord(TSorData& record, const std::string& name) {
   TSorFile memory(nullptr, "m");
   record.Write(&memory);
+  if (memory.state != sfOk)
+    throw Problem(kUnwritable, name + ": the record has more blocks than a map can list");
   AtomicFile file(name);
   file.Write(memory.GetData(), memory.GetDataSize());
   file.Commit();
