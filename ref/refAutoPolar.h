@@ -8,9 +8,9 @@ class TSorData;
 
 // How far the backscatter swings around `slope` between the points `a` and `b` over a base of `w` points, in
 // dB: the least swing that a real event has to exceed. 0 when the figure can't be trusted. `at` is the first
-// point of the cell in which it was found. Never above 0.45 dB, or 0.9 dB for a coherent laser, or half that
-// on multimode fibre; the one exception is a stretch of fewer than 16 points, which gives what noise alone
-// would swing by.
+// point behind the cell in which it was found. Never above 0.45 dB, or 0.9 dB for a coherent laser, or half
+// that on multimode fibre; the one exception is a stretch of fewer than 16 points, which gives what noise
+// alone would swing by.
 float RefAutoCalcPolar(TSorData* sor, long a, long b, long w, float slope, long& at);
 
 // The same kind of figure from the deviations around a straight line through the stretch, in dB; 0 when the
