@@ -28,6 +28,7 @@ TString FormatTimeStamp(long t) {
   const time_t instant = t;
   tm local{};
   TString text;
+  tzset();  // localtime_r alone would stay in the zone of its first call, whatever the user has set since
   if (localtime_r(&instant, &local) == nullptr) return text;
   const int year = local.tm_year % 1900 + 1900;  // years from 3800 on start again at 1900
   text.Format("%02d.%02d.%d   %02d:%02d:%02d", local.tm_mday, local.tm_mon + 1, year, local.tm_hour,
@@ -41,6 +42,7 @@ long LocalOffsetSeconds(long utcSeconds) {
   const time_t instant = utcSeconds;
   tm local{};
   tm utc{};
+  tzset();  // as above
   if (localtime_r(&instant, &local) == nullptr || gmtime_r(&instant, &utc) == nullptr) return 0;
   return SecondsOfDay(local) - SecondsOfDay(utc);
 }

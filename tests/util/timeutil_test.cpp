@@ -55,6 +55,10 @@ TEST(TimeUtil, FormatsLocalTime) {
   EXPECT_STREQ(FormatTimeStamp(-4 * kHour).c_str(), "31.12.1969   23:00:00");
   EXPECT_STREQ(FormatTimeStamp(57790000000).c_str(), "17.04.1901   20:46:40");  // 3801 by the calendar
   EXPECT_STREQ(FormatTimeStamp(std::numeric_limits<long>::max()).c_str(), "");
+  setenv("TZ", "UTC+5", 1);  // the user moves on, and nobody tells the C library
+  EXPECT_STREQ(FormatTimeStamp(kMidnight2026).c_str(), "31.12.2025   19:00:00");
+  setenv("TZ", "UTC-2", 1);
+  EXPECT_EQ(reflyze::LocalOffsetSeconds(kMidnight2026), 2 * kHour);
 }
 
 TEST(TimeUtil, ClocksRun) {
