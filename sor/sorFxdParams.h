@@ -115,7 +115,7 @@ class TSorBlockFixedParameters : public TSorBlock {
 
   // --- The time base ---
   // Time of point 0: the acquisition offset, or else the front panel's place behind the launch.
-  double GetOwtDataOffset() const { return AO != 0 ? AO : -static_cast<double>(FPO); }
+  double GetOwtDataOffset() const { return static_cast<double>(AO != 0 ? AO : -static_cast<long long>(FPO)); }
   // Spacing of one point of stretch i, as one-way time. There is no spacing outside the stretches: 0.
   double GetOwtDS(int i) const { return i >= 0 && i < TPW ? DS[i] / kPointsPerDS : 0.0; }
   // The same in nanoseconds of pulse.

@@ -83,6 +83,7 @@ TEST_F(SorFxdParams, BytesByRevision) {
 
 TEST_F(SorFxdParams, StretchesOfATraceOneByOne) {
   SetStretches({{50, 10000, 10}, {300, 20000, 10}});
+  EXPECT_FALSE(std::signbit(fxd_.GetOwtDataOffset()));  // a plain 0, which nothing shows as "-0"
   fxd_.FPO = 500;
   EXPECT_EQ(fxd_.GetOwtDataOffset(), -500.0);
   fxd_.AO = 40;
