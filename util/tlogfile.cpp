@@ -22,7 +22,7 @@ TLogFile* LogFile = nullptr;
 
 TLogFile::TLogFile(const char* name, WritingMode writing, LoggingMode logging) : loggingMode_(logging) {
   if (name != nullptr) file_ = std::fopen(name, writing == wmAppend ? "at" : "wt");
-  enabled_ = file_ != nullptr;
+  enabled = file_ != nullptr;
   TLogFile::SetLogLevel(kErrorBit | kWarningBit | kMessageBit);
 }
 
@@ -67,16 +67,16 @@ bool TLogFile::IsLogToStdErrRequested(LoggingMode mode) {
 }
 
 void TLogFile::Log(char area, char letter, const char* id, const char* text, bool stamped) {
-  const bool header = !firstEntryWritten_;
+  const bool header = !firstEntryWritten;
   if (IsLogToPrimaryFileRequested(loggingMode_)) Log(file_, area, letter, id, text, stamped, header);
   if (IsLogToStdErrRequested(loggingMode_)) Log(stderr, area, letter, id, text, stamped, header);
-  firstEntryWritten_ = true;
+  firstEntryWritten = true;
 }
 
 void TLogFile::Log(FILE* file, char area, char letter, const char* id, const char* text, bool stamped,
                    bool header) {
   reflyze::Require(file != nullptr, "file");
-  if (!enabled_) return;
+  if (!enabled) return;
 
   const std::time_t now = std::time(nullptr);
   char stamp[64] = "";

@@ -38,7 +38,7 @@ class TLogFile {
   virtual void Info(const char* a, const char* b);
 
   // Whether the primary file opened.
-  bool IsEnabled() const { return enabled_; }
+  bool IsEnabled() const { return enabled; }
   void SetLoggingMode(LoggingMode mode) { loggingMode_ = mode; }
   LoggingMode GetLoggingMode() const { return loggingMode_; }
 
@@ -52,12 +52,12 @@ class TLogFile {
   void Log(FILE* file, char area, char letter, const char* id, const char* text, bool stamped, bool header);
 
  private:
-  bool enabled_ = false;
+  bool enabled = false;
   bool errorsOn_ = false;
   bool messagesOn_ = false;
   bool warningsOn_ = false;
   FILE* file_ = nullptr;
-  bool firstEntryWritten_ = false;
+  bool firstEntryWritten = false;
   LoggingMode loggingMode_;
 };
 
