@@ -126,7 +126,9 @@ class PowerScan {
   }
 
   bool MoveOn() {
-    s_ = to_ - pin_;
+    const long next = to_ - pin_;
+    if (next <= s_) return false;
+    s_ = next;
     pin_ = Window(afterDb_);
     return s_ <= end_ - a_.winDead - 2 * pin_;
   }
