@@ -123,7 +123,7 @@ std::string TextOf(const EventTable& table) {
                  table.pulseNs, table.rangeKm);
   text += Format("Group index  %.5f      Points %ld, %.4f m apart\n", table.groupIndex, table.points,
                  table.spacingM);
-  text += Format("Thresholds   loss %.3f dB, reflectance %.1f dB, end %.3f dB, slope %.3f dB/km\n\n",
+  text += Format("Thresholds   loss %.3f dB, reflectance %.1f dB, end %.2f dB, slope %.2f dB/km\n\n",
                  table.ltDb, table.rtDb, table.etDb, table.ctDbPerKm);
   text += "  No  Distance  Type                   Loss    Refl.    Section      Total\n";
   text += "            km                           dB       dB      dB/km         dB\n";
@@ -138,8 +138,8 @@ std::string TextOf(const EventTable& table) {
                NumberOrDash(i > 0, "%.3f", row.attenuationDbPerKm).c_str(), row.cumulatedDb);
   }
   if (table.events.empty()) text += " no events\n";
-  text += Format("\nLength %.4f km   Total loss %.3f dB   Return loss %.2f dB   Noise floor %.2f dB\n",
-                 table.lengthKm, table.totalLossDb, table.returnLossDb, table.noiseFloorDb);
+  text += Format("\nLength %.4f km  Loss %.3f dB  Return loss %.2f dB  Noise floor %.2f dB\n", table.lengthKm,
+                 table.totalLossDb, table.returnLossDb, table.noiseFloorDb);
   return text;
 }
 

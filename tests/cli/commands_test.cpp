@@ -97,7 +97,6 @@ TEST_F(AnalyseTest, StoredRecordHoldsTheTableAndTheStampOnce) {
   EXPECT_EQ(dump["SupParams"]["SR"], "1.0 VA=170330");
   EXPECT_EQ(dump["KeyEvents"]["TNKE"], dump["KeyEvents"]["events"].size());
   EXPECT_EQ(dump["Cksum"]["match"], true);
-  EXPECT_EQ(dump["RFTSEvents"]["entries"].size(), dump["KeyEvents"]["events"].size());
 }
 
 TEST_F(AnalyseTest, SeveralTracesGiveAResultEachAndABadOneItsLine) {
