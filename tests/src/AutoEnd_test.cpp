@@ -75,6 +75,23 @@ TEST(FibreEnd, ThresholdDecidesWhetherALossIsTheEnd) {
   }
 }
 
+// Two reflections with a dip between them, as at a patch panel: the dip becomes a section of its own, and the
+// selection then cuts what the walk went on to behind it.
+TEST(FibreEnd, DipBetweenTwoLastReflections) {
+  for (double apart : {20.0, 40.0}) {
+    EndSearch s(Fibre().End(15000).Peak(15000, 6.0).Peak(15000 - apart, 6.0));
+    s.Search();
+    ASSERT_EQ(s.engine.lines->GetSize(), 2) << apart;
+    EXPECT_NEAR(static_cast<double>(s.Point(s.Line(0).L[1])), 14999 - apart, 1);
+    EXPECT_EQ(s.Point(s.Line(1).L[0]), 14998) << apart;
+    EXPECT_EQ(s.Point(s.Line(1).L[1]), 14999) << apart;
+    EXPECT_EQ(s.Point(s.Line(1).peakLen), 15000) << apart;
+    s.engine.lines->AddData(new TEventLine(s.last));
+    s.engine.SelectSplices(0.2);
+    EXPECT_EQ(s.End(), 14999) << apart;
+  }
+}
+
 // A fibre may be too long for the noise, and still send a reflection back from its end.
 TEST(FibreEnd, ReflectionFromBeyondTheNoise) {
   TraceSpec spec = Fibre();
