@@ -52,7 +52,7 @@ class TraceScale {
   }
 
   // The noise floor first: finding it may lift the linear trace or build it anew, so that the trace is looked
-  // up only afterwards. A linear trace shorter than the record would be read past its end.
+  // up only afterwards.
   void SettleNoiseFloor() {
     a_.nf = RefAutoReSetNF(&sor_);
     levelFloorDb_ = sor_.QRTParams->GetMAX();
@@ -132,7 +132,7 @@ class DirectSearch {
       sor_.QRTParams->SetMAX(levelFloorDb_);
     }
     const int longest = static_cast<int>(std::min(reflyze::LongestWindow(a_.nPoints), 0x7FFFFFFFL));
-    a_.th.MinPin = std::min(a_.th.MinPin, longest);
+    a_.th.MinPin = std::clamp(a_.th.MinPin, 0, longest);
     a_.th.MaxPin = std::min(a_.th.MaxPin, longest);
     a_.th.MaxPin = static_cast<int>(std::max<long>(a_.th.MaxPin, a_.winPulse));
     a_.refLevelMin = RefEventReflectionPower(&sor_, 0.0, a_.th.THRef);
