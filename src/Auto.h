@@ -86,7 +86,7 @@ class TAuto {
   long SearchNoiseSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
                           AutoFilterResultData* result);
 
-  // --- Lines (AutoLines.cpp) ---
+  // --- Lines (AutoLaunch.cpp, AutoLineRange.cpp, AutoLines.cpp) ---
 
   // First point of the fibre section behind the launch peak, or behind a reflection at point `from`. `rate`
   // is the receiver's recovery in dB per point. A small event on the launch slope goes to `line`; its L[0] is

@@ -14,8 +14,6 @@
 #include <memory>
 
 #include "ref/refAuto.h"
-#include "ref/refEvent.h"
-#include "ref/ref_Math.h"
 #include "ref/traceLevels.h"
 #include "sor/sorData.h"
 #include "util/convert.h"
