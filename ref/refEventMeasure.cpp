@@ -12,8 +12,9 @@ using namespace reflyze;
 
 namespace {
 
-// A peak at or above this level has driven the receiver into saturation.
-constexpr double kSaturatedPeakDb = -0.2;
+// A peak at or above this level has driven the receiver into saturation. In single precision, as the levels
+// are kept: a peak of just this height is a little below the same number in double precision.
+constexpr double kSaturatedPeakDb = -0.2f;
 // Added to the least height of a reflection.
 constexpr double kReflectionBaseDb = 0.05;
 // A section is believed if it is this long and its attenuation what fibre has; else this attenuation is
