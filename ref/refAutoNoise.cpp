@@ -79,7 +79,7 @@ class StretchNoise {
     // The second limit mixes the two scales: a deviation in dB, and so mostly negative, added to a power. It
     // stops the extension almost at once, which a trace that is not offset wants.
     float signalLin = scale_.Log5ToLin(deviationDb_, 0);
-    if (negative_ <= 10 * positive_ && negative_ != positive_) signalLin = 4.0f * deviationDb_ + meanLin_;
+    if (negative_ < 10 * positive_) signalLin = 4.0f * deviationDb_ + meanLin_;
     long point = first_;
     while (positive_ < negative_ && point > end_ / 2 && lin_[point] < signalLin) Count(--point);
     if (point >= first_) return;

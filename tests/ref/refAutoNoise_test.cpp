@@ -95,6 +95,23 @@ TEST(RefAutoReGetNF, LiftsATraceWhoseZeroIsOff) {
   EXPECT_NEAR(RefMathPower(sor.get(), lin, 2000L, 1000L, 2), 0.0, 0.2);
 }
 
+// Ten samples below zero for each above are an offset, and the stretch grows over what lies further below;
+// nine are not, and it stays. Grown, it is so much below zero that the trace is lifted.
+TEST(RefAutoReGetNF, GrowsOverATraceThatIsOffset) {
+  for (long period : {10L, 11L}) {
+    TraceSpec spec;
+    spec.points = 4400;
+    spec.floorDb = kFloorDb;
+    spec.level = [](long) { return kFloorDb; };
+    auto sor = BuildTrace(spec);
+    float* lin = RefEmbGetLinf(sor.get());
+    for (long i = 0; i < spec.points; ++i) lin[i] = i < 2200 ? -20.0f : i % period == 0 ? 1.0f : -2.0f;
+    float nf;
+    EXPECT_EQ(RefAutoReGetNF(sor.get(), 0.5f, 0.75f, nf, 1), 1);
+    EXPECT_EQ(lin[0] != -20.0f, period == 11) << period;
+  }
+}
+
 // --- The whole trace ---
 
 TEST(RefAutoReSetNF, WeighsRecordInstrumentAndTail) {
