@@ -24,6 +24,14 @@ long RefAutoSearchEventPin(TSorData* sor, long start, long stop, long n, float d
 // behind `b`; nothing is taken from outside `low` to `high`. 0 when one side has no room.
 float RefAutoGetSpl(TSorData* sor, long a, long low, long b, long high, long nL, long nR, float slope);
 
+// A weak splice on the quiet stretch from `s` to `z`: its point, 0 for none. `spanOwt` is the shortest length
+// of fibre that a level is taken from, `lossThr` and `gainThr` (negative) the smallest steps in dB,
+// `slopeRef` the slope of the fibre, `widths` the number of points averaged at each point (null: 1). `result`
+// gets the largest difference seen in dB, `after` where the straight run behind `s` begins (-1 for none),
+// `carry` the end of the find; a search for more hands `carry` on, 0 at first.
+long RefAutoSearchSpliceEvent(TSorData* sor, long s, long z, float spanOwt, float lossThr, float gainThr,
+                              float& slopeRef, float& result, short* widths, long& after, long& carry);
+
 // Width in points of the event that peaks at `p`, 1.5 dB below the peak: the event dead zone of IEC 61746-1.
 double RefAutoCalcEDZ(TSorData* sor, long p);
 
