@@ -148,7 +148,7 @@ class EventScan {
       if (back > begin_ + pin_) {
         const double slope =
             (a_.sor->NumToLevel(begin_) - a_.sor->NumToLevel(back)) / static_cast<double>(back - begin_);
-        if (slope < slope_ && slope > a_.aciNominal * a_.lenDS) slope_ = static_cast<float>(slope);
+        if (slope < slope_ && slope > a_.aciNominal * pointKm_) slope_ = static_cast<float>(slope);
       }
       found_ = Search(back, stop_, downDb_, upDb_ / 2.0, value_);
     }

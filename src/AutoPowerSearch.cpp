@@ -63,16 +63,14 @@ class PowerScan {
   }
 
   // The first jump from here on. A slope taken too steep would make jumps of the flat stretch in front of
-  // one.
+  // one; a stretch too short to measure counts as flat.
   bool FindJump() {
     float stepDb = 0.0F;
     found_ = Search(stepDb);
-    if (pin_ < found_ - s_ - pin_) {
-      const double slope = a_.LossPin(s_, found_, pin_, 0);
-      if (slope < slope_) {
-        slope_ = std::max(slope, 0.0);
-        found_ = Search(stepDb);
-      }
+    const double slope = a_.LossPin(s_, found_, pin_, 0);
+    if (slope < slope_) {
+      slope_ = std::max(slope, 0.0);
+      found_ = Search(stepDb);
     }
     jumpDb_ = stepDb;
     return Passes();
