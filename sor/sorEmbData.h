@@ -103,6 +103,8 @@ class TEmbData1E : public TSorBlock {
 // The "EmbData" block, this system's own: the data that a trace carries with it.
 class TSorBlockEmbData : public TSorBlock {
  public:
+  unsigned short TNED = 0;  // number of records; follows the table
+
   TSorBlockEmbData();
   TSorBlockEmbData(const TSorBlockEmbData& other);
   TSorBlockEmbData& operator=(const TSorBlockEmbData& other);
@@ -142,7 +144,6 @@ class TSorBlockEmbData : public TSorBlock {
   int EndOnFile() const;
   void FollowSize();
 
-  unsigned short TNED = 0;
   TOxArray<TEmbData1E, TEmbData1E*> records_;
 };
 

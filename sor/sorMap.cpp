@@ -94,6 +94,7 @@ void TSorBlockMap::Read(TSorFile* file) {
   }
   reflyze::FieldReader reader(*file, RevisionNo);
   Fields(*this, reader);
+  if (!KnowsRevision(*file)) return;
   // The blocks are placed from the start of the file, the broken head counted in.
   Size = static_cast<int>(static_cast<unsigned int>(Size) + broken);
   if (file->state == sfOk || file->state == sfEndOfData) {

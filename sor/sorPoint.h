@@ -169,6 +169,10 @@ class TSorBlockDataPoints : public TSorBlock {
   void NewSubBlocks(int count);
 
   std::vector<float> levels_;
-  ::DataType DataType = dtRL;
+
+ public:
+  ::DataType DataType = dtRL;  // set it through SetDataType
+
+ private:
   SubBlocks* DPSF_ = nullptr;  // owned, null in the constructor only
 };

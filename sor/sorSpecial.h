@@ -12,6 +12,11 @@ class TSorBlockSpecial : public TSorBlock {
   // Bytes of the block. Read takes that many from the stream; where the data end before, it lowers the size
   // to what there was, so that a copy of a cut file holds every byte that was left and none that was not.
   int Size = 0;
+
+ private:
+  std::vector<char> bytes_;
+
+ public:
   TString MapID;  // the ID under which the block stands in the map
 
   TSorBlockSpecial() = default;
@@ -32,7 +37,4 @@ class TSorBlockSpecial : public TSorBlock {
   // The bytes, `Size` of them.
   const char* Data() const { return bytes_.data(); }
   char* Data() { return bytes_.data(); }
-
- private:
-  std::vector<char> bytes_;
 };

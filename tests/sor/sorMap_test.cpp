@@ -50,6 +50,8 @@ TEST(SorMap, ReadsAndWritesItsLines) {
 TEST(SorMap, RefusesAndEnds) {
   TSorBlockMap map;
   EXPECT_EQ(ReadFrom(map, TwoBlocks(300).MapBytes(), kAnyRevision).state, sfReadError);
+  EXPECT_EQ(ReadFrom(map, BrokenHead(10) + TwoBlocks(300).MapBytes(), kAnyRevision).state, sfReadError);
+  EXPECT_EQ(map.Size, 0);
   EXPECT_EQ(map.blocks->GetSize(), 0);
   EXPECT_THROW(ReadFrom(map, TwoBlocks().CountOff(-4).MapBytes(), kAnyRevision), int);
   EXPECT_EQ(map.blocks->GetSize(), 0);
