@@ -16,6 +16,7 @@ struct CopyOptions {
 
 int RunCopy(Session& session, const CopyOptions& options) {
   LoadedRecord loaded = LoadRecord(session, options.input, NeedPoints::kNo);
+  RequireReadThrough(loaded);
   loaded.record->WriteProprietaryBlocks = options.noProprietary ? 0 : 1;
   loaded.record->WriteSpecialBlocks = options.noUnknown ? 0 : 1;
   SaveRecord(*loaded.record, options.output);

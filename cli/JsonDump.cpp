@@ -30,6 +30,7 @@ Json JsonOfMap(const TSorBlockMap& map) {
 
 Json JsonOfPoints(const TSorBlockDataPoints& points, bool withData) {
   Json json = {{"RevisionNo", points.RevisionNo},
+               {"BID", Utf8(points.ID)},
                {"TNDP", points.GetPointsNum()},
                {"TSF", points.GetSubBlocksNum()},
                {"SF", points.GetSubBlock()->GetScaleFactor()}};
@@ -38,17 +39,18 @@ Json JsonOfPoints(const TSorBlockDataPoints& points, bool withData) {
 }
 
 Json JsonOfEmbeddedData(const TEmbData1E& embedded, bool withData) {
-  if (embedded.IsEmpty()) return nullptr;
-  if (embedded.IsKind("SOR"))
-    return JsonOfRecord(*static_cast<const TSorData*>(embedded.GetData()), withData);
-  if (embedded.IsKind("RFTSEVENTS")) {
-    return JsonOfBlock(*static_cast<const TSorBlockRFTSEvents*>(embedded.GetData()));
-  }
+  if (const TSorData* record = embedded.GetRecord()) return JsonOfRecord(*record, withData);
+  if (const TSorBlockRFTSEvents* events = embedded.GetRFTSEvents()) return JsonOfBlock(*events);
+  // A record inside that the file broke off before.
+  if (embedded.IsKind(TEmbData1E::kRecord) || embedded.IsKind(TEmbData1E::kRFTSEvents)) return nullptr;
   return Hex(static_cast<const char*>(embedded.GetData()), static_cast<size_t>(embedded.DataSize));
 }
 
 Json JsonOfEmbedded(const TSorBlockEmbData& block, bool withData) {
-  Json json = {{"RevisionNo", block.RevisionNo}, {"TNED", block.GetTNED()}, {"records", Json::array()}};
+  Json json = {{"RevisionNo", block.RevisionNo},
+               {"BID", Utf8(block.ID)},
+               {"TNED", block.GetTNED()},
+               {"records", Json::array()}};
   for (int i = 0; i < block.GetTNED(); ++i) {
     const TEmbData1E* embedded = block.GetEmbData(i);
     if (embedded == nullptr) continue;
@@ -76,23 +78,35 @@ Json JsonOfSpecial(const TSorData& record) {
   return list;
 }
 
-// The checksum covers the file from its first byte up to the two bytes of the checksum itself, which end the
-// block "Cksum". Null where the map names no such block, or one that lies outside the file.
+// Where the map stands in a file: behind the broken head that some instruments put before it.
+size_t StartOfMap(const std::vector<char>& bytes) {
+  TSorFile file(bytes.data(), bytes.size());
+  TSorBlockMap map;
+  TString id;
+  file.Read(id);
+  if (id == map.ID || !map.SuspectJdsuCorrupted(&file, 0)) return 0;
+  return map.ReadUntilJdsuCorruptedMap(&file, 0);
+}
+
+// The checksum covers the file from the first byte of the map up to the two bytes of the checksum itself,
+// which end the block "Cksum", of several the last. Null where the map names no such block, or one that lies
+// outside the file.
 Json ComputedChecksum(const LoadedRecord& loaded) {
   const TSorBlockMap& map = *loaded.record->Map;
-  long long end = map.Size;
+  const auto start = static_cast<long long>(StartOfMap(loaded.bytes));
+  long long place = map.Size;
+  long long end = 0;  // of the checksum
   for (int i = 0; i < map.blocks->GetSize(); ++i) {
     const TSorBlockMapBlockInfo* line = map.blocks->GetData(i);
     if (line == nullptr || line->Size <= 0) continue;
-    end += line->Size;
-    if (!(line->ID == GetBlockID(btCRC))) continue;
-    const long long covered = end - 2;
-    if (covered < 0 || end > static_cast<long long>(loaded.bytes.size())) return nullptr;
-    unsigned short crc = 0xFFFF;
-    TCRC().get_crc_ccitt(crc, loaded.bytes.data(), static_cast<int>(covered));
-    return crc;
+    place += line->Size;
+    if (line->ID == GetBlockID(btCRC)) end = place;
   }
-  return nullptr;
+  const long long covered = end - 2 - start;
+  if (covered < 0 || end > static_cast<long long>(loaded.bytes.size())) return nullptr;
+  unsigned short crc = 0xFFFF;
+  TCRC().get_crc_ccitt(crc, loaded.bytes.data() + start, static_cast<int>(covered));
+  return crc;
 }
 
 }  // namespace

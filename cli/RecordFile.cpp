@@ -97,6 +97,25 @@ class AtomicFile {
   FILE* file_ = nullptr;
 };
 
+// A device or a pipe takes the bytes as they come: a file over it would do away with it.
+bool IsDeviceOrPipe(const std::string& name) {
+  struct stat info;
+  return stat(name.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode);
+}
+
+void SaveBytes(const char* data, size_t size, const std::string& name) {
+  if (IsDeviceOrPipe(name)) {
+    std::ofstream out(name, std::ios::binary);
+    out.write(data, static_cast<std::streamsize>(size));
+    out.close();
+    if (!out) throw Problem(kUnwritable, name + ": cannot be written");
+    return;
+  }
+  AtomicFile file(name);
+  file.Write(data, size);
+  file.Commit();
+}
+
 }  // namespace
 
 std::vector<char> ReadInput(Session& session, const std::string& name) {
@@ -110,6 +129,19 @@ std::vector<char> ReadInput(Session& session, const std::string& name) {
 }
 
 bool LoadedRecord::Truncated() const { return state != sfOk; }
+
+// The linear trace is the last that a reading makes. Temperature traces have none.
+bool LoadedRecord::BrokenOff() const {
+  return state != sfOk && state != sfEndOfData &&
+         record->EmbData->GetEmbData(TEmbData1E::kLinearTrace) == nullptr;
+}
+
+void RequireReadThrough(const LoadedRecord& loaded) {
+  if (!loaded.BrokenOff()) return;
+  Unreadable(loaded.name,
+             "is damaged: a block is not where the map puts it, or leads nowhere (stream state " +
+                 std::to_string(loaded.state) + ")");
+}
 
 LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, NeedPoints needPoints) {
   LoadedRecord loaded;
@@ -133,8 +165,9 @@ LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, N
   }
   if (reflyze::NestingDepth(*loaded.record) > kDeepestNesting)
     Unreadable(name, "holds records nested more than 16 deep");
-  if (needPoints == NeedPoints::kYes && loaded.record->DataPts->GetPointsNum() == 0) {
-    Unreadable(name, "holds no data points");
+  if (needPoints == NeedPoints::kYes) {
+    RequireReadThrough(loaded);
+    if (loaded.record->DataPts->GetPointsNum() == 0) Unreadable(name, "holds no data points");
   }
   return loaded;
 }
@@ -154,15 +187,9 @@ void SaveRecord(TSorData& record, const std::string& name) {
   record.Write(&memory);
   if (memory.state != sfOk)
     throw Problem(kUnwritable, name + ": the record has more blocks than a map can list");
-  AtomicFile file(name);
-  file.Write(memory.GetData(), memory.GetDataSize());
-  file.Commit();
+  SaveBytes(memory.GetData(), memory.GetDataSize(), name);
 }
 
-void SaveText(const std::string& text, const std::string& name) {
-  AtomicFile file(name);
-  file.Write(text.data(), text.size());
-  file.Commit();
-}
+void SaveText(const std::string& text, const std::string& name) { SaveBytes(text.data(), text.size(), name); }
 
 }  // namespace reflyze::cli

@@ -13,20 +13,28 @@ class Session;
 
 // A record as it was read, with what a listing tells of its file.
 struct LoadedRecord {
-  std::string name;         // as on the command line, "-" for standard input
+  std::string name;         // as on the command line, or "standard input"
   std::vector<char> bytes;  // the whole file
   std::unique_ptr<TSorData> record;
   int state = 0;           // final state of the stream
   bool Truncated() const;  // ended before its map said
+  // The reading was broken off at a block that can't be placed, and the record was not brought into line.
+  bool BrokenOff() const;
 };
 
 enum class NeedPoints { kNo, kYes };
 
 // Reads a file, or standard input for "-". Throws Problem kUnreadable for what is no record: missing, empty,
-// cut inside its map, of a foreign revision, nested too deep, or without data points where they are needed.
+// cut inside its map, of a foreign revision, nested too deep, or, where points are needed, broken off or
+// without points.
 LoadedRecord LoadRecord(Session& session, const std::string& name, NeedPoints needPoints);
 // The same for bytes at hand; `name` stands in the messages.
 LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, NeedPoints needPoints);
+
+// Throws Problem kUnreadable for a record whose reading was broken off: what is missing from it may be there
+// in the file, and must neither be lost in a copy nor falsify a table. Records in which points are needed
+// have been looked at in this way.
+void RequireReadThrough(const LoadedRecord& loaded);
 
 // One warning line if the record ended before its map said.
 void WarnIfTruncated(Session& session, const LoadedRecord& loaded);
@@ -34,8 +42,8 @@ void WarnIfTruncated(Session& session, const LoadedRecord& loaded);
 // All bytes of a file, or of standard input for "-". Throws Problem kUnreadable.
 std::vector<char> ReadInput(Session& session, const std::string& name);
 
-// Writes beside the target and renames over it: the file appears whole or not at all. Throws Problem
-// kUnwritable.
+// Writes beside the target and renames over it: the file appears whole or not at all. What is no file but a
+// device or a pipe is written to. Throws Problem kUnwritable.
 void SaveRecord(TSorData& record, const std::string& name);
 void SaveText(const std::string& text, const std::string& name);
 

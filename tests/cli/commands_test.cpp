@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 
 #include "tests/cli/program.h"
@@ -155,6 +158,32 @@ TEST_F(CopyTest, UnknownBlocksAndForeignTextsSurviveByteForByte) {
   EXPECT_FALSE(bare["DataPts"].contains("samples"));
 }
 
+TEST_F(CopyTest, PipeTakesTheBytesAndStays) {
+  const std::string trace = StoreTrace("a.sor");
+  ASSERT_EQ(mkfifo(File("pipe").c_str(), 0600), 0);
+  const int reader = open(File("pipe").c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_EQ(Run({"copy", trace, File("pipe"), "--no-proprietary"}).status, 0);
+  std::string bytes(65536, '\0');  // what a pipe holds
+  bytes.resize(static_cast<size_t>(std::max<ssize_t>(read(reader, bytes.data(), bytes.size()), 0)));
+  close(reader);
+  EXPECT_TRUE(bytes == Load(trace));
+  EXPECT_TRUE(std::filesystem::is_fifo(File("pipe")));
+}
+
+class DumpTest : public ProgramTest {};
+
+TEST_F(DumpTest, ChecksumIsThatOfTheRecordBehindABrokenHead) {
+  const std::string whole = Load(StoreTrace("a.sor"));
+  const std::string head("ab\x01\0\x02\0 and more", 15);
+  for (const std::string& before : {std::string(), head}) {
+    const nlohmann::json dump = Json(Run({"dump", Store("h.sor", before + whole), "--format", "json"}));
+    EXPECT_EQ(dump["Cksum"]["match"], true) << before.size();
+    EXPECT_EQ(dump["Cksum"]["computed"], dump["Cksum"]["CRC"]);
+    EXPECT_EQ(dump["DataPts"]["BID"], "DataPts");
+    EXPECT_EQ(dump["EmbData"]["BID"], "EmbData");
+  }
+}
+
 class FailureTest : public ProgramTest {};
 
 TEST_F(FailureTest, EveryBadCommandLineIsOneLineAndStatus2) {
@@ -209,6 +238,30 @@ TEST_F(FailureTest, FileCutBehindItsMapIsReadAsFarAsItGoes) {
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.err.find("warning"), std::string::npos);
     EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
+  }
+}
+
+// A block is placed by the sizes before it: one size that lies, and the reading is broken off.
+TEST_F(FailureTest, RecordThatCouldNotBeReadThroughIsShownAndNotUsed) {
+  const std::string whole = Load(StoreTrace("a.sor"));
+  for (const std::string block : {"FxdParams", "KeyEvents", "DataPts"}) {
+    std::string bytes = whole;
+    bytes[bytes.find(block) + block.size() + 6] = 0x7F;  // the highest byte of its size in the map
+    const std::string lying = Store("lying.sor", bytes);
+    const Result dump = Run({"dump", lying, "--format", "json", "--no-data"});
+    ASSERT_EQ(dump.status, 0) << block;
+    EXPECT_EQ(Json(dump)["state"], sfSeekError) << block;
+    const bool all = block == "DataPts";  // behind it stands the checksum alone
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"copy", lying, File("out.sor")},
+          std::vector<std::string>{"analyse", lying}}) {
+      const Result result = Run(arguments);
+      if (all) {
+        EXPECT_EQ(result.status, 0) << block;
+      } else {
+        ExpectOneLineError(result, 3, block);
+      }
+    }
   }
 }
 
