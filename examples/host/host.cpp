@@ -10,6 +10,7 @@
 
 #include "sor/sorData.h"
 #include "src/Auto.h"
+#include "util/tlogfile.h"
 
 // The module's assertions end here instead of stopping the process. Optional; needs -rdynamic.
 extern "C" __attribute__((visibility("default"))) void ReflyzeHostAssertion(const char* text, const char*, int) {
