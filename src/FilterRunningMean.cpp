@@ -1,12 +1,16 @@
-// The running mean of the linear trace: a look-ahead of fixed width, and the running sum of the scan.
+// The means of the linear trace on which the automatic filter rests: one of fixed width, worked out once, by
+// which an edge is compared with what surrounds it; and the running sum of the scan, whose width changes as
+// it goes.
 
 #include <algorithm>
 
 #include "src/Filter.h"
 
+// Dropping samples and summing anew give the same mean; whichever touches fewer samples is taken.
 long TSorFilter::ReCalcSum(long i, long W, long n, float& sum) {
   const reflyze::HeldSamples lin = HeldLinf();
-  if (2 * (W - n) < W) {
+  const long dropped = W - n;
+  if (2 * dropped < W) {
     for (long k = i - W; k < i - n; ++k) sum -= lin[k];
   } else {
     sum = 0.0F;
@@ -15,19 +19,27 @@ long TSorFilter::ReCalcSum(long i, long W, long n, float& sum) {
   return n;
 }
 
+// The window grows over the first `w` points, slides, and over the last `w` points loses a sample at each and
+// takes up none. A trace too short to slide over goes from growing to shrinking. Each entry is the mean of what its
+// window holds.
 void TSorFilter::SetLinfAvg(long N, long w) {
-  const long points = std::max(N, 0L), window = std::max(w, 1L);
-  if (LinfAvg.empty()) LinfAvg.resize(static_cast<size_t>(points));
-  const long count = std::min(points, static_cast<long>(LinfAvg.size()));
   const reflyze::HeldSamples lin = HeldLinf();
+  const long points = std::max(N, 0L), window = std::clamp(w, 1L, std::max(points, 1L));
+  LinfAvg.resize(static_cast<size_t>(points));
   double sum = 0.0;
-  long held = 0;
-  for (long i = 0; i < count; ++i) {
-    sum += lin[i];
-    if (++held > window) {
-      sum -= lin[i - window];
-      held = window;
+  long first = 0, held = 0;  // of the window
+  const auto drop = [&] {
+    sum -= lin[first++];
+    --held;
+  };
+  for (long i = 0; i < points; ++i) {
+    const bool shrinks = i >= window && i >= points - window;
+    if (!shrinks) {
+      sum += lin[i];
+      ++held;
+      if (i >= window) drop();
     }
     LinfAvg[static_cast<size_t>(i)] = static_cast<float>(sum / static_cast<double>(held));
+    if (shrinks) drop();
   }
 }
