@@ -60,7 +60,7 @@ long TSorFilter::FallAnalisys(long begin, long from, long to, long pw, long w, f
     foot = std::min(foot, last);
     heightLin = topLin - (window < 2 ? lin[foot] : lin.MeanOfTwo(foot));
   }
-  return heightLin > T ? -reflyze::GradeOf(heightLin, T) : 0;
+  return heightLin > T ? -reflyze::GradeOfHeight(heightLin, T) : 0;
 }
 
 namespace {

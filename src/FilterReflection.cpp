@@ -26,7 +26,7 @@
 
 namespace {
 
-using reflyze::GradeOf;
+using reflyze::GradeOfHeight;
 using reflyze::LinearTrace;
 
 constexpr long kNoReflection = -1;
@@ -106,7 +106,7 @@ class RiseMeasure {
   double Db(long point) const { return levels_[point]; }
   bool IsSaturatedAt(long point) const { return !(Db(point) < sor_.GetMaxLevel() - kSaturatedDb); }
   long GradeAboveLimit(double heightLin) const {
-    return heightLin > limitLin_ ? GradeOf(heightLin, limitLin_) : kNoReflection;
+    return heightLin > limitLin_ ? GradeOfHeight(heightLin, limitLin_) : kNoReflection;
   }
 
   // --- The rise against what came before ---
@@ -350,7 +350,7 @@ std::optional<long> RiseMeasure::JudgeSpike() const {
       kSpikeLimits * limitLin_ * (1.0 - wide / light) / std::sqrt(static_cast<double>(widePoints_));
   if (heightLin < needLin) return kNoReflection;
   constexpr long kTellingPulse = 7;  // points: a shorter one looks like the ripple of the event before
-  return pulse_ > kTellingPulse || front_ >= prevEnd_ ? GradeOf(heightLin, limitLin_) : kUngraded;
+  return pulse_ > kTellingPulse || front_ >= prevEnd_ ? GradeOfHeight(heightLin, limitLin_) : kUngraded;
 }
 
 // Inside the event before, a rise to less than the trace had three points ago is a dent in a falling tail,

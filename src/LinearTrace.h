@@ -82,7 +82,7 @@ class LinearTrace {
 
 // The grade of a height over a limit, both in linear power: the whole part of log2(height / limit + 1). A
 // limit of 0 grades everything alike, as high as any two floats can.
-inline long GradeOf(double heightLin, double limitLin) {
+inline long GradeOfHeight(double heightLin, double limitLin) {
   constexpr long kHighestGrade = 277;  // 2^128 over the smallest float, 2^-149
   const double ratio = heightLin / limitLin + 1.0;
   const double doublings = std::log2(ratio > 0.0 ? ratio : std::numeric_limits<double>::min());
