@@ -14,6 +14,7 @@ std::vector<FoundEvent> FoundEvents(const TSorData& record) {
     entry.distanceKm = record.OwtToLen(event.EPT);
     entry.lossDb = event.GetEL();
     entry.reflectanceDb = event.GetER();
+    entry.reflective = event.EC.Len() > 0 && event.EC.c_str()[0] != '0';
     entry.saturated = event.EC.Len() > 0 && (event.EC.c_str()[0] == '2' || event.EC.c_str()[0] == 'D');
     entry.end = event.IsEOF();
     found.push_back(entry);
@@ -23,6 +24,11 @@ std::vector<FoundEvent> FoundEvents(const TSorData& record) {
 
 EventKind KindOf(const sim::TrueEvent& event) {
   if (event.reflectanceDb && event.peakDb >= kSmallestFairPeakDb) return EventKind::kReflection;
+  return event.lossDb < 0.0 ? EventKind::kGainer : EventKind::kSplice;
+}
+
+EventKind KindOf(const FoundEvent& event) {
+  if (event.reflective) return EventKind::kReflection;
   return event.lossDb < 0.0 ? EventKind::kGainer : EventKind::kSplice;
 }
 

@@ -11,6 +11,7 @@ struct FoundEvent {
   double distanceKm = 0.0;
   double lossDb = 0.0;
   double reflectanceDb = 0.0;  // 0 for none
+  bool reflective = false;
   bool saturated = false;
   bool end = false;
 };
@@ -19,6 +20,7 @@ std::vector<FoundEvent> FoundEvents(const TSorData& record);
 
 enum class EventKind { kSplice, kGainer, kReflection };
 EventKind KindOf(const sim::TrueEvent& event);
+EventKind KindOf(const FoundEvent& event);
 
 // What an event must be for a miss of it to count: steps of 0.05 dB, reflections 0.5 dB high.
 constexpr double kSmallestFairLossDb = 0.05;

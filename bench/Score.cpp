@@ -71,6 +71,18 @@ long Score::Badness(const TraceResult& result) {
   return bad;
 }
 
+// A reported event has the signal-to-noise ratio of the place where it was reported.
+void Score::CountReported(const TraceResult& result, size_t found, bool invented) {
+  const FoundEvent& event = result.found[found];
+  const std::vector<float>& levelDb = result.trace->cleanDb;
+  const auto last = static_cast<double>(levelDb.size() - 1);
+  const double point = std::clamp(event.distanceKm / result.spacingKm, 0.0, last);
+  const double snrDb = levelDb[static_cast<size_t>(point)] - result.trace->truth.noiseDb;
+  Report& report = reports_[static_cast<size_t>(KindOf(event))][BandOf(snrDb)];
+  ++report.reported;
+  report.invented += invented ? 1 : 0;
+}
+
 void Score::Add(const TraceResult& result) {
   const auto& truth = result.trace->truth;
   const Matching& matching = result.matching;
@@ -95,7 +107,9 @@ void Score::Add(const TraceResult& result) {
     return found;
   };
   for (const size_t missed : matching.missed) count(missed, false);
+  for (const size_t invented : matching.invented) CountReported(result, invented, true);
   for (const MatchedPair& pair : matching.pairs) {
+    CountReported(result, pair.found, false);
     if (!count(pair.truth, true)) continue;
     const sim::TrueEvent& event = truth.events[pair.truth];
     const FoundEvent& found = result.found[pair.found];
@@ -123,6 +137,8 @@ void Score::AddAll(const Score& other) {
     for (size_t band = 0; band < kBands; ++band) {
       tallies_[kind][band].present += other.tallies_[kind][band].present;
       tallies_[kind][band].found += other.tallies_[kind][band].found;
+      reports_[kind][band].reported += other.reports_[kind][band].reported;
+      reports_[kind][band].invented += other.reports_[kind][band].invented;
     }
     clear_[kind].present += other.clear_[kind].present;
     clear_[kind].found += other.clear_[kind].found;
@@ -153,6 +169,13 @@ nlohmann::ordered_json Score::Json() const {
                       {"found", clear_[kind].found},
                       {"share", Share(clear_[kind].found, clear_[kind].present)}};
   }
+  for (size_t kind = 0; kind < kKinds; ++kind) {
+    nlohmann::ordered_json& entry = json["precision_by_kind"][kKindNames[kind]];
+    for (size_t band = 0; band < kBands; ++band) {
+      const Report& report = reports_[kind][band];
+      entry[kBandNames[band]] = {{"reported", report.reported}, {"invented", report.invented}};
+    }
+  }
   json["position_error_m"] = ErrorJson(positionErrorM_);
   json["position_error_pulses"] = ErrorJson(positionErrorPulses_);
   json["position_beyond_half_sample_pulses"] = ErrorJson(positionExcessPulses_);
@@ -160,6 +183,28 @@ nlohmann::ordered_json Score::Json() const {
   json["reflectance_error_db"] = ErrorJson(reflectanceErrorDb_);
   json["end_error_m"] = ErrorJson(endErrorM_);
   return json;
+}
+
+// Found of those present, and right of those reported, in each band.
+std::string Score::KindText(size_t kind) const {
+  long present = 0, reported = 0;
+  std::string found, right;
+  for (size_t band = 0; band < kBands; ++band) {
+    const Tally& tally = tallies_[kind][band];
+    const Report& report = reports_[kind][band];
+    present += tally.present;
+    reported += report.reported;
+    found += cli::Format("  %s dB %ld/%ld", kBandNames[band], tally.found, tally.present);
+    right +=
+        cli::Format("  %s dB %ld/%ld", kBandNames[band], report.reported - report.invented, report.reported);
+  }
+  std::string text;
+  if (present > 0) {
+    text += cli::Format("  %-11s found%s   clear %.1f %%\n", kKindNames[kind], found.c_str(),
+                        100.0 * Share(clear_[kind].found, clear_[kind].present));
+  }
+  if (reported > 0) text += cli::Format("  %-11s right%s\n", "", right.c_str());
+  return text;
 }
 
 std::string Score::Text(const std::string& name) const {
@@ -170,17 +215,7 @@ std::string Score::Text(const std::string& name) const {
       name.c_str(), traces_, 100.0 * Share(exact_, traces_),
       static_cast<double>(invented_) / static_cast<double>(std::max(traces_, 1L)),
       100.0 * Share(endsFound_, traces_), 100.0 * Share(endsWithin_, traces_));
-  for (size_t kind = 0; kind < kKinds; ++kind) {
-    long present = 0;
-    for (const Tally& tally : tallies_[kind]) present += tally.present;
-    if (present == 0) continue;
-    text += cli::Format("  %-11s", kKindNames[kind]);
-    for (size_t band = 0; band < kBands; ++band) {
-      const Tally& tally = tallies_[kind][band];
-      text += cli::Format(" %s dB %ld/%ld ", kBandNames[band], tally.found, tally.present);
-    }
-    text += cli::Format("  clear %.1f %%\n", 100.0 * Share(clear_[kind].found, clear_[kind].present));
-  }
+  for (size_t kind = 0; kind < kKinds; ++kind) text += KindText(kind);
   if (!lossErrorDb_.empty()) {
     text += cli::Format("  position    median %.2f m, 95 %% %.2f m (%.3f and %.3f pulse lengths)\n",
                         Percentile(positionErrorM_, 0.5, true), Percentile(positionErrorM_, 0.95, true),

@@ -17,6 +17,11 @@ struct Tally {
   long found = 0;
 };
 
+struct Report {
+  long reported = 0;  // events of the table
+  long invented = 0;  // those that no event of the truth stands for
+};
+
 // What one trace adds to a score.
 struct TraceResult {
   const sim::SimulatedTrace* trace = nullptr;
@@ -39,6 +44,8 @@ class Score {
   static long Badness(const TraceResult& result);
 
  private:
+  std::string KindText(size_t kind) const;
+  void CountReported(const TraceResult& result, size_t found, bool invented);
   static bool IsIsolated(const TraceResult& result, size_t index);
 
   long traces_ = 0;
@@ -46,8 +53,9 @@ class Score {
   long invented_ = 0;
   long reported_ = 0;  // events between launch and end
   long endsFound_ = 0;
-  long endsWithin_ = 0;  // one sample plus a tenth of a pulse length
-  std::array<std::array<Tally, kBands>, kKinds> tallies_;
+  long endsWithin_ = 0;                                     // one sample plus a tenth of a pulse length
+  std::array<std::array<Tally, kBands>, kKinds> tallies_;   // by what is true
+  std::array<std::array<Report, kBands>, kKinds> reports_;  // by what was reported
   std::array<Tally, kKinds> clear_;  // 6 dB above the noise, two pulse lengths from their neighbours
   // Errors of clear events, found minus true.
   std::vector<double> positionErrorM_, positionErrorPulses_, lossErrorDb_, reflectanceErrorDb_, endErrorM_;
