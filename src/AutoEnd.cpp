@@ -232,9 +232,9 @@ class FibreEndSearch {
     }
     CloseLine(cur_);
     TEventLine launchEvent;
-    const long next = FindFibreBehind(cur_, launchEvent);
+    end_ = FindFibreBehind(cur_, launchEvent);
     if (launchEvent.L[0] >= 0.0) Append(launchEvent);
-    OpenLine(next);
+    OpenLine(end_);
     return Fibre::kGoesOn;
   }
 
@@ -251,13 +251,13 @@ class FibreEndSearch {
     const long tolerance = small ? winPulse_ / 10 : winPulse_ / 2;
     if (end_ - cur_ > winPulse_ + run + tolerance + overTop) {
       TEventLine ignored;
-      const long next = FindFibreBehind(cur_, ignored);
+      end_ = FindFibreBehind(cur_, ignored);
       if (-stepDb_ > 3 * needDb_) {
         line_.P[0] = Level(start_);
         CloseLine(cur_);
-        OpenLine(next);
+        OpenLine(end_);
       }
-      cur_ = next;
+      cur_ = end_;
       return Fibre::kGoesOn;
     }
 

@@ -92,6 +92,23 @@ TEST(FibreEnd, DipBetweenTwoLastReflections) {
   }
 }
 
+// A connector so near to the end that the search for fibre behind it comes out in the noise: then no line is
+// left over, and the end can't lie in front of where the last line starts.
+TEST(FibreEnd, NoFibreBehindAConnectorNearTheEnd) {
+  for (double apart : {70.0, 80.0}) {
+    for (double peakDb : {4.0, 10.0}) {
+      SCOPED_TRACE(testing::Message() << apart << " " << peakDb);
+      EndSearch s(Fibre().Peak(6000, peakDb).End(6000 + apart).Peak(6000 + apart, 8.0));
+      s.Search();
+      ASSERT_EQ(s.engine.lines->GetSize(), 2);
+      EXPECT_NEAR(s.Point(s.Line(0).L[1]), 6000, 2);
+      EXPECT_NEAR(s.Point(s.Line(1).peakLen), 6000 + apart, 12);
+      EXPECT_DOUBLE_EQ(s.last.Length(), 0.0);
+      EXPECT_GT(s.End(), 6000 + apart);
+    }
+  }
+}
+
 // A fibre may be too long for the noise, and still send a reflection back from its end.
 TEST(FibreEnd, ReflectionFromBeyondTheNoise) {
   TraceSpec spec = Fibre();
