@@ -4,6 +4,7 @@
 
 #include "ref/refEvent.h"
 #include "sor/sorData.h"
+#include "src/Filter.h"
 #include "util/tinifile.h"
 
 // The commands of the module on one trace, and the frame of one analysis: what holds for the record as a
@@ -83,8 +84,9 @@ void TAuto::AnalysisSorData(TSorData* trace, TTH* thresholds) {
   }
   if (th.THRef <= kLeastReflectanceDb) th.THRef = kEveryReflectanceDb;
 
-  // A trace flagged as filtered that still has its raw points gets them back here once the filter engine
-  // joins. The flag goes in any case: an analysed record asks for no filtering.
+  // A trace that was filtered before is analysed on its raw points. The flag goes in any case: an analysed
+  // record asks for no filtering.
+  if (trace->QRTParams->isFilter() && trace->DataPtsBackup != nullptr) TSorFilter(trace).SetFilter(0);
   trace->QRTParams->SetFlagFilter(0);
 
   {

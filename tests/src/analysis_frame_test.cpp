@@ -121,6 +121,39 @@ TEST(AnalysisFrame, AutomatTakesTheTracesThresholdsLiterally) {
   EXPECT_GE(trace->KeyEvents->TNKE, 2);
 }
 
+// What was filtered is analysed as it came from the instrument. Here the filter has left nothing of the
+// trace.
+TEST(AnalysisFrame, AFilteredTraceIsAnalysedOnItsRawPoints) {
+  const struct {
+    const char* what;
+    bool isFlagged, hasBackup, isFlattened;
+    bool asRaw;  // ends as the raw trace does
+  } kCases[] = {
+      {"filtered", true, true, true, true},
+      {"flagged, never filtered", true, false, false, true},
+      {"flagged, raw points lost", true, false, true, false},
+      {"not flagged", false, true, true, false},
+  };
+  const auto raw = support::BuildTrace(Link());
+  Analyse(*raw);
+  ASSERT_GE(raw->KeyEvents->TNKE, 3);
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.what);
+    const auto trace = support::BuildTrace(Link());
+    trace->QRTParams->SetFlagFilter(c.isFlagged ? 1 : 0);
+    if (c.hasBackup) trace->DataPtsBackup = new TSorBlockDataPoints(*trace->DataPts);
+    for (long i = 0; c.isFlattened && i < trace->DataPts->GetPointsNum(); ++i)
+      trace->DataPts->SetLevel(i, -20.0);
+    Analyse(*trace);
+    EXPECT_EQ(EventTimes(*trace) == EventTimes(*raw), c.asRaw);
+    EXPECT_EQ(support::Levels(*trace) == support::Levels(*raw), c.asRaw);
+    EXPECT_EQ(trace->QRTParams->isFilter(), raw->QRTParams->isFilter());
+    if (c.asRaw) {
+      EXPECT_EQ(trace->DataPtsBackup == nullptr, raw->DataPtsBackup == nullptr);
+    }
+  }
+}
+
 TEST(AnalysisFrame, ATraceWithoutScaleKeepsItsEvents) {
   const auto trace = support::BuildTrace(Link());
   Analyse(*trace);
