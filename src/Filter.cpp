@@ -225,10 +225,7 @@ void TSorFilter::PrepareAutoFilter() {
     autoLevel = kLongRangeAutoLevel;
   }
   const double filterLevel = pSorData->QRTParams->GetFilterLevel();
-  // Not below 0, where the mean is that of a single sample.
-  if (filterLevel < kFullFilterLevel) {
-    autoLevel = std::max(autoLevel + TruncToInt(filterLevel * 10.0 - 10.0), 0);
-  }
+  if (filterLevel < kFullFilterLevel) autoLevel += TruncToInt(filterLevel * 10.0 - 10.0);
 }
 
 void TSorFilter::BackupRestoreDataPointsBeforeFilterApply(int kind) {

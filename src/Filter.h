@@ -203,8 +203,8 @@ class TSorFilter : public TFilter {
   long pulsePoints = 1;          // points of the pulse, at least 1
   long pulseFallPoints = 1;      // points of the pulse with the receiver's fall added as a plain number, as
                                  // this width has always been taken; at least 1
-  int autoLevel = 7;             // the mean of the automatic filter holds up to 2^autoLevel samples
-  AutoFilterResultData result;   // what AutoFilter found
+  int autoLevel = 7;            // the mean of the automatic filter holds up to 2^autoLevel samples; 1 below 0
+  AutoFilterResultData result;  // what AutoFilter found
 
  private:
   void PrepareAutoFilter();

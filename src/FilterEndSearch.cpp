@@ -175,11 +175,12 @@ double EndSearch::SplitterDb() const {
   return outputs >= 1.0 ? 2.0 * SorMathLog5(outputs) + kExcessDb : outputs;
 }
 
-// Before a splitter has been passed, all that rises above the lowered noise may still be signal. (So it may
-// where the end threshold stands above any loss; the 16 bits of the threshold do not reach that far.)
+// Before a splitter has been passed, all that rises above the lowered noise may still be signal. So it may
+// where the end threshold stands above any loss, which takes a wider threshold than that of the record.
 std::optional<long> EndSearch::FindNoise() {
   constexpr double kDeepInNoiseDb = 3.0;
-  if (SplitterDb() > spanDb_) {
+  constexpr double kAnyLossDb = 100.5;
+  if (SplitterDb() > spanDb_ || sor_.FxdParams->GetET() > kAnyLossDb) {
     noiseAt_ = LastAbove(to_ - 2, loweredDb_) + 1;
     return std::nullopt;
   }
@@ -328,7 +329,7 @@ void EndSearch::StepInFront() {
   const double receiverDb = static_cast<double>(filter_.owtDS) * filter_.dbOnOwt;
   front_ = above_ - window_ - Averaged(above_);
   const double fallPoints = (Db(front_) - Db(above_)) / receiverDb;
-  front_ -= levels_.Near(TruncToLong(fallPoints));
+  front_ = levels_.Near(TruncToLong(static_cast<double>(front_) - fallPoints));
 }
 
 // The peak of the first round; in that round itself, the one that it is about to find.

@@ -177,7 +177,8 @@ void TSorFilter::TempFilter(TSorData* sor, TSorData* reference, double k) {
   }
 }
 
-// The output starts from 0, as if there had been no light before the trace.
+// The output starts from the first sample: from darkness, a strong filter would take its whole length to
+// climb to the trace.
 void TSorFilter::DynaF(TSorData* sor) {
   if (sor == nullptr) return;
   float* lin = RefEmbGetLinf(sor);
@@ -185,8 +186,9 @@ void TSorFilter::DynaF(TSorData* sor) {
   const double limitDb = sor->QRTParams->GetNoisePeak() + kClearOfNoiseDb;
   const double forgettingKm = ForgettingKm(*sor, kFilterKm) * sor->QRTParams->GetFilterLevel();
   const double leastShare = 1.0 - std::exp(-sor->FxdParams->LenDS() / forgettingKm);
-  float before = 0.0F;
-  for (long i = 1; i < sor->DataPts->GetPointsNum(); ++i) {
+  const long points = sor->DataPts->GetPointsNum();
+  float before = points > 0 ? lin[0] : 0.0F;
+  for (long i = 1; i < points; ++i) {
     const float sampleDb = sor->NumTofLevel(i);
     if (sampleDb > limitDb) {
       before = lin[i];

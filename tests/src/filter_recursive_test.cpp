@@ -184,6 +184,14 @@ TEST_F(HeightFilter, TheDynamicFilterSmoothsTheLinearTraceToo) {
     ASSERT_NEAR(sor->QRTParams->LinToLog5(lin[i]), sor->NumTofLevel(i), kTableDb);
 }
 
+TEST(DynamicFilter, AQuietTraceKeepsItsLevelFromTheFirstPoint) {
+  const auto sor = BuildTrace(StepSpec(-40.0, -40.0));
+  sor->QRTParams->SNL = 32400;
+  sor->QRTParams->SetFilterLevel(9.0, 0);
+  TSorFilter(sor.get()).DynaF(sor.get());
+  for (long i = 0; i < 400; ++i) ASSERT_NEAR(sor->NumTofLevel(i), -40.0, kTableDb) << i;
+}
+
 // --- Stretches ---
 
 TEST(StretchFilter, MixesAShareOfTheLowPassIntoTheStretch) {

@@ -259,7 +259,7 @@ TEST(AutomaticFilter, MayAverageAsTheTraceAllows) {
       {"short range, 20 us", 50.0, 150.0, 20000, 10, 7, false},
       {"weak filter", 50.0, 50.0, 1000, 5, 2, false},
       {"weak filter, long range", 50.0, kLongKm, 20000, 5, 4, true},
-      {"no filter", 50.0, 50.0, 1000, -30000, 0, false},
+      {"weakest filter", 50.0, 50.0, 1000, 1, -2, false},
       {"strong filter", 50.0, 50.0, 1000, 30, 7, false},
   };
   for (const auto& c : kCases) {
