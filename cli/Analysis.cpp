@@ -1,8 +1,8 @@
 #include "cli/Analysis.h"
 
 #include <CLI/CLI.hpp>
-#include <new>
 
+#include "cli/EngineCall.h"
 #include "cli/Session.h"
 
 namespace reflyze::cli {
@@ -51,17 +51,8 @@ TTH ThresholdsFor(const TSorData& record, const ThresholdOptions& options) {
 }
 
 void Analyse(Session& session, LoadedRecord& loaded, TTH& thresholds, bool endsOnly) {
-  try {
-    session.Module().Analyse(*loaded.record, &thresholds, endsOnly);
-  } catch (const AssertionProblem& problem) {
-    throw Problem(kUnreadable, loaded.name + ": is not a trace that can be analysed: " + problem.what());
-  } catch (const std::bad_alloc&) {
-    throw Problem(kUnreadable, loaded.name + ": asks for more memory than there is");
-  } catch (int) {
-    throw Problem(kUnreadable, loaded.name + ": a count or size in it cannot be right");
-  } catch (const char* text) {
-    throw Problem(kUnreadable, loaded.name + ": is damaged: " + text);
-  }
+  CallEngine(loaded.name, "analysed",
+             [&] { session.Module().Analyse(*loaded.record, &thresholds, endsOnly); });
 }
 
 }  // namespace reflyze::cli

@@ -26,6 +26,7 @@ void DescribeProgram(CLI::App& app, Session& session) {
   AddAnalyseCommand(app, session);
   AddDumpCommand(app, session);
   AddCopyCommand(app, session);
+  AddFilterCommand(app, session);
   AddSimulateCommand(app, session);
 }
 

@@ -52,6 +52,7 @@ class Session {
 void AddAnalyseCommand(CLI::App& app, Session& session);
 void AddDumpCommand(CLI::App& app, Session& session);
 void AddCopyCommand(CLI::App& app, Session& session);
+void AddFilterCommand(CLI::App& app, Session& session);
 void AddSimulateCommand(CLI::App& app, Session& session);
 
 // The whole program: parses, runs, turns every failure into one line and an exit status.

@@ -1,0 +1,248 @@
+// The filter command: what it leaves of the noise, what it writes, what it prints, and what it refuses.
+
+#include <cmath>
+#include <memory>
+
+#include "cli/FilterTable.h"
+#include "ref/ref_Math.h"
+#include "tests/cli/program.h"
+
+namespace {
+
+using reflyze::cli::FilterKind;
+using reflyze::cli::FilterTable;
+
+class FilterTest : public ProgramTest {
+ protected:
+  // The metro link with so much noise that it shows on the whole fibre.
+  std::unique_ptr<TSorData> NoisyTrace() const {
+    reflyze::sim::Link link = MetroLink();
+    link.receiver.noiseDb = -18.0;
+    reflyze::sim::SimulatedTrace trace = reflyze::sim::Simulate(link, 5);
+    trace.record->WriteProprietaryBlocks = 1;
+    return std::move(trace.record);
+  }
+  static std::unique_ptr<TSorData> ReadRecord(const std::string& path) {
+    const std::string bytes = Load(path);
+    TSorFile file(bytes.data(), bytes.size());
+    auto record = std::make_unique<TSorData>();
+    record->Read(&file);
+    EXPECT_EQ(file.state, sfOk);
+    return record;
+  }
+  // Root mean square of the differences between neighbours on the first section, dB.
+  static double RoughnessDb(const TSorData& record) {
+    constexpr long kFrom = 800, kTo = 1800;
+    double sum = 0.0;
+    for (long i = kFrom; i < kTo; ++i) {
+      const double d = record.NumToLevel(i + 1) - record.NumToLevel(i);
+      sum += d * d;
+    }
+    return std::sqrt(sum / (kTo - kFrom));
+  }
+  nlohmann::json Filtered(const std::string& trace, std::vector<std::string> options) const {
+    options.insert(options.begin(), {"filter", trace, "-o", File("out.sor"), "--format", "json"});
+    const Result result = Run(options);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+    return result.status == 0 ? Json(result) : nlohmann::json();
+  }
+};
+
+TEST_F(FilterTest, StoresTheSmoothedLevelsForGood) {
+  const auto raw = NoisyTrace();
+  const std::string trace = Store("raw.sor", Bytes(*raw));
+  for (const std::string kind : {"fast", "kernel"}) {
+    SCOPED_TRACE(kind);
+    const nlohmann::json json = Filtered(trace, {"--kind", kind});
+    EXPECT_EQ(json["file"], trace);
+    EXPECT_EQ(json["kind"], kind);
+    EXPECT_EQ(json["points"], 9000);
+    EXPECT_EQ(json["count"], 0);
+    EXPECT_TRUE(json["events"].empty());
+    EXPECT_TRUE(json["noise_low"].is_null());
+    const auto smooth = ReadRecord(File("out.sor"));
+    ASSERT_EQ(smooth->DataPts->GetPointsNum(), 9000);
+    EXPECT_LT(RoughnessDb(*smooth), 0.5 * RoughnessDb(*raw));
+    // The fibre stays where it was, and the connector stands out of it.
+    EXPECT_NEAR(RefMathPower(smooth.get(), 800L, 1000L, 1), RefMathPower(raw.get(), 800L, 1000L, 1), 0.02);
+    EXPECT_GT(smooth->NumToLevel(2004), smooth->NumToLevel(1990) + 1.0);
+    EXPECT_EQ(smooth->QRTParams->DataPointsFiltered, 1);
+    EXPECT_FALSE(smooth->QRTParams->isFilter());
+    ExpectOneLineError(Run({"filter", File("out.sor"), "-o", File("b.sor"), "--kind", kind}), 3,
+                       "smoothed before");
+  }
+}
+
+TEST_F(FilterTest, StrengthComesFromTheCommandLineElseFromTheTrace) {
+  const auto raw = NoisyTrace();
+  raw->QRTParams->SetFilterLevel(0.5, 1);
+  const std::string trace = Store("raw.sor", Bytes(*raw));
+  double lastDb = RoughnessDb(*raw);
+  for (const double level : {0.5, 1.0, 3.0}) {
+    std::vector<std::string> options = {"--kind", "fast"};
+    if (level != 0.5) options.insert(options.end(), {"--level", std::to_string(level)});
+    EXPECT_EQ(Filtered(trace, options)["level"], level);
+    const auto smooth = ReadRecord(File("out.sor"));
+    EXPECT_TRUE(smooth->QRTParams->isDynFilter());
+    EXPECT_LT(RoughnessDb(*smooth), 0.8 * lastDb) << level;
+    lastDb = RoughnessDb(*smooth);
+  }
+}
+
+TEST_F(FilterTest, TheKernelOfTheTraceComesFirst) {
+  const struct {
+    short coefficients;  // in the trace
+    std::string level;
+    long kernelPoints;
+  } kCases[] = {
+      {0, "1", 16},   // 5.1 points of pulse and 10.5 more
+      {0, "0.5", 4},  // their root
+      {1, "1", 16},   // one coefficient is no kernel
+      {-3, "1", 16},  // and neither are fewer
+      {3, "1", 3},
+  };
+  for (const auto& c : kCases) {
+    const auto raw = NoisyTrace();
+    raw->QRTParams->SetTMC(std::max<short>(c.coefficients, 0));
+    if (c.coefficients == 3) raw->QRTParams->SetMC(1.0, 1);  // delays by a point and does nothing else
+    raw->QRTParams->TMC = c.coefficients;
+    const std::string trace = Store("raw.sor", Bytes(*raw));
+    SCOPED_TRACE(testing::Message() << c.coefficients << ", " << c.level);
+    const nlohmann::json json = Filtered(trace, {"--kind", "kernel", "--level", c.level});
+    EXPECT_EQ(json["kernel_points"], c.kernelPoints);
+    if (c.coefficients != 3) continue;
+    const auto delayed = ReadRecord(File("out.sor"));
+    for (long i = 1; i < 2000; ++i) ASSERT_NEAR(delayed->NumToLevel(i), raw->NumToLevel(i - 1), 0.003) << i;
+  }
+}
+
+TEST_F(FilterTest, TheAutomaticFilterFindsTheReflections) {
+  const auto raw = NoisyTrace();
+  const std::string trace = Store("raw.sor", Bytes(*raw));
+  const Result result = Run({"filter", trace, "-o", File("out.sor"), "--format", "json"});
+  ASSERT_EQ(result.status, 0) << result.err;
+  const nlohmann::json json = Json(result);
+  ASSERT_EQ(json["count"], json["events"].size());
+  ASSERT_GE(json["events"].size(), 3u) << result.out;
+  for (const double km : {4.0, 12.0}) {
+    const auto isThere = [&](const nlohmann::json& event) {
+      return std::fabs(event["distance_km"]["begin"].get<double>() - km) < 0.02;
+    };
+    EXPECT_TRUE(std::any_of(json["events"].begin(), json["events"].end(), isThere)) << km << result.out;
+  }
+  EXPECT_GT(json["polar"], 0.0);
+  EXPECT_LT(RoughnessDb(*ReadRecord(File("out.sor"))), 0.5 * RoughnessDb(*raw));
+}
+
+TEST_F(FilterTest, WhatCannotBeSmoothedIsRefusedInOneLine) {
+  const std::string good = StoreTrace("a.sor");
+  const auto unscaled = NoisyTrace();
+  for (int i = 0; i < unscaled->FxdParams->TPW; ++i) unscaled->FxdParams->DS[i] = 0;
+  const auto temperature = NoisyTrace();
+  temperature->QRTParams->TYP = "TC";
+  const std::string out = File("out.sor");
+  const struct {
+    const char* what;
+    std::vector<std::string> arguments;
+    int status;
+  } kCases[] = {
+      {"no spacing", {Store("unscaled.sor", Bytes(*unscaled)), "-o", out}, 3},
+      {"temperature", {Store("tc.sor", Bytes(*temperature)), "-o", out, "--kind", "kernel"}, 3},
+      {"no record", {Store("text.sor", "no record"), "-o", out, "--kind", "fast"}, 3},
+      {"nowhere to write", {good, "-o", File("none/out.sor"), "--kind", "fast"}, 4},
+      {"no output", {good, "--kind", "fast"}, 2},
+      {"unknown kind", {good, "-o", out, "--kind", "5"}, 2},
+      {"no level", {good, "-o", out, "--kind", "fast", "--level", "0"}, 2},
+      {"level too large", {good, "-o", out, "--kind", "fast", "--level", "10.5"}, 2},
+  };
+  for (const auto& c : kCases) {
+    std::vector<std::string> arguments = {"filter"};
+    arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+    ExpectOneLineError(Run(arguments), c.status, c.what);
+    EXPECT_FALSE(std::filesystem::exists(out)) << c.what;
+  }
+}
+
+// --- The listing ---
+
+TFEvent Event(int begin, int peak, int end, char type) {
+  TFEvent event;
+  event.begin = begin, event.rise = begin + 3, event.peak = peak, event.end = end;
+  event.tail = end + 40, event.gradeUp = 14, event.gradeDown = -12, event.width = 7;
+  event.type = type;
+  return event;
+}
+
+class FilterListing : public FilterTest {
+ protected:
+  FilterListing() : record(reflyze::sim::Simulate(MetroLink(), 3).record) {}
+
+  FilterTable Table(std::vector<TFEvent> events) {
+    AutoFilterResultData found;
+    found.events = events.data();
+    found.count = static_cast<long>(events.size());
+    found.firstBegin = 11, found.ghostCount = 2, found.ringCount = 33;
+    found.polar = 0.125F, found.polarEnd = 0.25F, found.noiseLow = -30.5F, found.noiseHigh = noiseHigh;
+    return MakeFilterTable("a.sor", FilterKind::kAuto, *record, found);
+  }
+
+  std::unique_ptr<TSorData> record;
+  float noiseHigh = -33.5F;
+};
+
+TEST_F(FilterListing, JsonHoldsEveryFieldUnderItsName) {
+  record->GenParams->UO = static_cast<int>(record->dLenToOwt(1.0));
+  const nlohmann::json json = nlohmann::json::parse(JsonOf(Table({Event(2000, 2003, 2020, 'R')})));
+  EXPECT_EQ(json["kind"], "auto");
+  EXPECT_EQ(json["count"], 1);
+  EXPECT_EQ(json["first_begin"], 11);
+  EXPECT_EQ(json["ghost_count"], 2);
+  EXPECT_EQ(json["ring_count"], 33);
+  EXPECT_EQ(json["polar"], 0.125);
+  EXPECT_EQ(json["polar_end"], 0.25);
+  EXPECT_EQ(json["noise_low"], -30.5);
+  EXPECT_EQ(json["noise_high"], -33.5);
+  ASSERT_EQ(json["events"].size(), 1u);
+  const nlohmann::json& event = json["events"][0];
+  const nlohmann::json fields = {{"begin", 2000},    {"rise", 2003}, {"peak", 2003},
+                                 {"end", 2020},      {"tail", 2060}, {"gradeUp", 14},
+                                 {"gradeDown", -12}, {"width", 7},   {"type", "R"}};
+  for (const auto& field : fields.items()) EXPECT_EQ(event[field.key()], field.value()) << field.key();
+  const struct {
+    const char* place;
+    long point;
+  } kPlaces[] = {{"begin", 2000}, {"peak", 2003}, {"end", 2020}};
+  for (const auto& c : kPlaces) {
+    // From the user's zero, a km into the fibre.
+    EXPECT_NEAR(event["distance_km"][c.place].get<double>(), 0.002 * static_cast<double>(c.point) - 1.0,
+                1e-3);
+    EXPECT_EQ(event["level_db"][c.place], record->NumToLevel(c.point));
+  }
+}
+
+TEST_F(FilterListing, NoiseThatWasNotMeasuredIsNoNumber) {
+  for (const float unmeasured : {0.0F, -100.0F}) {
+    noiseHigh = unmeasured;
+    const FilterTable table = Table({});
+    EXPECT_TRUE(nlohmann::json::parse(JsonOf(table))["noise_high"].is_null());
+    EXPECT_NE(TextOf(table).find("running mean not measured"), std::string::npos);
+    EXPECT_NE(TextOf(table).find("no events"), std::string::npos);
+  }
+}
+
+TEST_F(FilterListing, TextFitsATerminalWhateverTheFilterReports) {
+  std::vector<TFEvent> events(100, Event(0, 100, 8999, 'r'));
+  events[1] = Event(-1, 0, 8999, '\n');
+  events[2] = TFEvent();
+  events[99].gradeDown = -1000, events[99].width = 99999;
+  record->FxdParams->DS[0] *= 40;  // 720 km
+  const FilterTable table = Table(events);
+  std::istringstream lines(TextOf(table));
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count) EXPECT_LE(line.size(), 80u) << line;
+  EXPECT_GE(count, 100);
+  EXPECT_EQ(table.events.size(), 100u);
+}
+
+}  // namespace
