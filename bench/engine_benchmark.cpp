@@ -8,9 +8,11 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <vector>
 
 #include "sim/Simulate.h"
 #include "sim/Waveform.h"
+#include "src/Filter.h"
 #include "src/Module.h"
 #include "src/th.h"
 
@@ -142,6 +144,29 @@ void Analyse(benchmark::State& state) {
   Report(state, trace);
 }
 
+void AutomaticFilter(benchmark::State& state) {
+  const TSorData& trace = TraceOf(state.range(0));
+  const auto points = static_cast<size_t>(trace.DataPts->GetPointsNum());
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto copy = std::make_unique<TSorData>();
+    copy->Assign(trace);
+    copy->SetLinf();
+    std::vector<short> widths(points, 1);
+    TFEvent events[100];
+    TSorFilter filter(copy.get());
+    filter.result.events = events;
+    filter.result.pointMap = widths.data();
+    state.ResumeTiming();
+    filter.SetFilter(7);
+    state.PauseTiming();
+    state.counters["events"] = static_cast<double>(filter.result.count);
+    copy.reset();
+    state.ResumeTiming();
+  }
+  Report(state, trace);
+}
+
 void Sizes(benchmark::internal::Benchmark* benchmark) {
   for (const long points : {4096L, 16384L, 65536L, 262144L, 1000000L}) benchmark->Arg(points);
   benchmark->Unit(benchmark::kMicrosecond);
@@ -151,6 +176,7 @@ BENCHMARK(PlainPass)->Apply(Sizes);
 BENCHMARK(ReadFromMemory)->Apply(Sizes);
 BENCHMARK(WriteToMemory)->Apply(Sizes);
 BENCHMARK(LinearTrace)->Apply(Sizes);
+BENCHMARK(AutomaticFilter)->Apply(Sizes);
 BENCHMARK(Analyse)->Apply(Sizes);
 
 }  // namespace

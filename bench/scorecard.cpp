@@ -15,7 +15,7 @@
 #include "cli/Text.h"
 #include "sim/Simulate.h"
 #include "sim/Waveform.h"
-#include "src/Module.h"
+#include "src/Auto.h"
 #include "src/th.h"
 
 namespace {
@@ -32,6 +32,7 @@ struct Options {
   double ltDb = 0.03;
   double rtDb = -72.0;
   double etDb = 3.0;
+  std::string road = "direct";
   bool json = false;
 };
 
@@ -89,9 +90,9 @@ class Scorecard {
     thresholds.THLoss = options_.ltDb;
     thresholds.THRef = options_.rtDb;
     thresholds.THEnd = options_.etDb;
-    void* parameters[11] = {trace.record.get(), &thresholds};
-    long value = 0;
-    ServiceFunction(cmdAnalyse, value, parameters);
+    TAuto analysis;
+    analysis.filterRoad = options_.road == "filter";
+    analysis.AnalysisSorData(trace.record.get(), &thresholds);
     TraceResult result;
     result.trace = &trace;
     result.found = FoundEvents(*trace.record);
@@ -147,6 +148,9 @@ int main(int argc, char** argv) {
   app.add_option("--lt", options.ltDb, "Loss threshold, dB")->capture_default_str();
   app.add_option("--rt", options.rtDb, "Reflectance threshold, dB")->capture_default_str();
   app.add_option("--et", options.etDb, "End threshold, dB")->capture_default_str();
+  app.add_option("--road", options.road, "Search: direct, or from the events of the automatic filter")
+      ->check(CLI::IsMember({"direct", "filter"}))
+      ->capture_default_str();
   app.add_flag("--json", options.json, "Print JSON");
   CLI11_PARSE(app, argc, argv);
   try {
