@@ -31,8 +31,9 @@ std::string FolderOfExecutable() {
 
 void* LoadModule() {
   std::string reasons;
-  const std::vector<std::string> places = {FolderOfExecutable() + "/" + kModuleName,
-                                           REFLYZE_INSTALLED_MODULE};
+  const std::string folder = FolderOfExecutable();
+  const std::vector<std::string> places = {folder + "/" + kModuleName,
+                                           folder + "/" REFLYZE_MODULE_FROM_PROGRAM "/" + kModuleName};
   for (const std::string& place : places) {
     if (access(place.c_str(), R_OK) != 0) continue;
     if (void* handle = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL)) return handle;
