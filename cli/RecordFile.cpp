@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <istream>
 #include <iterator>
@@ -18,19 +19,18 @@
 namespace reflyze::cli {
 namespace {
 
-constexpr int kDeepestNesting = 16;         // records inside records
-constexpr size_t kLargestInput = 1u << 30;  // bytes; a record of the most points is a few megabytes
+constexpr int kDeepestNesting = 16;  // records inside records
 
 [[noreturn]] void Unreadable(const std::string& name, const std::string& why) {
   throw Problem(kUnreadable, name + ": " + why);
 }
 
-std::vector<char> ReadAll(std::istream& in, const std::string& name) {
+std::vector<char> ReadAll(std::istream& in, const std::string& name, size_t most) {
   std::vector<char> bytes;
   char chunk[65536];
   while (in.read(chunk, sizeof chunk), in.gcount() > 0) {
     bytes.insert(bytes.end(), chunk, chunk + in.gcount());
-    if (bytes.size() > kLargestInput) Unreadable(name, "too large for a trace");
+    if (bytes.size() > most) Unreadable(name, "is too large");
   }
   if (in.bad()) Unreadable(name, "cannot be read");
   return bytes;
@@ -55,13 +55,12 @@ std::string FolderOf(const std::string& name) {
 // A file that takes the target's name only when it is whole and on disk.
 class AtomicFile {
  public:
-  explicit AtomicFile(const std::string& target)
-      : target_(target), beside_(FolderOf(target) + ".reflyze-XXXXXX") {
+  // `name` stands in the messages.
+  AtomicFile(const std::string& target, const std::string& name)
+      : target_(target), name_(name), beside_(FolderOf(target) + ".reflyze-XXXXXX") {
     const int descriptor = mkstemp(beside_.data());
     if (descriptor < 0) Fail();
-    mode_t mask = umask(0);
-    umask(mask);
-    fchmod(descriptor, 0666 & ~mask);
+    fchmod(descriptor, Permissions());
     file_ = fdopen(descriptor, "wb");
     if (file_ == nullptr) {
       close(descriptor);
@@ -89,43 +88,72 @@ class AtomicFile {
 
  private:
   [[noreturn]] void Fail() const {
-    throw Problem(kUnwritable, target_ + ": cannot be written: " + std::strerror(errno));
+    throw Problem(kUnwritable, name_ + ": cannot be written: " + std::strerror(errno));
+  }
+  // Those of the file that is replaced, else what the user gives to new files.
+  mode_t Permissions() const {
+    struct stat info;
+    if (stat(target_.c_str(), &info) == 0) return info.st_mode & 0777;
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
   }
 
   std::string target_;
+  std::string name_;
   std::string beside_;
   FILE* file_ = nullptr;
 };
 
-// A device or a pipe takes the bytes as they come: a file over it would do away with it.
-bool IsDeviceOrPipe(const std::string& name) {
-  struct stat info;
-  return stat(name.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode);
+// Where the bytes for a name go. Links are followed here: the rename would put a file in a link's place.
+struct Target {
+  std::filesystem::path path;
+  // A device, a pipe or an open descriptor takes the bytes as they come: a file over it would do away with
+  // it.
+  bool stream = false;
+};
+
+Target FindTarget(const std::string& name) {
+  namespace fs = std::filesystem;
+  constexpr int kMostLinks = 40;  // as many as the system follows itself
+  std::error_code error;
+  fs::path path = name;
+  for (int i = 0; fs::is_symlink(path, error); ++i) {
+    if (i == kMostLinks)
+      throw Problem(kUnwritable, name + ": cannot be written: is a link that leads nowhere");
+    const fs::path folder = fs::canonical(path.has_parent_path() ? path.parent_path() : ".", error);
+    // What looks like a link there is a descriptor of a process: /dev/stdout, /dev/fd/3.
+    if (folder.string().rfind("/proc/", 0) == 0) return {path, true};
+    path = path.parent_path() / fs::read_symlink(path, error);
+  }
+  const fs::file_status status = fs::status(path, error);
+  return {path, fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status)};
 }
 
 void SaveBytes(const char* data, size_t size, const std::string& name) {
-  if (IsDeviceOrPipe(name)) {
-    std::ofstream out(name, std::ios::binary);
+  const Target target = FindTarget(name);
+  if (target.stream) {
+    std::ofstream out(target.path, std::ios::binary | std::ios::app);
     out.write(data, static_cast<std::streamsize>(size));
     out.close();
     if (!out) throw Problem(kUnwritable, name + ": cannot be written");
     return;
   }
-  AtomicFile file(name);
+  AtomicFile file(target.path, name);
   file.Write(data, size);
   file.Commit();
 }
 
 }  // namespace
 
-std::vector<char> ReadInput(Session& session, const std::string& name) {
-  if (name == "-") return ReadAll(session.in(), "standard input");
+std::vector<char> ReadInput(Session& session, const std::string& name, size_t most) {
+  if (name == "-") return ReadAll(session.in(), "standard input", most);
   struct stat info;
   if (stat(name.c_str(), &info) != 0) Unreadable(name, std::strerror(errno));
   if (S_ISDIR(info.st_mode)) Unreadable(name, "is a folder");
   std::ifstream in(name, std::ios::binary);
   if (!in) Unreadable(name, std::strerror(errno));
-  return ReadAll(in, name);
+  return ReadAll(in, name, most);
 }
 
 bool LoadedRecord::Truncated() const { return state != sfOk; }

@@ -39,11 +39,16 @@ void RequireReadThrough(const LoadedRecord& loaded);
 // One warning line if the record ended before its map said.
 void WarnIfTruncated(Session& session, const LoadedRecord& loaded);
 
-// All bytes of a file, or of standard input for "-". Throws Problem kUnreadable.
-std::vector<char> ReadInput(Session& session, const std::string& name);
+// No input is larger; a record of the most points is a few megabytes.
+constexpr size_t kLargestInput = 1u << 28;  // bytes
 
-// Writes beside the target and renames over it: the file appears whole or not at all. What is no file but a
-// device or a pipe is written to. Throws Problem kUnwritable.
+// All bytes of a file, or of standard input for "-". Throws Problem kUnreadable, also for more bytes than
+// `most`.
+std::vector<char> ReadInput(Session& session, const std::string& name, size_t most = kLargestInput);
+
+// Writes beside the target and renames over it: the file appears whole or not at all, and one that was there
+// before leaves it its permissions. A link is followed. What is no file but a device, a pipe or an open
+// descriptor (/dev/stdout) is written to. Throws Problem kUnwritable.
 void SaveRecord(TSorData& record, const std::string& name);
 void SaveText(const std::string& text, const std::string& name);
 
