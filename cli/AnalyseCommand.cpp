@@ -5,6 +5,7 @@
 
 #include "cli/Analysis.h"
 #include "cli/EventTable.h"
+#include "cli/Options.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
 
@@ -25,14 +26,15 @@ std::string Listing(const EventTable& table, const std::string& format) {
   return TextOf(table);
 }
 
-std::string AnalyseOne(Session& session, const AnalyseOptions& options, const std::string& name) {
+std::string AnalyseOne(Session& session, const AnalyseOptions& options, const ThresholdSource& source,
+                       const std::string& name) {
   LoadedRecord loaded = LoadRecord(session, name, NeedPoints::kYes);
-  WarnIfTruncated(session, loaded);
-  TTH thresholds = ThresholdsFor(*loaded.record, options.thresholds);
+  TTH thresholds = source.For(*loaded.record);
   Analyse(session, loaded, thresholds, options.endsOnly);
   const std::string listing =
       Listing(MakeEventTable(loaded.name, *loaded.record, thresholds), options.format);
   if (!options.output.empty()) SaveRecord(*loaded.record, options.output);
+  WarnIfTruncated(session, loaded);
   return listing;
 }
 
@@ -40,12 +42,13 @@ std::string AnalyseOne(Session& session, const AnalyseOptions& options, const st
 // others.
 int RunAnalyse(Session& session, const AnalyseOptions& options) {
   int status = kDone;
+  const ThresholdSource source(session, options.thresholds);
   // Stands before the next listing: a heading once, and an empty line between texts.
   std::string before = options.format == "csv" ? CsvHeader() : "";
   for (size_t i = 0; i < options.traces.size(); ++i) {
     session.Progress(i + 1, options.traces.size(), options.traces[i]);
     try {
-      const std::string listing = AnalyseOne(session, options, options.traces[i]);
+      const std::string listing = AnalyseOne(session, options, source, options.traces[i]);
       session.Progress(0, 0, "");
       session.Print(before + listing);
       before = options.format == "text" ? "\n" : "";
@@ -65,8 +68,10 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
   CLI::App* command = app.add_subcommand("analyse", "Find the events of a trace and print the event table");
   command
       ->add_option("TRACE", options->traces, "SOR file, or - for standard input; several give a result each")
-      ->required();
-  command->add_option("-o,--output", options->output, "Store the record with its event table");
+      ->required()
+      ->check(InputName());
+  command->add_option("-o,--output", options->output, "Store the record with its event table")
+      ->check(OutputName());
   command->add_flag("--ends-only", options->endsOnly, "Keep only the first and the last event");
   AddThresholdOptions(*command, options->thresholds);
   command->add_option("--format", options->format, "text, json (one object a line) or csv")

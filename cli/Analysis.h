@@ -1,10 +1,12 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "cli/RecordFile.h"
 #include "src/th.h"
+#include "util/tinifile.h"
 
 namespace CLI {
 class App;
@@ -23,9 +25,22 @@ struct ThresholdOptions {
 
 void AddThresholdOptions(CLI::App& command, ThresholdOptions& options);
 
-// Foreign instruments store 0 for a threshold that was never set; usual limits take its place. Throws Problem
-// for a file or section that is not there.
-TTH ThresholdsFor(const TSorData& record, const ThresholdOptions& options);
+// The thresholds of every trace of a run. The document is read once, so that it may come through a pipe. Of
+// its text more is forgiven than by the documents of an instrument: any line ends, also none behind the last
+// line, blanks around "=", the mark that some editors put at the head; a key without a value does not count.
+// What is no number in it is a Problem, and so is a section that holds no threshold at all.
+class ThresholdSource {
+ public:
+  // Throws Problem for a file or section that is not there or not usable.
+  ThresholdSource(Session& session, const ThresholdOptions& options);
+
+  // Foreign instruments store 0 for a threshold that was never set; usual limits take its place.
+  TTH For(const TSorData& record) const;
+
+ private:
+  ThresholdOptions options_;
+  std::unique_ptr<TIniSection> section_;  // none without a document
+};
 
 // Service command 0 or 1 on a loaded record. What the engine throws or asserts becomes a Problem.
 void Analyse(Session& session, LoadedRecord& loaded, TTH& thresholds, bool endsOnly);

@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include "cli/Options.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
 
@@ -29,8 +30,10 @@ int RunCopy(Session& session, const CopyOptions& options) {
 void AddCopyCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<CopyOptions>();
   CLI::App* command = app.add_subcommand("copy", "Read a record and write it back");
-  command->add_option("IN", options->input, "SOR file, or - for standard input")->required();
-  command->add_option("OUT", options->output, "File to write")->required();
+  command->add_option("IN", options->input, "SOR file, or - for standard input")
+      ->required()
+      ->check(InputName());
+  command->add_option("OUT", options->output, "File to write")->required()->check(OutputName());
   command->add_flag("--no-proprietary", options->noProprietary,
                     "Leave out the blocks of this instrument family (QRT, RFTS, EmbData)");
   command->add_flag("--no-unknown", options->noUnknown, "Leave out the blocks that no one here knows");

@@ -5,6 +5,7 @@
 
 #include "cli/EngineCall.h"
 #include "cli/FilterTable.h"
+#include "cli/Options.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
 #include "ref/ref_Math.h"
@@ -85,15 +86,19 @@ int RunFilter(Session& session, const FilterOptions& options) {
 void AddFilterCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<FilterOptions>();
   CLI::App* command = app.add_subcommand("filter", "Smooth a trace and print what the filter found");
-  command->add_option("TRACE", options->trace, "SOR file, or - for standard input")->required();
-  command->add_option("-o,--output", options->output, "Store the trace with its smoothed levels")->required();
+  command->add_option("TRACE", options->trace, "SOR file, or - for standard input")
+      ->required()
+      ->check(InputName());
+  command->add_option("-o,--output", options->output, "Store the trace with its smoothed levels")
+      ->required()
+      ->check(OutputName());
   command
       ->add_option("--kind", options->kind,
                    "auto: a mean that stops at events; fast: a low pass; kernel: the trace's own, if any")
       ->check(CLI::IsMember({"auto", "fast", "kernel"}))
       ->capture_default_str();
   command->add_option("--level", options->level, "Strength of the filter, 1 is usual; without it the trace's")
-      ->check(CLI::Range(kLeastLevel, kLargestLevel));
+      ->check(NumberBetween(kLeastLevel, kLargestLevel));
   command->add_option("--format", options->format, "text or json")
       ->check(CLI::IsMember({"text", "json"}))
       ->capture_default_str();

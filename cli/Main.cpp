@@ -2,6 +2,7 @@
 #include <iostream>
 #include <new>
 
+#include "cli/Options.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
 #include "util/assertion.h"
@@ -13,6 +14,8 @@ namespace {
   throw AssertionProblem(Format("%s (%s:%d)", text, file, line));
 }
 
+const std::string kSeeHelp = " (see reflyze --help)";
+
 // The log outlives no session.
 struct LogGuard {
   ~LogGuard() { LogFile = nullptr; }
@@ -21,7 +24,7 @@ struct LogGuard {
 void DescribeProgram(CLI::App& app, Session& session) {
   app.require_subcommand(0, 1);
   app.set_help_flag("-h,--help", "Show this help");
-  app.add_option("--log", session.logName, "Log file, or - for standard error");
+  app.add_option("--log", session.logName, "Log file, or - for standard error")->check(InputName());
   app.fallthrough();
   AddAnalyseCommand(app, session);
   AddDumpCommand(app, session);
@@ -39,8 +42,13 @@ int Run(CLI::App& app, int argc, const char* const* argv, Session& session) {
   } catch (const CLI::CallForHelp& help) {
     session.Print(app.help());
     return kDone;
+  } catch (const CLI::ExtrasError& error) {
+    const std::vector<std::string> extras = app.remaining();
+    const bool noCommand = app.get_subcommands().empty() && !extras.empty() && extras[0][0] != '-';
+    session.Warn((noCommand ? "\"" + extras[0] + "\" is no command" : error.what()) + kSeeHelp);
+    return kUsage;
   } catch (const CLI::ParseError& error) {
-    session.Warn(std::string(error.what()) + " (see reflyze --help)");
+    session.Warn(error.what() + kSeeHelp);
     return kUsage;
   }
   if (!session.logName.empty()) session.OpenLog(session.logName);
@@ -49,7 +57,7 @@ int Run(CLI::App& app, int argc, const char* const* argv, Session& session) {
     return kDone;
   }
   if (!session.command) {
-    session.Warn("no command is given (see reflyze --help)");
+    session.Warn("no command is given" + kSeeHelp);
     return kUsage;
   }
   return session.command(session);

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "cli/EventTable.h"
+#include "cli/Options.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
@@ -25,7 +26,7 @@ sim::Link ReadLink(Session& session, const std::string& name) {
   try {
     return sim::LinkFromText(std::string(bytes.begin(), bytes.end()));
   } catch (const sim::LinkError& error) {
-    throw Problem(kUnreadable, name + ": " + error.what());
+    throw Problem(kUnreadable, (name == "-" ? "standard input" : name) + ": " + error.what());
   }
 }
 
@@ -44,7 +45,8 @@ std::string TextOfTruth(const std::string& output, const sim::SimulatedTrace& tr
 int RunSimulate(Session& session, const SimulateOptions& options) {
   const sim::Link link = ReadLink(session, options.link);
   const sim::SimulatedTrace trace = sim::Simulate(link, options.seed);
-  const nlohmann::ordered_json truth = sim::JsonOfTruth(options.output, trace);
+  const nlohmann::ordered_json truth =
+      sim::JsonOfTruth(Utf8(options.output.data(), options.output.size()), trace);
   if (!options.truth.empty()) SaveText(truth.dump(1) + "\n", options.truth);
   SaveRecord(*trace.record, options.output);
   session.Print(options.format == "json" ? truth.dump() + "\n" : TextOfTruth(options.output, trace));
@@ -57,14 +59,19 @@ void AddSimulateCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<SimulateOptions>();
   CLI::App* command = app.add_subcommand("simulate", "Make the trace that a described link would give");
   command->add_option("LINK", options->link, "JSON description of a link, or - for standard input")
-      ->required();
-  command->add_option("-o,--output", options->output, "SOR file to write")->required();
-  command->add_option("--truth", options->truth, "Store what stands on the fibre, as JSON");
-  command->add_option("--seed", options->seed, "Seed of the noise")->capture_default_str();
+      ->required()
+      ->check(InputName());
+  command->add_option("-o,--output", options->output, "SOR file to write")->required()->check(OutputName());
+  command->add_option("--truth", options->truth, "Store what stands on the fibre, as JSON")
+      ->check(OutputName());
+  command->add_option("--seed", options->seed, "Seed of the noise")
+      ->check(WholeNumber())
+      ->capture_default_str();
   command->add_option("--format", options->format, "text or json")
       ->check(CLI::IsMember({"text", "json"}))
       ->capture_default_str();
   command->callback([options, &session] {
+    if (options->truth == options->output) throw CLI::ValidationError("--truth", "is the trace's own file");
     session.command = [options](Session& running) { return RunSimulate(running, *options); };
   });
 }

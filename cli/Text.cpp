@@ -35,11 +35,15 @@ std::string Utf8(const char* bytes, size_t length) {
 
 std::string Utf8(const TString& text) { return Utf8(text.c_str(), static_cast<size_t>(text.Len())); }
 
+bool IsControl(char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  return byte < 0x20 || byte == 0x7F;
+}
+
 std::string OneLine(const std::string& text) {
   std::string line = text;
   for (char& c : line) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7F) c = '?';
+    if (IsControl(c)) c = '?';
   }
   return line;
 }

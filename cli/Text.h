@@ -13,6 +13,9 @@ std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2))
 std::string Utf8(const char* bytes, size_t length);
 std::string Utf8(const TString& text);
 
+// What a terminal would act on instead of showing it.
+bool IsControl(char c);
+
 // One line for a terminal: control characters become question marks.
 std::string OneLine(const std::string& text);
 

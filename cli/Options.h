@@ -1,0 +1,23 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace reflyze::cli {
+
+// What the options of several commands take. The library's own range lets "not a number" and the empty text
+// of an unset variable pass.
+
+// A plain finite number between two bounds.
+CLI::Validator NumberBetween(double least, double most);
+
+// A whole number from 0 to 2^64 - 1.
+CLI::Validator WholeNumber();
+
+// The name of a file to read: not empty.
+CLI::Validator InputName();
+
+// The name of a file to write: not empty, and not "-", since standard output takes the listings.
+CLI::Validator OutputName();
+
+}  // namespace reflyze::cli
