@@ -1,5 +1,6 @@
 #include "cli/EventTable.h"
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "cli/Text.h"
@@ -22,6 +23,15 @@ std::string TypeInWords(const TSorBlockKeyEvents1E& event, bool first) {
   if (first) return "launch";
   if (!reflective && event.GetEL() < 0.0) return "gain";
   return words;
+}
+
+// A position that rounds to 0 has no sign.
+double NoMinusZero(double km) { return std::abs(km) < 0.00005 ? 0.0 : km; }
+
+// The reflectance of a splice is what noise lets it be; it is stored, but means nothing to a reader.
+bool Reflects(const EventRow& row) {
+  const char shape = row.code.empty() ? '?' : row.code[0];
+  return row.reflectanceDb.has_value() && shape != '0';
 }
 
 std::string NumberOrDash(bool known, const char* format, double value) {
@@ -131,11 +141,10 @@ std::string TextOf(const EventTable& table) {
   for (size_t i = 0; i < table.events.size(); ++i) {
     const EventRow& row = table.events[i];
     const bool atAnEnd = i == 0 || i + 1 == table.events.size();
-    text +=
-        Format(" %3d  %8.4f  %-19s  %6s  %7s  %9s  %9.3f\n", row.number, row.distanceKm, row.type.c_str(),
-               NumberOrDash(!atAnEnd, "%.3f", row.lossDb).c_str(),
-               NumberOrDash(row.reflectanceDb.has_value(), "%.2f", row.reflectanceDb.value_or(0.0)).c_str(),
-               NumberOrDash(i > 0, "%.3f", row.attenuationDbPerKm).c_str(), row.cumulatedDb);
+    text += Format(" %3d  %8.4f  %-19s  %6s  %7s  %9s  %9.3f\n", row.number, NoMinusZero(row.distanceKm),
+                   row.type.c_str(), NumberOrDash(!atAnEnd, "%.3f", row.lossDb).c_str(),
+                   NumberOrDash(Reflects(row), "%.2f", row.reflectanceDb.value_or(0.0)).c_str(),
+                   NumberOrDash(i > 0, "%.3f", row.attenuationDbPerKm).c_str(), row.cumulatedDb);
   }
   if (table.events.empty()) text += " no events\n";
   text += Format("\nLength %.4f km  Loss %.3f dB  Return loss %.2f dB  Noise floor %.2f dB\n", table.lengthKm,
