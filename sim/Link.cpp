@@ -1,6 +1,8 @@
 #include "sim/Link.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <set>
 
 namespace reflyze::sim {
@@ -10,6 +12,8 @@ using Document = nlohmann::json;
 
 constexpr long kMostPoints = 1000000;  // what a record's data points block can hold
 constexpr size_t kMostSections = 10000;
+constexpr double kLongestKm = 1000.0;  // of a range
+constexpr size_t kMostEchoing = 100;   // reflections whose echoes are followed, each with each
 
 [[noreturn]] void Fail(const std::string& field, const std::string& why) {
   throw LinkError(field + ": " + why);
@@ -164,9 +168,23 @@ void SettleSampling(Link& link) {
       Fail("spacing_m", "gives more than 1000000 points over the range");
     link.points = static_cast<long>(points);
   }
+  const double steppedKm = link.spacingM * static_cast<double>(link.points) / 1000.0;
+  if (link.rangeKm != 0.0 && link.spacingM != 0.0 &&
+      std::abs(steppedKm - link.rangeKm) * 1000.0 > 1.01 * link.spacingM)
+    Fail("range_km", "is not spacing_m times points; leave one of the three out");
   if (link.spacingM == 0.0) link.spacingM = link.rangeKm * 1000.0 / static_cast<double>(link.points);
-  if (link.rangeKm == 0.0) link.rangeKm = link.spacingM * static_cast<double>(link.points) / 1000.0;
+  if (link.rangeKm == 0.0) link.rangeKm = steppedKm;
+  if (link.rangeKm > kLongestKm) Fail("points", "reach further than 1000 km with this spacing_m");
   if (link.points < 16) Fail("points", "are fewer than 16");
+  if (link.leadKm >= link.rangeKm) Fail("lead_km", "leaves nothing of the range behind the launch");
+}
+
+// The work on echoes grows with the square of the reflections.
+void CheckEchoes(const Link& link) {
+  size_t reflecting = (link.launch.reflectanceDb ? 1 : 0) + (link.end.reflectanceDb ? 1 : 0);
+  for (const Joint& joint : link.joints) reflecting += joint.reflectanceDb ? 1 : 0;
+  if (link.ghosts && reflecting > kMostEchoing)
+    Fail("ghosts", "are followed between at most " + std::to_string(kMostEchoing) + " reflections");
 }
 
 }  // namespace
@@ -186,7 +204,7 @@ Link LinkFromJson(const Document& value) {
   object.Number("group_index", link.groupIndex, 1.0, 2.0);
   object.Number("spacing_m", link.spacingM, 0.001, 1000.0);
   object.Whole("points", link.points, 16, kMostPoints);
-  object.Number("range_km", link.rangeKm, 0.001, 1000.0);
+  object.Number("range_km", link.rangeKm, 0.001, kLongestKm);
   object.Number("lead_km", link.leadKm, 0.0, 100.0);
   object.Whole("averages", link.averages, 1, 2000000000L);
   object.Whole("date_utc", link.dateUtc, 0, 2147483647L);
@@ -199,12 +217,21 @@ Link LinkFromJson(const Document& value) {
   if (const Document* receiver = object.Child("receiver")) link.receiver = ReadReceiver(*receiver);
   object.RefuseUnread();
   SettleSampling(link);
+  CheckEchoes(link);
   return link;
 }
 
 Link LinkFromText(const std::string& text) {
-  Document value = Document::parse(text, nullptr, false, true);
-  if (value.is_discarded()) Fail("link", "is not a JSON document");
+  Document value;
+  try {
+    value = Document::parse(text, nullptr, true, true);
+  } catch (const Document::parse_error& error) {
+    const size_t read = std::min(error.byte, text.size());
+    const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(read), '\n');
+    Fail("link", "is not a JSON document (line " + std::to_string(line) + ")");
+  } catch (const Document::out_of_range&) {
+    Fail("link", "holds a number that is too large");
+  }
   return LinkFromJson(value);
 }
 

@@ -38,7 +38,7 @@ unsigned short SampleOf(double levelDb) {
 }
 
 // The record first gets its scales, since their fields are integers: the trace is then computed for the
-// spacing, offset and group index that the record really states.
+// spacing, offset, group index and pulse that the record really states.
 void FillScales(const Link& link, TSorData& record) {
   TSorBlockFixedParameters& fixed = *record.FxdParams;
   fixed.DTS = static_cast<int>(link.dateUtc);
@@ -62,8 +62,25 @@ void FillScales(const Link& link, TSorData& record) {
   fixed.SetET(link.endThresholdDb);
 }
 
+// Texts of a record are ISO 8859-1; what it lacks becomes a question mark, as does what would end the text.
+std::string RecordText(const std::string& utf8) {
+  std::string text;
+  for (size_t i = 0; i < utf8.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(utf8[i]);
+    const bool two = (byte == 0xC2 || byte == 0xC3) && i + 1 < utf8.size();
+    if (byte < 0x80) {
+      text += byte == 0 ? '?' : utf8[i];
+    } else if (two) {
+      text += static_cast<char>((byte << 6) | (static_cast<unsigned char>(utf8[++i]) & 0x3F));
+    } else if (byte >= 0xC0) {
+      text += '?';  // the bytes that follow belong to the same letter
+    }
+  }
+  return text;
+}
+
 void FillTexts(const Link& link, TSorData& record) {
-  record.GenParams->CID = link.name.empty() ? " " : link.name.c_str();
+  record.GenParams->CID = link.name.empty() ? " " : RecordText(link.name).c_str();
   record.GenParams->FID = "1";
   record.GenParams->NW = TruncToShort(link.wavelengthNm + 0.5);
   record.GenParams->OL = "A";
@@ -206,6 +223,7 @@ SimulatedTrace Simulate(const Link& link, std::uint64_t seed) {
   FillTexts(link, *trace.record);
   Link stated = link;
   stated.groupIndex = trace.record->FxdParams->GetRI();
+  stated.pulseNs = trace.record->FxdParams->PWU[0];
   const double firstKm = trace.record->NumToALen(0);
   const double stepKm = trace.record->FxdParams->LenDS();
   const Waveform waveform(stated);

@@ -228,6 +228,10 @@ TEST(LinkTest, ErrorsNameTheField) {
        "joints[0].reflectance_db"},
       {R"({"range_km": 10, "points": 1000, "receiver": {"bandwidth_mhz": -1}})", "receiver.bandwidth_mhz"},
       {R"({"range_km": 10, "points": 1000, "end": {"loss": 1}})", "end.loss"},
+      {R"({"range_km": 10, "points": 1000, "pulse_ns": 1e999})", "link"},
+      {R"({"range_km": 10, "points": 1000, "spacing_m": 20})", "range_km"},
+      {R"({"spacing_m": 100, "points": 20000})", "points"},
+      {R"({"range_km": 10, "points": 1000, "lead_km": 10})", "lead_km"},
   };
   for (const auto& c : kCases) {
     try {
@@ -237,6 +241,22 @@ TEST(LinkTest, ErrorsNameTheField) {
       EXPECT_EQ(std::string(error.what()).rfind(std::string(c.field) + ":", 0), 0u) << error.what();
     }
   }
+}
+
+TEST(LinkTest, EchoesOfVeryManyReflectionsAreRefused) {
+  nlohmann::json link = {{"range_km", 10}, {"points", 1000}, {"ghosts", true}};
+  for (int i = 0; i < 3000; ++i) {
+    link["sections"].push_back({{"length_km", 0.001}});
+    if (i > 0) link["joints"].push_back({{"reflectance_db", -50}});
+  }
+  EXPECT_THROW(LinkFromJson(link), LinkError);
+  link["ghosts"] = false;
+  EXPECT_EQ(LinkFromJson(link).joints.size(), 2999u);
+}
+
+TEST(LinkTest, NameIsStoredInTheLettersOfARecord) {
+  Link link = LinkFromText(R"({"range_km": 1, "points": 100, "name": "Ä\u00ff € \u0000 ☃."})");
+  EXPECT_EQ(std::string(Simulate(link, 1).record->GenParams->CID.c_str()), "\xC4\xFF ? ? ?.");
 }
 
 TEST(LinkTest, DocumentSurvivesWritingAndReading) {
