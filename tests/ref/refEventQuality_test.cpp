@@ -1,0 +1,259 @@
+// Links whose noise, losses and launch are known: what can be believed of them follows by hand.
+
+#include "ref/refEventQuality.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+
+#include "ref/refAutoNoise.h"
+#include "ref/refEventEdit.h"
+#include "tests/support/assertions.h"
+#include "tests/support/trace.h"
+
+namespace {
+
+using support::BuildTrace;
+using support::TraceSpec;
+
+constexpr int kSpacingOwt = 50;
+
+// Fibre at two levels with a step in the middle, 100 points of pulse, and an event on the step.
+std::unique_ptr<TSorData> Step(double beforeDb, double behindDb, double noiseLin = 0.0) {
+  TraceSpec spec;
+  spec.spacingOwt = kSpacingOwt;
+  spec.pulseNs = 1000;
+  spec.level = [=](long i) { return i < 5000 ? beforeDb : i < 9000 ? behindDb : -65.0; };
+  spec.noiseLin = noiseLin;
+  auto sor = BuildTrace(spec);
+  auto* event = new TSorBlockKeyEvents1E;
+  event->EPT = 5000 * kSpacingOwt;
+  event->ML0 = 1000 * kSpacingOwt;
+  event->ML1 = 4900 * kSpacingOwt;
+  event->ML2 = 5100 * kSpacingOwt;
+  event->ML3 = 8900 * kSpacingOwt;
+  event->SetER(-100.0);
+  RefEventAdd(sor.get(), event, 0);
+  return sor;
+}
+
+TEST(Trust, FollowsPeakNoiseAndLoss) {
+  const double noiseDb = RefAutoReSetNF(Step(-30.0, -30.0, 1.0).get());
+  ASSERT_NEAR(noiseDb, -57.5, 1.5);
+  const struct {
+    const char* what;
+    double aboveNoiseDb, reflectanceDb, lossDb, points;
+  } kCases[] = {
+      {"loss 10 dB above the noise", 10.0, -100.0, 0.5, (0.4576 + 0.0014) / 0.5 * 100 + 1},
+      {"a gain counts as much", 10.0, -100.0, -0.5, (0.4576 + 0.0014) / 0.5 * 100 + 1},
+      {"the same loss in less noise", 20.0, -100.0, 0.5, (0.0436 + 0.0014) / 0.5 * 100 + 1},
+      {"loss below the noise", 10.0, -100.0, 0.45, 101.0},
+      {"nothing but noise", 0.3, -100.0, 0.5, 1950.0},
+      {"clear reflection", 10.0, -40.0, 0.0, 1.0 + 2.0 / (5.2070 / 0.41393)},
+      {"reflection under the noise", 3.0, -57.0, 0.0, 101.0},
+  };
+  for (const auto& c : kCases) {
+    const auto sor = Step(noiseDb + c.aboveNoiseDb, -40.0, 1.0);
+    TSorBlockKeyEvents1E& event = sor->KeyEvents->EventAt(0);
+    event.SetEL(c.lossDb);
+    event.SetER(c.reflectanceDb);
+    EXPECT_NEAR(RefEventTrusting(sor.get(), 0), c.points, 0.05 * c.points) << c.what;
+  }
+  TSorData empty;
+  EXPECT_EQ(RefEventTrusting(&empty, 0), 0.0);
+}
+
+TEST(Measurable, BothSectionsAboveTheNoise) {
+  const struct {
+    double beforeDb, behindDb, lossDb;
+    int snr;  // 0.001 dB, on record
+    int fromEndOwt, measurable;
+  } kCases[] = {
+      {-20.0, -39.2, 6.0, 0, 300000, 1},   // the stored noise floor is -40 dB, and 0.7 dB are kept from it
+      {-20.0, -39.4, 6.0, 0, 300000, 2},   // the section behind is lost, and with it the range
+      {-20.0, -39.4, 5.0, 0, 300000, 0},   // not by this event alone
+      {-39.4, -20.0, -9.0, 0, 300000, 0},  // nothing before it
+      {-39.4, -39.4, 9.0, 0, 300000, 0},
+      {-20.0, -39.4, 5.0, 45000, 300000, 1},  // the instrument's own figure lies lower: 2.4 - 45 dB
+      {-20.0, -20.0, 0.5, 0, 200, 1},
+      {-20.0, -20.0, 0.5, 0, 199, 0},
+  };
+  for (const auto& c : kCases) {
+    const auto sor = Step(c.beforeDb, c.behindDb);
+    sor->QRTParams->SNL = static_cast<unsigned short>(c.snr);
+    TSorBlockKeyEvents1E& event = sor->KeyEvents->EventAt(0);
+    event.EPT = static_cast<int>(sor->GetMaxOwt()) - c.fromEndOwt;
+    event.SetEL(c.lossDb);
+    EXPECT_EQ(RefEventLossMeasurable(sor.get(), 0), c.measurable) << c.beforeDb << " " << c.behindDb;
+    // The first of three events that fails ends the distance.
+    for (int k = 0; k < 2; ++k) {
+      auto* before = new TSorBlockKeyEvents1E(event);
+      before->EPT = 1000 * k;
+      before->ML2 = before->ML0 = 0;
+      before->ML3 = before->ML1 = 20000;
+      sor->KeyEvents->events->InsData(before, k);
+      ++sor->KeyEvents->TNKE;
+    }
+    int index = 7;
+    const double km = RefEventGetMeasurableDistance(sor.get(), index);
+    const int expected = c.beforeDb < -30 ? 0 : c.measurable == 1 ? 0 : 2;
+    EXPECT_EQ(index, expected);
+    EXPECT_EQ(km, expected == 0 ? 0.0 : sor->OwtToLen(sor->KeyEvents->EventAt(2).EPT));
+  }
+  TSorData empty;
+  std::string file;
+  EXPECT_NE(reflyze::test::AssertionOf([&] { RefEventLossMeasurable(&empty, 0); }, &file), "");
+  EXPECT_EQ(file, "../ref/refEvent.cpp");
+  TSorBlockKeyEvents1E event;
+  EXPECT_NE(reflyze::test::AssertionOf([&] { RefEventLossMeasurable(nullptr, &event); }, &file), "");
+}
+
+TEST(EndOfRange, LastPercent) {
+  const auto sor = Step(-20.0, -20.0);  // 500000 units, 10.2 km
+  EXPECT_EQ(RefEventIsEofInLastNpercent(sor.get(), 60, 200.0), 0) << "one event is no fibre";
+  sor->KeyEvents->events->AddData(new TSorBlockKeyEvents1E);
+  sor->KeyEvents->TNKE = 2;
+  const struct {
+    int endOwt, percent;
+    double minKm;
+    int in;
+  } kCases[] = {{450001, 10, 5, 1}, {449990, 10, 5, 0},    {449990, 11, 5, 1},
+                {500000, 0, 5, 1},  {100000, 10, 10.1, 0}, {100000, 10, 10.3, 1}};
+  for (const auto& c : kCases) {
+    sor->KeyEvents->EventAt(1).EPT = c.endOwt;
+    EXPECT_EQ(RefEventIsEofInLastNpercent(sor.get(), c.percent, c.minKm), c.in) << c.endOwt;
+  }
+}
+
+constexpr double kAci = 0.2;
+
+// 10 km of 0.51 m, 100 ns of pulse; the backscatter is -10 dB at the launch, which stands at `launch` points.
+TraceSpec LinkFrom(long launch, double peakDb) {
+  TraceSpec spec;
+  spec.spacingOwt = 25.0;
+  spec.points = 20000;
+  spec.offsetOwt = static_cast<int>(-25 * launch);
+  spec.noiseLin = 1.0;
+  spec.receiverDbPerPoint = 8.0;  // over 1000 dB/km, so that its tail is gone where the fibre is looked at
+  spec.SlopeDbPerKm(kAci).Peak(static_cast<double>(launch), peakDb);
+  spec.startDb += spec.slopeDbPerPoint * static_cast<double>(launch);
+  return spec;
+}
+
+struct LinkQuality {
+  int result;
+  float quality = -1.0f, levelDb = 0.0f;
+};
+
+LinkQuality Judge(TSorData& sor, float startDb = 0.0f, float mode = 0.0f) {
+  if (!sor.QRTParams->modes.empty()) sor.QRTParams->modes[0].BWU1 = 1000;
+  LinkQuality judged{};
+  judged.quality = -1.0f;
+  judged.result =
+      RefEventLinkQuality(&sor, judged.quality, judged.levelDb, startDb, static_cast<float>(kAci), mode);
+  return judged;
+}
+
+TEST(LinkQuality, LaunchPeakAndWhatTheFibreBehindLacks) {
+  // Light thrown back, over the backscatter of a metre: (10^(h/5) - 1) / 1000, times the fibre's loss.
+  const auto ofPeak = [](double heightDb) { return (std::pow(10.0, heightDb / 5) - 1) * 1e-3 * kAci; };
+  const struct {
+    double peakDb, stepDb;
+    int begLevel, inside, mode, result;
+    double quality;
+  } kCases[] = {
+      {5.0, 0.0, 1000, 0, 0, 2, ofPeak(5.0)},
+      {5.0, 0.8, 1000, 0, 0, 2, 0.8},          // lost in the first connector
+      {5.0, 0.8, 1000, 0, 1, 2, ofPeak(5.0)},  // no level is looked for behind
+      {9.0, 0.0, 1000, 0, 0, 2, ofPeak(9.0)},
+      {9.5, 0.8, 1000, 0, 0, 1, 2 * ofPeak(9.5)},  // above the scale
+      {5.0, 0.0, 0, 0, 0, 2, ofPeak(5.0)},         // no level on record: the fibre behind the launch
+      {5.0, 0.0, 2500, 6000, 0, 2, ofPeak(5.0)},   // the level of the fibre inside, whatever is on record
+      {5.0, 0.8, 2500, 6000, 0, 2, 0.8},
+  };
+  for (const auto& c : kCases) {
+    const long launch = c.inside == 0 ? 0 : 240;
+    TraceSpec spec = LinkFrom(launch, c.peakDb);
+    if (c.stepDb != 0.0) spec.Step(static_cast<double>(launch), c.stepDb);
+    const auto sor = BuildTrace(spec);
+    sor->QRTParams->begLevel = static_cast<short>(c.begLevel);
+    sor->QRTParams->IntFiber = c.inside;
+    sor->SetMaxLevel(-0.8);
+    const LinkQuality judged = Judge(*sor, 0.0f, static_cast<float>(c.mode));
+    EXPECT_EQ(judged.result, c.result) << c.peakDb;
+    EXPECT_NEAR(judged.quality, c.quality, 0.05 * c.quality + 0.002) << c.peakDb << " " << c.stepDb;
+    EXPECT_NEAR(judged.levelDb, -10.0, 0.02) << c.inside;
+    if (c.begLevel != 0 && c.mode == 1) {
+      EXPECT_NEAR(Judge(*sor, -9.0f, 1.0f).quality, ofPeak(4.0), 0.05 * ofPeak(4.0));
+    }
+  }
+}
+
+TEST(LinkQuality, LaunchThatCannotBeJudged) {
+  const auto change = [](auto&& what) {
+    const auto sor = BuildTrace(LinkFrom(0, 5.0));
+    what(*sor);
+    return Judge(*sor);
+  };
+  const LinkQuality kNone[] = {
+      change([](TSorData& sor) { sor.FxdParams->AO = 12; }),  // begins 12 units late, the pulse has 20 points
+      change([](TSorData& sor) { sor.QRTParams->ATP0 = 4; }),          // 0.8 ns
+      change([](TSorData& sor) { sor.FxdParams->DS[0] = 10010000; }),  // two pulses a point
+  };
+  for (const LinkQuality& judged : kNone) EXPECT_TRUE(judged.result == 0 && judged.quality == -1.0f);
+  EXPECT_EQ(change([](TSorData& sor) { sor.FxdParams->AO = 11; }).result, 2);
+}
+
+// Two splices in one dead zone at 4 km, 0.7 dB together, and one at 8 km, as a pulse of `pulseNs` sees them
+// with `liftDb` more power.
+std::unique_ptr<TSorData> Group(short pulseNs, double liftDb, double endKm = 9.5) {
+  TraceSpec spec = LinkFrom(0, 1.0);
+  spec.pulseNs = pulseNs;
+  spec.startDb += liftDb;
+  const double pointsPerKm = spec.slopeDbPerPoint > 0 ? kAci / spec.slopeDbPerPoint : 0;
+  spec.Step(4.0 * pointsPerKm, 0.5).Step(4.008 * pointsPerKm, 0.2).Step(8.0 * pointsPerKm, 0.4);
+  spec.End(endKm * pointsPerKm);
+  auto sor = BuildTrace(spec);
+  sor->QRTParams->begLevel = static_cast<short>(1000 - 100 * liftDb);
+  sor->FxdParams->SetNF(-20.0);
+  const double places[] = {0.0, 4.0, 4.008, 8.0};
+  for (int i = 0; i < 4; ++i) {
+    auto* event = new TSorBlockKeyEvents1E;
+    const auto owt = [&](double km) { return static_cast<int>(sor->LenToOwt(km)); };
+    event->EPT = owt(places[i]);
+    event->ML0 = i == 0 ? 0 : owt(places[i - 1] + 0.1);
+    event->ML1 = i == 0 ? 0 : owt(places[i] - 0.005);
+    event->ML2 = owt(places[i] + 0.02);
+    RefEventAdd(sor.get(), event, 0);
+  }
+  return sor;
+}
+
+TEST(TwoPulseLoss, LongerPulseSeesBehindTheGroup) {
+  const auto brief = Group(50, 0.0), longer = Group(200, 3.0), longest = Group(500, 5.0);
+  EXPECT_NEAR(RefEventGetEventLossFromTwoSorPulses(brief.get(), 1, {longer.get()}), 0.7, 0.02);
+  // Without an event behind the group: from three pulses behind it.
+  EXPECT_NEAR(RefEventGetEventLossFromTwoSorPulses(brief.get(), 3, {longer.get()}), 0.4, 0.02);
+  // Of two longer pulses the second counts up to 200 ns. It shows itself by its noise.
+  longest->FxdParams->SetNF(-5.0);
+  longest->QRTParams->SNL = 7400;
+  const auto lost = [&](const TSorData* first, const TSorData* second) {
+    return RefEventGetEventLossFromTwoSorPulses(brief.get(), 3, {first, second});
+  };
+  EXPECT_EQ(lost(longest.get(), longest.get()), -1.0) << "noise at 7 dB, and nothing comes behind";
+  EXPECT_NEAR(lost(longest.get(), longer.get()), 0.4, 0.02);
+  EXPECT_NEAR(lost(longer.get(), longest.get()), 0.4, 0.02);
+  // An event behind the group shows that there is light; where the longer pulse has lost more before the
+  // event than the brief one, its own level counts.
+  EXPECT_NEAR(RefEventGetEventLossFromTwoSorPulses(brief.get(), 1, {longest.get()}), 0.7, 0.02);
+  longer->QRTParams->begLevel = 500;
+  EXPECT_NEAR(RefEventGetEventLossFromTwoSorPulses(brief.get(), 1, {longer.get()}), 0.7, 0.02);
+  for (const int index : {-1, 4}) {
+    EXPECT_EQ(RefEventGetEventLossFromTwoSorPulses(brief.get(), index, {longer.get()}), -1.0);
+  }
+  EXPECT_EQ(reflyze::test::AssertionOf([&] { RefEventGetEventLossFromTwoSorPulses(brief.get(), 1, {}); }),
+            "nextPulses.size() > 0");
+}
+
+}  // namespace
