@@ -1,0 +1,180 @@
+#include "ref/refEventBiDir.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
+
+#include "ref/refEventEdit.h"
+#include "ref/refEventQuality.h"
+#include "util/convert.h"
+
+using namespace reflyze;
+
+namespace {
+
+constexpr int kMostEvents = std::numeric_limits<short>::max();
+
+// Times of a broken record may lie anywhere: what is computed from them is held in the field.
+int HeldOwt(long owt) {
+  return static_cast<int>(
+      std::clamp<long>(owt, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+}
+
+bool DifferByMoreThanOnePercent(double a, double b) { return std::fabs(a - b) / a > 0.01; }
+
+// One direction's table.
+class Direction {
+ public:
+  explicit Direction(TSorData& sor) : sor_(sor), spacingOwt_(sor.FxdParams->GetOwtDS(0)) {}
+
+  TSorData* sor() { return &sor_; }
+  double spacingOwt() const { return spacingOwt_; }
+  int count() const { return sor_.KeyEvents->ListedEvents(); }
+  TSorBlockKeyEvents1E& EventAt(int i) { return sor_.KeyEvents->EventAt(i); }
+  TSorBlockKeyEvents1E& End() { return EventAt(count() - 1); }
+  double TrustPoints(int i) { return RefEventTrusting(&sor_, i); }
+  // How far from its place an event may be looked for: its trust interval and two points.
+  double ReachOwt(int i) { return (TrustPoints(i) + 2.0) * spacingOwt_; }
+
+ private:
+  TSorData& sor_;
+  const double spacingOwt_;
+};
+
+// The tables of two directions brought to the same events. Times are those of the first.
+class DirectionMatch {
+ public:
+  DirectionMatch(TSorData& a, TSorData& b) : a_(a), b_(b) {}
+
+  int Run() {
+    if (DifferByMoreThanOnePercent(PulseNs(a_), PulseNs(b_))) return 1;
+    if (DifferByMoreThanOnePercent(a_.spacingOwt(), b_.spacingOwt())) return 2;
+    if (!WeighEnds() || !ShareEnd()) return 3;
+    MatchEvents();
+    return 0;
+  }
+
+ private:
+  static double PulseNs(Direction& direction) { return direction.sor()->FxdParams->GetNsPulse(0); }
+
+  // How the two ends can be trusted; false where that can't be said.
+  bool WeighEnds() {
+    if (a_.count() < 2 || b_.count() < 2) return false;
+    endTrustOwt_ = a_.TrustPoints(a_.count() - 1) * a_.spacingOwt();
+    ratio_ = b_.TrustPoints(b_.count() - 1) * b_.spacingOwt() / endTrustOwt_;
+    const double twoPointsOwt = 2 * a_.spacingOwt();
+    endWeight_ = 1.0 / (twoPointsOwt + endTrustOwt_) + 1.0 / (ratio_ * endTrustOwt_ + twoPointsOwt);
+    return endTrustOwt_ > 0.0 && ratio_ >= 0.0;
+  }
+
+  // Moves both ends to their weighted mean, the better one counting for more, on a point of the first trace.
+  // False where they lie too far apart to be one.
+  bool ShareEnd() {
+    constexpr double kMorePoints = 5.0;
+    const long endA = a_.End().EPT, endB = b_.End().EPT;
+    const double mean = (static_cast<double>(endA) * ratio_ + static_cast<double>(endB)) / (ratio_ + 1.0);
+    const long aim = TruncToInt(mean);
+    const double offPoints = static_cast<double>(aim - endA) / a_.spacingOwt();
+    const long points = TruncToLong(endA < aim ? offPoints + 0.5 : offPoints - 0.5);
+    endOwt_ = HeldOwt(endA + TruncToInt(static_cast<double>(points) * a_.spacingOwt()));
+    a_.End().EPT = b_.End().EPT = endOwt_;
+    endsApartOwt_ = std::fabs(static_cast<double>(endB - endA));
+    return !(endsApartOwt_ > (ratio_ + 1.0) * endTrustOwt_ + a_.spacingOwt() * kMorePoints);
+  }
+
+  // Along the first trace from the launch, along the second back from the end, until either has no event
+  // left. The end of the first meets the launch of the second.
+  void MatchEvents() {
+    int j = b_.count() - 2;
+    for (int i = 0; i < a_.count() - 1 && j >= 0; ++i) {
+      if (a_.count() >= kMostEvents || b_.count() >= kMostEvents) return;
+      const double atA = a_.EventAt(i + 1).EPT;
+      const double atB = static_cast<double>(static_cast<long>(endOwt_) - b_.EventAt(j).EPT);
+      const double reachA = a_.ReachOwt(i + 1), reachB = b_.ReachOwt(j);
+      if (atB > atA + reachA + reachB + endsApartOwt_) {
+        // Only the first saw it. Its image in the second takes the place in front of j, which stays next.
+        RefEventInsBiDir(b_.sor(), a_.sor(), j, i + 1);
+        continue;
+      }
+      if (atB < atA - reachA - reachB - endsApartOwt_) {
+        // Only the second saw it. Its image takes the place i + 1.
+        RefEventInsBiDir(a_.sor(), b_.sor(), i, j);
+      } else {
+        Reconcile(a_.EventAt(i + 1), b_.EventAt(j), reachA, reachB);
+      }
+      --j;
+    }
+  }
+
+  // Both saw it. Where they are trusted no better than the ends, they move to the weighted mean of their
+  // places.
+  void Reconcile(TSorBlockKeyEvents1E& eventA, TSorBlockKeyEvents1E& eventB, double reachA, double reachB) {
+    constexpr double kOnePlacePoints = 1.5;
+    const long atA = eventA.EPT, atB = static_cast<long>(endOwt_) - eventB.EPT;
+    if (!(1.0 / reachA + 1.0 / reachB <= endWeight_)) return;
+    const auto owtA = static_cast<double>(atA), owtB = static_cast<double>(atB);
+    if (!(std::fabs(owtA - owtB) > a_.spacingOwt() * kOnePlacePoints)) return;
+    const int move = TruncToInt((owtA * reachB + owtB * reachA) / (reachA + reachB) - owtA);
+    eventA.EPT = HeldOwt(atA + move);
+    eventB.EPT = HeldOwt(static_cast<long>(endOwt_) - eventA.EPT);
+  }
+
+  Direction a_, b_;
+  double endTrustOwt_ = 0.0;   // trust interval of the first end
+  double ratio_ = 0.0;         // that of the second over it
+  double endWeight_ = 0.0;     // of both ends together
+  int endOwt_ = 0;             // the end that both share
+  double endsApartOwt_ = 0.0;  // what the two ends differed by
+};
+
+// A section's bound that reaches into a new event is drawn back to it.
+void CutSection(TSorData& sor, TSorBlockKeyEvents1E& event, int& bound, int owt) {
+  bound = owt;
+  RefEventSCalculate(&sor, &event);
+}
+
+}  // namespace
+
+void RefEventInsBiDir(TSorData* target, TSorData* source, int after, int index) {
+  TSorBlockKeyEvents& table = *target->KeyEvents;
+  const int count = table.ListedEvents();
+  if (after < 0 || after >= count - 1 || count >= kMostEvents) return;
+  if (index < 0 || index >= source->KeyEvents->ListedEvents()) return;
+  TSorBlockKeyEvents1E &before = table.EventAt(after), &behind = table.EventAt(after + 1);
+  const TSorBlockKeyEvents1E& seen = source->KeyEvents->EventAt(index);
+  const long endOwt = table.EventAt(count - 1).EPT;
+
+  auto event = std::make_unique<TSorBlockKeyEvents1E>(seen);
+  event->EPT = HeldOwt(endOwt - seen.EPT);
+  event->ML0 = before.ML2;
+  event->ML1 = HeldOwt(endOwt - seen.ML1);
+  // Its dead zone lies behind it from either side.
+  event->ML2 = HeldOwt((endOwt - seen.EPT) + (static_cast<long>(seen.ML2) - seen.EPT));
+  event->ML3 = behind.ML1;
+  event->ML4 = HeldOwt(endOwt - seen.ML4);
+  event->EN = static_cast<short>(count);
+  if (event->ML1 < before.ML3) CutSection(*target, before, before.ML3, event->ML1);
+  if (behind.ML0 < event->ML2) CutSection(*target, behind, behind.ML0, event->ML2);
+  RefEventRecalculate(target, event.get(), 1);
+  table.events->InsData(event.get(), after + 1);
+  event.release();
+  ++table.TNKE;
+}
+
+int reflyze::MatchBiDir(TSorData* a, TSorData* b) { return DirectionMatch(*a, *b).Run(); }
+
+// The launch of either direction is no joint, and takes no part.
+void reflyze::AverageBiDir(TSorData* a, TSorData* b) {
+  const int lastB = b->KeyEvents->ListedEvents() - 1;
+  for (int i = 1; i < a->KeyEvents->ListedEvents() - 1 && lastB - i >= 1; ++i) {
+    TSorBlockKeyEvents1E& event = a->KeyEvents->EventAt(i);
+    event.SetEL((event.GetEL() + b->KeyEvents->EventAt(lastB - i).GetEL()) / 2.0);
+  }
+}
+
+int RefEventBiDir(TSorData* a, TSorData* b) {
+  const int result = MatchBiDir(a, b);
+  if (result == 0) AverageBiDir(a, b);
+  return result;
+}
