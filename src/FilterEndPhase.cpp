@@ -288,6 +288,7 @@ bool AutoFilterEndPhase::MeasureStretch(Round& round) {
 
 // How strong an event would have to be for its echoes and its tail to explain the signal in front of the end:
 // the more, the higher that stands above the noise under the widest mean, and the longer a fibre is seen.
+// (A stretch that begins far behind the trace needs no case of its own: an end always lies behind it.)
 void AutoFilterEndPhase::MeasureNeed(Round& round) {
   constexpr double kDbPerGrade = 1.5;
   constexpr double kMarginDb = 2.0;
@@ -434,7 +435,7 @@ void SmoothBeard(TSorData& sor, const Beard& beard, int grade) {
     const double lineDb = leftDb - static_cast<double>(p - beard.from) * rateDb;
     const double weight = grade * std::fabs(lineDb - db(p));
     const double mixedDb = (lineDb * weight + db(p)) / (weight + 1.0) + kRoundingDb;
-    sor.DataPts->SetfLevel(p, static_cast<float>(std::min(mixedDb, 0.0)));
+    sor.DataPts->SetfLevel(p, static_cast<float>(mixedDb));
   }
 }
 
