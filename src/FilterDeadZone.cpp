@@ -245,7 +245,7 @@ long DeadZone::EndOfSlowFall(long& end, double steepDb) {
 // depth. (The lowest point never lies before the fall begins, as it would have to for a rate of the fall
 // behind the event to be taken there.)
 long DeadZone::EndOfFall() {
-  constexpr double kJitterDb = 0.01, kDepth = 0.9;
+  constexpr double kJitterDb = 0.01, kLeft = 0.1, kDepth = 0.9;
   limit_ = AsPoint(RefAutoOtkatEnd(&sor_, limit_, rise_, kJitterDb));
   float highestDb = 0.0F, lowestDb = 0.0F;
   const long highest = RefAutoGetMax(&sor_, rise_, limit_, highestDb, 0);
@@ -256,7 +256,7 @@ long DeadZone::EndOfFall() {
   PassUndershoot();
 
   const long half = FirstBelow(rise_, (Db(rise_) + lowestDb_) / 2);
-  const long deep = FirstBelow(rise_ + 2, (1.0 - kDepth) * Db(rise_) + kDepth * Db(lowest_));
+  const long deep = FirstBelow(rise_ + 2, kLeft * Db(rise_) + kDepth * Db(lowest_));
   const long twice = 2 * deep - rise_;
   SetEnd(EndBehind(std::max(twice < lowest_ ? twice : lowest_, half)));
   return half;

@@ -74,7 +74,9 @@ class Ringing {
   double Crest(int number) const { return lin_[p(number)]; }
   double Valley(int number) const { return lin_[v(number)]; }
   double Between(int crest, int valley) const { return Crest(crest) - Valley(valley); }
-  long At(double periods) const { return p(1) + TruncToLong(periods * period_ + 0.5); }
+  long At(int periods, double further = 0.0) const {
+    return TruncToLong(static_cast<double>(p(1)) + periods * period_ + further + 0.5);
+  }
 
   // --- The first waves ---
 
@@ -213,8 +215,8 @@ bool Ringing::HasWaveShape() const {
 // those before it were clear and shrinking.
 bool Ringing::DiesAtThirdCrest() const {
   constexpr double kClear = 5.0;  // limits
-  const long rising = p(3) - v(2), falling = v(3) - v(2);
-  if (!(2 * falling > 3 * rising || 3 * falling < 2 * rising)) return false;
+  const long crests = p(3) - p(2), valleys = v(3) - v(2);
+  if (!(2 * valleys > 3 * crests || 3 * valleys < 2 * crests)) return false;
   return Between(3, 3) < kClear * limitLin_ && Between(2, 2) > kClear * limitLin_ && Crest(1) > Crest(2) &&
          Crest(2) > Crest(3) && Between(1, 1) > Between(2, 2) &&
          5.0 * static_cast<double>(window_) + pulse_ < period_;
@@ -248,7 +250,7 @@ bool Ringing::SettlePeriod() {
 void Ringing::SampleWave() {
   sampledCrest_[0] = firstLin_;
   for (int i = 1; i < 4; ++i) sampledCrest_[i] = lin_[At(i)];
-  for (int i = 0; i < 3; ++i) sampledValley_[i] = lin_[At(i + 0.5)];
+  for (int i = 0; i < 3; ++i) sampledValley_[i] = lin_[At(i, period_ / 2)];
 }
 
 // Crests may lie the further from equal distances, the better the width of the second one, between the middle
@@ -309,7 +311,7 @@ bool Ringing::IsInPhase(double growth) const {
   constexpr double kFullTurn = 6.283;
   constexpr double kInPhase = 2.5;
   double real = 0.0, imaginary = 0.0, total = 0.0, factor = 1.0, phase = 0.0;
-  const long end = At(3.0);
+  const long end = At(3);
   for (long i = p(1); i < end; ++i) {
     const double x = lin_[i] * factor;
     real += x * std::cos(phase);
@@ -351,7 +353,8 @@ long Ringing::EndOfCycles() const {
         valley < static_cast<double>(last_) && valley > before && swingLin > floorLin && swingLin < swingLin_;
   }
   if (swingLin > swingLin_) --cycles;
-  return TruncToLong(static_cast<double>(p(1)) + static_cast<double>(cycles) * period_ + period_ / 4);
+  const double end = static_cast<double>(p(1)) + static_cast<double>(cycles) * period_ + period_ / 4;
+  return std::min(TruncToLong(end), lin_.count() - 1);
 }
 
 }  // namespace

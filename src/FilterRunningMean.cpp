@@ -20,26 +20,28 @@ long TSorFilter::ReCalcSum(long i, long W, long n, float& sum) {
 }
 
 // The window grows over the first `w` points, slides, and over the last `w` points loses a sample at each and
-// takes up none. A trace too short to slide over goes from growing to shrinking. Each entry is the mean of what its
-// window holds.
+// takes up none. On a trace too short to slide over, the last `w` points come first: they take the samples of
+// the full window. Each entry is the mean of what its window holds.
 void TSorFilter::SetLinfAvg(long N, long w) {
   const reflyze::HeldSamples lin = HeldLinf();
   const long points = std::max(N, 0L), window = std::clamp(w, 1L, std::max(points, 1L));
   LinfAvg.resize(static_cast<size_t>(points));
   double sum = 0.0;
-  long first = 0, held = 0;  // of the window
-  const auto drop = [&] {
-    sum -= lin[first++];
-    --held;
-  };
-  for (long i = 0; i < points; ++i) {
-    const bool shrinks = i >= window && i >= points - window;
-    if (!shrinks) {
-      sum += lin[i];
-      ++held;
-      if (i >= window) drop();
-    }
+  const auto store = [&](long i, long held) {
     LinfAvg[static_cast<size_t>(i)] = static_cast<float>(sum / static_cast<double>(held));
-    if (shrinks) drop();
+  };
+  for (long i = 0; i < std::min(window, points); ++i) {
+    sum += lin[i];
+    store(i, i + 1);
+  }
+  long first = 0;  // of the window
+  for (long i = window; i < points - window; ++i) {
+    sum += lin[i];
+    sum -= lin[first++];
+    store(i, window);
+  }
+  for (long i = std::max(points - window, 0L); i < points; ++i) {
+    store(i, points - i);
+    sum -= lin[first++];
   }
 }
