@@ -90,8 +90,8 @@ class RiseMeasure {
     MeasureBody();
     if (bodyLin_ < limitLin_) return kNoReflection;
     GradeHeight();
-    const bool comesBack = !(baseLin_ > behindLin_);
-    if (!comesBack || prev_ == nullptr || end_ + window_ + pulse_ >= last_) return grade_;
+    const bool staysUp = !(baseLin_ > behindLin_);
+    if (!staysUp || prev_ == nullptr || end_ + window_ + pulse_ >= last_) return grade_;
     if (!FindSecondFall() || !GradeAgain()) return kNoReflection;
     return grade_;
   }
@@ -270,11 +270,12 @@ void RiseMeasure::FollowRise() {
 
 bool RiseMeasure::IsSlow() const { return peak_ > rise_ + recovery_ + pulse_ + 1 && !IsSaturatedAt(peak_); }
 
-// A top that is still there where the search for it ended is a plateau: its last point is the peak.
+// A top that is still there where the search for it ended is a plateau: its last point is the peak. At the
+// end of the trace, where there is nothing left to walk on, that is the point before.
 void RiseMeasure::MeasureFlatTop() {
   if (peak_ != top_) return;
   while (peak_ < last_ && lin_[peak_] == lin_[top_]) ++peak_;
-  peak_ = std::max(peak_ - 1, top_);
+  --peak_;
   flatPoints_ = peak_ - top_;
 }
 
