@@ -66,7 +66,7 @@ class AutoFilterEndPhase {
   struct Round {
     long end = 0;            // where the signal seems to end
     double floorDb = 0.0;    // noise floor as averaging has lowered it
-    double fadeDb = 0.0;     // a point, the rate at which what is not fibre may fade
+    double fadeDb = 0.0;     // a point, the rate at which the signal may fade
     long stretch = 0;        // points in front of the end that are looked at
     double stretchDb = 0.0;  // level where they begin
     double endDb = 0.0;
@@ -282,7 +282,7 @@ bool AutoFilterEndPhase::MeasureStretch(Round& round) {
   round.stretchDb = Db(e - round.stretch);
   round.endDb = Db(e);
   const double rateDb = (round.stretchDb - round.endDb) / static_cast<double>(round.stretch);
-  round.fadeDb = std::min(round.fadeDb, rateDb);
+  round.fadeDb = std::max(round.fadeDb, rateDb);
   return true;
 }
 
@@ -309,8 +309,8 @@ void AutoFilterEndPhase::MeasureNeed(Round& round) {
   if (fibre > from_ && round.stretchDb > scales_.noiseDb) round.need += (upTo_ - fibre) / base;
 }
 
-// Takes what is seen behind the end off the levels in front of it. Gives the level to which the signal would
-// sink behind the end if it went on.
+// Takes what is seen behind the end off the levels in front of it. Gives the level to which the signal may
+// have faded behind the end: as fast as a reflection does, or as the stretch in front where that is steeper.
 double AutoFilterEndPhase::TakeNoiseOff(Round& round) {
   constexpr double kNoiseShare = 1.5;
   constexpr double kGoneDb = 3.0;  // below the noise

@@ -4,10 +4,13 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "ref/refAuto.h"
 #include "sor/sorData.h"
 #include "sor/sorFile.h"
 #include "src/Auto.h"
+#include "src/Filter.h"
 
 // Traces of other makers' instruments, whose own tables say what is on the fibre.
 
@@ -85,6 +88,23 @@ TEST_P(RealTrace, EndIsFound) {
   EXPECT_NEAR(last.EPT, end, toleranceOwt);
   EXPECT_NEAR(sor_->dLenToOwt(engine.lEnd), end, toleranceOwt);
   EXPECT_TRUE(last.IsEOF());
+}
+
+// The far end of a long fibre reflects too little to rise out of the noise in one scan, and is found behind
+// it.
+TEST(RealTraceFilter, AnEndNearTheNoiseIsAnEvent) {
+  const auto sor = ReadTrace("rev2-120km-10us.sor");
+  if (sor == nullptr) GTEST_SKIP() << "no folder of real traces";
+  RefAutoReSetNF(sor.get());
+  TFEvent events[100];
+  std::vector<short> widths(static_cast<size_t>(sor->DataPts->GetPointsNum()), 1);
+  TSorFilter filter(sor.get());
+  filter.result.events = events;
+  filter.result.pointMap = widths.data();
+  filter.SetFilter(7);
+  ASSERT_GE(filter.result.count, 2);
+  const double end = sor->KeyEvents->EventAt(sor->KeyEvents->ListedEvents() - 1).EPT;
+  EXPECT_NEAR(sor->NumToOwt(events[filter.result.count - 1].begin), end, sor->FxdParams->GetOwtPulse(0.0));
 }
 
 INSTANTIATE_TEST_SUITE_P(Makers, RealTrace,
