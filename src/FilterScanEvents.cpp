@@ -105,8 +105,8 @@ void AutoFilterScan::BuildPassedLaunch() {
     const long back = trace_.LastMeanAbove(end, scales_.pulsePoints, trace_.ToLin(fibreDb));
     if (back >= 0) end = back;
   }
-  event.end = trace_.Held(std::max<long>(end, event.rise + 1));
-  RestoreLevels(zero, std::max<long>(event.end, at_));
+  event.end = trace_.Held(end);
+  RestoreLevels(zero, event.end);
   at_ = event.end - 1;
   events_.Step();
 }
@@ -309,12 +309,14 @@ void AutoFilterScan::SettleEvent() {
     dead_.tailEnd = 0;
   }
   if (IsGhostSource()) ++strongest_.ghosts;
+  // (Of a surge no rise has to be taken back to its top: where it is over, only the fall will say.)
   if (edge_.isSurge() && events_.isPastFirst()) {
     dead_.tailEnd += scales_.eventPoints * std::abs(events_.last().gradeDown);
   }
   const bool isOpenBehindFirst = events_.isOpen() && events_.isPastFirst();
   if (isOpenBehindFirst && event.rise - event.begin < scales_.leastPoints) {
-    events_.TakeBackHalfStep();  // too short for an event: none
+    event.begin = event.rise;  // too short for an event: none
+    events_.TakeBackHalfStep();
   } else {
     events_.HalfStep();
     if (edge_.isFalling() && at_ > scales_.zeroPoint) FinishEvent();

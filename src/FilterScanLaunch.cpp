@@ -18,6 +18,9 @@ constexpr char kStep = 's';
 }  // namespace
 
 void AutoFilterScan::FindFibreStart() {
+  constexpr int kAtVeryStart = 2;
+  const double pointAndPulseOwt = scales_.spacingOwt + sor_.FxdParams->GetOwtPulse(0);
+  if (sor_.FxdParams->AO / pointAndPulseOwt > 1.0) launch_ = kAtVeryStart;
   if (IsLaunchNearStart()) {
     FindLateLight();
     FindFirstPoint();
