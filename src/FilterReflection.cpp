@@ -32,12 +32,14 @@ using reflyze::LinearTrace;
 constexpr long kNoReflection = -1;
 constexpr long kUngraded = 0;  // a reflection too small to grade
 
-// A rise far behind the last event that stands no higher than what came before it is judged on the running
-// mean, which sees what single samples hide in noise. Whether every other rise out there is to be judged on
-// the mean first is open. The premise that it "stands no higher" is taken to hold for all that is done with
-// the mean: a mean of 16 samples dilutes a clear reflection of a short pulse to a fraction of its height, and
-// leaves hardly one to the measures below. True asks the mean about every rise.
-constexpr bool kMeanJudgesClearRises = false;
+// Pulse in points from which every rise far behind the last event is judged on the running mean of 16
+// samples, which sees what single samples hide in noise; with a shorter pulse only one that stands no higher
+// than what came before it. Where to draw the line is open, and 0 draws none: the test of the height before
+// then only turns rises away, as it says. What speaks for the mean is a long pulse: the walk behind its top,
+// below, stops at the first noise on the top and grades the rise away. What speaks against it is a short
+// pulse, of whose height the mean leaves a fraction, and a gain, which the mean takes for a reflection
+// without an end.
+constexpr long kMeanJudgesFromPulse = 0;
 
 constexpr long kMeanDelayPoints = 8;   // of the running mean of 16 samples behind the trace
 constexpr double kSaturatedDb = 0.1;   // from the top of the scale the receiver shows no height
@@ -207,7 +209,7 @@ std::optional<long> RiseMeasure::CompareWithBefore() {
   }
   const bool isNoHigher = before.lin + limitLin_ > peakLin_;
   if (isNoHigher && (peak_ - before.at >= pulse_ || before.at < guarded_ + look_)) return kNoReflection;
-  if (!isNoHigher && !kMeanJudgesClearRises) return std::nullopt;
+  if (!isNoHigher && pulse_ < kMeanJudgesFromPulse) return std::nullopt;
   return JudgeOnMean();
 }
 
