@@ -133,8 +133,8 @@ class TSorFilter : public TFilter {
   // Smooths the ragged stretch behind strong events.
   void BeardFilter(TSorData* sor, TFEvent* ev, long n);
 
-  // --- Single events (FilterReflection.cpp). `T` and the sums are in linear power; a grade is the whole part
-  // of log2(height / limit + 1). ---
+  // --- Single events (FilterReflection.cpp, FilterDeadZone.cpp, FilterRunningMean.cpp). `T` and the sums are
+  // in linear power; a grade is the whole part of log2(height / limit + 1). ---
 
   // Grade of the reflection that rises at point `pos`, -1 when it is none; `pos` moves to its foot. `prev` is
   // the event before, or null. `fallAt` gets the point of a second fall, 0 for none; `width` the width in
@@ -144,15 +144,15 @@ class TSorFilter : public TFilter {
   // Grade of the fall behind the rise that began at `begin` and ends at `from`, looking no further than `to`;
   // 0 or negative. `pw` points of pulse, `w` points to look across.
   long FallAnalisys(long begin, long from, long to, long pw, long w, float T);
-  // Where the dead zone of a reflection has fallen by half its height; the event gets its `end`, and
-  // `deadFall` the rate of the fall behind it in dB a point, if one was measured.
+  // Where the dead zone of a reflection has fallen by half its height; the event gets its `end`. `deadFall`,
+  // the rate of the fall behind it in dB a point, is for what may yet be measured there, and stays as it is.
   long SearchDZ(TSorData* sor, TFEvent* ev, long limit, float& deadFall);
   // Narrows the sum of the `W` samples before `i` to the newest `n`; gives `n`.
   long ReCalcSum(long i, long W, long n, float& sum);
   // Fills `LinfAvg` for `N` points with means of `w` samples.
   void SetLinfAvg(long N, long w);
 
-  // --- False events (FilterRinging.cpp) ---
+  // --- False events (FilterRinging.cpp, FilterDoubleReflection.cpp, FilterEchoes.cpp) ---
 
   // Point where the ringing of the receiver from `i` on ends, 0 when it doesn't ring. May note the ringing in
   // `result`.
