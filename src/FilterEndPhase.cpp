@@ -282,7 +282,7 @@ bool AutoFilterEndPhase::MeasureStretch(Round& round) {
   round.stretchDb = Db(e - round.stretch);
   round.endDb = Db(e);
   const double rateDb = (round.stretchDb - round.endDb) / static_cast<double>(round.stretch);
-  round.fadeDb = std::min(round.fadeDb, rateDb);
+  round.fadeDb = std::max(round.fadeDb, rateDb);
   return true;
 }
 
@@ -309,8 +309,8 @@ void AutoFilterEndPhase::MeasureNeed(Round& round) {
   if (fibre > from_ && round.stretchDb > scales_.noiseDb) round.need += (upTo_ - fibre) / base;
 }
 
-// Takes what is seen behind the end off the levels in front of it. Gives the level to which the signal would
-// have sunk behind the end by itself: no faster than a reflection fades, nor than the stretch in front does.
+// Takes what is seen behind the end off the levels in front of it. Gives the level to which the signal may
+// have faded behind the end: as fast as a reflection does, or as the stretch in front where that is steeper.
 double AutoFilterEndPhase::TakeNoiseOff(Round& round) {
   constexpr double kNoiseShare = 1.5;
   constexpr double kGoneDb = 3.0;  // below the noise
@@ -324,15 +324,13 @@ double AutoFilterEndPhase::TakeNoiseOff(Round& round) {
   return trace_.ToDb(static_cast<float>(endLin)) - static_cast<double>(reach) * round.fadeDb;
 }
 
-// Whether the signal really ends there: by itself it would still stand out of the noise behind, where it is
-// gone; it stands out in front; no event is strong enough to explain it, and the last event has either taken
-// much of the signal or none can have. (The other way round, with the signal faded into the noise by itself,
-// every fibre that was cut without a reflection would go unseen.)
+// Whether the signal really ends there: it is gone behind, stands out of the noise in front, no event is
+// strong enough to explain it, and the last event has either taken much of the signal or none can have.
 bool AutoFilterEndPhase::IsEnd(const Round& round, double goesOnDb) {
   constexpr double kLeastOverDb = 0.5;
   constexpr double kEventLossDb = 3.0, kMostEventLossDb = 12.0;
-  const double leastDb = round.noiseDb + (isPon() ? kLeastSignalDb : 0.0);
-  if (!(goesOnDb > leastDb && round.endDb >= round.noiseDb + kLeastOverDb)) return false;
+  const double mostDb = round.noiseDb + (isPon() ? kLeastSignalDb : 0.0);
+  if (!(goesOnDb <= mostDb && round.endDb >= round.noiseDb + kLeastOverDb)) return false;
   if (Last().Am() >= round.need || strongest_ > round.need) return false;
   const double beforeDb = Db(Last().begin - 1), fromDb = Db(from_);
   if (fromDb + kEventLossDb <= beforeDb || count_ == 1) return true;

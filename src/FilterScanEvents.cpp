@@ -182,9 +182,7 @@ void AutoFilterScan::MeasureRise(Differences& diff) {
   if (IsNoise(event.gradeUp, PassMark())) RejectNoise();
 }
 
-// The grade of the rise; -1 for none. A rise that is weak against the noise is judged by two samples. The
-// measure places the rise anew, by means if it has to; a sample that has been seen to stand out belongs to it
-// all the same.
+// The grade of the rise; -1 for none. A rise that is weak against the noise is judged by two samples.
 void AutoFilterScan::GradeRise(Differences& diff) {
   constexpr double kWeak = 10.0;
   TFEvent& event = events_.current();
@@ -192,14 +190,13 @@ void AutoFilterScan::GradeRise(Differences& diff) {
       at_ + mean_.width() < scales_.lastPoint) {
     diff.now = (Above(at_) + Above(at_ + mean_.width())) / 2.0;
   }
-  const long before = Lin(event.begin) < Lin(event.begin - 1) ? event.begin : event.begin - 1;
-  const long seen = std::max(before, heldBackAt_);
-  long foot = seen, width = 0;
+  long foot = Lin(event.begin) < Lin(event.begin - 1) ? event.begin : event.begin - 1, width = 0;
+  foot = std::max(foot, heldBackAt_);
   long grade = filter_.RflAnalisys(events_.lastOrNull(), foot, scales_.lastPoint, scales_.recoverPoints,
                                    scales_.midPoints, static_cast<float>(limits_.rise + scales_.noiseLin),
                                    secondFallAt_, width);
   if (event.type == kDouble) grade = std::max(grade, 1L);
-  event.begin = trace_.Held(std::min(foot, seen) + 1);
+  event.begin = trace_.Held(foot + 1);
   event.width = trace_.Held(width);
   if (event.begin == 1 && grade < 1) ++launch_;
   event.gradeUp = diff.now > 0.0 ? static_cast<int>(grade) : -1;
