@@ -108,46 +108,35 @@ TEST(BiDir, RefusesWhatIsNotOneFibreMeasuredAlike) {
   EXPECT_EQ(EventOf(b, 1).EPT, end.EPT);
 }
 
-TEST(BiDir, EqualTablesGainNoEventAndShareTheirLosses) {
-  const auto a = Direction(false, kAllSeen), b = Direction(true, kAllSeen);
-  ASSERT_EQ(RefEventBiDir(a.get(), b.get()), 0);
-  ASSERT_TRUE(Count(a) == 5 && Count(b) == 5);
-  for (int i = 1; i <= 3; ++i) {
-    const Joint& joint = kAllSeen[static_cast<size_t>(i - 1)];
-    EXPECT_NEAR(EventOf(a, i).GetEL(), (joint.lossFromA + joint.lossFromB) / 2, 0.005) << i;
-    EXPECT_NEAR(EventOf(b, 4 - i).GetEL(), joint.lossFromB, 0.005) << i;
-    EXPECT_EQ(EventOf(a, i).EPT, joint.place * kSpacingOwt) << i;
-    EXPECT_EQ(EventOf(b, 4 - i).EPT, (kEnd - joint.place) * kSpacingOwt) << i;
-  }
-}
-
-// The same fibre; each direction has overlooked one joint, and found another alone.
-TEST(BiDir, EventsOfOneDirectionReachTheOther) {
-  std::vector<Joint> joints = kAllSeen;
-  joints[0].seenByB = joints[2].seenByA = false;
-  const auto a = Direction(false, joints), b = Direction(true, joints);
-  ASSERT_EQ(RefEventBiDir(a.get(), b.get()), 0);
-  ASSERT_TRUE(Count(a) == 5 && Count(b) == 5);
-  for (int i = 1; i <= 3; ++i) {
-    const Joint& joint = joints[static_cast<size_t>(i - 1)];
-    EXPECT_EQ(EventOf(a, i).EPT, joint.place * kSpacingOwt) << i;
-    EXPECT_EQ(EventOf(b, 4 - i).EPT, (kEnd - joint.place) * kSpacingOwt) << i;
-    EXPECT_NEAR(EventOf(a, i).GetEL(), (joint.lossFromA + joint.lossFromB) / 2, 0.01) << i;
-    EXPECT_NEAR(EventOf(b, 4 - i).GetEL(), joint.lossFromB, 0.01) << i;
-  }
-  const std::pair<int, int> kMarkers[] = {{EventOf(a, 3).ML0, 6110},  // behind the event before
-                                          {EventOf(a, 3).ML1, 8010},  // the mirror of 10 points before it
-                                          {EventOf(a, 3).ML2, 8110}, {EventOf(a, 3).ML3, 9490},
-                                          {EventOf(a, 2).ML3, 8010},  // sections around it are cut
-                                          {EventOf(a, 4).ML0, 8110}, {EventOf(b, 3).ML0, 3610},
-                                          {EventOf(b, 3).ML1, 6510}, {EventOf(b, 3).ML2, 6610},
-                                          {EventOf(b, 4).ML0, 6610}};
-  for (const auto& marker : kMarkers) EXPECT_EQ(marker.first, marker.second * kSpacingOwt);
-  EXPECT_EQ(EventOf(a, 3).EN, 4);
-  // Where there is no place for it, nothing is put.
-  for (const auto& at : {std::pair<int, int>{-1, 1}, {4, 1}, {5, 1}, {1, -1}, {1, 5}, {INT_MAX, INT_MIN}}) {
-    RefEventInsBiDir(a.get(), b.get(), at.first, at.second);
-    EXPECT_EQ(Count(a), 5) << at.first;
+// Equal tables gain no event; where each direction has overlooked one joint, it finds it in the other.
+TEST(BiDir, TablesAgreeAndShareTheirLosses) {
+  for (const bool overlooked : {false, true}) {
+    std::vector<Joint> joints = kAllSeen;
+    joints[0].seenByB = joints[2].seenByA = !overlooked;
+    const auto a = Direction(false, joints), b = Direction(true, joints);
+    ASSERT_EQ(RefEventBiDir(a.get(), b.get()), 0);
+    ASSERT_TRUE(Count(a) == 5 && Count(b) == 5);
+    for (int i = 1; i <= 3; ++i) {
+      const Joint& joint = joints[static_cast<size_t>(i - 1)];
+      EXPECT_EQ(EventOf(a, i).EPT, joint.place * kSpacingOwt) << i;
+      EXPECT_EQ(EventOf(b, 4 - i).EPT, (kEnd - joint.place) * kSpacingOwt) << i;
+      EXPECT_NEAR(EventOf(a, i).GetEL(), (joint.lossFromA + joint.lossFromB) / 2, 0.01) << i;
+      EXPECT_NEAR(EventOf(b, 4 - i).GetEL(), joint.lossFromB, 0.01) << i;
+    }
+    if (!overlooked) continue;
+    const TSorBlockKeyEvents1E &found = EventOf(a, 3), &inB = EventOf(b, 3);
+    const std::pair<int, int> kMarkers[] = {
+        {found.ML0, 6110},         {found.ML1, 8010},         {found.ML2, 8110},
+        {found.ML3, 9490},         {EventOf(a, 2).ML3, 8010},  // sections around it are cut
+        {EventOf(a, 4).ML0, 8110}, {inB.ML0, 3610},           {inB.ML1, 6510},
+        {inB.ML2, 6610},           {EventOf(b, 4).ML0, 6610}};
+    for (const auto& marker : kMarkers) EXPECT_EQ(marker.first, marker.second * kSpacingOwt);
+    EXPECT_EQ(found.EN, 4);
+    // Where there is no place for it, nothing is put.
+    for (const auto& at : {std::pair<int, int>{-1, 1}, {4, 1}, {1, -1}, {1, 5}, {INT_MAX, INT_MIN}}) {
+      RefEventInsBiDir(a.get(), b.get(), at.first, at.second);
+      EXPECT_EQ(Count(a), 5) << at.first;
+    }
   }
 }
 
@@ -157,32 +146,23 @@ TEST(BiDir, MatchedEventsMeetAccordingToTheirTrust) {
     const auto a = Direction(false, {kAllSeen[0]}), b = Direction(true, {kAllSeen[0]});
     EventOf(b, 1).EPT -= kApart * kSpacingOwt;
     EventOf(b, 1).SetEL(0.05);
-    EventOf(a, 1).SetER(-100.0);
-    EventOf(b, 1).SetER(-100.0);
-    if (endsAreWorse) {
-      for (const auto* sor : {&a, &b}) {
-        EventOf(*sor, 2).SetER(-100.0);
-        EventOf(*sor, 2).SetEL(0.0);
-      }
+    for (const auto* sor : {&a, &b}) {
+      EventOf(*sor, 1).SetER(-100.0);
+      if (endsAreWorse) EventOf(*sor, 2).SetER(-100.0), EventOf(*sor, 2).SetEL(0.0);
     }
     const double reachA = RefEventTrusting(a.get(), 1) + 2.0, reachB = RefEventTrusting(b.get(), 1) + 2.0;
     ASSERT_GT(reachB, 1.5 * reachA);
     ASSERT_EQ(RefEventBiDir(a.get(), b.get()), 0);
-    const int moveA = EventOf(a, 1).EPT - 3000 * kSpacingOwt;
-    const int placeOfB = kEnd * kSpacingOwt - EventOf(b, 1).EPT;
-    if (endsAreWorse) {
-      EXPECT_EQ(moveA, 0);
-      EXPECT_EQ(placeOfB, (3000 + kApart) * kSpacingOwt);
-    } else {
-      EXPECT_EQ(placeOfB, EventOf(a, 1).EPT) << "one place";
-      EXPECT_NEAR(moveA, kApart * kSpacingOwt * reachA / (reachA + reachB), 1.0) << "each by its own reach";
-    }
+    // Each moves by its own reach, or stays.
+    const double move = endsAreWorse ? 0.0 : kApart * kSpacingOwt * reachA / (reachA + reachB);
+    EXPECT_NEAR(EventOf(a, 1).EPT, 3000 * kSpacingOwt + move, 1.0);
+    const int apart = kEnd * kSpacingOwt - EventOf(b, 1).EPT - EventOf(a, 1).EPT;
+    EXPECT_EQ(apart, endsAreWorse ? kApart * kSpacingOwt : 0);
   }
 }
 
 TEST(BiDir, EndLiesOnAPointOfTheFirstBetweenBoth) {
-  const std::pair<int, int> kCases[] = {{0, 0},     {300, 150},   {-300, -150}, {230, 100},
-                                        {260, 150}, {-260, -150}, {24, 0}};
+  const std::pair<int, int> kCases[] = {{300, 150}, {230, 100}, {260, 150}, {-260, -150}, {24, 0}};
   for (const auto& c : kCases) {
     const auto a = Direction(false, {}), b = Direction(true, {});
     *b->KeyEvents->events->GetData(1) = EventOf(a, 1);  // trusted alike
@@ -208,7 +188,7 @@ TEST(BiDir, MatchingEndsWithTheTableOfTheSecond) {
 TEST(BiDir, AnyTableComesToAnEnd) {
   support::Noise random(7);
   int merged = 0;
-  for (int round = 0; round < 100; ++round) {
+  for (int round = 0; round < 40; ++round) {
     const auto a = Direction(false, kAllSeen), b = Direction(true, kAllSeen);
     for (const auto* sor : {&a, &b}) {
       for (int i = 0; i < 5; ++i) {
@@ -229,7 +209,7 @@ TEST(BiDir, AnyTableComesToAnEnd) {
     EXPECT_EQ(a->KeyEvents->events->GetSize(), Count(a));
     merged += code == 0 && Count(a) > 5;
   }
-  EXPECT_GT(merged, 20) << "the tables must have differed";
+  EXPECT_GT(merged, 8) << "the tables must have differed";
 }
 
 }  // namespace

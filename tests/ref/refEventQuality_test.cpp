@@ -70,14 +70,12 @@ TEST(Measurable, BothSectionsAboveTheNoise) {
     int snr;  // 0.001 dB, on record
     int fromEndOwt, measurable;
   } kCases[] = {
-      {-20.0, -39.2, 6.0, 0, 300000, 1},   // the stored noise floor is -40 dB, and 0.7 dB are kept from it
-      {-20.0, -39.4, 6.0, 0, 300000, 2},   // the section behind is lost, and with it the range
-      {-20.0, -39.4, 5.0, 0, 300000, 0},   // not by this event alone
-      {-39.4, -20.0, -9.0, 0, 300000, 0},  // nothing before it
-      {-39.4, -39.4, 9.0, 0, 300000, 0},
+      {-20.0, -39.2, 6.0, 0, 300000, 1},      // the stored noise floor is -40 dB, and 0.7 dB are kept from it
+      {-20.0, -39.4, 6.0, 0, 300000, 2},      // the section behind is lost, and with it the range
+      {-20.0, -39.4, 5.0, 0, 300000, 0},      // not by this event alone
+      {-39.4, -20.0, -9.0, 0, 300000, 0},     // nothing before it
       {-20.0, -39.4, 5.0, 45000, 300000, 1},  // the instrument's own figure lies lower: 2.4 - 45 dB
-      {-20.0, -20.0, 0.5, 0, 200, 1},
-      {-20.0, -20.0, 0.5, 0, 199, 0},
+      {-20.0, -20.0, 0.5, 0, 200, 1},        {-20.0, -20.0, 0.5, 0, 199, 0},
   };
   for (const auto& c : kCases) {
     const auto sor = Step(c.beforeDb, c.behindDb);
@@ -86,20 +84,17 @@ TEST(Measurable, BothSectionsAboveTheNoise) {
     event.EPT = static_cast<int>(sor->GetMaxOwt()) - c.fromEndOwt;
     event.SetEL(c.lossDb);
     EXPECT_EQ(RefEventLossMeasurable(sor.get(), 0), c.measurable) << c.beforeDb << " " << c.behindDb;
-    // The first of three events that fails ends the distance.
-    for (int k = 0; k < 2; ++k) {
-      auto* before = new TSorBlockKeyEvents1E(event);
-      before->EPT = 1000 * k;
-      before->ML2 = before->ML0 = 0;
-      before->ML3 = before->ML1 = 20000;
-      sor->KeyEvents->events->InsData(before, k);
-      ++sor->KeyEvents->TNKE;
-    }
+    // Behind one that can be measured.
+    sor->KeyEvents->events->InsData(new TSorBlockKeyEvents1E(event), 0);
+    sor->KeyEvents->TNKE = 2;
+    TSorBlockKeyEvents1E& before = sor->KeyEvents->EventAt(0);
+    before.EPT = before.ML0 = before.ML2 = 0;
+    before.ML1 = before.ML3 = 20000;
     int index = 7;
     const double km = RefEventGetMeasurableDistance(sor.get(), index);
-    const int expected = c.beforeDb < -30 ? 0 : c.measurable == 1 ? 0 : 2;
-    EXPECT_EQ(index, expected);
-    EXPECT_EQ(km, expected == 0 ? 0.0 : sor->OwtToLen(sor->KeyEvents->EventAt(2).EPT));
+    const bool lost = c.beforeDb == -20.0 && c.measurable != 1;
+    EXPECT_EQ(index, lost ? 1 : 0);
+    EXPECT_EQ(km, lost ? sor->OwtToLen(event.EPT) : 0.0);
   }
   TSorData empty;
   std::string file;
@@ -142,14 +137,13 @@ TraceSpec LinkFrom(long launch, double peakDb) {
 }
 
 struct LinkQuality {
-  int result;
+  int result = -1;
   float quality = -1.0f, levelDb = 0.0f;
 };
 
 LinkQuality Judge(TSorData& sor, float startDb = 0.0f, float mode = 0.0f) {
-  if (!sor.QRTParams->modes.empty()) sor.QRTParams->modes[0].BWU1 = 1000;
-  LinkQuality judged{};
-  judged.quality = -1.0f;
+  sor.QRTParams->modes[0].BWU1 = 1000;
+  LinkQuality judged;
   judged.result =
       RefEventLinkQuality(&sor, judged.quality, judged.levelDb, startDb, static_cast<float>(kAci), mode);
   return judged;
@@ -160,21 +154,23 @@ TEST(LinkQuality, LaunchPeakAndWhatTheFibreBehindLacks) {
   const auto ofPeak = [](double heightDb) { return (std::pow(10.0, heightDb / 5) - 1) * 1e-3 * kAci; };
   const struct {
     double peakDb, stepDb;
+    bool sloping;
     int begLevel, inside, mode, result;
     double quality;
   } kCases[] = {
-      {5.0, 0.0, 1000, 0, 0, 2, ofPeak(5.0)},
-      {5.0, 0.8, 1000, 0, 0, 2, 0.8},          // lost in the first connector
-      {5.0, 0.8, 1000, 0, 1, 2, ofPeak(5.0)},  // no level is looked for behind
-      {9.0, 0.0, 1000, 0, 0, 2, ofPeak(9.0)},
-      {9.5, 0.8, 1000, 0, 0, 1, 2 * ofPeak(9.5)},  // above the scale
-      {5.0, 0.0, 0, 0, 0, 2, ofPeak(5.0)},         // no level on record: the fibre behind the launch
-      {5.0, 0.0, 2500, 6000, 0, 2, ofPeak(5.0)},   // the level of the fibre inside, whatever is on record
-      {5.0, 0.8, 2500, 6000, 0, 2, 0.8},
+      {5.0, 0.0, true, 1000, 0, 0, 2, ofPeak(5.0)},
+      {5.0, 0.8, true, 1000, 0, 0, 2, 0.8},              // lost in the first connector
+      {5.0, 0.8, false, 1000, 0, 0, 2, 0.78},            // the same before a level stretch, some 100 m off
+      {0.1, 0.8, false, 1000, 0, 0, 2, 0.78},            // and without a reflection
+      {5.0, 0.8, true, 1000, 0, 1, 2, ofPeak(5.0)},      // no level is looked for behind
+      {9.5, 0.8, true, 1000, 0, 0, 1, 2 * ofPeak(9.5)},  // above the scale
+      {5.0, 0.0, true, 0, 0, 0, 2, ofPeak(5.0)},         // no level on record: the fibre behind the launch
+      {5.0, 0.8, true, 2500, 6000, 0, 2, 0.8},  // the level of the fibre inside, whatever is on record
   };
   for (const auto& c : kCases) {
     const long launch = c.inside == 0 ? 0 : 240;
     TraceSpec spec = LinkFrom(launch, c.peakDb);
+    if (!c.sloping) spec.slopeDbPerPoint = 0.0;
     if (c.stepDb != 0.0) spec.Step(static_cast<double>(launch), c.stepDb);
     const auto sor = BuildTrace(spec);
     sor->QRTParams->begLevel = static_cast<short>(c.begLevel);
@@ -191,29 +187,32 @@ TEST(LinkQuality, LaunchPeakAndWhatTheFibreBehindLacks) {
 }
 
 TEST(LinkQuality, LaunchThatCannotBeJudged) {
-  const auto change = [](auto&& what) {
+  const struct {
+    int offsetOwt, realPulseOwt, spacing, result;
+  } kCases[] = {{11, 0, 250000, 2},    // the pulse has 20 points
+                {12, 0, 250000, 0},    // begins too late
+                {0, 4, 250000, 0},     // 0.8 ns
+                {0, 0, 10010000, 0}};  // two pulses a point
+  for (const auto& c : kCases) {
     const auto sor = BuildTrace(LinkFrom(0, 5.0));
-    what(*sor);
-    return Judge(*sor);
-  };
-  const LinkQuality kNone[] = {
-      change([](TSorData& sor) { sor.FxdParams->AO = 12; }),  // begins 12 units late, the pulse has 20 points
-      change([](TSorData& sor) { sor.QRTParams->ATP0 = 4; }),          // 0.8 ns
-      change([](TSorData& sor) { sor.FxdParams->DS[0] = 10010000; }),  // two pulses a point
-  };
-  for (const LinkQuality& judged : kNone) EXPECT_TRUE(judged.result == 0 && judged.quality == -1.0f);
-  EXPECT_EQ(change([](TSorData& sor) { sor.FxdParams->AO = 11; }).result, 2);
+    sor->FxdParams->AO = c.offsetOwt;
+    sor->QRTParams->ATP0 = static_cast<unsigned short>(c.realPulseOwt);
+    sor->FxdParams->DS[0] = c.spacing;
+    const LinkQuality judged = Judge(*sor);
+    EXPECT_EQ(judged.result, c.result);
+    EXPECT_EQ(judged.quality == -1.0f, c.result == 0);
+  }
 }
 
 // Two splices in one dead zone at 4 km, 0.7 dB together, and one at 8 km, as a pulse of `pulseNs` sees them
 // with `liftDb` more power.
-std::unique_ptr<TSorData> Group(short pulseNs, double liftDb, double endKm = 9.5) {
+std::unique_ptr<TSorData> Group(short pulseNs, double liftDb) {
   TraceSpec spec = LinkFrom(0, 1.0);
   spec.pulseNs = pulseNs;
   spec.startDb += liftDb;
-  const double pointsPerKm = spec.slopeDbPerPoint > 0 ? kAci / spec.slopeDbPerPoint : 0;
+  const double pointsPerKm = kAci / spec.slopeDbPerPoint;
   spec.Step(4.0 * pointsPerKm, 0.5).Step(4.008 * pointsPerKm, 0.2).Step(8.0 * pointsPerKm, 0.4);
-  spec.End(endKm * pointsPerKm);
+  spec.End(9.5 * pointsPerKm);
   auto sor = BuildTrace(spec);
   sor->QRTParams->begLevel = static_cast<short>(1000 - 100 * liftDb);
   sor->FxdParams->SetNF(-20.0);
@@ -232,26 +231,26 @@ std::unique_ptr<TSorData> Group(short pulseNs, double liftDb, double endKm = 9.5
 
 TEST(TwoPulseLoss, LongerPulseSeesBehindTheGroup) {
   const auto brief = Group(50, 0.0), longer = Group(200, 3.0), longest = Group(500, 5.0);
-  EXPECT_NEAR(RefEventGetEventLossFromTwoSorPulses(brief.get(), 1, {longer.get()}), 0.7, 0.02);
-  // Without an event behind the group: from three pulses behind it.
-  EXPECT_NEAR(RefEventGetEventLossFromTwoSorPulses(brief.get(), 3, {longer.get()}), 0.4, 0.02);
-  // Of two longer pulses the second counts up to 200 ns. It shows itself by its noise.
+  const TSorData *at200Ns = longer.get(), *at500Ns = longest.get();
+  // The longest pulse shows itself by its noise, which reaches up to 7 dB.
   longest->FxdParams->SetNF(-5.0);
   longest->QRTParams->SNL = 7400;
-  const auto lost = [&](const TSorData* first, const TSorData* second) {
-    return RefEventGetEventLossFromTwoSorPulses(brief.get(), 3, {first, second});
-  };
-  EXPECT_EQ(lost(longest.get(), longest.get()), -1.0) << "noise at 7 dB, and nothing comes behind";
-  EXPECT_NEAR(lost(longest.get(), longer.get()), 0.4, 0.02);
-  EXPECT_NEAR(lost(longer.get(), longest.get()), 0.4, 0.02);
-  // An event behind the group shows that there is light; where the longer pulse has lost more before the
-  // event than the brief one, its own level counts.
-  EXPECT_NEAR(RefEventGetEventLossFromTwoSorPulses(brief.get(), 1, {longest.get()}), 0.7, 0.02);
-  longer->QRTParams->begLevel = 500;
-  EXPECT_NEAR(RefEventGetEventLossFromTwoSorPulses(brief.get(), 1, {longer.get()}), 0.7, 0.02);
-  for (const int index : {-1, 4}) {
-    EXPECT_EQ(RefEventGetEventLossFromTwoSorPulses(brief.get(), index, {longer.get()}), -1.0);
+  const struct {
+    int index;
+    std::vector<const TSorData*> longer;
+    double lossDb;
+  } kCases[] = {{1, {at200Ns}, 0.7},           // up to the event behind the group
+                {3, {at200Ns}, 0.4},           // nothing comes behind: from three pulses on
+                {3, {at500Ns}, -1.0},          // which is noise
+                {1, {at500Ns}, 0.7},           // but an event shows that there is light
+                {3, {at500Ns, at200Ns}, 0.4},  // the second counts up to 200 ns
+                {3, {at200Ns, at500Ns}, 0.4}, {-1, {at200Ns}, -1.0}, {4, {at200Ns}, -1.0}};
+  for (const auto& c : kCases) {
+    EXPECT_NEAR(RefEventGetEventLossFromTwoSorPulses(brief.get(), c.index, c.longer), c.lossDb, 0.02);
   }
+  // Where the longer pulse has lost more before the event than the brief one, its own level counts.
+  longer->QRTParams->begLevel = 500;
+  EXPECT_NEAR(RefEventGetEventLossFromTwoSorPulses(brief.get(), 1, {at200Ns}), 0.7, 0.02);
   EXPECT_EQ(reflyze::test::AssertionOf([&] { RefEventGetEventLossFromTwoSorPulses(brief.get(), 1, {}); }),
             "nextPulses.size() > 0");
 }
