@@ -1,0 +1,120 @@
+#include "cli/MergeTable.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "cli/EventTable.h"
+#include "cli/Text.h"
+
+namespace reflyze::cli {
+namespace {
+
+DirectionOfRow DirectionAt(const TSorData& record, const OwnEvents& own, int index) {
+  DirectionOfRow direction;
+  const int count = record.KeyEvents->ListedEvents();
+  direction.listed = index >= 0 && index < count;
+  if (!direction.listed) return direction;
+  const EventRow row = MakeEventRow(record, index);
+  direction.seen = own.count(&record.KeyEvents->EventAt(index)) > 0;
+  direction.code = row.code;
+  direction.reflectanceDb = row.reflectanceDb;
+  if (index > 0 && index + 1 < count) direction.lossDb = row.lossDb;
+  return direction;
+}
+
+const char* SeenFrom(const MergedRow& row) { return row.a.seen ? row.b.seen ? "both" : "a" : "b"; }
+
+nlohmann::ordered_json NumberOrNull(std::optional<double> value) {
+  return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json(nullptr);
+}
+
+std::string NumberOrDash(std::optional<double> value, const char* format) {
+  return value ? Format(format, *value) : "-";
+}
+
+// The reflectance of a splice is what noise lets it be, and means nothing to a reader.
+std::string ReflectanceOrDash(const DirectionOfRow& direction) {
+  if (direction.code.empty() || direction.code[0] == '0') return "-";
+  return NumberOrDash(direction.reflectanceDb, "%.2f");
+}
+
+}  // namespace
+
+OwnEvents OwnEventsOf(const TSorData& record) {
+  OwnEvents own;
+  for (int i = 0; i < record.KeyEvents->ListedEvents(); ++i) own.insert(&record.KeyEvents->EventAt(i));
+  return own;
+}
+
+// Event i of the first is the last but i of the second. A table may have more events than the other has
+// partners for, where one lies within the dead zone of the other's end.
+MergedTable MakeMergedTable(const TSorData& a, const OwnEvents& ownA, const TSorData& b,
+                            const OwnEvents& ownB) {
+  MergedTable table;
+  const int countA = a.KeyEvents->ListedEvents(), countB = b.KeyEvents->ListedEvents();
+  const int endOwt = a.KeyEvents->EventAt(countA - 1).EPT;
+  table.pulseNs = a.FxdParams->GetNsPulse(0.0);
+  table.lengthKm = a.OwtToLen(endOwt);
+  for (int i = 0; i < std::max(countA, countB); ++i) {
+    const int j = countB - 1 - i;
+    MergedRow row;
+    row.a = DirectionAt(a, ownA, i);
+    row.b = DirectionAt(b, ownB, j);
+    const double owt = row.a.listed ? a.KeyEvents->EventAt(i).EPT
+                                    : static_cast<double>(endOwt) - b.KeyEvents->EventAt(j).EPT;
+    row.distanceKm = a.OwtToLen(owt);
+    table.rows.push_back(row);
+  }
+  return table;
+}
+
+void TakeMeanLosses(const TSorData& a, MergedTable& table) {
+  for (size_t i = 0; i < table.rows.size(); ++i) {
+    MergedRow& row = table.rows[i];
+    if (row.a.lossDb && row.b.lossDb) row.meanLossDb = a.KeyEvents->EventAt(static_cast<long>(i)).GetEL();
+  }
+}
+
+std::string TextOf(const MergedTable& table) {
+  std::string text;
+  text += Format("A  %s\n", OneLine(table.fileA).c_str());
+  text += Format("B  %s\n", OneLine(table.fileB).c_str());
+  text += Format("Length %.4f km  Pulse %.0f ns\n\n", table.lengthKm, table.pulseNs);
+  text += "  No  Distance  Loss A  Loss B    Mean  Refl. A  Refl. B  Seen from\n";
+  text += "            km      dB      dB      dB       dB       dB\n";
+  text += " ---  --------  ------  ------  ------  -------  -------  ---------\n";
+  for (size_t i = 0; i < table.rows.size(); ++i) {
+    const MergedRow& row = table.rows[i];
+    text += Format(" %3zu  %8.4f  %6s  %6s  %6s  %7s  %7s  %s\n", i + 1, row.distanceKm,
+                   NumberOrDash(row.a.lossDb, "%.3f").c_str(), NumberOrDash(row.b.lossDb, "%.3f").c_str(),
+                   NumberOrDash(row.meanLossDb, "%.3f").c_str(), ReflectanceOrDash(row.a).c_str(),
+                   ReflectanceOrDash(row.b).c_str(), SeenFrom(row));
+  }
+  return text;
+}
+
+std::string JsonOf(const MergedTable& table) {
+  nlohmann::ordered_json json;
+  json["a"] = Utf8(table.fileA.data(), table.fileA.size());
+  json["b"] = Utf8(table.fileB.data(), table.fileB.size());
+  json["pulse_ns"] = table.pulseNs;
+  json["length_km"] = table.lengthKm;
+  json["events"] = nlohmann::ordered_json::array();
+  for (size_t i = 0; i < table.rows.size(); ++i) {
+    const MergedRow& row = table.rows[i];
+    nlohmann::ordered_json event;
+    event["number"] = i + 1;
+    event["distance_km"] = row.distanceKm;
+    event["code"] = row.a.listed ? row.a.code : row.b.code;
+    event["loss_a_db"] = NumberOrNull(row.a.lossDb);
+    event["loss_b_db"] = NumberOrNull(row.b.lossDb);
+    event["loss_db"] = NumberOrNull(row.meanLossDb);
+    event["reflectance_a_db"] = NumberOrNull(row.a.reflectanceDb);
+    event["reflectance_b_db"] = NumberOrNull(row.b.reflectanceDb);
+    event["seen_from"] = SeenFrom(row);
+    json["events"].push_back(std::move(event));
+  }
+  return json.dump() + "\n";
+}
+
+}  // namespace reflyze::cli

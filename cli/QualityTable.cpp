@@ -1,0 +1,161 @@
+#include "cli/QualityTable.h"
+
+#include <nlohmann/json.hpp>
+
+#include "cli/EventTable.h"
+#include "cli/Text.h"
+#include "ref/refEvent.h"
+
+namespace reflyze::cli {
+namespace {
+
+constexpr double kNotInNoise = -1.0;  // in place of a loss: the longer pulse shows noise only
+
+QualityRow RowOf(TSorData& record, const TSorData* longPulse, int index) {
+  const EventRow event = MakeEventRow(record, index);
+  QualityRow row;
+  row.number = event.number;
+  row.distanceKm = event.distanceKm;
+  row.code = event.code;
+  row.lossDb = event.lossDb;
+  row.trustM = RefEventTrusting(&record, index) * record.FxdParams->LenDS() * 1000.0;
+  row.measurable = static_cast<Measurable>(RefEventLossMeasurable(&record, index));
+  // Launch and end are no joints.
+  if (longPulse != nullptr && index > 0 && index + 1 < record.KeyEvents->ListedEvents()) {
+    const double lossDb = RefEventGetEventLossFromTwoSorPulses(&record, index, {longPulse});
+    if (lossDb != kNotInNoise) row.twoPulseLossDb = lossDb;
+  }
+  return row;
+}
+
+// Nothing is lost at the launch, so that it ends no range.
+void SettleRange(QualityTable& table) {
+  table.allMeasurable = true;
+  table.measurableKm = table.lengthKm;
+  for (size_t i = 1; i < table.rows.size(); ++i) {
+    if (table.rows[i].measurable == Measurable::kYes) continue;
+    table.allMeasurable = false;
+    table.measurableKm = table.rows[i].distanceKm;
+    return;
+  }
+}
+
+void JudgeLaunch(TSorData& record, QualityTable& table) {
+  float quality = 0.0f, levelDb = 0.0f;
+  // The level and the loss of the fibre come from the record.
+  table.launch = static_cast<LaunchState>(RefEventLinkQuality(&record, quality, levelDb, 0.0f, 0.0f, 0.0f));
+  table.launchQuality = quality;
+  table.launchLevelDb = levelDb;
+}
+
+const char* Word(Measurable measurable) {
+  switch (measurable) {
+    case Measurable::kYes:
+      return "yes";
+    case Measurable::kEndsRange:
+      return "ends";
+    case Measurable::kNo:
+      break;
+  }
+  return "no";
+}
+
+const char* Word(LaunchState launch) {
+  switch (launch) {
+    case LaunchState::kMeasured:
+      return "measured";
+    case LaunchState::kSaturated:
+      return "saturated";
+    case LaunchState::kUnknown:
+      break;
+  }
+  return "unknown";
+}
+
+std::string LaunchInWords(const QualityTable& table) {
+  if (table.launch == LaunchState::kUnknown) return "cannot be judged from this trace";
+  return Format("level %.2f dB, link quality %.4g (smaller is better)%s", table.launchLevelDb,
+                table.launchQuality, table.launch == LaunchState::kSaturated ? ", saturated" : "");
+}
+
+std::string NumberOrDash(bool known, double value) { return known ? Format("%.3f", value) : "-"; }
+
+nlohmann::ordered_json NumberOrNull(bool known, double value) {
+  return known ? nlohmann::ordered_json(value) : nlohmann::ordered_json(nullptr);
+}
+
+}  // namespace
+
+QualityTable MakeQualityTable(TSorData& record, const TSorData* longPulse, int lastPercent) {
+  QualityTable table;
+  const int count = record.KeyEvents->ListedEvents();
+  for (int i = 0; i < count; ++i) table.rows.push_back(RowOf(record, longPulse, i));
+  table.pulseNs = record.FxdParams->GetNsPulse(0.0);
+  table.lengthKm = count > 0 ? table.rows.back().distanceKm : 0.0;
+  table.noiseFloorDb = record.FxdParams->GetNF();
+  SettleRange(table);
+  JudgeLaunch(record, table);
+  table.lastPercent = lastPercent;
+  table.endInLastPercent = RefEventIsEofInLastNpercent(&record, lastPercent, 0.0) != 0;
+  return table;
+}
+
+std::string TextOf(const QualityTable& table) {
+  std::string text = Format("File         %s\n", OneLine(table.file).c_str());
+  if (table.longPulseFile) text += Format("Long pulse   %s\n", OneLine(*table.longPulseFile).c_str());
+  text += Format("Length       %.4f km      Pulse  %.0f ns      Noise floor  %.2f dB\n\n", table.lengthKm,
+                 table.pulseNs, table.noiseFloorDb);
+  text += "  No  Distance     Trust    Loss  Measurable  Two pulses\n";
+  text += "            km         m      dB                      dB\n";
+  text += " ---  --------  --------  ------  ----------  ----------\n";
+  for (size_t i = 0; i < table.rows.size(); ++i) {
+    const QualityRow& row = table.rows[i];
+    const bool atAnEnd = i == 0 || i + 1 == table.rows.size();
+    text += Format(" %3d  %8.4f  %8.2f  %6s  %-10s  %10s\n", row.number, row.distanceKm, row.trustM,
+                   NumberOrDash(!atAnEnd, row.lossDb).c_str(), Word(row.measurable),
+                   NumberOrDash(row.twoPulseLossDb.has_value(), row.twoPulseLossDb.value_or(0.0)).c_str());
+  }
+  if (table.rows.empty()) text += " no events\n";
+  text += "\n";
+  text += table.allMeasurable ? "Losses       can be measured along the whole fibre\n"
+                              : Format("Losses       can be measured up to %.4f km\n", table.measurableKm);
+  text += "Launch       " + LaunchInWords(table) + "\n";
+  text += Format("End          %s the last %d %% of the range\n", table.endInLastPercent ? "in" : "before",
+                 table.lastPercent);
+  return text;
+}
+
+std::string JsonOf(const QualityTable& table) {
+  nlohmann::ordered_json json;
+  json["file"] = Utf8(table.file.data(), table.file.size());
+  if (table.longPulseFile)
+    json["long_pulse"] = Utf8(table.longPulseFile->data(), table.longPulseFile->size());
+  json["pulse_ns"] = table.pulseNs;
+  json["length_km"] = table.lengthKm;
+  json["noise_floor_db"] = table.noiseFloorDb;
+  json["measurable_km"] = table.measurableKm;
+  json["all_measurable"] = table.allMeasurable;
+  const bool judged = table.launch != LaunchState::kUnknown;
+  json["launch"] = {{"state", Word(table.launch)},
+                    {"quality", NumberOrNull(judged, table.launchQuality)},
+                    {"level_db", NumberOrNull(judged, table.launchLevelDb)}};
+  json["end_in_last_percent"] = {{"percent", table.lastPercent}, {"result", table.endInLastPercent}};
+  json["events"] = nlohmann::ordered_json::array();
+  for (const QualityRow& row : table.rows) {
+    nlohmann::ordered_json event;
+    event["number"] = row.number;
+    event["distance_km"] = row.distanceKm;
+    event["code"] = row.code;
+    event["loss_db"] = row.lossDb;
+    event["trust_m"] = row.trustM;
+    event["measurable"] = Word(row.measurable);
+    if (table.longPulseFile) {
+      event["two_pulse_loss_db"] =
+          NumberOrNull(row.twoPulseLossDb.has_value(), row.twoPulseLossDb.value_or(0.0));
+    }
+    json["events"].push_back(std::move(event));
+  }
+  return json.dump() + "\n";
+}
+
+}  // namespace reflyze::cli

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sor/sorData.h"
+
+namespace reflyze::cli {
+
+// What can be said of an event's loss.
+enum class Measurable {
+  kNo = 0,
+  kYes = 1,
+  kEndsRange = 2,  // the range of the measurement ends with it
+};
+
+struct QualityRow {
+  int number = 0;
+  double distanceKm = 0.0;
+  std::string code;  // SR-4731 event code
+  double lossDb = 0.0;
+  double trustM = 0.0;  // either side of its place
+  Measurable measurable = Measurable::kNo;
+  std::optional<double> twoPulseLossDb;  // with the help of a longer pulse
+};
+
+enum class LaunchState { kUnknown = 0, kSaturated = 1, kMeasured = 2 };
+
+// How far a trace and its events can be believed.
+struct QualityTable {
+  std::string file;
+  std::optional<std::string> longPulseFile;
+  double pulseNs = 0.0;
+  double lengthKm = 0.0;
+  double noiseFloorDb = 0.0;
+  std::vector<QualityRow> rows;
+  double measurableKm = 0.0;  // up to which losses can be measured: where not all can, the first that can't
+  bool allMeasurable = false;
+  LaunchState launch = LaunchState::kUnknown;
+  double launchQuality = 0.0;  // smaller is better; see RefEventLinkQuality
+  double launchLevelDb = 0.0;  // backscatter at the launch
+  int lastPercent = 0;
+  bool endInLastPercent = false;
+};
+
+// `longPulse` may be null. Settles the noise floor of `record` anew.
+QualityTable MakeQualityTable(TSorData& record, const TSorData* longPulse, int lastPercent);
+
+std::string TextOf(const QualityTable& table);
+std::string JsonOf(const QualityTable& table);  // one line
+
+}  // namespace reflyze::cli
