@@ -31,8 +31,7 @@ std::string AnalyseOne(Session& session, const AnalyseOptions& options, const Th
   LoadedRecord loaded = LoadRecord(session, name, NeedPoints::kYes);
   TTH thresholds = source.For(*loaded.record);
   Analyse(session, loaded, thresholds, options.endsOnly);
-  std::string listing =
-      Listing(MakeEventTable(loaded.name, *loaded.record, thresholds), options.format);
+  std::string listing = Listing(MakeEventTable(loaded.name, *loaded.record, thresholds), options.format);
   if (!options.output.empty()) SaveRecord(*loaded.record, options.output);
   WarnIfTruncated(session, loaded);
   return listing;

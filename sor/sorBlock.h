@@ -40,8 +40,8 @@ enum TBlockType {
 // The text under which a block type stands in the map of a record, "?" for types that do not stand there.
 const char* GetBlockID(TBlockType type);
 
-// Base of every block and sub-block of a record (SR-4731): a revision, an ID, and the operations by which a record
-// reads, writes, measures and shows its blocks.
+// Base of every block and sub-block of a record (SR-4731): a revision, an ID, and the operations by which a
+// record reads, writes, measures and shows its blocks.
 class TSorBlock {
  public:
   // Newest revision that the standard's issues promise to stay readable: any 2xx is accepted.
@@ -66,8 +66,8 @@ class TSorBlock {
   // Store the revision, then read or write.
   virtual void ReadRN(TSorFile* file, unsigned short revision);
   virtual void WriteRN(TSorFile* file, unsigned short revision);
-  // First step of every Read: refuses a null stream and a newer major revision (which goes to the log), and passes
-  // over the block's ID where one stands at this place.
+  // First step of every Read: refuses a null stream and a newer major revision (which goes to the log), and
+  // passes over the block's ID where one stands at this place.
   virtual bool CanRead(TSorFile* file);
   virtual void Read(TSorFile*) {}
   virtual void Write(TSorFile*) {}

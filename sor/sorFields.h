@@ -17,9 +17,9 @@
 //     v.Array("PWU", b.PWU, b.TPW);                           // ns
 //   }
 //
-// Reading, writing, measuring, the text dump and any other listing are visitors that walk this list. A row says
-// its label, its value and the block revision from which the field exists; the width on file is the width of the
-// value's type (1, 2 or 4 bytes, little-endian), and the default is the member's initialiser.
+// Reading, writing, measuring, the text dump and any other listing are visitors that walk this list. A row
+// says its label, its value and the block revision from which the field exists; the width on file is the
+// width of the value's type (1, 2 or 4 bytes, little-endian), and the default is the member's initialiser.
 //
 // A visitor has these operations; `since` is the lowest block revision that has the field:
 //   Id(label, text)                             the block's ID, on file from revision 200
@@ -27,15 +27,17 @@
 //   Text(label, text, since)                    a text that ends with a zero byte
 //   FixedText(label, text, width, since)        a text of exactly `width` bytes
 //   Bytes(label, data, count, since)            raw bytes
-//   Count(label, block, value, set, since)      a count: the reader calls set(block, n), which stores it and sizes
+//   Count(label, block, value, set, since)      a count: the reader calls set(block, n), which stores it and
+//   sizes
 //                                               the arrays that follow; other visitors take it as an Int
 //   Array(label, values, count, since)          `count` integers
 //   Pairs(labelA, a, labelB, b, count, since)   `count` pairs, interleaved on file
 //   List(label, heading, count, each, since)    sub-blocks: each(i, visitor) walks the fields of number i
 //   Group(label, body, since)                   fields that belong together: body(visitor) walks them
-//   OnRead(block, action)                       action(block), or action(block, reader) where the action needs the
-//                                               stream or its revision, runs at this place of a reading, and only
-//                                               then
+//   OnRead(block, action)                       action(block), or action(block, reader) where the action
+//   needs the
+//                                               stream or its revision, runs at this place of a reading, and
+//                                               only then
 namespace reflyze {
 
 constexpr int kSinceRev200 = 200;
@@ -104,7 +106,8 @@ class FieldReader {
   }
 
  private:
-  // The stream empties a text that begins behind the end of the data; as a field it keeps its value, like all others.
+  // The stream empties a text that begins behind the end of the data; as a field it keeps its value, like all
+  // others.
   template <class Read>
   void ReadText(TString& text, Read&& read) {
     const TString before = text;
@@ -125,8 +128,8 @@ class FieldReader {
   int revision_;
 };
 
-// Writes the fields that the revision has. A block that always goes to file in its newest form passes the revision
-// of that form as `layout`; the ID alone still follows the revision itself.
+// Writes the fields that the revision has. A block that always goes to file in its newest form passes the
+// revision of that form as `layout`; the ID alone still follows the revision itself.
 class FieldWriter {
  public:
   FieldWriter(TSorFile& file, int revision) : FieldWriter(file, revision, revision) {}
@@ -196,8 +199,8 @@ class FieldWriter {
   int layout_;
 };
 
-// The text dump: one line a field, "LABEL= value", texts in single quotes. Fields that the block's revision lacks
-// are shown too, since the record in memory holds their defaults.
+// The text dump: one line a field, "LABEL= value", texts in single quotes. Fields that the block's revision
+// lacks are shown too, since the record in memory holds their defaults.
 class FieldDumper {
  public:
   explicit FieldDumper(FILE* out) : out_(out) {}

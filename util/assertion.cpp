@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-// The module keeps a handler of its own, which its host cannot reach through the four functions that it exports.
-// A host that wants a say in the module's assertions too defines this function and exports it from its executable;
-// the dynamic linker joins the two when the module is loaded.
+// The module keeps a handler of its own, which its host cannot reach through the four functions that it
+// exports. A host that wants a say in the module's assertions too defines this function and exports it from
+// its executable; the dynamic linker joins the two when the module is loaded.
 extern "C" __attribute__((weak, visibility("default"))) void ReflyzeHostAssertion(const char* text,
                                                                                   const char* file, int line);
 

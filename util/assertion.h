@@ -2,13 +2,14 @@
 
 namespace reflyze {
 
-// Called when a stated condition does not hold: the text of the condition, the file and the line. A handler may
-// throw, so that a host can turn a broken trace into an error of its own; one that returns ends the process.
+// Called when a stated condition does not hold: the text of the condition, the file and the line. A handler
+// may throw, so that a host can turn a broken trace into an error of its own; one that returns ends the
+// process.
 using AssertionHandler = void (*)(const char* text, const char* file, int line);
 
 // Replaces the handler and returns the one before. Null brings back the default, which calls the function
-// `ReflyzeHostAssertion` if the host's executable exports one (this is how a host reaches the module's copy), and
-// else prints text, file and line on standard error and stops the process.
+// `ReflyzeHostAssertion` if the host's executable exports one (this is how a host reaches the module's copy),
+// and else prints text, file and line on standard error and stops the process.
 AssertionHandler SetAssertionHandler(AssertionHandler handler);
 
 // The one way that a failed assertion takes.

@@ -13,7 +13,8 @@
 #include "util/tlogfile.h"
 
 // The module's assertions end here instead of stopping the process. Optional; needs -rdynamic.
-extern "C" __attribute__((visibility("default"))) void ReflyzeHostAssertion(const char* text, const char*, int) {
+extern "C" __attribute__((visibility("default"))) void ReflyzeHostAssertion(const char* text, const char*,
+                                                                            int) {
   throw std::runtime_error(text);
 }
 
@@ -44,7 +45,8 @@ int main(int argc, char** argv) {
     serviceFunction(cmdAnalyse, value, parameters);
     for (int i = 0; i < trace.KeyEvents->TNKE; ++i) {
       const TSorBlockKeyEvents1E& event = *trace.KeyEvents->events->GetData(i);
-      std::printf("%d %.4f km %s %.3f dB\n", event.EN, trace.OwtToLen(event.EPT), event.EC.c_str(), event.GetEL());
+      std::printf("%d %.4f km %s %.3f dB\n", event.EN, trace.OwtToLen(event.EPT), event.EC.c_str(),
+                  event.GetEL());
     }
   } catch (const std::exception& error) {
     std::fprintf(stderr, "host: %s\n", error.what());
