@@ -258,6 +258,7 @@ struct DeadZone {
   long end = 0;                     // of the dead zone of the last event
   float fallDb = 0.0F;              // a point, as the receiver falls there; 0 for unknown
   long ringEnd = 0;                 // of the receiver's ringing
+  long ringTests = 0;               // made so far
   long tailEnd = 0;                 // of the stretch in which a reflection only falls
   long pairBegin = 0, pairEnd = 0;  // where the instrument's own pair of echoes may stand
 };

@@ -59,8 +59,11 @@ bool AutoFilterScan::MayRing() {
 
 // Nothing rises out of ringing. Where the backscatter is gone when it is noticed, so is the fibre.
 AutoFilterScan::Verdict AutoFilterScan::GuardRinging(Differences& diff) {
+  // A trace asks for a few hundred tests; where the figures of a broken record ask for one at each point, and
+  // each looks at much of the trace, this is a second of work.
+  constexpr long kMostRingTests = 30000;
   if (!MayRing()) return Verdict::kGoOn;
-  if (at_ >= dead_.ringEnd) {
+  if (at_ >= dead_.ringEnd && ++dead_.ringTests <= kMostRingTests) {
     dead_.ringEnd = filter_.ZvonDetect(
         trace_.Held(at_), trace_.Held(scales_.lastPoint), static_cast<float>(scales_.pulsePoints),
         static_cast<int>(scales_.nearPoints), static_cast<float>(limits_.rise));
