@@ -10,7 +10,6 @@
 #include "util/convert.h"
 
 using reflyze::TruncToInt;
-using reflyze::TruncToLong;
 
 namespace {
 
