@@ -119,7 +119,7 @@ class TSorFilter : public TFilter {
   // Takes the offset of the receiver, which shows behind the end of the signal, out of the trace.
   void ZeroCorrect(TSorData* sor);
 
-  // --- Automatic filter (FilterAuto*.cpp) ---
+  // --- Automatic filter (FilterScan*.cpp, FilterEndPhase.cpp, FilterEventRemove.cpp) ---
 
   // Smooths the trace by a running mean that widens where the signal is weak, and finds the events at which
   // it must stop. Number of events, 0 for none, -1 for a trace that can't be worked on. Null stands for the
