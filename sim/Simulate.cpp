@@ -6,6 +6,7 @@
 
 #include "sim/Waveform.h"
 #include "util/convert.h"
+#include "util/latin1.h"
 
 namespace reflyze::sim {
 namespace {
@@ -62,25 +63,8 @@ void FillScales(const Link& link, TSorData& record) {
   fixed.SetET(link.endThresholdDb);
 }
 
-// Texts of a record are ISO 8859-1; what it lacks becomes a question mark, as does what would end the text.
-std::string RecordText(const std::string& utf8) {
-  std::string text;
-  for (size_t i = 0; i < utf8.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(utf8[i]);
-    const bool two = (byte == 0xC2 || byte == 0xC3) && i + 1 < utf8.size();
-    if (byte < 0x80) {
-      text += byte == 0 ? '?' : utf8[i];
-    } else if (two) {
-      text += static_cast<char>((byte << 6) | (static_cast<unsigned char>(utf8[++i]) & 0x3F));
-    } else if (byte >= 0xC0) {
-      text += '?';  // the bytes that follow belong to the same letter
-    }
-  }
-  return text;
-}
-
 void FillTexts(const Link& link, TSorData& record) {
-  record.GenParams->CID = link.name.empty() ? " " : RecordText(link.name).c_str();
+  record.GenParams->CID = link.name.empty() ? " " : Latin1(link.name).c_str();
   record.GenParams->FID = "1";
   record.GenParams->NW = TruncToShort(link.wavelengthNm + 0.5);
   record.GenParams->OL = "A";
