@@ -32,14 +32,12 @@ using reflyze::LinearTrace;
 constexpr long kNoReflection = -1;
 constexpr long kUngraded = 0;  // a reflection too small to grade
 
-// Pulse in points from which every rise far behind the last event is judged on the running mean of 16
-// samples, which sees what single samples hide in noise; with a shorter pulse only one that stands no higher
-// than what came before it. Where to draw the line is open, and 0 draws none: the test of the height before
-// then only turns rises away, as it says. What speaks for the mean is a long pulse: the walk behind its top,
-// below, stops at the first noise on the top and grades the rise away. What speaks against it is a short
-// pulse, of whose height the mean leaves a fraction, and a gain, which the mean takes for a reflection
-// without an end.
-constexpr long kMeanJudgesFromPulse = 0;
+// Points of pulse from which every rise far behind the last event is judged on the running mean of 16
+// samples, which sees what single samples hide in noise: a pulse no shorter than that keeps its height in the
+// mean. A shorter one would lose most of it and be placed where the mean has followed it, and a gain would
+// pass for a reflection without an end, so that the mean judges it only where it stands no higher than what
+// came before.
+constexpr long kMeanJudgesFromPulse = 16;
 
 constexpr long kMeanDelayPoints = 8;   // of the running mean of 16 samples behind the trace
 constexpr double kSaturatedDb = 0.1;   // from the top of the scale the receiver shows no height
@@ -70,12 +68,15 @@ class RiseMeasure {
         seenAt_(lin_.Width(pos)),
         limitLin_(limitLin),
         tenth_(pulse_ / 10),
-        rise_(seenAt_) {}
+        rise_(seenAt_),
+        placed_(seenAt_) {}
 
   long Run() {
     if (lin_.empty()) return kNoReflection;
     FindPeak();
-    if (const auto grade = CompareWithBefore()) return *grade;
+    const auto early = CompareWithBefore();
+    placed_ = rise_;
+    if (early) return *early;
     FollowRise();
     if (IsSlow()) return kNoReflection;
     MeasureFlatTop();
@@ -98,7 +99,9 @@ class RiseMeasure {
     return grade_;
   }
 
-  long rise() const { return rise_; }
+  // Where the rise was placed. The walk up to half its height serves its width alone: what lies below is
+  // reflection already, and no fibre that a section could end on.
+  long placed() const { return placed_; }
   long width() const { return topPoints_; }
   long fallAt() const { return fallAt_; }
 
@@ -159,8 +162,9 @@ class RiseMeasure {
   const long seenAt_;    // where the scan saw the rise
 
   double limitLin_;
-  long tenth_;  // of the pulse, in points: the length of a mean
-  long rise_;   // last point before the rise
+  long tenth_;   // of the pulse, in points: the length of a mean
+  long rise_;    // last point before the rise
+  long placed_;  // the same before the walk to half its height
   long top_ = 0;
   long look_ = 0;  // points in front that the rise is compared with
   long peak_ = 0;
@@ -491,7 +495,7 @@ long TSorFilter::RflAnalisys(TFEvent* prev, long& pos, long last, long recover, 
   if (pSorData == nullptr) return kNoReflection;
   RiseMeasure measure(*this, Linf, LinfAvg.data(), prev, pos, last, recover, w2, T);
   const long grade = measure.Run();
-  pos = measure.rise();
+  pos = measure.placed();
   fallAt = measure.fallAt();
   width = measure.width();
   return grade;

@@ -68,7 +68,7 @@ TEST(EndPhase, EndsWithATraceThatDoesNotFillItsRange) {
     TraceSpec spec = FilterSpec(1000.0);
     spec.pulseNs = c.pulseNs;
     spec.startDb = -34.0;
-    spec.Peak(6000, 4.0);
+    spec.Peak(6000, 4.0).Step(6000, 0.8);
     const FilteredTrace trace(spec, [&](TSorData& sor, TSorFilter&) {
       sor.FxdParams->AR = static_cast<int>(c.range * sor.GetMaxOwt());
     });

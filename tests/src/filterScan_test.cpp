@@ -77,7 +77,8 @@ TEST(AutoFilter, LeavesPointsAloneThatItDoesNotAverage) {
   for (double bumpDb : {0.5, 6.0}) {
     TraceSpec spec = FilterSpec(300.0);
     spec.startDb = spec.noiseFloorDb + 9.0;
-    for (long at = 3000; at < 15000; at += 200) spec.Peak(static_cast<double>(at), bumpDb);
+    for (long at = 3000; at < 15000; at += 200)
+      spec.Peak(static_cast<double>(at), bumpDb).Step(static_cast<double>(at), 0.05);
     auto sor = BuildTrace(spec);
     const std::vector<float> raw = Levels(*sor);
     std::vector<short> map(raw.size());
@@ -122,7 +123,7 @@ TEST(AutoFilter, FindsReflectionsWhereTheyStand) {
     TraceSpec spec = FilterSpec(100.0);
     spec.pulseNs = c.pulseNs;
     spec.startDb = spec.noiseFloorDb + c.aboveNoiseDb + 2.0;
-    spec.Peak(8000, c.heightDb).Peak(18000, 8.0).End(18000);
+    spec.Peak(8000, c.heightDb).Step(8000, 0.3).Peak(18000, 8.0).End(18000);
     const FilteredTrace trace(spec);
     const long pulse = static_cast<long>(spec.PulsePoints());
     SCOPED_TRACE("pulse " + std::to_string(c.pulseNs) + " ns, " + std::to_string(c.heightDb) + " dB");
@@ -154,7 +155,8 @@ TEST(AutoFilter, HoldsWhatStandsClearOfBackscatterAndNoise) {
     for (long at = 600; at < 17000; at += 600 + random.Integer(0, 3000)) {
       const double heightDb = random.Uniform(1.0, 12.0);
       if (spec.LevelAt(at) + heightDb < spec.noiseFloorDb + 6.0) break;
-      spec.Peak(static_cast<double>(at), heightDb);
+      // A connector reflects and loses light; only an echo reflects without a loss.
+      spec.Peak(static_cast<double>(at), heightDb).Step(static_cast<double>(at), 0.3);
       expected.push_back(at);
     }
     spec.Peak(18000, 6.0).End(18000);
@@ -182,9 +184,12 @@ TEST(AutoFilter, TellsCloseReflectionsApart) {
 // Behind the hundredth event no more are opened, and smoothing goes on.
 TEST(AutoFilter, StopsOpeningEventsWhereItsRoomEnds) {
   TraceSpec spec = FlatSpec(6.0);
+  spec.pulseNs = 200;
   for (long k = 1; k < 130; ++k) spec.Peak(100.0 + 130.0 * static_cast<double>(k), 10.0);
   const FilteredTrace trace(spec);
-  EXPECT_EQ(trace.result().count, 100);
+  // A few of the hundred are taken for echoes of each other.
+  EXPECT_GE(trace.result().count, 95);
+  EXPECT_LE(trace.result().count, 100);
   EXPECT_LT(trace.events.back().begin, 13100);
   const double gain = trace.ScatterDb(trace.raw, 17500, 19500) / trace.ScatterDb(trace.levels, 17500, 19500);
   EXPECT_GT(gain, 4.0);
@@ -229,7 +234,7 @@ TEST(AutoFilter, PlacesALateLaunchInFrontOfTheTrace) {
   spec.startDb = -30.0;
   spec.offsetOwt = 25000;
   spec.peaks.clear();
-  spec.Peak(5000, 8.0).End(15000);
+  spec.Peak(5000, 8.0).Step(5000, 0.3).End(15000);
   const FilteredTrace trace(spec);
   ASSERT_GE(trace.events.size(), 2u);
   EXPECT_LT(trace.events[0].begin, 0);
@@ -279,7 +284,7 @@ TEST(AutoFilter, LeavesAloneWhatItCanNotWorkOn) {
 TEST(AutoFilter, SmoothsTheSameWithoutMapAndEvents) {
   TraceSpec spec = FilterSpec(1000.0);
   spec.startDb = -32.0;
-  spec.Peak(6000, 3.0).Peak(15000, 8.0).End(15000);
+  spec.Peak(6000, 3.0).Step(6000, 0.3).Peak(15000, 8.0).End(15000);
   const FilteredTrace full(spec);
   auto sor = BuildTrace(spec);
   sor->QRTParams->modes[0].BWU1 = full.sor->QRTParams->modes[0].BWU1;
