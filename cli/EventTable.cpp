@@ -1,7 +1,6 @@
 #include "cli/EventTable.h"
 
 #include <cmath>
-#include <nlohmann/json.hpp>
 
 #include "cli/Text.h"
 
@@ -25,36 +24,8 @@ std::string TypeInWords(const TSorBlockKeyEvents1E& event, bool first) {
   return words;
 }
 
-// A position that rounds to 0 has no sign.
-double NoMinusZero(double km) { return std::abs(km) < 0.00005 ? 0.0 : km; }
-
-// The reflectance of a splice is what noise lets it be; it is stored, but means nothing to a reader.
-bool Reflects(const EventRow& row) {
-  const char shape = row.code.empty() ? '?' : row.code[0];
-  return row.reflectanceDb.has_value() && shape != '0';
-}
-
 std::string NumberOrDash(bool known, const char* format, double value) {
   return known ? Format(format, value) : "-";
-}
-
-nlohmann::ordered_json JsonOfRow(const EventRow& row) {
-  nlohmann::ordered_json event;
-  event["number"] = row.number;
-  event["ept"] = row.eptOwt;
-  event["distance_km"] = row.distanceKm;
-  event["code"] = row.code;
-  event["technique"] = row.technique;
-  event["loss_db"] = row.lossDb;
-  if (row.reflectanceDb) {
-    event["reflectance_db"] = *row.reflectanceDb;
-  } else {
-    event["reflectance_db"] = nullptr;
-  }
-  event["attenuation_db_per_km"] = row.attenuationDbPerKm;
-  event["markers"] = row.markersOwt;
-  event["comment"] = row.comment;
-  return event;
 }
 
 std::string CsvText(const std::string& text) {
@@ -76,6 +47,13 @@ double WavelengthNm(const TSorData& record) {
   return actual < kLargestStoredNm ? actual : actual / 10.0;
 }
 
+bool Reflects(const EventRow& row) {
+  const char shape = row.code.empty() ? '?' : row.code[0];
+  return row.reflectanceDb.has_value() && shape != '0';
+}
+
+double NoMinusZero(double km) { return std::abs(km) < 0.00005 ? 0.0 : km; }
+
 EventRow MakeEventRow(const TSorData& record, int index) {
   const TSorBlockKeyEvents1E& event = *record.KeyEvents->events->GetData(index);
   EventRow row;
@@ -92,6 +70,25 @@ EventRow MakeEventRow(const TSorData& record, int index) {
   std::copy(std::begin(markers), std::end(markers), row.markersOwt);
   row.comment = Utf8(event.CMT);
   return row;
+}
+
+nlohmann::ordered_json JsonOfRow(const EventRow& row) {
+  nlohmann::ordered_json event;
+  event["number"] = row.number;
+  event["ept"] = row.eptOwt;
+  event["distance_km"] = row.distanceKm;
+  event["code"] = row.code;
+  event["technique"] = row.technique;
+  event["loss_db"] = row.lossDb;
+  if (row.reflectanceDb) {
+    event["reflectance_db"] = *row.reflectanceDb;
+  } else {
+    event["reflectance_db"] = nullptr;
+  }
+  event["attenuation_db_per_km"] = row.attenuationDbPerKm;
+  event["markers"] = row.markersOwt;
+  event["comment"] = row.comment;
+  return event;
 }
 
 EventTable MakeEventTable(const std::string& file, const TSorData& record, const TTH& thresholds) {
@@ -152,7 +149,7 @@ std::string TextOf(const EventTable& table) {
   return text;
 }
 
-std::string JsonOf(const EventTable& table) {
+nlohmann::ordered_json JsonObjectOf(const EventTable& table) {
   nlohmann::ordered_json json;
   json["file"] = Utf8(table.file.data(), table.file.size());
   json["points"] = table.points;
@@ -167,8 +164,10 @@ std::string JsonOf(const EventTable& table) {
   json["orl_db"] = table.returnLossDb;
   json["events"] = nlohmann::ordered_json::array();
   for (const EventRow& row : table.events) json["events"].push_back(JsonOfRow(row));
-  return json.dump() + "\n";
+  return json;
 }
+
+std::string JsonOf(const EventTable& table) { return JsonObjectOf(table).dump() + "\n"; }
 
 std::string CsvHeader() {
   return "file,number,distance_km,type,code,loss_db,reflectance_db,attenuation_db_per_km,cumulated_db,"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -46,9 +47,17 @@ struct EventTable {
 double WavelengthNm(const TSorData& record);
 
 EventRow MakeEventRow(const TSorData& record, int index);
+nlohmann::ordered_json JsonOfRow(const EventRow& row);
+// Whether an event reflects. The reflectance of a splice is what noise lets it be; it is stored, but means
+// nothing to a reader.
+bool Reflects(const EventRow& row);
+// A position that rounds to 0 has no sign.
+double NoMinusZero(double km);
+
 EventTable MakeEventTable(const std::string& file, const TSorData& record, const TTH& thresholds);
 
 std::string TextOf(const EventTable& table);
+nlohmann::ordered_json JsonObjectOf(const EventTable& table);
 std::string JsonOf(const EventTable& table);  // one line
 std::string CsvHeader();
 std::string CsvOf(const EventTable& table);  // one line an event

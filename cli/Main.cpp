@@ -30,6 +30,8 @@ void DescribeProgram(CLI::App& app, Session& session) {
   AddDumpCommand(app, session);
   AddCopyCommand(app, session);
   AddFilterCommand(app, session);
+  AddBaselineCommand(app, session);
+  AddCompareCommand(app, session);
   AddMergeCommand(app, session);
   AddQualityCommand(app, session);
   AddSimulateCommand(app, session);

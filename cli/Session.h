@@ -53,6 +53,8 @@ void AddAnalyseCommand(CLI::App& app, Session& session);
 void AddDumpCommand(CLI::App& app, Session& session);
 void AddCopyCommand(CLI::App& app, Session& session);
 void AddFilterCommand(CLI::App& app, Session& session);
+void AddBaselineCommand(CLI::App& app, Session& session);
+void AddCompareCommand(CLI::App& app, Session& session);
 void AddMergeCommand(CLI::App& app, Session& session);
 void AddQualityCommand(CLI::App& app, Session& session);
 void AddSimulateCommand(CLI::App& app, Session& session);

@@ -1,0 +1,111 @@
+#include "cli/Baseline.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "cli/Problem.h"
+#include "cli/Text.h"
+#include "ref/refEvent.h"
+#include "util/convert.h"
+#include "util/latin1.h"
+
+namespace reflyze::cli {
+namespace {
+
+short Thousandths(double value) { return TruncToShort(value * 1000.0 + 0.5); }
+
+TShortThreshold Relative(double limit) { return {0, Thousandths(limit), false}; }
+
+// One level, in force. The block's own hooks give it a set of limits for each event.
+void SetLevel(TSorData& record, const Monitoring& monitoring) {
+  TSorBlockRFTSParameters& block = *record.RFTSParams;
+  block.Clear();
+  auto level = std::make_unique<TRFTSLevel>();
+  level->SetName(Latin1(monitoring.level).c_str());
+  level->Enable();
+  TThresholdsRFTSSet limits;
+  limits.SetLT(Relative(monitoring.ltDb));
+  limits.SetRT(Relative(monitoring.rtDb));
+  limits.SetCT(Relative(monitoring.ctDbPerKm));
+  level->SetLevelThresholdsSet(limits);
+  level->SetEELT(Relative(monitoring.eelDb));
+  block.AddLevel(level.release());
+  block.SetActiveLevel(0);
+  for (int i = 0; i < record.KeyEvents->ListedEvents(); ++i) block.OnKeyEventAdd(i);
+}
+
+void SetSettings(TSorData& record, const Monitoring& monitoring) {
+  TSorBlockRFTSParameters& block = *record.RFTSParams;
+  block.SetTNUP(0);
+  block.SetUseUParameters(!monitoring.settings.empty());
+  for (const auto& [name, value] : monitoring.settings) {
+    if (TRFTSUniversalParameter* before = block.GetUParameter(TString(name.c_str()))) {
+      before->SetValue(value);
+    } else {
+      block.AddUParameter(new TRFTSUniversalParameter(name.c_str(), value));
+    }
+  }
+}
+
+void AddStretch(TSorData& record, const Stretch& stretch) {
+  auto section = std::make_unique<TSorBlockQRTEvents1E>();
+  section->ML0 = TruncToInt(record.LenToOwt(stretch.fromKm) + 0.5);
+  section->ML1 = TruncToInt(record.LenToOwt(stretch.toKm) + 0.5);
+  section->LMT = "LS";
+  section->EC = "DU9999";
+  if (RefEventAdd(&record, section.get()) != 0) {
+    throw Problem(kUsage, Format("--search %g:%g is not on the trace, which goes from %.3f to %.3f km",
+                                 stretch.fromKm, stretch.toKm, record.GetMinLen(), record.GetMaxLen()));
+  }
+  section.release();
+}
+
+}  // namespace
+
+const std::vector<ComparisonSetting>& ComparisonSettings() {
+  static const std::vector<ComparisonSetting> settings = {
+      {"EvtDetectDeltaCT", 0.0, 10.0, "dB/km of change of slope from which new events are searched (0.01)"},
+      {"EvtSearchStep", 0.01, 1000.0, "km of fibre whose slopes are compared at a time (8)"},
+      {"EvtDetectDeltaLen", 0.0, 100.0, "km by which places of a splice may differ (a third of the pulse)"},
+      {"EvtRDetectDeltaLen", 0.0, 100.0, "km by which places of a reflection may differ (three points)"},
+      {"AutoLT", 0.0, 60.0, "dB of loss from which an event is new (0.1)"},
+      {"AutoRT", -65.0, 0.0, "dB of reflectance from which the search sees reflections (-65)"},
+      {"AutoCT", 0.0, 60.0, "dB/km, slope threshold of the search (0.25)"},
+      {"AutoET", 0.0, 60.0, "dB of loss that ends the fibre (6)"},
+      {"NoLinkDistance", 0.0, 1000.0, "km, where the fibre is recognised (0.5 to 5, by the pulse)"},
+      {"NoLinkDeltaDB", 0.0, 60.0, "dB by which the levels there may differ (1)"},
+      {"EventRT", 0.0, 60.0, "dB of height from which an event counts as reflective (1)"},
+      {"CorrectMarkers", 0.0, 1.0, "whether neighbours make room for a new event (1)"},
+      {"EvtChangeLT", 0.0, 60.0, "dB of change of loss from which the fibre may end at an event (1)"},
+      {"EvtChangeET", 0.0, 60.0, "the same for the end of the fibre (1)"},
+      {"EvtChangeCT", 0.0, 10.0, "dB/km, the same for the sections beside an event (0.5)"},
+      {"EOFLMN", -1.0, 32767.0, "number of the landmark where monitoring ends, -1 for the end (-1)"}};
+  return settings;
+}
+
+const ComparisonSetting* FindComparisonSetting(const std::string& name) {
+  const std::vector<ComparisonSetting>& all = ComparisonSettings();
+  const auto found =
+      std::find_if(all.begin(), all.end(), [&](const ComparisonSetting& s) { return name == s.name; });
+  return found == all.end() ? nullptr : &*found;
+}
+
+void MakeBaseline(TSorData& record, const Monitoring& monitoring) {
+  // A comparison measures the events on the current trace in its own way. Losses from elsewhere (another
+  // maker's analysis, the mean of two directions) would differ from that by their method alone.
+  RefEventRecalculate(&record, record.KeyEvents, 0);
+  SetLevel(record, monitoring);
+  SetSettings(record, monitoring);
+  if (monitoring.search.empty()) {
+    RefEventSORToQRTSync(&record);
+  } else {
+    record.QRTEvents->events->Clear();
+    record.QRTEvents->TNE = 0;
+    for (const Stretch& stretch : monitoring.search) AddStretch(record, stretch);
+  }
+  // A baseline holds no result, also where it was the current trace of an earlier comparison.
+  record.RFTSEvents->Assign(TSorBlockRFTSEvents());
+  record.WriteProprietaryBlocks = 1;
+}
+
+}  // namespace reflyze::cli

@@ -1,0 +1,112 @@
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <memory>
+
+#include "cli/CompareTable.h"
+#include "cli/EngineCall.h"
+#include "cli/Options.h"
+#include "cli/RecordFile.h"
+#include "cli/Session.h"
+#include "cli/Text.h"
+
+namespace reflyze::cli {
+namespace {
+
+struct CompareOptions {
+  std::string baseline, current;
+  std::string output;
+  bool recheck = false;
+  std::string format = "text";
+};
+
+// What hampers a comparison without forbidding it.
+void WarnOfOtherMeasurement(Session& session, const LoadedRecord& baseline, const LoadedRecord& current) {
+  constexpr double kSameShare = 0.02;
+  const double nmA = WavelengthNm(*baseline.record), nmB = WavelengthNm(*current.record);
+  const double nsA = baseline.record->FxdParams->GetNsPulse(0.0);
+  const double nsB = current.record->FxdParams->GetNsPulse(0.0);
+  const auto warn = [&](const char* how, double a, double b, const char* unit) {
+    if (std::fabs(a - b) <= kSameShare * a) return;
+    session.Warn(current.name + Format(": warning: was measured %s %.0f %s, and %s %s %.0f %s", how, b, unit,
+                                       baseline.name.c_str(), how, a, unit));
+  };
+  warn("at", nmA, nmB, "nm");
+  warn("with a pulse of", nsA, nsB, "ns");
+}
+
+// Records that the comparison can't take: there would be nothing to lay on the other trace, or nothing to
+// hold against limits again.
+void RequireUsable(const LoadedRecord& baseline, const LoadedRecord& current, bool recheck) {
+  const int watched = baseline.record->KeyEvents->ListedEvents();
+  const TRFTSLevel* level = baseline.record->RFTSParams->GetActiveLevel();
+  if (level == nullptr) return;  // the comparison has its own answer to that
+  if (level->GetName().Len() == 0)
+    throw Problem(kUnreadable,
+                  baseline.name + ": its alarm level has no name, so that results can't be kept");
+  if (watched == 0)
+    throw Problem(kUnreadable, baseline.name + ": has an alarm level, but no events to watch");
+  if (level->GetTNTS() < watched)
+    throw Problem(kUnreadable, baseline.name + ": its alarm level has limits for " +
+                                   Format("%d of its %d events", level->GetTNTS(), watched));
+  if (!recheck) return;
+  const TSorData& record = *current.record;
+  if (record.RFTSEvents->IsEmpty() || record.RFTSEvents->GetTNRFTSE() != record.KeyEvents->ListedEvents() ||
+      record.KeyEvents->ListedEvents() == 0)
+    throw Problem(kUnreadable, current.name + ": holds no results of a comparison to check again");
+}
+
+CompareTable Compare(Session& session, LoadedRecord& baseline, LoadedRecord& current, bool recheck) {
+  RequireUsable(baseline, current, recheck);
+  TSorData& record = *current.record;
+  CompareTable table;
+  CallEngine(baseline.name + ", " + current.name, "compared", [&] {
+    const int result = session.Module().Compare(*baseline.record, record, recheck);
+    table = MakeCompareTable(*baseline.record, record, result);
+  });
+  table.baselineFile = baseline.name;
+  table.file = current.name;
+  table.recheck = recheck;
+  // The comparison knows neither files nor versions; its host notes them.
+  const std::string& path = baseline.name;
+  record.RFTSEvents->SetBaseSorName(path.substr(path.rfind('/') + 1).c_str());
+  record.RFTSEvents->MonitorVersion = session.Module().Version().c_str();
+  record.WriteProprietaryBlocks = 1;
+  return table;
+}
+
+int RunCompare(Session& session, const CompareOptions& options) {
+  LoadedRecord baseline = LoadRecord(session, options.baseline, NeedPoints::kYes);
+  LoadedRecord current = LoadRecord(session, options.current, NeedPoints::kYes);
+  const CompareTable table = Compare(session, baseline, current, options.recheck);
+  if (!options.output.empty()) SaveRecord(*current.record, options.output);
+  for (const LoadedRecord* loaded : {&baseline, &current}) WarnIfTruncated(session, *loaded);
+  WarnOfOtherMeasurement(session, baseline, current);
+  session.Print(options.format == "json" ? JsonOf(table) : TextOf(table));
+  return table.Changed() ? kChanged : kDone;
+}
+
+}  // namespace
+
+void AddCompareCommand(CLI::App& app, Session& session) {
+  auto options = std::make_shared<CompareOptions>();
+  CLI::App* command =
+      app.add_subcommand("compare", "Tell what changed since the baseline; status 1 if anything did");
+  command->add_option("BASELINE", options->baseline, "SOR file that reflyze baseline made")
+      ->required()
+      ->check(InputName());
+  command->add_option("CURRENT", options->current, "SOR file of the same fibre, or - for standard input")
+      ->required()
+      ->check(InputName());
+  command->add_option("-o,--output", options->output, "Store the current record with its results")
+      ->check(OutputName());
+  command->add_flag("--recheck", options->recheck,
+                    "Hold the results in CURRENT, stored by an earlier comparison, against the limits again");
+  command->add_option("--format", options->format, "text or json")
+      ->check(CLI::IsMember({"text", "json"}))
+      ->capture_default_str();
+  command->callback([options, &session] {
+    session.command = [options](Session& running) { return RunCompare(running, *options); };
+  });
+}
+
+}  // namespace reflyze::cli

@@ -1,0 +1,106 @@
+#include <cmath>
+
+#include "cli/CompareTable.h"
+#include "cli/Text.h"
+
+// What a comparison has found, as one would tell it on the telephone.
+
+namespace reflyze::cli {
+namespace {
+
+const char* RoseOrFell(const Deviation& deviation) { return deviation.value < 0.0 ? "fell" : "rose"; }
+
+std::string LossSentence(const CompareRow& row) {
+  const Deviation& d = row.loss;
+  const double km = row.event.distanceKm;
+  if (d.absolute) return Format("loss at %.3f km is %.2f dB (limit %.2f)", km, d.value, d.limit);
+  return Format("loss at %.3f km rose by %.2f dB (limit %.2f)", km, d.value, d.limit);
+}
+
+std::string ReflectanceSentence(const CompareRow& row) {
+  const Deviation& d = row.reflectance;
+  const double km = row.event.distanceKm;
+  if (d.absolute) return Format("reflectance at %.3f km is %.2f dB (limit %.2f)", km, -d.value, -d.limit);
+  return Format("reflectance at %.3f km %s by %.2f dB (limit %.2f)", km, RoseOrFell(d), std::fabs(d.value),
+                d.limit);
+}
+
+std::string AttenuationSentence(const CompareRow& row) {
+  const Deviation& d = row.attenuation;
+  const double km = row.event.distanceKm;
+  if (d.absolute)
+    return Format("attenuation before %.3f km is %.3f dB/km (limit %.3f)", km, d.value, d.limit);
+  return Format("attenuation before %.3f km %s by %.3f dB/km (limit %.3f)", km, RoseOrFell(d),
+                std::fabs(d.value), d.limit);
+}
+
+std::string NewEventSentence(const CompareRow& row) {
+  std::string sentence = Format("new event at %.3f km: loss %.2f dB", row.event.distanceKm, row.event.lossDb);
+  if (Reflects(row.event)) sentence += Format(", reflectance %.2f dB", *row.event.reflectanceDb);
+  return sentence;
+}
+
+std::string BreakSentence(const CompareTable& table, const CompareRow& row) {
+  return Format("fibre broken at %.3f km, %.3f km before the end", row.event.distanceKm,
+                table.baselineLengthKm - row.event.distanceKm);
+}
+
+// A new last event that is no break: behind it the current trace has nothing to miss.
+std::string ShortTraceSentence(const CompareTable& table, const CompareRow& row) {
+  return Format("nothing is seen behind %.3f km, %.3f km before the end of the baseline",
+                row.event.distanceKm, table.baselineLengthKm - row.event.distanceKm);
+}
+
+void AddChangesOf(const CompareTable& table, const CompareRow& row, std::vector<std::string>& sentences) {
+  if (row.fiberBreak) {
+    sentences.push_back(BreakSentence(table, row));
+    return;  // all that differs there differs because of it
+  }
+  const bool last = &row == &table.rows.back();
+  if (row.isNew) sentences.push_back(last ? ShortTraceSentence(table, row) : NewEventSentence(row));
+  if (row.loss.exceeded) sentences.push_back(LossSentence(row));
+  if (row.reflectance.exceeded) sentences.push_back(ReflectanceSentence(row));
+  if (row.attenuation.exceeded) sentences.push_back(AttenuationSentence(row));
+}
+
+std::string NoLinkSentence(const CompareTable& table) {
+  const LinkTest test = table.linkTest.value_or(LinkTest());
+  if (test.noLight) {
+    return Format("dead fibre: no light comes back from %.3f km, where the baseline shows %.2f dB",
+                  test.distanceKm, test.baselineDb);
+  }
+  return Format("another fibre: the level at %.3f km lies %.2f dB %s that of the baseline", test.distanceKm,
+                std::fabs(test.currentDb - test.baselineDb),
+                test.currentDb < test.baselineDb ? "below" : "above");
+}
+
+std::string UnchangedSentence(const CompareTable& table) {
+  size_t monitored = 0;
+  for (const CompareRow& row : table.rows) monitored += row.monitored ? 1 : 0;
+  return Format("same fibre, no change: %zu %s within the limits%s", monitored,
+                monitored == 1 ? "event" : "events", table.recheck ? "" : ", nothing new, no break");
+}
+
+}  // namespace
+
+std::vector<std::string> ChangesOf(const CompareTable& table) {
+  switch (table.result) {
+    case kNoLink:
+      return {NoLinkSentence(table)};
+    case kNoLevel:
+      return {"nothing was compared: the baseline has no active alarm level (reflyze baseline makes one)"};
+    case kCompared:
+    case kBroken:
+      break;
+    default:
+      return {Format("the comparison ended with the code %d", table.result)};
+  }
+  std::vector<std::string> sentences;
+  for (const CompareRow& row : table.rows) AddChangesOf(table, row, sentences);
+  if (!sentences.empty()) return sentences;
+  if (table.result == kBroken) return {"fibre broken before the end of the baseline"};
+  if (table.fail) return {"something changed in the trace as a whole"};
+  return {UnchangedSentence(table)};
+}
+
+}  // namespace reflyze::cli
