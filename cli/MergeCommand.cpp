@@ -37,6 +37,16 @@ void WarnIfOtherWavelength(Session& session, const LoadedRecord& a, const Loaded
                Format(": warning: was measured at %.0f nm, and %s at %.0f nm", nmB, a.name.c_str(), nmA));
 }
 
+// The two names are easily mixed up, and one direction merges with itself into a table of nothing.
+void WarnIfSameTrace(Session& session, const LoadedRecord& a, const LoadedRecord& b) {
+  const long points = a.record->DataPts->GetPointsNum();
+  if (points != static_cast<long>(b.record->DataPts->GetPointsNum())) return;
+  for (long i = 0; i < points; ++i) {
+    if (a.record->NumToLevel(i) != b.record->NumToLevel(i)) return;
+  }
+  session.Warn(b.name + ": warning: holds the same trace as " + a.name + ", not the other direction");
+}
+
 // Why two traces are no two directions of one fibre, as a merge has found; the ends as they stood before it.
 [[noreturn]] void RefuseMerge(int code, const LoadedRecord& a, double endA, const LoadedRecord& b,
                               double endB) {
@@ -107,6 +117,7 @@ int RunMerge(Session& session, const MergeOptions& options) {
   SaveRecord(*b.record, options.outputs[1]);
   for (const AnalysedRecord* analysed : {&a, &b}) WarnOfReading(session, *analysed);
   WarnIfOtherWavelength(session, a, b);
+  WarnIfSameTrace(session, a, b);
   session.Print(options.format == "json" ? JsonOf(table) : TextOf(table));
   return kDone;
 }

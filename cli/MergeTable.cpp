@@ -5,6 +5,7 @@
 
 #include "cli/EventTable.h"
 #include "cli/Text.h"
+#include "ref/refEventBiDir.h"
 
 namespace reflyze::cli {
 namespace {
@@ -15,8 +16,11 @@ DirectionOfRow DirectionAt(const TSorData& record, const OwnEvents& own, int ind
   direction.listed = index >= 0 && index < count;
   if (!direction.listed) return direction;
   const EventRow row = MakeEventRow(record, index);
-  direction.seen = own.count(&record.KeyEvents->EventAt(index)) > 0;
+  const TSorBlockKeyEvents1E& event = record.KeyEvents->EventAt(index);
+  direction.seen = own.count(&event) > 0;
   direction.code = row.code;
+  // Hidden from this end, it has what the other end has measured.
+  if (!direction.seen && !HasSections(record, event)) return direction;
   direction.reflectanceDb = row.reflectanceDb;
   if (index > 0 && index + 1 < count) direction.lossDb = row.lossDb;
   return direction;
@@ -46,8 +50,8 @@ OwnEvents OwnEventsOf(const TSorData& record) {
   return own;
 }
 
-// Event i of the first is the last but i of the second. A table may have more events than the other has
-// partners for, where one lies within the dead zone of the other's end.
+// Event i of the first is the last but i of the second. One that lies too near to the launch of the other
+// direction to be told from it has no partner there: it stands before the end, where both meet again.
 MergedTable MakeMergedTable(const TSorData& a, const OwnEvents& ownA, const TSorData& b,
                             const OwnEvents& ownB) {
   MergedTable table;
@@ -55,13 +59,16 @@ MergedTable MakeMergedTable(const TSorData& a, const OwnEvents& ownA, const TSor
   const int endOwt = a.KeyEvents->EventAt(countA - 1).EPT;
   table.pulseNs = a.FxdParams->GetNsPulse(0.0);
   table.lengthKm = a.OwtToLen(endOwt);
-  for (int i = 0; i < std::max(countA, countB); ++i) {
-    const int j = countB - 1 - i;
+  const int count = std::max(countA, countB), partners = std::min(countA, countB) - 1;
+  for (int i = 0; i < count; ++i) {
+    const bool end = i + 1 == count, alone = i >= partners && !end;
+    const int inA = end ? countA - 1 : alone && countA < countB ? -1 : i;
+    const int inB = end ? 0 : alone && countB < countA ? -1 : countB - 1 - i;
     MergedRow row;
-    row.a = DirectionAt(a, ownA, i);
-    row.b = DirectionAt(b, ownB, j);
-    const double owt = row.a.listed ? a.KeyEvents->EventAt(i).EPT
-                                    : static_cast<double>(endOwt) - b.KeyEvents->EventAt(j).EPT;
+    row.a = DirectionAt(a, ownA, inA);
+    row.b = DirectionAt(b, ownB, inB);
+    const double owt = row.a.listed ? a.KeyEvents->EventAt(inA).EPT
+                                    : static_cast<double>(endOwt) - b.KeyEvents->EventAt(inB).EPT;
     row.distanceKm = a.OwtToLen(owt);
     table.rows.push_back(row);
   }

@@ -42,10 +42,24 @@ class Direction {
   const double spacingOwt_;
 };
 
+// What becomes of the losses where an event of the other direction leaves a section no room.
+enum class NoRoom {
+  kMeasureAnyway,  // a line through next to nothing: what hosts have always been given
+  kKeepLoss,       // the events around it keep their sections, and it the loss that the other direction saw
+};
+
+// Whether a line can be laid through a section: a few points of it.
+bool IsRoom(const TSorData& sor, double fromOwt, double toOwt) {
+  constexpr double kFewestPoints = 4.0;
+  return toOwt - fromOwt >= kFewestPoints * sor.FxdParams->GetOwtDS(0);
+}
+
+void InsertMirrored(TSorData* target, TSorData* source, int after, int index, NoRoom noRoom);
+
 // The tables of two directions brought to the same events. Times are those of the first.
 class DirectionMatch {
  public:
-  DirectionMatch(TSorData& a, TSorData& b) : a_(a), b_(b) {}
+  DirectionMatch(TSorData& a, TSorData& b, NoRoom noRoom) : a_(a), b_(b), noRoom_(noRoom) {}
 
   int Run() {
     if (DifferByMoreThanOnePercent(PulseNs(a_), PulseNs(b_))) return 1;
@@ -94,12 +108,12 @@ class DirectionMatch {
       const double reachA = a_.ReachOwt(i + 1), reachB = b_.ReachOwt(j);
       if (atB > atA + reachA + reachB + endsApartOwt_) {
         // Only the first saw it. Its image in the second takes the place in front of j, which stays next.
-        RefEventInsBiDir(b_.sor(), a_.sor(), j, i + 1);
+        InsertMirrored(b_.sor(), a_.sor(), j, i + 1, noRoom_);
         continue;
       }
       if (atB < atA - reachA - reachB - endsApartOwt_) {
         // Only the second saw it. Its image takes the place i + 1.
-        RefEventInsBiDir(a_.sor(), b_.sor(), i, j);
+        InsertMirrored(a_.sor(), b_.sor(), i, j, noRoom_);
       } else {
         Reconcile(a_.EventAt(i + 1), b_.EventAt(j), reachA, reachB);
       }
@@ -121,6 +135,7 @@ class DirectionMatch {
   }
 
   Direction a_, b_;
+  const NoRoom noRoom_;
   double endTrustOwt_ = 0.0;   // trust interval of the first end
   double ratio_ = 0.0;         // that of the second over it
   double endWeight_ = 0.0;     // of both ends together
@@ -128,23 +143,23 @@ class DirectionMatch {
   double endsApartOwt_ = 0.0;  // what the two ends differed by
 };
 
-// A section's bound that reaches into a new event is drawn back to it.
-void CutSection(TSorData& sor, TSorBlockKeyEvents1E& event, int& bound, int owt) {
-  bound = owt;
+// A section's bound that reaches into a new event is drawn back to it, and its own event measured anew.
+void CutSection(TSorData& sor, int i, int TSorBlockKeyEvents1E::*bound, int owt, NoRoom noRoom) {
+  TSorBlockKeyEvents1E& event = sor.KeyEvents->EventAt(i);
+  TSorBlockKeyEvents1E cut(event);
+  cut.*bound = owt;
+  // The launch has no section before it, the end none behind.
+  const bool launch = i == 0, end = i + 1 == sor.KeyEvents->ListedEvents();
+  const bool room = (launch || IsRoom(sor, cut.ML0, cut.ML1)) && (end || IsRoom(sor, cut.ML2, cut.ML3));
+  if (noRoom == NoRoom::kKeepLoss && !room) return;
+  event.*bound = owt;
   RefEventSCalculate(&sor, &event);
 }
 
-}  // namespace
-
-void RefEventInsBiDir(TSorData* target, TSorData* source, int after, int index) {
-  TSorBlockKeyEvents& table = *target->KeyEvents;
-  const int count = table.ListedEvents();
-  if (after < 0 || after >= count - 1 || count >= kMostEvents) return;
-  if (index < 0 || index >= source->KeyEvents->ListedEvents()) return;
-  TSorBlockKeyEvents1E &before = table.EventAt(after), &behind = table.EventAt(after + 1);
-  const TSorBlockKeyEvents1E& seen = source->KeyEvents->EventAt(index);
-  const long endOwt = table.EventAt(count - 1).EPT;
-
+// The image of an event between two of the other direction, where the fibre ends at `endOwt`.
+std::unique_ptr<TSorBlockKeyEvents1E> ImageOf(const TSorBlockKeyEvents1E& seen, long endOwt,
+                                              const TSorBlockKeyEvents1E& before,
+                                              const TSorBlockKeyEvents1E& behind) {
   auto event = std::make_unique<TSorBlockKeyEvents1E>(seen);
   event->EPT = HeldOwt(endOwt - seen.EPT);
   event->ML0 = before.ML2;
@@ -153,16 +168,40 @@ void RefEventInsBiDir(TSorData* target, TSorData* source, int after, int index) 
   event->ML2 = HeldOwt((endOwt - seen.EPT) + (static_cast<long>(seen.ML2) - seen.EPT));
   event->ML3 = behind.ML1;
   event->ML4 = HeldOwt(endOwt - seen.ML4);
+  return event;
+}
+
+void InsertMirrored(TSorData* target, TSorData* source, int after, int index, NoRoom noRoom) {
+  TSorBlockKeyEvents& table = *target->KeyEvents;
+  const int count = table.ListedEvents();
+  if (after < 0 || after >= count - 1 || count >= kMostEvents) return;
+  if (index < 0 || index >= source->KeyEvents->ListedEvents()) return;
+  const TSorBlockKeyEvents1E &before = table.EventAt(after), &behind = table.EventAt(after + 1);
+  auto event = ImageOf(source->KeyEvents->EventAt(index), table.EventAt(count - 1).EPT, before, behind);
   event->EN = static_cast<short>(count);
-  if (event->ML1 < before.ML3) CutSection(*target, before, before.ML3, event->ML1);
-  if (behind.ML0 < event->ML2) CutSection(*target, behind, behind.ML0, event->ML2);
-  RefEventRecalculate(target, event.get(), 1);
+  if (event->ML1 < before.ML3) CutSection(*target, after, &TSorBlockKeyEvents1E::ML3, event->ML1, noRoom);
+  if (behind.ML0 < event->ML2) {
+    CutSection(*target, after + 1, &TSorBlockKeyEvents1E::ML0, event->ML2, noRoom);
+  }
+  if (noRoom == NoRoom::kMeasureAnyway || HasSections(*target, *event)) {
+    RefEventRecalculate(target, event.get(), 1);
+  }
   table.events->InsData(event.get(), after + 1);
   event.release();
   ++table.TNKE;
 }
 
-int reflyze::MatchBiDir(TSorData* a, TSorData* b) { return DirectionMatch(*a, *b).Run(); }
+}  // namespace
+
+void RefEventInsBiDir(TSorData* target, TSorData* source, int after, int index) {
+  InsertMirrored(target, source, after, index, NoRoom::kMeasureAnyway);
+}
+
+bool reflyze::HasSections(const TSorData& sor, const TSorBlockKeyEvents1E& event) {
+  return IsRoom(sor, event.ML0, event.ML1) && IsRoom(sor, event.ML2, event.ML3);
+}
+
+int reflyze::MatchBiDir(TSorData* a, TSorData* b) { return DirectionMatch(*a, *b, NoRoom::kKeepLoss).Run(); }
 
 // The launch of either direction is no joint, and takes no part.
 void reflyze::AverageBiDir(TSorData* a, TSorData* b) {
@@ -174,7 +213,7 @@ void reflyze::AverageBiDir(TSorData* a, TSorData* b) {
 }
 
 int RefEventBiDir(TSorData* a, TSorData* b) {
-  const int result = MatchBiDir(a, b);
+  const int result = DirectionMatch(*a, *b, NoRoom::kMeasureAnyway).Run();
   if (result == 0) AverageBiDir(a, b);
   return result;
 }

@@ -27,10 +27,15 @@ void RefEventInsBiDir(TSorData* target, TSorData* source, int after, int index);
 
 namespace reflyze {
 
-// The two steps of RefEventBiDir, for callers that want the losses of both directions in between: first the
+// RefEventBiDir in two steps, for callers that want the losses of both directions in between: first the
 // tables agree, with the result as above, and event i of `a` is event (last - i) of `b`; then those of `a`
-// take the means.
+// take the means. An event that lies in the dead zone of another direction's event has no section to be
+// measured on there: RefEventBiDir measures it all the same, and gives what a line through nothing gives.
+// Here it keeps the loss that the other direction saw, and the events beside it keep theirs.
 int MatchBiDir(TSorData* a, TSorData* b);
 void AverageBiDir(TSorData* a, TSorData* b);
+
+// Whether both sections of an event are long enough for its loss to be measured.
+bool HasSections(const TSorData& sor, const TSorBlockKeyEvents1E& event);
 
 }  // namespace reflyze

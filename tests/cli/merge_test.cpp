@@ -127,6 +127,35 @@ TEST_F(MergeTest, EventOfOneDirectionReachesTheOtherWithAllBlocksInStep) {
   }
 }
 
+// What one direction can't measure, or can't tell from its launch, has no mean.
+TEST_F(MergeTest, EventThatOneDirectionCannotMeasure) {
+  const bool kBehindLaunch[] = {true, false};
+  for (const bool behindLaunch : kBehindLaunch) {
+    const std::string a = StoreAnalysed("a.sor", TwoFibres(), [&](TSorData& record) {
+      TSorBlockKeyEvents& table = *record.KeyEvents;
+      const auto owt = [&](double km) { return static_cast<int>(record.LenToOwt(km)); };
+      if (behindLaunch) {  // whose dead zone reaches beyond the splice
+        table.events->DelData(1), --table.TNKE;
+        table.EventAt(0).ML2 = owt(4.5);
+      } else {
+        table.EventAt(2).EPT = table.EventAt(3).EPT - owt(0.008);
+      }
+    });
+    const std::string b = StoreAnalysed("b.sor", FromTheOtherEnd(TwoFibres()), [](TSorData&) {});
+    const nlohmann::json json = Json(Merge(a, b, {"--format", "json"}));
+    ASSERT_EQ(json["events"].size(), behindLaunch ? 4u : 5u) << json;
+    const nlohmann::json &alone = json["events"][behindLaunch ? 1 : 3], &end = json["events"].back();
+    EXPECT_EQ(alone["seen_from"], behindLaunch ? "b" : "a");
+    EXPECT_TRUE(alone[behindLaunch ? "loss_a_db" : "loss_b_db"].is_null()) << alone;
+    EXPECT_TRUE(alone["loss_db"].is_null()) << alone;
+    EXPECT_EQ(end["seen_from"], "both");
+    EXPECT_NEAR(end["distance_km"].get<double>(), 12.0, 0.01);
+    const auto stored = Read(File("a-out.sor"));
+    const double ownDb = alone[behindLaunch ? "loss_b_db" : "loss_a_db"];
+    EXPECT_NEAR(stored->KeyEvents->EventAt(behindLaunch ? 1 : 3).GetEL(), ownDb, 0.0011);
+  }
+}
+
 TEST_F(MergeTest, RefusesWhatIsNotOneFibreMeasuredAlike) {
   const std::string a = StoreLink("a.sor", TwoFibres());
   const struct {
@@ -144,6 +173,7 @@ TEST_F(MergeTest, RefusesWhatIsNotOneFibreMeasuredAlike) {
     EXPECT_NE(result.err.find(c.what), std::string::npos) << result.err;
     EXPECT_FALSE(std::filesystem::exists(File("a-out.sor"))) << c.what;
   }
+  EXPECT_NE(Merge(a, a).err.find("same trace"), std::string::npos);
   ExpectOneLineError(Run({"merge", a, a, "-o", File("x.sor"), File("x.sor")}), 2, "one output");
   ExpectOneLineError(Run({"merge", a, a, "-o", File("x.sor")}), 2, "an output is missing");
   ExpectOneLineError(Run({"merge", a, a, "-o", File("x.sor"), File("no/x.sor")}), 4, "no folder");
@@ -198,7 +228,9 @@ TEST_F(QualityTest, EventsLaunchAndRange) {
   for (std::string line; std::getline(lines, line);) {
     EXPECT_TRUE(line.size() <= 80 || line.find(folder) != std::string::npos) << line;
   }
-  ExpectOneLineError(Run({"quality", trace, "--last-percent", "101"}), 2, "percent");
+  for (const char* percent : {"101", "1.5", "-1"}) {
+    ExpectOneLineError(Run({"quality", trace, "--last-percent", percent}), 2, percent);
+  }
   ExpectOneLineError(Run({"quality", trace, "--long-pulse", File("none.sor")}), 3, "no long pulse");
 }
 

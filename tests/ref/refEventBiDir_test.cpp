@@ -140,6 +140,29 @@ TEST(BiDir, TablesAgreeAndShareTheirLosses) {
   }
 }
 
+// The first sees a bend in the dead zone of a splice only as part of that. Where a host asks for the merge,
+// it is measured there all the same; for a listing, each keeps the loss that somebody has seen.
+TEST(BiDir, EventWithinADeadZoneKeepsTheLossThatTheOtherDirectionSaw) {
+  for (const bool host : {false, true}) {
+    const auto a = Direction(false, {kAllSeen[0], {3200, 0.3, 0.3, false, true}});
+    const auto b = Direction(true, {kAllSeen[0], {3200, 0.3, 0.3, false, true}});
+    TSorBlockKeyEvents1E& splice = EventOf(a, 1);
+    splice.ML2 = 3400 * kSpacingOwt;
+    RefEventSCalculate(a.get(), &splice);
+    const double spliceDb = splice.GetEL(), bendDb = EventOf(b, 1).GetEL();
+    ASSERT_EQ(host ? RefEventBiDir(a.get(), b.get()) : reflyze::MatchBiDir(a.get(), b.get()), 0);
+    ASSERT_EQ(Count(a), 4);
+    const TSorBlockKeyEvents1E& bend = EventOf(a, 2);
+    EXPECT_EQ(bend.EPT, 3200 * kSpacingOwt);
+    EXPECT_FALSE(reflyze::HasSections(*a, bend));
+    EXPECT_EQ(EventOf(a, 1).ML3 == 3210 * kSpacingOwt, host);
+    EXPECT_EQ(EventOf(a, 1).GetEL() == spliceDb, !host);
+    EXPECT_EQ(bend.GetEL() == bendDb, !host);
+    // Its own mirror image lies clear of everything.
+    EXPECT_TRUE(reflyze::HasSections(*b, EventOf(b, 1)));
+  }
+}
+
 TEST(BiDir, MatchedEventsMeetAccordingToTheirTrust) {
   const int kApart = 8;  // points between the two places of one splice
   for (const bool endsAreWorse : {false, true}) {
