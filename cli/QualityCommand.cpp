@@ -64,6 +64,7 @@ void AddQualityCommand(CLI::App& app, Session& session) {
   command
       ->add_option("--last-percent", options->lastPercent,
                    "Does the fibre end in the last N percent of the range?")
+      ->check(WholeNumber())
       ->check(NumberBetween(0.0, 100.0))
       ->capture_default_str();
   command->add_option("--format", options->format, "text or json")

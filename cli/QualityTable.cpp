@@ -84,6 +84,27 @@ nlohmann::ordered_json NumberOrNull(bool known, double value) {
   return known ? nlohmann::ordered_json(value) : nlohmann::ordered_json(nullptr);
 }
 
+std::string RowsText(const QualityTable& table) {
+  if (table.rows.empty()) return " no events\n";
+  const bool twoPulses = table.longPulseFile.has_value();
+  std::string text =
+      std::string("  No  Distance     Trust    Loss  Measurable") + (twoPulses ? "  Two pulses\n" : "\n");
+  text += std::string("            km         m      dB") + (twoPulses ? "                      dB\n" : "\n");
+  text += std::string(" ---  --------  --------  ------  ----------") + (twoPulses ? "  ----------\n" : "\n");
+  for (size_t i = 0; i < table.rows.size(); ++i) {
+    const QualityRow& row = table.rows[i];
+    const bool launch = i == 0, end = i + 1 == table.rows.size();
+    text += Format(" %3d  %8.4f  %8.2f  %6s  ", row.number, row.distanceKm, row.trustM,
+                   NumberOrDash(!launch && !end, row.lossDb).c_str());
+    text +=
+        twoPulses
+            ? Format("%-10s  %10s\n", launch ? "-" : Word(row.measurable),
+                     NumberOrDash(row.twoPulseLossDb.has_value(), row.twoPulseLossDb.value_or(0.0)).c_str())
+            : Format("%s\n", launch ? "-" : Word(row.measurable));
+  }
+  return text;
+}
+
 }  // namespace
 
 QualityTable MakeQualityTable(TSorData& record, const TSorData* longPulse, int lastPercent) {
@@ -105,20 +126,11 @@ std::string TextOf(const QualityTable& table) {
   if (table.longPulseFile) text += Format("Long pulse   %s\n", OneLine(*table.longPulseFile).c_str());
   text += Format("Length       %.4f km      Pulse  %.0f ns      Noise floor  %.2f dB\n\n", table.lengthKm,
                  table.pulseNs, table.noiseFloorDb);
-  text += "  No  Distance     Trust    Loss  Measurable  Two pulses\n";
-  text += "            km         m      dB                      dB\n";
-  text += " ---  --------  --------  ------  ----------  ----------\n";
-  for (size_t i = 0; i < table.rows.size(); ++i) {
-    const QualityRow& row = table.rows[i];
-    const bool atAnEnd = i == 0 || i + 1 == table.rows.size();
-    text += Format(" %3d  %8.4f  %8.2f  %6s  %-10s  %10s\n", row.number, row.distanceKm, row.trustM,
-                   NumberOrDash(!atAnEnd, row.lossDb).c_str(), Word(row.measurable),
-                   NumberOrDash(row.twoPulseLossDb.has_value(), row.twoPulseLossDb.value_or(0.0)).c_str());
-  }
-  if (table.rows.empty()) text += " no events\n";
-  text += "\n";
-  text += table.allMeasurable ? "Losses       can be measured along the whole fibre\n"
-                              : Format("Losses       can be measured up to %.4f km\n", table.measurableKm);
+  text += RowsText(table) + "\n";
+  // The end of the fibre ends every range.
+  text += table.measurableKm == table.lengthKm
+              ? "Losses       can be measured along the whole fibre\n"
+              : Format("Losses       can be measured up to %.4f km\n", table.measurableKm);
   text += "Launch       " + LaunchInWords(table) + "\n";
   text += Format("End          %s the last %d %% of the range\n", table.endInLastPercent ? "in" : "before",
                  table.lastPercent);
