@@ -1,6 +1,10 @@
 #include "cli/AnalysedRecord.h"
 
+#include <cmath>
+
+#include "cli/EventTable.h"
 #include "cli/Session.h"
+#include "cli/Text.h"
 
 namespace reflyze::cli {
 namespace {
@@ -35,6 +39,14 @@ void WarnOfReading(Session& session, const AnalysedRecord& analysed) {
     session.Warn(analysed.name +
                  ": warning: its events don't tell the sections that they were measured on; analysed anew");
   }
+}
+
+void WarnIfOtherWavelength(Session& session, const LoadedRecord& one, const LoadedRecord& other) {
+  constexpr double kSameShare = 0.02;
+  const double nm = WavelengthNm(*one.record), otherNm = WavelengthNm(*other.record);
+  if (std::fabs(nm - otherNm) <= kSameShare * nm) return;
+  session.Warn(other.name + Format(": warning: was measured at %.0f nm, and %s at %.0f nm", otherNm,
+                                   one.name.c_str(), nm));
 }
 
 UnmeasuredReflectances::UnmeasuredReflectances(TSorData& record) {

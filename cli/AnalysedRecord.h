@@ -21,6 +21,9 @@ AnalysedRecord LoadAnalysedRecord(Session& session, const std::string& name,
 // One line for each thing that a user should know of the reading.
 void WarnOfReading(Session& session, const AnalysedRecord& analysed);
 
+// Losses grow and shrink with the wavelength: what was measured at two of them tells nothing together.
+void WarnIfOtherWavelength(Session& session, const LoadedRecord& one, const LoadedRecord& other);
+
 // While it lives, events for which no reflectance is stored reflect nothing. What weighs an event by its peak
 // would take the 0 that stands for "none" as 0 dB, a mirror, and trust the place of every splice.
 class UnmeasuredReflectances {

@@ -1,11 +1,10 @@
 #include <CLI/CLI.hpp>
-#include <cmath>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
 #include "cli/AnalysedRecord.h"
 #include "cli/EngineCall.h"
-#include "cli/EventTable.h"
 #include "cli/MergeTable.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
@@ -27,15 +26,6 @@ struct MergeOptions {
            !thresholds.file.empty();
   }
 };
-
-// Losses grow and shrink with the wavelength: two of them make no mean.
-void WarnIfOtherWavelength(Session& session, const LoadedRecord& a, const LoadedRecord& b) {
-  constexpr double kSameShare = 0.02;
-  const double nmA = WavelengthNm(*a.record), nmB = WavelengthNm(*b.record);
-  if (std::fabs(nmA - nmB) <= kSameShare * nmA) return;
-  session.Warn(b.name +
-               Format(": warning: was measured at %.0f nm, and %s at %.0f nm", nmB, a.name.c_str(), nmA));
-}
 
 // The two names are easily mixed up, and one direction merges with itself into a table of nothing.
 void WarnIfSameTrace(Session& session, const LoadedRecord& a, const LoadedRecord& b) {
@@ -84,6 +74,14 @@ void TellInsertedEvents(TSorData& record, const OwnEvents& own) {
     record.LnkParams->OnKeyEventAdd(i);
   }
   if (own.size() < static_cast<size_t>(count)) RefEventENSync(&record);
+}
+
+// However they are spelt.
+bool NameTheSame(const std::string& one, const std::string& other) {
+  std::error_code unknown;  // then the names decide
+  const std::filesystem::path path = std::filesystem::weakly_canonical(one, unknown);
+  const std::filesystem::path otherPath = std::filesystem::weakly_canonical(other, unknown);
+  return one == other || (!unknown && path == otherPath);
 }
 
 MergedTable Merge(LoadedRecord& a, LoadedRecord& b) {
@@ -142,7 +140,7 @@ void AddMergeCommand(CLI::App& app, Session& session) {
       ->check(CLI::IsMember({"text", "json"}))
       ->capture_default_str();
   command->callback([options, &session] {
-    if (options->outputs[0] == options->outputs[1]) {
+    if (NameTheSame(options->outputs[0], options->outputs[1])) {
       throw CLI::ValidationError("--output", "takes two different files");
     }
     session.command = [options](Session& running) { return RunMerge(running, *options); };

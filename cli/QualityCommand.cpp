@@ -43,6 +43,7 @@ int RunQuality(Session& session, const QualityOptions& options) {
   if (longer) {
     WarnOfReading(session, *longer);
     WarnIfNotLonger(session, loaded, *longer);
+    WarnIfOtherWavelength(session, loaded, *longer);
   }
   session.Print(options.format == "json" ? JsonOf(table) : TextOf(table));
   return kDone;

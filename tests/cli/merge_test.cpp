@@ -175,6 +175,7 @@ TEST_F(MergeTest, RefusesWhatIsNotOneFibreMeasuredAlike) {
   }
   EXPECT_NE(Merge(a, a).err.find("same trace"), std::string::npos);
   ExpectOneLineError(Run({"merge", a, a, "-o", File("x.sor"), File("x.sor")}), 2, "one output");
+  ExpectOneLineError(Run({"merge", a, a, "-o", File("x.sor"), File("./x.sor")}), 2, "spelt differently");
   ExpectOneLineError(Run({"merge", a, a, "-o", File("x.sor")}), 2, "an output is missing");
   ExpectOneLineError(Run({"merge", a, a, "-o", File("x.sor"), File("no/x.sor")}), 4, "no folder");
 }
@@ -237,6 +238,8 @@ TEST_F(QualityTest, EventsLaunchAndRange) {
 TEST_F(QualityTest, LongPulseMeasuresTheLosses) {
   Link longer = TwoFibres();
   longer.pulseNs = 200.0;
+  Link other = TwoFibres();
+  other.wavelengthNm = 1310.0;
   const std::string trace = StoreLink("a.sor", TwoFibres()), second = StoreLink("long.sor", longer);
   const Result result = Run({"quality", trace, "--long-pulse", second, "--format", "json"});
   EXPECT_EQ(result.err, "");
@@ -246,6 +249,8 @@ TEST_F(QualityTest, LongPulseMeasuresTheLosses) {
   const Result swapped = Run({"quality", second, "--long-pulse", trace});
   EXPECT_EQ(swapped.status, 0);
   EXPECT_NE(swapped.err.find("no longer than"), std::string::npos) << swapped.err;
+  const Result mixed = Run({"quality", StoreLink("other.sor", other), "--long-pulse", second});
+  EXPECT_NE(mixed.err.find("1310 nm"), std::string::npos) << mixed.err;
 }
 
 }  // namespace
