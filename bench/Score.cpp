@@ -58,16 +58,22 @@ bool Score::IsIsolated(const TraceResult& result, size_t index) {
   return true;
 }
 
+// Within a sample and a tenth of a pulse. Where nothing is connected, a fibre that ends in the light of the
+// launch says so.
+bool Score::IsEndClose(const TraceResult& result) {
+  constexpr double kLaunchPulses = 1.5;
+  const double pulses = result.trace->truth.lengthKm > 0.0 ? 0.1 : kLaunchPulses;
+  return result.matching.endFound &&
+         std::fabs(result.matching.endErrorKm) <= result.spacingKm + pulses * result.pulseKm;
+}
+
 long Score::Badness(const TraceResult& result) {
   long bad = static_cast<long>(result.matching.invented.size());
   for (const size_t missed : result.matching.missed) {
     const sim::TrueEvent& event = result.trace->truth.events[missed];
     if (IsFair(event) && event.snrDb >= kClearSnrDb && IsIsolated(result, missed)) ++bad;
   }
-  if (!result.matching.endFound ||
-      std::fabs(result.matching.endErrorKm) > result.spacingKm + 0.1 * result.pulseKm) {
-    bad += 2;
-  }
+  if (!IsEndClose(result)) bad += 2;
   return bad;
 }
 
@@ -91,8 +97,7 @@ void Score::Add(const TraceResult& result) {
   invented_ += static_cast<long>(matching.invented.size());
   reported_ += static_cast<long>(matching.invented.size() + matching.pairs.size());
   endsFound_ += matching.endFound ? 1 : 0;
-  endsWithin_ +=
-      matching.endFound && std::fabs(matching.endErrorKm) <= result.spacingKm + 0.1 * result.pulseKm ? 1 : 0;
+  endsWithin_ += IsEndClose(result) ? 1 : 0;
   if (matching.endFound) endErrorM_.push_back(matching.endErrorKm * 1000.0);
   const auto count = [&](size_t index, bool found) {
     const sim::TrueEvent& event = truth.events[index];

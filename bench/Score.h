@@ -47,6 +47,7 @@ class Score {
   std::string KindText(size_t kind) const;
   void CountReported(const TraceResult& result, size_t found, bool invented);
   static bool IsIsolated(const TraceResult& result, size_t index);
+  static bool IsEndClose(const TraceResult& result);
 
   long traces_ = 0;
   long exact_ = 0;

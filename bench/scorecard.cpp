@@ -11,6 +11,7 @@
 
 #include "bench/RandomLinks.h"
 #include "bench/Score.h"
+#include "cli/Plausible.h"
 #include "cli/RecordFile.h"
 #include "cli/Text.h"
 #include "sim/Simulate.h"
@@ -32,7 +33,7 @@ struct Options {
   double ltDb = 0.03;
   double rtDb = -72.0;
   double etDb = 3.0;
-  std::string road = "direct";
+  std::string road = "program";
   bool json = false;
 };
 
@@ -90,9 +91,14 @@ class Scorecard {
     thresholds.THLoss = options_.ltDb;
     thresholds.THRef = options_.rtDb;
     thresholds.THEnd = options_.etDb;
-    TAuto analysis;
-    analysis.filterRoad = options_.road == "filter";
-    analysis.AnalysisSorData(trace.record.get(), &thresholds);
+    const auto analyse = [&trace](TTH& values) { TAuto().AnalysisSorData(trace.record.get(), &values); };
+    thresholds.fromAutomat = 1;  // taken literally, as the program does
+    thresholds.noShortAnalysis = options_.road == "direct" ? 1 : 0;
+    if (options_.road == "program") {
+      cli::AnalysePlausibly(*trace.record, thresholds, analyse);
+    } else {
+      analyse(thresholds);
+    }
     TraceResult result;
     result.trace = &trace;
     result.found = FoundEvents(*trace.record);
@@ -148,8 +154,9 @@ int main(int argc, char** argv) {
   app.add_option("--lt", options.ltDb, "Loss threshold, dB")->capture_default_str();
   app.add_option("--rt", options.rtDb, "Reflectance threshold, dB")->capture_default_str();
   app.add_option("--et", options.etDb, "End threshold, dB")->capture_default_str();
-  app.add_option("--road", options.road, "Search: direct, or from the events of the automatic filter")
-      ->check(CLI::IsMember({"direct", "filter"}))
+  app.add_option("--road", options.road,
+                 "Search: direct, from the events of the automatic filter, or what the program makes of both")
+      ->check(CLI::IsMember({"direct", "filter", "program"}))
       ->capture_default_str();
   app.add_flag("--json", options.json, "Print JSON");
   CLI11_PARSE(app, argc, argv);

@@ -5,6 +5,7 @@
 
 #include "cli/EngineCall.h"
 #include "cli/Options.h"
+#include "cli/Plausible.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
 
@@ -132,8 +133,11 @@ TTH ThresholdSource::For(const TSorData& record) const {
 }
 
 void Analyse(Session& session, LoadedRecord& loaded, TTH& thresholds, bool endsOnly) {
-  CallEngine(loaded.name, "analysed",
-             [&] { session.Module().Analyse(*loaded.record, &thresholds, endsOnly); });
+  CallEngine(loaded.name, "analysed", [&] {
+    AnalysePlausibly(*loaded.record, thresholds,
+                     [&](TTH& values) { session.Module().Analyse(*loaded.record, &values, false); });
+    if (endsOnly) session.Module().Analyse(*loaded.record, &thresholds, true);
+  });
 }
 
 }  // namespace reflyze::cli

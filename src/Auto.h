@@ -280,7 +280,4 @@ class TAuto {
   unsigned int algoMask = 0x17;
   TOxArray<TEventLine, TEventLine*>* lines = nullptr;  // the result, owned
   TSorData* sor = nullptr;                             // the trace, not owned
-  // Whether the search from the filter's events may take a trace. Off as long as the direct search does
-  // better on links whose truth is known (bench/scorecard --road); the scorecard turns it on to compare.
-  bool filterRoad = false;
 };

@@ -404,8 +404,6 @@ class ShortAnalysisRun {
 }  // namespace
 
 long TAuto::ShortAnalysis() {
-  // Refusing every trace is always allowed: the direct search then has the whole analysis to itself.
-  if (!filterRoad) return 0;
   if (sor->FxdParams->GetNsPulse(0) > kLongestPulseNs || th.noShortAnalysis >= 1) return 0;
   // The run holds some twenty kilobytes of events, more than a host's thread should have to spare.
   return std::make_unique<ShortAnalysisRun>(*this)->Run();

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "src/th.h"
+
+class TSorData;
+
+namespace reflyze::cli {
+
+// Whether an event table can be true of its trace: no backscatter goes on behind the end, and no event loses
+// or gains more than the whole link does.
+bool IsPlausible(TSorData& record);
+
+// Analyses a record by `analyse(thresholds)`, which is a service command on it. The search from the filter's
+// events, which comes first, tells close events apart best, but can miss a fibre that ends without a
+// reflection; the direct search takes over where its table is plausible and the first is not. Thresholds are
+// taken literally, and say afterwards which search it was.
+template <class Analyse>
+void AnalysePlausibly(TSorData& record, TTH& thresholds, Analyse analyse) {
+  thresholds.fromAutomat = 1;
+  analyse(thresholds);
+  if (thresholds.noShortAnalysis != 0 || IsPlausible(record)) return;
+  thresholds.noShortAnalysis = 1;
+  analyse(thresholds);
+  if (IsPlausible(record)) return;
+  thresholds.noShortAnalysis = 0;
+  analyse(thresholds);
+}
+
+}  // namespace reflyze::cli
