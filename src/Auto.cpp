@@ -54,9 +54,10 @@ TAuto::TAuto() : version("v160216"), lines(new TOxArray<TEventLine, TEventLine*>
 
 TAuto::~TAuto() { delete lines; }
 
-int TAuto::ServiceFunction(TCmdASF cmd, long&, void** params) {
+int TAuto::ServiceFunction(TCmdASF cmd, long& value, void** params) {
   constexpr int kCurrentTrace = 0;
   constexpr int kThresholds = 1;
+  constexpr int kBaseline = 10;
   constexpr int kDone = 1;
   switch (cmd) {
     case cmdAnalyse:
@@ -66,8 +67,9 @@ int TAuto::ServiceFunction(TCmdASF cmd, long&, void** params) {
       if (cmd == cmdAnalyseEndsOnly) RefEventDeleteAllButFirstAndLast(trace);
       return kDone;
     }
-    case cmdCompare:  // answered like an unknown command until the comparison joins
-      return kDone;
+    case cmdCompare:
+      return Compare(static_cast<TSorData*>(params[kBaseline]), static_cast<TSorData*>(params[kCurrentTrace]),
+                     value != 0);
   }
   return kDone;
 }
@@ -102,8 +104,7 @@ void TAuto::AnalysisSorData(TSorData* trace, TTH* thresholds) {
 }
 
 void TAuto::Automat(TSorData* trace, int useMonitoringThresholds) {
-  // The comparison's own thresholds go into the trace here once it joins; until then those on record hold.
-  (void)useMonitoringThresholds;
+  if (useMonitoringThresholds != 0) srCompare_SetRFTSAutoThresholds(trace);
   TTH thresholds;
   TakeThresholds(thresholds, *trace);
   thresholds.fromAutomat = 1;
