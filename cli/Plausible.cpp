@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "ref/refAuto.h"
 #include "ref/ref_Math.h"
 #include "sor/sorData.h"
 #include "util/convert.h"
@@ -75,6 +76,25 @@ bool LeavesFibreOut(TSorData& record) {
 }
 
 }  // namespace
+
+void GiveReceiverRate(TSorData& record) {
+  constexpr double kUntoldDbPerKm = 10.5;  // the engine's least rate: it found no edge
+  constexpr float kLeastEdgeDb = 0.3F;
+  constexpr long kEdgeParts = 8;
+  std::vector<TMeasurementMode>& modes = record.QRTParams->modes;
+  const double spacingOwt = record.FxdParams->GetOwtDS(0);
+  if (modes.empty() || modes.front().BWU1 != 0 || !(spacingOwt > 0.0)) return;
+  if (RefAutoGetDbOnOwt(&record) * record.dLenToOwt(1.0) > kUntoldDbPerKm) return;
+  const double pulseOwt = record.FxdParams->GetOwtPulse(0);
+  const long pulse = TruncToLong(pulseOwt / spacingOwt);
+  const long end = TruncToLong(record.OwtTofNum(pulseOwt));
+  const long base = std::max(pulse / kEdgeParts, 1L);
+  const long first = end - base, last = end + pulse + base;
+  if (pulse < 1 || first < 0 || last >= record.DataPts->GetPointsNum()) return;
+  long at = first;
+  if (RefAutoSearchMaxdbFall(&record, first, last, base, at, 100.0F) < kLeastEdgeDb) return;
+  modes.front().BWU1 = TruncToShort(RefAutoSearchMaxFall(&record, first, last, base, at));
+}
 
 bool IsPlausible(TSorData& record) {
   return !LightGoesOn(record) && !LosesMoreThanTheLink(record) && !LeavesFibreOut(record);

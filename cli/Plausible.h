@@ -10,12 +10,18 @@ namespace reflyze::cli {
 // or gains more than the whole link does.
 bool IsPlausible(TSorData& record);
 
+// An instrument says in its records how fast its receiver falls; foreign ones don't. Where the launch stands
+// out of the backscatter by too little for the engine to tell, its own edge still shows the rate: it goes
+// into the record. Nothing happens where the record or the engine knows better.
+void GiveReceiverRate(TSorData& record);
+
 // Analyses a record by `analyse(thresholds)`, which is a service command on it. The search from the filter's
 // events, which comes first, tells close events apart best, but can miss a fibre that ends without a
 // reflection; the direct search takes over where its table is plausible and the first is not. Thresholds are
 // taken literally, and say afterwards which search it was.
 template <class Analyse>
 void AnalysePlausibly(TSorData& record, TTH& thresholds, Analyse analyse) {
+  GiveReceiverRate(record);
   thresholds.fromAutomat = 1;
   analyse(thresholds);
   if (thresholds.noShortAnalysis != 0 || IsPlausible(record)) return;
