@@ -1,0 +1,46 @@
+// The analysis of records from any bytes, and of random traces, from the filter's events or by the
+// direct search, of all events or of both ends: events come in order, and the record can be stored and
+// analysed again.
+
+#include "src/Auto.h"
+#include "tests/fuzz/fuzzing.h"
+
+using fuzzing::Check;
+
+namespace {
+
+void CheckEvents(const TSorData& record) {
+  const TSorBlockKeyEvents& table = *record.KeyEvents;
+  for (int i = 1; i < table.ListedEvents(); ++i) Check(table.EventAt(i - 1).EPT <= table.EventAt(i).EPT);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  // What to do stands where a record has its checksum, which nothing reads.
+  const std::uint8_t mode = data[size - 1];
+  TSorData record;
+  fuzzing::Input in(data, size - 1);
+  if (data[0] == 'M') {
+    if (!fuzzing::ReadRecord(record, in.TakeBytes(size)) || record.DataPts->GetPointsNum() == 0) return 0;
+  } else {
+    fuzzing::FillRecord(in, record);
+  }
+  TTH thresholds;
+  thresholds.THLoss = (mode & 1) != 0 ? 0.05 : 0.5;
+  thresholds.THRef = (mode & 2) != 0 ? -65.0 : -50.0;
+  thresholds.noShortAnalysis = (mode & 4) != 0 ? 1 : 0;
+  for (const bool own : {(mode & 8) != 0, true}) {
+    const bool analysed = fuzzing::Completes([&] {
+      void* parameters[20] = {&record, own ? nullptr : &thresholds};
+      long value = 0;
+      TAuto analysis;
+      analysis.ServiceFunction((mode & 16) != 0 ? cmdAnalyseEndsOnly : cmdAnalyse, value, parameters);
+      CheckEvents(record);
+    });
+    fuzzing::CheckStorable(record);
+    if (!analysed) break;
+  }
+  return 0;
+}

@@ -1,0 +1,30 @@
+// The comparison of two records from any bytes, the baseline with or without its own analysis: it ends with a
+// code, and both records can be stored.
+
+#include "src/Auto.h"
+#include "tests/fuzz/fuzzing.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const std::uint8_t mode = data[size - 1];
+  fuzzing::Input in(data, size);
+  TSorData baseline, current;
+  const auto first = in.Take<std::uint32_t>();
+  if (!fuzzing::ReadRecord(baseline, in.TakeBytes(first)) || !fuzzing::ReadRecord(current, in.TakeBytes(size)))
+    return 0;
+  const auto run = [](TCmdASF command, long value, TSorData& trace, TSorData* reference) {
+    return fuzzing::Completes([&] {
+      void* parameters[20] = {&trace};
+      parameters[10] = reference;
+      TAuto().ServiceFunction(command, value, parameters);
+    });
+  };
+  if ((mode & 1) == 0 && !run(cmdAnalyse, 0, baseline, nullptr)) return 0;
+  // As monitoring does it: the first comparison filters, those after it recheck.
+  for (const long recheck : {0L, static_cast<long>(mode >> 1 & 1)}) {
+    if (!run(cmdCompare, recheck, current, &baseline)) return 0;
+    fuzzing::CheckStorable(baseline);
+    fuzzing::CheckStorable(current);
+  }
+  return 0;
+}

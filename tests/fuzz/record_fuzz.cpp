@@ -1,0 +1,56 @@
+// Records from any bytes: read in full and in part, listed, copied, written and read back. What could be read
+// survives a copy and a file.
+
+#include <cstdio>
+
+#include "cli/JsonDump.h"
+#include "sor/sorEmbData.h"
+#include "tests/fuzz/fuzzing.h"
+
+using fuzzing::Check;
+
+namespace {
+
+constexpr int kDeepestListed = 16;  // the program refuses records nested deeper
+
+std::string TextOf(const TSorData& record) {
+  char* text = nullptr;
+  size_t size = 0;
+  FILE* out = open_memstream(&text, &size);
+  record.Damp(out, 0);
+  std::fclose(out);
+  const std::string result(text, size);
+  std::free(text);
+  return result;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
+  const std::string bytes(reinterpret_cast<const char*>(data), size);
+  TSorData minimal;
+  fuzzing::Completes([&] {
+    TSorFile file(bytes.data(), bytes.size());
+    minimal.ReadMinimal(&file);
+  });
+  fuzzing::BytesOf(minimal);
+
+  TSorData record;
+  const bool usable = fuzzing::ReadRecord(record, bytes);
+  TSorData copy;
+  copy.Assign(record);
+  if (reflyze::NestingDepth(record) <= kDeepestListed) {
+    Check(TextOf(copy) == TextOf(record));
+    Check(reflyze::cli::JsonOfRecord(copy, true) == reflyze::cli::JsonOfRecord(record, true));
+  }
+  const std::string written = fuzzing::BytesOf(record);
+  Check(fuzzing::BytesOf(copy) == written);
+  if (!usable || written.empty()) return 0;
+
+  // The first reading may put an offset or a scale right; what was written after that stays.
+  TSorData back, again;
+  Check(fuzzing::ReadRecord(back, written));
+  const std::string rewritten = fuzzing::BytesOf(back);
+  Check(fuzzing::ReadRecord(again, rewritten) && fuzzing::BytesOf(again) == rewritten);
+  return 0;
+}

@@ -1,0 +1,25 @@
+// Runs a fuzz target once over every file of the folders named on the command line.
+
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size);
+
+int main(int argc, char** argv) {
+  int count = 0;
+  for (int i = 1; i < argc; ++i) {
+    for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
+      std::printf("%s\n", entry.path().c_str());
+      std::fflush(stdout);
+      std::ifstream in(entry.path(), std::ios::binary);
+      const std::vector<char> bytes(std::istreambuf_iterator<char>(in), {});
+      LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+      ++count;
+    }
+  }
+  return count > 0 ? 0 : 1;
+}
