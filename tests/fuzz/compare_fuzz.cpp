@@ -10,7 +10,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   fuzzing::Input in(data, size);
   TSorData baseline, current;
   const auto first = in.Take<std::uint32_t>();
-  if (!fuzzing::ReadRecord(baseline, in.TakeBytes(first)) || !fuzzing::ReadRecord(current, in.TakeBytes(size)))
+  if (!fuzzing::ReadRecord(baseline, in.TakeBytes(first)) ||
+      !fuzzing::ReadRecord(current, in.TakeBytes(size)))
     return 0;
   const auto run = [](TCmdASF command, long value, TSorData& trace, TSorData* reference) {
     return fuzzing::Completes([&] {
