@@ -176,6 +176,7 @@ class Neighbourhood {
     bool touched = false;
     if (index_ >= 1 && event_.ML0 < events_.EventAt(index_ - 1).ML2) {
       event_.ML0 = events_.EventAt(index_ - 1).ML2;
+      EndSectionBefore();
       touched = true;
     }
     if (index_ < events_.ListedEvents() - 1 && events_.EventAt(index_ + 1).EPT < event_.ML3) {
@@ -194,6 +195,12 @@ class Neighbourhood {
       earlier.ML2 =
           TruncToInt(static_cast<double>(RefAutoSearchEndOfEvent(&trace_, earlier.EPT, earlier.ML3)));
     RefEventRecalculate(&trace_, &earlier, 0);
+  }
+
+  // Two reflections close together share the section in front of both. Where that lies before the earlier
+  // one, the new event's own section ends at the event.
+  void EndSectionBefore() {
+    if (event_.ML1 <= event_.ML0) event_.ML1 = std::max(event_.EPT, event_.ML0 + 1);
   }
 
   void BeginSectionBefore(TSorBlockKeyEvents1E& later) {
