@@ -75,6 +75,14 @@ bool LeavesFibreOut(TSorData& record) {
   return false;
 }
 
+bool IsInOrder(const TSorData& record) {
+  const TSorBlockKeyEvents& table = *record.KeyEvents;
+  for (int i = 0; i + 1 < table.ListedEvents(); ++i) {
+    if (table.EventAt(i).EPT > table.EventAt(i + 1).EPT) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 void GiveReceiverRate(TSorData& record) {
@@ -96,8 +104,10 @@ void GiveReceiverRate(TSorData& record) {
   modes.front().BWU1 = TruncToShort(RefAutoSearchMaxFall(&record, first, last, base, at));
 }
 
-bool IsPlausible(TSorData& record) {
-  return !LightGoesOn(record) && !LosesMoreThanTheLink(record) && !LeavesFibreOut(record);
+int Implausibility(TSorData& record) {
+  constexpr int kDisorder = 8, kLight = 4, kLeftOut = 2, kLoss = 1;
+  return (IsInOrder(record) ? 0 : kDisorder) + (LightGoesOn(record) ? kLight : 0) +
+         (LeavesFibreOut(record) ? kLeftOut : 0) + (LosesMoreThanTheLink(record) ? kLoss : 0);
 }
 
 }  // namespace reflyze::cli

@@ -6,9 +6,10 @@ class TSorData;
 
 namespace reflyze::cli {
 
-// Whether an event table can be true of its trace: no backscatter goes on behind the end, and no event loses
-// or gains more than the whole link does.
-bool IsPlausible(TSorData& record);
+// How much speaks against an event table on its trace, 0 for nothing: worst are events out of order, then
+// backscatter that goes on behind the end, then a long stretch of fibre that is left out, then an event that
+// loses or gains more than the whole link does.
+int Implausibility(TSorData& record);
 
 // An instrument says in its records how fast its receiver falls; foreign ones don't. Where the launch stands
 // out of the backscatter by too little for the engine to tell, its own edge still shows the rate: it goes
@@ -17,17 +18,19 @@ void GiveReceiverRate(TSorData& record);
 
 // Analyses a record by `analyse(thresholds)`, which is a service command on it. The search from the filter's
 // events, which comes first, tells close events apart best, but can miss a fibre that ends without a
-// reflection; the direct search takes over where its table is plausible and the first is not. Thresholds are
+// reflection; the direct search takes over where less speaks against its table. Thresholds are
 // taken literally, and say afterwards which search it was.
 template <class Analyse>
 void AnalysePlausibly(TSorData& record, TTH& thresholds, Analyse analyse) {
   GiveReceiverRate(record);
   thresholds.fromAutomat = 1;
   analyse(thresholds);
-  if (thresholds.noShortAnalysis != 0 || IsPlausible(record)) return;
+  if (thresholds.noShortAnalysis != 0) return;
+  const int doubts = Implausibility(record);
+  if (doubts == 0) return;
   thresholds.noShortAnalysis = 1;
   analyse(thresholds);
-  if (IsPlausible(record)) return;
+  if (Implausibility(record) < doubts) return;
   thresholds.noShortAnalysis = 0;
   analyse(thresholds);
 }

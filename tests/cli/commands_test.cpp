@@ -34,6 +34,40 @@ TEST_F(AnalyseTest, TableHoldsWhatStandsOnTheFibre) {
   EXPECT_NEAR(json["length_km"].get<double>(), 12.0, 0.01);
 }
 
+// What the search from the filter's events alone would tell wrongly: a fibre that ends without a reflection,
+// and a link of more events than it has room for.
+TEST_F(AnalyseTest, TableThatCannotBeTrueIsSearchedAgain) {
+  reflyze::sim::Link broken = MetroLink();
+  broken.sections[2].lengthKm = 1.7;
+  broken.end = {0.0, {}};
+  reflyze::sim::Link many = MetroLink();
+  many.points = 18000;
+  many.spacingM = 1.0;
+  many.pulseNs = 50.0;
+  many.receiver.bandwidthMhz = 40.0;
+  many.receiver.noiseDb = -40.0;
+  many.sections.assign(140, {0.12, 0.2, -81.9});
+  many.joints.assign(139, {0.02, -55.0});
+  const struct {
+    reflyze::sim::Link link;
+    const char* ltDb;
+    size_t events;
+    double lengthKm;
+  } kCases[] = {{broken, "0.1", 4, 9.7}, {many, "0.01", 141, 16.8}};
+  for (const auto& c : kCases) {
+    const std::string trace = Store("t.sor", Bytes(*reflyze::sim::Simulate(c.link, 5).record));
+    const nlohmann::json json =
+        Json(Run({"analyse", trace, "--format", "json", "--lt", c.ltDb, "--rt", "-65"}));
+    EXPECT_EQ(json["events"].size(), c.events);
+    EXPECT_NEAR(json["length_km"].get<double>(), c.lengthKm, 0.01);
+    double beforeKm = -1.0;
+    for (const auto& event : json["events"]) {
+      EXPECT_GT(event["distance_km"].get<double>(), beforeKm);
+      beforeKm = event["distance_km"];
+    }
+  }
+}
+
 TEST_F(AnalyseTest, TextNamesTheKindsAndFitsATerminal) {
   const Result result = Run({"analyse", StoreTrace("a.sor"), "--lt", "0.1"});
   ASSERT_EQ(result.status, 0);
