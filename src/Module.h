@@ -28,8 +28,8 @@ REFLYZE_EXPORT void DllInit(TLogFile* log);
 REFLYZE_EXPORT int GetModuleVersion(char* buffer, int size);
 
 // Runs one command (see TCmdASF) on the records in `params`. The analyses give 1 whatever they find; so does
-// a command that the module does not know. `value` is never written. Exceptions of a broken record pass
-// through.
+// a command that the module does not know. The comparison gives one of TMonitorResult. `value` is never
+// written. Exceptions of a broken record pass through.
 REFLYZE_EXPORT int ServiceFunction(TCmdASF cmd, long& value, void** params);
 
 }  // extern "C"
