@@ -59,7 +59,8 @@ class TrustedRange {
     MeasureSwing();
     if (farSwingDb_ > 1.5 * nearSwingDb_ && type_ != '_') return LineOfRoughEnd();
     FindQuietStart();
-    const long late = std::max(spliceEnd_, begin_);
+    // The last splice may well lie behind this stretch: what starts there starts at its end.
+    const long late = std::min(std::max(spliceEnd_, begin_), end_);
     if (FrontIsRough(late)) {
       const long early = std::min(spliceEnd_, quiet_);
       begin_ = late - early > 100 ? (early + late) / 2 : early;
@@ -254,7 +255,7 @@ class TrustedRange {
     if ((levels_[end_] > p2 && error < 0.0F) || (levels_[end_] < p2 && error > 0.0F)) --end_;
     const double tiltDb = (std::fabs(error) - 0.25) * slope_ * static_cast<double>(end_ - quiet_);
     if (tiltDb > auto_.noiseAmp / 3.0 && spliceEnd_ - begin_ >= base_) {
-      // A fit over nothing has no slope, and behind the end there is another section: `late` may be either.
+      // A fit over nothing has no slope.
       if (late >= end_) late = (3 * end_ + begin_) / 4 - 1;
       pin = RefMathGetPinWithLsp(sor_, begin_, late, end_, slope_, p1, p2, error);
     }

@@ -256,7 +256,7 @@ TEST(Range, FootOfAReflectionIsFound) {
   }
 }
 
-// On any trace a section is in order and its numbers are numbers.
+// On any trace a section is in order and its levels are those of its stretch, wherever the last splice ended.
 TEST(Range, SectionsAreInOrderOnAnyTrace) {
   support::Noise random(11);
   int forced = 0;
@@ -275,8 +275,11 @@ TEST(Range, SectionsAreInOrderOnAnyTrace) {
     auto front = s.Choose(nullptr, random.Integer(0, from), from, 'R');
     const auto line =
         s.Choose(round % 2 == 0 ? front.get() : nullptr, from, to, type, random.Integer(-1, 4000));
+    long highest = from;
+    const double topDb = s.engine.GetMax(std::max(from - 1, 0L), to - from + 2, highest);
     for (double km : line->L) EXPECT_TRUE(std::isfinite(km));
     for (double db : line->P) EXPECT_TRUE(std::isfinite(db));
+    EXPECT_LE(line->P[1], topDb + 1.0) << round;
     EXPECT_LE(line->L[0], line->L[1] + 1e-4) << round;
     EXPECT_GE(line->L[2], 0.0) << round;
     EXPECT_NE(std::string("RVNPS").find(line->type), std::string::npos) << round;
