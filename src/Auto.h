@@ -43,7 +43,7 @@ enum TMonitorResult : int {
 // as it is the one thing that analyses of different traces share.
 struct TEventCounters {
   std::atomic<long> filterEvents{0};   // events of the automatic filter
-  std::atomic<long> bigSplices{0};     // steps found between them by SearchBigSplices
+  std::atomic<long> stepsBetween{0};   // steps that the detectors found between them
   std::atomic<long> insideSplices{0};  // splices found inside sections
 };
 extern TEventCounters Event;

@@ -117,7 +117,6 @@ class ShortAnalysisRun {
       const long m = BigSplicesOf(i, s, z, e);
       if (e.end > before.end) before.end = e.end;
       before.tail = e.tail;
-      Event.bigSplices += m;
       if (!Merge(m, i)) return;
     }
   }
@@ -164,6 +163,7 @@ class ShortAnalysisRun {
   // Puts the finds of the stretch before event i into the list and moves i behind them. False where the list
   // is full: the pass ends and this stretch's finds are lost.
   bool Merge(long m, long& i) {
+    Event.stepsBetween += m;
     if (m == 0) return true;
     if (n_ + m > kMostFilterEvents) return false;
     for (long k = n_ - 1; k >= i; --k) filt_[At(k + m)] = filt_[At(k)];
@@ -216,16 +216,21 @@ class ShortAnalysisRun {
 
   // --- Splices near the noise ---
 
-  bool IsLongStretch(long s, long z) const { return (WidthAt(z) + stepD_) * 3 < z - s; }
+  // Whether the stretch before event i has room for a step and what is averaged on both sides of it.
+  bool IsLongStretch(long i) const {
+    const long z = filt_[At(i)].begin;
+    return (WidthAt(z) + stepD_) * 3 < z - filt_[At(i - 1)].end;
+  }
 
   void FindNoiseSplices() {
     if ((a_.algoMask & 0x10U) == 0) return;
     for (long i = 1; i < n_; ++i) {
+      if (!IsLongStretch(i)) continue;
       long s = filt_[At(i - 1)].end;
       const long z = filt_[At(i)].begin;
       float thrDb = -1.0F;
       long m = 0;
-      while (IsLongStretch(filt_[At(i - 1)].end, z) && m < kMostFinds) {
+      while (m < kMostFinds) {
         if (LevelDb(s) >= a_.nf + kOverNoiseDb && LevelDb(z) >= a_.nf + kOverNoiseDb) break;
         const long r = a_.SearchNoiseSplices(s, z, stepD_, filt_[At(i - 1)], thrDb, found_[At(m)], &result());
         if (r == 0) break;
@@ -240,11 +245,12 @@ class ShortAnalysisRun {
   void FindWeakSplices() {
     if ((a_.algoMask & 0x8U) == 0) return;
     for (long i = 1; i < n_; ++i) {
+      if (!IsLongStretch(i)) continue;
       long s = filt_[At(i - 1)].end;
       const long z = filt_[At(i)].begin;
       float thrDb = -1.0F;
       long m = 0;
-      while (IsLongStretch(filt_[At(i - 1)].end, z) && (a_.algoMask & 0x2U) != 0 && m <= kMostFinds - 1) {
+      while ((a_.algoMask & 0x2U) != 0 && m <= kMostFinds - 1) {
         if (a_.SearchWeakSplices(s, z, stepD_, filt_[At(i - 1)], thrDb, found_[At(m)], &result()) == 0) break;
         s = found_[At(m)].end;
         ++m;
