@@ -269,7 +269,8 @@ class ShortAnalysisRun {
       long z = next.begin;
       a_.pEnd = LevelDb(before.begin);
       if (s >= z && s > before.tail) s = before.rise;
-      z = std::max(z, s);
+      // A tail may reach over the next event, which then stands behind it; those after it keep their order.
+      z = std::max({z, s, static_cast<long>(ev_[At(nEv_ - 1)].begin)});
       FollowSlope(s, z);
       const long dip = FillDip(before.begin + stepP_, z);
       after_ = before.rise;
