@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
 
 #include "ref/refAuto.h"
@@ -154,6 +155,9 @@ class SlopeComparison {
   TSorData& current_;
 };
 
+// The next time, as far as there is one.
+int JustBehind(int owt) { return owt < std::numeric_limits<int>::max() ? owt + 1 : owt; }
+
 // Makes a new event and its neighbours agree about who holds which stretch of fibre.
 class Neighbourhood {
  public:
@@ -200,13 +204,13 @@ class Neighbourhood {
   // Two reflections close together share the section in front of both. Where that lies before the earlier
   // one, the new event's own section ends at the event.
   void EndSectionBefore() {
-    if (event_.ML1 <= event_.ML0) event_.ML1 = std::max(event_.EPT, event_.ML0 + 1);
+    if (event_.ML1 <= event_.ML0) event_.ML1 = std::max(event_.EPT, JustBehind(event_.ML0));
   }
 
   void BeginSectionBefore(TSorBlockKeyEvents1E& later) {
     if (later.ML0 >= event_.ML2) return;
     later.ML0 = event_.ML2;
-    if (later.ML1 <= later.ML0) later.ML1 = later.ML0 + 1;
+    if (later.ML1 <= later.ML0) later.ML1 = JustBehind(later.ML0);
     RefEventRecalculate(&trace_, &later, 0);
   }
 
