@@ -32,13 +32,6 @@ using reflyze::LinearTrace;
 constexpr long kNoReflection = -1;
 constexpr long kUngraded = 0;  // a reflection too small to grade
 
-// Points of pulse from which every rise far behind the last event is judged on the running mean of 16
-// samples, which sees what single samples hide in noise: a pulse no shorter than that keeps its height in the
-// mean. A shorter one would lose most of it and be placed where the mean has followed it, and a gain would
-// pass for a reflection without an end, so that the mean judges it only where it stands no higher than what
-// came before.
-constexpr long kMeanJudgesFromPulse = 16;
-
 constexpr long kMeanDelayPoints = 8;   // of the running mean of 16 samples behind the trace
 constexpr double kSaturatedDb = 0.1;   // from the top of the scale the receiver shows no height
 constexpr double kFlatTopDb = 0.15;    // the same for a top that is flat as well
@@ -202,7 +195,10 @@ void RiseMeasure::FindPeak() {
 }
 
 // Only a rise that stands clear of the last event has something before it to be compared with. Where its top
-// does not stand out of that by more than the limit, means decide.
+// does not stand out of that by more than the limit, the running mean of 16 samples decides, which sees what
+// single samples hide in noise. It does not judge the others: it would leave a fraction of the height of a
+// short pulse, place every rise where the mean has followed it, and take a gain for a reflection without an
+// end.
 std::optional<long> RiseMeasure::CompareWithBefore() {
   if (prev_ == nullptr || look_ <= 2 || rise_ <= look_ + pulse_ + prevEnd_) return std::nullopt;
   const LinearTrace::Found before = lin_.HighestMean(rise_ - look_, rise_, recovery_);
@@ -213,7 +209,7 @@ std::optional<long> RiseMeasure::CompareWithBefore() {
   }
   const bool isNoHigher = before.lin + limitLin_ > peakLin_;
   if (isNoHigher && (peak_ - before.at >= pulse_ || before.at < guarded_ + look_)) return kNoReflection;
-  if (!isNoHigher && pulse_ < kMeanJudgesFromPulse) return std::nullopt;
+  if (!isNoHigher) return std::nullopt;
   return JudgeOnMean();
 }
 

@@ -27,7 +27,7 @@ TraceSpec SinkingSpec(short pulseNs, double aboveNoiseDb, double end) {
   const double reach = end < 0.0 ? static_cast<double>(spec.points) : end;
   spec.startDb = spec.noiseFloorDb + aboveNoiseDb + spec.slopeDbPerPoint * reach;
   spec.peaks.clear();
-  spec.Peak(0, 6.0).Peak(3000, 5.0).End(end);
+  spec.Peak(0, 6.0).Peak(3000, 5.0).Step(3000, 0.3).End(end);
   return spec;
 }
 

@@ -63,7 +63,8 @@ double TraceSpec::LevelAt(long i) const {
     double db = startDb - slopeDbPerPoint * point;
     for (const StepAt& step : steps) {
       const double behind = std::clamp((point - step.point) / width, 0.0, 1.0);
-      db += Level(1.0 - behind + behind * Power(-step.lossDb));
+      if (behind == 1.0) db -= step.lossDb;
+      if (behind > 0.0 && behind < 1.0) db += Level(1.0 - behind + behind * Power(-step.lossDb));
     }
     return db;
   };
@@ -74,8 +75,9 @@ double TraceSpec::LevelAt(long i) const {
   }
   for (const PeakAt& peak : peaks) {
     if (at < peak.point) continue;
-    const double baseDb = backscatterDb(peak.point);
     const double behind = std::max(at - peak.point - width, 0.0);
+    if (behind * receiverDbPerPoint > -kLowestDb) continue;  // nothing of it is left
+    const double baseDb = backscatterDb(peak.point);
     power += (Power(baseDb + peak.heightDb) - Power(baseDb)) * Power(-behind * receiverDbPerPoint);
   }
   return std::max(Level(power), kLowestDb);
