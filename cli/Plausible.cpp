@@ -65,7 +65,7 @@ bool LeavesFibreOut(TSorData& record) {
   const TSorBlockKeyEvents& table = *record.KeyEvents;
   const double pulseKm = record.dOwtToLen(record.FxdParams->GetOwtPulse(0));
   const double mostKm = kShadowKm + kShadowPulses * pulseKm;
-  for (int i = 0; i + 1 < table.ListedEvents(); ++i) {
+  for (int i = 1; i + 1 < table.ListedEvents(); ++i) {  // the launch may take what it needs
     const TSorBlockKeyEvents1E& event = table.EventAt(i);
     const TSorBlockKeyEvents1E& next = table.EventAt(i + 1);
     if (record.OwtToLen(next.ML0) - record.OwtToLen(event.EPT) > mostKm &&
