@@ -4,6 +4,7 @@
 #include <type_traits>
 
 #include "sor/sorFile.h"
+#include "sor/sorFileBackends.h"
 #include "util/tstring.h"
 
 // A block of a trace record lists its fields once, in the order in which they stand on file:
@@ -145,8 +146,11 @@ class FieldWriter {
   void Int(const char*, const T& value, int since = 0) {
     if (Has(since)) WriteScalar(value);
   }
+  // A reader takes so many bytes and no more: the closing zero of a longer text, or what is left of it, would
+  // be read as the next field.
   void Text(const char*, const TString& text, int since = 0) {
-    if (Has(since)) file_.Write(text);
+    constexpr int kMostBytes = static_cast<int>(kMaxVariableStringBytes) - 1;
+    if (Has(since)) file_.Write(text.Len() > kMostBytes ? TString(text.c_str(), kMostBytes) : text);
   }
   void FixedText(const char*, const TString& text, unsigned int width, int since = 0) {
     if (Has(since)) file_.Write(text, width);
