@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "util/assertion.h"
@@ -49,6 +50,38 @@ T* FindNamed(const TOxArray<T, T*>& elements, const char* name, int& i) {
 void DropLast(std::string_view& line) {
   if (!line.empty()) line.remove_suffix(1);
 }
+
+// Adds lines to a document that is being read. It finds sections and keys by an index of its own, since a
+// document may hold any number of them.
+class Filler {
+ public:
+  explicit Filler(TIni& document) : document_(document) { Open(""); }
+
+  void Open(const std::string& name) {
+    TIniSection*& section = sections_[name];
+    if (section == nullptr) section = document_.AddSection(new TIniSection(name.c_str()));
+    current_ = section;
+  }
+  void Add(const std::string& line) {
+    auto key = std::make_unique<TIniKey>(line.c_str());
+    if (key->IsComment()) {
+      current_->AddKey(key.release());
+      return;
+    }
+    TIniKey*& known = keys_[current_][key->Name()];
+    if (known == nullptr) {
+      known = current_->AddKey(key.release());
+    } else {
+      known->SetString(key->value.get());
+    }
+  }
+
+ private:
+  TIni& document_;
+  TIniSection* current_ = nullptr;
+  std::unordered_map<std::string, TIniSection*> sections_;
+  std::unordered_map<TIniSection*, std::unordered_map<std::string, TIniKey*>> keys_;
+};
 
 // The name between the brackets of a header; the last character is taken for the closing one.
 std::string HeaderName(std::string_view line) {
@@ -272,15 +305,13 @@ void TIni::SetDouble(const char* section, const char* keyName, double number) {
   FindOrCreateSection(section)->SetDouble(keyName, number);
 }
 
-TIniSection* TIni::Restart() {
-  IniSections = std::make_unique<TOxArray<TIniSection, TIniSection*>>();
-  return AddSection(new TIniSection(""));
-}
+void TIni::Restart() { IniSections = std::make_unique<TOxArray<TIniSection, TIniSection*>>(); }
 
 int TIni::Read(const char* file) {
   OpenFile in(std::fopen(file == nullptr ? fileName_.c_str() : file, "rt"));
   if (in == nullptr) return kNotOpened;
-  TIniSection* current = Restart();
+  Restart();
+  Filler filler(*this);
   std::vector<char> buffer(kLineBytes);
   while (std::feof(in.get()) == 0 && std::fgets(buffer.data(), kLineBytes, in.get()) != nullptr) {
     std::string_view line(buffer.data());
@@ -288,9 +319,9 @@ int TIni::Read(const char* file) {
     if (!line.empty() && line.back() == '\r') DropLast(line);
     if (line.empty()) continue;
     if (line.front() == '[') {
-      current = AddSection(HeaderName(line).c_str());
+      filler.Open(HeaderName(line));
     } else {
-      current->AddKey(std::string(line).c_str());
+      filler.Add(std::string(line));
     }
   }
   return 0;
@@ -299,7 +330,8 @@ int TIni::Read(const char* file) {
 // Without a line feed at its end, a last line is a key whatever it looks like, unless it looks like a header:
 // no key could follow that one, so there is nothing to open.
 int TIni::FromString(TString text) {
-  TIniSection* current = Restart();
+  Restart();
+  Filler filler(*this);
   std::string_view rest(text.c_str());
   while (!rest.empty()) {
     const std::size_t lineFeed = rest.find('\n');
@@ -309,9 +341,9 @@ int TIni::FromString(TString text) {
     if (ended) DropLast(line);
     if (line.empty()) continue;
     if (line.front() != '[') {
-      current->AddKey(std::string(line).c_str());
+      filler.Add(std::string(line));
     } else if (ended) {
-      current = FindOrCreateSection(HeaderName(line).c_str());
+      filler.Open(HeaderName(line));
     }
   }
   return 0;

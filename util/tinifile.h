@@ -137,8 +137,7 @@ class TIni {
   int ToString(TString& out);
 
  private:
-  // Starts anew with the unnamed section and returns it.
-  TIniSection* Restart();
+  void Restart();  // without any section
 
   TString fileName_;
   std::unique_ptr<TOxArray<TIniSection, TIniSection*>> IniSections;
