@@ -9,9 +9,12 @@ using fuzzing::Check;
 
 namespace {
 
+constexpr long kMostBytes = 100000;  // of a record; more come from counts that lie, which are no matter here
+
+// The launch stands at the offset of the record, true or not; behind it is what was found on the trace.
 void CheckEvents(const TSorData& record) {
   const TSorBlockKeyEvents& table = *record.KeyEvents;
-  for (int i = 1; i < table.ListedEvents(); ++i) Check(table.EventAt(i - 1).EPT <= table.EventAt(i).EPT);
+  for (int i = 2; i < table.ListedEvents(); ++i) Check(table.EventAt(i - 1).EPT <= table.EventAt(i).EPT);
 }
 
 }  // namespace
@@ -24,6 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   fuzzing::Input in(data, size - 1);
   if (data[0] == 'M') {
     if (!fuzzing::ReadRecord(record, in.TakeBytes(size)) || record.DataPts->GetPointsNum() == 0) return 0;
+    if (record.GetSize() > kMostBytes) return 0;
   } else {
     fuzzing::FillRecord(in, record);
   }

@@ -13,6 +13,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   if (!fuzzing::ReadRecord(baseline, in.TakeBytes(first)) ||
       !fuzzing::ReadRecord(current, in.TakeBytes(size)))
     return 0;
+  constexpr long kMostBytes = 100000;  // more come from counts that lie, which are no matter here
+  if (baseline.GetSize() > kMostBytes || current.GetSize() > kMostBytes) return 0;
   const auto run = [](TCmdASF command, long value, TSorData& trace, TSorData* reference) {
     return fuzzing::Completes([&] {
       void* parameters[20] = {&trace};
