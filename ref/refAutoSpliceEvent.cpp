@@ -5,27 +5,30 @@
 // noise, which steps too but by chance, and slow bends of the slope (polarisation, recovery behind a
 // reflection), which have no edge.
 //
-// Against noise: the difference of two windowed means, `recoverPts` apart, is compared with thresholds that
-// are not below the swing that the stretch itself shows (see RefAutoCalcPolar). That swing is the largest of
-// some twenty cells that look at differences of the same kind; for white noise the largest of n independent
-// differences lies near sqrt(2 ln n) standard deviations. A stretch of m independent windows (its length over
-// W) then passes by chance with a probability of about m * exp(-k^2 / 2) with k the threshold in standard
-// deviations: at the swing itself, k near 2.5 for twenty cells, one window in twenty would. The step itself,
-// which looks at a single difference where the windows look at three, has to reach 1.5 swings and 0.02 dB
-// more: that brings k to 3.7 on a noisy trace, or one window in a thousand, and higher on a quiet one, where
-// the 0.02 dB count; the ripple on both sides, which the step has to exceed as well, takes the most of what
-// is left.
+// Against noise: a candidate is where two sums of three levels, `recoverPts` apart, differ by more than the
+// thresholds, which are not below the swing that the stretch itself shows (see RefAutoCalcPolar). Three
+// levels out of a window are cheap and not much: noise alone passes now and then. So every candidate is
+// measured again between the full means of both windows, and has to exceed four times what noise of the
+// height of the floor adds to such a mean. The floor stands about twice above the root mean square of the
+// noise; a difference of two means scatters by the square root of 2 times one; so four times the floor's
+// share are between five and six standard deviations, which normal noise exceeds in less than one window of a
+// million. What is seen more often than that comes from the filter, whose running mean correlates
+// neighbouring windows, and from the slope, which is itself measured.
 //
-// Against bends: the step must stand out from the slope around it and from the ripple on both sides, and its
-// height measured close by must agree with that measured from afar.
+// Against bends: the slope is that of the stretch, as most of its points show it, not that of the whole
+// trace, which every splice and every gain has a part in; the height of the step measured close by and from
+// the means must have one sign; and it must stand out from the ripple on both sides.
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
+#include <vector>
 
 #include "ref/refAutoNoise.h"
 #include "ref/refAutoPolar.h"
 #include "ref/refAutoSearch.h"
 #include "ref/refAutoSplice.h"
+#include "ref/ref_Math.h"
 #include "ref/traceLevels.h"
 #include "util/convert.h"
 
@@ -34,9 +37,34 @@ using namespace reflyze;
 namespace {
 
 constexpr float kNearNoiseDb = 3.0F;  // this close to the noise floor thresholds are tripled
-// Of the limit for a step, which is set up from the swing of sums of three levels. Tuned: with less, steps
-// are invented; with more, real traces lose splices of 0.05 dB that their makers list.
-constexpr float kConfirmShare = 0.7F;
+constexpr float kSureNoise = 4.0F;  // times the share of the noise floor in a mean that a step has to exceed
+
+// How a step shows: it slides over the pulse, the receiver follows, the filter has averaged. As a share of
+// the step, by points from its begin.
+class Edge {
+ public:
+  // `lag` is the time constant of the receiver as a share of the pulse.
+  Edge(long pulsePoints, double lag, long meanPoints, long points) : share_(static_cast<size_t>(points)) {
+    const double pulse = static_cast<double>(std::max(pulsePoints, 1L));
+    const double keep = lag > 0 ? std::exp(-1.0 / (lag * pulse)) : 0.0;
+    std::vector<double> received(share_.size());
+    double last = 0, sum = 0;
+    const auto window = static_cast<size_t>(std::max(meanPoints, 1L));
+    for (size_t i = 0; i < share_.size(); ++i) {
+      last += (1 - keep) * (std::min(static_cast<double>(i) / pulse, 1.0) - last);
+      received[i] = last;
+      sum += last - (i >= window ? received[i - window] : 0.0);
+      share_[i] = sum / static_cast<double>(window);
+    }
+  }
+  double operator[](long point) const {
+    if (point < 0) return 0.0;
+    return share_[std::min(static_cast<size_t>(point), share_.size() - 1)];
+  }
+
+ private:
+  std::vector<double> share_;
+};
 
 class SpliceEventSearch {
  public:
@@ -67,20 +95,17 @@ class SpliceEventSearch {
   long Run(float& bestDb, long& after, long& carry) {
     if (IsNoise()) return 0;
     SetThresholds();
-    const long straight = FindStraightRun();
-    after = straight;
+    after = straight_ = FindStraightRun();
+    // A step near s keeps the trace from being straight until it is over.
+    long p = std::max({straight_ - window_ - recoverPts_, s_, std::min(carry, stopAt_)});
+    FollowSlope(p);
     long found = 0;
-    long p = std::max({straight, s_, std::min(carry, stopAt_)});
     while (p < stopAt_ && found == 0) {
-      const float sumDb = DifferenceAt(p);
-      if (std::fabs(sumDb) > std::fabs(bestSumDb_)) bestSumDb_ = sumDb;
-      if (!Passes(sumDb)) {
+      if (Passes(DifferenceAt(p)) && !IsInTail(p)) {
+        found = Confirm(CrestFrom(p));
+      } else {
         ++p;
-        continue;
       }
-      const long crest = CrestFrom(p);
-      found = Confirm(crest);
-      p = crest + std::max(recoverPts_, 1L);
     }
     bestDb = bestSumDb_ / 3;
     if (found != 0) carry = found + recoverPts_;
@@ -111,7 +136,7 @@ class SpliceEventSearch {
     }
     noiseDb_ = NoiseOfStretch();
     if (levelDb_[(s_ + z_) / 2] < nfDb_ + kNearNoiseDb) lossThrDb_ *= 3;
-    confirmDb_ = 0.7F * noiseDb_ + lossThrDb_ + 0.01F;
+    limitDb_ = 0.7F * noiseDb_ + lossThrDb_ + 0.01F;
     // From here on they meet sums of three levels.
     lossThrDb_ *= 3;
     gainThrDb_ *= 3;
@@ -150,35 +175,77 @@ class SpliceEventSearch {
   float DifferenceAt(long p) const { return SumAt(p) - SumAt(p + window_ + recoverPts_) - slopeSumDb_; }
   bool Passes(float sumDb) const { return sumDb > lossThrDb_ || sumDb < gainThrDb_; }
 
-  // The window pair around the same step that shows it best.
-  long CrestFrom(long p) {
+  // The slope given is a mean over all the trace with its splices. On a stretch that is long enough for a
+  // step to be the exception, the fall that half of the points exceed is the fibre's own.
+  void FollowSlope(long from) {
+    constexpr float kFlattest = -0.2F, kSteepest = 0.25F;  // shares of the slope by which fibres differ
+    constexpr long kMostFalls = 400;
+    const long count = z_ - window_ - from;
+    if (window_ < 1 || count < 2 * (window_ + pulsePts_)) return;
+    std::vector<float> fallsDb;
+    for (long p = from; p < from + count; p += std::max(count / kMostFalls, 1L)) {
+      fallsDb.push_back(levelDb_.FallDb(p, p + window_));
+    }
+    const auto middle = fallsDb.begin() + static_cast<long>(fallsDb.size() / 2);
+    std::nth_element(fallsDb.begin(), middle, fallsDb.end());
+    const float offDb = *middle / static_cast<float>(window_) - slopeDb_;
+    const float nominalDb = std::fabs(slopeDb_);
+    slopeDb_ += std::clamp(offDb, kFlattest * nominalDb, kSteepest * nominalDb);
+    slopeSumDb_ = 3 * slopeDb_ * static_cast<float>(recoverPts_ + window_);
+  }
+
+  // In front of the straight run a window may lie in the tail of the event in front.
+  bool IsInTail(long p) const {
+    if (p >= straight_) return false;
+    const float offDb = levelDb_.FallDb(p, p + window_) - static_cast<float>(window_) * slopeDb_;
+    return std::fabs(offDb) > lossThrDb_ / 3;
+  }
+
+  // The window pair around the same step that shows it best. `p` moves behind what belongs to that step.
+  long CrestFrom(long& p) {
     const bool loss = DifferenceAt(p) > 0.0F;
     long crest = p;
     float bestDb = DifferenceAt(p);
-    for (long q = p + 1; q < stopAt_ && q <= crest + window_; ++q) {
-      const float sumDb = DifferenceAt(q);
+    for (++p; p < stopAt_ && p <= crest + window_; ++p) {
+      const float sumDb = DifferenceAt(p);
       if (!Passes(sumDb) || (sumDb > 0.0F) != loss) break;
       if (std::fabs(sumDb) > std::fabs(bestDb)) {
         bestDb = sumDb;
-        crest = q;
+        crest = p;
       }
     }
+    p = std::max(p, crest + window_ / 4);
     if (std::fabs(bestDb) > std::fabs(bestSumDb_)) bestSumDb_ = bestDb;
     return crest;
   }
 
-  // The step behind the first window, or 0: high enough close by, with the slope around it taken out, and
-  // higher than the ripple on both sides.
+  // The step between both windows, or 0. The first one near that reaches the limit is taken, else the
+  // largest. With the slope around it taken out it has to pass the thresholds, from close by and from the
+  // means; it has to have an edge, and to be above the noise and above the ripple on both sides.
   long Confirm(long crest) const {
-    const long from = crest, to = std::min(crest + 2 * window_ + recoverPts_, z_ - 1);
+    const long expected = crest + window_;
+    const long from = std::max(expected - recoverPts_, s_);
+    const long to = std::min(expected + 2 * recoverPts_, z_ - 1);
     long at = from;
-    const float stepDb = RefAutoSearchMaxSplice(sor_, from, to, recoverPts_, at, slopeDb_, 100.0F);
-    if (std::fabs(stepDb) < kConfirmShare * confirmDb_) return 0;
-    const float lossDb = RefAutoDopuskLosPin(sor_, from, at, at + recoverPts_, to, stepDb, slopeDb_, 0.0F);
-    if (std::fabs(lossDb) < std::fabs(lossDb > 0.0F ? lossThrDb_ : gainThrDb_) / 3) return 0;
-    if (RippleDb(from, at) >= std::fabs(lossDb) || RippleDb(at + recoverPts_, to) >= std::fabs(lossDb))
-      return 0;
+    const float stepDb = RefAutoSearchMaxSplice(sor_, from, to, recoverPts_, at, slopeDb_, limitDb_);
+    if ((stepDb > 0.0F) != (DifferenceAt(crest) > 0.0F)) return 0;
+    const long behind = at + recoverPts_;
+    const long before = std::max(at - window_, s_), end = std::min(behind + window_, z_ - 1);
+    const float closeDb = RefAutoDopuskLosPin(sor_, before, at, behind, end, stepDb, slopeDb_, 0.0F);
+    const float lossDb = RefAutoGetSpl(sor_, at, s_, behind, z_, window_, window_, slopeDb_);
+    if (!PassesAlone(closeDb) || !PassesAlone(lossDb) || (closeDb > 0.0F) != (lossDb > 0.0F)) return 0;
+    if (std::fabs(lossDb) <= kSureNoise * NoiseOfMeanDb(behind)) return 0;
+    if (!HasEdge(from, to, closeDb)) return 0;
+    if (std::max(RippleDb(before, at), RippleDb(behind, end)) >= std::fabs(closeDb)) return 0;
     return Place(at, lossDb);
+  }
+
+  // The thresholds for a single step.
+  bool PassesAlone(float stepDb) const { return 3 * stepDb >= lossThrDb_ || 3 * stepDb <= gainThrDb_; }
+
+  // What noise as high as the floor adds to a mean of the window that begins at a point.
+  float NoiseOfMeanDb(long p) const {
+    return RefMathAddNoise(sor_, p + window_ / 2, std::max(window_, WidthAt(p)), 0);
   }
 
   // Largest rise or fall off the slope, over the receiver's recovery.
@@ -189,19 +256,70 @@ class SpliceEventSearch {
     return RefAutoSearchMaxdbRiseFall(sor_, a, b, recoverPts_, fallDb, atFall, riseDb, atRise, slopeDb_);
   }
 
-  // A loss begins where it falls fastest over a pulse, a gain where it rises fastest; the pulse model settles
-  // the point.
-  long Place(long at, float lossDb) const {
-    long steepest = at;
-    const long from = std::max(at - pulsePts_, s_), to = std::min(at + 2 * recoverPts_ + pulsePts_, z_ - 1);
-    if (lossDb > 0.0F) {
-      RefAutoSearchMaxdbFall(sor_, from, to, pulsePts_, steepest, 100.0F);
-    } else {
-      float fallDb = 0.0F, riseDb = 0.0F;
-      long atFall = from;
-      RefAutoSearchMaxdbRiseFall(sor_, from, to, pulsePts_, fallDb, atFall, riseDb, steepest, slopeDb_);
+  // A step is over within the receiver's recovery; a bend of the slope is not.
+  bool HasEdge(long from, long to, float stepDb) const {
+    constexpr float kEdgeShare = 0.5F;  // of the step; noise takes its part of the rest
+    const float ownDb = static_cast<float>(recoverPts_) * slopeDb_;
+    long at = from, atRise = from;
+    if (stepDb > 0.0F) {
+      return RefAutoSearchMaxdbFall(sor_, from, to, recoverPts_, at, 100.0F) - ownDb > kEdgeShare * stepDb;
     }
-    return std::clamp(steepest, s_ + 1, z_ - 1);
+    float fallDb = 0.0F, riseDb = 0.0F;
+    RefAutoSearchMaxdbRiseFall(sor_, from, to, recoverPts_, fallDb, at, riseDb, atRise, slopeDb_);
+    return riseDb > -kEdgeShare * stepDb;
+  }
+
+  // The begin of the step, by least squares, within a recovery of where it was measured. How slowly the
+  // receiver follows is tried too: what it delays would pass for a later begin.
+  long Place(long at, float lossDb) const {
+    constexpr double kLags[] = {0.0, 1.0 / 16, 1.0 / 8, 1.0 / 4};  // time constants, in pulses
+    const long mean = std::max(WidthAt(at + recoverPts_), 1L);
+    const long first = std::max(at - recoverPts_, s_);
+    const long end = std::min(at + 2 * recoverPts_ + mean, z_);
+    const long lowest = std::max(first, s_ + 1), highest = std::min(at + recoverPts_, end - 1);
+    double leastDb2 = std::numeric_limits<double>::infinity();
+    long begin = std::clamp(at, s_ + 1, std::max(z_ - 1, s_ + 1));
+    for (const double lag : kLags) {
+      const Edge edge(pulsePts_ - 1, lag, mean, std::max(end - lowest, 1L));
+      const auto tryAt = [&](long t) {
+        const double errorDb2 = t < lowest || t > highest ? leastDb2 : ErrorDb2(edge, t, first, end, lossDb);
+        if (!(errorDb2 < leastDb2)) return;
+        leastDb2 = errorDb2;
+        begin = t;
+      };
+      // The error has one valley: a coarse grid finds it, halving steps its bottom.
+      long grid = std::max((highest - lowest) / 32, 1L);
+      for (long t = lowest; t <= highest; t += grid) tryAt(t);
+      while (grid > 1) {
+        grid = (grid + 1) / 2;
+        const long best = begin;
+        tryAt(best - grid);
+        tryAt(best + grid);
+      }
+    }
+    return begin;
+  }
+
+  // Squared error of the edge at a point, with those levels on both sides that fit best. Infinite where they
+  // make a step the other way.
+  double ErrorDb2(const Edge& edge, long t, long first, long end, float lossDb) const {
+    constexpr double kNoFit = std::numeric_limits<double>::infinity();
+    double n = 0, x = 0, xx = 0, y = 0, xy = 0, yy = 0;
+    for (long i = first; i < end; ++i) {
+      const double share = edge[i - t];
+      const double offDb = levelDb_[i] - levelDb_[first] + static_cast<double>(i - first) * slopeDb_;
+      n += 1;
+      x += share;
+      xx += share * share;
+      y += offDb;
+      xy += share * offDb;
+      yy += offDb * offDb;
+    }
+    const double determinant = n * xx - x * x;
+    if (determinant < 1e-9) return kNoFit;
+    const double riseDb = (n * xy - x * y) / determinant;
+    if ((riseDb < 0) != (lossDb > 0)) return kNoFit;
+    return std::max(yy - (y - riseDb * x) / n * y - riseDb * xy, 0.0);
   }
 
   TSorData* sor_;
@@ -218,8 +336,9 @@ class SpliceEventSearch {
   float slopeSumDb_ = 0.0F;  // fall of the fibre between the two sums
   float floorSumDb_ = 0.0F;  // three times the floor of the scale
   float noiseDb_ = 0.0F;     // three times the swing of the stretch
-  float confirmDb_ = 0.0F;   // smallest step that is confirmed
+  float limitDb_ = 0.0F;     // a step as high as this is pinned down where it is met
   float bestSumDb_ = 0.0F;
+  long straight_ = -1;  // where the straight run at s begins
 };
 
 }  // namespace
