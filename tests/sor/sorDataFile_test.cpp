@@ -343,6 +343,74 @@ TEST(SorDataFile, TooManyBlocksForAMap) {
   EXPECT_EQ(back.SpecialCount, record.SpecialCount);
 }
 
+// A record with random values in all blocks, and maybe another one inside.
+std::unique_ptr<TSorData> RandomRecord(std::mt19937& random) {
+  auto record = std::make_unique<TSorData>();
+  record->Revision = static_cast<short>(100 + random() % 110);
+  blocktest::Fill(*record->GenParams, random());
+  blocktest::Fill(*record->SupParams, random());
+  blocktest::Fill(*record->FxdParams, random());
+  blocktest::Fill(*record->KeyEvents, random());
+  blocktest::Fill(*record->LnkParams, random());
+  blocktest::Fill(*record->QRTEvents, random());
+  // These take what a file of mostly zeros gives them, so that counts are small.
+  const std::pair<TSorBlock*, unsigned short> own[] = {
+      {record->QRTParams, 232}, {record->RFTSParams, 203}, {record->RFTSEvents, 204}};
+  for (const auto& [block, revision] : own) {
+    Bytes bytes(1500, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random() % 4 == 0 ? random() % 3 : 0);
+    blocktest::ReadFrom(*block, bytes, revision);
+  }
+  // A reading puts a negative offset right, and measures the level range where there is none.
+  record->GenParams->UO &= 0x7FFFFFFF;
+  record->QRTParams->MAX |= 1;
+  record->DataPts->SetPointsNum(static_cast<long>(random() % 50));
+  for (unsigned short& sample : record->DataPts->GetSubBlock()->samples) {
+    sample = static_cast<unsigned short>(random());
+  }
+  for (const char* kind : {"SOR", "RFTSEVENTS", "picture"}) {
+    if (random() % 3 != 0) continue;
+    auto* embedded = new TEmbData1E();
+    embedded->SetDescription(kind);
+    if (embedded->IsKind(TEmbData1E::kRecord)) {
+      embedded->SetData(*RandomRecord(random));
+    } else if (embedded->IsKind(TEmbData1E::kRFTSEvents)) {
+      embedded->SetData(*record->RFTSEvents);
+    } else {
+      embedded->SetData(const_cast<char*>(kFoo.data()), static_cast<long>(random() % kFoo.size()));
+    }
+    record->EmbData->AddData(embedded);
+  }
+  return record;
+}
+
+TEST(SorDataFile, RandomRecordsSurviveFilesAndCopies) {
+  std::mt19937 random(1);
+  for (int round = 0; round < 300; ++round) {
+    const std::unique_ptr<TSorData> record = RandomRecord(random);
+    const Bytes written = BytesOf(*record);
+    TSorData back, copy;
+    ASSERT_EQ(ReadInto(back, written), sfOk) << round;
+    copy.Assign(back);
+    ASSERT_TRUE(BytesOf(back) == written) << round << ": revision " << record->Revision;
+    ASSERT_TRUE(BytesOf(copy) == written) << round << ": revision " << record->Revision;
+  }
+}
+
+// A reader takes 1,024 bytes of a text: what is longer is cut in writing, or all behind it would be misread.
+TEST(SorDataFile, TextsWithoutEndDoNotShiftWhatFollows) {
+  for (const size_t length : {1022, 1023, 1024, 1025, 5000}) {
+    std::unique_ptr<TSorData> record = FullRecord();
+    record->GenParams->CID = Bytes(length, 'x').c_str();
+    record->GenParams->FID = "fibre";
+    TSorData back;
+    ASSERT_EQ(ReadInto(back, BytesOf(*record)), sfOk);
+    EXPECT_EQ(back.GenParams->CID.Len(), static_cast<int>(std::min<size_t>(length, 1023)));
+    EXPECT_STREQ(back.GenParams->FID, "fibre") << length;
+    EXPECT_EQ(BytesOf(back), BytesOf(*record)) << length;
+  }
+}
+
 // What bytes a file may hold: whatever they are, the reading ends in a state, a thrown number or text, or an
 // assertion, and what could be read survives a copy.
 TEST(SorDataFile, AnyBytes) {
