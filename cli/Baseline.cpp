@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <memory>
 
+#include "cli/Plausible.h"
 #include "cli/Problem.h"
 #include "cli/Text.h"
 #include "ref/refEvent.h"
+#include "src/Filter.h"
 #include "util/convert.h"
 #include "util/latin1.h"
 
@@ -60,6 +62,35 @@ void AddStretch(TSorData& record, const Stretch& stretch) {
   section.release();
 }
 
+// Lets each section end clear of its event. An event's place is known to a few points only, and another
+// acquisition has its points elsewhere: one that stands on the foot of a reflection would pass for the level
+// before it.
+void ClearSectionEnds(TSorData& record) {
+  constexpr double kClearPoints = 3.0;
+  constexpr double kShortestSectionPoints = 30.0;
+  const double spacingOwt = record.FxdParams->GetOwtDS(0);
+  for (int i = 1; i < record.KeyEvents->ListedEvents(); ++i) {
+    TSorBlockKeyEvents1E& event = record.KeyEvents->EventAt(i);
+    const double clearOwt = event.EPT - kClearPoints * spacingOwt;
+    if (event.ML1 > event.EPT || event.ML1 <= clearOwt) continue;
+    if (clearOwt - event.ML0 < kShortestSectionPoints * spacingOwt) continue;
+    event.ML1 = TruncToInt(clearOwt);
+  }
+}
+
+// On file, a loss ends at 32.767 dB. That of a fibre's end reaches down to the bottom of the scale and may be
+// larger; against the whole loss of the current trace it would look like another end.
+void RegainLargestLosses(TSorData& record) {
+  constexpr short kLargestOnFile = 32767;
+  for (int i = 0; i < record.KeyEvents->ListedEvents(); ++i) {
+    TSorBlockKeyEvents1E& event = record.KeyEvents->EventAt(i);
+    if (event.EL != kLargestOnFile) continue;
+    TSorBlockKeyEvents1E measured(event);
+    RefEventSCalculate(&record, &measured);
+    if (measured.EL == kLargestOnFile) event.ELWide = measured.ELWide;
+  }
+}
+
 }  // namespace
 
 const std::vector<ComparisonSetting>& ComparisonSettings() {
@@ -91,8 +122,12 @@ const ComparisonSetting* FindComparisonSetting(const std::string& name) {
 }
 
 void MakeBaseline(TSorData& record, const Monitoring& monitoring) {
-  // A comparison measures the events on the current trace in its own way. Losses from elsewhere (another
-  // maker's analysis, the mean of two directions) would differ from that by their method alone.
+  // A comparison measures the events on the current trace in its own way and on its raw points. Losses from
+  // elsewhere (a smoothed trace, another maker's analysis, the mean of two directions) would differ from that
+  // by their method alone.
+  GiveReceiverRate(record);
+  TSorFilter(&record).SetFilter(0);
+  ClearSectionEnds(record);
   RefEventRecalculate(&record, record.KeyEvents, 0);
   SetLevel(record, monitoring);
   SetSettings(record, monitoring);
@@ -106,6 +141,26 @@ void MakeBaseline(TSorData& record, const Monitoring& monitoring) {
   // A baseline holds no result, also where it was the current trace of an earlier comparison.
   record.RFTSEvents->Assign(TSorBlockRFTSEvents());
   record.WriteProprietaryBlocks = 1;
+  HoldMarkers(record);
+}
+
+void HoldMarkers(TSorData& record) {
+  constexpr short kFirstWithMarkers = 200;
+  record.Revision = std::max(record.Revision, kFirstWithMarkers);
+}
+
+void MakeComparable(TSorData& baseline, TSorData& current) {
+  RegainLargestLosses(baseline);
+  TSorBlockQRTParameters &baselineParams = *baseline.QRTParams, &params = *current.QRTParams;
+  // Smoothing takes height from reflections.
+  if (baselineParams.isFilter() != params.isFilter()) {
+    TSorFilter(&baseline).SetFilter(0);
+    TSorFilter(&current).SetFilter(0);
+  }
+  if (baselineParams.modes.empty() || params.modes.empty()) return;
+  short &baselineBandwidth = baselineParams.modes[0].BWU1, &bandwidth = params.modes[0].BWU1;
+  if (baselineBandwidth == 0) baselineBandwidth = bandwidth;
+  if (bandwidth == 0) bandwidth = baselineBandwidth;
 }
 
 }  // namespace reflyze::cli

@@ -42,4 +42,12 @@ constexpr double kLargestLimit = 32.5;  // dB, dB/km
 // not on the trace.
 void MakeBaseline(TSorData& record, const Monitoring& monitoring);
 
+// Lets a record go to file in a revision that has room for the markers of its events.
+void HoldMarkers(TSorData& record);
+
+// Makes two traces alike in what an analysis leaves behind, or all reflectances would differ where only one
+// of them has been analysed: both are smoothed or none, and one whose receiver's bandwidth is not known
+// counts as measured with that of the other.
+void MakeComparable(TSorData& baseline, TSorData& current);
+
 }  // namespace reflyze::cli

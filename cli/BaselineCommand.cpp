@@ -38,7 +38,7 @@ std::string StretchProblem(const std::string& text) {
   const CLI::Validator distance = NumberBetween(-kFarthestKm, kFarthestKm);
   std::string from = text.substr(0, colon), to = text.substr(colon + 1);
   for (std::string* km : {&from, &to}) {
-    const std::string wrong = distance(*km);
+    std::string wrong = distance(*km);
     if (!wrong.empty()) return wrong;
   }
   return std::strtod(from.c_str(), nullptr) < std::strtod(to.c_str(), nullptr)

@@ -2,6 +2,7 @@
 #include <cmath>
 #include <memory>
 
+#include "cli/Baseline.h"
 #include "cli/CompareTable.h"
 #include "cli/EngineCall.h"
 #include "cli/Options.h"
@@ -34,6 +35,14 @@ void WarnOfOtherMeasurement(Session& session, const LoadedRecord& baseline, cons
   warn("with a pulse of", nsA, nsB, "ns");
 }
 
+// Where another fibre was found there are no more results than that.
+bool HoldsResults(const TSorData& record) {
+  const TSorBlockRFTSEvents& results = *record.RFTSEvents;
+  const int events = record.KeyEvents->ListedEvents();
+  if (results.IsEmpty()) return false;
+  return results.GetMonitorResult() == mrNoLink || (events > 0 && results.GetTNRFTSE() == events);
+}
+
 // Records that the comparison can't take: there would be nothing to lay on the other trace, or nothing to
 // hold against limits again.
 void RequireUsable(const LoadedRecord& baseline, const LoadedRecord& current, bool recheck) {
@@ -48,10 +57,7 @@ void RequireUsable(const LoadedRecord& baseline, const LoadedRecord& current, bo
   if (level->GetTNTS() < watched)
     throw Problem(kUnreadable, baseline.name + ": its alarm level has limits for " +
                                    Format("%d of its %d events", level->GetTNTS(), watched));
-  if (!recheck) return;
-  const TSorData& record = *current.record;
-  if (record.RFTSEvents->IsEmpty() || record.RFTSEvents->GetTNRFTSE() != record.KeyEvents->ListedEvents() ||
-      record.KeyEvents->ListedEvents() == 0)
+  if (recheck && !HoldsResults(*current.record))
     throw Problem(kUnreadable, current.name + ": holds no results of a comparison to check again");
 }
 
@@ -60,6 +66,7 @@ CompareTable Compare(Session& session, LoadedRecord& baseline, LoadedRecord& cur
   TSorData& record = *current.record;
   CompareTable table;
   CallEngine(baseline.name + ", " + current.name, "compared", [&] {
+    MakeComparable(*baseline.record, record);
     const int result = session.Module().Compare(*baseline.record, record, recheck);
     table = MakeCompareTable(*baseline.record, record, result);
   });
@@ -71,6 +78,7 @@ CompareTable Compare(Session& session, LoadedRecord& baseline, LoadedRecord& cur
   record.RFTSEvents->SetBaseSorName(path.substr(path.rfind('/') + 1).c_str());
   record.RFTSEvents->MonitorVersion = session.Module().Version().c_str();
   record.WriteProprietaryBlocks = 1;
+  HoldMarkers(record);
   return table;
 }
 

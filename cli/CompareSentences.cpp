@@ -77,28 +77,31 @@ std::string NoLinkSentence(const CompareTable& table) {
 std::string UnchangedSentence(const CompareTable& table) {
   size_t monitored = 0;
   for (const CompareRow& row : table.rows) monitored += row.monitored ? 1 : 0;
-  return Format("same fibre, no change: %zu %s within the limits%s", monitored,
-                monitored == 1 ? "event" : "events", table.recheck ? "" : ", nothing new, no break");
+  const char* events = monitored == 1 ? "event" : "events";
+  // A recheck counts new events no more: somebody has seen them.
+  if (table.recheck) return Format("no limit is exceeded: %zu %s checked again", monitored, events);
+  return Format("same fibre, no change: %zu %s within the limits, nothing new, no break", monitored, events);
 }
 
 }  // namespace
 
 std::vector<std::string> ChangesOf(const CompareTable& table) {
   switch (table.result) {
-    case kNoLink:
+    case mrNoLink:
       return {NoLinkSentence(table)};
-    case kNoLevel:
+    case mrNoActiveLevel:
       return {"nothing was compared: the baseline has no active alarm level (reflyze baseline makes one)"};
-    case kCompared:
-    case kBroken:
+    case mrCompared:
+    case mrFibreBreak:
       break;
     default:
       return {Format("the comparison ended with the code %d", table.result)};
   }
   std::vector<std::string> sentences;
+  if (table.recheck && !table.Changed()) sentences.push_back(UnchangedSentence(table));
   for (const CompareRow& row : table.rows) AddChangesOf(table, row, sentences);
   if (!sentences.empty()) return sentences;
-  if (table.result == kBroken) return {"fibre broken before the end of the baseline"};
+  if (table.result == mrFibreBreak) return {"fibre broken before the end of the baseline"};
   if (table.fail) return {"something changed in the trace as a whole"};
   return {UnchangedSentence(table)};
 }

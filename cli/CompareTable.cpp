@@ -4,11 +4,7 @@
 
 #include "cli/Text.h"
 #include "ref/refAutoNoise.h"
-#if __has_include("src/RFTSUParams.h")
 #include "src/RFTSUParams.h"
-#else
-int RFTSUParamsGetDefaultValue(double*, const char*, const TSorData*) { return 0; }
-#endif
 
 namespace reflyze::cli {
 namespace {
@@ -66,19 +62,11 @@ CompareRow MakeCompareRow(const TSorData& baseline, const TSorData& current, int
   return row;
 }
 
-// The place where the comparison looked for the fibre.
-double LinkTestKm(const TSorData& baseline) {
-  const char kName[] = "NoLinkDistance";
-  double km = 0.0;
-  if (const TRFTSUniversalParameter* setting = baseline.RFTSParams->GetUParameter(TString(kName)))
-    return setting->GetValue();
-  RFTSUParamsGetDefaultValue(&km, kName, &baseline);
-  return km;
-}
-
 LinkTest MakeLinkTest(const TSorData& baseline, const TSorData& current) {
   LinkTest test;
-  test.distanceKm = LinkTestKm(baseline);
+  TRFTSUParams settings;
+  settings.Take(baseline);
+  test.distanceKm = settings.NoLinkDistance;
   test.baselineDb = baseline.LenToLevel(test.distanceKm, 1);
   test.currentDb = current.LenToLevel(test.distanceKm, 1);
   TSorData scratch;  // settling the noise floor writes into the record
@@ -117,7 +105,7 @@ CompareTable MakeCompareTable(const TSorData& baseline, const TSorData& current,
   if (const TRFTSLevel* level = baseline.RFTSParams->GetActiveLevel()) table.level = Utf8(level->GetName());
   const int last = baseline.KeyEvents->ListedEvents() - 1;
   if (last >= 0) table.baselineLengthKm = baseline.OwtToLen(baseline.KeyEvents->EventAt(last).EPT);
-  if (result == kNoLink) table.linkTest = MakeLinkTest(baseline, current);
+  if (result == mrNoLink) table.linkTest = MakeLinkTest(baseline, current);
   for (int i = 0; i < current.KeyEvents->ListedEvents(); ++i)
     table.rows.push_back(MakeCompareRow(baseline, current, i));
   return table;
@@ -129,14 +117,14 @@ std::string TextOf(const CompareTable& table) {
   text += Format("\nBaseline     %s\nFile         %s\n", OneLine(table.baselineFile).c_str(),
                  OneLine(table.file).c_str());
   if (!table.level.empty()) text += Format("Alarm level  %s\n", OneLine(table.level).c_str());
-  text += "\n  No  Distance  Type                   Loss   Change    Refl.   Change  Section  State\n";
-  text += "            km                           dB       dB       dB       dB   change\n";
-  text += " ---  --------  -------------------  ------  -------  -------  -------  -------  ------\n";
+  text += "\n  No Distance  Type                  Loss  Change   Refl.  Change Section  State\n";
+  text += "           km                         dB      dB      dB      dB  change\n";
+  text += " --- --------  ------------------- ------ ------- ------- ------- ------- ------\n";
   for (size_t i = 0; i < table.rows.size(); ++i) {
     const CompareRow& row = table.rows[i];
     const bool atAnEnd = i == 0 || i + 1 == table.rows.size();
     text +=
-        Format(" %3d  %8.4f  %-19s  %6s  %7s  %7s  %7s  %7s  %s\n", row.event.number,
+        Format(" %3d %8.4f  %-19s %6s %7s %7s %7s %7s %s\n", row.event.number,
                NoMinusZero(row.event.distanceKm), row.event.type.c_str(),
                atAnEnd ? "-" : Format("%.3f", row.event.lossDb).c_str(), DeviationText(row.loss, 3).c_str(),
                Reflects(row.event) ? Format("%.2f", *row.event.reflectanceDb).c_str() : "-",

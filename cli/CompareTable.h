@@ -6,16 +6,9 @@
 
 #include "cli/EventTable.h"
 #include "sor/sorData.h"
+#include "src/Auto.h"
 
 namespace reflyze::cli {
-
-// What a comparison of two traces can come to, besides the flags of each event; scripts rest on the numbers.
-enum ComparisonResult {
-  kCompared = 1,
-  kNoLink = 10002,   // the current trace does not show the fibre of the baseline
-  kNoLevel = 10003,  // the baseline has no active alarm level
-  kBroken = 10004    // the fibre ends before the end of monitoring
-};
 
 // What became of one quantity of an event, and its limit; dB or dB/km.
 struct Deviation {
@@ -45,15 +38,15 @@ struct LinkTest {
 // What a comparison says of a current trace.
 struct CompareTable {
   std::string baselineFile, file;
-  int result = 0;
+  int result = 0;        // see TMonitorResult
   bool fail = false;     // of the trace as a whole
   bool recheck = false;  // results of an earlier comparison, held against limits again
   std::string level;
   double baselineLengthKm = 0.0;
-  std::optional<LinkTest> linkTest;  // for kNoLink
+  std::optional<LinkTest> linkTest;  // for mrNoLink
   std::vector<CompareRow> rows;
 
-  bool Changed() const { return fail || result != kCompared; }
+  bool Changed() const { return fail || result != mrCompared; }
 };
 
 // Takes both records as the comparison left them. May settle the noise floor of a copy.

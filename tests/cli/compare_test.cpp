@@ -1,6 +1,7 @@
 // Monitoring as a user meets it: a baseline made, a fibre changed, and what the program says of it.
 
 #include <functional>
+#include <regex>
 
 #include "cli/CompareTable.h"
 #include "tests/cli/program.h"
@@ -39,6 +40,26 @@ class MonitoringTest : public ProgramTest {
                  std::vector<std::string> options = {}) const {
     options.insert(options.begin(), {"compare", baseline, current});
     return Run(options);
+  }
+  // A record that holds what was printed.
+  void ExpectStored(const std::string& path, const nlohmann::json& printed) const {
+    const nlohmann::json dump = Dump(path);
+    const nlohmann::json& block = dump["RFTSEvents"];
+    EXPECT_EQ(block["MonitorResult"], printed["result"]);
+    EXPECT_EQ(block["LevelName"], "main");
+    EXPECT_EQ(block["BaseSorName"], "b.sor");
+    EXPECT_EQ(block["Flags"], printed["fail"] == true ? 4 : 0);
+    ASSERT_EQ(block["entries"].size(), printed["events"].size());
+    for (size_t i = 0; i < block["entries"].size(); ++i) {
+      const nlohmann::json &entry = block["entries"][i], &event = printed["events"][i];
+      const auto bit = [&](const char* name, int value) { return event[name] == true ? value : 0; };
+      EXPECT_EQ(entry["Flags"], bit("monitored", 1) + bit("new", 2) + bit("fail", 4) + bit("fiber_break", 8));
+      for (const auto& [stored, shown] :
+           {std::pair<const char*, const char*>{"LT", "lt"}, {"RT", "rt"}, {"CT", "ct"}})
+        EXPECT_NEAR(entry[stored]["Deviation"].get<double>() / 1000.0,
+                    event[shown]["deviation_db"].get<double>(), 1e-9);
+      EXPECT_EQ(dump["KeyEvents"]["events"][i]["EPT"], event["ept"]);
+    }
   }
   static std::string FirstLine(const Result& result) { return result.out.substr(0, result.out.find('\n')); }
 };
@@ -123,6 +144,204 @@ TEST_F(BaselineTest, RefusesWhatCannotBeWatched) {
   });
   ExpectOneLineError(Run({"baseline", one, "-o", output, "--level", "a"}), 3, "no fibre");
   EXPECT_FALSE(std::filesystem::exists(output));
+}
+
+class CompareTest : public MonitoringTest {};
+
+TEST_F(CompareTest, NoiseAloneIsNoChange) {
+  const std::string baseline = StoreBaseline("b.sor");
+  const std::string current = StoreLink("c.sor", MetroLink(), 11);
+  const Result result = Compare(baseline, current, {"--format", "json"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  const nlohmann::json json = Json(result);
+  EXPECT_EQ(json["result"], 1);
+  EXPECT_EQ(json["fail"], false);
+  EXPECT_EQ(json["level"], "main");
+  ASSERT_EQ(json["events"].size(), 4u);
+  for (size_t i = 0; i < 4; ++i) {
+    const nlohmann::json& event = json["events"][i];
+    EXPECT_EQ(event["monitored"], i > 0);
+    for (const char* flag : {"new", "fail", "fiber_break"}) EXPECT_EQ(event[flag], false) << i << flag;
+    for (const char* quantity : {"lt", "rt", "ct"}) {
+      EXPECT_EQ(event[quantity]["compared"], i > 0 && !(i == 3 && std::string(quantity) == "lt"));
+      EXPECT_LT(std::abs(event[quantity]["deviation_db"].get<double>()), 0.15) << i << quantity;
+    }
+  }
+  const Result text = Compare(baseline, current);
+  EXPECT_EQ(FirstLine(text), "same fibre, no change: 3 events within the limits, nothing new, no break");
+  std::istringstream lines(text.out);
+  for (std::string line; std::getline(lines, line);) {
+    EXPECT_TRUE(line.size() <= 80 || line.find(folder) != std::string::npos) << line;
+  }
+}
+
+// Each fault of a fibre: what the program says first, its status, and what is stored.
+TEST_F(CompareTest, SaysWhatHappened) {
+  const struct {
+    const char* what;
+    std::function<void(Link&)> change;
+    int result;
+    const char* sentence;  // in regular form
+    double km;             // of the event that is flagged, 0 for none
+    const char* flag;
+  } kFaults[] = {
+      {"loss", [](Link& link) { link.joints[1].lossDb = 0.72; }, 1,
+       "loss at (8\\.00|7\\.99). km rose by 0\\.4\\d dB \\(limit 0\\.20\\)", 8.0, "fail"},
+      {"reflectance", [](Link& link) { link.joints[0].reflectanceDb = -46.0; }, 1,
+       "reflectance at (4\\.00.|3\\.99.) km rose by [34]\\.\\d\\d dB \\(limit 2\\.00\\)", 4.0, "fail"},
+      {"new",
+       [](Link& link) {
+         link.sections[2].lengthKm = 2.0;
+         link.sections.push_back({2.0, 0.2, -81.9});
+         link.joints.push_back({0.31, -45.0});
+       },
+       1, "new event at (10\\.00.|9\\.99.) km: loss 0\\.3. dB, reflectance -4[45]\\.\\d\\d dB", 10.0, "new"},
+      {"break",
+       [](Link& link) { link.sections.pop_back(), link.joints.pop_back(), link.sections[1].lengthKm = 2.5; },
+       10004, "fibre broken at 6\\.[45].. km, 5\\.[45].. km before the end", 6.5, "fiber_break"},
+      {"dead", [](Link& link) { link.sections.clear(), link.joints.clear(); }, 10002,
+       "dead fibre: no light comes back from 0\\.500 km, where the baseline shows -[0-9.]+ dB", 0.0, ""},
+      {"other", [](Link& link) { link.launchLevelDb -= 3.0; }, 10002,
+       "another fibre: the level at 0\\.500 km lies (3\\.0.|2\\.9.) dB below that of the baseline", 0.0, ""}};
+  const std::string baseline = StoreBaseline("b.sor");
+  for (const auto& fault : kFaults) {
+    SCOPED_TRACE(fault.what);
+    Link link = MetroLink();
+    fault.change(link);
+    const std::string current = StoreLink("c.sor", link, 12), stored = File("r.sor");
+    const Result result = Compare(baseline, current, {"-o", stored});
+    EXPECT_EQ(result.status, 1) << result.err;
+    EXPECT_TRUE(std::regex_match(FirstLine(result), std::regex(fault.sentence))) << FirstLine(result);
+    const nlohmann::json json = Json(Compare(baseline, current, {"--format", "json"}));
+    EXPECT_EQ(json["result"], fault.result);
+    EXPECT_EQ(json["fail"], fault.km > 0.0);
+    for (const nlohmann::json& event : json["events"]) {
+      const double km = event["distance_km"];
+      EXPECT_EQ(event["fail"] == true || event["new"] == true || event["fiber_break"] == true,
+                fault.km > 0.0 && std::abs(km - fault.km) < 0.03)
+          << event;
+      if (std::abs(km - fault.km) < 0.03) {
+        EXPECT_EQ(event[fault.flag], true) << event;
+      }
+    }
+    ExpectStored(stored, json);
+  }
+}
+
+// Limits may change after a comparison; what it found stays.
+TEST_F(CompareTest, ChecksStoredResultsAgain) {
+  const std::string baseline = StoreBaseline("b.sor"), result = File("r.sor");
+  const std::string lenient = StoreBaseline("lenient.sor", {"--lt", "0.6"});
+  Link link = MetroLink();
+  ExpectOneLineError(Compare(baseline, StoreLink("c.sor", link, 12), {"--recheck"}), 3, "no results");
+  link.joints[1].lossDb += 0.42;
+  EXPECT_EQ(Compare(baseline, StoreLink("c.sor", link, 12), {"-o", result}).status, 1);
+  const Result relaxed = Compare(lenient, result, {"--recheck", "-o", result});
+  EXPECT_EQ(relaxed.status, 0);
+  EXPECT_EQ(FirstLine(relaxed), "no limit is exceeded: 3 events checked again");
+  const Result again = Compare(baseline, result, {"--recheck"});
+  EXPECT_EQ(again.status, 1);
+  EXPECT_NE(again.out.find("rose by 0.4"), std::string::npos) << again.out;
+
+  link = MetroLink();
+  link.sections.pop_back(), link.joints.pop_back(), link.end.reflectanceDb = -20.0;
+  EXPECT_EQ(Compare(baseline, StoreLink("c.sor", link, 12), {"-o", result}).status, 1);
+  EXPECT_EQ(Json(Compare(lenient, result, {"--recheck", "--format", "json"}))["result"], 10004);
+  link.launchLevelDb += 5.0;
+  EXPECT_EQ(Compare(baseline, StoreLink("c.sor", link, 12), {"-o", result}).status, 1);
+  EXPECT_EQ(FirstLine(Compare(lenient, result, {"--recheck"})).rfind("another fibre", 0), 0u);
+}
+
+TEST_F(CompareTest, NeedsABaselineAndAFibre) {
+  const std::string trace = StoreTrace("t.sor"), baseline = StoreBaseline("b.sor");
+  const Result none = Compare(trace, trace, {"--format", "json"});
+  EXPECT_EQ(none.status, 1);
+  EXPECT_EQ(Json(none)["result"], 10003);
+  EXPECT_EQ(Json(none)["level"], "");
+  const struct {
+    const char* what;
+    Edit edit;
+  } kBroken[] = {
+      {"no events", [](TSorData& record) { record.KeyEvents->events->Clear(), record.KeyEvents->TNKE = 0; }},
+      {"no name", [](TSorData& record) { record.RFTSParams->GetLevel(0)->SetName(""); }},
+      {"too few limits", [](TSorData& record) { record.RFTSParams->GetLevel(0)->DeleteThresholdsSet(0); }}};
+  for (const auto& broken : kBroken)
+    ExpectOneLineError(Compare(StoreEdited("x.sor", baseline, broken.edit), trace), 3, broken.what);
+  ExpectOneLineError(Compare(baseline, trace, {"-o", File("no/x.sor")}), 4, "no folder");
+  Link link = MetroLink();
+  link.wavelengthNm = 1310.0, link.pulseNs = 200.0;
+  const Result warned = Compare(baseline, StoreLink("c.sor", link, 2));
+  EXPECT_NE(warned.err.find("at 1310 nm"), std::string::npos) << warned.err;
+  EXPECT_NE(warned.err.find("a pulse of 200 ns"), std::string::npos) << warned.err;
+}
+
+// Both have been analysed, or neither, or one: an analysis leaves marks in a record.
+TEST_F(CompareTest, DoesNotCareWhoWasAnalysedBefore) {
+  const std::string trace = StoreTrace("t.sor"), analysed = File("a.sor");
+  ASSERT_EQ(Run({"analyse", trace, "-o", analysed}).status, 0);
+  const std::string baseline = StoreBaseline("b.sor", {"--rt", "0.05", "--lt", "0.005"});
+  for (const std::string& current : {trace, analysed}) {
+    const Result same = Compare(baseline, current);
+    EXPECT_EQ(same.status, 0) << same.out;
+  }
+}
+
+// Two acquisitions of one link.
+TEST_F(CompareTest, SpacingRangeAndGroupIndexMayDiffer) {
+  const std::string baseline = StoreBaseline("b.sor");
+  Link link = MetroLink();
+  link.spacingM = 2.7, link.rangeKm = 21.6, link.points = 8000;
+  EXPECT_EQ(Compare(baseline, StoreLink("c.sor", link, 9)).status, 0);
+  link.groupIndex = 1.4695;
+  EXPECT_EQ(Compare(baseline, StoreLink("c.sor", link, 9)).status, 0);
+  link.joints[1].lossDb = 0.8;
+  EXPECT_EQ(FirstLine(Compare(baseline, StoreLink("c.sor", link, 9))).rfind("loss at ", 0), 0u);
+}
+
+// Whatever instrument and revision they come from, with the events of their makers where these have markers.
+TEST_F(CompareTest, RealTracesAreThemselvesAndTwoDirectionsAreNotOne) {
+  if (!std::filesystem::exists(REFLYZE_TRACES_DIR)) GTEST_SKIP() << "no real traces here";
+  for (const std::string name : {"rev1-4km-100ns.sor", "rev1-50km-1us.sor", "rev2-5km-10ns.sor",
+                                 "rev2-66km-saturated.sor", "rev2-70km-a.sor", "rev2-70km-b.sor"}) {
+    const std::string path = REFLYZE_TRACES_DIR "/" + name, baseline = File(name);
+    ASSERT_EQ(Run({"baseline", path, "-o", baseline, "--level", "x", "--rt", "0.1", "--lt", "0.02"}).status,
+              0);
+    const Result same = Compare(baseline, path, {"-o", File("r.sor")});
+    EXPECT_EQ(same.status, 0) << path << same.out;
+    EXPECT_EQ(Compare(baseline, File("r.sor"), {"--recheck"}).status, 0) << path;
+  }
+  EXPECT_EQ(Compare(File("rev2-70km-a.sor"), File("rev2-70km-b.sor")).status, 1);
+}
+
+TEST(CompareSentences, ValuesAndChanges) {
+  using reflyze::cli::Deviation;
+  const struct {
+    Deviation CompareRow::*quantity;
+    Deviation deviation;
+    const char* sentence;
+  } kCases[] = {
+      {&CompareRow::loss, {0.42, false, true, true, 0.2}, "loss at 12.713 km rose by 0.42 dB (limit 0.20)"},
+      {&CompareRow::loss, {0.62, true, true, true, 0.5}, "loss at 12.713 km is 0.62 dB (limit 0.50)"},
+      {&CompareRow::reflectance,
+       {-3.1, false, true, true, 2},
+       "reflectance at 12.713 km fell by 3.10 dB (limit 2.00)"},
+      {&CompareRow::reflectance,
+       {30, true, true, true, 35},
+       "reflectance at 12.713 km is -30.00 dB (limit -35.00)"},
+      {&CompareRow::attenuation,
+       {0.06, false, true, true, 0.05},
+       "attenuation before 12.713 km rose by 0.060 dB/km (limit 0.050)"},
+      {&CompareRow::attenuation,
+       {0.3, true, true, true, 0.25},
+       "attenuation before 12.713 km is 0.300 dB/km (limit 0.250)"}};
+  for (const auto& c : kCases) {
+    CompareTable table;
+    table.result = 1, table.fail = true;
+    table.rows.resize(3);
+    table.rows[1].event.distanceKm = 12.713;
+    table.rows[1].*c.quantity = c.deviation;
+    EXPECT_EQ(reflyze::cli::ChangesOf(table), std::vector<std::string>{c.sentence});
+  }
 }
 
 }  // namespace
