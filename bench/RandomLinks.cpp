@@ -87,18 +87,6 @@ std::vector<double> RandomPositions(LinkClass linkClass, const Recipe& recipe, R
   return positions;
 }
 
-// Sets the noise so that the far end of the fibre stands the margin above it.
-void SettleNoise(Link& link, double marginDb) {
-  double levelDb = link.launchLevelDb;
-  for (size_t i = 0; i < link.sections.size(); ++i) {
-    levelDb -= link.sections[i].lengthKm * link.sections[i].attenuationDbPerKm;
-    if (i < link.joints.size()) levelDb -= link.joints[i].lossDb;
-  }
-  const double averagedDb = std::max(levelDb - marginDb, -60.0);
-  link.averages = 20000;
-  link.receiver.noiseDb = averagedDb + 2.5 * std::log10(static_cast<double>(link.averages));
-}
-
 }  // namespace
 
 const std::vector<LinkClass>& AllLinkClasses() {
@@ -169,6 +157,17 @@ Link RandomLink(LinkClass linkClass, Random& random) {
   if (linkClass != LinkClass::kBroken) link.end.reflectanceDb = random.Uniform(-45.0, -14.5);
   SettleNoise(link, recipe.marginDb);
   return link;
+}
+
+void SettleNoise(Link& link, double marginDb) {
+  double levelDb = link.launchLevelDb;
+  for (size_t i = 0; i < link.sections.size(); ++i) {
+    levelDb -= link.sections[i].lengthKm * link.sections[i].attenuationDbPerKm;
+    if (i < link.joints.size()) levelDb -= link.joints[i].lossDb;
+  }
+  const double averagedDb = std::max(levelDb - marginDb, -60.0);
+  link.averages = 20000;
+  link.receiver.noiseDb = averagedDb + 2.5 * std::log10(static_cast<double>(link.averages));
 }
 
 Link Reversed(const Link& link) {

@@ -43,6 +43,9 @@ const char* NameOf(LinkClass linkClass);
 
 sim::Link RandomLink(LinkClass linkClass, Random& random);
 
+// Sets the noise so that the far end of the fibre stands the margin above it.
+void SettleNoise(sim::Link& link, double marginDb);
+
 // The same fibre from its other end: sections and joints reversed.
 sim::Link Reversed(const sim::Link& link);
 
