@@ -233,28 +233,6 @@ TEST(SorDataFile, AfterAReading) {
   EXPECT_EQ(minimal.GetEmbData("LINF"), nullptr);
 }
 
-TEST(SorDataFile, EveryCutEndsInAState) {
-  const Bytes whole = BytesOf(*FullRecord());
-  TSorData complete;
-  ReadInto(complete, whole);
-  // What is left of the ID of the checksum is taken for the checksum: that block is the one whose cut does
-  // not show.
-  const size_t lastSeen = whole.size() - 6;
-  int usable = 0;
-  for (size_t size = 0; size < lastSeen; ++size) {
-    TSorData record;
-    const int state = ReadInto(record, whole.substr(0, size));
-    EXPECT_EQ(state, size == 2 ? sfReadError : sfEndOfData) << size;
-    BytesOf(record);
-    if (size > static_cast<size_t>(complete.Map->Size)) {
-      ++usable;
-      ASSERT_GE(record.EmbData->GetTNED(), 1) << size;  // the work after a reading was done
-      EXPECT_EQ(record.GetMaxLevel(), 0.0);
-    }
-  }
-  EXPECT_GT(usable, 1000);
-}
-
 TEST(SorDataFile, MapsThatLie) {
   const Bytes points = PointsBody({1, 2});
   const struct {
