@@ -13,6 +13,7 @@ using Document = nlohmann::json;
 constexpr long kMostPoints = 1000000;  // what a record's data points block can hold
 constexpr size_t kMostSections = 10000;
 constexpr double kLongestKm = 1000.0;  // of a range
+constexpr double kFinestM = 0.001, kCoarsestM = 1000.0;  // spacing
 constexpr size_t kMostEchoing = 100;   // reflections whose echoes are followed, each with each
 
 [[noreturn]] void Fail(const std::string& field, const std::string& why) {
@@ -174,6 +175,8 @@ void SettleSampling(Link& link) {
     Fail("range_km", "is not spacing_m times points; leave one of the three out");
   if (link.spacingM == 0.0) link.spacingM = link.rangeKm * 1000.0 / static_cast<double>(link.points);
   if (link.rangeKm == 0.0) link.rangeKm = steppedKm;
+  if (!(link.spacingM >= kFinestM && link.spacingM <= kCoarsestM))
+    Fail("points", "lie closer than 1 mm or wider than 1 km over the range");
   if (link.rangeKm > kLongestKm) Fail("points", "reach further than 1000 km with this spacing_m");
   if (link.points < 16) Fail("points", "are fewer than 16");
   if (link.leadKm >= link.rangeKm) Fail("lead_km", "leaves nothing of the range behind the launch");
@@ -202,7 +205,7 @@ Link LinkFromJson(const Document& value) {
   object.Number("wavelength_nm", link.wavelengthNm, 200.0, 1999.0);
   object.Number("pulse_ns", link.pulseNs, 1.0, 32000.0);
   object.Number("group_index", link.groupIndex, 1.0, 2.0);
-  object.Number("spacing_m", link.spacingM, 0.001, 1000.0);
+  object.Number("spacing_m", link.spacingM, kFinestM, kCoarsestM);
   object.Whole("points", link.points, 16, kMostPoints);
   object.Number("range_km", link.rangeKm, 0.001, kLongestKm);
   object.Number("lead_km", link.leadKm, 0.0, 100.0);
