@@ -23,6 +23,7 @@ constexpr long kParts = 8;
 // all.
 constexpr double kShadowKm = 1.0;
 constexpr double kShadowPulses = 12.0;
+constexpr double kSectionKm = 0.2;    // a stretch so long is a section, whatever the pulse
 constexpr double kOverNoiseDb = 3.0;  // from here on a section could have been measured
 
 // What fits, noise and the loss of the launch may add to the loss of the link.
@@ -75,6 +76,21 @@ bool LeavesFibreOut(TSorData& record) {
   return false;
 }
 
+// Whether two events with a section of fibre between them are taken for one doubled reflection. A pulse of
+// few points leads to that behind a splice; losses around such a pair are those of both together.
+bool DoublesFarEvents(const TSorData& record) {
+  const TSorBlockKeyEvents& table = *record.KeyEvents;
+  const double farKm = kSectionKm + kShadowPulses * record.dOwtToLen(record.FxdParams->GetOwtPulse(0));
+  for (int i = 1; i < table.ListedEvents(); ++i) {
+    const TSorBlockKeyEvents1E& event = table.EventAt(i);
+    if (event.CMT == "Possibly doubled reflection" &&
+        record.OwtToLen(event.EPT) - record.OwtToLen(table.EventAt(i - 1).EPT) > farKm) {
+      return true;
+    }
+  }
+  return false;
+}
+
 bool IsInOrder(const TSorData& record) {
   const TSorBlockKeyEvents& table = *record.KeyEvents;
   for (int i = 0; i + 1 < table.ListedEvents(); ++i) {
@@ -105,9 +121,10 @@ void GiveReceiverRate(TSorData& record) {
 }
 
 int Implausibility(TSorData& record) {
-  constexpr int kDisorder = 8, kLight = 4, kLeftOut = 2, kLoss = 1;
+  constexpr int kDisorder = 16, kLight = 8, kLeftOut = 4, kLoss = 2, kDoubled = 1;
   return (IsInOrder(record) ? 0 : kDisorder) + (LightGoesOn(record) ? kLight : 0) +
-         (LeavesFibreOut(record) ? kLeftOut : 0) + (LosesMoreThanTheLink(record) ? kLoss : 0);
+         (LeavesFibreOut(record) ? kLeftOut : 0) + (LosesMoreThanTheLink(record) ? kLoss : 0) +
+         (DoublesFarEvents(record) ? kDoubled : 0);
 }
 
 }  // namespace reflyze::cli
