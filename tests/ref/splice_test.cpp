@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <vector>
 
 #include "ref/refAutoSplice.h"
 #include "ref/ref_Math.h"
@@ -234,6 +237,98 @@ TEST(EdgeLoss, SampleThatSticksOutCountsHalf) {
   spec.level = [clean](long i) { return clean(i) + (i == 1490 ? 1.0 : i == 1480 ? -0.02 : 0.0); };
   const auto sor = Trace(spec);
   EXPECT_NEAR(RefAutoGetSpl(sor.get(), 1500, 0, 1520, 3000, 20, 20, 1e-5f), (0.089 + 0.139) / 2, 2e-3);
+}
+
+struct WeakFind {
+  long at = 0;
+  float bestDb = 99;
+  long after = -7, carry = 0;
+};
+
+// The search for weak splices between the points 200 and 2800, or what is left of them.
+WeakFind WeakSplice(const support::TraceSpec& spec, double slopeDb = kSlopeDb, short width = 1,
+                    const WeakFind& before = {}) {
+  const auto sor = Trace(spec);
+  std::vector<short> widths(static_cast<size_t>(spec.points), width);
+  WeakFind find = before;
+  auto slope = static_cast<float>(slopeDb);
+  find.at = RefAutoSearchSpliceEvent(sor.get(), before.at == 0 ? 200 : before.at + 40, 2800, 2000.0f, 0.02f,
+                                     -0.02f, slope, find.bestDb, widths.data(), find.after, find.carry);
+  return find;
+}
+
+// Gains too, on fibre that is flatter or steeper than thought, near the ends of the stretch, and where a
+// running mean has smeared the trace; and nothing else behind.
+TEST(WeakSplices, AreFoundWhereTheyBegin) {
+  const struct {
+    SpliceSpec splice;
+    double slopes;  // the slope given, in slopes of the fibre
+    short mean;
+    double tolerancePoints;
+  } kCases[] = {{{0.03, 1500}, 1.0, 1, 1},
+                {{-0.05, 1500}, 1.2, 1, 1},
+                {{0.30, 1500, 20, 0.01}, 1.0, 1, 2},
+                {{0.05, 1500, 60}, 0.85, 1, 2},
+                {{0.10, 380}, 1.0, 1, 1},
+                {{0.10, 2480}, 1.0, 1, 1},
+                {{0.10, 1500}, 1.0, 40, 2},
+                {{-0.20, 1500, 20, 0.005}, 1.0, 12, 4}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(testing::Message() << c.splice.lossDb << " dB at " << c.splice.at << ", mean of " << c.mean);
+    support::TraceSpec spec = WithSplice(c.splice);
+    const auto sharp = spec.level;
+    spec.level = [&](long i) {
+      double sumDb = 0;
+      for (long k = i - c.mean + 1; k <= i; ++k) sumDb += sharp(k);
+      return sumDb / c.mean;
+    };
+    const WeakFind find = WeakSplice(spec, c.slopes * kSlopeDb, c.mean);
+    EXPECT_NEAR(static_cast<double>(find.at), static_cast<double>(c.splice.at), c.tolerancePoints);
+    EXPECT_EQ(find.bestDb > 0, c.splice.lossDb > 0);
+    EXPECT_GE(find.after, 200);
+    EXPECT_EQ(WeakSplice(spec, c.slopes * kSlopeDb, c.mean, find).at, 0);
+  }
+}
+
+TEST(WeakSplices, AreNotSeenWhereThereAreNone) {
+  const auto with = [](const std::function<double(double)>& offDb) {
+    support::TraceSpec spec = WithSplice({0.0, 0});
+    spec.level = [offDb](long i) { return -15.0 - kSlopeDb * static_cast<double>(i) + offDb(i); };
+    return spec;
+  };
+  EXPECT_EQ(WeakSplice(with([](double i) { return -5e-8 * i * i; })).at, 0);            // steeper by and by
+  EXPECT_EQ(WeakSplice(with([](double i) { return i < 1500 ? 0.0 : -0.015; })).at, 0);  // under the threshold
+  EXPECT_EQ(WeakSplice(with([](double i) { return i < 1500 ? -28.0 : -28.3; })).at, 0);  // under the noise
+  const WeakFind tail = WeakSplice(with([](double i) { return 3.0 * std::exp((200.0 - i) / 60.0); }));
+  EXPECT_EQ(tail.at, 0);
+  EXPECT_GT(tail.after, 350);  // less than a tenth of the tail is left
+  EXPECT_EQ(WeakSplice(WithSplice({0.0, 0}), 0.3 * kSlopeDb).after, -1);  // no fibre is so steep
+}
+
+// Noise of a receiver 4 to 7 dB below the fibre, smoothed by a running mean as the filter does it: what is
+// seen in it is what is there.
+TEST(WeakSplices, NoiseIsNotTakenForOne) {
+  constexpr long kMean = 16;
+  const double noise = std::pow(10.0, (-40.0 - 1.5) / 5.0);  // the floor stands above the noise
+  long found = 0, invented = 0;
+  for (std::uint32_t seed = 1; seed <= 100; ++seed) {
+    const double lossDb = seed % 2 == 0 ? 0.3 : 0.0;
+    support::TraceSpec spec = WithSplice({lossDb, 1500});
+    std::vector<double> sums{0.0};
+    support::Noise random(seed);
+    for (long i = 0; i < spec.points; ++i) {
+      sums.push_back(sums.back() + std::pow(10.0, (spec.level(i) - 18.0) / 5.0) + random.Gauss(noise));
+    }
+    spec.level = [&](long i) {
+      const long first = std::max(i + 1 - kMean, 0L);
+      return 5.0 * std::log10((sums[static_cast<size_t>(i + 1)] - sums[static_cast<size_t>(first)]) /
+                              static_cast<double>(i + 1 - first));
+    };
+    const long at = WeakSplice(spec, kSlopeDb, kMean).at;
+    (lossDb > 0 && std::labs(at - 1500) < 20 ? found : invented) += at != 0 ? 1 : 0;
+  }
+  EXPECT_GE(found, 48);
+  EXPECT_LE(invented, 1);
 }
 
 TEST(EventDeadZone, IsTakenBelowThePeak) {
