@@ -159,11 +159,12 @@ class NoiseSpliceScan : private SpliceSearch {
     const long behind = step.at + fall_;
     const Side after = MeanOf(behind, behind + window_);
     step.front = MeanOf(step.at - window_, step.at);
-    const double meansDb =
-        step.front.levelDb - after.levelDb - (step.front.points + after.points) / 2 * fibreDb_;
-    step.lossDb = (meansDb + PointFallDb(step.at, behind)) / 2 - ownFallDb_;
+    // Both means, brought along the fibre to the ends of the step.
+    const double beforeDb = step.front.levelDb - step.front.points / 2 * fibreDb_;
+    const double afterDb = after.levelDb + after.points / 2 * fibreDb_;
+    step.lossDb = (beforeDb + PointFallDb(step.at, behind) - afterDb) / 2 - ownFallDb_;
 
-    const double slopeDb = (PointFallDb(step.at - window_, step.at) + LevelDb(behind) - after.levelDb) /
+    const double slopeDb = (PointFallDb(step.at - window_, step.at) + LevelDb(behind) - afterDb) /
                            (static_cast<double>(window_) + after.points / 2);
     const double sureDb = step.at > tailEnd_ ? 2 * sideLimitDb_ : sideLimitDb_;
     if (std::fabs(slopeDb - fibreDb_) * static_cast<double>(winDead_) > sureDb &&
@@ -177,6 +178,7 @@ class NoiseSpliceScan : private SpliceSearch {
   bool IsStep(const Candidate& step) const { return std::fabs(step.lossDb) >= limitDb_; }
 
   // False when the candidate held so far stands, now that the next step shows where the fibre behind it ends.
+  // Only a loss can stand so: a gain in front of another step is as likely the noise between two.
   bool Keep(const Candidate& next) {
     if (candidate_.IsSet()) {
       if (std::labs(next.at - candidate_.at) < fall_) {
@@ -184,7 +186,7 @@ class NoiseSpliceScan : private SpliceSearch {
         return true;
       }
       const double lossDb = LossUpTo(next.at);
-      if (std::fabs(lossDb) >= limitDb_) {
+      if (lossDb >= limitDb_) {
         candidate_.lossDb = lossDb;
         return false;
       }
@@ -204,9 +206,7 @@ class NoiseSpliceScan : private SpliceSearch {
     const Side& front = candidate_.front;
     const double points = static_cast<double>(gap) + front.points;
     if (points > 2 * limitDb_ / fibreDb_) {
-      // Lines are fitted over twice the points given; those have to lie on the stretch.
-      const long after = std::min(gap, (end_ - behind) / 2);
-      return LossBetween(candidate_.at, behind, start_, TruncToLong(front.points), after);
+      return LossBetween(candidate_.at, behind, start_, TruncToLong(front.points), gap);
     }
     const double behindDb = MeanOf(behind, behind + gap).levelDb;
     double lossDb = front.levelDb - behindDb - fibreDb_ * (points / 2 + static_cast<double>(fall_));

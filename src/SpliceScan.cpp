@@ -120,7 +120,7 @@ void StepScan::SetWindows() {
 
 void StepScan::SetLimits() {
   const Faults faults = FaultsAt(LevelDb(widthAt_), widthAt_);
-  limits_.leastDb = LeastLossDb();
+  limits_.leastDb = static_cast<float>(LeastLossDb());  // the precision of the find's loss
   limits_.faultDb = faults.eventDb;
   limits_.eventDb = limits_.leastDb + faults.eventDb;
   limits_.eventFallDb = limits_.eventDb + ownFallDb_;
@@ -269,7 +269,7 @@ StepScan::Verdict StepScan::JudgePoint() {
   }
   if (step.fallDb > limits_.eventFallDb) return JudgeEvent(step);
   // Plain fibre for one more window: no need to look at every point.
-  if (ShiftedFallDb(step, windows_.fall) < limits_.thirdDb) at_ += windows_.stride;
+  if (FrontDb(step.end) - BehindDb(step.end + windows_.fall) < limits_.thirdDb) at_ += windows_.stride;
   return Verdict::kGoOn;
 }
 

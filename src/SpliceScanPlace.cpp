@@ -104,8 +104,8 @@ StepScan::Verdict StepScan::PlaceInMeans(long first, long last) {
   const TSorBlockQRTParameters& scale = *sor_->QRTParams;
   const float frontLin = RefAutoGetAverage(auto_.linf, first - mean, mean);
   const float fallLin = FallOfMeans(first, last, mean, winEvent_);
-  const double lossDb = scale.LinToLog5(frontLin) - scale.LinToLog5(frontLin - fallLin) -
-                        fibreDb_ * static_cast<double>(winEvent_);
+  const float lossDb = static_cast<float>(scale.LinToLog5(frontLin) - scale.LinToLog5(frontLin - fallLin) -
+                                          fibreDb_ * static_cast<double>(winEvent_));
   // A small loss is over before the receiver would have followed a large one.
   const long pulsePoints = TruncToLong(lossDb / 1.5 * static_cast<double>(winEvent_ - winPulse_) + 0.5 +
                                        static_cast<double>(winPulse_));
@@ -115,7 +115,7 @@ StepScan::Verdict StepScan::PlaceInMeans(long first, long last) {
     at_ += winEvent_ - 1;
     return Verdict::kGoOn;
   }
-  lossDb_ = static_cast<float>(lossDb);
+  lossDb_ = lossDb;
   find_.begin = Held(find_.peak - 1L);
   find_.rise = Held(find_.peak + edge);
   long end = find_.rise + windows_.fine + MeanPoints(find_.rise) / 2;
@@ -256,12 +256,16 @@ void StepScan::PlaceBegin(const Edges& edges) {
   find_.begin = Held(begin);
 }
 
-// A step that begins inside the tail of the event in front, with no straight fibre between them.
+// A step that begins inside the tail of the event in front, with no straight fibre between them. A tail is
+// steeper than fibre and gets flatter, whereas what falls faster behind its begin than in front of it is a
+// step on the tail: a splice a pulse or two behind a connector looks like that.
 bool StepScan::BelongsToFront() const {
   if (find_.begin >= tail_) return false;
   const long m = windows_.stride;
-  const bool noRoom = find_.begin - m < frontEvent_.end;
-  return noRoom || PointFallDb(find_.begin - m, find_.begin) > static_cast<double>(m) * limits_.tailSlopeDb;
+  if (find_.begin - m < frontEvent_.end) return true;
+  const double beforeDb = PointFallDb(find_.begin - m, find_.begin);
+  const double behindDb = PointFallDb(find_.begin, find_.begin + m);
+  return beforeDb > static_cast<double>(m) * limits_.tailSlopeDb && beforeDb >= behindDb;
 }
 
 void StepScan::MoveFrontBehindFind() {
