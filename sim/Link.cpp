@@ -12,9 +12,9 @@ using Document = nlohmann::json;
 
 constexpr long kMostPoints = 1000000;  // what a record's data points block can hold
 constexpr size_t kMostSections = 10000;
-constexpr double kLongestKm = 1000.0;  // of a range
+constexpr double kLongestKm = 1000.0;                    // of a range
 constexpr double kFinestM = 0.001, kCoarsestM = 1000.0;  // spacing
-constexpr size_t kMostEchoing = 100;   // reflections whose echoes are followed, each with each
+constexpr size_t kMostEchoing = 100;  // reflections whose echoes are followed, each with each
 
 [[noreturn]] void Fail(const std::string& field, const std::string& why) {
   throw LinkError(field + ": " + why);
