@@ -126,6 +126,7 @@ TTH ThresholdSource::For(const TSorData& record) const {
     thresholds.ReadSectionTH(&section);
   }
   if (options_.ltDb) thresholds.THLoss = *options_.ltDb;
+  if (options_.mostLtDb) thresholds.THLoss = std::min(thresholds.THLoss, *options_.mostLtDb);
   if (options_.rtDb) thresholds.THRef = *options_.rtDb;
   if (options_.etDb) thresholds.THEnd = *options_.etDb;
   if (options_.ctDbPerKm) thresholds.dBkm = *options_.ctDbPerKm;

@@ -19,8 +19,9 @@ class Session;
 // Where the thresholds of an analysis come from: single values before the file, the file before the trace.
 struct ThresholdOptions {
   std::optional<double> ltDb, rtDb, etDb, ctDbPerKm;
-  std::string file;             // INI document
-  std::string section = "NON";  // the section that such a document holds by default
+  std::optional<double> mostLtDb;  // wherever the loss threshold comes from, it is no larger than this
+  std::string file;                // INI document
+  std::string section = "NON";     // the section that such a document holds by default
 };
 
 void AddThresholdOptions(CLI::App& command, ThresholdOptions& options);

@@ -10,6 +10,7 @@
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
+#include "src/RFTSUParams.h"
 #include "util/latin1.h"
 
 namespace reflyze::cli {
@@ -113,8 +114,20 @@ std::string JsonOf(const EventTable& events, const Monitoring& monitoring,
   return json.dump() + "\n";
 }
 
+// A joint that the baseline does not list would be told as new with the first search for new events. Whether
+// one is listed is a matter of noise close to the threshold: half of what the search takes keeps clear of it.
+ThresholdOptions FineEnough(const Monitoring& monitoring) {
+  constexpr double kShareOfSearch = 0.5;
+  double searchLtDb = TRFTSUParams().AutoLT;
+  for (const auto& [name, value] : monitoring.settings)
+    if (name == "AutoLT") searchLtDb = value;
+  ThresholdOptions thresholds;
+  thresholds.mostLtDb = kShareOfSearch * searchLtDb;
+  return thresholds;
+}
+
 int RunBaseline(Session& session, const BaselineOptions& options) {
-  const ThresholdSource thresholds(session, ThresholdOptions());
+  const ThresholdSource thresholds(session, FineEnough(options.monitoring));
   AnalysedRecord loaded = LoadAnalysedRecord(session, options.trace, thresholds, false);
   TSorData& record = *loaded.record;
   if (record.KeyEvents->ListedEvents() < 2)
