@@ -242,6 +242,7 @@ class Program {
 int main(int argc, char** argv) {
   Options options;
   options.monitoring.level = "bench";
+  double searchStepKm = 0.0;
   CLI::App app("Scores comparisons with a baseline over pairs of simulated traces.");
   app.add_option("-n", options.count, "Pairs a kind")->capture_default_str();
   app.add_option("--seed", options.seed, "Seed of the links and their noise")->capture_default_str();
@@ -255,9 +256,11 @@ int main(int argc, char** argv) {
   app.add_option("--lt", options.monitoring.ltDb, "Limit of loss, dB")->capture_default_str();
   app.add_option("--rt", options.monitoring.rtDb, "Limit of reflectance, dB")->capture_default_str();
   app.add_option("--ct", options.monitoring.ctDbPerKm, "Limit of attenuation, dB/km")->capture_default_str();
+  app.add_option("--search-step", searchStepKm, "Setting EvtSearchStep of the baseline, km");
   app.add_option("--keep", options.keep, "Folder for the pairs that came out wrong");
   app.add_flag("-v", options.verbose, "Tell of each pair that came out wrong, and of each class");
   CLI11_PARSE(app, argc, argv);
+  if (searchStepKm > 0.0) options.monitoring.settings.emplace_back("EvtSearchStep", searchStepKm);
   try {
     Program(options).Run();
     return 0;
