@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "bench/MergeScore.h"
+#include "cli/Plausible.h"
 #include "src/Auto.h"
 #include "src/th.h"
 
@@ -79,8 +80,8 @@ class Program {
     thresholds.THLoss = options_.ltDb;
     thresholds.THRef = options_.rtDb;
     thresholds.THEnd = options_.etDb;
-    TAuto analysis;
-    analysis.AnalysisSorData(&record, &thresholds);
+    cli::AnalysePlausibly(record, thresholds,
+                          [&record](TTH& values) { TAuto().AnalysisSorData(&record, &values); });
   }
 
   Options options_;
