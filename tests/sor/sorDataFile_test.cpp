@@ -8,6 +8,7 @@
 
 #include "sor/sorData.h"
 #include "tests/sor/recordBytes.h"
+#include "tests/support/assertions.h"
 #include "util/tcrc.h"
 #include "util/tlogfile.h"
 
