@@ -20,8 +20,6 @@ namespace reflyze {
 
 // log2 of a ratio of heights. A ratio that has no logarithm counts as the smallest there is.
 double Log2OfRatio(double ratio);
-// Doublings by which a height exceeds a limit: the whole part of log2(height / limit + 1).
-int GradeOf(double heightLin, double limitLin);
 
 // --- The trace ---
 

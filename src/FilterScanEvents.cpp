@@ -6,6 +6,7 @@
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
 #include "src/FilterScan.h"
+#include "src/LinearTrace.h"
 #include "util/convert.h"
 
 namespace reflyze {
@@ -144,7 +145,7 @@ void AutoFilterScan::CloseFirstOfTwo(long second) {
   first.width = std::max(first.end - first.begin, 0);
   const double height =
       (1.0 - scales_.rippleDb * kRippleShare) * Lin(first.peak) - Lin(first.begin) - scales_.noiseLin / 2.0;
-  first.gradeUp = height < scales_.noiseLin ? 0 : GradeOf(height, scales_.noiseLin);
+  first.gradeUp = height < scales_.noiseLin ? 0 : static_cast<int>(GradeOfHeight(height, scales_.noiseLin));
   first.type = first.gradeUp < 1 ? kStep : kReflection;
   events_.Step();
   at_ = top_ = std::min(second + 1, scales_.lastPoint);

@@ -16,8 +16,6 @@ double Log2OfRatio(double ratio) {
   return std::log2(ratio > 0.0 ? ratio : std::numeric_limits<double>::min());
 }
 
-int GradeOf(double heightLin, double limitLin) { return TruncToInt(Log2OfRatio(heightLin / limitLin + 1.0)); }
-
 // --- The trace ---
 
 ScanTrace::ScanTrace(const TSorFilter& filter, TSorData& sor)
