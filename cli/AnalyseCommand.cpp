@@ -1,16 +1,23 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <vector>
 
 #include "cli/Analysis.h"
+#include "cli/Aside.h"
+#include "cli/EngineCall.h"
 #include "cli/EventTable.h"
 #include "cli/Options.h"
+#include "cli/OrderedWork.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
 
 namespace reflyze::cli {
 namespace {
+
+constexpr unsigned kMostJobs = 1024;
 
 struct AnalyseOptions {
   std::vector<std::string> traces;
@@ -18,6 +25,8 @@ struct AnalyseOptions {
   bool endsOnly = false;
   ThresholdOptions thresholds;
   std::string format = "text";
+  unsigned jobs = 0;  // 0: as many as the machine has cores
+  bool quiet = false;
 };
 
 std::string Listing(const EventTable& table, const std::string& format) {
@@ -26,9 +35,16 @@ std::string Listing(const EventTable& table, const std::string& format) {
   return TextOf(table);
 }
 
+// Standard input can be read once, and by the first that asks for it, whichever thread is faster.
+void RequireFirstOfStandardInput(const std::vector<std::string>& traces, size_t index) {
+  if (traces[index] != "-" || std::find(traces.begin(), traces.end(), "-") == traces.begin() + index) return;
+  throw Problem(kUnreadable, "standard input: was read for an earlier trace");
+}
+
 std::string AnalyseOne(Session& session, const AnalyseOptions& options, const ThresholdSource& source,
-                       const std::string& name) {
-  LoadedRecord loaded = LoadRecord(session, name, NeedPoints::kYes);
+                       size_t index) {
+  RequireFirstOfStandardInput(options.traces, index);
+  LoadedRecord loaded = LoadRecord(session, options.traces[index], NeedPoints::kYes);
   TTH thresholds = source.For(*loaded.record);
   Analyse(session, loaded, thresholds, options.endsOnly);
   std::string listing = Listing(MakeEventTable(loaded.name, *loaded.record, thresholds), options.format);
@@ -37,25 +53,53 @@ std::string AnalyseOne(Session& session, const AnalyseOptions& options, const Th
   return listing;
 }
 
-// One result a trace, in order; a trace that can't be analysed costs its line on standard error and not the
-// others.
+// What comes of one trace.
+struct Outcome {
+  std::optional<std::string> listing;  // none where the trace could not be analysed
+  int status = kDone;
+  Sayings sayings;  // warnings, errors and log entries
+};
+
+// Whatever is wrong with a trace, it is that trace's line on standard error and not the end of the others.
+Outcome AnalyseAside(Session& session, const AnalyseOptions& options, const ThresholdSource& source,
+                     size_t index) {
+  Outcome outcome;
+  const Aside aside(outcome.sayings);
+  const std::string name = options.traces[index] == "-" ? "standard input" : options.traces[index];
+  try {
+    CallEngine(name, "listed", [&] { outcome.listing = AnalyseOne(session, options, source, index); });
+  } catch (const Problem& problem) {
+    session.Warn(problem.what());
+    outcome.status = problem.status();
+  } catch (const std::exception& error) {
+    session.Warn(name + ": " + error.what());
+    outcome.status = kUnreadable;
+  }
+  return outcome;
+}
+
+// One result a trace, in order. Traces are analysed on several threads, each with an engine and a record of
+// its own. What they share is filled before they start and only read then: the module with its tables, the
+// texts of the thresholds, the options. Warnings and the log are spoken in order by this thread. Standard
+// input belongs to one trace, and only a single trace is stored.
 int RunAnalyse(Session& session, const AnalyseOptions& options) {
   int status = kDone;
   const ThresholdSource source(session, options.thresholds);
+  session.Module();
+  const size_t total = options.traces.size();
+  OrderedWork<Outcome> work(total, options.jobs != 0 ? options.jobs : std::thread::hardware_concurrency(),
+                            [&](size_t index) { return AnalyseAside(session, options, source, index); });
   // Stands before the next listing: a heading once, and an empty line between texts.
   std::string before = options.format == "csv" ? CsvHeader() : "";
-  for (size_t i = 0; i < options.traces.size(); ++i) {
-    session.Progress(i + 1, options.traces.size(), options.traces[i]);
-    try {
-      const std::string listing = AnalyseOne(session, options, source, options.traces[i]);
-      session.Progress(0, 0, "");
-      session.Print(before + listing);
-      before = options.format == "text" ? "\n" : "";
-    } catch (const Problem& problem) {
-      session.Progress(0, 0, "");
-      session.Warn(problem.what());
-      status = std::max<int>(status, problem.status());
-    }
+  for (size_t i = 0; i < total; ++i) {
+    if (!options.quiet) session.Progress(i + 1, total, options.traces[i]);
+    const Outcome outcome = work.Next();
+    if (!options.quiet) session.Progress(0, 0, "");
+    for (const auto& say : outcome.sayings) say();
+    status = std::max(status, outcome.status);
+    if (!outcome.listing) continue;
+    session.Print(before + *outcome.listing);
+    before = options.format == "text" ? "\n" : "";
   }
   return status;
 }
@@ -76,6 +120,11 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
   command->add_option("--format", options->format, "text, json (one object a line) or csv")
       ->check(CLI::IsMember({"text", "json", "csv"}))
       ->capture_default_str();
+  command
+      ->add_option("-j,--jobs", options->jobs,
+                   "Traces to analyse at once; as many as there are cores, if not given")
+      ->check(NumberBetween(1, kMostJobs));
+  command->add_flag("-q,--quiet", options->quiet, "Don't show on a terminal which trace is being analysed");
   command->callback([options, &session] {
     if (!options->output.empty() && options->traces.size() > 1) {
       throw CLI::ValidationError("--output", "goes with one trace");

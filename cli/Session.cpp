@@ -4,6 +4,7 @@
 
 #include <iostream>
 
+#include "cli/Aside.h"
 #include "cli/Text.h"
 
 namespace reflyze::cli {
@@ -13,7 +14,9 @@ void Session::Print(const std::string& text) {
   if (!out_) throw Problem(kUnwritable, "standard output: cannot be written");
 }
 
-void Session::Warn(const std::string& line) { err_ << "reflyze: " << OneLine(line) << "\n" << std::flush; }
+void Session::Warn(const std::string& line) {
+  Aside::Say([this, line] { err_ << "reflyze: " << OneLine(line) << "\n" << std::flush; });
+}
 
 void Session::Progress(size_t number, size_t total, const std::string& what) {
   if (&err_ != &std::cerr || isatty(STDERR_FILENO) == 0) return;
@@ -27,8 +30,8 @@ void Session::Progress(size_t number, size_t total, const std::string& what) {
 void Session::OpenLog(const std::string& name) {
   // A log that only goes to standard error still wants a primary file that opens.
   const bool toStandardError = name == "-";
-  log_ = std::make_unique<TLogFile>(toStandardError ? "/dev/null" : name.c_str(), TLogFile::wmAppend,
-                                    toStandardError ? TLogFile::lmStdErr : TLogFile::lmPrimaryFile);
+  log_ = std::make_unique<SpokenLog>(toStandardError ? "/dev/null" : name.c_str(), TLogFile::wmAppend,
+                                     toStandardError ? TLogFile::lmStdErr : TLogFile::lmPrimaryFile);
   if (!log_->IsEnabled()) throw Problem(kUnwritable, name + ": the log cannot be written");
   LogFile = log_.get();
 }

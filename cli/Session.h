@@ -26,14 +26,15 @@ class Session {
   // Results, on standard output. A stream that does not take them is an unwritable output.
   void Print(const std::string& text);
   // One line on standard error; control characters in it are replaced, so that a file's name or a record's
-  // text can't break it.
+  // text can't break it. Where the thread speaks aside (cli/Aside.h), it is kept until its turn.
   void Warn(const std::string& line);
   // "[3/12] file" on a terminal, over itself; nothing elsewhere. An empty text wipes it.
   void Progress(size_t number, size_t total, const std::string& what);
 
   // Opens the log: a file's name, or "-" for standard error. Problem kUnwritable where it does not open.
   void OpenLog(const std::string& name);
-  // The module, loaded and initialised on first use. Problem kUnreadable where it is not found.
+  // The module, loaded and initialised on first use. Problem kUnreadable where it is not found. Loading fills
+  // the module's tables and texts; threads may share it once that is done, each call on a record of its own.
   ModuleHost& Module();
 
   // What the chosen command does; set while the command line is parsed.
