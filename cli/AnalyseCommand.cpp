@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -30,7 +31,13 @@ struct AnalyseOptions {
 };
 
 std::string Listing(const EventTable& table, const std::string& format) {
-  if (format == "json") return JsonOf(table);
+  if (format == "json") {
+    // The JSON library asks the C library for the decimal point, whose answer lies in memory that threads
+    // share.
+    static std::mutex asking;
+    const std::lock_guard<std::mutex> lock(asking);
+    return JsonOf(table);
+  }
   if (format == "csv") return CsvOf(table);
   return TextOf(table);
 }

@@ -5,7 +5,10 @@
 // on records that it built and owns. Nothing but the log, the instance handle and the two texts below
 // outlives a call.
 //
-// Not to be called by two threads at once on one record.
+// Not to be called by two threads at once on one record. On different records it may be, once DllMain and
+// DllInit have returned: each call has an engine of its own, the tables of the level scale are filled while
+// the module is loaded and only read then, and what counts events for diagnostics is atomic. The log must
+// bear several threads.
 
 #include "src/Auto.h"
 #include "util/tstring.h"

@@ -136,18 +136,6 @@ TEST_F(AnalyseTest, StoredRecordHoldsTheTableAndTheStampOnce) {
   EXPECT_EQ(dump["Cksum"]["match"], true);
 }
 
-TEST_F(AnalyseTest, SeveralTracesGiveAResultEachAndABadOneItsLine) {
-  const std::string trace = StoreTrace("a.sor");
-  const Result result = Run({"analyse", trace, File("none.sor"), trace, "--format", "json"});
-  EXPECT_EQ(result.status, 3);
-  EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 2);
-  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
-  EXPECT_NE(result.err.find("none.sor"), std::string::npos);
-  const Result csv = Run({"analyse", trace, trace, "--format", "csv"});
-  EXPECT_EQ(csv.out.rfind("file,number,", 0), 0u);
-  EXPECT_EQ(csv.out.find("file,number,", 5), std::string::npos) << "one heading for all";
-}
-
 TEST_F(AnalyseTest, StandardInputIsATrace) {
   const std::string trace = StoreTrace("a.sor");
   const Result piped = Run({"analyse", "-", "--format", "json"}, Load(trace));
