@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include "ref/refAutoSearch.h"
 #include "ref/refEventEdit.h"
@@ -43,26 +44,6 @@ void SetShapeOfCode(TSorBlockKeyEvents1E& event, char shape) {
   if (event.EC.Len() > 0) event.EC.SetAt(0, shape);
 }
 
-// Reflectance of an event, whose loss `el` is 0 or, for a gain, negative.
-void MeasureReflection(TSorData& sor, TSorBlockKeyEvents1E& event, double el, bool raiseBase) {
-  event.SetER(0.0);
-  const double peakDb =
-      event.ML4 == 0 ? FindPeak(sor, event.EPT, event.ML2, event.ML4) : sor.OwtToLevel(event.ML4, 1);
-  double slope = 0.0, intercept = 0.0;
-  RefMathLSL(&sor, event.ML0, event.ML1, slope, intercept, 1.0);
-  double baseDb = slope * event.EPT + intercept;
-  if (raiseBase && baseDb < sor.GetMinLevel()) baseDb = sor.GetMinLevel();
-  const double heightDb = sor.OwtToLevel(event.ML4, 1) - baseDb;
-  const double reflectance = RefEventReflection(&sor, static_cast<double>(event.ML4), heightDb + el);
-  if (peakDb >= kSaturatedPeakDb) {
-    SetShapeOfCode(event, '2');
-  } else {
-    const bool reflective = peakDb - (baseDb - el) > RefEventMinReflection(&sor, peakDb, kReflectionBaseDb);
-    SetShapeOfCode(event, reflective ? '1' : '0');
-  }
-  event.SetER(reflectance);
-}
-
 // The line of one section beside an event.
 struct SectionLine {
   double slope = 0.0;        // dB per time
@@ -84,6 +65,92 @@ void ReplaceUnbelieved(const TSorData& sor, double fromOwt, double toOwt, Sectio
   line.intercept = ((fromOwt + toOwt) / 2) * line.slope + line.intercept;
 }
 
+// The measures of one event at its markers. They share the line of the section in front, which is fitted
+// once.
+class EventMeasures {
+ public:
+  EventMeasures(TSorData& sor, TSorBlockKeyEvents1E& event) : sor_(sor), event_(event) {}
+
+  // Reflectance, where the loss `el` is 0 or, for a gain, negative.
+  void Reflection(double el, bool raiseBase);
+  void Attenuation();
+  void Loss();
+  // All of an event at the end of the fibre.
+  void End();
+
+ private:
+  // The markers in front of the event stay where they are while it is measured.
+  const SectionLine& Front() {
+    if (!front_) front_ = FitSection(sor_, event_.ML0, event_.ML1);
+    return *front_;
+  }
+
+  TSorData& sor_;
+  TSorBlockKeyEvents1E& event_;
+  std::optional<SectionLine> front_;
+};
+
+void EventMeasures::Reflection(double el, bool raiseBase) {
+  event_.SetER(0.0);
+  const double peakDb =
+      event_.ML4 == 0 ? FindPeak(sor_, event_.EPT, event_.ML2, event_.ML4) : sor_.OwtToLevel(event_.ML4, 1);
+  double baseDb = Front().slope * event_.EPT + Front().intercept;
+  if (raiseBase && baseDb < sor_.GetMinLevel()) baseDb = sor_.GetMinLevel();
+  const double heightDb = sor_.OwtToLevel(event_.ML4, 1) - baseDb;
+  const double reflectance = RefEventReflection(&sor_, static_cast<double>(event_.ML4), heightDb + el);
+  if (peakDb >= kSaturatedPeakDb) {
+    SetShapeOfCode(event_, '2');
+  } else {
+    const bool reflective = peakDb - (baseDb - el) > RefEventMinReflection(&sor_, peakDb, kReflectionBaseDb);
+    SetShapeOfCode(event_, reflective ? '1' : '0');
+  }
+  event_.SetER(reflectance);
+}
+
+void EventMeasures::Attenuation() {
+  const double lengthOwt = static_cast<double>(event_.ML1) - event_.ML0;
+  if (lengthOwt <= 0.0) {
+    event_.SetACI(0.0);
+    return;
+  }
+  if (Believed(sor_, lengthOwt, Front().attenuation)) {
+    event_.SetACI(-Front().slope * lengthOwt / sor_.dOwtToLen(lengthOwt));
+  } else {
+    event_.SetACI(kAssumedAttenuationDbPerKm);
+  }
+}
+
+void EventMeasures::Loss() {
+  event_.SetEL(0.0);
+  if (event_.ML3 == 0) return;
+  SectionLine before = Front();
+  SectionLine behind;
+  const double traceEndOwt = sor_.GetMaxOwt() - kBehindTraceOwt;
+  if (event_.IsEOF() && event_.ML2 > traceEndOwt && event_.ML3 > traceEndOwt) {
+    behind.intercept = sor_.GetMinLevel();
+    behind.attenuation = -behind.slope * sor_.dLenToOwt(1.0);
+  } else {
+    behind = FitSection(sor_, event_.ML2, event_.ML3);
+  }
+  ReplaceUnbelieved(sor_, event_.ML0, event_.ML1, before);
+  ReplaceUnbelieved(sor_, event_.ML2, event_.ML3, behind);
+  event_.SetEL(sor_.OwtToLen(event_.EPT) * (behind.attenuation - before.attenuation) + before.intercept -
+               behind.intercept);
+  event_.LMT = "LS";
+  Attenuation();
+}
+
+void EventMeasures::End() {
+  event_.ML4 = 0;
+  event_.ML3 = TruncToInt(sor_.GetMaxOwt());
+  event_.ML2 = event_.ML3;
+  Reflection(0.0, true);
+  Loss();
+  sor_.KeyEvents->ELMP2 = event_.EPT;
+  RefEventSetEEL(&sor_);
+  RefEventSetORL(&sor_);
+}
+
 double PeakOverSection(TSorData& sor, TSorBlockKeyEvents1E& event) {
   if (event.ML4 == 0) FindPeak(sor, event.ML1, event.ML2, event.ML4);
   return sor.OwtToLevel(event.ML4, 1) - sor.OwtToLevel(event.ML1, 1);
@@ -101,70 +168,34 @@ void RefEventMarkerR(TSorData* sor, TSorBlockKeyEvents1E* event) {
 }
 
 void RefEventRCalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
-  MeasureReflection(*sor, *event, 0.0, true);
+  EventMeasures(*sor, *event).Reflection(0.0, true);
 }
 
 void RefEventRCalculateNegSplice(TSorData* sor, TSorBlockKeyEvents1E* event, double el) {
-  MeasureReflection(*sor, *event, el, false);
+  EventMeasures(*sor, *event).Reflection(el, false);
 }
 
 void RefEventACICalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
-  const double lengthOwt = static_cast<double>(event->ML1) - event->ML0;
-  if (lengthOwt <= 0.0) {
-    event->SetACI(0.0);
-    return;
-  }
-  const SectionLine line = FitSection(*sor, event->ML0, event->ML1);
-  if (Believed(*sor, lengthOwt, line.attenuation)) {
-    event->SetACI(-line.slope * lengthOwt / sor->dOwtToLen(lengthOwt));
-  } else {
-    event->SetACI(kAssumedAttenuationDbPerKm);
-  }
+  EventMeasures(*sor, *event).Attenuation();
 }
 
-void RefEventSCalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
-  event->SetEL(0.0);
-  if (event->ML3 == 0) return;
-  SectionLine before = FitSection(*sor, event->ML0, event->ML1);
-  SectionLine behind;
-  const double traceEndOwt = sor->GetMaxOwt() - kBehindTraceOwt;
-  if (event->IsEOF() && event->ML2 > traceEndOwt && event->ML3 > traceEndOwt) {
-    behind.intercept = sor->GetMinLevel();
-    behind.attenuation = -behind.slope * sor->dLenToOwt(1.0);
-  } else {
-    behind = FitSection(*sor, event->ML2, event->ML3);
-  }
-  ReplaceUnbelieved(*sor, event->ML0, event->ML1, before);
-  ReplaceUnbelieved(*sor, event->ML2, event->ML3, behind);
-  event->SetEL(sor->OwtToLen(event->EPT) * (behind.attenuation - before.attenuation) + before.intercept -
-               behind.intercept);
-  event->LMT = "LS";
-  RefEventACICalculate(sor, event);
-}
+void RefEventSCalculate(TSorData* sor, TSorBlockKeyEvents1E* event) { EventMeasures(*sor, *event).Loss(); }
 
-void RefEventECalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
-  event->ML4 = 0;
-  event->ML3 = TruncToInt(sor->GetMaxOwt());
-  event->ML2 = event->ML3;
-  RefEventRCalculate(sor, event);
-  RefEventSCalculate(sor, event);
-  sor->KeyEvents->ELMP2 = event->EPT;
-  RefEventSetEEL(sor);
-  RefEventSetORL(sor);
-}
+void RefEventECalculate(TSorData* sor, TSorBlockKeyEvents1E* event) { EventMeasures(*sor, *event).End(); }
 
 int RefEventRecalculate(TSorData* sor, TSorBlockKeyEvents1E* event, int) {
+  EventMeasures measures(*sor, *event);
+  if (event->IsEOF()) {
+    measures.End();
+    return 0;
+  }
   long limitOwt = event->ML2;
   const TSorBlockKeyEvents1E* next = RefEventGetNextEvent(sor, event);
   if (next != nullptr && next->EPT < event->ML2) limitOwt = next->EPT;
   FindPeak(*sor, event->EPT, limitOwt, event->ML4);
-  if (event->IsEOF()) {
-    RefEventECalculate(sor, event);
-    return 0;
-  }
-  RefEventRCalculate(sor, event);
-  RefEventSCalculate(sor, event);
-  if (event->GetEL() < 0.0) RefEventRCalculateNegSplice(sor, event, event->GetEL());
+  measures.Reflection(0.0, true);
+  measures.Loss();
+  if (event->GetEL() < 0.0) measures.Reflection(event->GetEL(), false);
   return 0;
 }
 

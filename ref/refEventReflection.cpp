@@ -197,9 +197,11 @@ double RefEventORL(TSorData* sor, double owt1, double owt2) {
   double previousOwt = startOwt;
   double power = 0.0;
   OwtWalk walk(*sor);
+  const LevelView levels = sor->DataPts->Levels();
+  const LinearScale scale = sor->QRTParams->ToLinear();
   for (long i = first; i < last; ++i) {
     const double owt = walk.OwtOf(i + 1);
-    power += sor->NumToLinLevel(i) * (owt - previousOwt);
+    power += scale.LinOf(levels[i]) * (owt - previousOwt);
     previousOwt = owt;
     endOwt = owt;
   }

@@ -53,10 +53,11 @@ void RefMathLSL_Simple(TSorData* sor, double owt1, double owt2, double& slope, d
   }
   LineSums sums;
   OwtWalk time(*sor);
+  const reflyze::LevelView levels = sor->DataPts->Levels();
   if (std::fabs(scale - 1.0) > kScaleIsOne) {
-    for (long i = first; i <= last; ++i) sums.Add(time.OwtOf(i), sor->NumToLevel(i) * scale);
+    for (long i = first; i <= last; ++i) sums.Add(time.OwtOf(i), levels[i] * scale);
   } else {
-    for (long i = first; i <= last; ++i) sums.Add(time.OwtOf(i), sor->NumToLevel(i));
+    for (long i = first; i <= last; ++i) sums.Add(time.OwtOf(i), levels[i]);
   }
   sums.Solve(slope, intercept);
 }

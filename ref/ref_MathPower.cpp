@@ -10,6 +10,9 @@
 
 float* RefEmbGetLinf(TSorData* sor) { return static_cast<float*>(sor->GetEmbData(TEmbData1E::kLinearTrace)); }
 
+using reflyze::LevelView;
+using reflyze::LinearScale;
+
 namespace {
 
 // Points of a stretch that lie further outside than the trace is long add nothing but work: they all read as
@@ -34,14 +37,16 @@ double RefMathPower(TSorData* sor, long first, long count, int mode) {
   if (count < 1) return 0.0;
   const TSorBlockQRTParameters& scale = *sor->QRTParams;
   const HeldStretch stretch(*sor, first, count);
+  const LevelView levels = sor->DataPts->Levels();
   double sum = 0.0;
   if (mode != 0) {
-    for (long i = stretch.first; i < stretch.end; ++i) sum += sor->NumToLinLevel(i);
+    const LinearScale linear = scale.ToLinear();
+    for (long i = stretch.first; i < stretch.end; ++i) sum += linear.LinOf(levels[i]);
     return scale.NLogToLog(scale.LinToLog5(sum / static_cast<double>(stretch.count())));
   }
   const double floorDb = scale.GetMAX();
   for (long i = stretch.first; i < stretch.end; ++i) {
-    const double levelDb = sor->NumToLevel(i);
+    const double levelDb = levels[i];
     sum += levelDb > floorDb ? levelDb : scale.NLogToLog(levelDb);
   }
   return sum / static_cast<double>(stretch.count());
@@ -51,10 +56,11 @@ namespace {
 
 float MeanLevelDb(const TSorData& sor, long first, long end) {
   const TSorBlockQRTParameters& scale = *sor.QRTParams;
+  const LevelView levels = sor.DataPts->Levels();
   const float floorDb = scale.GetfMAX();
   float sum = 0.0f;
   for (long i = first; i < end; ++i) {
-    const float levelDb = sor.NumTofLevel(i);
+    const float levelDb = levels[i];
     sum += levelDb > floorDb ? levelDb : scale.NLogToLog(levelDb);
   }
   return sum / static_cast<float>(end - first);

@@ -9,9 +9,10 @@ namespace reflyze {
 // The levels of a trace as the searches read them: by point, in dB, -65.5 outside the trace.
 class TraceLevels {
  public:
-  explicit TraceLevels(const TSorData* sor) : sor_(*sor), points_(sor->DataPts->GetPointsNum()) {}
+  explicit TraceLevels(const TSorData* sor)
+      : levels_(sor->DataPts->Levels()), points_(sor->DataPts->GetPointsNum()) {}
 
-  float operator[](long point) const { return sor_.NumTofLevel(point); }
+  float operator[](long point) const { return levels_[point]; }
   long points() const { return points_; }
 
   // The fall from one point to another, positive where the fibre loses light.
@@ -29,7 +30,7 @@ class TraceLevels {
  private:
   static constexpr long kReachPoints = 65536;
 
-  const TSorData& sor_;
+  const LevelView levels_;
   const long points_;
 };
 

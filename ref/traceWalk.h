@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <limits>
 
 #include "sor/sorData.h"
 #include "util/convert.h"
@@ -25,28 +26,34 @@ class OwtWalk {
 
   // `point` must not be below that of an earlier call.
   double OwtOf(long point) {
-    while (stretch_ < params_.TPW && point >= end_) {
+    if (point >= end_) WalkTo(point);
+    return startOwt_ + spacingOwt_ * static_cast<double>(point - first_);
+  }
+
+ private:
+  static constexpr long kNowhere = std::numeric_limits<long>::max();
+
+  void WalkTo(long point) {
+    while (point >= end_) {
       startOwt_ += spacingOwt_ * static_cast<double>(end_ - first_);
       first_ = end_;
       ++stretch_;
       EnterStretch();
     }
-    if (stretch_ >= params_.TPW) return startOwt_;
-    return startOwt_ + spacingOwt_ * static_cast<double>(point - first_);
   }
 
- private:
+  // Behind the last stretch the time stands still.
   void EnterStretch() {
-    if (stretch_ >= params_.TPW) return;
-    spacingOwt_ = params_.GetOwtDS(stretch_);
-    end_ = first_ + params_.NPPW[stretch_];
+    const bool isStretch = stretch_ < params_.TPW;
+    spacingOwt_ = isStretch ? params_.GetOwtDS(stretch_) : 0.0;
+    end_ = isStretch ? first_ + params_.NPPW[stretch_] : kNowhere;
   }
 
   const TSorBlockFixedParameters& params_;
   double startOwt_;          // time of the stretch's first point
   double spacingOwt_ = 0.0;  // of its points
   long first_ = 0;           // its first point
-  long end_ = 0;             // and the one behind its last
+  long end_ = 0;             // and the one behind its last, `kNowhere` behind all stretches
   int stretch_ = 0;
 };
 

@@ -197,12 +197,10 @@ double TSorData::LenIntToLevel(int len, int scale) const {
 }
 
 double TSorData::GetMax(long owt1, long owt2, long& owtOfMax) {
-  double min, max;
-  long minIndex, maxIndex;
-  DataPts->GetMinMax(&min, &max, OwtToNearestNum(static_cast<double>(owt1)),
-                     OwtToNearestNum(static_cast<double>(owt2)), minIndex, maxIndex);
-  owtOfMax = TruncToLong(NumToOwt(maxIndex));
-  return max;
+  const long highest = DataPts->GetHighest(OwtToNearestNum(static_cast<double>(owt1)),
+                                           OwtToNearestNum(static_cast<double>(owt2)));
+  owtOfMax = TruncToLong(NumToOwt(highest));
+  return NumToLevel(highest);
 }
 
 float TSorData::GetMinMax(long owt1, long owt2, float& min, float& max) const {
@@ -349,9 +347,9 @@ long TSorData::SetLinf() {
   const long points = DataPts->GetPointsNum();
   linf->SetData(points * static_cast<long>(sizeof(float)));
   float* values = static_cast<float*>(linf->GetData());
-  for (long i = 0; i < points; ++i) {
-    values[i] = static_cast<float>(QRTParams->Log5ToLin(DataPts->numToLevel(i), 0));
-  }
+  const reflyze::LevelView levels = DataPts->Levels();
+  const reflyze::LinearScale scale = QRTParams->ToLinear();
+  for (long i = 0; i < points; ++i) values[i] = static_cast<float>(scale.LinOf(levels[i]));
   return points;
 }
 

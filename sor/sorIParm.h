@@ -8,6 +8,29 @@
 #include "sor/sorLevelScale.h"
 #include "sor/sorPoint.h"
 
+namespace reflyze {
+
+// From levels in dB to linear values, for loops over many levels: counted from `maxDb`, with the sign of what
+// lies above and below; levels below are expanded by a whole factor.
+class LinearScale {
+ public:
+  LinearScale(double maxDb, int expansion) : maxDb_(maxDb), expansion_(expansion) {}
+
+  double LinOf(double levelDb) const {
+    double db = levelDb - maxDb_;
+    if (db < 0.0) db *= expansion_;
+    const double lin = db * kStraightLin;
+    if (!(std::fabs(lin) > kStraightUpTo)) return lin;
+    return db >= 0.0 ? Pow5(db) : -Pow5(-db);
+  }
+
+ private:
+  double maxDb_;
+  int expansion_;
+};
+
+}  // namespace reflyze
+
 // The "QRTParams" block: how the instrument took the trace, and how its level scale works. It has grown by a
 // field or a group with each revision from 200 to 232; it always goes to file in the newest form.
 //
@@ -192,6 +215,7 @@ class TSorBlockQRTParameters : public TSorBlock {
   // Linear value of a level in dB: counted from MAX, with the sign of what lies above and below. With `raw`
   // the levels below MAX are taken as they stand, otherwise they are expanded.
   double Log5ToLin(double level, int raw = 0) const;
+  reflyze::LinearScale ToLinear() const { return {GetMAX(), GetNegScale()}; }  // the same, not raw
   float Log5ToLin(float level, int raw = 0) const;
   // The way back, to a compressed level of at most 0 dB.
   double LinToLog5(double v) const;
@@ -336,11 +360,7 @@ void TSorBlockQRTParameters::Fields(Self& b, Visitor& v) {
 }
 
 inline double TSorBlockQRTParameters::Log5ToLin(double level, int raw) const {
-  double db = level - GetMAX();
-  if (db < 0.0 && raw == 0) db *= GetNegScale();
-  const double lin = db * reflyze::kStraightLin;
-  if (!(std::fabs(lin) > reflyze::kStraightUpTo)) return lin;
-  return db >= 0.0 ? poww(db) : -poww(-db);
+  return reflyze::LinearScale(GetMAX(), raw == 0 ? GetNegScale() : 1).LinOf(level);
 }
 
 inline float TSorBlockQRTParameters::Log5ToLin(float level, int raw) const {
@@ -364,4 +384,14 @@ inline float TSorBlockQRTParameters::LinToLog5(float v) const {
   if (db < 0.0f) db /= static_cast<float>(GetNegScale());
   const float level = GetfMAX() + db;
   return level > 0.0f ? 0.0f : level;
+}
+
+inline double TSorBlockQRTParameters::NLogToLog(double v) const {
+  const double max = GetMAX();
+  return v < max ? (v - max) * GetNegScale() + max : v;
+}
+
+inline float TSorBlockQRTParameters::NLogToLog(float v) const {
+  const float max = GetfMAX();
+  return v < max ? (v - max) * static_cast<float>(GetNegScale()) + max : v;
 }

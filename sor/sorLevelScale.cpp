@@ -36,14 +36,12 @@ const std::array<int, kLogEntries> tlog10Array = SetTlogArray();
 double Pow5OutsideTable(double x) {
   // Beyond this the result leaves the range of a double, infinite levels included.
   constexpr double kLargestDb = 5.0 * std::numeric_limits<double>::max_exponent10 + 40.0;
-  constexpr double kStepDb = 40.0;
-  constexpr double kStepFactor = 100000000.0;
   if (x < 0.0) return std::pow(10.0, x / 5.0);
   if (x > kLargestDb) return std::numeric_limits<double>::infinity();
   int steps = 0;
-  for (; x > kStepDb; x -= kStepDb) ++steps;
-  double lin = Pow5(x);
-  for (; steps > 0; --steps) lin *= kStepFactor;
+  for (; x > kLargestTableDb; x -= kLargestTableDb) ++steps;
+  double lin = Pow5InTable(x);
+  for (; steps > 0; --steps) lin *= kTableStepFactor;
   return lin;
 }
 
@@ -66,16 +64,6 @@ void TSorBlockQRTParameters::SetNegScale(int n) {
   const unsigned int scale = static_cast<unsigned int>(std::min(n, kMaxNegScale)) << kNegScaleShift;
   const unsigned int others = static_cast<unsigned int>(Flags) & ~static_cast<unsigned int>(kNegScaleBits);
   Flags = reflyze::SignedLowBits16(static_cast<long>(others + scale));
-}
-
-double TSorBlockQRTParameters::NLogToLog(double v) const {
-  const double max = GetMAX();
-  return v < max ? (v - max) * GetNegScale() + max : v;
-}
-
-float TSorBlockQRTParameters::NLogToLog(float v) const {
-  const float max = GetfMAX();
-  return v < max ? (v - max) * static_cast<float>(GetNegScale()) + max : v;
 }
 
 float TSorBlockQRTParameters::NLogToPLog(float v) const {

@@ -95,23 +95,33 @@ inline float SignedLog5(float x, float k) {
   return k * db;
 }
 
-// 10^(x / 5) of a level above the largest that the table's factors reach, or below 0.
-double Pow5OutsideTable(double x);
+constexpr double kLargestTableDb = 40.0;
+constexpr double kTableStepFactor = 100000000.0;  // 10^(x / 5) of these 40 dB
 
-// 10^(x / 5): a power of ten, a power of two and the rest from the table, in single precision, for x of at
-// least 0.
-inline double Pow5(double x) {
-  constexpr double kLargestTableDb = 40.0;
+// 10^(x / 5): a power of ten, a power of two and the rest from the table, in single precision, for x from 0
+// to 40, where the whole units are at most 800,000.
+inline double Pow5InTable(double x) {
   constexpr int kUnitsPerDb = 20000;
   constexpr int kUnitsPerDecade = 100000;
   constexpr int kUnitsPerOctave = 30103;
   constexpr float kDecades[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f};  // exact in 24 bits
-  if (x < 0.0 || x > kLargestTableDb) return Pow5OutsideTable(x);
-  const int units = TruncToInt(x * kUnitsPerDb);
+  const int units = TruncProven(x * kUnitsPerDb);
   const int rest = units % kUnitsPerDecade;
   const int octaves = rest / kUnitsPerOctave;
   const float factor = kDecades[units / kUnitsPerDecade] * static_cast<float>(1 << octaves);
   return factor * tpow10Array[static_cast<unsigned int>(rest - octaves * kUnitsPerOctave) >> 1];
+}
+
+// 10^(x / 5) of a level below 0, or far above what traces hold.
+double Pow5OutsideTable(double x);
+
+// 10^(x / 5), for x of at least 0 from the table: 40 dB at a time, of which a trace has two.
+inline double Pow5(double x) {
+  if (x >= 0.0 && x <= kLargestTableDb) return Pow5InTable(x);
+  if (x > kLargestTableDb && x <= 2.0 * kLargestTableDb) {
+    return Pow5InTable(x - kLargestTableDb) * kTableStepFactor;
+  }
+  return Pow5OutsideTable(x);
 }
 
 }  // namespace reflyze

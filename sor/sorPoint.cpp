@@ -27,6 +27,16 @@ T LevelOf(T signedSample, T scaleFactor) {
   return signedSample * scaleFactor * static_cast<T>(1e-06);
 }
 
+// The sign is not looked at: a positive level, as a temperature trace has it, passes the limit as a negative
+// number and leaves its low 16 bits. No one relies on that sample, and the cache holds the level that was
+// given.
+template <class T>
+unsigned short SampleOf(T level, short scaleFactor) {
+  constexpr int kLowest = 65535;
+  const T sample = -level / static_cast<T>(scaleFactor) * static_cast<T>(1000000.0);
+  return reflyze::LowBits16(std::min(reflyze::TruncToInt(sample), kLowest));
+}
+
 // The lowest and highest of the levels in a range, each with its first point; `visit` sees every level.
 template <class T, class Level, class Visit>
 void FindMinMax(const Level& level, long first, long end, T* min, T* max, long& minIndex, long& maxIndex,
@@ -268,23 +278,20 @@ void TSorBlockDataPoints::SetRawLevel(long n, unsigned short raw) {
   if (static_cast<size_t>(n) < levels_.size()) levels_[static_cast<size_t>(n)] = level;
 }
 
+// The filters set every level of a trace, so that the one stretch of points that all traces have is looked up
+// at once; what is wrong with any other is said by the checks behind.
 template <class T>
 void TSorBlockDataPoints::GenericSetLevel(long n, T level) {
-  RequirePoint(n);
-  SetLevelToAppropriateSubBlock(n, level);
+  TSorBlockDataPoints1SF* only = DPSF_ != nullptr && DPSF_->GetSize() == 1 ? DPSF_->GetData(0) : nullptr;
+  const auto at = static_cast<size_t>(n);
+  if (only == nullptr || at >= only->samples.size()) {
+    RequirePoint(n);
+    OnlySubBlock();
+    return;
+  }
+  only->samples[at] = SampleOf(level, only->SF);
   // A caller that has sized the samples itself may not have rebuilt the cache yet.
-  if (static_cast<size_t>(n) < levels_.size()) levels_[static_cast<size_t>(n)] = static_cast<float>(level);
-}
-
-// The sign is not looked at: a positive level, as a temperature trace has it, passes the limit as a negative
-// number and leaves its low 16 bits. No one relies on that sample, and the cache holds the level that was
-// given.
-template <class T>
-void TSorBlockDataPoints::SetLevelToAppropriateSubBlock(long n, T level) {
-  constexpr int kLowest = 65535;
-  const TSorBlockDataPoints1SF& only = OnlySubBlock();
-  const T sample = -level / static_cast<T>(only.SF) * static_cast<T>(1000000.0);
-  GetSubBlock()->SetValue(n, reflyze::LowBits16(std::min(reflyze::TruncToInt(sample), kLowest)));
+  if (at < levels_.size()) levels_[at] = static_cast<float>(level);
 }
 
 template void TSorBlockDataPoints::GenericSetLevel<double>(long, double);
@@ -294,16 +301,29 @@ template void TSorBlockDataPoints::GenericSetLevel<float>(long, float);
 
 void TSorBlockDataPoints::GetMinMax(double* min, double* max, long first, long end, long& minIndex,
                                     long& maxIndex) const {
-  FindMinMax([this](long n) { return numToLevel(n); }, first, end, min, max, minIndex, maxIndex,
-             [](double) {});
+  FindMinMax([levels = Levels()](long n) -> double { return levels[n]; }, first, end, min, max, minIndex,
+             maxIndex, [](double) {});
 }
 
 float TSorBlockDataPoints::GetMinMax(float* min, float* max, long first, long end, long& minIndex,
                                      long& maxIndex) const {
   double sum = 0.0;
-  FindMinMax([this](long n) { return numTofLevel(n); }, first, end, min, max, minIndex, maxIndex,
+  FindMinMax([levels = Levels()](long n) { return levels[n]; }, first, end, min, max, minIndex, maxIndex,
              [&sum](float level) { sum += level; });
   return static_cast<float>(first < end ? sum / static_cast<double>(end - first) : sum);
+}
+
+long TSorBlockDataPoints::GetHighest(long first, long end) const {
+  const reflyze::LevelView levels = Levels();
+  long highest = first;
+  float highestDb = levels[first];
+  for (long n = first + 1; n < end; ++n) {
+    if (levels[n] > highestDb) {
+      highestDb = levels[n];
+      highest = n;
+    }
+  }
+  return highest;
 }
 
 double TSorBlockDataPoints::GetMinLevel() const {

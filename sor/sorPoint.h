@@ -8,6 +8,26 @@
 #include "util/assertion.h"
 #include "util/tarray.h"
 
+namespace reflyze {
+
+// The levels of a trace by point, in dB.
+struct LevelView {
+  static constexpr float kOutsideDb = -65.5f;  // the level of every point outside the trace
+
+  const float* levels;
+  size_t count;
+
+  float operator[](long point) const {
+    return static_cast<unsigned long>(point) < count ? levels[point] : kOutsideDb;
+  }
+  // Whether all points from `first` up to but not including `end` are there, and so can be read as they are.
+  bool Holds(long first, long end) const {
+    return first >= 0 && end <= static_cast<long>(count) && first < end;
+  }
+};
+
+}  // namespace reflyze
+
 // How raw samples become levels.
 enum DataType {
   dtRL = 0,  // reflectometric levels: negative dB
@@ -76,7 +96,7 @@ class TSorBlockDataPoints : public TSorBlock {
  public:
   using SubBlocks = TOxArray<TSorBlockDataPoints1SF, TSorBlockDataPoints1SF*>;
 
-  static constexpr float kOutsideDb = -65.5f;  // the level of every point outside the trace
+  static constexpr float kOutsideDb = reflyze::LevelView::kOutsideDb;
 
   TSorBlockDataPoints();
   TSorBlockDataPoints(const TSorBlockDataPoints& other);
@@ -131,6 +151,8 @@ class TSorBlockDataPoints : public TSorBlock {
     return static_cast<unsigned long>(n) < levels_.size() ? levels_[static_cast<size_t>(n)] : kOutsideDb;
   }
   double numToLevel(long n, int = 0) const { return numTofLevel(n); }
+  // All levels at once, for loops over many of them: as they stand, until points are set, assigned or read.
+  reflyze::LevelView Levels() const { return {levels_.data(), levels_.size()}; }
 
   // Set the level of a point of the trace; any other point is an assertion. The sample takes what its 16 bits
   // can hold: a level too low for them becomes the lowest, a positive one loses its high bits.
@@ -142,6 +164,8 @@ class TSorBlockDataPoints : public TSorBlock {
   // points. An empty range stands for the point `first`. The second form also returns the mean level.
   void GetMinMax(double* min, double* max, long first, long end, long& minIndex, long& maxIndex) const;
   float GetMinMax(float* min, float* max, long first, long end, long& minIndex, long& maxIndex) const;
+  // The highest alone: its first point.
+  long GetHighest(long first, long end) const;
   double GetMinLevel() const;
   double GetMaxLevel() const;
 
@@ -162,8 +186,6 @@ class TSorBlockDataPoints : public TSorBlock {
  private:
   template <class T>
   void GenericSetLevel(long n, T level);
-  template <class T>
-  void SetLevelToAppropriateSubBlock(long n, T level);
   void RequirePoint(long n) const;
   const TSorBlockDataPoints1SF& OnlySubBlock() const;
   void NewSubBlocks(int count);

@@ -108,6 +108,9 @@ void TAuto::srCompare_DeleteExcessEvents(TSorData* current, long eof) {
     TSorBlockKeyEvents1E& before = events.EventAt(i - 1);
     before.EC.SetAt(kSourceOfEvent, source);
     before.ML2 = before.ML3 = TruncToInt(current->GetMaxOwt());
-    RefEventRecalculate(current, &before, 0);
+    // What goes next itself need not be measured: what it would say of the whole trace, the event in front of
+    // it says anew.
+    const bool goesNext = i > 1 && before.EPT > eof && events.EventAt(i - 2).EC.Len() > kSourceOfEvent;
+    if (!goesNext) RefEventRecalculate(current, &before, 0);
   }
 }

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <optional>
 
+#include "sor/sorPoint.h"
 #include "src/EventLine.h"
 #include "src/Filter.h"
 #include "src/HeldSamples.h"
@@ -33,7 +34,7 @@ class ScanTrace {
   float Lin(long point) const { return lin_[point]; }
   // Mean of the 16 samples up to this one.
   float NearMean(long point) const { return nearMean_[point]; }
-  double Db(long point) const;
+  double Db(long point) const { return levels_[point]; }
   double ToLin(double db) const;
   float ToDb(float lin) const;
   const HeldSamples& samples() const { return lin_; }
@@ -59,6 +60,7 @@ class ScanTrace {
   TSorData& sor_;
   float* const linSamples_;
   const HeldSamples lin_, nearMean_;
+  const LevelView levels_;  // which the scan overwrites in place
   const long points_;
 };
 

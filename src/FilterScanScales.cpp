@@ -23,9 +23,9 @@ ScanTrace::ScanTrace(const TSorFilter& filter, TSorData& sor)
       linSamples_(filter.Linf),
       lin_(filter.HeldLinf()),
       nearMean_(filter.HeldLinfAvg()),
+      levels_(sor.DataPts->Levels()),
       points_(std::min(sor.DataPts->GetPointsNum(), lin_.count())) {}
 
-double ScanTrace::Db(long point) const { return sor_.NumTofLevel(point); }
 double ScanTrace::ToLin(double db) const { return sor_.QRTParams->Log5ToLin(db, 0); }
 float ScanTrace::ToDb(float lin) const { return sor_.QRTParams->LinToLog5(lin); }
 
@@ -63,7 +63,9 @@ void WidthMap::Set(long point, long width) {
 }
 
 void WidthMap::Clear(long from, long to) {
-  for (long point = std::max(from, 0L); point <= std::min(to, points_ - 1); ++point) Set(point, 1);
+  from = std::max(from, 0L);
+  to = std::min(to, points_ - 1);
+  if (widths_ != nullptr && from <= to) std::fill(widths_ + from, widths_ + to + 1, short{1});
 }
 
 // --- Scales ---

@@ -10,22 +10,28 @@ namespace reflyze {
 // outside: it then reads the sample at that end. Without samples everything reads as 0.
 class HeldSamples {
  public:
-  HeldSamples(const float* samples, long count) : samples_(samples), count_(samples == nullptr ? 0 : count) {}
+  HeldSamples(const float* samples, long count)
+      : samples_(samples == nullptr || count <= 0 ? &kDark : samples),
+        count_(samples == nullptr ? 0 : count),
+        last_(std::max(count_ - 1, 0L)) {}
   explicit HeldSamples(const std::vector<float>& samples)
       : HeldSamples(samples.data(), static_cast<long>(samples.size())) {}
 
-  float operator[](long point) const { return count_ > 0 ? samples_[Held(point)] : 0.0F; }
+  float operator[](long point) const { return samples_[Held(point)]; }
 
   // The point itself inside the trace, else the end that it lies behind: for ranges that are handed on to
   // functions which know no length. 0 without samples.
-  long Held(long point) const { return std::clamp(point, 0L, std::max(count_ - 1, 0L)); }
+  long Held(long point) const { return std::clamp(point, 0L, last_); }
 
   long count() const { return count_; }
   bool empty() const { return count_ <= 0; }
 
  private:
+  static constexpr float kDark = 0.0F;  // the one sample of a trace that has none
+
   const float* samples_;
   long count_;
+  long last_;  // point
 };
 
 }  // namespace reflyze

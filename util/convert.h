@@ -21,6 +21,12 @@ constexpr Integer TruncTo(Floating value) {
   return static_cast<Integer>(value);
 }
 
+// The same for a value that the caller has proven to lie in range: one instruction, for inner loops.
+template <class Floating>
+constexpr int TruncProven(Floating value) {
+  return static_cast<int>(value);
+}
+
 template <class Floating>
 constexpr int TruncToInt(Floating value) {
   return TruncTo<int>(value);
