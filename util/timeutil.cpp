@@ -2,9 +2,20 @@
 
 #include <time.h>
 
+#include <mutex>
+
 #include "util/assertion.h"
 
 namespace {
+
+// The zone is one for the whole process: a thread that looks it up anew does so alone.
+std::mutex zone;
+
+bool ToLocalTime(time_t instant, tm& local) {
+  const std::lock_guard<std::mutex> lock(zone);
+  tzset();  // localtime_r alone would stay in the zone of its first call, whatever the user has set since
+  return localtime_r(&instant, &local) != nullptr;
+}
 
 long SecondsOfDay(const tm& time) { return time.tm_hour * 3600L + time.tm_min * 60L; }
 
@@ -28,8 +39,7 @@ TString FormatTimeStamp(long t) {
   const time_t instant = t;
   tm local{};
   TString text;
-  tzset();  // localtime_r alone would stay in the zone of its first call, whatever the user has set since
-  if (localtime_r(&instant, &local) == nullptr) return text;
+  if (!ToLocalTime(instant, local)) return text;
   const int year = local.tm_year % 1900 + 1900;  // years from 3800 on start again at 1900
   text.Format("%02d.%02d.%d   %02d:%02d:%02d", local.tm_mday, local.tm_mon + 1, year, local.tm_hour,
               local.tm_min, local.tm_sec);
@@ -42,8 +52,7 @@ long LocalOffsetSeconds(long utcSeconds) {
   const time_t instant = utcSeconds;
   tm local{};
   tm utc{};
-  tzset();  // as above
-  if (localtime_r(&instant, &local) == nullptr || gmtime_r(&instant, &utc) == nullptr) return 0;
+  if (!ToLocalTime(instant, local) || gmtime_r(&instant, &utc) == nullptr) return 0;
   return SecondsOfDay(local) - SecondsOfDay(utc);
 }
 
