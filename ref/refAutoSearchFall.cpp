@@ -10,6 +10,7 @@
 #include "ref/refAutoNoise.h"
 #include "ref/refAutoSearch.h"
 #include "ref/traceLevels.h"
+#include "util/blockSearch.h"
 
 using reflyze::TraceLevels;
 
@@ -41,16 +42,26 @@ class RiseFall {
   void FindExtremes() {
     atFall = atRise = first_;
     fallDb = riseDb = -levelDb_.FallDb(first_, first_ + base_);
-    for (long i = first_ + 1; i <= end_ - base_; ++i) {
-      const float stepDb = -levelDb_.FallDb(i, i + base_);
-      if (stepDb < fallDb) {
-        fallDb = stepDb;
-        atFall = i;
+    levelDb_.Over(first_, end_ + 1, [this](auto levels) {
+      const long base = base_, end = end_ - base + 1;
+      const auto stepDb = [levels, base](long i) { return -(levels[i] - levels[i + base]); };
+      for (long i = first_ + 1; i < end; ++i) {
+        const float deepestDb = fallDb, highestDb = riseDb;
+        i = reflyze::FirstThatPasses(
+            i, end, [=](long k) { return (stepDb(k) < deepestDb) | (stepDb(k) > highestDb); });
+        if (i < end) Take(i, stepDb(i));
       }
-      if (stepDb > riseDb) {
-        riseDb = stepDb;
-        atRise = i;
-      }
+    });
+  }
+
+  void Take(long i, float stepDb) {
+    if (stepDb < fallDb) {
+      fallDb = stepDb;
+      atFall = i;
+    }
+    if (stepDb > riseDb) {
+      riseDb = stepDb;
+      atRise = i;
     }
   }
 

@@ -3,6 +3,7 @@
 #include "ref/refAutoNoise.h"
 #include "ref/refAutoSearch.h"
 #include "ref/traceLevels.h"
+#include "util/blockSearch.h"
 
 using reflyze::TraceLevels;
 
@@ -45,11 +46,10 @@ long RefAutoSearchStraightLess(TSorData* sor, long from, float level, float step
 
 long RefAutoSearchBackLess(TSorData* sor, long from, float level, long limit) {
   const TraceLevels levelDb(sor);
-  const long last = levelDb.Near(limit);
-  for (long i = levelDb.Near(from); i >= last; --i) {
-    if (levelDb[i] < level) return i;
-  }
-  return last - 1;
+  const long last = levelDb.Near(limit), first = levelDb.Near(from);
+  return levelDb.Over(last, first + 1, [=](auto levels) {
+    return reflyze::LastThatPasses(first, last, [=](long i) { return levels[i] < level; });
+  });
 }
 
 long RefAutoSearchBackLess(float* samples, long from, float level, long limit) {

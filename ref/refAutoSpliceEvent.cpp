@@ -31,6 +31,7 @@
 #include "ref/refAutoSplice.h"
 #include "ref/ref_Math.h"
 #include "ref/traceLevels.h"
+#include "util/blockSearch.h"
 #include "util/convert.h"
 
 using namespace reflyze;
@@ -101,11 +102,11 @@ class SpliceEventSearch {
     long p = std::max({straight_ - window_ - recoverPts_, s_, std::min(carry, stopAt_)});
     FollowSlope(p);
     long found = 0;
-    while (p < stopAt_ && found == 0) {
-      if (Passes(DifferenceAt(p)) && !IsInTail(p)) {
-        found = Confirm(CrestFrom(p));
-      } else {
+    while (found == 0 && (p = FindDifference(p)) < stopAt_) {
+      if (IsInTail(p)) {
         ++p;
+      } else {
+        found = Confirm(CrestFrom(p));
       }
     }
     bestDb = bestSumDb_ / 3;
@@ -169,11 +170,26 @@ class SpliceEventSearch {
   }
 
   // Three levels spread over the window that begins at a point, the floor of the scale at the lowest.
-  float SumAt(long p) const {
-    return std::max(levelDb_[p] + levelDb_[p + window_ / 2] + levelDb_[p + window_], floorSumDb_);
+  template <class Levels>
+  float SumAt(const Levels& levels, long p) const {
+    return std::max(levels[p] + levels[p + window_ / 2] + levels[p + window_], floorSumDb_);
   }
   // How much more the trace falls from one window to the next than the fibre does; three times dB.
-  float DifferenceAt(long p) const { return SumAt(p) - SumAt(p + window_ + recoverPts_) - slopeSumDb_; }
+  template <class Levels>
+  float DifferenceAt(const Levels& levels, long p) const {
+    return SumAt(levels, p) - SumAt(levels, p + window_ + recoverPts_) - slopeSumDb_;
+  }
+  float DifferenceAt(long p) const { return DifferenceAt(levelDb_, p); }
+  // First point from p on whose difference passes; none lies at `stopAt_` or behind it. The second window of
+  // all others ends in front of z.
+  long FindDifference(long p) const {
+    return levelDb_.Over(p, z_, [this, p](auto levels) {
+      return FirstThatPasses(p, stopAt_, [this, levels](long i) {
+        const float sumDb = DifferenceAt(levels, i);
+        return (sumDb > lossThrDb_) | (sumDb < gainThrDb_);
+      });
+    });
+  }
   bool Passes(float sumDb) const { return sumDb > lossThrDb_ || sumDb < gainThrDb_; }
 
   // The slope given is a mean over all the trace with its splices. On a stretch that is long enough for a

@@ -65,11 +65,32 @@ void ReplaceUnbelieved(const TSorData& sor, double fromOwt, double toOwt, Sectio
   line.intercept = ((fromOwt + toOwt) / 2) * line.slope + line.intercept;
 }
 
-// The measures of one event at its markers. They share the line of the section in front, which is fitted
-// once.
+// The lines of sections of one trace. The section behind an event is most often the one in front of the next,
+// so that the last line is kept.
+class SectionFits {
+ public:
+  explicit SectionFits(TSorData& sor) : sor_(sor) {}
+
+  SectionLine Of(int fromOwt, int toOwt) {
+    if (!last_ || fromOwt != fromOwt_ || toOwt != toOwt_) {
+      last_ = FitSection(sor_, fromOwt, toOwt);
+      fromOwt_ = fromOwt;
+      toOwt_ = toOwt;
+    }
+    return *last_;
+  }
+
+ private:
+  TSorData& sor_;
+  std::optional<SectionLine> last_;
+  int fromOwt_ = 0, toOwt_ = 0;
+};
+
+// The measures of one event at its markers. They share the line of the section in front.
 class EventMeasures {
  public:
-  EventMeasures(TSorData& sor, TSorBlockKeyEvents1E& event) : sor_(sor), event_(event) {}
+  EventMeasures(TSorData& sor, TSorBlockKeyEvents1E& event, SectionFits& fits)
+      : sor_(sor), event_(event), fits_(fits) {}
 
   // Reflectance, where the loss `el` is 0 or, for a gain, negative.
   void Reflection(double el, bool raiseBase);
@@ -77,16 +98,19 @@ class EventMeasures {
   void Loss();
   // All of an event at the end of the fibre.
   void End();
+  // All of any event, which ends where the next one begins.
+  void All();
 
  private:
   // The markers in front of the event stay where they are while it is measured.
   const SectionLine& Front() {
-    if (!front_) front_ = FitSection(sor_, event_.ML0, event_.ML1);
+    if (!front_) front_ = fits_.Of(event_.ML0, event_.ML1);
     return *front_;
   }
 
   TSorData& sor_;
   TSorBlockKeyEvents1E& event_;
+  SectionFits& fits_;
   std::optional<SectionLine> front_;
 };
 
@@ -130,7 +154,7 @@ void EventMeasures::Loss() {
     behind.intercept = sor_.GetMinLevel();
     behind.attenuation = -behind.slope * sor_.dLenToOwt(1.0);
   } else {
-    behind = FitSection(sor_, event_.ML2, event_.ML3);
+    behind = fits_.Of(event_.ML2, event_.ML3);
   }
   ReplaceUnbelieved(sor_, event_.ML0, event_.ML1, before);
   ReplaceUnbelieved(sor_, event_.ML2, event_.ML3, behind);
@@ -151,6 +175,28 @@ void EventMeasures::End() {
   RefEventSetORL(&sor_);
 }
 
+void EventMeasures::All() {
+  if (event_.IsEOF()) {
+    End();
+    return;
+  }
+  long limitOwt = event_.ML2;
+  const TSorBlockKeyEvents1E* next = RefEventGetNextEvent(&sor_, &event_);
+  if (next != nullptr && next->EPT < event_.ML2) limitOwt = next->EPT;
+  FindPeak(sor_, event_.EPT, limitOwt, event_.ML4);
+  Reflection(0.0, true);
+  Loss();
+  if (event_.GetEL() < 0.0) Reflection(event_.GetEL(), false);
+}
+
+// Does one thing of a single event.
+template <class Work>
+void Measure(TSorData& sor, TSorBlockKeyEvents1E& event, Work work) {
+  SectionFits fits(sor);
+  EventMeasures measures(sor, event, fits);
+  work(measures);
+}
+
 double PeakOverSection(TSorData& sor, TSorBlockKeyEvents1E& event) {
   if (event.ML4 == 0) FindPeak(sor, event.ML1, event.ML2, event.ML4);
   return sor.OwtToLevel(event.ML4, 1) - sor.OwtToLevel(event.ML1, 1);
@@ -168,34 +214,27 @@ void RefEventMarkerR(TSorData* sor, TSorBlockKeyEvents1E* event) {
 }
 
 void RefEventRCalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
-  EventMeasures(*sor, *event).Reflection(0.0, true);
+  Measure(*sor, *event, [](EventMeasures& measures) { measures.Reflection(0.0, true); });
 }
 
 void RefEventRCalculateNegSplice(TSorData* sor, TSorBlockKeyEvents1E* event, double el) {
-  EventMeasures(*sor, *event).Reflection(el, false);
+  Measure(*sor, *event, [el](EventMeasures& measures) { measures.Reflection(el, false); });
 }
 
 void RefEventACICalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
-  EventMeasures(*sor, *event).Attenuation();
+  Measure(*sor, *event, [](EventMeasures& measures) { measures.Attenuation(); });
 }
 
-void RefEventSCalculate(TSorData* sor, TSorBlockKeyEvents1E* event) { EventMeasures(*sor, *event).Loss(); }
+void RefEventSCalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
+  Measure(*sor, *event, [](EventMeasures& measures) { measures.Loss(); });
+}
 
-void RefEventECalculate(TSorData* sor, TSorBlockKeyEvents1E* event) { EventMeasures(*sor, *event).End(); }
+void RefEventECalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
+  Measure(*sor, *event, [](EventMeasures& measures) { measures.End(); });
+}
 
 int RefEventRecalculate(TSorData* sor, TSorBlockKeyEvents1E* event, int) {
-  EventMeasures measures(*sor, *event);
-  if (event->IsEOF()) {
-    measures.End();
-    return 0;
-  }
-  long limitOwt = event->ML2;
-  const TSorBlockKeyEvents1E* next = RefEventGetNextEvent(sor, event);
-  if (next != nullptr && next->EPT < event->ML2) limitOwt = next->EPT;
-  FindPeak(*sor, event->EPT, limitOwt, event->ML4);
-  measures.Reflection(0.0, true);
-  measures.Loss();
-  if (event->GetEL() < 0.0) measures.Reflection(event->GetEL(), false);
+  Measure(*sor, *event, [](EventMeasures& measures) { measures.All(); });
   return 0;
 }
 
@@ -214,8 +253,9 @@ int RefEventRecalculate(TSorData* sor, TSorBlockQRTEvents1E* event) {
 }
 
 int RefEventRecalculate(TSorData* sor, TSorBlockKeyEvents* events, int onlyFirst) {
+  SectionFits fits(*sor);
   for (int i = 0; i < std::min<int>(events->TNKE, events->events->GetSize()); ++i) {
-    RefEventRecalculate(sor, events->events->GetData(i), 0);
+    EventMeasures(*sor, *events->events->GetData(i), fits).All();
     if (onlyFirst != 0) return 1;
   }
   return 0;

@@ -197,14 +197,19 @@ double RefEventORL(TSorData* sor, double owt1, double owt2) {
   double previousOwt = startOwt;
   double power = 0.0;
   OwtWalk walk(*sor);
-  const LevelView levels = sor->DataPts->Levels();
   const LinearScale scale = sor->QRTParams->ToLinear();
-  for (long i = first; i < last; ++i) {
-    const double owt = walk.OwtOf(i + 1);
-    power += scale.LinOf(levels[i]) * (owt - previousOwt);
-    previousOwt = owt;
-    endOwt = owt;
-  }
+  sor->DataPts->Levels().Over(first, last, [&](auto levels) {
+    walk.ForEachStretch(first + 1, last + 1, [&](OwtWalk::StretchTimes times, long from, long to) {
+      double sum = power, owt = previousOwt;
+      for (long i = from; i < to; ++i) {
+        const double beginOwt = owt;
+        owt = times.OwtOf(i);
+        sum += scale.LinOf(levels[i - 1]) * (owt - beginOwt);
+      }
+      power = sum;
+      previousOwt = endOwt = owt;
+    });
+  });
   if (owt2 > endOwt) power += sor->NumToLinLevel(last) * (owt2 - endOwt);
   return sor->QRTParams->LinToLog5(power / sor->FxdParams->GetOwtPulse(startOwt));
 }

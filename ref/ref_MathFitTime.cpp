@@ -53,12 +53,14 @@ void RefMathLSL_Simple(TSorData* sor, double owt1, double owt2, double& slope, d
   }
   LineSums sums;
   OwtWalk time(*sor);
-  const reflyze::LevelView levels = sor->DataPts->Levels();
-  if (std::fabs(scale - 1.0) > kScaleIsOne) {
-    for (long i = first; i <= last; ++i) sums.Add(time.OwtOf(i), levels[i] * scale);
-  } else {
-    for (long i = first; i <= last; ++i) sums.Add(time.OwtOf(i), levels[i]);
-  }
+  if (!(std::fabs(scale - 1.0) > kScaleIsOne)) scale = 1.0;
+  sor->DataPts->Levels().Over(first, last + 1, [&](auto levels) {
+    time.ForEachStretch(first, last + 1, [&](OwtWalk::StretchTimes times, long from, long to) {
+      LineSums of = sums;
+      for (long i = from; i < to; ++i) of.Add(times.OwtOf(i), levels[i] * scale);
+      sums = of;
+    });
+  });
   sums.Solve(slope, intercept);
 }
 

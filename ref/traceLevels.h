@@ -13,6 +13,11 @@ class TraceLevels {
       : levels_(sor->DataPts->Levels()), points_(sor->DataPts->GetPointsNum()) {}
 
   float operator[](long point) const { return levels_[point]; }
+  // See LevelView.
+  template <class Work>
+  auto Over(long first, long end, Work work) const {
+    return levels_.Over(first, end, work);
+  }
   long points() const { return points_; }
 
   // The fall from one point to another, positive where the fibre loses light.

@@ -27,11 +27,33 @@ class OwtWalk {
   // `point` must not be below that of an earlier call.
   double OwtOf(long point) {
     if (point >= end_) WalkTo(point);
-    return startOwt_ + spacingOwt_ * static_cast<double>(point - first_);
+    return Stretch().OwtOf(point);
+  }
+
+  // The times of one stretch, for loops that leave the walk at its end.
+  struct StretchTimes {
+    double startOwt;    // of its first point
+    double spacingOwt;  // of its points
+    long first;         // its first point
+    double OwtOf(long point) const { return startOwt + spacingOwt * static_cast<double>(point - first); }
+  };
+
+  // Calls `run(times, from, to)` for each piece, up to but not including `to`, of the points from `first` up
+  // to but not including `end` that lies in one stretch.
+  template <class Run>
+  void ForEachStretch(long first, long end, Run run) {
+    while (first < end) {
+      if (first >= end_) WalkTo(first);
+      const long to = std::min(end, end_);
+      run(Stretch(), first, to);
+      first = to;
+    }
   }
 
  private:
   static constexpr long kNowhere = std::numeric_limits<long>::max();
+
+  StretchTimes Stretch() const { return {startOwt_, spacingOwt_, first_}; }
 
   void WalkTo(long point) {
     while (point >= end_) {

@@ -101,15 +101,16 @@ constexpr double kTableStepFactor = 100000000.0;  // 10^(x / 5) of these 40 dB
 // 10^(x / 5): a power of ten, a power of two and the rest from the table, in single precision, for x from 0
 // to 40, where the whole units are at most 800,000.
 inline double Pow5InTable(double x) {
-  constexpr int kUnitsPerDb = 20000;
-  constexpr int kUnitsPerDecade = 100000;
-  constexpr int kUnitsPerOctave = 30103;
+  constexpr unsigned int kUnitsPerDb = 20000;
+  constexpr unsigned int kUnitsPerDecade = 100000;
+  constexpr unsigned int kUnitsPerOctave = 30103;
   constexpr float kDecades[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f};  // exact in 24 bits
-  const int units = TruncProven(x * kUnitsPerDb);
-  const int rest = units % kUnitsPerDecade;
-  const int octaves = rest / kUnitsPerOctave;
-  const float factor = kDecades[units / kUnitsPerDecade] * static_cast<float>(1 << octaves);
-  return factor * tpow10Array[static_cast<unsigned int>(rest - octaves * kUnitsPerOctave) >> 1];
+  constexpr float kOctaves[] = {1.0f, 2.0f, 4.0f, 8.0f};
+  const auto units = static_cast<unsigned int>(TruncProven(x * kUnitsPerDb));
+  const unsigned int decades = units / kUnitsPerDecade, rest = units % kUnitsPerDecade;
+  const unsigned int octaves = rest / kUnitsPerOctave;
+  const float factor = kDecades[decades] * kOctaves[octaves];
+  return factor * tpow10Array[(rest - octaves * kUnitsPerOctave) >> 1];
 }
 
 // 10^(x / 5) of a level below 0, or far above what traces hold.

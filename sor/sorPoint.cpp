@@ -5,6 +5,7 @@
 
 #include "sor/sorDamp.h"
 #include "sor/sorFile.h"
+#include "util/blockSearch.h"
 #include "util/convert.h"
 
 using reflyze::Require;
@@ -314,16 +315,15 @@ float TSorBlockDataPoints::GetMinMax(float* min, float* max, long first, long en
 }
 
 long TSorBlockDataPoints::GetHighest(long first, long end) const {
-  const reflyze::LevelView levels = Levels();
-  long highest = first;
-  float highestDb = levels[first];
-  for (long n = first + 1; n < end; ++n) {
-    if (levels[n] > highestDb) {
-      highestDb = levels[n];
-      highest = n;
+  return Levels().Over(first, std::max(first + 1, end), [=](auto levels) {
+    long highest = first;
+    for (long n = first + 1; n < end; ++n) {
+      const float highestDb = levels[highest];
+      n = reflyze::FirstThatPasses(n, end, [=](long i) { return levels[i] > highestDb; });
+      if (n < end) highest = n;
     }
-  }
-  return highest;
+    return highest;
+  });
 }
 
 double TSorBlockDataPoints::GetMinLevel() const {

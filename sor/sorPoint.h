@@ -20,9 +20,11 @@ struct LevelView {
   float operator[](long point) const {
     return static_cast<unsigned long>(point) < count ? levels[point] : kOutsideDb;
   }
-  // Whether all points from `first` up to but not including `end` are there, and so can be read as they are.
-  bool Holds(long first, long end) const {
-    return first >= 0 && end <= static_cast<long>(count) && first < end;
+  // Calls `work(levels)` for work that reads no point outside `first` up to but not including `end`: with the
+  // bare levels where all of these are there, which is seen here once, and else with this view.
+  template <class Work>
+  auto Over(long first, long end, Work work) const {
+    return first >= 0 && end <= static_cast<long>(count) ? work(levels) : work(*this);
   }
 };
 

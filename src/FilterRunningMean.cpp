@@ -26,22 +26,25 @@ void TSorFilter::SetLinfAvg(long N, long w) {
   const reflyze::HeldSamples lin = HeldLinf();
   const long points = std::max(N, 0L), window = std::clamp(w, 1L, std::max(points, 1L));
   LinfAvg.resize(static_cast<size_t>(points));
-  double sum = 0.0;
-  const auto store = [&](long i, long held) {
-    LinfAvg[static_cast<size_t>(i)] = static_cast<float>(sum / static_cast<double>(held));
-  };
-  for (long i = 0; i < std::min(window, points); ++i) {
-    sum += lin[i];
-    store(i, i + 1);
-  }
-  long first = 0;  // of the window
-  for (long i = window; i < points - window; ++i) {
-    sum += lin[i];
-    sum -= lin[first++];
-    store(i, window);
-  }
-  for (long i = std::max(points - window, 0L); i < points; ++i) {
-    store(i, points - i);
-    sum -= lin[first++];
-  }
+  lin.Over(0, points, [&](auto samples) {
+    float* means = LinfAvg.data();
+    double sum = 0.0;
+    const auto store = [&](long i, long held) {
+      means[i] = static_cast<float>(sum / static_cast<double>(held));
+    };
+    for (long i = 0; i < std::min(window, points); ++i) {
+      sum += samples[i];
+      store(i, i + 1);
+    }
+    long first = 0;  // of the window
+    for (long i = window; i < points - window; ++i) {
+      sum += samples[i];
+      sum -= samples[first++];
+      store(i, window);
+    }
+    for (long i = std::max(points - window, 0L); i < points; ++i) {
+      store(i, points - i);
+      sum -= samples[first++];
+    }
+  });
 }

@@ -30,16 +30,6 @@ void RunningMean::Restart(float lin) {
   sum_ = mean_ = lin;
 }
 
-void RunningMean::Slide(const HeldSamples& lin, long at) {
-  sum_ += lin[at];
-  sum_ -= at < width_ ? startLin_ : lin[at - width_];
-}
-
-void RunningMean::Widen(const HeldSamples& lin, long at) {
-  sum_ += lin[at];
-  ++width_;
-}
-
 void RunningMean::Narrow(const HeldSamples& lin, long at, long drop) {
   sum_ += lin[at];
   for (long k = 0; k < drop; ++k) sum_ -= lin[at - width_ + k];
@@ -135,10 +125,13 @@ void AutoFilterScan::Run() {
     RescanIfEventsAreNoise();
     if (events_.isOpen() && Lin(at_) > Lin(top_)) top_ = at_;
     if (limits_.isStale) RenewLimits();
-    Differences diff = LookAhead();
-    LookBetweenPair(diff);
-    if (GuardDeadZone(diff) == Verdict::kFibreEnded) return;
-    DecideEdge(diff);
+    Differences diff;
+    if (!IsPlain(diff)) {
+      diff = LookAhead();
+      LookBetweenPair(diff);
+      if (GuardDeadZone(diff) == Verdict::kFibreEnded) return;
+      DecideEdge(diff);
+    }
     if (edge_.isNone()) {
       FollowTrace(diff);
     } else {
@@ -151,7 +144,7 @@ void AutoFilterScan::Run() {
 
 // A run of weak events over quiet stretches is noise that the limits let through: all of it is scanned again
 // with higher ones, from the untouched levels.
-void AutoFilterScan::RescanIfEventsAreNoise() {
+inline void AutoFilterScan::RescanIfEventsAreNoise() {
   if (!weakRun_.IsNoise()) return;
   const long kept = std::min(weakRun_.Restart(), events_.closed());
   const long from = std::max(events_[kept].begin, 0);
@@ -196,6 +189,24 @@ void AutoFilterScan::MeasureRipple() {
 
 // --- Looking ahead ---
 
+// Most points are plain backscatter: between events, clear of all dead zones, near the mean. There is no edge
+// then, and all that the looks ahead and the guards would say is the next sample, or the one that a fall is
+// judged by.
+inline bool AutoFilterScan::IsPlain(Differences& diff) const {
+  const bool isClear = edge_.isNone() && lastEdge_.isFalling() && at_ >= dead_.end + scales_.pulsePoints &&
+                       at_ >= dead_.ringEnd && at_ >= dead_.pairEnd;
+  if (!isClear || !(Lin(at_) > 0.0F)) return false;
+  diff.now = Above(at_);
+  const bool isNearMean = diff.now >= limits_.fall && diff.now < limits_.rise && limits_.rise >= 0.0;
+  if (!isNearMean) return false;
+  diff.ahead = Above(diff.now > 0.0 ? at_ + 1 : FallLookPoint());
+  return true;
+}
+
+inline long AutoFilterScan::FallLookPoint() const {
+  return std::min(at_ + scales_.nearPoints, scales_.points - 1);
+}
+
 Differences AutoFilterScan::LookAhead() {
   constexpr double kUndecidedLin = -1.0;  // neither a rise nor a fall
   Differences diff;
@@ -216,7 +227,7 @@ Differences AutoFilterScan::LookAhead() {
 // In the tail of a reflection everything falls. A fall is then judged by two samples ahead; and where the
 // mean is near the noise, two samples in a row may be the fall behind the tail that ends the event.
 void AutoFilterScan::LookIntoFall(Differences& diff) {
-  const long ahead = std::min(at_ + scales_.nearPoints, scales_.points - 1);
+  const long ahead = FallLookPoint();
   diff.ahead = Above(ahead);
   const bool isInTail =
       lastEdge_.isRising() && at_ >= events_.current().begin + scales_.pulsePoints && at_ < dead_.tailEnd;
@@ -274,7 +285,7 @@ void AutoFilterScan::LookBetweenPair(Differences& diff) const {
 
 // Between events the mean follows the trace. It grows by a sample at a time and on quiet stretches only.
 // Inside an event, and high above the noise, nothing is averaged.
-void AutoFilterScan::FollowTrace(const Differences& diff) {
+inline void AutoFilterScan::FollowTrace(const Differences& diff) {
   if (events_.isOpen() || Lin(at_) > scales_.hiLimitLin) {
     mean_.SetSingle();
     return;
@@ -285,18 +296,21 @@ void AutoFilterScan::FollowTrace(const Differences& diff) {
     mean_.Narrow(lin, at_, 2);
     return;
   }
-  const bool isQuiet = diff.now < 0.0 && diff.now > limits_.fall && diff.ahead > limits_.fall &&
-                       static_cast<double>(Lin(at_ + 2)) - Lin(at_ + 2 - mean_.width()) > limits_.strongFall;
-  if (mean_.width() < mean_.target && isQuiet) {
+  if (mean_.width() < mean_.target && IsQuiet(diff)) {
     mean_.Widen(lin, at_);
   } else {
     mean_.Slide(lin, at_);
   }
 }
 
+inline bool AutoFilterScan::IsQuiet(const Differences& diff) const {
+  return diff.now < 0.0 && diff.now > limits_.fall && diff.ahead > limits_.fall &&
+         static_cast<double>(Lin(at_ + 2)) - Lin(at_ + 2 - mean_.width()) > limits_.strongFall;
+}
+
 // Near the noise a wide mean would carry the end of the signal on: where the samples ahead lie below it, it
 // narrows, and gives way to the mean of 16 where they lie far below.
-bool AutoFilterScan::FollowSinkingTrace() {
+inline bool AutoFilterScan::FollowSinkingTrace() {
   constexpr long kLookPoints = 16, kWidePoints = 32;
   constexpr double kNearNoise = 5.0;
   const bool applies = Lin(at_) < kNearNoise * scales_.noiseLin && lastEdge_.isFalling() &&
@@ -323,7 +337,7 @@ void AutoFilterScan::NarrowAtEdge(const Differences& diff) {
   mean_.Narrow(trace_.samples(), at_, diff.now < 1.5 * limits_.fall ? 3 : 2);
 }
 
-void AutoFilterScan::WritePoint() {
+inline void AutoFilterScan::WritePoint() {
   if (mean_.width() < 2) {
     mean_.Restart(Lin(at_));
     return;
@@ -335,7 +349,7 @@ void AutoFilterScan::WritePoint() {
 // The weaker the signal, the wider the mean: at the noise floor as wide as the filter may, 500 times above it
 // a single sample. Ripple counts as noise in part. Width and limits hold for a band of levels; on a rise and
 // in front of the first event they stay as they are.
-void AutoFilterScan::SetTarget() {
+inline void AutoFilterScan::SetTarget() {
   constexpr double kDoublingsAtNoise = 9.01;
   constexpr double kRippleShare = 0.15;
   const double lin = std::max(mean_.mean(), 1.0F);

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <optional>
 
 #include "sor/sorPoint.h"
@@ -71,7 +72,10 @@ class WidthMap {
   bool isKept() const { return widths_ != nullptr; }
   short* data() const { return widths_; }
   long operator[](long point) const;
-  void Set(long point, long width);
+  void Set(long point, long width) {
+    if (widths_ == nullptr || point < 0 || point >= points_) return;
+    widths_[point] = static_cast<short>(std::min<long>(width, std::numeric_limits<short>::max()));
+  }
   void Clear(long from, long to);  // both included: these points are not averaged
 
  private:
@@ -166,8 +170,14 @@ class RunningMean {
   // Starts from what stands for the sample before the trace, or anew from a sample of it.
   void Start(float lin);
   void Restart(float lin);
-  void Slide(const HeldSamples& lin, long at);
-  void Widen(const HeldSamples& lin, long at);
+  void Slide(const HeldSamples& lin, long at) {
+    sum_ += lin[at];
+    sum_ -= at < width_ ? startLin_ : lin[at - width_];
+  }
+  void Widen(const HeldSamples& lin, long at) {
+    sum_ += lin[at];
+    ++width_;
+  }
   // Takes the sample and drops the oldest `drop`.
   void Narrow(const HeldSamples& lin, long at, long drop);
   // Keeps the newest `width` samples before a point.
@@ -321,6 +331,8 @@ class AutoFilterScan {
   void RescanIfEventsAreNoise();
   void RenewLimits();
   void MeasureRipple();
+  bool IsPlain(Differences& diff) const;
+  long FallLookPoint() const;
   Differences LookAhead();
   void LookIntoFall(Differences& diff);
   double FollowRise(double now) const;
@@ -328,6 +340,7 @@ class AutoFilterScan {
   void CatchUpWithFall(const Differences& diff);
   void LookBetweenPair(Differences& diff) const;
   void FollowTrace(const Differences& diff);
+  bool IsQuiet(const Differences& diff) const;
   bool FollowSinkingTrace();
   void NarrowAtEdge(const Differences& diff);
   void WritePoint();

@@ -57,11 +57,6 @@ long WidthMap::operator[](long point) const {
   return widths_[std::clamp(point, 0L, points_ - 1)];
 }
 
-void WidthMap::Set(long point, long width) {
-  if (widths_ == nullptr || point < 0 || point >= points_) return;
-  widths_[point] = static_cast<short>(std::min<long>(width, std::numeric_limits<short>::max()));
-}
-
 void WidthMap::Clear(long from, long to) {
   from = std::max(from, 0L);
   to = std::min(to, points_ - 1);

@@ -19,6 +19,13 @@ class HeldSamples {
 
   float operator[](long point) const { return samples_[Held(point)]; }
 
+  // Calls `work(samples)` for work that reads no point outside `first` up to but not including `end`: with
+  // the bare samples where all of these are there, and else with these held ones.
+  template <class Work>
+  auto Over(long first, long end, Work work) const {
+    return first >= 0 && end <= count_ ? work(samples_) : work(*this);
+  }
+
   // The point itself inside the trace, else the end that it lies behind: for ranges that are handed on to
   // functions which know no length. 0 without samples.
   long Held(long point) const { return std::clamp(point, 0L, last_); }
