@@ -28,7 +28,7 @@ class Aside {
 };
 
 // The log of the program, which records and the module write to from any thread. A log itself is not for
-// several threads at once: its header goes out once, and the calendar of the C library is shared.
+// several threads at once: its header goes out once, and entries are to stand in the order of the traces.
 class SpokenLog : public TLogFile {
  public:
   using TLogFile::TLogFile;

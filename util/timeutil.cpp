@@ -11,12 +11,6 @@ namespace {
 // The zone is one for the whole process: a thread that looks it up anew does so alone.
 std::mutex zone;
 
-bool ToLocalTime(time_t instant, tm& local) {
-  const std::lock_guard<std::mutex> lock(zone);
-  tzset();  // localtime_r alone would stay in the zone of its first call, whatever the user has set since
-  return localtime_r(&instant, &local) != nullptr;
-}
-
 long SecondsOfDay(const tm& time) { return time.tm_hour * 3600L + time.tm_min * 60L; }
 
 }  // namespace
@@ -36,10 +30,9 @@ long GetLocalTimeStamp() {
 }
 
 TString FormatTimeStamp(long t) {
-  const time_t instant = t;
   tm local{};
   TString text;
-  if (!ToLocalTime(instant, local)) return text;
+  if (!reflyze::ToLocalTime(t, local)) return text;
   const int year = local.tm_year % 1900 + 1900;  // years from 3800 on start again at 1900
   text.Format("%02d.%02d.%d   %02d:%02d:%02d", local.tm_mday, local.tm_mon + 1, year, local.tm_hour,
               local.tm_min, local.tm_sec);
@@ -48,11 +41,18 @@ TString FormatTimeStamp(long t) {
 
 namespace reflyze {
 
+bool ToLocalTime(long utcSeconds, tm& local) {
+  const time_t instant = utcSeconds;
+  const std::lock_guard<std::mutex> lock(zone);
+  tzset();  // localtime_r alone would stay in the zone of its first call, whatever the user has set since
+  return localtime_r(&instant, &local) != nullptr;
+}
+
 long LocalOffsetSeconds(long utcSeconds) {
   const time_t instant = utcSeconds;
   tm local{};
   tm utc{};
-  if (!ToLocalTime(instant, local) || gmtime_r(&instant, &utc) == nullptr) return 0;
+  if (!ToLocalTime(utcSeconds, local) || gmtime_r(&instant, &utc) == nullptr) return 0;
   return SecondsOfDay(local) - SecondsOfDay(utc);
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <ctime>
+
 #include "util/tstring.h"
 
 // Milliseconds of the monotonic clock. A clock that cannot be read is an assertion.
@@ -16,6 +18,10 @@ long GetLocalTimeStamp();
 TString FormatTimeStamp(long t);
 
 namespace reflyze {
+
+// The local time of an instant, in the zone of now; false for a time beyond the calendar. Threads may ask at
+// once.
+bool ToLocalTime(long utcSeconds, std::tm& local);
 
 // Local time minus UTC at an instant, in seconds, from hours and minutes alone. While the two stand on
 // different dates the result is a day off; readers of the stamp know it so.

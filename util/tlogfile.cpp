@@ -1,9 +1,9 @@
 #include "util/tlogfile.h"
 
 #include <cstring>
-#include <ctime>
 
 #include "util/assertion.h"
+#include "util/timeutil.h"
 
 namespace {
 
@@ -78,11 +78,10 @@ void TLogFile::Log(FILE* file, char area, char letter, const char* id, const cha
   reflyze::Require(file != nullptr, "file");
   if (!enabled) return;
 
-  const std::time_t now = std::time(nullptr);
-  char stamp[64] = "";
-  if (const char* calendar = std::ctime(&now)) {
-    const int withoutLineFeed = static_cast<int>(std::strlen(calendar)) - 1;
-    std::snprintf(stamp, sizeof stamp, "%.*s", withoutLineFeed, calendar);
+  char stamp[64] = "";  // as a calendar of the C library puts it, without the line feed
+  std::tm local{};
+  if (reflyze::ToLocalTime(GetUTCTimeStamp(), local) && asctime_r(&local, stamp) != nullptr) {
+    stamp[std::strcspn(stamp, "\n")] = '\0';
   }
   if (header) std::fprintf(file, "%s\n%s\n\n%s\n", kRule, stamp, kRule);
   if (stamped) {
