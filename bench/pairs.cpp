@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "cli/Baseline.h"
 #include "cli/CompareTable.h"
 #include "cli/Plausible.h"
+#include "cli/PlausibleComparison.h"
 #include "cli/RecordFile.h"
 #include "cli/Text.h"
 #include "sim/Simulate.h"
@@ -205,7 +207,9 @@ class Program {
     if (IsAtJoint(happening) && !Lists(*before.record, pair)) return std::nullopt;
     const cli::LoadedRecord baseline = ThroughFile(*before.record), current = ThroughFile(*after.record);
     cli::MakeComparable(*baseline.record, *current.record);
-    const int result = TAuto().Compare(baseline.record.get(), current.record.get(), false);
+    const int result = cli::ComparePlausibly(*baseline.record, *current.record, [&](TSorData& trace) {
+      return TAuto().Compare(baseline.record.get(), &trace, false);
+    });
     const cli::CompareTable table = cli::MakeCompareTable(*baseline.record, *current.record, result);
     const Verdict verdict = Judge(happening, pair, table).Judged();
     if (!verdict.Right()) Tell(name, pair, seed, table);
@@ -242,7 +246,7 @@ class Program {
 int main(int argc, char** argv) {
   Options options;
   options.monitoring.level = "bench";
-  double searchStepKm = 0.0;
+  std::vector<std::string> settings;
   CLI::App app("Scores comparisons with a baseline over pairs of simulated traces.");
   app.add_option("-n", options.count, "Pairs a kind")->capture_default_str();
   app.add_option("--seed", options.seed, "Seed of the links and their noise")->capture_default_str();
@@ -256,11 +260,15 @@ int main(int argc, char** argv) {
   app.add_option("--lt", options.monitoring.ltDb, "Limit of loss, dB")->capture_default_str();
   app.add_option("--rt", options.monitoring.rtDb, "Limit of reflectance, dB")->capture_default_str();
   app.add_option("--ct", options.monitoring.ctDbPerKm, "Limit of attenuation, dB/km")->capture_default_str();
-  app.add_option("--search-step", searchStepKm, "Setting EvtSearchStep of the baseline, km");
+  app.add_option("--set", settings, "Setting of the baseline, NAME=VALUE");
   app.add_option("--keep", options.keep, "Folder for the pairs that came out wrong");
   app.add_flag("-v", options.verbose, "Tell of each pair that came out wrong, and of each class");
   CLI11_PARSE(app, argc, argv);
-  if (searchStepKm > 0.0) options.monitoring.settings.emplace_back("EvtSearchStep", searchStepKm);
+  for (const std::string& setting : settings) {
+    const size_t equals = setting.find('=');
+    options.monitoring.settings.emplace_back(setting.substr(0, equals),
+                                             std::strtod(setting.c_str() + equals + 1, nullptr));
+  }
   try {
     Program(options).Run();
     return 0;

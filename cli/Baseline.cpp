@@ -8,6 +8,7 @@
 #include "cli/Text.h"
 #include "ref/refEvent.h"
 #include "src/Filter.h"
+#include "src/RFTSUParams.h"
 #include "util/convert.h"
 #include "util/latin1.h"
 
@@ -36,16 +37,54 @@ void SetLevel(TSorData& record, const Monitoring& monitoring) {
   for (int i = 0; i < record.KeyEvents->ListedEvents(); ++i) block.OnKeyEventAdd(i);
 }
 
+void SetSetting(TSorBlockRFTSParameters& block, const std::string& name, double value) {
+  if (TRFTSUniversalParameter* before = block.GetUParameter(TString(name.c_str()))) {
+    before->SetValue(value);
+  } else {
+    block.AddUParameter(new TRFTSUniversalParameter(name.c_str(), value));
+  }
+}
+
+// What a comparison takes otherwise where a baseline does not say:
+// - It searches new events where slopes have changed. A splice near the end of a section hardly turns its
+// slope,
+//   and a reflection may turn it back: the search is cheap enough to be made each time.
+// - New events count from the loss on that counts as a change of the others.
+// - The fibre ends where an analysis sees its end.
+constexpr double kAnyChangeOfSlope = 0.0;
+constexpr double kUsualEtDb = 3.0;
+
 void SetSettings(TSorData& record, const Monitoring& monitoring) {
   TSorBlockRFTSParameters& block = *record.RFTSParams;
   block.SetTNUP(0);
-  block.SetUseUParameters(!monitoring.settings.empty());
-  for (const auto& [name, value] : monitoring.settings) {
-    if (TRFTSUniversalParameter* before = block.GetUParameter(TString(name.c_str()))) {
-      before->SetValue(value);
-    } else {
-      block.AddUParameter(new TRFTSUniversalParameter(name.c_str(), value));
-    }
+  block.SetUseUParameters(true);
+  SetSetting(block, "EvtDetectDeltaCT", kAnyChangeOfSlope);
+  SetSetting(block, "AutoLT", std::max(monitoring.ltDb, TRFTSUParams().AutoLT));
+  SetSetting(block, "AutoET", kUsualEtDb);
+  for (const auto& [name, value] : monitoring.settings) SetSetting(block, name, value);
+}
+
+// Where to search between two events. Their own places are known to a pulse or two, on long pulses and near
+// the noise: nearer to them an event is theirs. Behind an event the search waits until the table's section
+// begins, but not long: a section may have shrunk to what its slope could be trusted on, up to the next
+// event.
+void ClearSearch(TSorData& record) {
+  constexpr double kNearPulses = 3.0;
+  constexpr double kFarPulses = 5.0, kFarKm = 0.5;
+  const TSorBlockKeyEvents& events = *record.KeyEvents;
+  TSorBlockQRTEvents& sections = *record.QRTEvents;
+  if (sections.ListedEvents() + 1 != events.ListedEvents()) return;
+  const double pulseOwt = record.FxdParams->GetOwtPulse(0);
+  const int nearOwt = TruncToInt(kNearPulses * pulseOwt);
+  const int farOwt = TruncToInt(std::max(kFarPulses * pulseOwt, record.dLenToOwt(kFarKm)));
+  for (int i = 0; i < sections.ListedEvents(); ++i) {
+    TSorBlockQRTEvents1E& section = sections.EventAt(i);
+    const int before = events.EventAt(i).EPT, behind = events.EventAt(i + 1).EPT;
+    const int from = std::clamp(section.ML0, before + nearOwt, before + farOwt);
+    if (from >= behind - nearOwt) continue;
+    section.ML0 = from;
+    section.ML1 = behind - nearOwt;
+    RefEventRecalculate(&record, &section);
   }
 }
 
@@ -95,14 +134,14 @@ void RegainLargestLosses(TSorData& record) {
 
 const std::vector<ComparisonSetting>& ComparisonSettings() {
   static const std::vector<ComparisonSetting> settings = {
-      {"EvtDetectDeltaCT", 0.0, 10.0, "dB/km of change of slope from which new events are searched (0.01)"},
+      {"EvtDetectDeltaCT", 0.0, 10.0, "dB/km of change of slope from which new events are searched (0)"},
       {"EvtSearchStep", 0.01, 1000.0, "km of fibre whose slopes are compared at a time (8)"},
       {"EvtDetectDeltaLen", 0.0, 100.0, "km by which places of a splice may differ (a third of the pulse)"},
       {"EvtRDetectDeltaLen", 0.0, 100.0, "km by which places of a reflection may differ (three points)"},
-      {"AutoLT", 0.0, 60.0, "dB of loss from which an event is new (0.1)"},
+      {"AutoLT", 0.0, 60.0, "dB of loss from which an event is new (the limit of loss, at least 0.1)"},
       {"AutoRT", -65.0, 0.0, "dB of reflectance from which the search sees reflections (-65)"},
       {"AutoCT", 0.0, 60.0, "dB/km, slope threshold of the search (0.25)"},
-      {"AutoET", 0.0, 60.0, "dB of loss that ends the fibre (6)"},
+      {"AutoET", 0.0, 60.0, "dB of loss that ends the fibre (3)"},
       {"NoLinkDistance", 0.0, 1000.0, "km, where the fibre is recognised (0.5 to 5, by the pulse)"},
       {"NoLinkDeltaDB", 0.0, 60.0, "dB by which the levels there may differ (1)"},
       {"EventRT", 0.0, 60.0, "dB of height from which an event counts as reflective (1)"},
@@ -133,6 +172,7 @@ void MakeBaseline(TSorData& record, const Monitoring& monitoring) {
   SetSettings(record, monitoring);
   if (monitoring.search.empty()) {
     RefEventSORToQRTSync(&record);
+    ClearSearch(record);
   } else {
     record.QRTEvents->events->Clear();
     record.QRTEvents->TNE = 0;

@@ -38,8 +38,8 @@ constexpr double kLargestLimit = 32.5;  // dB, dB/km
 // Makes a baseline of a record with events, which are measured anew from their markers, as a comparison will
 // measure them on the current trace: one alarm level, in force, with the same limits for each event;
 // the stretches to search for new events, or each section between two events where none is named; and the
-// settings. What the record held of an earlier monitoring goes. Throws Problem kUsage for a stretch that is
-// not on the trace.
+// settings, with what monitoring takes otherwise than a comparison by itself. What the record held of an
+// earlier monitoring goes. Throws Problem kUsage for a stretch that is not on the trace.
 void MakeBaseline(TSorData& record, const Monitoring& monitoring);
 
 // Lets a record go to file in a revision that has room for the markers of its events.

@@ -82,8 +82,19 @@ std::vector<Stretch> StretchesOn(const TSorData& record) {
   return stretches;
 }
 
+using Settings = std::vector<std::pair<std::string, double>>;
+
+Settings SettingsOf(const TSorData& record) {
+  Settings settings;
+  for (int i = 0; i < record.RFTSParams->GetTNUP(); ++i) {
+    TRFTSUniversalParameter& setting = *record.RFTSParams->GetUParameter(i);
+    settings.emplace_back(setting.GetName().c_str(), setting.GetValue());
+  }
+  return settings;
+}
+
 std::string TextOf(const EventTable& events, const Monitoring& monitoring,
-                   const std::vector<Stretch>& stretches) {
+                   const std::vector<Stretch>& stretches, const Settings& settings) {
   std::string text = TextOf(events);
   text +=
       Format("\nAlarm level  %s: changes of loss above %.3f dB, reflectance %.2f dB, section %.3f dB/km\n",
@@ -93,13 +104,12 @@ std::string TextOf(const EventTable& events, const Monitoring& monitoring,
     text += Format("%s %.3f to %.3f", i == 0 ? "" : ",", stretches[i].fromKm, stretches[i].toKm);
   }
   text += stretches.empty() ? " no section\n" : " km\n";
-  for (const auto& [name, value] : monitoring.settings)
-    text += Format("Setting      %s = %g\n", name.c_str(), value);
+  for (const auto& [name, value] : settings) text += Format("Setting      %s = %g\n", name.c_str(), value);
   return text;
 }
 
 std::string JsonOf(const EventTable& events, const Monitoring& monitoring,
-                   const std::vector<Stretch>& stretches) {
+                   const std::vector<Stretch>& stretches, const Settings& settings) {
   nlohmann::ordered_json json = JsonObjectOf(events);
   json["level"] = {{"name", Utf8(Latin1(monitoring.level).c_str())},
                    {"lt_db", monitoring.ltDb},
@@ -110,7 +120,7 @@ std::string JsonOf(const EventTable& events, const Monitoring& monitoring,
   for (const Stretch& stretch : stretches)
     json["search"].push_back({{"from_km", stretch.fromKm}, {"to_km", stretch.toKm}});
   json["settings"] = nlohmann::ordered_json::object();
-  for (const auto& [name, value] : monitoring.settings) json["settings"][name] = value;
+  for (const auto& [name, value] : settings) json["settings"][name] = value;
   return json.dump() + "\n";
 }
 
@@ -135,10 +145,11 @@ int RunBaseline(Session& session, const BaselineOptions& options) {
   CallEngine(loaded.name, "watched", [&] { MakeBaseline(record, options.monitoring); });
   const EventTable events = MakeEventTable(loaded.name, record, thresholds.For(record));
   const std::vector<Stretch> stretches = StretchesOn(record);
+  const Settings settings = SettingsOf(record);
   SaveRecord(record, options.output);
   WarnOfReading(session, loaded);
-  session.Print(options.format == "json" ? JsonOf(events, options.monitoring, stretches)
-                                         : TextOf(events, options.monitoring, stretches));
+  session.Print(options.format == "json" ? JsonOf(events, options.monitoring, stretches, settings)
+                                         : TextOf(events, options.monitoring, stretches, settings));
   return kDone;
 }
 

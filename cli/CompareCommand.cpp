@@ -6,6 +6,7 @@
 #include "cli/CompareTable.h"
 #include "cli/EngineCall.h"
 #include "cli/Options.h"
+#include "cli/PlausibleComparison.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
@@ -67,7 +68,10 @@ CompareTable Compare(Session& session, LoadedRecord& baseline, LoadedRecord& cur
   CompareTable table;
   CallEngine(baseline.name + ", " + current.name, "compared", [&] {
     MakeComparable(*baseline.record, record);
-    const int result = session.Module().Compare(*baseline.record, record, recheck);
+    const auto compare = [&](TSorData& trace) {
+      return session.Module().Compare(*baseline.record, trace, recheck);
+    };
+    const int result = recheck ? compare(record) : ComparePlausibly(*baseline.record, record, compare);
     table = MakeCompareTable(*baseline.record, record, result);
   });
   table.baselineFile = baseline.name;

@@ -3,7 +3,9 @@
 #include <functional>
 #include <regex>
 
+#include "cli/Baseline.h"
 #include "cli/CompareTable.h"
+#include "cli/PlausibleComparison.h"
 #include "tests/cli/program.h"
 
 namespace {
@@ -91,13 +93,19 @@ TEST_F(BaselineTest, WatchesEveryEventAndSectionOfATraceThatHadNone) {
       EXPECT_EQ(set[limit.name]["RelativeThreshold"], limit.limit) << limit.name;
     }
   }
-  EXPECT_EQ(block["parameters"], nlohmann::json::parse(R"([{"Name": "AutoLT", "Value": 125, "Scale": 1000},
-                                                           {"Name": "EOFLMN", "Value": -1, "Scale": 1}])"));
+  EXPECT_EQ(block["parameters"],
+            nlohmann::json::parse(R"([{"Name": "EvtDetectDeltaCT", "Value": 0, "Scale": 1},
+                                      {"Name": "AutoLT", "Value": 125, "Scale": 1000},
+                                      {"Name": "AutoET", "Value": 3, "Scale": 1},
+                                      {"Name": "EOFLMN", "Value": -1, "Scale": 1}])"));
   const nlohmann::json& sections = dump["QRTEvents"]["events"];
   ASSERT_EQ(sections.size(), events.size() - 1);
+  constexpr int kPulse = 500, kHalfKm = 24484;  // one-way time in 100 ps
   for (size_t i = 0; i < sections.size(); ++i) {
-    EXPECT_EQ(sections[i]["ML0"], events[i + 1]["ML0"]);
-    EXPECT_EQ(sections[i]["ML1"], events[i + 1]["ML1"]);
+    const int before = events[i]["EPT"], behind = events[i + 1]["EPT"];
+    EXPECT_GE(sections[i]["ML0"], before + 3 * kPulse) << "places are known to a pulse or two";
+    EXPECT_LE(sections[i]["ML0"], before + kHalfKm);
+    EXPECT_EQ(sections[i]["ML1"], behind - 3 * kPulse);
   }
 }
 
@@ -118,7 +126,8 @@ TEST_F(BaselineTest, SearchesWhereToldAndForgetsEarlierMonitoring) {
   EXPECT_EQ(dump["RFTSParams"]["levels"][0]["LevelName"],
             "Stra\xC3\x9F"
             "e");
-  EXPECT_TRUE(dump["RFTSParams"]["parameters"].empty());
+  EXPECT_EQ(dump["RFTSParams"]["parameters"][1]["Name"], "AutoLT");
+  EXPECT_EQ(dump["RFTSParams"]["parameters"][1]["Value"], 2) << "a fifth of a dB, as the limit of loss";
   EXPECT_EQ(dump["RFTSEvents"]["LevelName"], "") << "results of the earlier comparison";
   ASSERT_EQ(json["search"].size(), 2u);
   EXPECT_NEAR(json["search"][0]["from_km"].get<double>(), 1.0, 1e-4);
@@ -199,6 +208,21 @@ TEST_F(CompareTest, SaysWhatHappened) {
       {"break",
        [](Link& link) { link.sections.pop_back(), link.joints.pop_back(), link.sections[1].lengthKm = 2.5; },
        10004, "fibre broken at 6\\.[45].. km, 5\\.[45].. km before the end", 6.5, "fiber_break"},
+      {"crushed before the first event",
+       [](Link& link) {
+         link.sections = {{2.5, 0.2, -81.9}}, link.joints.clear(), link.end = {};
+       },
+       10004, "fibre broken at (2\\.50.|2\\.49.) km, 9\\.(49|50). km before the end", 2.5, "fiber_break"},
+      {"crushed in the last section", [](Link& link) { link.sections[2].lengthKm = 3.0, link.end = {}; },
+       10004, "fibre broken at (11\\.00.|10\\.99.) km, (1\\.00.|0\\.99.) km before the end", 11.0,
+       "fiber_break"},
+      {"a splice close to the end",
+       [](Link& link) {
+         link.sections[2].lengthKm = 3.2;
+         link.sections.push_back({0.8, 0.2, -81.9});
+         link.joints.push_back({0.3, {}});
+       },
+       1, "new event at 11\\.(19|20). km: loss 0\\.(29|3.) dB", 11.2, "new"},
       {"dead", [](Link& link) { link.sections.clear(), link.joints.clear(); }, 10002,
        "dead fibre: no light comes back from 0\\.500 km, where the baseline shows -[0-9.]+ dB", 0.0, ""},
       {"other", [](Link& link) { link.launchLevelDb -= 3.0; }, 10002,
@@ -226,6 +250,49 @@ TEST_F(CompareTest, SaysWhatHappened) {
     }
     ExpectStored(stored, json);
   }
+}
+
+// The second way is asked only where the first has left something open, and leaves no mark of itself.
+TEST_F(CompareTest, AsksAgainOnlyWhereSomethingSpeaksAgainstTheAnswer) {
+  TSorData baseline;
+  ASSERT_EQ(baseline.Read(StoreBaseline("b.sor").c_str(), "rb"), sfOk);
+  Link crushed = MetroLink(), unchanged = MetroLink();
+  crushed.sections[2].lengthKm = 3.0, crushed.end = {};
+  for (const auto& [link, asked] : {std::pair<Link, std::vector<int>>{unchanged, {0}}, {crushed, {0, 1}}}) {
+    const auto trace = reflyze::sim::Simulate(link, 12);
+    reflyze::cli::MakeComparable(baseline, *trace.record);
+    std::vector<int> levelsFinal;
+    reflyze::cli::ComparePlausibly(baseline, *trace.record, [&](TSorData& current) {
+      levelsFinal.push_back(current.QRTParams->DataPointsFiltered);
+      return TAuto().Compare(&baseline, &current, false);
+    });
+    EXPECT_EQ(levelsFinal, asked);
+    EXPECT_EQ(trace.record->QRTParams->DataPointsFiltered, 0);
+  }
+}
+
+// A table that keeps silent about a change does not oust one that tells of it, however little else speaks
+// against it.
+TEST_F(CompareTest, DoubtsWhatTheLevelsContradict) {
+  TSorData baseline;
+  ASSERT_EQ(baseline.Read(StoreBaseline("b.sor").c_str(), "rb"), sfOk);
+  Link link = MetroLink();
+  link.sections[2].lengthKm = 2.0;
+  link.sections.push_back({2.0, 0.2, -81.9});
+  link.joints.push_back({0.3, {}});
+  const auto right = reflyze::sim::Simulate(link, 12), silent = reflyze::sim::Simulate(link, 12);
+  reflyze::cli::MakeComparable(baseline, *right.record);
+  reflyze::cli::ComparePlausibly(baseline, *right.record, [&](TSorData& current) {
+    return TAuto().Compare(&baseline, &current, false);
+  });
+  silent.record->KeyEvents->Assign(*baseline.KeyEvents);
+  const auto doubts = [&](const TSorData& table) {
+    return reflyze::cli::ComparisonDoubts(baseline, table, mrCompared);
+  };
+  EXPECT_LT(doubts(*right.record), reflyze::cli::kFewDoubts);
+  EXPECT_GT(doubts(*silent.record), 4 * 0.25) << "0.3 dB, of which noise may hide some";
+  EXPECT_FALSE(reflyze::cli::IsMorePlausible(baseline, *silent.record, mrCompared, 100.0));
+  EXPECT_TRUE(reflyze::cli::IsMorePlausible(baseline, *right.record, mrCompared, 100.0));
 }
 
 // Limits may change after a comparison; what it found stays.
