@@ -26,7 +26,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   TSorData record;
   fuzzing::Input in(data, size - 1);
   if (data[0] == 'M') {
-    if (!fuzzing::ReadRecord(record, in.TakeBytes(size)) || record.DataPts->GetPointsNum() == 0) return 0;
+    const std::string bytes = in.TakeBytes(size);
+    if (fuzzing::Overstates(bytes) || !fuzzing::ReadRecord(record, bytes)) return 0;
+    if (record.DataPts->GetPointsNum() == 0) return 0;
     if (record.GetSize() > kMostBytes) return 0;
   } else {
     fuzzing::FillRecord(in, record);

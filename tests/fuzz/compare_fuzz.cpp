@@ -10,9 +10,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   fuzzing::Input in(data, size);
   TSorData baseline, current;
   const auto first = in.Take<std::uint32_t>();
-  if (!fuzzing::ReadRecord(baseline, in.TakeBytes(first)) ||
-      !fuzzing::ReadRecord(current, in.TakeBytes(size)))
-    return 0;
+  for (TSorData* record : {&baseline, &current}) {
+    const std::string bytes = in.TakeBytes(record == &baseline ? first : size);
+    if (fuzzing::Overstates(bytes) || !fuzzing::ReadRecord(*record, bytes)) return 0;
+  }
   constexpr long kMostBytes = 100000;  // more come from counts that lie, which are no matter here
   if (baseline.GetSize() > kMostBytes || current.GetSize() > kMostBytes) return 0;
   const auto run = [](TCmdASF command, long value, TSorData& trace, TSorData* reference) {
