@@ -11,6 +11,7 @@
 #include <limits>
 #include <vector>
 
+#include "ref/levelMean.h"
 #include "ref/refAutoNoise.h"
 #include "ref/refAutoSplice.h"
 #include "ref/ref_Math.h"
@@ -25,7 +26,7 @@ namespace {
 // Mean over a fixed number of points that moves along the trace one point at a time.
 class MovingMean {
  public:
-  MovingMean(TSorData* sor, float* lin, long points) : sor_(sor), lin_(lin), points_(points) {}
+  MovingMean(TSorData* sor, float* lin, long points) : sor_(sor), lin_(lin), means_(*sor), points_(points) {}
 
   float Db() const { return static_cast<float>(meanDb_); }
   long first() const { return first_; }
@@ -43,10 +44,11 @@ class MovingMean {
   }
 
  private:
-  double LevelDb(long point) const { return sor_->QRTParams->NLogToLog(sor_->NumTofLevel(point)); }
+  double LevelDb(long point) const { return means_.LevelOf(point); }
 
   TSorData* const sor_;
   float* const lin_;
+  const reflyze::LevelMean<float> means_;
   const long points_;
   long first_ = 0;
   double meanDb_ = 0;
@@ -65,11 +67,11 @@ class EventPin {
         upDb_(up),
         guardDb_(guard),
         slopeDb_(slopeDb),
+        receiverDbPerPoint_(RefAutoGetDbOnOwt(sor) * sor->FxdParams->GetOwtDS(0)),
         near_(sor, lin_, meanPoints_),
         far_(sor, lin_, meanPoints_) {
     const double spacingOwt = sor->FxdParams->GetOwtDS(0);
     const double pulseOwt = sor->FxdParams->GetOwtPulse(sor->NumToOwt(start_));
-    receiverDbPerPoint_ = RefAutoGetDbOnOwt(sor) * spacingOwt;
     recoverPoints_ = TruncToLong(2 * downDb_ / receiverDbPerPoint_);
     width_ = std::max(levelDb_.Near(TruncToLong(std::ceil(pulseOwt / spacingOwt))), 0L);
     centre_ = static_cast<float>((static_cast<double>(meanPoints_) + 1) / 2.0);
@@ -240,10 +242,10 @@ class EventPin {
   const float downDb_, upDb_, guardDb_;
   float slopeDb_;  // of the fibre, as measured last
 
-  double receiverDbPerPoint_ = 0;
-  long recoverPoints_ = 0;  // points in which the receiver falls by twice the gain limit
-  long width_ = 0;          // pulse
-  float centre_ = 0;        // points from the middle of the mean to the point behind it
+  const double receiverDbPerPoint_;  // settles the floor of the scale, on which the means rest
+  long recoverPoints_ = 0;           // points in which the receiver falls by twice the gain limit
+  long width_ = 0;                   // pulse
+  float centre_ = 0;                 // points from the middle of the mean to the point behind it
 
   MovingMean near_, far_;  // before the point, and one pulse behind it
   bool farActive_ = false;

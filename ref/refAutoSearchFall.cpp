@@ -186,15 +186,20 @@ float RefAutoSearchRefdbFall(TSorData* sor, long a, long b, long w, float slope,
 float RefAutoSearchMaxdbFall(TSorData* sor, long a, long b, long w, long& at, float limit) {
   const TraceLevels levelDb(sor);
   const long base = levelDb.Near(w), last = levelDb.Near(b) - base;
+  const long first = levelDb.Near(a);
   float best = 0;
   at = a;
-  for (long i = levelDb.Near(a); i <= last; ++i) {
-    const float fallDb = levelDb.FallDb(i, i + base);
-    if (!(fallDb > best)) continue;
-    best = fallDb;
-    at = i;
-    if (fallDb >= limit) break;
-  }
+  levelDb.Over(std::min(first, first + base), std::max(last, last + base) + 1, [&](auto levels) {
+    const auto fallDb = [levels, base](long i) { return levels[i] - levels[i + base]; };
+    for (long i = first; i <= last; ++i) {
+      const float mostDb = best;
+      i = reflyze::FirstThatPasses(i, last + 1, [=](long k) { return fallDb(k) > mostDb; });
+      if (i > last) return;
+      best = fallDb(i);
+      at = i;
+      if (best >= limit) return;
+    }
+  });
   return best;
 }
 

@@ -26,10 +26,11 @@ long RefAutoSearchBackGreather(TSorData* sor, long from, float level) {
 long RefAutoSearchStraightLess(TSorData* sor, long from, float level) {
   const TraceLevels levelDb(sor);
   const long last = levelDb.points() - 1;
-  for (long i = levelDb.Near(from); i < last; ++i) {
-    if (levelDb[i] < level) return i;
-  }
-  return last;
+  const long first = levelDb.Near(from);
+  if (first >= last) return last;
+  return levelDb.Over(first, last, [=](auto levels) {
+    return reflyze::FirstThatPasses(first, last, [=](long i) { return levels[i] < level; });
+  });
 }
 
 long RefAutoSearchStraightLess(TSorData* sor, long from, float level, float step) {

@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "ref/levelMean.h"
 #include "ref/ref_Math.h"
 #include "ref/traceWalk.h"
 #include "sor/sorData.h"
@@ -10,6 +11,7 @@
 
 float* RefEmbGetLinf(TSorData* sor) { return static_cast<float*>(sor->GetEmbData(TEmbData1E::kLinearTrace)); }
 
+using reflyze::LevelMean;
 using reflyze::LevelView;
 using reflyze::LinearScale;
 
@@ -44,27 +46,10 @@ double RefMathPower(TSorData* sor, long first, long count, int mode) {
     for (long i = stretch.first; i < stretch.end; ++i) sum += linear.LinOf(levels[i]);
     return scale.NLogToLog(scale.LinToLog5(sum / static_cast<double>(stretch.count())));
   }
-  const double floorDb = scale.GetMAX();
-  for (long i = stretch.first; i < stretch.end; ++i) {
-    const double levelDb = levels[i];
-    sum += levelDb > floorDb ? levelDb : scale.NLogToLog(levelDb);
-  }
-  return sum / static_cast<double>(stretch.count());
+  return LevelMean<double>(*sor).Over(stretch.first, stretch.end);
 }
 
 namespace {
-
-float MeanLevelDb(const TSorData& sor, long first, long end) {
-  const TSorBlockQRTParameters& scale = *sor.QRTParams;
-  const LevelView levels = sor.DataPts->Levels();
-  const float floorDb = scale.GetfMAX();
-  float sum = 0.0f;
-  for (long i = first; i < end; ++i) {
-    const float levelDb = levels[i];
-    sum += levelDb > floorDb ? levelDb : scale.NLogToLog(levelDb);
-  }
-  return sum / static_cast<float>(end - first);
-}
 
 // Each addition is made in double and kept as float. Of two floats that is exactly their sum in single
 // precision, so samples of the array are added that way.
@@ -83,7 +68,7 @@ float RefMathPower(TSorData* sor, float* lin, long first, long count, int mode) 
   if (first >= points || count < 1) return 0.0f;
   const HeldStretch stretch(*sor, first, count);
   const long end = std::min(stretch.end, points);
-  if (mode == 0) return MeanLevelDb(*sor, stretch.first, end);
+  if (mode == 0) return LevelMean<float>(*sor).Over(stretch.first, end);
   const float mean = MeanLinearPower(*sor, lin, stretch.first, end);
   if (mode == 2) return mean;
   return sor->QRTParams->NLogToLog(sor->QRTParams->LinToLog5(mean));

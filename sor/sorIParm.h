@@ -18,15 +18,29 @@ class LinearScale {
 
   double LinOf(double levelDb) const {
     double db = levelDb - maxDb_;
+    if (db * kStraightLin > kStraightUpTo) return Pow5(db);  // most levels of a trace
     if (db < 0.0) db *= expansion_;
     const double lin = db * kStraightLin;
-    if (!(std::fabs(lin) > kStraightUpTo)) return lin;
-    return db >= 0.0 ? Pow5(db) : -Pow5(-db);
+    return lin < -kStraightUpTo ? -Pow5(-db) : lin;
   }
 
  private:
   double maxDb_;
   int expansion_;
+};
+
+// Levels below `maxDb` as they would stand without compression, by a whole factor.
+template <class Real>
+class Expansion {
+ public:
+  Expansion(Real maxDb, int factor) : maxDb_(maxDb), factor_(static_cast<Real>(factor)) {}
+
+  Real LevelOf(Real levelDb) const {
+    return levelDb < maxDb_ ? (levelDb - maxDb_) * factor_ + maxDb_ : levelDb;
+  }
+
+ private:
+  Real maxDb_, factor_;
 };
 
 }  // namespace reflyze
@@ -221,8 +235,10 @@ class TSorBlockQRTParameters : public TSorBlock {
   double LinToLog5(double v) const;
   float LinToLog5(float v) const;
   // Expands a compressed level.
-  double NLogToLog(double v) const;
-  float NLogToLog(float v) const;
+  double NLogToLog(double v) const { return Expanded().LevelOf(v); }
+  float NLogToLog(float v) const { return ExpandedF().LevelOf(v); }
+  reflyze::Expansion<double> Expanded() const { return {GetMAX(), GetNegScale()}; }  // for many levels
+  reflyze::Expansion<float> ExpandedF() const { return {GetfMAX(), GetNegScale()}; }
   float NLogToPLog(float v) const;  // expands it, and mirrors it above MAX
   // Linear value of a level with the zero offset of the instrument, 1 at 0 dB; a raw sample counts in -0.001
   // dB.
@@ -384,14 +400,4 @@ inline float TSorBlockQRTParameters::LinToLog5(float v) const {
   if (db < 0.0f) db /= static_cast<float>(GetNegScale());
   const float level = GetfMAX() + db;
   return level > 0.0f ? 0.0f : level;
-}
-
-inline double TSorBlockQRTParameters::NLogToLog(double v) const {
-  const double max = GetMAX();
-  return v < max ? (v - max) * GetNegScale() + max : v;
-}
-
-inline float TSorBlockQRTParameters::NLogToLog(float v) const {
-  const float max = GetfMAX();
-  return v < max ? (v - max) * static_cast<float>(GetNegScale()) + max : v;
 }

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "ref/levelMean.h"
 #include "ref/ref_Math.h"
 #include "sor/sorData.h"
 #include "src/Auto.h"
@@ -77,11 +78,7 @@ double TAuto::dAveragePower(long first, long count, int mode, double prev) {
   const long entering = first + count - 1;
   const long leaving = first - 1;
   const double points = static_cast<double>(count);
-  if (mode == 0) {
-    const double change =
-        scale.NLogToLog(sor->NumToLevel(entering)) - scale.NLogToLog(sor->NumToLevel(leaving));
-    return prev + change / points;
-  }
+  if (mode == 0) return reflyze::LevelMean<double>(*sor).Moved(prev, first, count);
   const double change = (sor->NumToLinLevel(entering) - sor->NumToLinLevel(leaving)) / points;
   return scale.NLogToLog(scale.LinToLog5(change + scale.Log5ToLin(prev, 1)));
 }
@@ -91,11 +88,7 @@ float TAuto::dAveragePower(float* lin, long first, long count, int mode, float p
   const long entering = first + count - 1;
   const long leaving = first - 1;
   const float points = static_cast<float>(count);
-  if (mode == 0) {
-    const float change =
-        scale.NLogToLog(sor->NumTofLevel(entering)) - scale.NLogToLog(sor->NumTofLevel(leaving));
-    return prev + change / points;
-  }
+  if (mode == 0) return reflyze::LevelMean<float>(*sor).Moved(prev, first, count);
   // The array ends where the trace does; outside it, the levels still have an answer.
   const long traceEnd = sor->DataPts->GetPointsNum();
   const bool inside = std::min(leaving, entering) >= 0 && std::max(leaving, entering) < traceEnd;

@@ -3,6 +3,7 @@
 #include <functional>
 #include <limits>
 
+#include "ref/levelMean.h"
 #include "ref/ref_Math.h"
 #include "sor/sorData.h"
 #include "src/Auto.h"
@@ -40,24 +41,19 @@ float MeanAnew(TAuto& analysis, long point, long pin, int mode, float) {
   float* lin = point >= 0 ? analysis.linf : nullptr;  // in front of the trace there are levels only
   return RefMathPower(analysis.sor, lin, point, pin, mode);
 }
-double MeanMoved(TAuto& analysis, long point, long pin, double prev) {
-  return analysis.dAveragePower(point, pin, 0, prev);
-}
-float MeanMoved(TAuto& analysis, long point, long pin, float prev) {
-  return analysis.dAveragePower(analysis.linf, point, pin, 0, prev);
-}
 
 // The mean level of a window that moves along the trace by `stride` points at a time.
 template <class Real>
 class WindowLevel {
  public:
-  WindowLevel(TAuto& analysis, long pin, long stride) : analysis_(analysis), pin_(pin), stride_(stride) {}
+  WindowLevel(TAuto& analysis, long pin, long stride)
+      : analysis_(analysis), means_(*analysis.sor), pin_(pin), stride_(stride) {}
 
   // Forgets the last place: the next mean is taken anew.
   void Restart() { started_ = false; }
   Real At(long point, bool linear) {
     const bool movable = started_ && pin_ >= kShortestSlid && !linear && stride_ == 1;
-    level_ = movable ? MeanMoved(analysis_, point, pin_, level_)
+    level_ = movable ? means_.Moved(level_, point, pin_)
                      : MeanAnew(analysis_, point, pin_, linear ? 1 : 0, Real());
     started_ = true;
     return level_;
@@ -65,6 +61,7 @@ class WindowLevel {
 
  private:
   TAuto& analysis_;
+  const reflyze::LevelMean<Real> means_;
   const long pin_, stride_;
   Real level_ = 0;
   bool started_ = false;

@@ -104,6 +104,23 @@ TEST(EventMeasure, LossReflectanceAndShape) {
   EXPECT_NEAR(splice.ML4, 3000 * kSpacingOwt, 3 * kSpacingOwt);
 }
 
+// Whether alone or with all others, whose sections it shares or does not.
+TEST(EventMeasure, AllAtOnceAsOneByOne) {
+  for (const bool shared : {true, false}) {
+    const auto all = LinkWithEvents(), each = LinkWithEvents();
+    for (TSorData* sor : {all.get(), each.get()}) {
+      for (int i = 1; i < 5; ++i) sor->KeyEvents->EventAt(i).ML0 += shared ? 0 : 40 * i;
+    }
+    RefEventRecalculate(all.get(), all->KeyEvents, 0);
+    for (int i = 0; i < 5; ++i) RefEventRecalculate(each.get(), &each->KeyEvents->EventAt(i), 0);
+    for (int i = 0; i < 5; ++i) {
+      const TSorBlockKeyEvents1E &a = all->KeyEvents->EventAt(i), &b = each->KeyEvents->EventAt(i);
+      EXPECT_TRUE(a.GetEL() == b.GetEL() && a.ER == b.ER && a.ACI == b.ACI && a.ML4 == b.ML4 && a.EC == b.EC)
+          << i << ", shared: " << shared;
+    }
+  }
+}
+
 TEST(EventMeasure, ShapeOfAPeak) {
   const std::pair<double, char> kCases[] = {
       {-0.1, '2'}, {-0.2, '2'}, {-0.201, '1'}, {-19.92, '1'}, {-19.94, '0'}};

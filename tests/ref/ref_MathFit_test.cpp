@@ -45,6 +45,13 @@ TEST(OwtWalk, EqualsTheConversionOfTheRecord) {
     const long start = random.Integer(-3, 30);
     reflyze::OwtWalk walk(sor);
     for (long i = start; i < 130; i += random.Integer(0, 4)) ASSERT_EQ(walk.OwtOf(i), sor.NumToOwt(i));
+    long next = start;
+    reflyze::OwtWalk(sor).ForEachStretch(start, 130, [&](const auto& times, long from, long to) {
+      EXPECT_TRUE(from == next && to > from);
+      for (long i = from; i < to; ++i) EXPECT_EQ(times.OwtOf(i), sor.NumToOwt(i));
+      next = to;
+    });
+    ASSERT_EQ(next, 130);
   }
 }
 

@@ -106,6 +106,7 @@ TEST(SorPoint, RangesOfLevelsAgainstASlowTwin) {
       const float mean = points.GetMinMax(&fmin, &fmax, first, end, fminIndex, fmaxIndex);
       ASSERT_EQ(minIndex, low) << first << ' ' << end;
       ASSERT_EQ(maxIndex, high) << first << ' ' << end;
+      ASSERT_EQ(points.GetHighest(first, end), high) << first << ' ' << end;
       ASSERT_EQ(min, points.numToLevel(low));
       ASSERT_EQ(max, points.numToLevel(high));
       ASSERT_EQ(fminIndex + fmaxIndex, low + high);
