@@ -11,9 +11,12 @@ namespace reflyze::cli {
 // loses or gains more than the whole link does.
 int Implausibility(TSorData& record);
 
-// An instrument says in its records how fast its receiver falls; foreign ones don't. Where the launch stands
-// out of the backscatter by too little for the engine to tell, its own edge still shows the rate: it goes
-// into the record. Nothing happens where the record or the engine knows better.
+// An instrument says in its records how fast its receiver falls; foreign ones don't. The engine then reads
+// the rate off the edge behind the launch, where light of the backscatter lies under it: where the launch
+// stands out by little, or not enough for the engine to tell, the rate comes out several times too low, and
+// every event so much longer. A first-order receiver that falls by R onto B begins, in dB, at R / (R + B) of
+// its rate. The edge's rate without that share goes into the record; nothing happens where the record or a
+// clear launch knows better.
 void GiveReceiverRate(TSorData& record);
 
 // Analyses a record by `analyse(thresholds)`, which is a service command on it. The search from the filter's
