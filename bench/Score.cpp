@@ -126,7 +126,10 @@ void Score::Add(const TraceResult& result) {
     lossErrorDb_.push_back(found.lossDb - event.lossDb);
     if (event.reflectanceDb && !event.saturated && !found.saturated && found.reflectanceDb != 0.0 &&
         KindOf(event) == EventKind::kReflection) {
-      reflectanceErrorDb_.push_back(found.reflectanceDb - *event.reflectanceDb);
+      // A height over the backscatter tells no more: of fibres that scatter otherwise than the record says,
+      // no trace shows how much.
+      const double seenDb = *event.reflectanceDb - event.backscatterOffDb;
+      reflectanceErrorDb_.push_back(found.reflectanceDb - seenDb);
     }
   }
 }

@@ -181,6 +181,7 @@ class TruthTeller {
     event.lossDb = link_.joints[i].lossDb -
                    (link_.sections[i + 1].backscatterDb - link_.sections[i].backscatterDb) / 2.0;
     event.attenuationDbPerKm = link_.sections[i].attenuationDbPerKm;
+    event.backscatterOffDb = link_.sections[i].backscatterDb - link_.sections.front().backscatterDb;
     event.code = CodeOf(event, false);
     truth_.events.push_back(event);
   }

@@ -19,6 +19,7 @@ struct TrueEvent {
   double lossDb = 0.0;  // as seen from this end: insertion loss and change of backscatter coefficient
   double insertionLossDb = 0.0;
   std::optional<double> reflectanceDb;
+  double backscatterOffDb = 0.0;    // backscatter coefficient of the section before, over that of the record
   double peakDb = 0.0;              // height of the reflection above the backscatter before it, 0 for none
   double attenuationDbPerKm = 0.0;  // of the section before
   double snrDb = 0.0;               // lower one of the levels on both sides above the noise
