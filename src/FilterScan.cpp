@@ -190,8 +190,7 @@ void AutoFilterScan::MeasureRipple() {
 // --- Looking ahead ---
 
 // Most points are plain backscatter: between events, clear of all dead zones, near the mean. There is no edge
-// then, and all that the looks ahead and the guards would say is the next sample, or the one that a fall is
-// judged by.
+// then, and all that the looks ahead and the guards would say is the sample that a fall is judged by.
 inline bool AutoFilterScan::IsPlain(Differences& diff) const {
   const bool isClear = edge_.isNone() && lastEdge_.isFalling() && at_ >= dead_.end + scales_.pulsePoints &&
                        at_ >= dead_.ringEnd && at_ >= dead_.pairEnd;
@@ -199,7 +198,9 @@ inline bool AutoFilterScan::IsPlain(Differences& diff) const {
   diff.now = Above(at_);
   const bool isNearMean = diff.now >= limits_.fall && diff.now < limits_.rise && limits_.rise >= 0.0;
   if (!isNearMean) return false;
-  diff.ahead = Above(diff.now > 0.0 ? at_ + 1 : FallLookPoint());
+  // Only below the mean will anybody ask what lies ahead. In noise that is every other sample, so that to
+  // look in any case costs less than to find out.
+  diff.ahead = Above(FallLookPoint());
   return true;
 }
 
