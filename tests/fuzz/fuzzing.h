@@ -73,23 +73,26 @@ bool Completes(Work&& work) {
 // within bounds that tests hold the program to, but each costs the time of a hundred others and the entries
 // are all alike.
 inline bool Overstates(const std::string& bytes) {
-  constexpr struct {
-    const char* block;
-    size_t place;  // of the count, behind the ID
-    size_t width;
-  } kCounts[] = {
-      {"Map", 6, 2}, {"KeyEvents", 0, 2}, {"LnkParams", 0, 2}, {"QRTEvents", 0, 2}, {"DataPts", 6, 4}};
-  for (const auto& count : kCounts) {
-    const std::string id(count.block, std::strlen(count.block) + 1);
+  const auto number = [&bytes](size_t place, size_t width) {
+    std::uint32_t value = 0;
+    const std::string field = bytes.substr(std::min(bytes.size(), place), width);
+    std::memcpy(&value, field.data(), field.size());
+    return value;
+  };
+  const auto anywhere = [&](const char* block, auto&& lies) {
+    const std::string id(block, std::strlen(block) + 1);
     for (size_t at = bytes.find(id); at != std::string::npos; at = bytes.find(id, at + 1)) {
-      const std::string number =
-          bytes.substr(std::min(bytes.size(), at + id.size() + count.place), count.width);
-      std::uint32_t entries = 0;
-      std::memcpy(&entries, number.data(), number.size());
-      if (entries > bytes.size()) return true;
+      if (lies(at + id.size())) return true;
     }
-  }
-  return false;
+    return false;
+  };
+  const auto tooMany = [&](size_t place) { return number(place, 2) > bytes.size(); };
+  return anywhere("Map", [&](size_t place) { return tooMany(place + 6); }) ||
+         anywhere("KeyEvents", tooMany) || anywhere("LnkParams", tooMany) || anywhere("QRTEvents", tooMany) ||
+         // The 1 is the number of stretches, and tells the block from its line in the map.
+         anywhere("DataPts", [&](size_t place) {
+           return number(place + 4, 2) == 1 && number(place + 6, 4) > bytes.size();
+         });
 }
 
 // Whether the bytes are a record that a host would work with.
