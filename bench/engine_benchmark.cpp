@@ -181,9 +181,9 @@ void CompareUnchanged(benchmark::State& state) {
   monitoring.level = "bench";
   cli::MakeBaseline(baseline, monitoring);
   const TSorData& trace = TraceOf(state.range(0), 8);
-  const auto compare = [&](TSorData& current) {
+  const auto compare = [](TSorData& base, TSorData& current) {
     void* parameters[11] = {&current};
-    parameters[10] = &baseline;
+    parameters[10] = &base;
     long recheck = 0;
     return ServiceFunction(cmdCompare, recheck, parameters);
   };

@@ -207,9 +207,10 @@ class Program {
     if (IsAtJoint(happening) && !Lists(*before.record, pair)) return std::nullopt;
     const cli::LoadedRecord baseline = ThroughFile(*before.record), current = ThroughFile(*after.record);
     cli::MakeComparable(*baseline.record, *current.record);
-    const int result = cli::ComparePlausibly(*baseline.record, *current.record, [&](TSorData& trace) {
-      return TAuto().Compare(baseline.record.get(), &trace, false);
-    });
+    const auto compare = [](TSorData& base, TSorData& trace) {
+      return TAuto().Compare(&base, &trace, false);
+    };
+    const int result = cli::ComparePlausibly(*baseline.record, *current.record, compare);
     const cli::CompareTable table = cli::MakeCompareTable(*baseline.record, *current.record, result);
     const Verdict verdict = Judge(happening, pair, table).Judged();
     if (!verdict.Right()) Tell(name, pair, seed, table);

@@ -50,9 +50,7 @@ void SetSetting(TSorBlockRFTSParameters& block, const std::string& name, double 
 // slope,
 //   and a reflection may turn it back: the search is cheap enough to be made each time.
 // - New events count from the loss on that counts as a change of the others.
-// - The fibre ends where an analysis sees its end.
 constexpr double kAnyChangeOfSlope = 0.0;
-constexpr double kUsualEtDb = 3.0;
 
 void SetSettings(TSorData& record, const Monitoring& monitoring) {
   TSorBlockRFTSParameters& block = *record.RFTSParams;
@@ -60,7 +58,6 @@ void SetSettings(TSorData& record, const Monitoring& monitoring) {
   block.SetUseUParameters(true);
   SetSetting(block, "EvtDetectDeltaCT", kAnyChangeOfSlope);
   SetSetting(block, "AutoLT", std::max(monitoring.ltDb, TRFTSUParams().AutoLT));
-  SetSetting(block, "AutoET", kUsualEtDb);
   for (const auto& [name, value] : monitoring.settings) SetSetting(block, name, value);
 }
 
@@ -141,7 +138,7 @@ const std::vector<ComparisonSetting>& ComparisonSettings() {
       {"AutoLT", 0.0, 60.0, "dB of loss from which an event is new (the limit of loss, at least 0.1)"},
       {"AutoRT", -65.0, 0.0, "dB of reflectance from which the search sees reflections (-65)"},
       {"AutoCT", 0.0, 60.0, "dB/km, slope threshold of the search (0.25)"},
-      {"AutoET", 0.0, 60.0, "dB of loss that ends the fibre (3)"},
+      {"AutoET", 0.0, 60.0, "dB of loss that ends the fibre (6)"},
       {"NoLinkDistance", 0.0, 1000.0, "km, where the fibre is recognised (0.5 to 5, by the pulse)"},
       {"NoLinkDeltaDB", 0.0, 60.0, "dB by which the levels there may differ (1)"},
       {"EventRT", 0.0, 60.0, "dB of height from which an event counts as reflective (1)"},

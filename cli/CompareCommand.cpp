@@ -68,10 +68,11 @@ CompareTable Compare(Session& session, LoadedRecord& baseline, LoadedRecord& cur
   CompareTable table;
   CallEngine(baseline.name + ", " + current.name, "compared", [&] {
     MakeComparable(*baseline.record, record);
-    const auto compare = [&](TSorData& trace) {
-      return session.Module().Compare(*baseline.record, trace, recheck);
+    const auto compare = [&](TSorData& base, TSorData& trace) {
+      return session.Module().Compare(base, trace, recheck);
     };
-    const int result = recheck ? compare(record) : ComparePlausibly(*baseline.record, record, compare);
+    const int result =
+        recheck ? compare(*baseline.record, record) : ComparePlausibly(*baseline.record, record, compare);
     table = MakeCompareTable(*baseline.record, record, result);
   });
   table.baselineFile = baseline.name;

@@ -109,10 +109,6 @@ class ChangeAccount {
   double untoldDb_ = 0.0, mistoldDb_ = 0.0;
 };
 
-bool TellsOfChange(const TSorData& compared, int result) {
-  return result != mrCompared || compared.RFTSEvents->IsFail();
-}
-
 }  // namespace
 
 double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int result) {
@@ -130,9 +126,18 @@ double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int r
   return doubts + kUntold * account.untoldDb() + kMistold * account.mistoldDb();
 }
 
-bool IsMorePlausible(const TSorData& baseline, const TSorData& compared, int result, double doubts) {
-  const double ofIt = ComparisonDoubts(baseline, compared, result);
-  return ofIt < doubts && (ofIt <= kFewDoubts || TellsOfChange(compared, result));
+bool TellsOfChange(const TSorData& compared, int result) {
+  return result != mrCompared || compared.RFTSEvents->IsFail();
+}
+
+void LetLeastLossEnd(const TSorData& baseline, TSorData& copy) {
+  constexpr double kLeastEtDb = 1.0;
+  copy.Assign(baseline);
+  if (TRFTSUniversalParameter* setting = copy.RFTSParams->GetUParameter(TString("AutoET"))) {
+    setting->SetValue(kLeastEtDb);
+  } else {
+    copy.RFTSParams->AddUParameter(new TRFTSUniversalParameter("AutoET", kLeastEtDb));
+  }
 }
 
 void TakeComparison(TSorData& record, const TSorData& compared) {

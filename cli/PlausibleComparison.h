@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sor/sorData.h"
+#include "src/Auto.h"
 
 namespace reflyze::cli {
 
@@ -11,31 +12,46 @@ namespace reflyze::cli {
 double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int result);
 constexpr double kFewDoubts = 0.3;
 
-// Whether a comparison with this result takes the place of another about which there are `doubts`: there are
-// fewer about it, and it does not hush up a change that it can't explain.
-bool IsMorePlausible(const TSorData& baseline, const TSorData& compared, int result, double doubts);
+// Whether a comparison with this result says that anything is otherwise.
+bool TellsOfChange(const TSorData& compared, int result);
 
 // Takes over what a comparison of the same trace has written.
 void TakeComparison(TSorData& record, const TSorData& compared);
 
-// Compares `current` with `baseline` by `compare(current)`, which is service command 2 on them. Where the
-// fibre ends and what is new on it rests on an analysis of the current trace inside the comparison, which
-// searches from the events of the filter. A trace whose levels are marked as final is not filtered, and that
-// analysis searches it directly: so it is asked again where too much speaks against the first answer.
+// A copy of the baseline by which the least loss that an analysis accepts ends the fibre.
+void LetLeastLossEnd(const TSorData& baseline, TSorData& copy);
+
+// Compares `current` with `baseline` by `compare(baseline, current)`, which is service command 2 on them.
+// Where the fibre ends and what is new on it rests on an analysis of the current trace inside the comparison,
+// which searches from the events of the filter. Where too much speaks against the answer, the comparison is
+// made anew:
+// - on a trace whose levels are marked as final. It is not filtered, and that analysis searches it directly;
+// - on one for which the baseline lets less loss end a fibre. Behind a peak the direct search takes the fibre
+//   for ended as long as a loss so large takes along ten times its slope, which hides a break there.
+// The answer with fewest doubts counts; one that tells of no change only without doubts.
 template <class Compare>
-int ComparePlausibly(const TSorData& baseline, TSorData& current, Compare compare) {
-  TSorData again;
-  again.Assign(current);
-  const int result = compare(current);
-  const double doubts = ComparisonDoubts(baseline, current, result);
-  if (doubts <= kFewDoubts || again.QRTParams->isFilter()) return result;
-  const short levelsFinal = again.QRTParams->DataPointsFiltered;
-  again.QRTParams->DataPointsFiltered = 1;
-  const int resultAgain = compare(again);
-  again.QRTParams->DataPointsFiltered = levelsFinal;
-  if (!IsMorePlausible(baseline, again, resultAgain, doubts)) return result;
-  TakeComparison(current, again);
-  return resultAgain;
+int ComparePlausibly(TSorData& baseline, TSorData& current, Compare compare) {
+  TSorData fresh;
+  fresh.Assign(current);
+  int result = compare(baseline, current);
+  if (fresh.QRTParams->isFilter()) return result;  // the comparison smooths both, the baseline for good
+  double doubts = ComparisonDoubts(baseline, current, result);
+  for (const bool sensitive : {false, true}) {
+    if (doubts <= kFewDoubts || (sensitive && result != mrFibreBreak)) return result;
+    TSorData again, lenient;
+    again.Assign(fresh);
+    again.QRTParams->DataPointsFiltered = 1;
+    if (sensitive) LetLeastLossEnd(baseline, lenient);
+    const int resultAgain = compare(sensitive ? lenient : baseline, again);
+    const double doubtsAgain = ComparisonDoubts(baseline, again, resultAgain);
+    if (doubtsAgain >= doubts || (doubtsAgain > kFewDoubts && !TellsOfChange(again, resultAgain))) continue;
+    again.QRTParams->DataPointsFiltered = fresh.QRTParams->DataPointsFiltered;
+    if (sensitive) again.RFTSParams->Assign(*baseline.RFTSParams);
+    TakeComparison(current, again);
+    result = resultAgain;
+    doubts = doubtsAgain;
+  }
+  return result;
 }
 
 }  // namespace reflyze::cli
