@@ -13,10 +13,9 @@
 #include <memory>
 #include <vector>
 
+#include "bench/BenchTraces.h"
 #include "cli/Baseline.h"
 #include "cli/PlausibleComparison.h"
-#include "sim/Simulate.h"
-#include "sim/Waveform.h"
 #include "src/Filter.h"
 #include "src/Module.h"
 #include "src/th.h"
@@ -25,30 +24,10 @@ namespace {
 
 using namespace reflyze;
 
-// A metro link of a dozen joints, sampled finer the more points it has.
 const TSorData& TraceOf(long points, std::uint64_t noise = 7) {
   static std::map<std::pair<long, std::uint64_t>, std::unique_ptr<TSorData>> traces;
   std::unique_ptr<TSorData>& trace = traces[{points, noise}];
-  if (trace) return *trace;
-  sim::Link link;
-  link.points = points;
-  link.rangeKm = 70.0;
-  link.spacingM = link.rangeKm * 1000.0 / static_cast<double>(points);
-  // As many points a pulse for every size, so that windows in points, and with them the work a point, stay
-  // alike.
-  link.pulseNs = std::clamp(link.spacingM / 1000.0 * 12.0 / sim::KmPerNs(link.groupIndex), 1.0, 20000.0);
-  link.receiver.bandwidthMhz = 2000.0 / link.pulseNs;
-  link.launchLevelDb = -18.0;
-  link.averages = 30000;
-  link.receiver.noiseDb = -18.0 - 14.0 - 10.0 + 11.2;
-  link.launch = {0.3, -45.0};
-  for (int i = 0; i < 12; ++i) {
-    link.sections.push_back({4.1 + 0.17 * i, 0.2, -81.9});
-    if (i == 11) break;
-    link.joints.push_back(i % 4 == 3 ? sim::Joint{0.3, -50.0} : sim::Joint{0.1, {}});
-  }
-  link.end = {0.0, -20.0};
-  trace = std::move(sim::Simulate(link, noise).record);
+  if (!trace) trace = bench::MetroTrace(points, noise);
   return *trace;
 }
 

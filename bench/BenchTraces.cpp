@@ -1,0 +1,76 @@
+#include "bench/BenchTraces.h"
+
+#include <algorithm>
+
+#include "cli/Baseline.h"
+#include "sim/Simulate.h"
+#include "sim/Waveform.h"
+#include "src/Auto.h"
+
+namespace reflyze::bench {
+namespace {
+
+constexpr int kSections = 12;
+
+sim::Link MetroLink(long points) {
+  sim::Link link;
+  link.points = points;
+  link.rangeKm = 70.0;
+  link.spacingM = link.rangeKm * 1000.0 / static_cast<double>(points);
+  link.pulseNs = std::clamp(link.spacingM / 1000.0 * 12.0 / sim::KmPerNs(link.groupIndex), 1.0, 20000.0);
+  link.receiver.bandwidthMhz = 2000.0 / link.pulseNs;
+  link.launchLevelDb = -18.0;
+  link.averages = 30000;
+  link.receiver.noiseDb = -18.0 - 14.0 - 10.0 + 11.2;
+  link.launch = {0.3, -45.0};
+  for (int i = 0; i < kSections; ++i) {
+    link.sections.push_back({4.1 + 0.17 * i, 0.2, -81.9});
+    if (i + 1 < kSections) link.joints.push_back(i % 4 == 3 ? sim::Joint{0.3, -50.0} : sim::Joint{0.1, {}});
+  }
+  link.end = {0.0, -20.0};
+  return link;
+}
+
+}  // namespace
+
+std::unique_ptr<TSorData> MetroTrace(long points, std::uint64_t noiseSeed) {
+  return std::move(sim::Simulate(MetroLink(points), noiseSeed).record);
+}
+
+std::unique_ptr<TSorData> MetroBaseline(long points) {
+  std::unique_ptr<TSorData> baseline = MetroTrace(points);
+  TTH thresholds = BenchThresholds();
+  TAuto().AnalysisSorData(baseline.get(), &thresholds);
+  cli::Monitoring monitoring;
+  monitoring.level = "bench";
+  cli::MakeBaseline(*baseline, monitoring);
+  return baseline;
+}
+
+std::unique_ptr<TSorData> LaterTrace(long points, Change change) {
+  sim::Link link = MetroLink(points);
+  if (change == Change::kBreak) {
+    constexpr size_t kBroken = 6;
+    link.sections.resize(kBroken);
+    link.sections.back().lengthKm /= 2.0;
+    link.joints.resize(kBroken - 1);
+  }
+  return std::move(sim::Simulate(link, 8).record);
+}
+
+std::unique_ptr<TSorData> CopyOf(const TSorData& trace) {
+  auto copy = std::make_unique<TSorData>();
+  copy->Assign(trace);
+  copy->SetLinf();
+  return copy;
+}
+
+TTH BenchThresholds() {
+  TTH thresholds(nullptr);
+  thresholds.THLoss = 0.05;
+  thresholds.THEnd = 3.0;
+  thresholds.fromAutomat = 1;  // taken literally, as the program does
+  return thresholds;
+}
+
+}  // namespace reflyze::bench
