@@ -36,6 +36,7 @@ const std::array<int, kLogEntries> tlog10Array = SetTlogArray();
 double Pow5OutsideTable(double x) {
   // Beyond this the result leaves the range of a double, infinite levels included.
   constexpr double kLargestDb = 5.0 * std::numeric_limits<double>::max_exponent10 + 40.0;
+  if (std::isnan(x)) return Pow5InTable(0.0);  // truncated to whole units it is 0, and no place in the table
   if (x < 0.0) return std::pow(10.0, x / 5.0);
   if (x > kLargestDb) return std::numeric_limits<double>::infinity();
   int steps = 0;

@@ -136,6 +136,7 @@ TEST(LevelScale, PowerToTheLastBit) {
   EXPECT_NEAR(Scale::poww(1530.0), 1e306, 1e302);
   for (double x : {1600.0, 1e18, 1e300, kInf}) EXPECT_EQ(Scale::poww(x), kInf) << x;
   EXPECT_EQ(Scale::poww(-kInf), 0.0);
+  EXPECT_EQ(Scale::poww(kNan), Scale::poww(0.0));
 }
 
 TEST(LevelScale, ScaleEndAndItsUnits) {
