@@ -70,7 +70,7 @@ std::string ModuleHost::Version() const {
 }
 
 int ModuleHost::Call(int command, long value, void** parameters) {
-  return serviceFunction_(command, value, parameters);
+  return serviceFunction_(static_cast<TCmdASF>(command), value, parameters);
 }
 
 int ModuleHost::Analyse(TSorData& trace, TTH* thresholds, bool endsOnly) {

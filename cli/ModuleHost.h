@@ -5,6 +5,7 @@
 class TLogFile;
 class TSorData;
 class TTH;
+enum TCmdASF : int;
 
 namespace reflyze::cli {
 
@@ -27,7 +28,7 @@ class ModuleHost {
   using DllMainFunction = int (*)(void*, int, void*);
   using DllInitFunction = void (*)(TLogFile*);
   using GetModuleVersionFunction = int (*)(char*, int);
-  using ServiceFunctionFunction = int (*)(int, long&, void**);
+  using ServiceFunctionFunction = int (*)(TCmdASF, long&, void**);
 
   int Call(int command, long value, void** parameters);
 
