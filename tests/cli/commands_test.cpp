@@ -151,11 +151,10 @@ TEST_F(CopyTest, UnknownBlocksAndForeignTextsSurviveByteForByte) {
   record.GenParams->CMT = "tab\there \xE9\xFF  ";
   record.WriteProprietaryBlocks = 1;
   const std::string plain = Bytes(record);
-  // A block that nobody knows, put before the checksum by the map of a reader and writer.
+  // A block that nobody knows; a record that was read has room for it.
   TSorFile file(plain.data(), plain.size());
   TSorData foreign;
   foreign.Read(&file);
-  foreign.Special = new TSorBlockSpecial*[1];
   foreign.Special[0] = new TSorBlockSpecial(37);
   foreign.SpecialCount = 1;
   for (int i = 0; i < 37; ++i) foreign.Special[0]->Data()[i] = static_cast<char>(i * 7);
