@@ -13,6 +13,7 @@
 #include <memory>
 #include <vector>
 
+#include "bench/BenchSizes.h"
 #include "bench/BenchTraces.h"
 #include "cli/Baseline.h"
 #include "cli/PlausibleComparison.h"
@@ -208,17 +209,12 @@ void AutomaticFilter(benchmark::State& state) {
   Report(state, trace);
 }
 
-void Sizes(benchmark::internal::Benchmark* benchmark) {
-  for (const long points : {4096L, 16384L, 65536L, 262144L, 1000000L}) benchmark->Arg(points);
-  benchmark->Unit(benchmark::kMicrosecond);
-}
-
-BENCHMARK(PlainPass)->Apply(Sizes);
-BENCHMARK(ReadFromMemory)->Apply(Sizes);
-BENCHMARK(WriteToMemory)->Apply(Sizes);
-BENCHMARK(LinearTrace)->Apply(Sizes);
-BENCHMARK(AutomaticFilter)->Apply(Sizes);
-BENCHMARK(Analyse)->Apply(Sizes);
-BENCHMARK(CompareUnchanged)->Apply(Sizes);
+BENCHMARK(PlainPass)->Apply(bench::Sizes);
+BENCHMARK(ReadFromMemory)->Apply(bench::Sizes);
+BENCHMARK(WriteToMemory)->Apply(bench::Sizes);
+BENCHMARK(LinearTrace)->Apply(bench::Sizes);
+BENCHMARK(AutomaticFilter)->Apply(bench::Sizes);
+BENCHMARK(Analyse)->Apply(bench::Sizes);
+BENCHMARK(CompareUnchanged)->Apply(bench::Sizes);
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/BenchSizes.h"
 #include "bench/BenchTraces.h"
 #include "bench/HeapPeak.h"
 #include "src/Module.h"
@@ -70,11 +71,6 @@ void ModuleAnalyses(benchmark::State& state) { Analyse(state, false); }
 void ModuleAnalysesDirectly(benchmark::State& state) { Analyse(state, true); }
 void ModuleComparesUnchanged(benchmark::State& state) { Compare(state, Change::kNothing); }
 void ModuleComparesBroken(benchmark::State& state) { Compare(state, Change::kBreak); }
-
-void Sizes(benchmark::internal::Benchmark* benchmark) {
-  for (const long points : {4096L, 16384L, 65536L, 262144L, 1000000L}) benchmark->Arg(points);
-  benchmark->Unit(benchmark::kMicrosecond);
-}
 
 BENCHMARK(ModuleAnalyses)->Apply(Sizes);
 BENCHMARK(ModuleAnalysesDirectly)->Apply(Sizes);

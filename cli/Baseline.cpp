@@ -37,19 +37,9 @@ void SetLevel(TSorData& record, const Monitoring& monitoring) {
   for (int i = 0; i < record.KeyEvents->ListedEvents(); ++i) block.OnKeyEventAdd(i);
 }
 
-void SetSetting(TSorBlockRFTSParameters& block, const std::string& name, double value) {
-  if (TRFTSUniversalParameter* before = block.GetUParameter(TString(name.c_str()))) {
-    before->SetValue(value);
-  } else {
-    block.AddUParameter(new TRFTSUniversalParameter(name.c_str(), value));
-  }
-}
-
-// What a comparison takes otherwise where a baseline does not say:
-// - It searches new events where slopes have changed. A splice near the end of a section hardly turns its
-// slope,
-//   and a reflection may turn it back: the search is cheap enough to be made each time.
-// - New events count from the loss on that counts as a change of the others.
+// By itself a comparison searches new events only where slopes have changed. A splice near the end of a
+// section hardly turns its slope, and a reflection may turn it back: the search is cheap enough to be made
+// each time.
 constexpr double kAnyChangeOfSlope = 0.0;
 
 void SetSettings(TSorData& record, const Monitoring& monitoring) {
@@ -57,6 +47,7 @@ void SetSettings(TSorData& record, const Monitoring& monitoring) {
   block.SetTNUP(0);
   block.SetUseUParameters(true);
   SetSetting(block, "EvtDetectDeltaCT", kAnyChangeOfSlope);
+  // What counts as a change of an event counts as a new one too.
   SetSetting(block, "AutoLT", std::max(monitoring.ltDb, TRFTSUParams().AutoLT));
   for (const auto& [name, value] : monitoring.settings) SetSetting(block, name, value);
 }
@@ -179,6 +170,14 @@ void MakeBaseline(TSorData& record, const Monitoring& monitoring) {
   record.RFTSEvents->Assign(TSorBlockRFTSEvents());
   record.WriteProprietaryBlocks = 1;
   HoldMarkers(record);
+}
+
+void SetSetting(TSorBlockRFTSParameters& block, const std::string& name, double value) {
+  if (TRFTSUniversalParameter* before = block.GetUParameter(TString(name.c_str()))) {
+    before->SetValue(value);
+  } else {
+    block.AddUParameter(new TRFTSUniversalParameter(name.c_str(), value));
+  }
 }
 
 void HoldMarkers(TSorData& record) {

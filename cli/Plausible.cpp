@@ -148,7 +148,7 @@ void GiveReceiverRate(TSorData& record) {
 }
 
 int Implausibility(TSorData& record) {
-  constexpr int kDisorder = 16, kLight = 8, kLeftOut = 4, kLoss = 2, kDoubled = 1;
+  constexpr int kDisorder = 16, kLight = kWrongTable, kLeftOut = 4, kLoss = 2, kDoubled = 1;
   return (IsInOrder(record) ? 0 : kDisorder) + (LightGoesOn(record) ? kLight : 0) +
          (LeavesFibreOut(record) ? kLeftOut : 0) + (LosesMoreThanTheLink(record) ? kLoss : 0) +
          (DoublesFarEvents(record) ? kDoubled : 0);

@@ -8,8 +8,9 @@ namespace reflyze::cli {
 
 // How much speaks against an event table on its trace, 0 for nothing: worst are events out of order, then
 // backscatter that goes on behind the end, then a long stretch of fibre that is left out, then an event that
-// loses or gains more than the whole link does.
+// loses or gains more than the whole link does, then two events far apart that are taken for one.
 int Implausibility(TSorData& record);
+constexpr int kWrongTable = 8;  // multiples of this speak of a table that can't be true, less of one in doubt
 
 // An instrument says in its records how fast its receiver falls; foreign ones don't. The engine then reads
 // the rate off the edge behind the launch, where light of the backscatter lies under it: where the launch

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <optional>
 
+#include "cli/Baseline.h"
 #include "cli/Plausible.h"
 #include "ref/refAutoNoise.h"
 #include "ref/ref_Math.h"
@@ -112,7 +113,6 @@ class ChangeAccount {
 }  // namespace
 
 double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int result) {
-  constexpr int kWrongEnd = 8;  // Implausibility counts in parts below this what is less than that
   constexpr double kUntold = 4.0, kMistold = 0.5;
   if (result != mrCompared && result != mrFibreBreak) return 0.0;
   TSorData before, now;
@@ -121,8 +121,8 @@ double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int r
   ChangeAccount account(before, now);
   account.Draw();
   const int table = Implausibility(now);
-  double doubts = table / kWrongEnd * kWrongEnd + static_cast<double>(table % kWrongEnd) / kWrongEnd;
-  if (result == mrFibreBreak && account.FibreGoesOn()) doubts += kWrongEnd;
+  double doubts = table / kWrongTable * kWrongTable + static_cast<double>(table % kWrongTable) / kWrongTable;
+  if (result == mrFibreBreak && account.FibreGoesOn()) doubts += kWrongTable;
   return doubts + kUntold * account.untoldDb() + kMistold * account.mistoldDb();
 }
 
@@ -133,11 +133,7 @@ bool TellsOfChange(const TSorData& compared, int result) {
 void LetLeastLossEnd(const TSorData& baseline, TSorData& copy) {
   constexpr double kLeastEtDb = 1.0;
   copy.Assign(baseline);
-  if (TRFTSUniversalParameter* setting = copy.RFTSParams->GetUParameter(TString("AutoET"))) {
-    setting->SetValue(kLeastEtDb);
-  } else {
-    copy.RFTSParams->AddUParameter(new TRFTSUniversalParameter("AutoET", kLeastEtDb));
-  }
+  SetSetting(*copy.RFTSParams, "AutoET", kLeastEtDb);
 }
 
 void TakeComparison(TSorData& record, const TSorData& compared) {

@@ -94,7 +94,7 @@ class SpliceEventSearch {
   }
 
   // The point of a splice, or 0. `after` gets the begin of the straight run at s, -1 for none, `bestDb` the
-  // largest difference seen, `carry` the end of the find.
+  // largest difference that passed the thresholds, 0 for none, `carry` the end of the find.
   long Run(float& bestDb, long& after, long& carry) {
     if (IsNoise()) return 0;
     SetThresholds();

@@ -1,4 +1,5 @@
 #include "src/FilterScan.h"
+#include "src/LinearTrace.h"
 
 #include <cmath>
 

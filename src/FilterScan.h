@@ -20,9 +20,6 @@
 
 namespace reflyze {
 
-// log2 of a ratio of heights. A ratio that has no logarithm counts as the smallest there is.
-double Log2OfRatio(double ratio);
-
 // --- The trace ---
 
 // The trace as the automatic filter reads it. Samples beyond an end are those at the end, levels -65.5 dB;

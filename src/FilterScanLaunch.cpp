@@ -7,6 +7,7 @@
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
 #include "src/FilterScan.h"
+#include "src/LinearTrace.h"
 #include "util/convert.h"
 
 namespace reflyze {

@@ -2,7 +2,6 @@
 // backscatter swings, and where the noise lies.
 
 #include <cmath>
-#include <limits>
 
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
@@ -11,10 +10,6 @@
 #include "util/convert.h"
 
 namespace reflyze {
-
-double Log2OfRatio(double ratio) {
-  return std::log2(ratio > 0.0 ? ratio : std::numeric_limits<double>::min());
-}
 
 // --- The trace ---
 

@@ -80,13 +80,16 @@ class LinearTrace {
   HeldSamples held_;
 };
 
+// log2 of a ratio of heights. A ratio that has no logarithm counts as the smallest there is.
+inline double Log2OfRatio(double ratio) {
+  return std::log2(ratio > 0.0 ? ratio : std::numeric_limits<double>::min());
+}
+
 // The grade of a height over a limit, both in linear power: the whole part of log2(height / limit + 1). A
 // limit of 0 grades everything alike, as high as any two floats can.
 inline long GradeOfHeight(double heightLin, double limitLin) {
   constexpr long kHighestGrade = 277;  // 2^128 over the smallest float, 2^-149
-  const double ratio = heightLin / limitLin + 1.0;
-  const double doublings = std::log2(ratio > 0.0 ? ratio : std::numeric_limits<double>::min());
-  return std::clamp(TruncToLong(doublings), -kHighestGrade, kHighestGrade);
+  return std::clamp(TruncToLong(Log2OfRatio(heightLin / limitLin + 1.0)), -kHighestGrade, kHighestGrade);
 }
 
 }  // namespace reflyze

@@ -9,8 +9,6 @@ using fuzzing::Check;
 
 namespace {
 
-constexpr long kMostBytes = 100000;  // of a record; more come from counts that lie, which are no matter here
-
 // The launch stands at the offset of the record, true or not; behind it is what was found on the trace.
 void CheckEvents(const TSorData& record) {
   const TSorBlockKeyEvents& table = *record.KeyEvents;
@@ -29,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
     const std::string bytes = in.TakeBytes(size);
     if (fuzzing::Overstates(bytes) || !fuzzing::ReadRecord(record, bytes)) return 0;
     if (record.DataPts->GetPointsNum() == 0) return 0;
-    if (record.GetSize() > kMostBytes) return 0;
+    if (fuzzing::IsLarge(record)) return 0;
   } else {
     fuzzing::FillRecord(in, record);
   }

@@ -30,8 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   if (size % 64 != 0 && fuzzing::Overstates(bytes)) return 0;
   TSorData record;
   const bool usable = fuzzing::ReadRecord(record, bytes);
-  constexpr long kLarge = 100000;  // the same, where an ID is missing
-  if (size % 64 != 0 && record.GetSize() > kLarge) return 0;
+  if (size % 64 != 0 && fuzzing::IsLarge(record)) return 0;  // without an ID it passed for true
   TSorData minimal;
   fuzzing::Completes([&] {
     TSorFile file(bytes.data(), bytes.size());
