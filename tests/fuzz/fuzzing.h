@@ -54,7 +54,14 @@ inline void Check(bool holds, const char* file = __builtin_FILE(), int line = __
 
 // Such records come from counts that lie, which other tests hold to their bounds; a fuzzer would spend most
 // of its time on them.
-inline bool IsLarge(TSorData& record) { return record.GetSize() > 100000; }
+inline bool IsLarge(const TSorData& record) {
+  constexpr int kPoints = 20000;
+  constexpr int kEntries = 500;
+  const TSorBlockQRTParameters& own = *record.QRTParams;
+  return record.DataPts->GetPointsNum() > kPoints ||
+         std::max<int>({record.KeyEvents->events->GetSize(), record.QRTEvents->events->GetSize(),
+                        record.FxdParams->TPW, own.TGI, own.TMM, own.TMC, own.TNL, own.TVL}) > kEntries;
+}
 
 struct FailedAssertion {};
 
@@ -73,30 +80,44 @@ bool Completes(Work&& work) {
   return false;
 }
 
-// Whether a table or the trace is said to have more entries than the record has bytes. Such records are read
-// within bounds that tests hold the program to, but each costs the time of a hundred others and the entries
-// are all alike.
+// Whether a table or the trace is said to have many more entries than the record has bytes for, where its map
+// leads to. Such records are read within bounds that tests hold the program to, but each costs the time of a
+// hundred others and the entries are all alike.
 inline bool Overstates(const std::string& bytes) {
-  const auto number = [&bytes](size_t place, size_t width) {
-    std::uint32_t value = 0;
-    const std::string field = bytes.substr(std::min(bytes.size(), place), width);
+  constexpr size_t kShortEntry = 16;  // bytes; lines of the map have less, events and landmarks more
+  constexpr size_t kFew = 32;         // entries too many that are looked into
+  const long long room = static_cast<long long>(bytes.size() / kShortEntry + kFew);
+  const auto number = [&bytes](size_t place, auto value) {
+    const std::string field = bytes.substr(std::min(bytes.size(), place), sizeof value);
     std::memcpy(&value, field.data(), field.size());
-    return value;
+    return static_cast<long long>(value);
   };
-  const auto anywhere = [&](const char* block, auto&& lies) {
-    const std::string id(block, std::strlen(block) + 1);
-    for (size_t at = bytes.find(id); at != std::string::npos; at = bytes.find(id, at + 1)) {
-      if (lies(at + id.size())) return true;
+  constexpr size_t kPlaceOfLines = 10;  // behind ID, revision and size of the map
+  if (number(kPlaceOfLines, short{0}) > room) return true;
+  TSorBlockMap map;
+  Completes([&] {
+    TSorFile file(bytes.data(), bytes.size());
+    map.ReadRN(&file, TSorBlock::kLastKnownRevisionNo);
+  });
+  long long next = map.Size;
+  for (int i = 0; i < map.blocks->GetSize(); ++i) {
+    const TSorBlockMapBlockInfo& line = *map.blocks->GetData(i);
+    if (line.Size <= 0) continue;
+    const size_t start = static_cast<size_t>(next);
+    next += line.Size;
+    if (start >= bytes.size()) return false;
+    const std::string id = line.ID.c_str();
+    const size_t fields =
+        start + (bytes.compare(start, id.size() + 1, id.c_str(), id.size() + 1) == 0 ? id.size() + 1 : 0);
+    if (id == "KeyEvents" || id == "QRTEvents" || id == "LnkParams") {
+      if (number(fields, short{0}) > room) return true;
+    } else if (id == "DataPts") {
+      constexpr size_t kPlaceOfFirst = 6;  // behind the number of all points and that of stretches
+      const long long most = static_cast<long long>(bytes.size());
+      if (number(fields, int{0}) > most || number(fields + kPlaceOfFirst, int{0}) > most) return true;
     }
-    return false;
-  };
-  const auto tooMany = [&](size_t place) { return number(place, 2) > bytes.size(); };
-  return anywhere("Map", [&](size_t place) { return tooMany(place + 6); }) ||
-         anywhere("KeyEvents", tooMany) || anywhere("LnkParams", tooMany) || anywhere("QRTEvents", tooMany) ||
-         // The 1 is the number of stretches, and tells the block from its line in the map.
-         anywhere("DataPts", [&](size_t place) {
-           return number(place + 4, 2) == 1 && number(place + 6, 4) > bytes.size();
-         });
+  }
+  return false;
 }
 
 // Whether the bytes are a record that a host would work with.
