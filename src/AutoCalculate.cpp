@@ -181,6 +181,17 @@ class DirectSearch {
     a_.SearchEnd(last.get(), start_, a_.owtRecover + pulseOwt_);
     a_.lines->AddData(last.get());
     last.release();  // the list owns it now
+    DropEventsBehindEnd();
+  }
+
+  // A rise that was taken for an event on the slope of a peak can stand behind what turns out to be the end: an
+  // echo then, and a table that led back from it to the end would make no sense.
+  void DropEventsBehindEnd() {
+    const int last = a_.lines->GetSize() - 1;
+    const double endKm = a_.lines->GetData(last)->L[2];
+    for (int i = last - 1; i >= 0; --i) {
+      if (a_.lines->GetData(i)->L[2] > endKm) a_.lines->DelData(i);
+    }
   }
 
   void SearchInside() {
