@@ -321,7 +321,15 @@ TEST(SorDataFile, TooManyBlocksForAMap) {
   EXPECT_EQ(back.SpecialCount, record.SpecialCount);
 }
 
-// A record with random values in all blocks, and maybe another one inside.
+TSorBlockSpecial* RandomUnknownBlock(const char* id, std::mt19937& random) {
+  auto* block = new TSorBlockSpecial(static_cast<int>(1 + random() % 40));
+  block->MapID = id;
+  block->RevisionNo = static_cast<unsigned short>(random());
+  for (int i = 0; i < block->Size; ++i) block->Data()[i] = static_cast<char>(random());
+  return block;
+}
+
+// A record with random values in all blocks and some that no reader knows, and maybe another one inside.
 std::unique_ptr<TSorData> RandomRecord(std::mt19937& random) {
   auto record = std::make_unique<TSorData>();
   record->Revision = static_cast<short>(100 + random() % 110);
@@ -345,6 +353,11 @@ std::unique_ptr<TSorData> RandomRecord(std::mt19937& random) {
   record->DataPts->SetPointsNum(static_cast<long>(random() % 50));
   for (unsigned short& sample : record->DataPts->GetSubBlock()->samples) {
     sample = static_cast<unsigned short>(random());
+  }
+  delete[] record->Special;
+  record->Special = new TSorBlockSpecial*[3];
+  for (const char* maker : {"Maker", "Map", "X"}) {
+    if (random() % 3 == 0) record->Special[record->SpecialCount++] = RandomUnknownBlock(maker, random);
   }
   for (const char* kind : {"SOR", "RFTSEVENTS", "picture"}) {
     if (random() % 3 != 0) continue;
