@@ -184,8 +184,8 @@ class DirectSearch {
     DropEventsBehindEnd();
   }
 
-  // A rise that was taken for an event on the slope of a peak can stand behind what turns out to be the end: an
-  // echo then, and a table that led back from it to the end would make no sense.
+  // A rise that was taken for an event on the slope of a peak can stand behind what turns out to be the end:
+  // an echo then, and a table that led back from it to the end would make no sense.
   void DropEventsBehindEnd() {
     const int last = a_.lines->GetSize() - 1;
     const double endKm = a_.lines->GetData(last)->L[2];
