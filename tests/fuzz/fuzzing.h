@@ -59,8 +59,9 @@ inline bool IsLarge(const TSorData& record) {
   constexpr int kEntries = 500;
   const TSorBlockQRTParameters& own = *record.QRTParams;
   return record.DataPts->GetPointsNum() > kPoints ||
-         std::max<int>({record.KeyEvents->events->GetSize(), record.QRTEvents->events->GetSize(),
-                        record.FxdParams->TPW, own.TGI, own.TMM, own.TMC, own.TNL, own.TVL}) > kEntries;
+         std::max<int>({record.Map->blocks->GetSize(), record.KeyEvents->events->GetSize(),
+                        record.QRTEvents->events->GetSize(), record.FxdParams->TPW, own.TGI, own.TMM, own.TMC,
+                        own.TNL, own.TVL}) > kEntries;
 }
 
 struct FailedAssertion {};
@@ -92,13 +93,14 @@ inline bool Overstates(const std::string& bytes) {
     std::memcpy(&value, field.data(), field.size());
     return static_cast<long long>(value);
   };
-  constexpr size_t kPlaceOfLines = 10;  // behind ID, revision and size of the map
-  if (number(kPlaceOfLines, short{0}) > room) return true;
+  const bool named = bytes.compare(0, 3, "Map") == 0;
+  if (number(named ? 10 : 6, short{0}) > room) return true;  // behind ID, revision and size of the map
   TSorBlockMap map;
   Completes([&] {
     TSorFile file(bytes.data(), bytes.size());
     map.ReadRN(&file, TSorBlock::kLastKnownRevisionNo);
   });
+  if (map.blocks->GetSize() > room) return true;
   long long next = map.Size;
   for (int i = 0; i < map.blocks->GetSize(); ++i) {
     const TSorBlockMapBlockInfo& line = *map.blocks->GetData(i);
