@@ -201,10 +201,11 @@ double RefEventORL(TSorData* sor, double owt1, double owt2) {
   sor->DataPts->Levels().Over(first, last, [&](auto levels) {
     walk.ForEachStretch(first + 1, last + 1, [&](OwtWalk::StretchTimes times, long from, long to) {
       double sum = power, owt = previousOwt;
+      Pow5Run pow5;
       for (long i = from; i < to; ++i) {
         const double beginOwt = owt;
         owt = times.OwtOf(i);
-        sum += scale.LinOf(levels[i - 1]) * (owt - beginOwt);
+        sum += scale.LinOf(levels[i - 1], pow5) * (owt - beginOwt);
       }
       power = sum;
       previousOwt = endOwt = owt;

@@ -16,9 +16,12 @@ class LinearScale {
  public:
   LinearScale(double maxDb, int expansion) : maxDb_(maxDb), expansion_(expansion) {}
 
-  double LinOf(double levelDb) const {
+  double LinOf(double levelDb) const { return LinOf(levelDb, Pow5); }
+  // `pow5` is Pow5 or, for the levels of points in a row, a Pow5Run.
+  template <class Pow>
+  double LinOf(double levelDb, Pow&& pow5) const {
     double db = levelDb - maxDb_;
-    if (db * kStraightLin > kStraightUpTo) return Pow5(db);  // most levels of a trace
+    if (db * kStraightLin > kStraightUpTo) return pow5(db);  // most levels of a trace
     if (db < 0.0) db *= expansion_;
     const double lin = db * kStraightLin;
     return lin < -kStraightUpTo ? -Pow5(-db) : lin;

@@ -46,6 +46,23 @@ double Pow5OutsideTable(double x) {
   return lin;
 }
 
+// Half a unit inside the octave, rounding can't lead out of it.
+Pow5Run Pow5Run::Around(double x) {
+  Pow5Run run;
+  if (!(x >= 0.0 && x < 2.0 * kLargestTableDb)) return run;
+  if (x >= kLargestTableDb) {
+    run.tableDb_ = kLargestTableDb;
+    run.tableFactor_ = kTableStepFactor;
+  }
+  const auto units = static_cast<unsigned int>(TruncProven((x - run.tableDb_) * kPowUnitsPerDb));
+  const unsigned int decadeEnd = (units / kPowUnitsPerDecade + 1) * kPowUnitsPerDecade;
+  run.octave_ = PowOctave::At(units);
+  const unsigned int end = std::min(run.octave_.firstUnit + kPowUnitsPerOctave, decadeEnd);
+  run.fromDb_ = run.tableDb_ + (run.octave_.firstUnit + 0.5) / kPowUnitsPerDb;
+  run.endDb_ = run.tableDb_ + (end - 0.5) / kPowUnitsPerDb;
+  return run;
+}
+
 }  // namespace reflyze
 
 using reflyze::TruncToInt;

@@ -98,19 +98,32 @@ inline float SignedLog5(float x, float k) {
 constexpr double kLargestTableDb = 40.0;
 constexpr double kTableStepFactor = 100000000.0;  // 10^(x / 5) of these 40 dB
 
+constexpr unsigned int kPowUnitsPerDb = 20000;
+constexpr unsigned int kPowUnitsPerDecade = 100000;
+constexpr unsigned int kPowUnitsPerOctave = 30103;
+
+// One stretch of the scale on which 10^(x / 5) is the table times a constant: an octave of power, or what the
+// last one of a decade is cut to.
+struct PowOctave {
+  unsigned int firstUnit;
+  float factor;  // power at its begin
+
+  static PowOctave At(unsigned int units) {
+    constexpr float kDecades[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f};  // exact in 24 bits
+    constexpr float kOctaves[] = {1.0f, 2.0f, 4.0f, 8.0f};
+    const unsigned int decades = units / kPowUnitsPerDecade, rest = units % kPowUnitsPerDecade;
+    const unsigned int octaves = rest / kPowUnitsPerOctave;
+    return {decades * kPowUnitsPerDecade + octaves * kPowUnitsPerOctave,
+            kDecades[decades] * kOctaves[octaves]};
+  }
+  float PowerOf(unsigned int units) const { return factor * tpow10Array[(units - firstUnit) >> 1]; }
+};
+
 // 10^(x / 5): a power of ten, a power of two and the rest from the table, in single precision, for x from 0
 // to 40, where the whole units are at most 800,000.
 inline double Pow5InTable(double x) {
-  constexpr unsigned int kUnitsPerDb = 20000;
-  constexpr unsigned int kUnitsPerDecade = 100000;
-  constexpr unsigned int kUnitsPerOctave = 30103;
-  constexpr float kDecades[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f};  // exact in 24 bits
-  constexpr float kOctaves[] = {1.0f, 2.0f, 4.0f, 8.0f};
-  const auto units = static_cast<unsigned int>(TruncProven(x * kUnitsPerDb));
-  const unsigned int decades = units / kUnitsPerDecade, rest = units % kUnitsPerDecade;
-  const unsigned int octaves = rest / kUnitsPerOctave;
-  const float factor = kDecades[decades] * kOctaves[octaves];
-  return factor * tpow10Array[(rest - octaves * kUnitsPerOctave) >> 1];
+  const auto units = static_cast<unsigned int>(TruncProven(x * kPowUnitsPerDb));
+  return PowOctave::At(units).PowerOf(units);
 }
 
 // 10^(x / 5) of a level below 0, or far above what traces hold.
@@ -124,5 +137,28 @@ inline double Pow5(double x) {
   }
   return Pow5OutsideTable(x);
 }
+
+// Pow5 for values that change little from one to the next, as levels along a trace do: most lie in the octave
+// of the one before, where decade and octave need no looking up.
+class Pow5Run {
+ public:
+  double operator()(double x) {
+    if (!(x >= fromDb_ && x < endDb_)) {
+      *this = Around(x);
+      return Pow5(x);
+    }
+    const auto units = static_cast<unsigned int>(TruncProven((x - tableDb_) * kPowUnitsPerDb));
+    return octave_.PowerOf(units) * tableFactor_;
+  }
+
+ private:
+  // The octave of x; the empty one where x lies in none of the table's.
+  static Pow5Run Around(double x);
+
+  double fromDb_ = 0.0, endDb_ = 0.0;
+  double tableDb_ = 0.0;      // where the table begins, 0 or 40 dB
+  double tableFactor_ = 1.0;  // and the power there
+  PowOctave octave_{0, 1.0f};
+};
 
 }  // namespace reflyze

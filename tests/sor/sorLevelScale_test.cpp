@@ -139,6 +139,20 @@ TEST(LevelScale, PowerToTheLastBit) {
   EXPECT_EQ(Scale::poww(kNan), Scale::poww(0.0));
 }
 
+// Up and down across the ends of all octaves and of both tables, and over values that have no place in them.
+TEST(LevelScale, PowersInARunAreThoseOfEachValue) {
+  std::vector<double> levels = {-5.0, kNan, 12.0, kInf, 12.0, 1e-6};
+  for (double tableDb : {0.0, 40.0, 80.0}) {
+    for (int units : {0, 30103, 60206, 90309, 100000, 130103, 400000, 690309, 700000, 790309, 800000}) {
+      for (double offUnits : {-9000.0, -0.6, -0.4, -1e-7, 0.0, 1e-7, 0.4, 0.6, 9000.0, 0.1, -0.1}) {
+        levels.push_back(tableDb + (units + offUnits) / 20000.0);
+      }
+    }
+  }
+  reflyze::Pow5Run run;
+  for (double x : levels) ASSERT_EQ(BitsOf(run(x)), BitsOf(reflyze::Pow5(x))) << x;
+}
+
 TEST(LevelScale, ScaleEndAndItsUnits) {
   const struct {
     double set;
