@@ -41,4 +41,43 @@ class LevelMean {
   Expansion<Real> expansion_;
 };
 
+// Means over short windows of one length that begin at points in a row. Each is added up in the order of its
+// own points, as LevelMean::Over does, but several at once: they share most of their points.
+template <class Real>
+class MeansInARow {
+ public:
+  static constexpr long kLongestWindow = 16;
+
+  // Windows of `count` points, 1 to kLongestWindow.
+  MeansInARow(const TSorData& sor, long count)
+      : mean_(sor), points_(sor.DataPts->GetPointsNum()), count_(count) {}
+
+  // Whether the windows from `first` on can be taken together: they have to lie inside the trace.
+  bool Reach(long first) const { return first >= 0 && first + count_ + kAtOnce - 1 <= points_; }
+  // Of the window from `first`.
+  Real Over(long first) {
+    if (first < first_ || first >= first_ + kAtOnce) TakeFrom(first);
+    return means_[first - first_];
+  }
+
+ private:
+  static constexpr long kAtOnce = 8;
+
+  void TakeFrom(long first) {
+    Real levelsDb[kLongestWindow + kAtOnce - 1];
+    for (long i = 0; i < count_ + kAtOnce - 1; ++i) levelsDb[i] = mean_.LevelOf(first + i);
+    Real sums[kAtOnce] = {};
+    for (long i = 0; i < count_; ++i) {
+      for (long k = 0; k < kAtOnce; ++k) sums[k] += levelsDb[i + k];
+    }
+    for (long k = 0; k < kAtOnce; ++k) means_[k] = sums[k] / static_cast<Real>(count_);
+    first_ = first;
+  }
+
+  const LevelMean<Real> mean_;
+  const long points_, count_;
+  long first_ = -kAtOnce;  // of the first window taken; none yet
+  Real means_[kAtOnce] = {};
+};
+
 }  // namespace reflyze

@@ -47,21 +47,28 @@ template <class Real>
 class WindowLevel {
  public:
   WindowLevel(TAuto& analysis, long pin, long stride)
-      : analysis_(analysis), means_(*analysis.sor), pin_(pin), stride_(stride) {}
+      : analysis_(analysis), means_(*analysis.sor), inARow_(*analysis.sor, pin), pin_(pin), stride_(stride) {}
 
   // Forgets the last place: the next mean is taken anew.
   void Restart() { started_ = false; }
   Real At(long point, bool linear) {
     const bool movable = started_ && pin_ >= kShortestSlid && !linear && stride_ == 1;
-    level_ = movable ? means_.Moved(level_, point, pin_)
-                     : MeanAnew(analysis_, point, pin_, linear ? 1 : 0, Real());
+    level_ = movable ? means_.Moved(level_, point, pin_) : Anew(point, linear);
     started_ = true;
     return level_;
   }
 
  private:
+  // Short windows start at one point after the other, longer ones in strides.
+  Real Anew(long point, bool linear) {
+    static_assert(kStridesPerWindow <= reflyze::MeansInARow<Real>::kLongestWindow, "");
+    const bool inARow = pin_ < kStridesPerWindow && !linear && inARow_.Reach(point);
+    return inARow ? inARow_.Over(point) : MeanAnew(analysis_, point, pin_, linear ? 1 : 0, Real());
+  }
+
   TAuto& analysis_;
   const reflyze::LevelMean<Real> means_;
+  reflyze::MeansInARow<Real> inARow_;
   const long pin_, stride_;
   Real level_ = 0;
   bool started_ = false;
@@ -117,9 +124,10 @@ class FirstStep {
   // Between a window and a lower one behind it, a single point may stand out: a reflection narrower than
   // both.
   bool IsSuddenGain(long p, float before, float behind, float step) {
+    if (step < downDb_) return false;
     const double top = analysis_.sor->NumTofLevel(p + range_.pin + 1);
     double gain = before - top - static_cast<double>(range_.pin / 2 + 1) * range_.slope;
-    if (-gain < downDb_ || step < downDb_) return false;
+    if (-gain < downDb_) return false;
     gain = std::min(gain, analysis_.sor->NumTofLevel(p + range_.pin) - top - range_.slope);
     const double limit = std::max(analysis_.RequireFault(behind - analysis_.nf, range_.pin), downDb_);
     if (-gain <= limit || step <= limit) return false;

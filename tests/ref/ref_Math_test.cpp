@@ -4,6 +4,7 @@
 #include <limits>
 #include <vector>
 
+#include "ref/levelMean.h"
 #include "ref/ref_Math.h"
 #include "tests/support/trace.h"
 
@@ -65,6 +66,26 @@ TEST(RefMathPower, ExpandsLevelsBelowTheFloor) {
   EXPECT_NEAR(RefMathPower(sor.get(), 0L, 10L, 0), -44.0, 1e-4);
   EXPECT_NEAR(RefMathPower(sor.get(), nullptr, 0L, 10L, 0), -44.0, 1e-4);
   EXPECT_NEAR(RefMathPower(sor.get(), 0L, 10L, 1), -44.0, 1e-3);
+}
+
+// Wherever the windows begin, forwards and back, and with a third of the levels compressed.
+TEST(RefMathPower, MeansInARowAreThoseOfEachWindow) {
+  auto sor =
+      BuildTrace(60, [](long i) { return -20.0 - 30.0 * std::fabs(std::sin(1.7 * static_cast<double>(i))); });
+  sor->QRTParams->SetMAX(-45.0);
+  sor->QRTParams->SetNegScale(2);
+  for (long count : {1L, 4L, 7L, 14L, reflyze::MeansInARow<float>::kLongestWindow}) {
+    reflyze::MeansInARow<float> single(*sor, count);
+    reflyze::MeansInARow<double> twice(*sor, count);
+    EXPECT_FALSE(single.Reach(-1)) << count;
+    EXPECT_FALSE(single.Reach(61 - count)) << count;
+    for (long first : {0L, 1L, 2L, 7L, 8L, 9L, 30L, 29L, 20L, 35L}) {
+      ASSERT_TRUE(single.Reach(first));
+      EXPECT_EQ(single.Over(first), RefMathPower(sor.get(), nullptr, first, count, 0))
+          << first << " " << count;
+      EXPECT_EQ(twice.Over(first), RefMathPower(sor.get(), first, count, 0)) << first << " " << count;
+    }
+  }
 }
 
 TEST(RefMathAveragePointInSection, IncludesBothEnds) {
