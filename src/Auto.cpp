@@ -48,6 +48,11 @@ void StampAnalysis(TString& softwareRevision) {
   softwareRevision += kStamp;
 }
 
+bool LastEventEndsFibre(const TSorData& trace) {
+  const int events = trace.KeyEvents->ListedEvents();
+  return events > 0 && trace.KeyEvents->EventAt(events - 1).IsEOF();
+}
+
 }  // namespace
 
 TAuto::TAuto() : version("v160216"), lines(new TOxArray<TEventLine, TEventLine*>) {}
@@ -95,7 +100,8 @@ void TAuto::AnalysisSorData(TSorData* trace, TTH* thresholds) {
     const UserOffsetAside aside(*trace);
     sor = trace;
     Calculate();
-    AddSorEvent();
+    // The event at the end of the fibre measures the return loss, below.
+    if (WriteEventTable() && !LastEventEndsFibre(*trace)) RefEventSetORL(trace);
     StampAnalysis(trace->SupParams->SR);
   }
   RefEventRFTSSync(trace);

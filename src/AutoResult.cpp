@@ -55,7 +55,6 @@ class EventTableWriter {
     }
     auto_.ArrangeShortEventsMarkers();
     SetEndToEndLoss();
-    RefEventSetORL(auto_.sor);
     sor_.FxdParams->SetLT(auto_.th.THLoss);
     sor_.FxdParams->SetRT(auto_.th.THRef);
     sor_.FxdParams->SetET(auto_.th.THEnd);
@@ -196,9 +195,15 @@ class EventTableWriter {
 
 }  // namespace
 
-int TAuto::AddSorEvent() {
-  if (lines->GetSize() == 0) return 0;
+bool TAuto::WriteEventTable() {
+  if (lines->GetSize() == 0) return false;
   EventTableWriter(*this).Run();
+  return true;
+}
+
+int TAuto::AddSorEvent() {
+  if (!WriteEventTable()) return 0;
+  RefEventSetORL(sor);
   return sor->QRTParams->CT;
 }
 
