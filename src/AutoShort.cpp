@@ -265,7 +265,8 @@ class ShortAnalysisRun {
     for (long i = 1; i < n_ && nEv_ < kMostEvents; ++i) {
       const TFEvent& before = filt_[At(i - 1)];
       const TFEvent& next = filt_[At(i)];
-      long s = std::max(before.end, before.tail);
+      // In light that no fibre gives back, the filter may end an event in front of its begin.
+      long s = std::max({before.begin, before.end, before.tail});
       long z = next.begin;
       a_.pEnd = LevelDb(before.begin);
       if (s >= z && s > before.tail) s = before.rise;
