@@ -6,6 +6,7 @@
 #include "ref/refEventEdit.h"
 #include "ref/refEventReflection.h"
 #include "ref/ref_Math.h"
+#include "ref/sectionFits.h"
 #include "ref/traceWalk.h"
 #include "util/convert.h"
 
@@ -51,11 +52,9 @@ struct SectionLine {
   double attenuation = 0.0;  // dB/km
 };
 
-SectionLine FitSection(TSorData& sor, double fromOwt, double toOwt) {
-  SectionLine line;
-  RefMathLSL(&sor, fromOwt, toOwt, line.slope, line.intercept, 1.0);
-  line.attenuation = -line.slope * sor.dLenToOwt(1.0);
-  return line;
+SectionLine FitSection(SectionFits& fits, int fromOwt, int toOwt) {
+  const SectionFits::Line line = fits.Of(fromOwt, toOwt);
+  return {line.slope, line.intercept, -line.slope * fits.trace().dLenToOwt(1.0)};
 }
 
 // A section that is not believed keeps its mid level in place of the intercept, and the usual attenuation.
@@ -64,27 +63,6 @@ void ReplaceUnbelieved(const TSorData& sor, double fromOwt, double toOwt, Sectio
   line.attenuation = kAssumedAttenuationDbPerKm;
   line.intercept = ((fromOwt + toOwt) / 2) * line.slope + line.intercept;
 }
-
-// The lines of sections of one trace. The section behind an event is most often the one in front of the next,
-// so that the last line is kept.
-class SectionFits {
- public:
-  explicit SectionFits(TSorData& sor) : sor_(sor) {}
-
-  SectionLine Of(int fromOwt, int toOwt) {
-    if (!last_ || fromOwt != fromOwt_ || toOwt != toOwt_) {
-      last_ = FitSection(sor_, fromOwt, toOwt);
-      fromOwt_ = fromOwt;
-      toOwt_ = toOwt;
-    }
-    return *last_;
-  }
-
- private:
-  TSorData& sor_;
-  std::optional<SectionLine> last_;
-  int fromOwt_ = 0, toOwt_ = 0;
-};
 
 // The measures of one event at its markers. They share the line of the section in front.
 class EventMeasures {
@@ -104,7 +82,7 @@ class EventMeasures {
  private:
   // The markers in front of the event stay where they are while it is measured.
   const SectionLine& Front() {
-    if (!front_) front_ = fits_.Of(event_.ML0, event_.ML1);
+    if (!front_) front_ = FitSection(fits_, event_.ML0, event_.ML1);
     return *front_;
   }
 
@@ -154,7 +132,7 @@ void EventMeasures::Loss() {
     behind.intercept = sor_.GetMinLevel();
     behind.attenuation = -behind.slope * sor_.dLenToOwt(1.0);
   } else {
-    behind = fits_.Of(event_.ML2, event_.ML3);
+    behind = FitSection(fits_, event_.ML2, event_.ML3);
   }
   ReplaceUnbelieved(sor_, event_.ML0, event_.ML1, before);
   ReplaceUnbelieved(sor_, event_.ML2, event_.ML3, behind);
@@ -204,6 +182,21 @@ double PeakOverSection(TSorData& sor, TSorBlockKeyEvents1E& event) {
 
 }  // namespace
 
+void reflyze::MeasureEvent(TSorBlockKeyEvents1E& event, SectionFits& fits) {
+  EventMeasures(fits.trace(), event, fits).All();
+}
+
+void reflyze::MeasureEvent(TSorBlockQRTEvents1E& event, SectionFits& fits) {
+  double lossDb = 0.0;
+  if (event.LMT == "LS") {
+    lossDb = (static_cast<double>(event.ML0) - event.ML1) * fits.Of(event.ML0, event.ML1).slope;
+  } else {
+    lossDb = fits.trace().OwtToLevel(event.ML0, 1) - fits.trace().OwtToLevel(event.ML1, 1);
+  }
+  // Stored in thousandths of a dB, truncated, as the other measures of an event are.
+  event.EL = TruncToShort(lossDb * 1000.0);
+}
+
 void RefEventMarkerR(TSorData* sor, TSorBlockKeyEvents1E* event) {
   const long first = PointAtOwt(*sor, event->ML1);
   const long last = std::min(TruncToLong(sor->OwtTofNum(event->ML4) + 0.5),
@@ -234,28 +227,21 @@ void RefEventECalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
 }
 
 int RefEventRecalculate(TSorData* sor, TSorBlockKeyEvents1E* event, int) {
-  Measure(*sor, *event, [](EventMeasures& measures) { measures.All(); });
+  SectionFits fits(*sor);
+  MeasureEvent(*event, fits);
   return 0;
 }
 
 int RefEventRecalculate(TSorData* sor, TSorBlockQRTEvents1E* event) {
-  double lossDb = 0.0;
-  if (event->LMT == "LS") {
-    double slope = 0.0, intercept = 0.0;
-    RefMathLSL(sor, event->ML0, event->ML1, slope, intercept, 1.0);
-    lossDb = (static_cast<double>(event->ML0) - event->ML1) * slope;
-  } else {
-    lossDb = sor->OwtToLevel(event->ML0, 1) - sor->OwtToLevel(event->ML1, 1);
-  }
-  // Stored in thousandths of a dB, truncated, as the other measures of an event are.
-  event->EL = TruncToShort(lossDb * 1000.0);
+  SectionFits fits(*sor);
+  MeasureEvent(*event, fits);
   return 0;
 }
 
 int RefEventRecalculate(TSorData* sor, TSorBlockKeyEvents* events, int onlyFirst) {
   SectionFits fits(*sor);
   for (int i = 0; i < std::min<int>(events->TNKE, events->events->GetSize()); ++i) {
-    EventMeasures(*sor, *events->events->GetData(i), fits).All();
+    MeasureEvent(*events->events->GetData(i), fits);
     if (onlyFirst != 0) return 1;
   }
   return 0;

@@ -3,6 +3,7 @@
 
 #include "ref/refEventEdit.h"
 #include "ref/ref_Math.h"
+#include "ref/sectionFits.h"
 #include "util/convert.h"
 
 using namespace reflyze;
@@ -16,7 +17,7 @@ constexpr double kCentimetresPerKm = 100000.0;
 // stays is the place in length.
 class TemplateOnTrace {
  public:
-  TemplateOnTrace(TSorData& current, const TSorData& base) : current_(current), base_(base) {}
+  TemplateOnTrace(TSorData& current, const TSorData& base) : current_(current), base_(base), fits_(current) {}
 
   void Run() {
     ForgetEvents();
@@ -63,7 +64,7 @@ class TemplateOnTrace {
     TSorBlockKeyEvents1E* added = copy.get();
     table.events->AddData(copy.release());
     ++table.TNKE;
-    RefEventRecalculate(&current_, added, 0);
+    MeasureEvent(*added, fits_);
     const int index = table.TNKE - 1;
     table.OnKeyEventAdd(index);
     current_.RFTSParams->OnKeyEventAdd(index);
@@ -90,7 +91,7 @@ class TemplateOnTrace {
       for (int* marker : {&copy->ML0, &copy->ML1, &copy->ML2}) {
         *marker = TruncToInt(current_.LenToOwt(base_.OwtToLen(*marker)));
       }
-      RefEventRecalculate(&current_, copy.get());
+      MeasureEvent(*copy, fits_);
       table.events->AddData(copy.release());
     }
     table.TNE = static_cast<short>(table.events->GetSize());
@@ -98,6 +99,8 @@ class TemplateOnTrace {
 
   TSorData& current_;
   const TSorData& base_;
+  SectionFits
+      fits_;  // neighbouring events share a section, and the instrument's own events have the same ones
 };
 
 }  // namespace

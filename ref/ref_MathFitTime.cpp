@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "ref/ref_Math.h"
+#include "ref/sectionFits.h"
 #include "ref/traceWalk.h"
 #include "sor/sorData.h"
 
@@ -15,31 +16,6 @@ namespace {
 
 constexpr double kScaleIsOne = 1e-05;  // a scale within this of 1 is not applied at all
 
-// Sums of a least-squares line through points (x, y).
-struct LineSums {
-  long n = 0;
-  double x = 0.0, xx = 0.0, y = 0.0, xy = 0.0;
-
-  void Add(double px, double py) {
-    ++n;
-    x += px;
-    xx += px * px;
-    y += py;
-    xy += px * py;
-  }
-  void Solve(double& slope, double& intercept) const {
-    const double count = static_cast<double>(n);
-    const double determinant = x * x - count * xx;
-    if (determinant == 0.0) {
-      slope = 1.0;
-      intercept = 0.0;
-      return;
-    }
-    slope = (y * x - xy * count) / determinant;
-    intercept = (xy * x - y * xx) / determinant;
-  }
-};
-
 }  // namespace
 
 void RefMathLSL_Simple(TSorData* sor, double owt1, double owt2, double& slope, double& intercept,
@@ -51,16 +27,8 @@ void RefMathLSL_Simple(TSorData* sor, double owt1, double owt2, double& slope, d
     slope = 0.0;
     return;
   }
-  LineSums sums;
-  OwtWalk time(*sor);
-  if (!(std::fabs(scale - 1.0) > kScaleIsOne)) scale = 1.0;
-  sor->DataPts->Levels().Over(first, last + 1, [&](auto levels) {
-    time.ForEachStretch(first, last + 1, [&](OwtWalk::StretchTimes times, long from, long to) {
-      LineSums of = sums;
-      for (long i = from; i < to; ++i) of.Add(times.OwtOf(i), levels[i] * scale);
-      sums = of;
-    });
-  });
+  reflyze::LineSums sums;
+  sums.AddPoints(*sor, first, last + 1, std::fabs(scale - 1.0) > kScaleIsOne ? scale : 1.0);
   sums.Solve(slope, intercept);
 }
 

@@ -23,6 +23,9 @@ class TSorBlockRFTSEvents1E;
 class TSorData;
 class TThresholdsRFTSSet;
 struct AutoFilterResultData;
+namespace reflyze {
+class SectionFits;
+}
 
 // What the host can ask for. Only the numbers cross the boundary of the module.
 enum TCmdASF : int {
@@ -320,6 +323,8 @@ class TAuto {
   // Levels at both ends of the line by least squares, against time or against points. The last argument has
   // no effect: windows of every size get the same fit.
   void LossSquare(TSorData* s, TEventLine& line, long);
+  // The same for many lines of one trace.
+  static void LossSquare(reflyze::SectionFits& fits, TEventLine& line);
   void LossfSquare(TSorData* s, TEventLine& line);
   // Fits the line and finds the window of `width` points that stands highest above it: its first point, with
   // its height in dB in `peakLevel`; 0 when none stands above.

@@ -3,6 +3,7 @@
 
 #include "ref/levelMean.h"
 #include "ref/ref_Math.h"
+#include "ref/sectionFits.h"
 #include "sor/sorData.h"
 #include "src/Auto.h"
 #include "src/AutoLimits.h"
@@ -104,9 +105,17 @@ double TAuto::LossPin(long a, long b, long pin, int mode) {
 }
 
 void TAuto::LossSquare(TSorData* s, TEventLine& line, long) {
-  const long a = WholeOwt(s, line.L[0]);
-  const long b = WholeOwt(s, line.L[1]);
-  if (b > a + 1) RefMathLSL2(s, static_cast<double>(a), static_cast<double>(b), line.P[0], line.P[1]);
+  reflyze::SectionFits fits(*s);
+  LossSquare(fits, line);
+}
+
+void TAuto::LossSquare(reflyze::SectionFits& fits, TEventLine& line) {
+  const auto a = static_cast<double>(WholeOwt(&fits.trace(), line.L[0]));
+  const auto b = static_cast<double>(WholeOwt(&fits.trace(), line.L[1]));
+  if (!(b > a + 1.0)) return;
+  const reflyze::SectionFits::Line fit = fits.Of(a, b);
+  line.P[0] = fit.LevelAt(a);
+  line.P[1] = fit.LevelAt(b);
 }
 
 void TAuto::LossfSquare(TSorData* s, TEventLine& line) {

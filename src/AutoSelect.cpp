@@ -10,6 +10,7 @@
 
 #include "ref/refEvent.h"
 #include "ref/ref_Math.h"
+#include "ref/sectionFits.h"
 #include "sor/sorData.h"
 #include "util/convert.h"
 
@@ -36,7 +37,11 @@ bool IsMerged(const TEventLine& line) { return line.type == 'S' || line.type == 
 class EventSelection {
  public:
   EventSelection(TAuto& analysis, double leastLossDb)
-      : auto_(analysis), sor_(analysis.sor), lines_(*analysis.lines), leastLossDb_(leastLossDb) {}
+      : auto_(analysis),
+        sor_(analysis.sor),
+        lines_(*analysis.lines),
+        leastLossDb_(leastLossDb),
+        fits_(*analysis.sor) {}
 
   void Run() {
     auto_.SetLinesSplice();
@@ -149,7 +154,7 @@ class EventSelection {
       if (!IsMerged(before)) behind.type = before.type;
     } else if (auto_.maxDbKm > before.LossKm() && !IsReflection(before)) {
       behind.L[0] = before.L[0];
-      auto_.LossSquare(sor_, behind, auto_.SetAvgPin(behind.P[0], auto_.th.Event, 1, auto_.th.MaxPin));
+      TAuto::LossSquare(fits_, behind);
     }
     lines_.DelData(i);
     auto_.SetLinesSplice();
@@ -159,6 +164,7 @@ class EventSelection {
   TSorData* const sor_;
   TOxArray<TEventLine, TEventLine*>& lines_;
   const double leastLossDb_;
+  reflyze::SectionFits fits_;  // a section that takes in one event after the other grows
 };
 
 // Joins splices that lie too close together, among the last lines of a list. The closer they are, and the

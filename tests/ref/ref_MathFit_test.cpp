@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ref/ref_Math.h"
+#include "ref/sectionFits.h"
 #include "ref/traceWalk.h"
 #include "tests/support/trace.h"
 
@@ -52,6 +53,25 @@ TEST(OwtWalk, EqualsTheConversionOfTheRecord) {
       next = to;
     });
     ASSERT_EQ(next, 130);
+  }
+}
+
+// Sections that grow, shrink and come again, over stretches of the time base and over both ends of the trace.
+TEST(SectionFits, AreTheLinesOfEachSection) {
+  Noise random(11);
+  auto sor = TwoStretches(3000, [&](double owt) { return -11.0 - 3.5e-4 * owt + random.Uniform(-0.3, 0.3); });
+  const double begins[] = {-500.0, 400.0, 10000.0, 50000.0, 120000.0};
+  for (int round = 0; round < 20; ++round) {
+    reflyze::SectionFits fits(*sor);
+    for (int i = 0; i < 60; ++i) {
+      const double from = begins[random.Integer(0, 4)];
+      const double to = i % 9 == 0 ? from : random.Uniform(i % 7 == 0 ? -1000.0 : from, 130000.0);
+      double slope = 0.0, intercept = 0.0;
+      RefMathLSL(sor.get(), from, to, slope, intercept, 1.0);
+      const reflyze::SectionFits::Line line = fits.Of(from, to);
+      ASSERT_EQ(line.slope, slope) << from << " " << to;
+      ASSERT_EQ(line.intercept, intercept) << from << " " << to;
+    }
   }
 }
 
