@@ -65,19 +65,19 @@ class ScanTrace {
 // The map of averaging widths that a caller may want; without one nothing is noted and everything reads 1.
 class WidthMap {
  public:
-  WidthMap(short* widths, long points) : widths_(widths), points_(points) {}
+  WidthMap(short* widths, long points) : widths_(widths), points_(widths != nullptr ? points : 0) {}
   bool isKept() const { return widths_ != nullptr; }
   short* data() const { return widths_; }
   long operator[](long point) const;
   void Set(long point, long width) {
-    if (widths_ == nullptr || point < 0 || point >= points_) return;
+    if (static_cast<unsigned long>(point) >= static_cast<unsigned long>(points_)) return;
     widths_[point] = static_cast<short>(std::min<long>(width, std::numeric_limits<short>::max()));
   }
   void Clear(long from, long to);  // both included: these points are not averaged
 
  private:
   short* widths_;
-  long points_;
+  long points_;  // of the map, 0 without one
 };
 
 // --- The scales of a run ---

@@ -48,14 +48,14 @@ long ScanTrace::FirstBelow(long from, double db, double slopeDb) const {
 }
 
 long WidthMap::operator[](long point) const {
-  if (widths_ == nullptr || points_ < 1) return 1;
+  if (points_ < 1) return 1;
   return widths_[std::clamp(point, 0L, points_ - 1)];
 }
 
 void WidthMap::Clear(long from, long to) {
   from = std::max(from, 0L);
   to = std::min(to, points_ - 1);
-  if (widths_ != nullptr && from <= to) std::fill(widths_ + from, widths_ + to + 1, short{1});
+  if (from <= to) std::fill(widths_ + from, widths_ + to + 1, short{1});
 }
 
 // --- Scales ---

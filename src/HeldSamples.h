@@ -17,7 +17,10 @@ class HeldSamples {
   explicit HeldSamples(const std::vector<float>& samples)
       : HeldSamples(samples.data(), static_cast<long>(samples.size())) {}
 
-  float operator[](long point) const { return samples_[Held(point)]; }
+  float operator[](long point) const {
+    const bool isInside = static_cast<unsigned long>(point) <= static_cast<unsigned long>(last_);
+    return isInside ? samples_[point] : samples_[Held(point)];
+  }
 
   // Calls `work(samples)` for work that reads no point outside `first` up to but not including `end`: with
   // the bare samples where all of these are there, and else with these held ones.
