@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "ref/levelMean.h"
 #include "ref/refAuto.h"
 #include "ref/ref_Math.h"
 #include "sor/sorData.h"
@@ -192,6 +193,7 @@ long TAuto::SearchStraightLess(long from, float level, long pin, float guard) {
   }
   // Near the guard the mean of levels in dB is drawn down by the noise, and only linear power averages truly.
   // Once the trace has come that close, it stays with linear power.
+  const reflyze::LevelMean<double> means(*sor);
   bool linear = false;
   double mean = AveragePower(from, pin, 0);
   long p = from;
@@ -202,7 +204,7 @@ long TAuto::SearchStraightLess(long from, float level, long pin, float guard) {
     }
     if (mean < level || mean < guard) break;
     ++p;
-    mean = dAveragePower(p, pin, linear ? 1 : 0, mean);
+    mean = linear ? dAveragePower(p, pin, 1, mean) : means.Moved(mean, p, pin);
   }
   return p;
 }

@@ -108,6 +108,7 @@ class FirstStep {
       at_ = StartOfGain(p, d, before, behind);
       return true;
     }
+    if (step < downDb_) return false;  // as most are
     return behind > analysis_.nf + kNearNoiseDb && step > 0.0F && IsSuddenGain(p, before, behind, step);
   }
   long at() const { return at_; }
@@ -124,7 +125,6 @@ class FirstStep {
   // Between a window and a lower one behind it, a single point may stand out: a reflection narrower than
   // both.
   bool IsSuddenGain(long p, float before, float behind, float step) {
-    if (step < downDb_) return false;
     const double top = analysis_.sor->NumTofLevel(p + range_.pin + 1);
     double gain = before - top - static_cast<double>(range_.pin / 2 + 1) * range_.slope;
     if (-gain < downDb_) return false;
