@@ -265,13 +265,14 @@ class ShortAnalysisRun {
     for (long i = 1; i < n_ && nEv_ < kMostEvents; ++i) {
       const TFEvent& before = filt_[At(i - 1)];
       const TFEvent& next = filt_[At(i)];
-      // In light that no fibre gives back, the filter may end an event in front of its begin.
-      long s = std::max({before.begin, before.end, before.tail});
+      long s = std::max(before.end, before.tail);
       long z = next.begin;
       a_.pEnd = LevelDb(before.begin);
       if (s >= z && s > before.tail) s = before.rise;
-      // A tail may reach over the next event, which then stands behind it; those after it keep their order.
-      z = std::max({z, s, static_cast<long>(ev_[At(nEv_ - 1)].begin)});
+      // A tail may reach over the next event, which then stands behind it, and in light that no fibre gives
+      // back an event may end before its begin. What follows keeps its order.
+      s = std::max(s, static_cast<long>(ev_[At(nEv_ - 1)].begin));
+      z = std::max(z, s);
       FollowSlope(s, z);
       const long dip = FillDip(before.begin + stepP_, z);
       after_ = before.rise;

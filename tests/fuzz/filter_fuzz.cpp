@@ -27,10 +27,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   event.ML0 = static_cast<int>(kinds) * 100;
   event.ML1 = event.ML0 + 1000;
   filter.GetKeyEventNoiseError(&event);
+  filter.AutoFilterCalcNoise();
   if ((kinds & 1) != 0) filter.SetFilter(5);
   if ((kinds & 2) != 0) filter.SetFilter(1);
+  if ((kinds & 4) != 0) filter.DynaF(&record);
+  if ((kinds & 8) != 0) filter.TempFilter(&record, &record, 0.5);
+  if ((kinds & 16) != 0) filter.PONFilter(&record, 0.5F, static_cast<float>(kinds) / 100.0F);
+  if ((kinds & 32) != 0) filter.BeardFilter(&record, events, std::clamp(filter.result.count, 0L, 100L));
   filter.SetFilter(0);
   // The receiver's offset, once taken out, is out of the unfiltered trace too.
   Check(record.QRTParams->ZeroCorrected != 0 || record.DataPts->GetSubBlock()->samples == raw);
+  // A kernel may have 32,767 coefficients for each point: for few points only.
+  if ((kinds & 64) != 0 && raw.size() < 300) {
+    for (int round = 0; round < 3; ++round) filter.IncLevelF(1);
+    filter.EraseFilterStory();
+  }
   return 0;
 }
