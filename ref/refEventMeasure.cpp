@@ -186,6 +186,14 @@ void reflyze::MeasureEvent(TSorBlockKeyEvents1E& event, SectionFits& fits) {
   EventMeasures(fits.trace(), event, fits).All();
 }
 
+void reflyze::MeasureEvents(TSorBlockKeyEvents& events, SectionFits& fits) {
+  for (int i = 0; i < events.ListedEvents(); ++i) MeasureEvent(events.EventAt(i), fits);
+}
+
+void reflyze::MeasureLoss(TSorBlockKeyEvents1E& event, SectionFits& fits) {
+  EventMeasures(fits.trace(), event, fits).Loss();
+}
+
 void reflyze::MeasureEvent(TSorBlockQRTEvents1E& event, SectionFits& fits) {
   double lossDb = 0.0;
   if (event.LMT == "LS") {
@@ -219,7 +227,8 @@ void RefEventACICalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
 }
 
 void RefEventSCalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
-  Measure(*sor, *event, [](EventMeasures& measures) { measures.Loss(); });
+  SectionFits fits(*sor);
+  MeasureLoss(*event, fits);
 }
 
 void RefEventECalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {
@@ -240,11 +249,13 @@ int RefEventRecalculate(TSorData* sor, TSorBlockQRTEvents1E* event) {
 
 int RefEventRecalculate(TSorData* sor, TSorBlockKeyEvents* events, int onlyFirst) {
   SectionFits fits(*sor);
-  for (int i = 0; i < std::min<int>(events->TNKE, events->events->GetSize()); ++i) {
-    MeasureEvent(*events->events->GetData(i), fits);
-    if (onlyFirst != 0) return 1;
+  if (onlyFirst == 0) {
+    MeasureEvents(*events, fits);
+    return 0;
   }
-  return 0;
+  if (events->ListedEvents() == 0) return 0;
+  MeasureEvent(events->EventAt(0), fits);
+  return 1;
 }
 
 double RefEventGetEventRFTSReflection(TSorData* sor, TSorBlockKeyEvents1E* event, double minHeight) {

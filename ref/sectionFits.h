@@ -52,5 +52,9 @@ class SectionFits {
 // trace.
 void MeasureEvent(TSorBlockKeyEvents1E& event, SectionFits& fits);
 void MeasureEvent(TSorBlockQRTEvents1E& event, SectionFits& fits);
+// All of a table.
+void MeasureEvents(TSorBlockKeyEvents& events, SectionFits& fits);
+// Only the loss of one, as RefEventSCalculate does.
+void MeasureLoss(TSorBlockKeyEvents1E& event, SectionFits& fits);
 
 }  // namespace reflyze

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "ref/refEvent.h"
+#include "ref/sectionFits.h"
 #include "sor/sorData.h"
 #include "src/Filter.h"
 #include "util/tinifile.h"
@@ -96,17 +97,18 @@ void TAuto::AnalysisSorData(TSorData* trace, TTH* thresholds) {
   if (trace->QRTParams->isFilter() && trace->DataPtsBackup != nullptr) TSorFilter(trace).SetFilter(0);
   trace->QRTParams->SetFlagFilter(0);
 
+  reflyze::SectionFits fits(*trace);  // asked for once the search has left the levels alone
   {
     const UserOffsetAside aside(*trace);
     sor = trace;
     Calculate();
     // The event at the end of the fibre measures the return loss, below.
-    if (WriteEventTable() && !LastEventEndsFibre(*trace)) RefEventSetORL(trace);
+    if (WriteEventTable(fits) && !LastEventEndsFibre(*trace)) RefEventSetORL(trace);
     StampAnalysis(trace->SupParams->SR);
   }
   RefEventRFTSSync(trace);
   RefEventENSync(trace);
-  RefEventRecalculate(trace, trace->KeyEvents, 0);
+  MeasureEvents(*trace->KeyEvents, fits);
 }
 
 void TAuto::Automat(TSorData* trace, int useMonitoringThresholds) {

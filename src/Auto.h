@@ -282,8 +282,8 @@ class TAuto {
   // Replaces the record's event table by the lines. 0 without lines, and then the old table stays.
   int AddSorEvent();
   // The same but for the return loss, which whoever measures the events anew gets with them. Whether there
-  // are lines.
-  bool WriteEventTable();
+  // are lines. `fits` are those of the trace.
+  bool WriteEventTable(reflyze::SectionFits& fits);
   // Reflectance and event code of one event with its highest level `peak` and the level of the line `base`,
   // in dB. A null `s` stands for the trace under analysis.
   void SetReflection(TSorBlockKeyEvents1E* rec, double peak, double base, char eventType, TSorData* s);

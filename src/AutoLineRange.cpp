@@ -15,6 +15,7 @@
 #include "ref/ref_Math.h"
 #include "ref/traceLevels.h"
 #include "sor/sorData.h"
+#include "util/blockSearch.h"
 #include "util/convert.h"
 
 namespace {
@@ -224,10 +225,14 @@ class TrustedRange {
   void FindQuietStart() {
     quiet_ = std::min(farRiseAt_, farFallAt_);
     const float fibreDb = static_cast<float>(base_) * slope_;
-    while (quiet_ > begin_ + base_ &&
-           std::fabs(levels_[quiet_ - base_] - fibreDb - levels_[quiet_]) < 1.2 * farSwingDb_) {
-      --quiet_;
-    }
+    const long first = begin_ + base_ + 1;
+    if (quiet_ < first) return;
+    levels_.Over(first - base_, quiet_ + 1, [&, base = base_](auto levels) {
+      const double mostDb = 1.2 * farSwingDb_;
+      quiet_ = reflyze::LastThatPasses(quiet_, first, [=](long i) {
+        return !(std::fabs(levels[i - base] - fibreDb - levels[i]) < mostDb);
+      });
+    });
   }
 
   bool FrontIsRough(long late) const {

@@ -13,6 +13,7 @@
 
 #include "ref/refEvent.h"
 #include "ref/ref_Math.h"
+#include "ref/sectionFits.h"
 #include "sor/sorData.h"
 #include "util/convert.h"
 
@@ -38,8 +39,9 @@ bool HasBothSections(const TSorBlockKeyEvents1E& event) {
 
 class EventTableWriter {
  public:
-  explicit EventTableWriter(TAuto& analysis)
+  EventTableWriter(TAuto& analysis, reflyze::SectionFits& fits)
       : auto_(analysis),
+        fits_(fits),
         sor_(*analysis.sor),
         table_(*analysis.sor->KeyEvents),
         pulseOwt_(analysis.sor->FxdParams->GetOwtPulse(0)) {}
@@ -130,7 +132,7 @@ class EventTableWriter {
     Add(std::move(event));
   }
 
-  void TakeSectionBehind(TSorBlockKeyEvents1E& event, const TEventLine& line, const TEventLine& next) const {
+  void TakeSectionBehind(TSorBlockKeyEvents1E& event, const TEventLine& line, const TEventLine& next) {
     event.ML2 = Owt(next.L[0]);
     event.ML3 = Owt(next.L[1]);
     const double limitDb = std::min(line.Loss() > 0.2 ? 2 * line.Loss() : 0.5, kMostSectionLossDb);
@@ -138,7 +140,7 @@ class EventTableWriter {
       // Over so long a section its slope may change: only its first part says what the event lost.
       const double cut = (1.0 - limitDb / next.Loss()) * (static_cast<double>(event.ML3) - event.ML2);
       event.ML3 = TruncToInt(event.ML3 - cut);
-      RefEventSCalculate(auto_.sor, &event);
+      MeasureLoss(event, fits_);
     }
     event.LMT = HasBothSections(event) ? "LS" : "2P";
   }
@@ -188,6 +190,7 @@ class EventTableWriter {
   }
 
   TAuto& auto_;
+  reflyze::SectionFits& fits_;
   const TSorData& sor_;
   TSorBlockKeyEvents& table_;
   const double pulseOwt_;
@@ -195,14 +198,15 @@ class EventTableWriter {
 
 }  // namespace
 
-bool TAuto::WriteEventTable() {
+bool TAuto::WriteEventTable(reflyze::SectionFits& fits) {
   if (lines->GetSize() == 0) return false;
-  EventTableWriter(*this).Run();
+  EventTableWriter(*this, fits).Run();
   return true;
 }
 
 int TAuto::AddSorEvent() {
-  if (!WriteEventTable()) return 0;
+  reflyze::SectionFits fits(*sor);
+  if (!WriteEventTable(fits)) return 0;
   RefEventSetORL(sor);
   return sor->QRTParams->CT;
 }
