@@ -58,10 +58,17 @@ inline bool IsLarge(const TSorData& record) {
   constexpr int kPoints = 20000;
   constexpr int kEntries = 500;
   const TSorBlockQRTParameters& own = *record.QRTParams;
-  return record.DataPts->GetPointsNum() > kPoints ||
-         std::max<int>({record.Map->blocks->GetSize(), record.KeyEvents->events->GetSize(),
-                        record.QRTEvents->events->GetSize(), record.FxdParams->TPW, own.TGI, own.TMM, own.TMC,
-                        own.TNL, own.TVL}) > kEntries;
+  if (record.DataPts->GetPointsNum() > kPoints) return true;
+  if (std::max<int>({record.Map->blocks->GetSize(), record.KeyEvents->events->GetSize(),
+                     record.QRTEvents->events->GetSize(), record.LnkParams->TNL, record.FxdParams->TPW,
+                     own.TGI, own.TMM, own.TMC, own.TNL, own.TVL, record.EmbData->GetTNED()}) > kEntries) {
+    return true;
+  }
+  for (int i = 0; i < record.EmbData->GetTNED(); ++i) {
+    const TSorData* inside = record.EmbData->GetEmbData(i)->GetRecord();
+    if (inside != nullptr && IsLarge(*inside)) return true;
+  }
+  return false;
 }
 
 struct FailedAssertion {};
@@ -82,9 +89,8 @@ bool Completes(Work&& work) {
 }
 
 // Whether a table or the trace is said to have many more entries than the record has bytes for, where its map
-// leads to. Such records are read within bounds that tests hold the program to, but each costs the time of a
-// hundred others and the entries are all alike.
-inline bool Overstates(const std::string& bytes) {
+// leads to.
+inline bool MapOverstates(const std::string& bytes) {
   constexpr size_t kShortEntry = 16;  // bytes; lines of the map have less, events and landmarks more
   constexpr size_t kFew = 32;         // entries too many that are looked into
   const long long room = static_cast<long long>(bytes.size() / kShortEntry + kFew);
@@ -118,6 +124,17 @@ inline bool Overstates(const std::string& bytes) {
       const long long most = static_cast<long long>(bytes.size());
       if (number(fields, int{0}) > most || number(fields + kPlaceOfFirst, int{0}) > most) return true;
     }
+  }
+  return false;
+}
+
+// The same of a record and of those inside. They are read within bounds that tests hold the program to, but
+// each costs the time of a hundred others and the entries are all alike.
+inline bool Overstates(const std::string& bytes) {
+  if (MapOverstates(bytes)) return true;
+  const std::string id("Map", 4);
+  for (size_t at = bytes.find(id, 1); at != std::string::npos; at = bytes.find(id, at + 1)) {
+    if (MapOverstates(bytes.substr(at))) return true;
   }
   return false;
 }
