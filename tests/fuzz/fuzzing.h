@@ -132,9 +132,11 @@ inline bool MapOverstates(const std::string& bytes) {
 // each costs the time of a hundred others and the entries are all alike.
 inline bool Overstates(const std::string& bytes) {
   if (MapOverstates(bytes)) return true;
-  const std::string id("Map", 4);
-  for (size_t at = bytes.find(id, 1); at != std::string::npos; at = bytes.find(id, at + 1)) {
-    if (MapOverstates(bytes.substr(at))) return true;
+  const std::string id("SOR", 4);
+  constexpr size_t kSizeBytes = 4;  // between the ID and the record
+  for (size_t at = bytes.find(id); at != std::string::npos; at = bytes.find(id, at + 1)) {
+    const size_t inside = at + id.size() + kSizeBytes;
+    if (inside < bytes.size() && MapOverstates(bytes.substr(inside))) return true;
   }
   return false;
 }
