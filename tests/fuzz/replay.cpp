@@ -1,17 +1,23 @@
-// Runs a fuzz target once over every file of the folders named on the command line.
+// Runs a fuzz target once over every file of the folders named on the command line; behind --pass-over-large
+// as a fuzzer does, without what takes long.
 
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 #include <vector>
+
+#include "tests/fuzz/fuzzing.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size);
 
 int main(int argc, char** argv) {
   int count = 0;
-  for (int i = 1; i < argc; ++i) {
+  const bool passOver = argc > 1 && std::string_view(argv[1]) == "--pass-over-large";
+  fuzzing::passOverLarge = passOver;
+  for (int i = passOver ? 2 : 1; i < argc; ++i) {
     for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
       std::printf("%s\n", entry.path().c_str());
       std::fflush(stdout);
