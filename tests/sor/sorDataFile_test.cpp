@@ -8,7 +8,6 @@
 
 #include "sor/sorData.h"
 #include "tests/sor/recordBytes.h"
-#include "tests/support/assertions.h"
 #include "util/tcrc.h"
 #include "util/tlogfile.h"
 
@@ -400,49 +399,6 @@ TEST(SorDataFile, TextsWithoutEndDoNotShiftWhatFollows) {
     EXPECT_STREQ(back.GenParams->FID, "fibre") << length;
     EXPECT_EQ(BytesOf(back), BytesOf(*record)) << length;
   }
-}
-
-// What bytes a file may hold: whatever they are, the reading ends in a state, a thrown number or text, or an
-// assertion, and what could be read survives a copy.
-TEST(SorDataFile, AnyBytes) {
-  TSorData outer;
-  auto* embedded = new TEmbData1E();
-  embedded->SetDescription("SOR");
-  embedded->SetData(*FullRecord());
-  outer.Assign(*FullRecord());
-  outer.EmbData->AddData(embedded);
-  const Bytes seeds[] = {BytesOf(*FullRecord(100)), BytesOf(outer)};
-  std::mt19937 random(20240611);
-  reflyze::test::AssertionsThrow throwing;
-  int read = 0, thrown = 0;
-  for (int round = 0; round < 1000; ++round) {
-    Bytes bytes = seeds[round % 2];
-    for (unsigned int changes = 1 + random() % 4; changes > 0; --changes) {
-      const char values[] = {0, 1, '\x7F', '\xFF', static_cast<char>(random())};
-      // Half of them in the map, where they do most.
-      const size_t place = random() % (random() % 2 != 0 ? 250 : bytes.size());
-      bytes[place] = values[random() % 5];
-    }
-    if (random() % 8 == 0) bytes.resize(random() % bytes.size());
-    TSorData record, again;
-    try {
-      ReadInto(record, bytes);
-      const Bytes first = BytesOf(record);
-      ASSERT_EQ(ReadInto(again, first), sfOk) << round;
-      const Bytes second = BytesOf(again);
-      ASSERT_EQ(ReadInto(again, second), sfOk) << round;
-      ASSERT_TRUE(BytesOf(again) == second) << round;
-      ++read;
-    } catch (int) {
-      ++thrown;
-    } catch (const char*) {
-      ++thrown;
-    } catch (const reflyze::test::AssertionsThrow::Failed&) {
-      ++thrown;
-    }
-  }
-  EXPECT_GT(read, 700);
-  EXPECT_GT(thrown, 5);
 }
 
 TEST(SorDataFile, RealTraces) {
