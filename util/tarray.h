@@ -47,9 +47,9 @@ class TOxArray {
   void InsData(TPtr p, int i) {
     i = std::clamp(i, 0, size_);
     TPtr* longer = MakeTable(size_ + 1);
-    std::copy(table_, table_ + i, longer);
+    for (int k = 0; k < i; ++k) longer[k] = table_[k];
     longer[i] = p;
-    std::copy(table_ + i, table_ + size_, longer + i + 1);
+    for (int k = i; k < size_; ++k) longer[k + 1] = table_[k];
     delete[] table_;
     table_ = longer;
     ++size_;
