@@ -48,13 +48,4 @@ class SectionFits {
   long count_ = 0;  // of all notes
 };
 
-// Measure an event anew from its markers, as RefEventRecalculate does, for callers with many events of a
-// trace.
-void MeasureEvent(TSorBlockKeyEvents1E& event, SectionFits& fits);
-void MeasureEvent(TSorBlockQRTEvents1E& event, SectionFits& fits);
-// All of a table.
-void MeasureEvents(TSorBlockKeyEvents& events, SectionFits& fits);
-// Only the loss of one, as RefEventSCalculate does.
-void MeasureLoss(TSorBlockKeyEvents1E& event, SectionFits& fits);
-
 }  // namespace reflyze

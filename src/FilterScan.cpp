@@ -1,9 +1,9 @@
 #include "src/FilterScan.h"
-#include "src/LinearTrace.h"
 
 #include <cmath>
 
 #include "sor/sorData.h"
+#include "src/LinearTrace.h"
 #include "util/convert.h"
 
 long TSorFilter::AutoFilter(TSorData* data, TFEvent* events, short* pointMap) {
