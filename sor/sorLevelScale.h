@@ -102,6 +102,10 @@ constexpr unsigned int kPowUnitsPerDb = 20000;
 constexpr unsigned int kPowUnitsPerDecade = 100000;
 constexpr unsigned int kPowUnitsPerOctave = 30103;
 
+// Powers of whole decades and octaves, all exact in 24 bits.
+inline constexpr float kDecades[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f};
+inline constexpr float kOctaves[] = {1.0f, 2.0f, 4.0f, 8.0f};
+
 // One stretch of the scale on which 10^(x / 5) is the table times a constant: an octave of power, or what the
 // last one of a decade is cut to.
 struct PowOctave {
@@ -109,8 +113,6 @@ struct PowOctave {
   float factor;  // power at its begin
 
   static PowOctave At(unsigned int units) {
-    constexpr float kDecades[] = {1e0f, 1e1f, 1e2f, 1e3f, 1e4f, 1e5f, 1e6f, 1e7f, 1e8f};  // exact in 24 bits
-    constexpr float kOctaves[] = {1.0f, 2.0f, 4.0f, 8.0f};
     const unsigned int decades = units / kPowUnitsPerDecade, rest = units % kPowUnitsPerDecade;
     const unsigned int octaves = rest / kPowUnitsPerOctave;
     return {decades * kPowUnitsPerDecade + octaves * kPowUnitsPerOctave,

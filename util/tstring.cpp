@@ -60,7 +60,7 @@ Char* ChangeCase(Char* text, int (*change)(Char)) {
 template <class Char>
 int CompareLower(const Char* a, const Char* b) {
   if (a == nullptr || b == nullptr) return 0;
-  while (*a != 0 && Lower(*a) == Lower(*b)) {
+  while (*a != 0 && (*a == *b || Lower(*a) == Lower(*b))) {
     ++a;
     ++b;
   }
