@@ -2,6 +2,9 @@
 // direct search, of all events or of both ends: events come in order, and the record can be stored and
 // analysed again.
 
+#include <cstdint>
+#include <limits>
+
 #include "src/Auto.h"
 #include "tests/fuzz/fuzzing.h"
 
@@ -16,6 +19,21 @@ bool IsInOrder(const TSorData& record) {
     if (table.EventAt(i - 1).EPT > table.EventAt(i).EPT) return false;
   }
   return true;
+}
+
+// Whether points follow each other in time as on an instrument. Where they are less than a centimetre apart,
+// the windows of an event are longer than the fibre, and its place may be sought in front of it; and where
+// time runs backwards or leaves the range of a marker, no order of events follows from that of points.
+bool HasTrueTimes(const TSorData& record) {
+  constexpr double kClosestKm = 1e-5;
+  if (!(record.FxdParams->LenDS() >= kClosestKm)) return false;
+  double owt = record.NumToOwt(0);
+  for (long i = 1; i < record.DataPts->GetPointsNum(); ++i) {
+    const double before = owt;
+    owt = record.NumToOwt(i);
+    if (!(owt > before)) return false;
+  }
+  return owt <= std::numeric_limits<std::int32_t>::max();
 }
 
 }  // namespace
@@ -38,11 +56,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   thresholds.THLoss = (mode & 1) != 0 ? 0.05 : 0.5;
   thresholds.THRef = (mode & 2) != 0 ? -65.0 : -50.0;
   thresholds.noShortAnalysis = (mode & 4) != 0 ? 1 : 0;
-  // Where nothing is found the old table stays, and may be in any order. Where points are less than a
-  // centimetre apart, the windows of an event are longer than the fibre, and its place may be sought in front
-  // of it.
-  constexpr double kClosestKm = 1e-5;
-  const bool inOrder = IsInOrder(record) && record.FxdParams->LenDS() >= kClosestKm;
+  // Where nothing is found the old table stays, and may be in any order.
+  const bool inOrder = IsInOrder(record) && HasTrueTimes(record);
   for (const bool own : {(mode & 8) != 0, true}) {
     const bool analysed = fuzzing::Completes([&] {
       void* parameters[20] = {&record, own ? nullptr : &thresholds};
