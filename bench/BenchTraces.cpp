@@ -33,8 +33,8 @@ sim::Link MetroLink(long points) {
 
 }  // namespace
 
-std::unique_ptr<TSorData> MetroTrace(long points, std::uint64_t noiseSeed) {
-  return std::move(sim::Simulate(MetroLink(points), noiseSeed).record);
+std::unique_ptr<TSorData> MetroTrace(long points) {
+  return std::move(sim::Simulate(MetroLink(points), 7).record);
 }
 
 std::unique_ptr<TSorData> MetroBaseline(long points) {

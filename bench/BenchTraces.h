@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <memory>
 
 #include "sor/sorData.h"
@@ -10,7 +9,7 @@ namespace reflyze::bench {
 
 // A metro link of a dozen joints, sampled finer the more points it has: as many points a pulse for every
 // size, so that windows in points, and with them the work a point, stay alike.
-std::unique_ptr<TSorData> MetroTrace(long points, std::uint64_t noiseSeed = 7);
+std::unique_ptr<TSorData> MetroTrace(long points);
 
 // What may have happened to that link since its baseline.
 enum class Change { kNothing, kBreak };

@@ -19,16 +19,15 @@
 #include "cli/PlausibleComparison.h"
 #include "src/Filter.h"
 #include "src/Module.h"
-#include "src/th.h"
 
 namespace {
 
 using namespace reflyze;
 
-const TSorData& TraceOf(long points, std::uint64_t noise = 7) {
-  static std::map<std::pair<long, std::uint64_t>, std::unique_ptr<TSorData>> traces;
-  std::unique_ptr<TSorData>& trace = traces[{points, noise}];
-  if (!trace) trace = bench::MetroTrace(points, noise);
+const TSorData& TraceOf(long points) {
+  static std::map<long, std::unique_ptr<TSorData>> traces;
+  std::unique_ptr<TSorData>& trace = traces[points];
+  if (!trace) trace = bench::MetroTrace(points);
   return *trace;
 }
 
@@ -52,15 +51,8 @@ double PlainPassSeconds(const TSorData& trace) {
   return best;
 }
 
-TTH UsualThresholds() {
-  TTH thresholds(nullptr);
-  thresholds.THLoss = 0.05;
-  thresholds.THEnd = 3.0;
-  return thresholds;
-}
-
 void AnalyseByModule(TSorData& trace) {
-  TTH thresholds = UsualThresholds();
+  TTH thresholds = bench::BenchThresholds();
   void* parameters[11] = {&trace, &thresholds};
   long value = 0;
   ServiceFunction(cmdAnalyse, value, parameters);
@@ -154,13 +146,8 @@ void Analyse(benchmark::State& state) {
 // A fibre on which nothing has changed, as the program compares it: with a search for new events in every
 // section, and its answer held against the levels.
 void CompareUnchanged(benchmark::State& state) {
-  TSorData baseline;
-  baseline.Assign(TraceOf(state.range(0)));
-  AnalyseByModule(baseline);
-  cli::Monitoring monitoring;
-  monitoring.level = "bench";
-  cli::MakeBaseline(baseline, monitoring);
-  const TSorData& trace = TraceOf(state.range(0), 8);
+  const std::unique_ptr<TSorData> baseline = bench::MetroBaseline(state.range(0));
+  const std::unique_ptr<TSorData> trace = bench::LaterTrace(state.range(0), bench::Change::kNothing);
   const auto compare = [](TSorData& base, TSorData& current) {
     void* parameters[11] = {&current};
     parameters[10] = &base;
@@ -171,10 +158,10 @@ void CompareUnchanged(benchmark::State& state) {
   for (auto _ : state) {
     state.PauseTiming();
     auto copy = std::make_unique<TSorData>();
-    copy->Assign(trace);
+    copy->Assign(*trace);
     state.ResumeTiming();
-    cli::MakeComparable(baseline, *copy);
-    cli::ComparePlausibly(baseline, *copy, compare);
+    cli::MakeComparable(*baseline, *copy);
+    cli::ComparePlausibly(*baseline, *copy, compare);
     state.PauseTiming();
     state.counters["changed"] = copy->RFTSEvents->IsFail() ? 1.0 : 0.0;
     copy.reset();
@@ -183,7 +170,7 @@ void CompareUnchanged(benchmark::State& state) {
   state.counters["bytes_kept"] = static_cast<double>(mallinfo2().uordblks) - static_cast<double>(before);
   using benchmark::Counter;
   state.counters["analyses"] =
-      Counter(AnalysisSeconds(trace), Counter::kIsIterationInvariantRate | Counter::kInvert);
+      Counter(AnalysisSeconds(*trace), Counter::kIsIterationInvariantRate | Counter::kInvert);
 }
 
 void AutomaticFilter(benchmark::State& state) {
