@@ -51,7 +51,9 @@ class TrustedRange {
 
   TEventLine* Run() {
     StartBehindTail();
-    if (window_ > 20 && (type_ == 'S' || type_ == 'E') && !RefineEvent()) return Line(begin_, event_);
+    const bool isRefined = window_ <= 20 || (type_ != 'S' && type_ != 'E') || RefineEvent();
+    StayBehindLast();
+    if (!isRefined) return Line(begin_, event_);
     TakeLength(points_, begin_ + points_ / 2);
     CutAtNoise();
     if (IsNoise()) return LineInNoise();
@@ -129,6 +131,15 @@ class TrustedRange {
       event_ = StepEdge(around, quarter);
     }
     return true;
+  }
+
+  // Where events are closer than the window, the places of two of them may change sides as each is refined by
+  // itself, and in a record that no instrument writes a place may be sought in front of the stretch. The
+  // later event stays behind the one in front of it.
+  void StayBehindLast() {
+    if (prev_ == nullptr || Km(event_) >= prev_->L[2]) return;
+    const long last = sor_->DataPts->GetPointsNum() - 1;
+    event_ = std::clamp(sor_->OwtToNearestNum(sor_->dLenToOwt(prev_->L[2])), event_, std::max(event_, last));
   }
 
   // A reflection: its foot, if the rise is more than the `stepDb` that noise makes.

@@ -21,12 +21,9 @@ bool IsInOrder(const TSorData& record) {
   return true;
 }
 
-// Whether points follow each other in time as on an instrument. Where they are less than a centimetre apart,
-// the windows of an event are longer than the fibre, and its place may be sought in front of it; and where
-// time runs backwards or leaves the range of a marker, no order of events follows from that of points.
+// Whether points follow each other in time as on an instrument. Where time runs backwards or leaves the range
+// of a marker, no order of events follows from that of points.
 bool HasTrueTimes(const TSorData& record) {
-  constexpr double kClosestKm = 1e-5;
-  if (!(record.FxdParams->LenDS() >= kClosestKm)) return false;
   double owt = record.NumToOwt(0);
   for (long i = 1; i < record.DataPts->GetPointsNum(); ++i) {
     const double before = owt;
