@@ -16,7 +16,10 @@ constexpr double kLongestKm = 1000.0;                    // of a range
 constexpr double kFinestM = 0.001, kCoarsestM = 1000.0;  // spacing
 constexpr size_t kMostEchoing = 100;  // reflections whose echoes are followed, each with each
 
-[[noreturn]] void Fail(const std::string& field, const std::string& why) {
+// A name from a document may hold a zero, at which the message would end.
+[[noreturn]] void Fail(std::string field, const std::string& why) {
+  for (size_t zero = 0; (zero = field.find('\0', zero)) != std::string::npos;)
+    field.replace(zero, 1, "\\u0000");
   throw LinkError(field + ": " + why);
 }
 

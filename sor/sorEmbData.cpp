@@ -143,7 +143,7 @@ void TEmbData1E::Read(TSorFile* file) {
   if (IsKind(kRecord)) {
     ReadRecord(*file);
   } else if (IsKind(kRFTSEvents)) {
-    ReadRFTSEvents(*file);
+    ReadRFTSEvents(*file, sizeOnFile);
   } else {
     ReadBytes(*file, sizeOnFile);
   }
@@ -160,14 +160,19 @@ void TEmbData1E::ReadRecord(TSorFile& file) {
   Take(record.release(), Kind::kRecord, size);
 }
 
-void TEmbData1E::ReadRFTSEvents(TSorFile& file) {
+// A block of a revision that cannot be read is written in full all the same; what follows it stands behind
+// its size.
+void TEmbData1E::ReadRFTSEvents(TSorFile& file, int size) {
   const unsigned long start = file.Tell();
   auto events = std::make_unique<TSorBlockRFTSEvents>();
   file.Read(events->RevisionNo);
   events->Read(&file);
+  const auto taken = static_cast<long>(file.Tell() - start);
+  if (!events->HasReadableRevision() && taken < size)
+    reflyze::ReadBytes(file, size - static_cast<int>(taken));
   reflyze::ReadBudget::Charge(file, start);
-  const long size = events->GetBlockSize() + kRevisionBytes;
-  Take(events.release(), Kind::kRFTSEvents, size);
+  const long sizeInMemory = events->GetBlockSize() + kRevisionBytes;
+  Take(events.release(), Kind::kRFTSEvents, sizeInMemory);
 }
 
 void TEmbData1E::ReadBytes(TSorFile& file, int size) {

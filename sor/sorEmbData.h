@@ -91,7 +91,7 @@ class TEmbData1E : public TSorBlock {
 
   void Take(void* data, Kind kind, long size);
   void ReadRecord(TSorFile& file);
-  void ReadRFTSEvents(TSorFile& file);
+  void ReadRFTSEvents(TSorFile& file, int size);
   void ReadBytes(TSorFile& file, int size);
   void WriteMeasured(TSorFile& file);
 

@@ -59,8 +59,11 @@ void TSorBlockRFTSEvents::Read(TSorFile* file) {
   ReadPart(*this, file);
 }
 
+bool TSorBlockRFTSEvents::HasReadableRevision() const {
+  return RevisionNo >= kEntries && RevisionNo / 100 <= kLastKnownRevisionNo / 100;
+}
+
 void TSorBlockRFTSEvents::Write(TSorFile* file) {
-  constexpr int kEntries = 201;  // the revision that has names and entries
   WritePart(*this, file, std::max<int>(RevisionNo, kEntries));
 }
 

@@ -139,6 +139,8 @@ class TSorBlockRFTSEvents : public TSorBlock {
   // Puts names and entries on file whatever the revision, while Read leaves them out for a revision of 200 or
   // below.
   void Write(TSorFile* file) override;
+  // Whether names and entries, which are always written, are read again.
+  bool HasReadableRevision() const;
   void Damp(FILE* out) const override;
 
   const TString& GetBaseSorName() const { return BaseSorName; }
@@ -169,6 +171,7 @@ class TSorBlockRFTSEvents : public TSorBlock {
 
  private:
   enum : short { kFail = 4 };
+  static constexpr int kEntries = 201;  // the revision that has names and entries
   void CountEntries();
 
   TOxArray<TSorBlockRFTSEvents1E, TSorBlockRFTSEvents1E*> entries_;
