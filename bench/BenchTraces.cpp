@@ -1,6 +1,7 @@
 #include "bench/BenchTraces.h"
 
 #include <algorithm>
+#include <cstdint>
 
 #include "cli/Baseline.h"
 #include "sim/Simulate.h"
@@ -11,6 +12,7 @@ namespace reflyze::bench {
 namespace {
 
 constexpr int kSections = 12;
+constexpr std::uint64_t kNoiseSeed = 7, kLaterNoiseSeed = 8;
 
 sim::Link MetroLink(long points) {
   sim::Link link;
@@ -34,7 +36,7 @@ sim::Link MetroLink(long points) {
 }  // namespace
 
 std::unique_ptr<TSorData> MetroTrace(long points) {
-  return std::move(sim::Simulate(MetroLink(points), 7).record);
+  return std::move(sim::Simulate(MetroLink(points), kNoiseSeed).record);
 }
 
 std::unique_ptr<TSorData> MetroBaseline(long points) {
@@ -55,7 +57,7 @@ std::unique_ptr<TSorData> LaterTrace(long points, Change change) {
     link.sections.back().lengthKm /= 2.0;
     link.joints.resize(kBroken - 1);
   }
-  return std::move(sim::Simulate(link, 8).record);
+  return std::move(sim::Simulate(link, kLaterNoiseSeed).record);
 }
 
 std::unique_ptr<TSorData> CopyOf(const TSorData& trace) {

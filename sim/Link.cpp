@@ -18,8 +18,9 @@ constexpr size_t kMostEchoing = 100;  // reflections whose echoes are followed, 
 
 // A name from a document may hold a zero, at which the message would end.
 [[noreturn]] void Fail(std::string field, const std::string& why) {
-  for (size_t zero = 0; (zero = field.find('\0', zero)) != std::string::npos;)
+  for (size_t zero = field.find('\0'); zero != std::string::npos; zero = field.find('\0')) {
     field.replace(zero, 1, "\\u0000");
+  }
   throw LinkError(field + ": " + why);
 }
 

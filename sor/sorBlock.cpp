@@ -54,7 +54,7 @@ void TSorBlock::WriteRN(TSorFile* file, unsigned short revision) {
 
 bool TSorBlock::CanRead(TSorFile* file) {
   if (file == nullptr) return false;
-  if (GetBlockLastKnownRevisionNo() / 100 < RevisionNo / 100) {
+  if (!IsKnownRevision()) {
     if (LogFile != nullptr) {
       char text[64];
       std::snprintf(text, sizeof text, "read error: RevNo=%hu > %hu", RevisionNo,

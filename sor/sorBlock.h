@@ -62,6 +62,8 @@ class TSorBlock {
   virtual long GetBlockSize();
   virtual int GetBlockType() const { return btBlock; }
   virtual int GetBlockLastKnownRevisionNo() const { return 0; }
+  // Whether the layout is known: revisions of one hundred share it.
+  bool IsKnownRevision() const { return RevisionNo / 100 <= GetBlockLastKnownRevisionNo() / 100; }
   virtual void Assign(const TSorBlock&) {}
   // Store the revision, then read or write.
   virtual void ReadRN(TSorFile* file, unsigned short revision);

@@ -168,8 +168,9 @@ void TEmbData1E::ReadRFTSEvents(TSorFile& file, int size) {
   file.Read(events->RevisionNo);
   events->Read(&file);
   const auto taken = static_cast<long>(file.Tell() - start);
-  if (!events->HasReadableRevision() && taken < size)
+  if (!events->HasReadableRevision() && taken < size) {
     reflyze::ReadBytes(file, size - static_cast<int>(taken));
+  }
   reflyze::ReadBudget::Charge(file, start);
   const long sizeInMemory = events->GetBlockSize() + kRevisionBytes;
   Take(events.release(), Kind::kRFTSEvents, sizeInMemory);

@@ -60,11 +60,11 @@ void TSorBlockRFTSEvents::Read(TSorFile* file) {
 }
 
 bool TSorBlockRFTSEvents::HasReadableRevision() const {
-  return RevisionNo >= kEntries && RevisionNo / 100 <= kLastKnownRevisionNo / 100;
+  return RevisionNo >= kSinceEntries && IsKnownRevision();
 }
 
 void TSorBlockRFTSEvents::Write(TSorFile* file) {
-  WritePart(*this, file, std::max<int>(RevisionNo, kEntries));
+  WritePart(*this, file, std::max<int>(RevisionNo, kSinceEntries));
 }
 
 void TSorBlockRFTSEvents::Damp(FILE* out) const {

@@ -117,13 +117,13 @@ class TSorBlockRFTSEvents : public TSorBlock {
   template <class Self, class Visitor>
   static void Fields(Self& b, Visitor& v) {
     v.Id("BID", b.ID);
-    v.Text("BaseSorName", b.BaseSorName, 201);
-    v.Text("LevelName", b.LevelName, 201);
-    v.Text("MonitorVersion", b.MonitorVersion, 201);
-    v.Int("Flags", b.Flags, 201);
+    v.Text("BaseSorName", b.BaseSorName, kSinceEntries);
+    v.Text("LevelName", b.LevelName, kSinceEntries);
+    v.Text("MonitorVersion", b.MonitorVersion, kSinceEntries);
+    v.Int("Flags", b.Flags, kSinceEntries);
     reflyze::OwnedList(
         v, "TNRFTSE", "entries", "entry", b.entries_,
-        [](auto& entry, auto& fields) { TSorBlockRFTSEvents1E::Fields(entry, fields); }, 201);
+        [](auto& entry, auto& fields) { TSorBlockRFTSEvents1E::Fields(entry, fields); }, kSinceEntries);
     v.OnRead(b, [](auto& self) { self.CountEntries(); });
     v.Group(
         "EELD", [&b](auto& fields) { TShortDeviation::Fields(b.EELD, fields); }, 202);
@@ -171,7 +171,7 @@ class TSorBlockRFTSEvents : public TSorBlock {
 
  private:
   enum : short { kFail = 4 };
-  static constexpr int kEntries = 201;  // the revision that has names and entries
+  static constexpr int kSinceEntries = 201;  // the revision from which on names and entries are read
   void CountEntries();
 
   TOxArray<TSorBlockRFTSEvents1E, TSorBlockRFTSEvents1E*> entries_;

@@ -51,9 +51,9 @@ class TrustedRange {
 
   TEventLine* Run() {
     StartBehindTail();
-    const bool isRefined = window_ <= 20 || (type_ != 'S' && type_ != 'E') || RefineEvent();
+    const bool isTooShort = window_ > 20 && (type_ == 'S' || type_ == 'E') && !RefineEvent();
     StayBehindLast();
-    if (!isRefined) return Line(begin_, event_);
+    if (isTooShort) return Line(begin_, event_);
     TakeLength(points_, begin_ + points_ / 2);
     CutAtNoise();
     if (IsNoise()) return LineInNoise();

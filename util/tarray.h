@@ -47,6 +47,7 @@ class TOxArray {
   void InsData(TPtr p, int i) {
     i = std::clamp(i, 0, size_);
     TPtr* longer = MakeTable(size_ + 1);
+    // By hand: for std::copy GCC 12 warns of an overflow that isn't there.
     for (int k = 0; k < i; ++k) longer[k] = table_[k];
     longer[i] = p;
     for (int k = i; k < size_; ++k) longer[k + 1] = table_[k];
