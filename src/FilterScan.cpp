@@ -100,7 +100,7 @@ float LevelWriter::LevelDb(float mean, float lin, const ScanTrace& trace) {
   const bool isQuick = !(kSmallStep * std::fabs(step) > lastMean_) && quickSteps_ <= kMostQuickSteps &&
                        lin != 0.0F && lastMean_ != 0.0F;
   if (isQuick) {
-    const double x = (std::fabs(step) > kLargeStepLin ? step + kLargeStepOffsetLin : step) / lastMean_;
+    const double x = (step + (std::fabs(step) > kLargeStepLin ? kLargeStepOffsetLin : 0.0)) / lastMean_;
     lastDb_ = static_cast<float>(lastDb_ + kDbPerRatio * x * (1.0 - x / 2.0));
     ++quickSteps_;
   } else {
@@ -127,7 +127,7 @@ void AutoFilterScan::Run() {
     if (events_.isOpen() && Lin(at_) > Lin(top_)) top_ = at_;
     if (limits_.isStale) RenewLimits();
     Differences diff;
-    if (!IsPlain(diff)) {
+    if (!TakePlainPoint(diff)) {
       diff = LookAhead();
       LookBetweenPair(diff);
       if (GuardDeadZone(diff) == Verdict::kFibreEnded) return;
@@ -190,18 +190,29 @@ void AutoFilterScan::MeasureRipple() {
 
 // --- Looking ahead ---
 
-// Most points are plain backscatter: between events, clear of all dead zones, near the mean. There is no edge
-// then, and all that the looks ahead and the guards would say is the sample that a fall is judged by.
-inline bool AutoFilterScan::IsPlain(Differences& diff) const {
-  const bool isClear = edge_.isNone() && lastEdge_.isFalling() && at_ >= dead_.end + scales_.pulsePoints &&
-                       at_ >= dead_.ringEnd && at_ >= dead_.pairEnd;
-  if (!isClear || !(Lin(at_) > 0.0F)) return false;
+namespace {
+
+constexpr double kUndecidedLin = -1.0;  // neither a rise nor a fall
+
+}  // namespace
+
+// Most points are backscatter or noise between events, clear of launch and dead zones. Below the limit of a
+// rise there is no edge then, and of all that the looks ahead and the guards say, only what the mean follows
+// a fall by is asked for, and only while it grows or holds more than one sample. Noise lies on both sides of
+// every limit, so that each question that needs no answer is a wrong guess of the processor saved.
+inline bool AutoFilterScan::TakePlainPoint(Differences& diff) {
+  const bool isClear = edge_.isNone() && lastEdge_.isFalling() && launch_ == 0 &&
+                       at_ >= dead_.end + scales_.pulsePoints && at_ >= dead_.ringEnd &&
+                       at_ >= dead_.pairEnd && limits_.fall < kUndecidedLin;
+  if (!isClear) return false;
   diff.now = Above(at_);
-  const bool isNearMean = diff.now >= limits_.fall && diff.now < limits_.rise && limits_.rise >= 0.0;
-  if (!isNearMean) return false;
-  // Only below the mean will anybody ask what lies ahead. In noise that is every other sample, so that to
-  // look in any case costs less than to find out.
-  diff.ahead = Above(FallLookPoint());
+  if (!(diff.now < limits_.rise)) return false;
+  const bool isGrowing = mean_.width() < mean_.target;
+  if (isGrowing || (mean_.width() > 1 && diff.now < limits_.fall)) {
+    diff.ahead = Above(FallLookPoint());
+    if (Lin(at_) <= 0.0F) diff.now = diff.ahead = kUndecidedLin;
+    CatchUpWithFall(diff);
+  }
   return true;
 }
 
@@ -210,7 +221,6 @@ inline long AutoFilterScan::FallLookPoint() const {
 }
 
 Differences AutoFilterScan::LookAhead() {
-  constexpr double kUndecidedLin = -1.0;  // neither a rise nor a fall
   Differences diff;
   diff.now = Above(at_);
   if (!(diff.now > 0.0)) {

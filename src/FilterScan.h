@@ -328,7 +328,7 @@ class AutoFilterScan {
   void RescanIfEventsAreNoise();
   void RenewLimits();
   void MeasureRipple();
-  bool IsPlain(Differences& diff) const;
+  bool TakePlainPoint(Differences& diff);
   long FallLookPoint() const;
   Differences LookAhead();
   void LookIntoFall(Differences& diff);

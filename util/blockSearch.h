@@ -3,21 +3,29 @@
 namespace reflyze {
 
 // Searches for the few places that matter among many. Where a test can be made of any place at no risk, it
-// is made for a block of places at once, without a branch, which compilers turn into a few instructions; only
-// a block in which something passes is looked at place by place.
-constexpr long kSearchBlock = 16;
+// is made for a block of places at once, without a branch, which compilers turn into a few instructions. Each
+// place has a bit in the answer, so that the one looked for is known without another test.
+constexpr int kSearchBlock = 16;
 
+// Which of the places from `first` on pass, the first as the lowest bit.
 template <class Passes>
-inline bool AnyInBlock(long first, Passes passes) {
-  unsigned int any = 0;
-  for (long k = 0; k < kSearchBlock; ++k) any |= passes(first + k) ? 1U : 0U;
-  return any != 0;
+inline unsigned int PassingInBlock(long first, Passes passes) {
+  // (Shifts by a variable would keep compilers from testing several places in one instruction.)
+  static constexpr unsigned int kBits[kSearchBlock] = {
+      1U << 0, 1U << 1, 1U << 2,  1U << 3,  1U << 4,  1U << 5,  1U << 6,  1U << 7,
+      1U << 8, 1U << 9, 1U << 10, 1U << 11, 1U << 12, 1U << 13, 1U << 14, 1U << 15};
+  unsigned int passing = 0;
+  for (int k = 0; k < kSearchBlock; ++k) passing |= passes(first + k) ? kBits[k] : 0U;
+  return passing;
 }
 
 // First place from `from` up to but not including `end` that passes; `end`, or `from` behind it, for none.
 template <class Passes>
 inline long FirstThatPasses(long from, long end, Passes passes) {
-  while (from <= end - kSearchBlock && !AnyInBlock(from, passes)) from += kSearchBlock;
+  for (; from <= end - kSearchBlock; from += kSearchBlock) {
+    const unsigned int passing = PassingInBlock(from, passes);
+    if (passing != 0) return from + __builtin_ctz(passing);
+  }
   while (from < end && !passes(from)) ++from;
   return from;
 }
@@ -25,8 +33,13 @@ inline long FirstThatPasses(long from, long end, Passes passes) {
 // Going back from a place to `limit`, the first that passes; `limit` - 1 for none.
 template <class Passes>
 inline long LastThatPasses(long from, long limit, Passes passes) {
+  constexpr int kHighestBit = 31;
   if (from < limit) return limit - 1;
-  while (from - limit >= kSearchBlock && !AnyInBlock(from - kSearchBlock + 1, passes)) from -= kSearchBlock;
+  for (; from - limit >= kSearchBlock; from -= kSearchBlock) {
+    const long first = from - kSearchBlock + 1;
+    const unsigned int passing = PassingInBlock(first, passes);
+    if (passing != 0) return first + kHighestBit - __builtin_clz(passing);
+  }
   while (from >= limit && !passes(from)) --from;
   return from;
 }

@@ -12,7 +12,7 @@ using reflyze::FirstThatPasses;
 using reflyze::LastThatPasses;
 
 TEST(BlockSearch, EqualsAWalkAndStaysInside) {
-  const std::set<long> kHits[] = {{}, {5}, {20}, {5, 21}, {36, 37}, {52}, {5, 52}, {-4, 60}};
+  const std::set<long> kHits[] = {{}, {5}, {20}, {5, 21}, {36, 37}, {20, 27, 34}, {52}, {5, 52}, {-4, 60}};
   for (const std::set<long>& hits : kHits) {
     for (long from = 5; from <= 53; ++from) {
       for (long end = from; end <= 53; ++end) {
