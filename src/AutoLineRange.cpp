@@ -138,8 +138,9 @@ class TrustedRange {
   // later event stays behind the one in front of it.
   void StayBehindLast() {
     if (prev_ == nullptr || Km(event_) >= prev_->L[2]) return;
-    const long last = sor_->DataPts->GetPointsNum() - 1;
-    event_ = std::clamp(sor_->OwtToNearestNum(sor_->dLenToOwt(prev_->L[2])), event_, std::max(event_, last));
+    const long lastPoint = sor_->DataPts->GetPointsNum() - 1;
+    const long prevEvent = sor_->OwtToNearestNum(sor_->dLenToOwt(prev_->L[2]));
+    event_ = std::clamp(prevEvent, event_, std::max(event_, lastPoint));
   }
 
   // A reflection: its foot, if the rise is more than the `stepDb` that noise makes.

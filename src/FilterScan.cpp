@@ -100,6 +100,7 @@ float LevelWriter::LevelDb(float mean, float lin, const ScanTrace& trace) {
   const bool isQuick = !(kSmallStep * std::fabs(step) > lastMean_) && quickSteps_ <= kMostQuickSteps &&
                        lin != 0.0F && lastMean_ != 0.0F;
   if (isQuick) {
+    // Small steps take an offset of 0: in noise the size of a step is chance, and not worth a branch.
     const double x = (step + (std::fabs(step) > kLargeStepLin ? kLargeStepOffsetLin : 0.0)) / lastMean_;
     lastDb_ = static_cast<float>(lastDb_ + kDbPerRatio * x * (1.0 - x / 2.0));
     ++quickSteps_;
@@ -197,9 +198,10 @@ constexpr double kUndecidedLin = -1.0;  // neither a rise nor a fall
 }  // namespace
 
 // Most points are backscatter or noise between events, clear of launch and dead zones. Below the limit of a
-// rise there is no edge then, and of all that the looks ahead and the guards say, only what the mean follows
-// a fall by is asked for, and only while it grows or holds more than one sample. Noise lies on both sides of
-// every limit, so that each question that needs no answer is a wrong guess of the processor saved.
+// rise there is no edge then, and looks ahead and guards change nothing, but that a wide mean catches up with
+// a fall, and a growing one asks how quiet the trace is. On which side of zero or of the limit of a fall a
+// noisy sample lies is chance, and a processor guesses chance wrong: it is not asked where nothing depends on
+// it. (A limit so near to zero that an undecided sample counts as fallen leaves no such choice.)
 inline bool AutoFilterScan::TakePlainPoint(Differences& diff) {
   const bool isClear = edge_.isNone() && lastEdge_.isFalling() && launch_ == 0 &&
                        at_ >= dead_.end + scales_.pulsePoints && at_ >= dead_.ringEnd &&
