@@ -1,0 +1,258 @@
+#include "tests/cli/pinned.h"
+
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "cli/Baseline.h"
+#include "ref/refEventBiDir.h"
+#include "ref/refEventQuality.h"
+#include "ref/ref_Math.h"
+#include "sim/Simulate.h"
+#include "src/Auto.h"
+#include "src/Filter.h"
+
+// The whole result on simulated traces of every kind: what single tests do not look at shows here. Places are
+// points, 0.1 ns or 0.1 mm, levels 0.0001 dB: as exact as they mean something.
+
+namespace {
+
+using pinned::Listing;
+using reflyze::sim::Link;
+
+constexpr int kKernel = 1, kFast = 5, kAuto = 7;  // kinds of filters
+
+// One line of the file of links.
+class Subject {
+ public:
+  explicit Subject(const nlohmann::json& json) : json_(json) {}
+
+  std::string name() const { return json_.at("name"); }
+  bool HasLater() const { return json_.contains("later"); }
+  // What is measured, and what is measured later on the same fibre.
+  std::unique_ptr<TSorData> Trace() const { return Simulate(json_.at("link"), 0); }
+  std::unique_ptr<TSorData> Later() const {
+    nlohmann::json link = json_.at("link");
+    link.merge_patch(json_.at("later"));
+    return Simulate(link, 1000);
+  }
+  // The same fibre from its other end.
+  std::unique_ptr<TSorData> Reversed() const {
+    nlohmann::json link = json_.at("link");
+    for (const char* list : {"sections", "joints"}) {
+      if (link.contains(list)) std::reverse(link[list].begin(), link[list].end());
+    }
+    return Simulate(link, 2000);
+  }
+  TTH Thresholds() const {
+    TTH thresholds;
+    const nlohmann::json& values = json_.at("thresholds");
+    thresholds.THLoss = values[0];
+    thresholds.THRef = values[1];
+    thresholds.THEnd = values[2];
+    thresholds.dBkm = values[3];
+    thresholds.fromAutomat = name().find("metro") == 0 ? 0 : 1;
+    return thresholds;
+  }
+
+ private:
+  std::unique_ptr<TSorData> Simulate(nlohmann::json link, int other) const {
+    link["launch_level_db"] = -18;
+    link["averages"] = 20000;
+    auto record = std::move(reflyze::sim::Simulate(reflyze::sim::LinkFromText(link.dump()),
+                                                   json_.at("seed").get<std::uint64_t>() + other)
+                                .record);
+    record->GenParams->UO = json_.value("user_offset", 0);
+    return record;
+  }
+
+  nlohmann::json json_;
+};
+
+std::string Letter(char type) { return type == 0 ? "-" : std::string(1, type); }
+
+void ListLevels(Listing& to, const std::string& what, const TSorData& record) {
+  to.Line(what);
+  const long points = record.DataPts->GetPointsNum();
+  for (long i = 0; i < 8; ++i) {
+    const long at = i * (points - 1) / 7;
+    to.Number("at" + std::to_string(at), record.NumToLevel(at), 3);
+  }
+}
+
+void ListEvents(Listing& to, const AutoFilterResultData& found, const std::vector<short>& widths) {
+  to.Line("filter").Whole("events", found.count).Whole("firstBegin", found.firstBegin);
+  to.Whole("ghosts", found.ghostCount).Whole("ringing", found.ringCount).Number("ringLevel", found.ringLevel);
+  to.Number("ripple", found.polar).Number("rippleToEnd", found.polarEnd);
+  to.Number("noise", found.noiseLow).Number("noiseOfMean", found.noiseHigh);
+  for (long i = 0; i < std::max(found.count, 0L); ++i) {
+    const TFEvent& event = found.events[i];
+    to.Line("event " + std::to_string(i)).Text("type", Letter(event.type)).Whole("begin", event.begin);
+    to.Whole("rise", event.rise).Whole("peak", event.peak).Whole("end", event.end).Whole("tail", event.tail);
+    to.Whole("up", event.gradeUp).Whole("down", event.gradeDown).Whole("width", event.width);
+  }
+  long sum = 0, changes = 0;
+  for (size_t i = 0; i < widths.size(); ++i) {
+    sum += widths[i];
+    if (i > 0 && widths[i] != widths[i - 1]) ++changes;
+  }
+  to.Line("widths").Whole("sum", sum).Whole("changes", changes);
+  for (size_t i = 0; i < 12; ++i) {
+    const size_t at = i * (widths.size() - 1) / 11;
+    to.Whole("at" + std::to_string(at), widths[at]);
+  }
+}
+
+void ListFilters(Listing& to, const Subject& subject) {
+  for (const int kind : {kKernel, kFast, kAuto}) {
+    const auto record = subject.Trace();
+    std::vector<TFEvent> events(100);
+    std::vector<short> widths(static_cast<size_t>(record->DataPts->GetPointsNum()));
+    TSorFilter filter(record.get());
+    filter.result.events = events.data();
+    filter.result.pointMap = widths.data();
+    if (kind == kKernel) filter.SetLvlK(0.8);
+    filter.SetFilter(kind);
+    filter.AutoFilterCalcNoise();
+    if (kind == kAuto) ListEvents(to, filter.result, widths);
+    ListLevels(to, "filter " + std::to_string(kind), *record);
+  }
+}
+
+void ListScale(Listing& to, const TAuto& engine) {
+  to.Line("scale").Whole("points", engine.nPoints).Number("aciEnd", engine.aciEnd);
+  to.Number("aciNominal", engine.aciNominal).Number("maxDbKm", engine.maxDbKm);
+  to.Number("fall", engine.dbOnOwt, 7).Number("peak", engine.refLevelMin).Number("noise", engine.noiseAmp);
+  to.Number("rippleWidth", engine.spliceWidth).Number("recovery", engine.owtRecover);
+  to.Whole("pulse", engine.winPulse).Whole("event", engine.winEvent).Whole("dead", engine.winDead);
+  to.Line("overall").Number("begin", engine.lBeg).Number("end", engine.lEnd).Number("launch", engine.lLaunch);
+  to.Number("floor", engine.nf).Number("firstPeak", engine.firstRefl).Number("firstAt", engine.firstReflOwt);
+  to.Number("endPeak", engine.endRefl).Number("dz05", engine.dz05).Number("dz01", engine.dz01);
+  to.Number("pZero", engine.pZero).Number("pEnd", engine.pEnd).Number("range", engine.dr);
+  to.Number("loss", engine.lossTotal);
+  const TTH& th = engine.th;
+  to.Line("thresholds").Number("loss", th.THLoss).Number("reflectance", th.THRef).Number("end", th.THEnd);
+  to.Number("step", th.Event).Number("slope", th.dBkm).Number("ripple", th.polar).Number("top", th.RefSat);
+  to.Number("section", th.MinLine);
+}
+
+void ListLines(Listing& to, const TAuto& engine) {
+  for (int i = 0; i < engine.lines->GetSize(); ++i) {
+    const TEventLine& line = *engine.lines->GetData(i);
+    to.Line("line " + std::to_string(i)).Text("type", Letter(line.type));
+    to.Number("from", line.L[0]).Number("to", line.L[1]).Number("at", line.L[2]);
+    to.Number("p0", line.P[0])
+        .Number("p1", line.P[1])
+        .Number("p2", line.P[2])
+        .Number("loss", line.spliceLoss);
+    to.Number("peak", line.peakLevel).Number("peakAt", line.peakLen).Number("forced", line.lossKmFix);
+  }
+}
+
+void ListTable(Listing& to, const TSorData& record) {
+  const TSorBlockKeyEvents& table = *record.KeyEvents;
+  to.Line("table").Whole("events", table.TNKE).Whole("EEL", table.EEL).Whole("ELMP1", table.ELMP1);
+  to.Whole("ELMP2", table.ELMP2).Whole("ORL", table.ORL).Whole("RLMP1", table.RLMP1);
+  to.Whole("RLMP2", table.RLMP2).Number("NF", record.FxdParams->GetNF());
+  to.Number("LT", record.FxdParams->GetLT()).Number("RT", record.FxdParams->GetRT());
+  to.Number("ET", record.FxdParams->GetET()).Number("CT", record.QRTParams->GetCT());
+  for (int i = 0; i < table.ListedEvents(); ++i) {
+    const TSorBlockKeyEvents1E& event = table.EventAt(i);
+    to.Line("row " + std::to_string(i)).Whole("EN", event.EN).Whole("EPT", event.EPT).Whole("ACI", event.ACI);
+    to.Whole("EL", event.ELWide).Whole("ER", event.ER).Text("EC", event.EC.c_str());
+    to.Whole("ML0", event.ML0).Whole("ML1", event.ML1).Whole("ML2", event.ML2).Whole("ML3", event.ML3);
+    to.Whole("ML4", event.ML4);
+  }
+}
+
+std::unique_ptr<TSorData> Analysed(std::unique_ptr<TSorData> record, TTH thresholds) {
+  TAuto().AnalysisSorData(record.get(), &thresholds);
+  return record;
+}
+
+// Lines and table by the search from the filter's events, and by the direct one.
+void ListAnalyses(Listing& to, const Subject& subject) {
+  for (const int direct : {0, 1}) {
+    const auto record = subject.Trace();
+    TTH thresholds = subject.Thresholds();
+    thresholds.noShortAnalysis = direct;
+    TAuto engine;
+    engine.AnalysisSorData(record.get(), &thresholds);
+    to.Line(direct == 1 ? "directly" : "from the filter");
+    ListScale(to, engine);
+    ListLines(to, engine);
+    ListTable(to, *record);
+  }
+}
+
+void ListQuality(Listing& to, const Subject& subject) {
+  const auto record = Analysed(subject.Trace(), subject.Thresholds());
+  const int count = record->KeyEvents->ListedEvents();
+  for (int i = 0; i < count; ++i) {
+    to.Line("trust " + std::to_string(i)).Number("points", RefEventTrusting(record.get(), i));
+    to.Whole("measurable", RefEventLossMeasurable(record.get(), i));
+  }
+  int unmeasured = 0;
+  float quality = 0.0F, level = 0.0F;
+  const double km = RefEventGetMeasurableDistance(record.get(), unmeasured);
+  const int state = RefEventLinkQuality(record.get(), quality, level, 1.0F, 0.0F, 0.0F);
+  to.Line("quality").Number("measurableKm", km).Whole("first", unmeasured).Whole("launch", state);
+  to.Number("quality", quality).Number("level", level);
+}
+
+void ListMerge(Listing& to, const Subject& subject) {
+  const auto a = Analysed(subject.Trace(), subject.Thresholds());
+  const auto b = Analysed(subject.Reversed(), subject.Thresholds());
+  to.Line("both ways").Whole("result", RefEventBiDir(a.get(), b.get()));
+  ListTable(to, *a);
+  ListTable(to, *b);
+}
+
+void ListDeviation(Listing& to, const std::string& what, const TShortDeviation& deviation) {
+  to.Text(what, std::to_string(deviation.Deviation) + "/" + std::to_string(deviation.Flags));
+}
+
+void ListComparison(Listing& to, const Subject& subject) {
+  const auto baseline = Analysed(subject.Trace(), subject.Thresholds()), current = subject.Later();
+  reflyze::cli::Monitoring monitoring;
+  monitoring.level = "main";
+  reflyze::cli::MakeBaseline(*baseline, monitoring);
+  const int result = TAuto().Compare(baseline.get(), current.get(), false);
+  const TSorBlockRFTSEvents& entries = *current->RFTSEvents;
+  to.Line("comparison").Whole("result", result).Whole("fail", entries.IsFail() ? 1 : 0);
+  to.Whole("stored", entries.GetMonitorResult()).Text("level", entries.GetLevelName().c_str());
+  ListTable(to, *current);
+  for (int i = 0; i < entries.GetTNRFTSE(); ++i) {
+    const TSorBlockRFTSEvents1E& entry = *entries.GetEvent(i);
+    to.Line("entry " + std::to_string(i)).Whole("flags", entry.Flags);
+    ListDeviation(to, "LT", entry.LT);
+    ListDeviation(to, "RT", entry.RT);
+    ListDeviation(to, "CT", entry.CT);
+    ListDeviation(to, "DT", entry.DT);
+  }
+  for (int i = 0; i < baseline->QRTEvents->ListedEvents(); ++i) {
+    const TSorBlockQRTEvents1E& section = baseline->QRTEvents->EventAt(i);
+    to.Line("stretch " + std::to_string(i)).Whole("from", section.ML0).Whole("to", section.ML1);
+  }
+}
+
+TEST(Pinned, WholeResultsOfSimulatedTraces) {
+  pinned::Comparison comparison("results.txt");
+  std::ifstream links(std::string(REFLYZE_SOURCE_DIR) + "/tests/pinned/links.jsonl");
+  for (std::string line; std::getline(links, line) && !comparison.IsEnough();) {
+    const Subject subject(nlohmann::json::parse(line));
+    Listing listing;
+    if (subject.HasLater()) {
+      ListComparison(listing, subject);
+    } else {
+      ListFilters(listing, subject);
+      ListAnalyses(listing, subject);
+      ListQuality(listing, subject);
+      if (subject.name().find("metro") == 0 || subject.name().find("close") == 0) ListMerge(listing, subject);
+    }
+    comparison.Add(subject.name(), listing);
+  }
+  comparison.Finish();
+}
+
+}  // namespace
