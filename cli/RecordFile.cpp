@@ -14,6 +14,8 @@
 
 #include "cli/Problem.h"
 #include "cli/Session.h"
+#include "cli/StoredBlocks.h"
+#include "cli/UserOffset.h"
 #include "sor/sorFile.h"
 
 namespace reflyze::cli {
@@ -171,6 +173,12 @@ void RequireReadThrough(const LoadedRecord& loaded) {
                  std::to_string(loaded.state) + ")");
 }
 
+void CountTimesFromFirstSample(const LoadedRecord& loaded) {
+  TSorBlockGeneralParameters stored;
+  ReadStoredBlock(loaded, "GenParams", stored);
+  CountFromFirstSample(*loaded.record, stored.UO);
+}
+
 LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, NeedPoints needPoints) {
   LoadedRecord loaded;
   loaded.name = name;
@@ -196,6 +204,7 @@ LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, N
   if (needPoints == NeedPoints::kYes) {
     RequireReadThrough(loaded);
     if (loaded.record->DataPts->GetPointsNum() == 0) Unreadable(name, "holds no data points");
+    CountTimesFromFirstSample(loaded);
   }
   return loaded;
 }
@@ -212,7 +221,10 @@ void WarnIfTruncated(Session& session, const LoadedRecord& loaded) {
 
 void SaveRecord(TSorData& record, const std::string& name) {
   TSorFile memory(nullptr, "m");
-  record.Write(&memory);
+  {
+    const CountedFromOffset counted(record);
+    record.Write(&memory);
+  }
   if (memory.state != sfOk)
     throw Problem(kUnwritable, name + ": the record has more blocks than a map can list");
   SaveBytes(memory.GetData(), memory.GetDataSize(), name);

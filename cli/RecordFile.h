@@ -36,6 +36,9 @@ LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, N
 // have been looked at in this way.
 void RequireReadThrough(const LoadedRecord& loaded);
 
+// Brings a record that was read to be listed to the times of one that is to be measured.
+void CountTimesFromFirstSample(const LoadedRecord& loaded);
+
 // One warning line if the record ended before its map said.
 void WarnIfTruncated(Session& session, const LoadedRecord& loaded);
 
