@@ -14,6 +14,8 @@
 #include "cli/OrderedWork.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
+#include "cli/Stretches.h"
+#include "cli/UsableTrace.h"
 
 namespace reflyze::cli {
 namespace {
@@ -42,21 +44,53 @@ std::string Listing(const EventTable& table, const std::string& format) {
   return TextOf(table);
 }
 
+// What stands between two listings.
+std::string Between(const std::string& format) { return format == "text" ? "\n" : ""; }
+
 // Standard input can be read once, and by the first that asks for it, whichever thread is faster.
 void RequireFirstOfStandardInput(const std::vector<std::string>& traces, size_t index) {
   if (traces[index] != "-" || std::find(traces.begin(), traces.end(), "-") == traces.begin() + index) return;
   throw Problem(kUnreadable, "standard input: was read for an earlier trace");
 }
 
-std::string AnalyseOne(Session& session, const AnalyseOptions& options, const ThresholdSource& source,
-                       size_t index) {
-  RequireFirstOfStandardInput(options.traces, index);
-  LoadedRecord loaded = LoadRecord(session, options.traces[index], NeedPoints::kYes);
+// Several traces in a file are each a record of its own, under the one name.
+std::vector<LoadedRecord> TracesOf(LoadedRecord loaded) {
+  std::vector<LoadedRecord> traces;
+  const int count = TracesIn(*loaded.record);
+  if (count < 2) {
+    traces.push_back(std::move(loaded));
+    return traces;
+  }
+  for (int i = 0; i < count; ++i) {
+    LoadedRecord trace;
+    trace.name = loaded.name;
+    trace.record = TraceOf(*loaded.record, i);
+    traces.push_back(std::move(trace));
+  }
+  traces.front().warnings = loaded.warnings;
+  return traces;
+}
+
+std::string AnalyseTrace(Session& session, const AnalyseOptions& options, const ThresholdSource& source,
+                         LoadedRecord& loaded) {
   TTH thresholds = source.For(*loaded.record);
   Analyse(session, loaded, thresholds, options.endsOnly);
   std::string listing = Listing(MakeEventTable(loaded.name, *loaded.record, thresholds), options.format);
   if (!options.output.empty()) SaveRecord(*loaded.record, options.output);
-  WarnIfTruncated(session, loaded);
+  WarnOfFile(session, loaded);
+  return listing;
+}
+
+std::string AnalyseFile(Session& session, const AnalyseOptions& options, const ThresholdSource& source,
+                        size_t index) {
+  RequireFirstOfStandardInput(options.traces, index);
+  const bool stored = !options.output.empty();  // as one trace
+  std::string listing;
+  for (LoadedRecord& trace : TracesOf(
+           LoadRecord(session, options.traces[index], stored ? NeedPoints::kYes : NeedPoints::kSeveral))) {
+    if (!listing.empty()) listing += Between(options.format);
+    listing += AnalyseTrace(session, options, source, trace);
+  }
   return listing;
 }
 
@@ -74,7 +108,7 @@ Outcome AnalyseAside(Session& session, const AnalyseOptions& options, const Thre
   const Aside aside(outcome.sayings);
   const std::string name = options.traces[index] == "-" ? "standard input" : options.traces[index];
   try {
-    CallEngine(name, "listed", [&] { outcome.listing = AnalyseOne(session, options, source, index); });
+    CallEngine(name, "listed", [&] { outcome.listing = AnalyseFile(session, options, source, index); });
   } catch (const Problem& problem) {
     session.Warn(problem.what());
     outcome.status = problem.status();
@@ -106,7 +140,7 @@ int RunAnalyse(Session& session, const AnalyseOptions& options) {
     status = std::max(status, outcome.status);
     if (!outcome.listing) continue;
     session.Print(before + *outcome.listing);
-    before = options.format == "text" ? "\n" : "";
+    before = Between(options.format);
   }
   return status;
 }

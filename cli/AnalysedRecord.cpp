@@ -5,6 +5,7 @@
 #include "cli/EventTable.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
+#include "cli/UsableTrace.h"
 
 namespace reflyze::cli {
 namespace {
@@ -34,7 +35,7 @@ AnalysedRecord LoadAnalysedRecord(Session& session, const std::string& name,
 }
 
 void WarnOfReading(Session& session, const AnalysedRecord& analysed) {
-  WarnIfTruncated(session, analysed);
+  WarnOfFile(session, analysed);
   if (analysed.eventsReplaced) {
     session.Warn(analysed.name +
                  ": warning: its events don't tell the sections that they were measured on; analysed anew");

@@ -10,6 +10,7 @@
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
+#include "cli/UsableTrace.h"
 
 namespace reflyze::cli {
 namespace {
@@ -92,7 +93,7 @@ int RunCompare(Session& session, const CompareOptions& options) {
   LoadedRecord current = LoadRecord(session, options.current, NeedPoints::kYes);
   const CompareTable table = Compare(session, baseline, current, options.recheck);
   if (!options.output.empty()) SaveRecord(*current.record, options.output);
-  for (const LoadedRecord* loaded : {&baseline, &current}) WarnIfTruncated(session, *loaded);
+  for (const LoadedRecord* loaded : {&baseline, &current}) WarnOfFile(session, *loaded);
   WarnOfOtherMeasurement(session, baseline, current);
   session.Print(options.format == "json" ? JsonOf(table) : TextOf(table));
   return table.Changed() ? kChanged : kDone;

@@ -2,12 +2,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "cli/JsonDump.h"
 #include "cli/Options.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
+#include "cli/StoredBlocks.h"
 #include "cli/Text.h"
+#include "cli/UsableTrace.h"
 
 namespace reflyze::cli {
 namespace {
@@ -15,6 +18,7 @@ namespace {
 struct DumpOptions {
   std::string trace;
   bool noData = false;
+  bool native = false;
   std::string format = "text";
 };
 
@@ -29,12 +33,33 @@ std::string Printable(const char* bytes, size_t length) {
   return Utf8(text.data(), text.size());
 }
 
-std::string TextOfRecord(const LoadedRecord& loaded, bool noData) {
+// The blocks that the file has, in the order in which a whole record is listed.
+void DampStored(const LoadedRecord& loaded, FILE* out, bool noData) {
+  const TSorData& record = *loaded.record;
+  record.Map->Damp(out);
+  const std::pair<const char*, const TSorBlock*> blocks[] = {
+      {"GenParams", record.GenParams},   {"SupParams", record.SupParams}, {"FxdParams", record.FxdParams},
+      {"KeyEvents", record.KeyEvents},   {"LnkParams", record.LnkParams}, {"RFTSParams", record.RFTSParams},
+      {"RFTSEvents", record.RFTSEvents}, {"EmbData", record.EmbData},     {"QRTEvents", record.QRTEvents},
+      {"QRTParams", record.QRTParams},   {"DataPts", record.DataPts}};
+  for (const auto& [id, block] : blocks) {
+    if (Stores(loaded, id) && !(noData && block == record.DataPts)) block->Damp(out);
+  }
+  if (noData) return;
+  for (int i = 0; i < record.SpecialCount; ++i) record.Special[i]->Damp(out);
+  if (Stores(loaded, "Cksum")) record.Cksum->Damp(out);
+}
+
+std::string TextOfRecord(const LoadedRecord& loaded, bool noData, bool native) {
   char* buffer = nullptr;
   size_t size = 0;
   FILE* memory = open_memstream(&buffer, &size);
   if (memory == nullptr) throw std::bad_alloc();
-  loaded.record->Damp(memory, noData ? 1 : 0);
+  if (native) {
+    loaded.record->Damp(memory, noData ? 1 : 0);
+  } else {
+    DampStored(loaded, memory, noData);
+  }
   std::fclose(memory);
   const std::string text = Printable(buffer, size);
   std::free(buffer);
@@ -43,13 +68,26 @@ std::string TextOfRecord(const LoadedRecord& loaded, bool noData) {
          text;
 }
 
+// What a reading derives from the samples stands among the data that the file brings along.
+void DropDerivedData(TSorData& record) {
+  TSorBlockEmbData& data = *record.EmbData;
+  for (int i = data.GetTNED() - 1; i >= 0; --i) {
+    TEmbData1E* embedded = data.GetEmbData(i);
+    if (embedded == nullptr) continue;
+    if (TSorData* inner = embedded->GetRecord()) DropDerivedData(*inner);
+    if (!embedded->IsWritable()) data.DeleteData(i);
+  }
+}
+
 int RunDump(Session& session, const DumpOptions& options) {
   const LoadedRecord loaded = LoadRecord(session, options.trace, NeedPoints::kNo);
+  if (!options.native) DropDerivedData(*loaded.record);
   if (options.format == "json") {
-    session.Print(JsonOfLoadedRecord(loaded, !options.noData).dump() + "\n");
+    session.Print(JsonOfLoadedRecord(loaded, !options.noData, options.native).dump() + "\n");
   } else {
-    session.Print(TextOfRecord(loaded, options.noData));
+    session.Print(TextOfRecord(loaded, options.noData, options.native));
   }
+  WarnOfFile(session, loaded);
   return kDone;
 }
 
@@ -57,11 +95,13 @@ int RunDump(Session& session, const DumpOptions& options) {
 
 void AddDumpCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<DumpOptions>();
-  CLI::App* command = app.add_subcommand("dump", "Show every field of every block of a record");
+  CLI::App* command = app.add_subcommand("dump", "Show every field of every block of a file");
   command->add_option("TRACE", options->trace, "SOR file, or - for standard input")
       ->required()
       ->check(InputName());
   command->add_flag("--no-data", options->noData, "Leave the samples out");
+  command->add_flag("--native", options->native,
+                    "Show every block that a record has in memory, also those that the file does not have");
   command->add_option("--format", options->format, "text or json")
       ->check(CLI::IsMember({"text", "json"}))
       ->capture_default_str();

@@ -8,6 +8,7 @@
 #include "cli/Options.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
+#include "cli/UsableTrace.h"
 #include "ref/ref_Math.h"
 
 namespace reflyze::cli {
@@ -76,7 +77,7 @@ int RunFilter(Session& session, const FilterOptions& options) {
   FilterTable table;
   CallEngine(loaded.name, "smoothed", [&] { table = Smooth(loaded, options); });
   SaveRecord(*loaded.record, options.output);
-  WarnIfTruncated(session, loaded);
+  WarnOfFile(session, loaded);
   session.Print(options.format == "json" ? JsonOf(table) : TextOf(table));
   return kDone;
 }

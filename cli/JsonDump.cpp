@@ -1,12 +1,19 @@
 #include "cli/JsonDump.h"
 
 #include <algorithm>
+#include <functional>
 
 #include "cli/JsonFields.h"
+#include "cli/StoredBlocks.h"
 #include "util/tcrc.h"
 
 namespace reflyze::cli {
 namespace {
+
+// Whether a block of that ID is to be shown.
+using Shows = std::function<bool(const std::string& id)>;
+
+Json JsonOfRecord(const TSorData& record, bool withData, bool native, const Shows& shows);
 
 template <class Block>
 Json JsonOfBlock(const Block& block) {
@@ -38,15 +45,18 @@ Json JsonOfPoints(const TSorBlockDataPoints& points, bool withData) {
   return json;
 }
 
-Json JsonOfEmbeddedData(const TEmbData1E& embedded, bool withData) {
-  if (const TSorData* record = embedded.GetRecord()) return JsonOfRecord(*record, withData);
+Json JsonOfEmbeddedData(const TEmbData1E& embedded, bool withData, bool native) {
+  if (const TSorData* record = embedded.GetRecord()) {
+    return JsonOfRecord(*record, withData, native,
+                        [&](const std::string& id) { return native || Lists(*record->Map, id); });
+  }
   if (const TSorBlockRFTSEvents* events = embedded.GetRFTSEvents()) return JsonOfBlock(*events);
   // A record inside that the file broke off before.
   if (embedded.IsKind(TEmbData1E::kRecord) || embedded.IsKind(TEmbData1E::kRFTSEvents)) return nullptr;
   return Hex(static_cast<const char*>(embedded.GetData()), static_cast<size_t>(embedded.DataSize));
 }
 
-Json JsonOfEmbedded(const TSorBlockEmbData& block, bool withData) {
+Json JsonOfEmbedded(const TSorBlockEmbData& block, bool withData, bool native) {
   Json json = {{"RevisionNo", block.RevisionNo},
                {"BID", Utf8(block.ID)},
                {"TNED", block.GetTNED()},
@@ -60,7 +70,8 @@ Json JsonOfEmbedded(const TSorBlockEmbData& block, bool withData) {
                    {"DataSize", embedded->DataSize},
                    {"Writable", embedded->IsWritable()}};
     // The linear cache is derived from the samples and goes to no file.
-    if (!embedded->IsKind(TEmbData1E::kLinearTrace)) record["data"] = JsonOfEmbeddedData(*embedded, withData);
+    if (!embedded->IsKind(TEmbData1E::kLinearTrace))
+      record["data"] = JsonOfEmbeddedData(*embedded, withData, native);
     json["records"].push_back(std::move(record));
   }
   return json;
@@ -76,16 +87,6 @@ Json JsonOfSpecial(const TSorData& record) {
                     {"data", Hex(block.Data(), static_cast<size_t>(std::max(0, block.Size)))}});
   }
   return list;
-}
-
-// Where the map stands in a file: behind the broken head that some instruments put before it.
-size_t StartOfMap(const std::vector<char>& bytes) {
-  TSorFile file(bytes.data(), bytes.size());
-  TSorBlockMap map;
-  TString id;
-  file.Read(id);
-  if (id == map.ID || !map.SuspectJdsuCorrupted(&file, 0)) return 0;
-  return map.ReadUntilJdsuCorruptedMap(&file, 0);
 }
 
 // The checksum covers the file from the first byte of the map up to the two bytes of the checksum itself,
@@ -109,33 +110,41 @@ Json ComputedChecksum(const LoadedRecord& loaded) {
   return crc;
 }
 
-}  // namespace
-
-Json JsonOfRecord(const TSorData& record, bool withData) {
+Json JsonOfRecord(const TSorData& record, bool withData, bool native, const Shows& shows) {
   Json json = Json::object();
+  const auto add = [&](const char* id, const auto& list) {
+    if (shows(id)) json[id] = list();
+  };
   json["Revision"] = record.Revision;
   json["Map"] = JsonOfMap(*record.Map);
-  json["GenParams"] = JsonOfBlock(*record.GenParams);
-  json["SupParams"] = JsonOfBlock(*record.SupParams);
-  json["FxdParams"] = JsonOfBlock(*record.FxdParams);
-  json["KeyEvents"] = JsonOfBlock(*record.KeyEvents);
-  json["LnkParams"] = JsonOfBlock(*record.LnkParams);
-  json["DataPts"] = JsonOfPoints(*record.DataPts, withData);
-  json["RFTSParams"] = JsonOfBlock(*record.RFTSParams);
-  json["RFTSEvents"] = JsonOfBlock(*record.RFTSEvents);
-  json["EmbData"] = JsonOfEmbedded(*record.EmbData, withData);
-  json["QRTEvents"] = JsonOfBlock(*record.QRTEvents);
-  json["QRTParams"] = JsonOfBlock(*record.QRTParams);
+  add("GenParams", [&] { return JsonOfBlock(*record.GenParams); });
+  add("SupParams", [&] { return JsonOfBlock(*record.SupParams); });
+  add("FxdParams", [&] { return JsonOfBlock(*record.FxdParams); });
+  add("KeyEvents", [&] { return JsonOfBlock(*record.KeyEvents); });
+  add("LnkParams", [&] { return JsonOfBlock(*record.LnkParams); });
+  add("DataPts", [&] { return JsonOfPoints(*record.DataPts, withData); });
+  add("RFTSParams", [&] { return JsonOfBlock(*record.RFTSParams); });
+  add("RFTSEvents", [&] { return JsonOfBlock(*record.RFTSEvents); });
+  add("EmbData", [&] { return JsonOfEmbedded(*record.EmbData, withData, native); });
+  add("QRTEvents", [&] { return JsonOfBlock(*record.QRTEvents); });
+  add("QRTParams", [&] { return JsonOfBlock(*record.QRTParams); });
   json["Special"] = JsonOfSpecial(record);
-  json["Cksum"] = JsonOfBlock(*record.Cksum);
+  add("Cksum", [&] { return JsonOfBlock(*record.Cksum); });
   return json;
 }
 
-Json JsonOfLoadedRecord(const LoadedRecord& loaded, bool withData) {
+}  // namespace
+
+Json JsonOfLoadedRecord(const LoadedRecord& loaded, bool withData, bool native) {
   Json json = {{"file", Utf8(loaded.name.data(), loaded.name.size())},
                {"size", loaded.bytes.size()},
-               {"state", loaded.state}};
-  json.update(JsonOfRecord(*loaded.record, withData));
+               {"state", loaded.state},
+               {"warnings", Json::array()}};
+  for (const std::string& warning : loaded.warnings)
+    json["warnings"].push_back(Utf8(warning.data(), warning.size()));
+  json.update(JsonOfRecord(*loaded.record, withData, native,
+                           [&](const std::string& id) { return native || Stores(loaded, id); }));
+  if (!json.contains("Cksum")) return json;
   const Json computed = ComputedChecksum(loaded);
   json["Cksum"]["computed"] = computed;
   json["Cksum"]["match"] = computed == json["Cksum"]["CRC"];

@@ -15,6 +15,8 @@
 #include "cli/Problem.h"
 #include "cli/Session.h"
 #include "cli/StoredBlocks.h"
+#include "cli/Stretches.h"
+#include "cli/UsableTrace.h"
 #include "cli/UserOffset.h"
 #include "sor/sorFile.h"
 
@@ -52,6 +54,37 @@ void CheckMap(const std::string& name, const std::vector<char>& bytes) {
 std::string FolderOf(const std::string& name) {
   const size_t slash = name.rfind('/');
   return slash == std::string::npos ? "" : name.substr(0, slash + 1);
+}
+
+void ForgetTimeOfReadingInside(TSorData& record) {
+  for (int i = 0; i < record.EmbData->GetTNED(); ++i) {
+    TEmbData1E* embedded = record.EmbData->GetEmbData(i);
+    TSorData* inner = embedded != nullptr ? embedded->GetRecord() : nullptr;
+    if (inner == nullptr) continue;
+    if (!Lists(*inner->Map, "FxdParams")) inner->FxdParams->DTS = 0;
+    ForgetTimeOfReadingInside(*inner);
+  }
+}
+
+// A new record is as old as the moment. One whose file tells no time of measurement has none: the time of its
+// reading would pass for it, and be another one at the next.
+void ForgetTimeOfReading(const LoadedRecord& loaded) {
+  TSorBlockFixedParameters stored;
+  stored.DTS = 0;
+  ReadStoredBlock(loaded, "FxdParams", stored);
+  loaded.record->FxdParams->DTS = stored.DTS;
+  ForgetTimeOfReadingInside(*loaded.record);
+}
+
+void RequireTrace(const LoadedRecord& loaded, NeedPoints needPoints) {
+  RequireReadThrough(loaded);
+  const std::string why = WhyUnusable(loaded);
+  if (!why.empty()) Unreadable(loaded.name, why);
+  const int traces = TracesIn(*loaded.record);
+  if (needPoints == NeedPoints::kYes && traces > 1)
+    Unreadable(loaded.name, StretchWarning(*loaded.record) +
+                                "; take one out first: reflyze copy IN OUT --native --trace N");
+  CountTimesFromFirstSample(loaded);
 }
 
 // A file that takes the target's name only when it is whole and on disk.
@@ -201,22 +234,14 @@ LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, N
   }
   if (reflyze::NestingDepth(*loaded.record) > kDeepestNesting)
     Unreadable(name, "holds records nested more than 16 deep");
-  if (needPoints == NeedPoints::kYes) {
-    RequireReadThrough(loaded);
-    if (loaded.record->DataPts->GetPointsNum() == 0) Unreadable(name, "holds no data points");
-    CountTimesFromFirstSample(loaded);
-  }
+  loaded.warnings = FileWarnings(loaded);
+  ForgetTimeOfReading(loaded);
+  if (needPoints != NeedPoints::kNo) RequireTrace(loaded, needPoints);
   return loaded;
 }
 
 LoadedRecord LoadRecord(Session& session, const std::string& name, NeedPoints needPoints) {
   return LoadRecordBytes(name == "-" ? "standard input" : name, ReadInput(session, name), needPoints);
-}
-
-void WarnIfTruncated(Session& session, const LoadedRecord& loaded) {
-  if (!loaded.Truncated()) return;
-  session.Warn(loaded.name + ": warning: ends before its map says; read as far as it goes (stream state " +
-               std::to_string(loaded.state) + ")");
 }
 
 void SaveRecord(TSorData& record, const std::string& name) {

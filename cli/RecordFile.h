@@ -16,17 +16,21 @@ struct LoadedRecord {
   std::string name;         // as on the command line, or "standard input"
   std::vector<char> bytes;  // the whole file
   std::unique_ptr<TSorData> record;
-  int state = 0;           // final state of the stream
-  bool Truncated() const;  // ended before its map said
+  int state = 0;                      // final state of the stream
+  std::vector<std::string> warnings;  // what a user has to know of the file, in words behind its name
+  bool Truncated() const;             // ended before its map said
   // The reading was broken off at a block that can't be placed, and the record was not brought into line.
   bool BrokenOff() const;
 };
 
-enum class NeedPoints { kNo, kYes };
+// What a record is read for: to be listed or copied as it stands; to be measured, as one trace; or to be
+// measured, be it one trace or several.
+enum class NeedPoints { kNo, kYes, kSeveral };
 
 // Reads a file, or standard input for "-". Throws Problem kUnreadable for what is no record: missing, empty,
-// cut inside its map, of a foreign revision, nested too deep, or, where points are needed, broken off or
-// without points.
+// cut inside its map, of a foreign revision, nested too deep, or, where points are needed, broken off or no
+// trace that can be measured (cli/UsableTrace.h). A record to be measured counts its times from the first
+// sample (cli/UserOffset.h), one to be listed as the file does.
 LoadedRecord LoadRecord(Session& session, const std::string& name, NeedPoints needPoints);
 // The same for bytes at hand; `name` stands in the messages.
 LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, NeedPoints needPoints);
@@ -39,9 +43,6 @@ void RequireReadThrough(const LoadedRecord& loaded);
 // Brings a record that was read to be listed to the times of one that is to be measured.
 void CountTimesFromFirstSample(const LoadedRecord& loaded);
 
-// One warning line if the record ended before its map said.
-void WarnIfTruncated(Session& session, const LoadedRecord& loaded);
-
 // No input is larger; a record of the most points is a few megabytes.
 constexpr size_t kLargestInput = 1u << 28;  // bytes
 
@@ -51,7 +52,8 @@ std::vector<char> ReadInput(Session& session, const std::string& name, size_t mo
 
 // Writes beside the target and renames over it: the file appears whole or not at all, and one that was there
 // before leaves it its permissions. A link is followed. What is no file but a device, a pipe or an open
-// descriptor (/dev/stdout) is written to. Throws Problem kUnwritable.
+// descriptor (/dev/stdout) is written to. Throws Problem kUnwritable. A record counts its times from the
+// first sample, its file from the user offset (cli/UserOffset.h).
 void SaveRecord(TSorData& record, const std::string& name);
 void SaveText(const std::string& text, const std::string& name);
 

@@ -56,13 +56,13 @@ class MalformedTest : public ProgramTest {
     return Bytes(record);
   }
 
-  // Whether the command reads the bytes. Refusals are one line and status 3, readings at most one warning.
+  // Whether the command reads the bytes. Refusals are one line and status 3, readings a few warnings at most.
   bool Reads(const std::string& command, const std::string& bytes, const std::string& what) const {
     const std::clock_t start = std::clock();
     const Result result = Run({command, "-"}, bytes);
     EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, kMostSeconds) << command << what;
     if (result.status != 0) ExpectOneLineError(result, 3, command + what);
-    EXPECT_LE(std::count(result.err.begin(), result.err.end(), '\n'), 1) << command << what;
+    EXPECT_LE(std::count(result.err.begin(), result.err.end(), '\n'), 3) << command << what;
     return result.status == 0;
   }
 
@@ -89,13 +89,13 @@ class MalformedTest : public ProgramTest {
 TEST_F(MalformedTest, CutAtEveryByte) {
   const std::string whole = SmallRecord();
   const size_t mapSize = whole.find("GenParams", 100);  // the block's own ID, behind the line in the map
-  const size_t pointsCounted =
-      whole.find("DataPts", mapSize) + 8 + 10;  // from there on, points read as zeros
+  constexpr size_t kHeadBytes = 8 + 12, kPoints = 20;
+  const size_t lastSample = whole.find("DataPts", mapSize) + kHeadBytes + 2 * kPoints;
   ExpectLittleMemory([&] {
     for (size_t size = 0; size < whole.size(); size += static_cast<size_t>(kStride)) {
       const std::string what = " of the first bytes: " + std::to_string(size);
       EXPECT_EQ(Reads("dump", whole.substr(0, size), what), size >= mapSize) << size;
-      EXPECT_EQ(Reads("analyse", whole.substr(0, size), what), size >= pointsCounted) << size;
+      EXPECT_EQ(Reads("analyse", whole.substr(0, size), what), size >= lastSample) << size;
     }
   });
 }
