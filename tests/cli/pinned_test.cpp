@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "cli/Baseline.h"
 #include "ref/refEventBiDir.h"
@@ -11,6 +12,7 @@
 #include "sim/Simulate.h"
 #include "src/Auto.h"
 #include "src/Filter.h"
+#include "tests/cli/program.h"
 
 // The whole result on simulated traces of every kind: what single tests do not look at shows here. Places are
 // points, 0.1 ns or 0.1 mm, levels 0.0001 dB: as exact as they mean something.
@@ -18,7 +20,6 @@
 namespace {
 
 using pinned::Listing;
-using reflyze::sim::Link;
 
 constexpr int kKernel = 1, kFast = 5, kAuto = 7;  // kinds of filters
 
@@ -29,21 +30,28 @@ class Subject {
 
   std::string name() const { return json_.at("name"); }
   bool HasLater() const { return json_.contains("later"); }
-  // What is measured, and what is measured later on the same fibre.
-  std::unique_ptr<TSorData> Trace() const { return Simulate(json_.at("link"), 0); }
-  std::unique_ptr<TSorData> Later() const {
+  // What is measured; what is measured later on the same fibre; the same fibre from its other end.
+  nlohmann::json Link() const {
     nlohmann::json link = json_.at("link");
-    link.merge_patch(json_.at("later"));
-    return Simulate(link, 1000);
+    link["launch_level_db"] = -18;
+    link["averages"] = 20000;
+    return link;
   }
-  // The same fibre from its other end.
-  std::unique_ptr<TSorData> Reversed() const {
-    nlohmann::json link = json_.at("link");
+  nlohmann::json LaterLink() const {
+    nlohmann::json link = Link();
+    link.merge_patch(json_.at("later"));
+    return link;
+  }
+  nlohmann::json ReversedLink() const {
+    nlohmann::json link = Link();
     for (const char* list : {"sections", "joints"}) {
       if (link.contains(list)) std::reverse(link[list].begin(), link[list].end());
     }
-    return Simulate(link, 2000);
+    return link;
   }
+  std::unique_ptr<TSorData> Trace() const { return Simulate(Link(), 0); }
+  std::unique_ptr<TSorData> Later() const { return Simulate(LaterLink(), 1000); }
+  std::unique_ptr<TSorData> Reversed() const { return Simulate(ReversedLink(), 2000); }
   TTH Thresholds() const {
     TTH thresholds;
     const nlohmann::json& values = json_.at("thresholds");
@@ -56,14 +64,12 @@ class Subject {
   }
 
  private:
-  std::unique_ptr<TSorData> Simulate(nlohmann::json link, int other) const {
-    link["launch_level_db"] = -18;
-    link["averages"] = 20000;
-    auto record = std::move(reflyze::sim::Simulate(reflyze::sim::LinkFromText(link.dump()),
-                                                   json_.at("seed").get<std::uint64_t>() + other)
-                                .record);
-    record->GenParams->UO = json_.value("user_offset", 0);
-    return record;
+  std::unique_ptr<TSorData> Simulate(const nlohmann::json& link, int other) const {
+    auto trace =
+        reflyze::sim::Simulate(reflyze::sim::LinkFromText(link.dump()),
+                               json_.at("seed").get<std::uint64_t>() + static_cast<std::uint64_t>(other));
+    trace.record->GenParams->UO = json_.value("user_offset", 0);
+    return std::move(trace.record);
   }
 
   nlohmann::json json_;
@@ -236,11 +242,17 @@ void ListComparison(Listing& to, const Subject& subject) {
   }
 }
 
+std::vector<Subject> Subjects() {
+  std::vector<Subject> subjects;
+  std::ifstream links(std::string(REFLYZE_SOURCE_DIR) + "/tests/pinned/links.jsonl");
+  for (std::string line; std::getline(links, line);) subjects.emplace_back(nlohmann::json::parse(line));
+  return subjects;
+}
+
 TEST(Pinned, WholeResultsOfSimulatedTraces) {
   pinned::Comparison comparison("results.txt");
-  std::ifstream links(std::string(REFLYZE_SOURCE_DIR) + "/tests/pinned/links.jsonl");
-  for (std::string line; std::getline(links, line) && !comparison.IsEnough();) {
-    const Subject subject(nlohmann::json::parse(line));
+  for (const Subject& subject : Subjects()) {
+    if (comparison.IsEnough()) break;
     Listing listing;
     if (subject.HasLater()) {
       ListComparison(listing, subject);
@@ -251,6 +263,59 @@ TEST(Pinned, WholeResultsOfSimulatedTraces) {
       if (subject.name().find("metro") == 0 || subject.name().find("close") == 0) ListMerge(listing, subject);
     }
     comparison.Add(subject.name(), listing);
+  }
+  comparison.Finish();
+}
+
+// Output of the program; JSON with a line for each field, and for each entry of its lists.
+std::string LinesOf(const std::string& output) {
+  const auto json = nlohmann::ordered_json::parse(output, nullptr, false);
+  if (!json.is_object()) return output;
+  std::string text;
+  for (const auto& [name, value] : json.items()) {
+    const bool isList = value.is_array() && !value.empty() && value[0].is_object();
+    if (!isList) text += name + " " + value.dump() + "\n";
+    for (size_t i = 0; isList && i < value.size(); ++i)
+      text += name + "[" + std::to_string(i) + "] " + value[i].dump() + "\n";
+  }
+  return text;
+}
+
+// When a record was stored, and so its checksum, is another each time.
+std::string WithoutTimes(const std::string& text) {
+  static const std::regex kOfTheTime(R"((LDTS|CRC|computed)("?)( = |:)\d+)");
+  return std::regex_replace(text, kOfTheTime, "$1$2$3any");
+}
+
+// In a folder of its own, with every link as NAME.json, NAME-later.json and NAME-back.json.
+class PinnedProgram : public ProgramTest {
+ protected:
+  PinnedProgram() {
+    for (const Subject& subject : Subjects()) {
+      Store(subject.name() + ".json", subject.Link().dump());
+      Store(subject.name() + "-back.json", subject.ReversedLink().dump());
+      if (subject.HasLater()) Store(subject.name() + "-later.json", subject.LaterLink().dump());
+    }
+    std::filesystem::current_path(folder);
+  }
+  ~PinnedProgram() override { std::filesystem::current_path(before_); }
+
+ private:
+  const std::filesystem::path before_ = std::filesystem::current_path();
+};
+
+// Everything that the program says to a list of command lines, each in the files of those before it.
+TEST_F(PinnedProgram, SaysWhatItSaid) {
+  pinned::Comparison comparison("program.txt");
+  std::ifstream commands(std::string(REFLYZE_SOURCE_DIR) + "/tests/pinned/commands.txt");
+  for (std::string line; std::getline(commands, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    std::istringstream words(line);
+    const Result result = Run({std::istream_iterator<std::string>(words), {}});
+    Listing listing;
+    listing.Line("status").Whole("is", result.status);
+    listing.Verbatim(WithoutTimes(LinesOf(result.out))).Verbatim(result.err);
+    comparison.Add(line, listing);
   }
   comparison.Finish();
 }
