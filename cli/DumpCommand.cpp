@@ -80,7 +80,9 @@ void DropDerivedData(TSorData& record) {
 }
 
 int RunDump(Session& session, const DumpOptions& options) {
-  const LoadedRecord loaded = LoadRecord(session, options.trace, NeedPoints::kNo);
+  LoadedRecord loaded = LoadRecord(session, options.trace, NeedPoints::kNo);
+  if (StoredUserOffset(loaded) < 0)
+    loaded.warnings.push_back("has its user offset negated; it and the times are shown as they are meant");
   if (!options.native) DropDerivedData(*loaded.record);
   if (options.format == "json") {
     session.Print(JsonOfLoadedRecord(loaded, !options.noData, options.native).dump() + "\n");

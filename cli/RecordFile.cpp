@@ -206,10 +206,14 @@ void RequireReadThrough(const LoadedRecord& loaded) {
                  std::to_string(loaded.state) + ")");
 }
 
-void CountTimesFromFirstSample(const LoadedRecord& loaded) {
+int StoredUserOffset(const LoadedRecord& loaded) {
   TSorBlockGeneralParameters stored;
   ReadStoredBlock(loaded, "GenParams", stored);
-  CountFromFirstSample(*loaded.record, stored.UO);
+  return stored.UO;
+}
+
+void CountTimesFromFirstSample(const LoadedRecord& loaded) {
+  CountFromFirstSample(*loaded.record, StoredUserOffset(loaded));
 }
 
 LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, NeedPoints needPoints) {

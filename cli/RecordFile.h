@@ -40,6 +40,9 @@ LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, N
 // have been looked at in this way.
 void RequireReadThrough(const LoadedRecord& loaded);
 
+// The user offset as a file has it; reading a record turns a negative one over (cli/UserOffset.h).
+int StoredUserOffset(const LoadedRecord& loaded);
+
 // Brings a record that was read to be listed to the times of one that is to be measured.
 void CountTimesFromFirstSample(const LoadedRecord& loaded);
 

@@ -54,11 +54,13 @@ double UnexplainedDb(double stepDb, double fromNs, double toNs) {
   return std::min(std::fabs(stepDb), std::fabs(stepDb - gainDb));
 }
 
+// A broken file may count thousands.
 std::string PulsesOf(const TSorBlockFixedParameters& fixed) {
-  std::string text;
-  for (int i = 0; i < fixed.TPW; ++i) {
-    text += i == 0 ? "" : i + 1 == fixed.TPW ? " and " : ", ";
-    text += std::to_string(fixed.PWU[i]);
+  constexpr int kMostNamed = 8;
+  std::string text = std::to_string(fixed.PWU[0]);
+  for (int i = 1; i < fixed.TPW; ++i) {
+    if (i == kMostNamed) return text + ", ...";
+    text += (i + 1 == fixed.TPW ? " and " : ", ") + std::to_string(fixed.PWU[i]);
   }
   return text;
 }
