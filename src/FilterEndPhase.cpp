@@ -2,9 +2,9 @@
 // end of the fibre that was too quiet for the scan, drops echoes, and smooths the ragged stretches behind
 // strong events.
 //
-// A fibre that sinks into the noise has no edge there. What tells that it ended is that the level falls by
-// more than the fibre can lose, over a stretch on which nothing else happens; and the weaker the light, the
-// less a strong reflection far in front of it may still have to do with it.
+// A fibre that sinks into the noise has no edge there. What tells that it ended is that its light is gone
+// where, falling on at its own rate, it would still be seen, behind a stretch on which nothing else happens;
+// and the weaker the light, the less a strong reflection far in front of it may still have to do with it.
 
 #include <cmath>
 
@@ -263,7 +263,8 @@ bool AutoFilterEndPhase::IsBehindFibre(const Round& round) const {
 }
 
 // The stretch in front of the end: three quarters of the way from the last event, but only what lies behind
-// the splitter of a passive network. None left: the search is over.
+// the splitter of a passive network. None left: the search is over. What falls slower than a dead zone fades
+// is fibre, and would go on at its own rate.
 bool AutoFilterEndPhase::MeasureStretch(Round& round) {
   constexpr float kSplitterDb = 20.0F;
   constexpr double kLeastSplitterDb = 1.5;
@@ -282,7 +283,7 @@ bool AutoFilterEndPhase::MeasureStretch(Round& round) {
   round.stretchDb = Db(e - round.stretch);
   round.endDb = Db(e);
   const double rateDb = (round.stretchDb - round.endDb) / static_cast<double>(round.stretch);
-  round.fadeDb = std::max(round.fadeDb, rateDb);
+  round.fadeDb = std::min(round.fadeDb, rateDb);
   return true;
 }
 
@@ -309,8 +310,9 @@ void AutoFilterEndPhase::MeasureNeed(Round& round) {
   if (fibre > from_ && round.stretchDb > scales_.noiseDb) round.need += (upTo_ - fibre) / base;
 }
 
-// Takes what is seen behind the end off the levels in front of it. Gives the level to which the signal may
-// have faded behind the end: as fast as a reflection does, or as the stretch in front where that is steeper.
+// Takes what is seen behind the end off the levels in front of it. Gives the level that the signal would
+// still have where it is in fact gone, if it went on as it came: below the noise where nothing is left to go
+// on.
 double AutoFilterEndPhase::TakeNoiseOff(Round& round) {
   constexpr double kNoiseShare = 1.5;
   constexpr double kGoneDb = 3.0;  // below the noise
@@ -324,13 +326,15 @@ double AutoFilterEndPhase::TakeNoiseOff(Round& round) {
   return trace_.ToDb(static_cast<float>(endLin)) - static_cast<double>(reach) * round.fadeDb;
 }
 
-// Whether the signal really ends there: it is gone behind, stands out of the noise in front, no event is
-// strong enough to explain it, and the last event has either taken much of the signal or none can have.
+// Whether the signal really ends there: going on as it came it would still be seen behind, it stands out of
+// the noise in front, no event is strong enough to explain it, and the last event has either taken much of
+// the signal or none can have. A signal that had to sink into the noise there has no end that could be seen:
+// the fibre may go on.
 bool AutoFilterEndPhase::IsEnd(const Round& round, double goesOnDb) {
   constexpr double kLeastOverDb = 0.5;
   constexpr double kEventLossDb = 3.0, kMostEventLossDb = 12.0;
-  const double mostDb = round.noiseDb + (isPon() ? kLeastSignalDb : 0.0);
-  if (!(goesOnDb <= mostDb && round.endDb >= round.noiseDb + kLeastOverDb)) return false;
+  const double seenDb = round.noiseDb + (isPon() ? kLeastSignalDb : 0.0);
+  if (!(goesOnDb > seenDb && round.endDb >= round.noiseDb + kLeastOverDb)) return false;
   if (Last().Am() >= round.need || strongest_ > round.need) return false;
   const double beforeDb = Db(Last().begin - 1), fromDb = Db(from_);
   if (fromDb + kEventLossDb <= beforeDb || count_ == 1) return true;

@@ -31,6 +31,46 @@ TraceSpec SinkingSpec(short pulseNs, double aboveNoiseDb, double end) {
   return spec;
 }
 
+// Plain fibre at a metre a point, with a launch that stands clear of the begin of the trace. Behind its end
+// the receiver falls into the noise; below 0 it goes on.
+TraceSpec PlainSpec(double startDb, double end, std::uint32_t seed) {
+  TraceSpec spec = FilterSpec(10.0);
+  spec.seed = seed;
+  spec.startDb = startDb;
+  spec.Peak(3, 6.0).End(end);
+  return spec;
+}
+
+// The fibre would still be seen behind its end, as far as its own slope tells: that nothing is there ends it.
+// A fibre that leaves the range goes on to its last point, and so does one that is lost in the noise on its
+// way.
+TEST(EndPhase, PlainFibreEndsWhereItsLightIsGone) {
+  const struct {
+    double startDb;
+    long early, late;  // points by which noise may move the end
+  } kCases[] = {{-25.0, 0, 0}, {-30.0, 0, 0}, {-35.0, 2, 2}, {-40.0, 4, 2}, {-45.0, 8, 8}};
+  constexpr int kEnd = 12000;
+  for (const auto& c : kCases) {
+    for (std::uint32_t seed = 1; seed <= 5; ++seed) {
+      SCOPED_TRACE(std::to_string(c.startDb) + " dB, seed " + std::to_string(seed));
+      const FilteredTrace ends(PlainSpec(c.startDb, kEnd, seed));
+      ASSERT_EQ(ends.events.size(), 2u);
+      const TFEvent& end = ends.events[1];
+      EXPECT_EQ(end.type, 'E');
+      EXPECT_GE(end.begin, kEnd - 1 - c.early);
+      EXPECT_LE(end.begin, kEnd - 1 + c.late);
+      EXPECT_GT(end.peak, end.begin);
+      EXPECT_LT(end.peak, end.rise);
+      EXPECT_EQ(end.end - end.begin, 13 + ends.map[static_cast<size_t>(end.begin)]);
+
+      const FilteredTrace goesOn(PlainSpec(c.startDb, -1.0, seed));
+      ASSERT_EQ(goesOn.events.size(), 2u);
+      EXPECT_EQ(goesOn.events[1].type, '0');
+      EXPECT_EQ(goesOn.events[1].begin, goesOn.events[0].begin);
+    }
+  }
+}
+
 TEST(EndPhase, FindsAnEndThatSinksIntoTheNoise) {
   const struct {
     short pulseNs;
