@@ -292,9 +292,8 @@ void RiseMeasure::LowerBase() {
 }
 
 // Moves the rise to the last point that lies below half the height, and takes the width at a third of it. A
-// width that the mean has given was returned at once, so that it is always still to be measured here. The
-// back of a low event is taken to be as far as a pulse and its fall can reach, since any sample on the way
-// may be noise.
+// width that the mean has given was returned at once, so that it is always still to be measured here. In a
+// low event noise may leave a sample without any light on the way; that alone is not its back.
 void RiseMeasure::MeasureWidth() {
   midLin_ = (peakLin_ + baseLin_) / 2;
   const long steepEnd = std::min(rise_ + pulse_, last_);
@@ -305,7 +304,8 @@ void RiseMeasure::MeasureWidth() {
   for (front_ = peak_; front_ >= firstFront && lin_[front_] > thirdLin;) --front_;
   const long stop = std::min(last_, peak_ + (pulse_ + light_ + 3 * window_) * (flatPoints_ + 1));
   for (back_ = peak_ + 1; back_ < stop; ++back_) {
-    if (!isLow_ && lin_[back_] < thirdLin && lin_[back_] > 0.0) break;
+    const bool isDark = lin_[back_] <= 0.0;
+    if (lin_[back_] < thirdLin && !(isLow_ && isDark)) break;
   }
   if (back_ - front_ < pulse_) WidenByNoise();
   widePoints_ = back_ - front_ - 1;

@@ -143,6 +143,23 @@ TEST(Rise, GradesAReflectionByItsHeight) {
   }
 }
 
+// Down to the limit itself. A short pulse is not as high as its light.
+TEST(Rise, GradesLowReflectionsAsWell) {
+  for (long pulse : {4L, 20L, 100L}) {
+    for (double limits : {0.9, 1.2, 2.0, 3.5, 6.0, 9.0}) {
+      const ScannedLight plain(ReceivedLight(-52.0, pulse));
+      const double heightDb = support::DbOf(1.0 + limits * plain.limit / plain.Lin(kAt));
+      ScannedLight light(ReceivedLight(-52.0, pulse).Reflection(kAt, heightDb));
+      const double height = Height(light, 2 * pulse);
+      const Verdict v = Judge(light, nullptr);
+      const auto story = testing::Message() << pulse << " points, " << limits << " limits high";
+      EXPECT_EQ(v.grade, height > light.limit ? Grade(height, light.limit) : -1) << story;
+      EXPECT_EQ(v.pos, kAt - 1) << story;
+      EXPECT_LE(v.width, pulse) << story;
+    }
+  }
+}
+
 // What rises without being a reflection; the last one would be, were there trace enough behind it.
 TEST(Rise, TurnsAwayWhatIsNone) {
   const struct {
