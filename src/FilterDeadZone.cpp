@@ -77,6 +77,7 @@ class DeadZone {
         lastPoint_(std::max(levels_.points() - 1, 0L)),
         limit_(AsPoint(limit)),
         rise_(AsPoint(event.rise)),
+        riseDb_(Db(rise_)),
         furthest_(2 * limit_ - rise_),
         isLaunch_(event.begin <= TruncToLong(std::ceil(sor.OwtTofNum(0.0))) + filter.pulsePoints + 2),
         strength_(event.Am()),
@@ -132,6 +133,7 @@ class DeadZone {
   const long lastPoint_;
   long limit_;           // the dead zone ends before
   long rise_;            // where the rise is over, later where the fall begins
+  double riseDb_;        // level there; of several equal maxima, theirs and not that of the middle between
   const long furthest_;  // to which the limit may be moved
   const bool isLaunch_;
   long strength_;
@@ -255,7 +257,7 @@ long DeadZone::EndOfFall() {
   while (lowest_ < lastPoint_ && Db(lowest_ + 1) == lowestDb_) ++lowest_;
   PassUndershoot();
 
-  const long half = FirstBelow(rise_, (Db(rise_) + lowestDb_) / 2);
+  const long half = FirstBelow(rise_, (riseDb_ + lowestDb_) / 2);
   const long deep = FirstBelow(rise_ + 2, kLeft * Db(rise_) + kDepth * Db(lowest_));
   const long twice = 2 * deep - rise_;
   SetEnd(EndBehind(std::max(twice < lowest_ ? twice : lowest_, half)));
@@ -273,6 +275,7 @@ void DeadZone::PassUndershoot() {
   }
   float highestDb = 0.0F, lowestDb = 0.0F;
   rise_ = AsPoint(RefAutoGetMax(&sor_, lowest_ + 1, limit_, highestDb, 0));
+  riseDb_ = highestDb;
   lowest_ = RefAutoGetMin(&sor_, rise_, limit_, lowestDb);
   lowestDb_ = lowestDb;
 }

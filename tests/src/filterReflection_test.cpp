@@ -319,6 +319,41 @@ TEST(DeadZone, EndsWhereTheTraceIsBackOnTheFibre) {
   }
 }
 
+// Behind an undershoot the receiver comes back to a top that it reaches twice: half the height counts from
+// there, and not from the dent between.
+TEST(DeadZone, HalfTheHeightCountsFromTheTopBehindAnUndershoot) {
+  const struct {
+    long point;
+    double db;
+  } kCorners[] = {{0, -30},    {1999, -30}, {2000, -10}, {2020, -10}, {2030, -50},     {2040, -30},
+                  {2042, -34}, {2044, -30}, {2050, -34}, {2064, -40}, {kPoints, -40.4}};
+  support::TraceSpec spec;
+  spec.points = kPoints;
+  spec.spacingOwt = support::kPointOwt;
+  spec.pulseNs = 100;
+  spec.floorDb = support::kFloorDb;
+  spec.noiseFloorDb = -55.0;
+  spec.level = [&](long i) {
+    const auto* next = kCorners + 1;
+    while (next->point < i) ++next;
+    const auto* last = next - 1;
+    return last->db + (next->db - last->db) * static_cast<double>(i - last->point) /
+                          static_cast<double>(next->point - last->point);
+  };
+  const auto sor = support::BuildTrace(spec);
+  sor->QRTParams->modes[0].BWU1 = 1000;  // half a dB a point
+  TSorFilter filter(sor.get());
+  filter.dbOnDS = 0.0001F;
+  TFEvent event;
+  event.begin = 1999;
+  event.peak = 2010;
+  event.rise = 2020;
+  event.gradeUp = 12;
+  float deadFall = 0.0F;
+  EXPECT_EQ(filter.SearchDZ(sor.get(), &event, 2064, deadFall), 2052);
+  EXPECT_EQ(event.end, 2063 + 7);  // the last point of the fall, and what a fall to so little light adds
+}
+
 // --- Whatever the arguments ---
 
 // Figures of a broken record, on traces that are dark, spiky or absent: everything ends, and names points of
