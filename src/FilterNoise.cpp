@@ -20,8 +20,8 @@ double Square(double x) { return x * x; }
 bool IsInside(double difference, double limit) { return std::fabs(difference) <= limit; }
 
 // How far samples stray from the running mean that lies `lag` points ahead, which is centred on them. For the
-// last samples there is no such mean: their own counts, and they add to the sum without being counted, so
-// that the figure is rather too large than too small.
+// last samples in front of `b` there is no such mean: their own counts, and they add to the sum without being
+// counted, so that the figure is rather too large than too small.
 double DeviationFromMean(const reflyze::HeldSamples& lin, const reflyze::HeldSamples& mean, long a, long b,
                          double limit) {
   constexpr long kHalfMean = 8;  // points; the mean holds 16
@@ -35,7 +35,7 @@ double DeviationFromMean(const reflyze::HeldSamples& lin, const reflyze::HeldSam
     sum += Square(d);
     ++count;
   }
-  for (; i <= b; ++i) {
+  for (; i < b; ++i) {
     const double d = static_cast<double>(lin[i]) - mean[i];
     if (IsInside(d, limit)) sum += Square(d);
   }

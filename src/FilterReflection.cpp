@@ -58,11 +58,11 @@ class RiseMeasure {
         last_(lin_.Width(last) - 2),
         prevEnd_(prev != nullptr ? prev->end : 0),
         guarded_(prevEnd_ + (prev != nullptr ? lin_.Width((prev->Am() - 5) * window_ * 3) : 0)),
-        seenAt_(lin_.Width(pos)),
+        seenAt_(std::clamp(pos, -lin_.count(), lin_.count())),
         limitLin_(limitLin),
         tenth_(pulse_ / 10),
-        rise_(seenAt_),
-        placed_(seenAt_) {}
+        rise_(std::max(seenAt_, 0L)),
+        placed_(rise_) {}
 
   long Run() {
     if (lin_.empty()) return kNoReflection;
@@ -152,7 +152,7 @@ class RiseMeasure {
   const long last_;      // no walk goes further
   const long prevEnd_;   // end of the event before
   const long guarded_;   // up to there its strength still rules the trace
-  const long seenAt_;    // where the scan saw the rise
+  const long seenAt_;    // where the scan saw the rise; before the trace for a rise that its start cuts
 
   double limitLin_;
   long tenth_;   // of the pulse, in points: the length of a mean
@@ -368,7 +368,7 @@ bool RiseMeasure::IsRippleOnTail() const {
 
 // --- Height ---
 
-// A low event begins earlier than the scan could see.
+// A low event begins earlier than the scan could see, be it before the trace.
 void RiseMeasure::FindFoot() {
   constexpr double kStillLit = 0.7;  // limits
   foot_ = seenAt_;

@@ -160,6 +160,26 @@ TEST(Rise, GradesLowReflectionsAsWell) {
   }
 }
 
+// A rise that the start of the trace cuts began before it, and its event ends so much later. Where it ends
+// shows by a second reflection, which turns it away where it stands there.
+TEST(Rise, MayBeginBeforeTheTrace) {
+  constexpr long kPulse = 20;
+  const ScannedLight plain{ReceivedLight(-52.0, kPulse)};
+  const double heightDb = support::DbOf(1.0 + 6.0 * plain.limit / plain.Lin(kAt));
+  const auto endOf = [&](long before) {
+    for (long from = kPulse + 5; from < 4 * kPulse; ++from) {
+      ReceivedLight light(-52.0, kPulse);
+      light.Receiver(0.3).Reflection(1, heightDb).Reflection(from, heightDb, 4);
+      ScannedLight scanned(light);
+      if (Judge(scanned, nullptr, -before).grade < 0) return from;
+    }
+    return -1L;
+  };
+  EXPECT_EQ(endOf(0), 35);
+  EXPECT_EQ(endOf(5), 40);
+  EXPECT_EQ(endOf(10), 45);
+}
+
 // What rises without being a reflection; the last one would be, were there trace enough behind it.
 TEST(Rise, TurnsAwayWhatIsNone) {
   const struct {

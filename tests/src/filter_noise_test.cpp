@@ -66,6 +66,35 @@ TEST(LinearNoise, TheMeanIsQuieterByItsSixteenSamples) {
   EXPECT_EQ(filter.CalcLinfNoise(500000, 900000, fast, slow), 1);
 }
 
+// Against the mean that is centred on each sample; the last ones have none such and are held against their
+// own, but for the very last, which ends the stretch.
+TEST(LinearNoise, CountsHowFarSamplesStrayFromTheMean) {
+  TraceSpec spec;
+  spec.points = 400;
+  spec.level = [](long) { return -60.0; };
+  spec.noiseLin = 500.0;
+  const auto sor = BuildTrace(spec);
+  TSorFilter filter(sor.get());
+  filter.SetLinfAvg(spec.points, 16);
+  for (long last : {115L, 116L, 130L, 300L}) {
+    const long first = 100, lag = last - first < 16 ? 0 : 8;
+    float all = 0.0F, single = 0.0F, fast = 0.0F, slow = 0.0F;
+    filter.CalcLinfNoise(first, last, 1, -1.0F, filter.Linf, all);
+    const double gate = 4.0F * all;
+    double sum = 0.0, count = 0.0;
+    for (long i = first; i < last; ++i) {
+      const bool isCentred = i < last - lag;
+      const double d = filter.Linf[i] - filter.LinfAvg[static_cast<size_t>(isCentred ? i + lag : i)];
+      if (std::fabs(d) > gate) continue;
+      sum += d * d;
+      count += isCentred ? 1.0 : 0.0;
+    }
+    filter.CalcLinfNoise(first, last, 1, static_cast<float>(gate), filter.Linf, single);
+    filter.CalcLinfNoise(first, last, fast, slow);
+    EXPECT_NEAR(fast, sor->QRTParams->LinToLog5((single + std::sqrt(sum / count)) / 2) + 2.5, 1e-3) << last;
+  }
+}
+
 // --- Where it is measured ---
 
 class NoiseBehindEvents : public ::testing::Test {
