@@ -69,6 +69,8 @@ class FibreStartSearch {
  private:
   double Level(long point) const { return sor_.NumToLevel(point); }
   double Km(long point) const { return sor_.NumToALen(point); }
+  // Length of fibre between two points, wherever the launch lies.
+  double KmBetween(long from, long to) const { return Km(to) - Km(from); }
 
   // Points from `from` up to but not including `end`. Points outside the trace count with their -65.5 dB.
   Extremes Between(long from, long end) const {
@@ -96,9 +98,10 @@ class FibreStartSearch {
     return auto_.SearchStraightLess(from, static_cast<float>(levelDb), 1, 0.0F);
   }
 
-  // The highest point near the start of the search, and the levels behind it.
+  // The highest point near the start of the search, and the levels behind it. A trace that begins before the
+  // launch, with an offset below 0, has that lead in front of it.
   void FindPeak() {
-    long back = levels_.Near(TruncToLong(sor_.FxdParams->AO / sor_.FxdParams->GetOwtDS(0)));
+    long back = levels_.Near(TruncToLong(-sor_.FxdParams->GetOwtDataOffset() / sor_.FxdParams->GetOwtDS(0)));
     if (back < from_) back = 0;
     Extremes first = Between(from_, from_ + winDead_ + back);
     if (sor_.QRTParams->GetMAX() + kReadableFloorDb >= first.highDb && from_ == 0) {
@@ -176,7 +179,7 @@ class FibreStartSearch {
       Take(Between(peak_, peak_ + winDead_ + 10));
     }
     RaiseLowToNoise();
-    const double fibreDb = auto_.aciNominal * Km(lowAt_ - peak_);
+    const double fibreDb = auto_.aciNominal * KmBetween(peak_, lowAt_);
     halfWay_ = FallsBelow(peak_ + 1, (highDb_ + lowDb_ + fibreDb + auto_.noiseAmp) / 2);
   }
 

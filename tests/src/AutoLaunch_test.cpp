@@ -47,6 +47,26 @@ TEST(FibreStart, BehindTheLaunchPeak) {
   }
 }
 
+// The lead of a trace that begins before the launch is dark and as long as its offset says, or else its front
+// panel's; nothing behind it depends on how long it is.
+TEST(FibreStart, BehindTheLeadOfTheTrace) {
+  const TraceSpec fibre = MetreSpec().Peak(0, 8.0);
+  for (long lead : {20L, 300L, 3000L}) {
+    for (bool byPanel : {false, true}) {
+      TraceSpec spec = LaunchAt(lead, fibre);
+      const int leadOwt = static_cast<int>(static_cast<double>(lead) * spec.spacingOwt);
+      spec.offsetOwt = byPanel ? 0 : -leadOwt;
+      PreparedAnalysis a(spec);
+      if (byPanel) a.sor->FxdParams->FPO = leadOwt;
+      TEventLine launchEvent;
+      EXPECT_EQ(Begin(a, launchEvent) - lead, 55) << lead;
+      EXPECT_LT(launchEvent.L[0], 0.0) << lead;
+      EXPECT_NEAR(a.engine.lLaunch, 0.0, 0.001) << lead;
+      EXPECT_NEAR(a.engine.firstRefl, -7.0, 1e-3) << lead;
+    }
+  }
+}
+
 TEST(FibreStart, ClippedTopIsPassed) {
   for (long topPoints : {15L, 40L, 80L}) {
     const TraceSpec fibre = MetreSpec();
