@@ -268,9 +268,9 @@ class ShortAnalysisRun {
       long s = std::max(before.end, before.tail);
       long z = next.begin;
       a_.pEnd = LevelDb(before.begin);
-      if (s >= z && s > before.tail) s = before.rise;
-      // A tail may reach over the next event, which then stands behind it, and in light that no fibre gives
-      // back an event may end before its begin. What follows keeps its order.
+      // A tail may reach over the next event; what is between the two is looked at all the same. And in light
+      // that no fibre gives back an event may end before its begin. What follows keeps its order.
+      if (s >= z) s = before.rise;
       s = std::max(s, static_cast<long>(ev_[At(nEv_ - 1)].begin));
       z = std::max(z, s);
       FollowSlope(s, z);
