@@ -27,7 +27,8 @@ class NoiseSpliceScan : private SpliceSearch {
     SetFirstLimit();
     PassStrongSignal();
     if (!Walk() || !candidate_.IsSet()) return 0;
-    if (!stands_ && at_ >= end_ - window_ - stride_) {
+    // The scan ran to the end of the stretch: what waits has all the fibre behind it that there is.
+    if (!stands_ && at_ + fall_ >= end_ - window_ - stride_) {
       candidate_.lossDb = LossUpTo(end_);
       if (std::fabs(candidate_.lossDb) < limitDb_) return 0;
     }
@@ -164,7 +165,8 @@ class NoiseSpliceScan : private SpliceSearch {
     const double afterDb = after.levelDb + after.points / 2 * fibreDb_;
     step.lossDb = (beforeDb + PointFallDb(step.at, behind) - afterDb) / 2 - ownFallDb_;
 
-    const double slopeDb = (PointFallDb(step.at - window_, step.at) + LevelDb(behind) - afterDb) /
+    // The mean behind stands for the middle of its points, as it is.
+    const double slopeDb = (PointFallDb(step.at - window_, step.at) + LevelDb(behind) - after.levelDb) /
                            (static_cast<double>(window_) + after.points / 2);
     const double sureDb = step.at > tailEnd_ ? 2 * sideLimitDb_ : sideLimitDb_;
     if (std::fabs(slopeDb - fibreDb_) * static_cast<double>(winDead_) > sureDb &&

@@ -490,6 +490,31 @@ TEST(NoiseSplices, PlainFibreInTheNoiseHoldsNothing) {
   }
 }
 
+// A step that waits when the stretch is over is held against all the fibre behind it, not the first window
+// alone: what comes back there is no loss.
+TEST(NoiseSplices, TheLastStepIsHeldAgainstTheEndOfTheStretch) {
+  constexpr double kLossDb = 0.6;
+  const struct {
+    long at;  // the level comes back 100 points behind, over 40
+    double lossDb;
+  } kCases[] = {{120, 0.361}, {140, 0.440}, {160, 0.510}, {180, 0.570}};
+  for (const auto& c : kCases) {
+    TraceSpec spec = NearNoise(0.0);
+    const double slope = spec.slopeDbPerPoint, start = spec.startDb - 1.0;
+    const long stepAt = kFrontEnd + c.at;
+    spec.level = [=](long i) {
+      const double back = std::clamp(static_cast<double>(i - stepAt - 100) / 40.0, 0.0, 1.0);
+      return start - slope * static_cast<double>(i) - (i >= stepAt ? kLossDb * (1.0 - back) : 0.0);
+    };
+    Stretch bench(spec, 64);
+    bench.end = kFrontEnd + 300;
+    const std::vector<Find> finds = bench.Search(kNoisy);
+    ASSERT_EQ(finds.size(), 1u) << c.at;
+    EXPECT_NEAR(finds[0].lossDb, c.lossDb, 0.002) << c.at;
+    EXPECT_EQ(finds[0].event.type, 's');
+  }
+}
+
 // Far above the noise the other detectors search, far below it nobody can.
 TEST(NoiseSplices, OnlyTheStretchAroundTheNoiseIsSearched) {
   const struct {
