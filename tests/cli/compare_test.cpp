@@ -260,11 +260,15 @@ TEST_F(CompareTest, AsksAgainOnlyWhereSomethingSpeaksAgainstTheAnswer) {
   Link crushed = MetroLink(), hidden = MetroLink();
   crushed.sections[2].lengthKm = 3.0, crushed.end = {};
   hidden.sections.pop_back(), hidden.joints.pop_back(), hidden.sections[1].lengthKm = 0.9, hidden.end = {};
+  // Behind a strong launch the filter takes no fibre's end for one.
+  Link dazzled = crushed;
+  dazzled.launch.reflectanceDb = hidden.launch.reflectanceDb = -45.0;
   const struct {
     Link link;
     std::vector<int> directly;
     double endKm;
-  } kCases[] = {{MetroLink(), {0}, 12.0}, {crushed, {0, 1}, 11.0}, {hidden, {0, 1, 1}, 4.9}};
+  } kCases[] = {
+      {MetroLink(), {0}, 12.0}, {crushed, {0}, 11.0}, {dazzled, {0, 1}, 11.0}, {hidden, {0, 1, 1}, 4.9}};
   for (const auto& now : kCases) {
     const auto trace = reflyze::sim::Simulate(now.link, 12);
     TSorData& record = *trace.record;
