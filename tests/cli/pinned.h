@@ -7,9 +7,14 @@
 #include <cstdlib>
 #include <fstream>
 #include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "sim/Simulate.h"
+#include "src/th.h"
 
 // Results kept as text, to be held against what the code gives now.
 //
@@ -35,6 +40,12 @@ class Listing {
     std::snprintf(text, sizeof text, "%.*f", decimals, value);
     const bool isZero = std::string(text).find_first_not_of("-0.") == std::string::npos;
     return Text(field, isZero && text[0] == '-' ? text + 1 : text);
+  }
+  // Linear power, as far as a sample carries it.
+  Listing& Power(const std::string& field, double value) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.6g", value);
+    return Text(field, text);
   }
   // Text of a program, line by line.
   Listing& Verbatim(const std::string& text) {
@@ -148,5 +159,77 @@ class Comparison {
   std::string text_, differences_;
   int subjectsApart_ = 0;
 };
+
+// One line of the file of links.
+class Subject {
+ public:
+  explicit Subject(const nlohmann::json& json) : json_(json) {}
+
+  std::string name() const { return json_.at("name"); }
+  bool HasLater() const { return json_.contains("later"); }
+  // What is measured; what is measured later on the same fibre; the same fibre from its other end.
+  nlohmann::json Link() const {
+    nlohmann::json link = json_.at("link");
+    link["launch_level_db"] = -18;
+    link["averages"] = 20000;
+    return link;
+  }
+  nlohmann::json LaterLink() const {
+    nlohmann::json link = Link();
+    link.merge_patch(json_.at("later"));
+    return link;
+  }
+  nlohmann::json ReversedLink() const {
+    nlohmann::json link = Link();
+    for (const char* list : {"sections", "joints"}) {
+      if (link.contains(list)) std::reverse(link[list].begin(), link[list].end());
+    }
+    return link;
+  }
+  std::unique_ptr<TSorData> Trace() const { return Simulate(Link(), 0); }
+  std::unique_ptr<TSorData> Later() const { return Simulate(LaterLink(), 1000); }
+  std::unique_ptr<TSorData> Reversed() const { return Simulate(ReversedLink(), 2000); }
+  TTH Thresholds() const {
+    TTH thresholds;
+    const nlohmann::json& values = json_.at("thresholds");
+    thresholds.THLoss = values[0];
+    thresholds.THRef = values[1];
+    thresholds.THEnd = values[2];
+    thresholds.dBkm = values[3];
+    thresholds.fromAutomat = name().find("metro") == 0 ? 0 : 1;
+    return thresholds;
+  }
+
+ private:
+  std::unique_ptr<TSorData> Simulate(const nlohmann::json& link, int other) const {
+    auto trace =
+        reflyze::sim::Simulate(reflyze::sim::LinkFromText(link.dump()),
+                               json_.at("seed").get<std::uint64_t>() + static_cast<std::uint64_t>(other));
+    trace.record->GenParams->UO = json_.value("user_offset", 0);
+    return std::move(trace.record);
+  }
+
+  nlohmann::json json_;
+};
+
+inline std::vector<Subject> Subjects() {
+  std::vector<Subject> subjects;
+  std::ifstream links(std::string(REFLYZE_SOURCE_DIR) + "/tests/pinned/links.jsonl");
+  for (std::string line; std::getline(links, line);) subjects.emplace_back(nlohmann::json::parse(line));
+  return subjects;
+}
+
+// Levels at places, and the sum of all of them in thousandths, which tells where nothing else does.
+inline void ListLevels(Listing& to, const std::string& what, const TSorData& record) {
+  to.Line(what);
+  const long points = record.DataPts->GetPointsNum();
+  long sum = 0;
+  for (long i = 0; i < points; ++i) sum += std::lround(record.NumToLevel(i) * 1000.0);
+  to.Whole("sum", sum);
+  for (long i = 0; i < 8; ++i) {
+    const long at = i * (points - 1) / 7;
+    to.Number("at" + std::to_string(at), record.NumToLevel(at), 3);
+  }
+}
 
 }  // namespace pinned

@@ -9,7 +9,6 @@
 #include "ref/refEventBiDir.h"
 #include "ref/refEventQuality.h"
 #include "ref/ref_Math.h"
-#include "sim/Simulate.h"
 #include "src/Auto.h"
 #include "src/Filter.h"
 #include "tests/cli/program.h"
@@ -20,71 +19,13 @@
 namespace {
 
 using pinned::Listing;
+using pinned::ListLevels;
+using pinned::Subject;
+using pinned::Subjects;
 
 constexpr int kKernel = 1, kFast = 5, kAuto = 7;  // kinds of filters
 
-// One line of the file of links.
-class Subject {
- public:
-  explicit Subject(const nlohmann::json& json) : json_(json) {}
-
-  std::string name() const { return json_.at("name"); }
-  bool HasLater() const { return json_.contains("later"); }
-  // What is measured; what is measured later on the same fibre; the same fibre from its other end.
-  nlohmann::json Link() const {
-    nlohmann::json link = json_.at("link");
-    link["launch_level_db"] = -18;
-    link["averages"] = 20000;
-    return link;
-  }
-  nlohmann::json LaterLink() const {
-    nlohmann::json link = Link();
-    link.merge_patch(json_.at("later"));
-    return link;
-  }
-  nlohmann::json ReversedLink() const {
-    nlohmann::json link = Link();
-    for (const char* list : {"sections", "joints"}) {
-      if (link.contains(list)) std::reverse(link[list].begin(), link[list].end());
-    }
-    return link;
-  }
-  std::unique_ptr<TSorData> Trace() const { return Simulate(Link(), 0); }
-  std::unique_ptr<TSorData> Later() const { return Simulate(LaterLink(), 1000); }
-  std::unique_ptr<TSorData> Reversed() const { return Simulate(ReversedLink(), 2000); }
-  TTH Thresholds() const {
-    TTH thresholds;
-    const nlohmann::json& values = json_.at("thresholds");
-    thresholds.THLoss = values[0];
-    thresholds.THRef = values[1];
-    thresholds.THEnd = values[2];
-    thresholds.dBkm = values[3];
-    thresholds.fromAutomat = name().find("metro") == 0 ? 0 : 1;
-    return thresholds;
-  }
-
- private:
-  std::unique_ptr<TSorData> Simulate(const nlohmann::json& link, int other) const {
-    auto trace =
-        reflyze::sim::Simulate(reflyze::sim::LinkFromText(link.dump()),
-                               json_.at("seed").get<std::uint64_t>() + static_cast<std::uint64_t>(other));
-    trace.record->GenParams->UO = json_.value("user_offset", 0);
-    return std::move(trace.record);
-  }
-
-  nlohmann::json json_;
-};
-
 std::string Letter(char type) { return type == 0 ? "-" : std::string(1, type); }
-
-void ListLevels(Listing& to, const std::string& what, const TSorData& record) {
-  to.Line(what);
-  const long points = record.DataPts->GetPointsNum();
-  for (long i = 0; i < 8; ++i) {
-    const long at = i * (points - 1) / 7;
-    to.Number("at" + std::to_string(at), record.NumToLevel(at), 3);
-  }
-}
 
 void ListEvents(Listing& to, const AutoFilterResultData& found, const std::vector<short>& widths) {
   to.Line("filter").Whole("events", found.count).Whole("firstBegin", found.firstBegin);
@@ -240,13 +181,6 @@ void ListComparison(Listing& to, const Subject& subject) {
     const TSorBlockQRTEvents1E& section = baseline->QRTEvents->EventAt(i);
     to.Line("stretch " + std::to_string(i)).Whole("from", section.ML0).Whole("to", section.ML1);
   }
-}
-
-std::vector<Subject> Subjects() {
-  std::vector<Subject> subjects;
-  std::ifstream links(std::string(REFLYZE_SOURCE_DIR) + "/tests/pinned/links.jsonl");
-  for (std::string line; std::getline(links, line);) subjects.emplace_back(nlohmann::json::parse(line));
-  return subjects;
 }
 
 TEST(Pinned, WholeResultsOfSimulatedTraces) {
