@@ -117,24 +117,6 @@ TEST_F(FilterTest, TheKernelOfTheTraceComesFirst) {
   }
 }
 
-TEST_F(FilterTest, TheAutomaticFilterFindsTheReflections) {
-  const auto raw = NoisyTrace();
-  const std::string trace = Store("raw.sor", Bytes(*raw));
-  const Result result = Run({"filter", trace, "-o", File("out.sor"), "--format", "json"});
-  ASSERT_EQ(result.status, 0) << result.err;
-  const nlohmann::json json = Json(result);
-  ASSERT_EQ(json["count"], json["events"].size());
-  ASSERT_GE(json["events"].size(), 3u) << result.out;
-  for (const double km : {4.0, 12.0}) {
-    const auto isThere = [&](const nlohmann::json& event) {
-      return std::fabs(event["distance_km"]["begin"].get<double>() - km) < 0.02;
-    };
-    EXPECT_TRUE(std::any_of(json["events"].begin(), json["events"].end(), isThere)) << km << result.out;
-  }
-  EXPECT_GT(json["polar"], 0.0);
-  EXPECT_LT(RoughnessDb(*ReadRecord(File("out.sor"))), 0.5 * RoughnessDb(*raw));
-}
-
 TEST_F(FilterTest, WhatCannotBeSmoothedIsRefusedInOneLine) {
   const std::string good = StoreTrace("a.sor");
   const auto unscaled = NoisyTrace();
@@ -190,36 +172,6 @@ class FilterListing : public FilterTest {
   std::unique_ptr<TSorData> record;
   float noiseHigh = -33.5F;
 };
-
-TEST_F(FilterListing, JsonHoldsEveryFieldUnderItsName) {
-  record->GenParams->UO = static_cast<int>(record->dLenToOwt(1.0));
-  const nlohmann::json json = nlohmann::json::parse(JsonOf(Table({Event(2000, 2003, 2020, 'R')})));
-  EXPECT_EQ(json["kind"], "auto");
-  EXPECT_EQ(json["count"], 1);
-  EXPECT_EQ(json["first_begin"], 11);
-  EXPECT_EQ(json["ghost_count"], 2);
-  EXPECT_EQ(json["ring_count"], 33);
-  EXPECT_EQ(json["polar"], 0.125);
-  EXPECT_EQ(json["polar_end"], 0.25);
-  EXPECT_EQ(json["noise_low"], -30.5);
-  EXPECT_EQ(json["noise_high"], -33.5);
-  ASSERT_EQ(json["events"].size(), 1u);
-  const nlohmann::json& event = json["events"][0];
-  const nlohmann::json fields = {{"begin", 2000},    {"rise", 2003}, {"peak", 2003},
-                                 {"end", 2020},      {"tail", 2060}, {"gradeUp", 14},
-                                 {"gradeDown", -12}, {"width", 7},   {"type", "R"}};
-  for (const auto& field : fields.items()) EXPECT_EQ(event[field.key()], field.value()) << field.key();
-  const struct {
-    const char* place;
-    long point;
-  } kPlaces[] = {{"begin", 2000}, {"peak", 2003}, {"end", 2020}};
-  for (const auto& c : kPlaces) {
-    // From the user's zero, a km into the fibre.
-    EXPECT_NEAR(event["distance_km"][c.place].get<double>(), 0.002 * static_cast<double>(c.point) - 1.0,
-                1e-3);
-    EXPECT_EQ(event["level_db"][c.place], record->NumToLevel(c.point));
-  }
-}
 
 TEST_F(FilterListing, NoiseThatWasNotMeasuredIsNoNumber) {
   for (const float unmeasured : {0.0F, -100.0F}) {

@@ -42,14 +42,6 @@ TEST(Polar, FigureIsTheSwing) {
   }
 }
 
-TEST(Polar, EventsDontRaiseIt) {
-  support::TraceSpec spec = Ripple(0.1);
-  const float quiet = Polar(spec);
-  const auto ripple = spec.level;
-  spec.level = [ripple](long i) { return ripple(i) - (i > 2500 ? 1.0 : 0.0) - (i > 5500 ? 0.7 : 0.0); };
-  EXPECT_NEAR(Polar(spec), quiet, 0.02f);
-}
-
 TEST(Polar, LimitFollowsLaserAndFibre) {
   const struct {
     double swingDb;

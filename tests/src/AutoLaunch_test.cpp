@@ -67,21 +67,6 @@ TEST(FibreStart, BehindTheLeadOfTheTrace) {
   }
 }
 
-TEST(FibreStart, ClippedTopIsPassed) {
-  for (long topPoints : {15L, 40L, 80L}) {
-    const TraceSpec fibre = MetreSpec();
-    TraceSpec spec = fibre;
-    spec.level = [topPoints, fibre](long i) {
-      return i < topPoints ? 0.0 : std::max(-0.5 * static_cast<double>(i - topPoints), fibre.LevelAt(i));
-    };
-    PreparedAnalysis a(spec);
-    TEventLine launchEvent;
-    const long begin = Begin(a, launchEvent);
-    EXPECT_GE(begin, topPoints) << topPoints;  // the fall behind it is left to the caller
-    EXPECT_LE(begin, topPoints + 60) << topPoints;
-  }
-}
-
 TEST(FibreStart, EventOnTheLaunchSlopeIsReported) {
   TraceSpec fibre = MetreSpec();
   fibre.receiverDbPerPoint = 0.25;

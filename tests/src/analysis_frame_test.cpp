@@ -162,17 +162,4 @@ TEST(AnalysisFrame, ATraceWithoutScaleKeepsItsEvents) {
   EXPECT_EQ(EventTimes(*trace), times);
 }
 
-// The event list that a command line prints: in order, numbered, each within the trace.
-TEST(AnalysisFrame, TheTableIsInOrder) {
-  const auto trace = support::BuildTrace(Link());
-  Analyse(*trace);
-  const TSorBlockKeyEvents& table = *trace->KeyEvents;
-  ASSERT_EQ(table.TNKE, table.events->GetSize());
-  for (int i = 0; i < table.TNKE; ++i) {
-    EXPECT_EQ(table.EventAt(i).EN, i + 1);
-    EXPECT_GE(table.EventAt(i).EPT, i > 0 ? table.EventAt(i - 1).EPT + 1 : 0);
-    EXPECT_LE(table.EventAt(i).EPT, trace->FxdParams->GetMaxOwt());
-  }
-}
-
 }  // namespace

@@ -55,30 +55,6 @@ TEST(Calculate, SettlesTheScaleOfTheTrace) {
   EXPECT_EQ(a.th.Event, a.th.THLoss);
 }
 
-TEST(Calculate, FindsTheLinkAndItsFigures) {
-  const auto trace = support::BuildTrace(Link());
-  Bandwidth(*trace, 500);
-  TAuto a;
-  a.th.noShortAnalysis = 1;  // only the direct search walks to an end
-  ASSERT_EQ(Calculated(a, *trace), 1);
-  const double endKm = trace->NumToALen(5900);
-  EXPECT_NEAR(a.lEnd, endKm, 0.05);
-  ASSERT_GE(a.lines->GetSize(), 2);
-  EXPECT_NEAR(a.lines->GetData(a.lines->GetSize() - 2)->L[2], trace->NumToALen(3000), 0.05);
-  EXPECT_NEAR(a.pZero, -10.0, 0.1);
-  EXPECT_NEAR(a.dr, a.pZero - a.nf, 1e-12);
-  EXPECT_NEAR(a.lossTotal, 0.2 * endKm + 0.6, 0.15);
-  EXPECT_LE(a.pEnd, a.pZero);
-  // The launch peak hides the fibre for its pulse and the receiver's fall.
-  EXPECT_GT(a.dz05, trace->NumToALen(40));
-  EXPECT_GE(a.dz01, a.dz05);
-  EXPECT_LT(a.dz01, trace->NumToALen(200));
-  // The thresholds that were used are on record afterwards.
-  EXPECT_DOUBLE_EQ(trace->FxdParams->GetLT(), a.th.THLoss);
-  EXPECT_DOUBLE_EQ(trace->FxdParams->GetRT(), a.th.THRef);
-  EXPECT_DOUBLE_EQ(trace->FxdParams->GetET(), a.th.THEnd);
-}
-
 TEST(Calculate, AFibreDoesNotEndAtASplice) {
   const auto trace = support::BuildTrace(Link());
   Bandwidth(*trace, 500);
@@ -99,24 +75,6 @@ TEST(Calculate, AFilteredTraceHasLessNoiseAndAWiderPulse) {
   Calculated(filtered, *smooth);
   EXPECT_NEAR(filtered.nf, plain.nf - 5.0 * std::log10(50.0) / 2.0, 1e-9);
   EXPECT_EQ(filtered.winPulse, 71);
-}
-
-// The launch peak and the receiver's fall from it, and then nothing but the receiver's noise.
-TEST(Calculate, NothingConnectedHasNoDynamicRange) {
-  support::TraceSpec spec = Link();
-  spec.floorDb = -45.0;
-  spec.noiseDb = 0.0;
-  spec.noiseLin = 2.0;
-  spec.noiseFloorDb = -42.0;
-  spec.level = [](long i) { return std::max(-45.0, i < 60 ? -5.0 : -5.0 - 0.5 * (i - 60)); };
-  const auto trace = support::BuildTrace(spec);
-  Bandwidth(*trace, 500);
-  TAuto a;
-  ASSERT_EQ(Calculated(a, *trace), 1);
-  for (int i = 0; i < a.lines->GetSize(); ++i) EXPECT_LT(a.lines->GetData(i)->L[1], 0.3);
-  EXPECT_EQ(a.pZero, a.nf);
-  EXPECT_EQ(a.dr, 0.0);
-  EXPECT_LE(a.pEnd, a.pZero);
 }
 
 TEST(Calculate, RefusesWhatHasNoScale) {

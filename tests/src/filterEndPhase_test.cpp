@@ -134,34 +134,6 @@ TEST(EndPhase, ReportsALoneEventForBothEnds) {
   EXPECT_EQ(trace.events[1].type, '0');
 }
 
-// The scan looks ahead and stops before the end; the last points are smoothed all the same.
-TEST(EndPhase, SmoothsTheRestOfTheTrace) {
-  for (std::uint32_t seed = 1; seed <= 5; ++seed) {
-    TraceSpec spec = FilterSpec(1000.0);
-    spec.seed = seed;
-    spec.slopeDbPerPoint = 0.0;
-    spec.startDb = spec.noiseFloorDb;
-    spec.Peak(6000, 10.0);
-    const FilteredTrace trace(spec);
-    ASSERT_GE(trace.events.size(), 2u);
-    const size_t last = static_cast<size_t>(spec.points) - 1;
-    for (size_t i = last - 5; i <= last; ++i) {
-      EXPECT_NEAR(trace.levels[i], spec.startDb, 0.3) << seed << ", " << last - i << " from the end";
-      EXPECT_NE(trace.levels[i], trace.raw[i]);
-    }
-  }
-}
-
-// Everything from the filter's start to its report is repeatable.
-TEST(EndPhase, GivesTheSameTwice) {
-  const TraceSpec spec = SinkingSpec(5000, 4.0, 12000.0);
-  const FilteredTrace first(spec), second(spec);
-  EXPECT_EQ(first.levels, second.levels);
-  EXPECT_EQ(first.map, second.map);
-  ASSERT_EQ(first.events.size(), second.events.size());
-  for (size_t i = 0; i < first.events.size(); ++i) EXPECT_EQ(first.events[i].end, second.events[i].end);
-}
-
 // --- Ragged stretches ---
 
 // A flat trace at a metre a point with a ragged stretch, and two events in front of it and far behind it. The

@@ -58,18 +58,6 @@ TEST(AutoFilter, SmoothsQuietStretchesAsTheWidthSays) {
   }
 }
 
-TEST(AutoFilter, StepsKeepTheirHeight) {
-  for (double lossDb : {0.1, 0.3, 1.0, 3.0, -0.1, -0.5}) {
-    TraceSpec spec = FlatSpec(9.0);
-    spec.Step(10000, lossDb);
-    const FilteredTrace trace(spec);
-    const double beforeDb = trace.MeanDb(7000, 9900), behindDb = trace.MeanDb(10300, 13200);
-    EXPECT_NEAR(beforeDb - behindDb, lossDb, 0.01);
-    // The step itself is where it was: it is not smeared over more points than are averaged.
-    EXPECT_NEAR(trace.MeanDb(10150, 10200), behindDb, 0.03) << lossDb;
-  }
-}
-
 // Points that are not averaged keep their level; where the scan goes back, they get it back from the linear
 // trace, which holds it to less than a step of the scale. A row of weak bumps makes the scan go back again
 // and again, a row of strong ones never.
@@ -112,74 +100,6 @@ TEST(AutoFilter, ComesUndoneToTheBit) {
 }
 
 // --- Events ---
-
-TEST(AutoFilter, FindsReflectionsWhereTheyStand) {
-  const struct {
-    short pulseNs;
-    double aboveNoiseDb, heightDb;
-  } kCases[] = {{30, 20.0, 1.0},  {30, 8.0, 12.0},  {100, 20.0, 1.0},
-                {100, 10.0, 5.0}, {100, 6.0, 15.0}, {500, 20.0, 3.0}};
-  for (const auto& c : kCases) {
-    TraceSpec spec = FilterSpec(100.0);
-    spec.pulseNs = c.pulseNs;
-    spec.startDb = spec.noiseFloorDb + c.aboveNoiseDb + 2.0;
-    spec.Peak(8000, c.heightDb).Step(8000, 0.3).Peak(18000, 8.0).End(18000);
-    const FilteredTrace trace(spec);
-    const long pulse = static_cast<long>(spec.PulsePoints());
-    SCOPED_TRACE("pulse " + std::to_string(c.pulseNs) + " ns, " + std::to_string(c.heightDb) + " dB");
-    for (long at : {8000L, 18000L}) {
-      const auto event = trace.EventAt(at, pulse + 2);
-      ASSERT_TRUE(event.has_value());
-      const auto top = std::max_element(trace.raw.begin() + at, trace.raw.begin() + at + pulse);
-      EXPECT_NEAR(static_cast<double>(event->peak), static_cast<double>(top - trace.raw.begin()), 1.0);
-      EXPECT_GT(event->rise, event->begin);
-      EXPECT_GE(event->end, event->rise);
-      EXPECT_LT(event->end, at + 10 * pulse + 200);
-      EXPECT_GT(event->gradeUp, 0);
-      EXPECT_LT(event->gradeDown, 0);
-    }
-  }
-}
-
-// Whatever stands a dB above the backscatter and 6 dB above the noise is an event, and so is an end that
-// reflects; and where nothing stands, there is none.
-TEST(AutoFilter, HoldsWhatStandsClearOfBackscatterAndNoise) {
-  long reflections = 0;
-  for (std::uint32_t seed = 1; seed <= 40; ++seed) {
-    Noise random(seed);
-    TraceSpec spec = FilterSpec(std::pow(10.0, random.Uniform(0.0, 3.0)));
-    spec.seed = seed;
-    spec.startDb = spec.noiseFloorDb + random.Uniform(12.0, 25.0);
-    spec.pulseNs = static_cast<short>(random.Integer(20, 300));
-    std::vector<long> expected = {0, 18000};
-    for (long at = 600; at < 17000; at += 600 + random.Integer(0, 3000)) {
-      const double heightDb = random.Uniform(1.0, 12.0);
-      if (spec.LevelAt(at) + heightDb < spec.noiseFloorDb + 6.0) break;
-      // A connector reflects and loses light; only an echo reflects without a loss.
-      spec.Peak(static_cast<double>(at), heightDb).Step(static_cast<double>(at), 0.3);
-      expected.push_back(at);
-    }
-    spec.Peak(18000, 6.0).End(18000);
-    const FilteredTrace trace(spec);
-    const long tolerance = static_cast<long>(spec.PulsePoints()) + 2;
-    for (long at : expected) EXPECT_TRUE(trace.EventAt(at, tolerance).has_value()) << seed << ": " << at;
-    EXPECT_EQ(trace.events.size(), expected.size()) << "seed " << seed;
-    reflections += static_cast<long>(expected.size()) - 2;
-  }
-  EXPECT_GT(reflections, 200);  // or the draw was of little use
-}
-
-TEST(AutoFilter, TellsCloseReflectionsApart) {
-  for (long gap : {20L, 30L, 60L}) {
-    TraceSpec spec = FilterSpec(300.0);
-    spec.startDb = -30.0;
-    spec.Peak(8000, 8.0).Peak(8000.0 + static_cast<double>(gap), 8.0).Peak(18000, 6.0).End(18000);
-    const FilteredTrace trace(spec);
-    EXPECT_TRUE(trace.EventAt(8000, 8).has_value()) << gap;
-    EXPECT_TRUE(trace.EventAt(8000 + gap, 8).has_value()) << gap;
-    EXPECT_EQ(trace.events.size(), 4u) << gap;
-  }
-}
 
 // Behind the hundredth event no more are opened, and smoothing goes on.
 TEST(AutoFilter, StopsOpeningEventsWhereItsRoomEnds) {

@@ -84,14 +84,6 @@ TEST(EndSearch, FindsWhereTheSignalEnds) {
   }
 }
 
-TEST(EndSearch, AFibreThatSinksIntoTheNoiseEndsThere) {
-  const TraceSpec spec = TailSpec(-34.0, 19000, 1000.0);
-  const double loweredDb = spec.noiseFloorDb - 2.5 * std::log10(64.0);  // by the mean of 64
-  const double endDb = spec.LevelAt(FilteredTail(spec, 64).Search(3000, 19990, 12));
-  EXPECT_GT(endDb, loweredDb);
-  EXPECT_LT(endDb, loweredDb + 2.0);
-}
-
 // Behind a splitter a fibre may lie below the noise floor, and only the mean brings it out. It is looked for
 // there as long as the splitter has not been passed.
 TEST(EndSearch, BehindASplitterTheSignalMayBeWeak) {

@@ -129,36 +129,6 @@ TEST(SpliceDetectors, AStepIsFoundAtItsPlaceWithItsLoss) {
   }
 }
 
-// Steps of random size and place, against what was put there.
-TEST(SpliceDetectors, RandomStepsAreFoundAndNothingElse) {
-  for (const Detector detector : {kBig, kWeak}) {
-    int steps = 0, found = 0, wrong = 0;
-    for (std::uint32_t seed = 1; seed <= 60; ++seed) {
-      Noise random(seed);
-      TraceSpec spec = Fibre(random.Uniform(0.0, 0.005));
-      spec.seed = seed;
-      std::vector<support::StepAt> placed;
-      for (double point = 600; point < 5000; point += random.Uniform(150, 1500)) {
-        placed.push_back({point, random.Uniform(0.15, 2.0)});
-        spec.Step(placed.back().point, placed.back().lossDb);
-      }
-      steps += static_cast<int>(placed.size());
-      Stretch bench(spec);
-      for (const Find& find : bench.Search(detector)) {
-        bool matches = false;
-        for (const support::StepAt& step : placed) {
-          matches |= std::abs(find.event.begin - step.point) <= 6 &&
-                     std::abs(find.lossDb - step.lossDb) < 0.25 * step.lossDb;
-        }
-        ++(matches ? found : wrong);
-      }
-    }
-    EXPECT_GT(steps, 200);
-    EXPECT_GE(found, steps * 97 / 100) << detector;
-    EXPECT_LE(wrong, steps / 100) << detector;
-  }
-}
-
 TEST(SpliceDetectors, PlainFibreHoldsNothing) {
   const struct {
     double noiseDb, slopeFactor;
@@ -207,20 +177,6 @@ TEST(SpliceDetectors, TwoStepsAreOneEventWithinAWindow) {
     for (std::size_t i = 0; i < finds.size(); ++i) {
       EXPECT_NEAR(finds[i].event.begin, 3000 + c.apart * static_cast<double>(i), 3);
       EXPECT_NEAR(finds[i].lossDb, c.lossesDb[i], 0.2 * c.lossesDb[i]);
-    }
-  }
-}
-
-// Each alone is no more than this much noise can do; together they make an event.
-TEST(SpliceDetectors, TwoHalvesOfAnEventCountTogether) {
-  for (const bool both : {false, true}) {
-    Stretch bench(both ? Fibre(0.0).Step(3000, 0.24).Step(3040, 0.24) : Fibre(0.0).Step(3000, 0.24));
-    bench.analysis.noiseAmp = 0.25;
-    bench.analysis.peakCount = 1;  // the noise is taken as known
-    const std::vector<Find> finds = bench.Search(kBig);
-    ASSERT_EQ(finds.size(), both ? 1u : 0u);
-    if (both) {
-      EXPECT_NEAR(finds[0].event.begin, 3020, 30);
     }
   }
 }
@@ -294,16 +250,6 @@ TEST(SpliceDetectors, AReflectionTooSmallForTheFilterIsMarkedAsOne) {
   ASSERT_EQ(step.size(), 1u);
   EXPECT_EQ(step[0].event.type, 'S');
   EXPECT_NEAR(step[0].event.begin, 3000, 30);
-}
-
-TEST(SpliceDetectors, OverlappingReflectionsAreOneWithBothGrades) {
-  Stretch bench(Fibre().Peak(3000, 0.3).Step(3000, 0.4));
-  const std::vector<Find> finds = bench.Search(kBig);
-  ASSERT_EQ(finds.size(), 1u);
-  EXPECT_EQ(finds[0].event.type, 'r');
-  EXPECT_GT(finds[0].event.gradeUp, 1);
-  EXPECT_EQ(finds[0].event.gradeUp, finds[0].event.gradeDown);
-  EXPECT_NEAR(finds[0].lossDb, 0.4, 0.02);
 }
 
 // --- Ripple and noise ---
@@ -390,16 +336,6 @@ TEST(SpliceDetectors, AStepInTheTailMovesTheEndOfTheEventInFront) {
   }
 }
 
-TEST(SpliceDetectors, TheTailOfTheEventInFrontIsPassed) {
-  TraceSpec spec = Fibre();
-  const double slope = spec.slopeDbPerPoint;
-  spec.level = [=](long i) { return -12.0 - slope * i + 2.0 * std::exp(-(i - 260.0) / 40.0); };
-  Stretch bench(spec);
-  EXPECT_TRUE(bench.Search(kBig).empty());
-  EXPECT_GT(bench.front.end, 300);  // half of the tail is over at 290
-  EXPECT_LT(bench.front.end, 600);
-}
-
 // Between the connectors of a tall and lossy event run echoes, as far behind it as they stand apart.
 TEST(SpliceDetectors, NothingIsSearchedInAGhost) {
   for (const double fallDb : {0.0, 9.0}) {
@@ -466,27 +402,6 @@ TEST(NoiseSplices, AStepIsFoundByItsMeans) {
     EXPECT_EQ(step.type, c.type);
     EXPECT_EQ(step.gradeUp, 1);
     EXPECT_EQ(step.gradeDown > 0, c.lossDb > 0.0);
-  }
-}
-
-TEST(NoiseSplices, TheFirstOfTwoStepsStandsAndTheNextCallFindsTheSecond) {
-  Stretch bench(NearNoise(0.02).Step(6000, 0.6).Step(12000, 0.8), 64);
-  const std::vector<Find> finds = bench.Search(kNoisy);
-  ASSERT_EQ(finds.size(), 2u);
-  EXPECT_NEAR(finds[0].event.begin, 6000, 64);
-  EXPECT_NEAR(finds[0].lossDb, 0.6, 0.05);
-  EXPECT_NEAR(finds[1].event.begin, 12000, 64);
-  EXPECT_NEAR(finds[1].lossDb, 0.8, 0.05);
-}
-
-TEST(NoiseSplices, PlainFibreInTheNoiseHoldsNothing) {
-  for (const double noiseDb : {0.0, 0.03, 0.1}) {
-    for (std::uint32_t seed = 1; seed <= 6; ++seed) {
-      TraceSpec spec = NearNoise(noiseDb);
-      spec.seed = seed;
-      Stretch bench(spec, 64);
-      EXPECT_TRUE(bench.Search(kNoisy).empty()) << noiseDb << " " << seed;
-    }
   }
 }
 
