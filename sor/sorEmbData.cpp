@@ -124,10 +124,11 @@ long TEmbData1E::GetDataSize() {
 
 long TEmbData1E::GetBlockSize() {
   if (!Writable) return 0;
-  constexpr long kZeros = 3;      // one behind each text
+  using reflyze::FieldWriter;
   constexpr long kSizeBytes = 4;  // DataSize itself
-  const long head = ID.Len() + Comment.Len() + Description.Len() + kZeros + kSizeBytes;
-  return head + (data_ != nullptr ? GetDataSize() : 0);
+  const long texts =
+      FieldWriter::BytesOf(ID) + FieldWriter::BytesOf(Comment) + FieldWriter::BytesOf(Description);
+  return texts + kSizeBytes + (data_ != nullptr ? GetDataSize() : 0);
 }
 
 void TEmbData1E::Read(TSorFile* file) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <type_traits>
 
@@ -146,12 +147,11 @@ class FieldWriter {
   void Int(const char*, const T& value, int since = 0) {
     if (Has(since)) WriteScalar(value);
   }
-  // A reader takes so many bytes and no more: the closing zero of a longer text, or what is left of it, would
-  // be read as the next field.
   void Text(const char*, const TString& text, int since = 0) {
-    constexpr int kMostBytes = static_cast<int>(kMaxVariableStringBytes) - 1;
-    if (Has(since)) file_.Write(text.Len() > kMostBytes ? TString(text.c_str(), kMostBytes) : text);
+    if (Has(since)) file_.Write(text.Len() > kMostTextBytes ? TString(text.c_str(), kMostTextBytes) : text);
   }
+  // What a text takes on file, its zero included.
+  static long BytesOf(const TString& text) { return std::min(text.Len(), kMostTextBytes) + 1; }
   void FixedText(const char*, const TString& text, unsigned int width, int since = 0) {
     if (Has(since)) file_.Write(text, width);
   }
@@ -188,6 +188,10 @@ class FieldWriter {
   void OnRead(Block&, Action&&) {}
 
  private:
+  // A reader takes so many bytes and the zero, no more: the closing zero of a longer text, or what is left of
+  // it, would be read as the next field.
+  static constexpr int kMostTextBytes = static_cast<int>(kMaxVariableStringBytes) - 1;
+
   template <class T>
   void WriteScalar(const T& value) {
     static_assert(std::is_integral<T>::value && sizeof(T) <= 4, "a field is an integer of 1, 2 or 4 bytes");

@@ -393,8 +393,12 @@ TEST(SorDataFile, TextsWithoutEndDoNotShiftWhatFollows) {
     std::unique_ptr<TSorData> record = FullRecord();
     record->GenParams->CID = Bytes(length, 'x').c_str();
     record->GenParams->FID = "fibre";
+    record->EmbData->GetEmbData(0)->SetComment(Bytes(length, 'c').c_str());
+    const Bytes bytes = BytesOf(*record);
+    EXPECT_EQ(record->GetSize(), static_cast<long>(bytes.size())) << length;
     TSorData back;
-    ASSERT_EQ(ReadInto(back, BytesOf(*record)), sfOk);
+    ASSERT_EQ(ReadInto(back, bytes), sfOk);
+    EXPECT_EQ(back.Cksum->CRC, record->Cksum->CRC) << "found where the sizes before it end";
     EXPECT_EQ(back.GenParams->CID.Len(), static_cast<int>(std::min<size_t>(length, 1023)));
     EXPECT_STREQ(back.GenParams->FID, "fibre") << length;
     EXPECT_EQ(BytesOf(back), BytesOf(*record)) << length;
