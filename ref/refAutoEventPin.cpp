@@ -100,6 +100,7 @@ class EventPin {
  private:
   static constexpr long kShortestLossPoints = 8;  // a loss that lasts less is left to its noise
   static constexpr long kSlidingMeanPoints = 4;   // shorter means are cheaper to take than to slide
+  static constexpr long kShortestJudgedRise = 2;  // points; as few have no middle that could be looked at
 
   float MeanDb(long first, long points, int mode) const {
     return RefMathPower(sor_, lin_, first, points, mode);
@@ -185,7 +186,7 @@ class EventPin {
 
   // Whether a rise is a real one. A reflection is as wide as the pulse; with a loss behind it, as wide as it
   // takes a pulse to fill the difference. What is narrower than that is a spike, and the departure is
-  // dropped.
+  // dropped. A rise that needs no more than a point or two has no shape that could be judged, and counts.
   bool IsGain() {
     const long before = std::max(p_ - 1 - run_, 0L), behind = before + meanPoints_ + width_;
     const float lossDb = MeanDb(before, meanPoints_, mode_) - MeanDb(behind, meanPoints_, mode_) -
@@ -194,7 +195,7 @@ class EventPin {
       run_ = 0;
     } else {
       const long rise = std::min(RisePoints(lossDb), width_);
-      if (rise > 2 ? !StandsOver(rise) : IsSingleSpike()) run_ = 0;
+      if (rise > kShortestJudgedRise && (!StandsOver(rise) || HasNoEdge())) run_ = 0;
     }
     return run_ > 0;
   }
@@ -221,9 +222,9 @@ class EventPin {
     return downDb_ / 2 + lineDb_ - static_cast<float>((rise + 1) / 2) * slopeDb_ < meanDb;
   }
 
-  // A receiver that recovers within a point lets a spike of one point through: then the begin of the rise has
-  // to stand over both points before it.
-  bool IsSingleSpike() const {
+  // A receiver that recovers within a point rises within one as well. Then the begin of a small reflection
+  // stands over both points before it; where it does not, noise or a bend has crept over the limit.
+  bool HasNoEdge() const {
     if (recoverPoints_ != 0 || !(-valueDb < 2 * downDb_)) return false;
     const long q = RunBegin();
     const float riseDb = levelDb_[q] - downDb_ / 2;

@@ -80,8 +80,7 @@ class SpliceEventSearch {
         z_(std::clamp(z, 0L, levelDb_.points())),
         lossThrDb_(lossThrDb),
         gainThrDb_(gainThrDb),
-        slopeDb_(slopeDb),
-        nfDb_(static_cast<float>(sor->FxdParams->GetNF())) {
+        slopeDb_(slopeDb) {
     const auto ds = static_cast<float>(sor->FxdParams->GetOwtDS(0));
     const auto pulseOwt = static_cast<float>(sor->FxdParams->GetOwtPulse(sor->NumToOwt(s_)));
     const float dbPerPoint = static_cast<float>(RefAutoGetDbOnOwt(sor)) * ds;
@@ -89,6 +88,9 @@ class SpliceEventSearch {
     recoverPts_ = Held(3.0F / dbPerPoint + pulseOwt / ds + 0.5F) + 2;
     window_ = Held(2.5F / dbPerPoint + pulseOwt / ds / 4 + spanOwt / ds + 8.0F);
     stopAt_ = z_ - 2 * window_ - recoverPts_;
+    // A receiver whose rate is not on record is measured on the launch, and that settles both the noise floor
+    // and the floor of the scale. So they are asked for only now.
+    nfDb_ = static_cast<float>(sor->FxdParams->GetNF());
     slopeSumDb_ = 3 * slopeDb_ * static_cast<float>(recoverPts_ + window_);
     floorSumDb_ = 3 * sor->QRTParams->GetfMAX();
   }
@@ -376,7 +378,7 @@ class SpliceEventSearch {
   long stopAt_ = 0;              // where the two windows reach the end of the stretch
   float lossThrDb_, gainThrDb_;  // thresholds: of one level, then of three
   float slopeDb_;                // dB per point
-  float nfDb_;
+  float nfDb_ = 0.0F;        // noise floor
   float slopeSumDb_ = 0.0F;  // fall of the fibre between the two sums
   float floorSumDb_ = 0.0F;  // three times the floor of the scale
   float noiseDb_ = 0.0F;     // three times the swing of the stretch

@@ -134,25 +134,25 @@ TEST(EventPin, FindsGainsAndPassesSpikes) {
   EXPECT_EQ(EventPin(bump(-0.5, 4)).at, 2900);  // a notch of four points: back before it counts as a loss
 }
 
-// A few points off the line right before a loss, at 1500. As the loss fills the pulse, a real rise has to be
-// as wide as the difference takes to fill.
+// A rise right before a loss, at 1500. As the loss fills the pulse, a real rise has to be as wide as the
+// difference takes to fill.
 TEST(EventPin, RisesBeforeALoss) {
+  const std::vector<double> creepsDb = {0.09, 0.09, 0.09, 0.12, 0.12};
+  std::vector<double> creepsOnDb(20, 0.15);
+  std::copy_n(creepsDb.begin(), 5, creepsOnDb.begin());
   const struct {
     std::vector<double> risesDb;
     double lossDb;
-    short receiverDbPerKm;
+    short receiverDbPerKm;  // 32000: recovers within a point
     bool isGain;
   } kCases[] = {
       {std::vector<double>(20, 1.0), 0.5, 200, true},  // a reflection
       {{0.15, 0.15}, 0.5, 200, false},                 // a spike
-      {{0.09, 0.09, 0.09, 0.12, 0.12},
-       3.0,
-       200,
-       true},  // a large loss leaves two points to a rise, and takes them ...
-      {{0.09, 0.09, 0.09, 0.12, 0.12},
-       3.0,
-       32000,
-       false},  // ... unless the receiver is fast and the points before are as high
+      {creepsDb, 3.0, 200, true},                      // a large loss leaves two points to a rise, which ...
+      {creepsDb, 3.0, 32000, true},                    // ... nobody judges, however fast the receiver
+      {creepsOnDb, 0.5, 200, true},
+      {creepsOnDb, 0.5, 32000, false},  // wide enough, but a fast receiver would show an edge ...
+      {std::vector<double>(20, 0.15), 0.5, 32000, true},  // ... as here
   };
   for (const auto& c : kCases) {
     support::TraceSpec spec = WithSplice({0.0, 0});
