@@ -378,11 +378,11 @@ class SpliceEventSearch {
   long stopAt_ = 0;              // where the two windows reach the end of the stretch
   float lossThrDb_, gainThrDb_;  // thresholds: of one level, then of three
   float slopeDb_;                // dB per point
-  float nfDb_ = 0.0F;        // noise floor
-  float slopeSumDb_ = 0.0F;  // fall of the fibre between the two sums
-  float floorSumDb_ = 0.0F;  // three times the floor of the scale
-  float noiseDb_ = 0.0F;     // three times the swing of the stretch
-  float limitDb_ = 0.0F;     // a step as high as this is pinned down where it is met
+  float nfDb_ = 0.0F;            // noise floor
+  float slopeSumDb_ = 0.0F;      // fall of the fibre between the two sums
+  float floorSumDb_ = 0.0F;      // three times the floor of the scale
+  float noiseDb_ = 0.0F;         // three times the swing of the stretch
+  float limitDb_ = 0.0F;         // a step as high as this is pinned down where it is met
   float bestSumDb_ = 0.0F;
   long straight_ = -1;  // where the straight run at s begins
 };

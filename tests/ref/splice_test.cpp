@@ -290,6 +290,28 @@ TEST(WeakSplices, AreFoundWhereTheyBegin) {
   }
 }
 
+// A record that states noise up to -10 dB, over all of its fibre, where there is noise up to -40 dB. The rate
+// of the receiver, where it is not on record, is measured on the launch, and with it the noise floor.
+TEST(WeakSplices, AreSoughtOverTheNoiseFloorThatTheReceiverSettles) {
+  support::TraceSpec spec = WithSplice({0.3, 1500});
+  const auto fibre = spec.level;
+  spec.points = 6000;
+  spec.floorDb = -45.0;
+  spec.noiseLin = 4.0;
+  spec.noiseFloorDb = -10.0;
+  spec.level = [fibre](long i) { return i < 20 ? -1.0 : i > 4000 ? -60.0 : fibre(i); };
+  for (const short receiverDbPerKm : {200, 0}) {
+    const auto sor = support::BuildTrace(spec);
+    sor->QRTParams->modes[0].BWU1 = receiverDbPerKm;
+    auto slope = static_cast<float>(kSlopeDb);
+    WeakFind find;
+    find.at = RefAutoSearchSpliceEvent(sor.get(), 200, 2800, 2000.0f, 0.02f, -0.02f, slope, find.bestDb,
+                                       nullptr, find.after, find.carry);
+    EXPECT_EQ(find.at, receiverDbPerKm == 0 ? 1500 : 0);
+    EXPECT_NEAR(find.bestDb, receiverDbPerKm == 0 ? 0.3 : 0.0, 1e-3);
+  }
+}
+
 TEST(EventDeadZone, IsTakenBelowThePeak) {
   // 4 dB a point up, 1 dB a point down: 1.5 dB below the peak lie 0.375 points before and 1.5 points behind.
   const auto triangle = support::BuildTrace(100, [](long i) {
