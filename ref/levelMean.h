@@ -16,11 +16,14 @@ class LevelMean {
   Real LevelOf(long point) const { return expansion_.LevelOf(levels_[point]); }
 
   // Over the points from `first` up to but not including `end`, one at least.
-  Real Over(long first, long end) const {
-    return levels_.Over(first, end, [this, first, end](auto levels) {
-      Real sum = 0;
+  Real Over(long first, long end) const { return SumFrom(0, first, end) / static_cast<Real>(end - first); }
+
+  // Their sum on top of another one.
+  Real SumFrom(Real start, long first, long end) const {
+    return levels_.Over(first, end, [=](auto levels) {
+      Real sum = start;
       for (long i = first; i < end; ++i) sum += expansion_.LevelOf(levels[i]);
-      return sum / static_cast<Real>(end - first);
+      return sum;
     });
   }
 

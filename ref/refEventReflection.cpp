@@ -96,8 +96,7 @@ SpanStart StartOfSpan(TSorData& sor, const TSorBlockKeyEvents1E& first, double o
   }
   const long point = PointAtOwt(sor, owt1);
   const long count = TruncToLong(sor.FxdParams->dOwtTodNum(point, pulseOwt / 2) + 1.0);
-  start.baseDb =
-      RefMathPower(&sor, point, std::min(count, static_cast<long>(sor.DataPts->GetPointsNum())), 0);
+  start.baseDb = RefMathPower(&sor, point, count, 0);
   start.startOwt = owt1;
   return start;
 }
@@ -144,18 +143,27 @@ double RefEventReflection(TSorData* sor, double owt, double height) {
 
 double RefEventReflection(TSorData* sor, long point, double startLevel, long endPoint, double endLevel,
                           double loss) {
-  // Held at the trace's length, which no pulse of a real instrument passes.
-  const long pulsePoints =
-      std::min(TruncToLong(sor->FxdParams->GetOwtPulse(0) / sor->FxdParams->GetOwtDS(0) + 0.5),
-               static_cast<long>(sor->DataPts->GetPointsNum()));
+  const long pulsePoints = TruncToLong(sor->FxdParams->GetOwtPulse(0) / sor->FxdParams->GetOwtDS(0) + 0.5);
   if (pulsePoints < 2 || endPoint <= point) return 0.0;
-  const double step = (startLevel - endLevel - loss) / static_cast<double>(endPoint - point) +
-                      loss / static_cast<double>(pulsePoints);
+  const auto pulse = static_cast<double>(pulsePoints);
+  const double step = (startLevel - endLevel - loss) / static_cast<double>(endPoint - point) + loss / pulse;
+  const long points = sor->DataPts->GetPointsNum();
+  const long begin = std::clamp(-point, 1L, pulsePoints);  // of the pulse's part on the trace
+  const long end = std::clamp(points - point, begin, pulsePoints);
   double sum = 0.0;
-  for (long k = point + 1; k < point + pulsePoints; ++k) {
-    sum += (sor->NumToLevel(k) - startLevel) + static_cast<double>(k - point) * step;
+  // However long a pulse is beyond the trace: the levels there are all the same, and the line through them is
+  // at its middle what it is on the average.
+  const auto addOutside = [&](long from, long to) {
+    const double count = static_cast<double>(to) - static_cast<double>(from);
+    const double middle = (static_cast<double>(from) + static_cast<double>(to) - 1.0) / 2.0;
+    if (count > 0.0) sum += count * ((TSorBlockDataPoints::kOutsideDb - startLevel) + middle * step);
+  };
+  addOutside(1, begin);
+  for (long k = begin; k < end; ++k) {
+    sum += (sor->NumToLevel(point + k) - startLevel) + static_cast<double>(k) * step;
   }
-  return RefEventReflection(sor, sor->NumToOwt(point), sum / static_cast<double>(pulsePoints - 1));
+  addOutside(end, pulsePoints);
+  return RefEventReflection(sor, sor->NumToOwt(point), sum / (pulse - 1.0));
 }
 
 double RefEventReflection(TSorData* sor, long point, double level, double aci1, double aci2, double loss) {

@@ -16,8 +16,9 @@
 //   is the level of the line at the last point.
 //
 // None of these functions fails. What can't be computed has a fixed answer that callers rely on: each says
-// which. Points may lie outside the trace, but the work grows with their number, so whoever computes one from
-// data holds it near the trace; one-way times are held there by the functions that take them.
+// which. Points may lie outside the trace. Means count those at their level however many they are; of fits
+// the work grows with their number, so whoever computes one from data holds it near the trace. One-way times
+// are held there by the fits that take them.
 
 class TSorData;
 

@@ -1,9 +1,10 @@
 #include <algorithm>
+#include <limits>
 
 #include "ref/levelMean.h"
 #include "ref/ref_Math.h"
-#include "ref/traceWalk.h"
 #include "sor/sorData.h"
+#include "util/convert.h"
 
 // Mean power of a stretch. Averaging in dB follows the eye and is right where the level is well above the
 // noise; averaging in linear power is right near the noise floor, where single samples fall to nothing and
@@ -14,51 +15,70 @@ float* RefEmbGetLinf(TSorData* sor) { return static_cast<float*>(sor->GetEmbData
 using reflyze::LevelMean;
 using reflyze::LevelView;
 using reflyze::LinearScale;
+using reflyze::TruncToLong;
 
 namespace {
 
-// Points of a stretch that lie further outside than the trace is long add nothing but work: they all read as
-// the same -65.5 dB. A stretch asked for by mistake is cut there.
-struct HeldStretch {
-  long first;
-  long end;
+constexpr long kOutside = -1;  // stands for any point outside the trace
 
-  HeldStretch(const TSorData& sor, long wantedFirst, long count) {
-    const long points = sor.DataPts->GetPointsNum();
-    const long outermost = 2 * points + 1;
-    first = std::clamp(wantedFirst, -points - 1, outermost);
-    if (first > wantedFirst) count -= first - wantedFirst;
-    end = first + std::clamp(count, 1L, std::max(outermost - first, 1L));
+// A window of points as the trace sees it: the points that it has, and the number of those outside, which all
+// read alike. A broken record can ask for any number of them, so they are counted and never walked over.
+struct Window {
+  long first, end;      // on the trace
+  long before, behind;  // points outside
+
+  Window(long wantedFirst, long wantedCount, long points) {
+    const long room = std::numeric_limits<long>::max() - std::max(wantedFirst, 0L);
+    const long wantedEnd = wantedFirst + std::min(wantedCount, room);
+    first = std::clamp(wantedFirst, 0L, points);
+    end = std::clamp(wantedEnd, first, points);
+    before = wantedFirst < 0 ? std::min(wantedEnd, 0L) - wantedFirst : 0;
+    behind = wantedEnd > points ? wantedEnd - std::max(wantedFirst, points) : 0;
   }
-  long count() const { return end - first; }
+  long count() const { return before + (end - first) + behind; }
 };
+
+// What `count` points outside add to a sum. `value` gives that of one; it may be dear, and is rarely asked.
+template <class Value>
+auto SumOutside(long count, Value value) {
+  using Real = decltype(value());
+  return count > 0 ? static_cast<Real>(count) * value() : Real(0);
+}
 
 }  // namespace
 
 double RefMathPower(TSorData* sor, long first, long count, int mode) {
   if (count < 1) return 0.0;
-  const TSorBlockQRTParameters& scale = *sor->QRTParams;
-  const HeldStretch stretch(*sor, first, count);
-  const LevelView levels = sor->DataPts->Levels();
-  double sum = 0.0;
-  if (mode != 0) {
-    const LinearScale linear = scale.ToLinear();
-    for (long i = stretch.first; i < stretch.end; ++i) sum += linear.LinOf(levels[i]);
-    return scale.NLogToLog(scale.LinToLog5(sum / static_cast<double>(stretch.count())));
+  const Window window(first, count, sor->DataPts->GetPointsNum());
+  const auto points = static_cast<double>(window.count());
+  if (mode == 0) {
+    const LevelMean<double> levels(*sor);
+    const auto outsideDb = [&levels] { return levels.LevelOf(kOutside); };
+    const double sum = levels.SumFrom(SumOutside(window.before, outsideDb), window.first, window.end);
+    return (sum + SumOutside(window.behind, outsideDb)) / points;
   }
-  return LevelMean<double>(*sor).Over(stretch.first, stretch.end);
+  const TSorBlockQRTParameters& scale = *sor->QRTParams;
+  const LevelView levels = sor->DataPts->Levels();
+  const LinearScale linear = scale.ToLinear();
+  const auto outsideLin = [&] { return linear.LinOf(levels[kOutside]); };
+  double sum = SumOutside(window.before, outsideLin);
+  for (long i = window.first; i < window.end; ++i) sum += linear.LinOf(levels[i]);
+  sum += SumOutside(window.behind, outsideLin);
+  return scale.NLogToLog(scale.LinToLog5(sum / points));
 }
 
 namespace {
 
-// Each addition is made in double and kept as float. Of two floats that is exactly their sum in single
-// precision, so samples of the array are added that way.
-float MeanLinearPower(const TSorData& sor, const float* lin, long first, long end) {
-  const long inArray = lin != nullptr ? std::clamp(0L, first, end) : end;
-  float sum = 0.0f;
-  for (long i = first; i < inArray; ++i) sum = static_cast<float>(sum + sor.NumToLinLevel(i));
-  for (long i = inArray; i < end; ++i) sum += lin[i];
-  return sum / static_cast<float>(end - first);
+// The sum of a window without what lies behind the trace. Each addition is made in double and kept as float.
+// Of two floats that is exactly their sum in single precision, so samples of the array are added that way.
+float LinearPowerOf(const TSorData& sor, const float* lin, const Window& window) {
+  float sum = static_cast<float>(SumOutside(window.before, [&sor] { return sor.NumToLinLevel(kOutside); }));
+  if (lin == nullptr) {
+    for (long i = window.first; i < window.end; ++i) sum = static_cast<float>(sum + sor.NumToLinLevel(i));
+  } else {
+    for (long i = window.first; i < window.end; ++i) sum += lin[i];
+  }
+  return sum;
 }
 
 }  // namespace
@@ -66,27 +86,33 @@ float MeanLinearPower(const TSorData& sor, const float* lin, long first, long en
 float RefMathPower(TSorData* sor, float* lin, long first, long count, int mode) {
   const long points = sor->DataPts->GetPointsNum();
   if (first >= points || count < 1) return 0.0f;
-  const HeldStretch stretch(*sor, first, count);
-  const long end = std::min(stretch.end, points);
-  if (mode == 0) return LevelMean<float>(*sor).Over(stretch.first, end);
-  const float mean = MeanLinearPower(*sor, lin, stretch.first, end);
+  const Window window(first, count, points);
+  const auto taken = static_cast<float>(window.count() - window.behind);
+  if (mode == 0) {
+    const LevelMean<float> levels(*sor);
+    const float before = SumOutside(window.before, [&levels] { return levels.LevelOf(kOutside); });
+    return levels.SumFrom(before, window.first, window.end) / taken;
+  }
+  const float mean = LinearPowerOf(*sor, lin, window) / taken;
   if (mode == 2) return mean;
   return sor->QRTParams->NLogToLog(sor->QRTParams->LinToLog5(mean));
 }
 
 double RefMathPower(TSorData* sor, double owt, double width, int mode) {
-  const long first = reflyze::PointAtOwt(*sor, owt);
+  const long first = TruncToLong(sor->OwtTofNum(owt));
   const double end = sor->OwtTofNum(owt + width);
-  const long count = reflyze::TruncToLong(end - static_cast<double>(first) + 0.5);
+  const long count = TruncToLong(end - static_cast<double>(first) + 0.5);
   return RefMathPower(sor, first, count, mode);
 }
 
 double RefMathAveragePointInSection(TSorData* sor, double owt1, double owt2, double scale) {
-  const long first = reflyze::PointAtOwt(*sor, owt1);
-  const long last = reflyze::PointAtOwt(*sor, owt2);
+  const long first = TruncToLong(sor->OwtTofNum(owt1));
+  const long last = TruncToLong(sor->OwtTofNum(owt2));
   if (first == last) return sor->NumToLevel(first) * scale;
   if (last < first) return 0.0;  // an empty section, answered like an empty stretch
-  double sum = 0.0;
-  for (long i = first; i <= last; ++i) sum += sor->NumToLevel(i) * scale;
-  return sum / static_cast<double>(last - first + 1);
+  const Window window(first, last - first + 1, sor->DataPts->GetPointsNum());
+  const auto outsideDb = [&] { return sor->NumToLevel(kOutside) * scale; };
+  double sum = SumOutside(window.before, outsideDb);
+  for (long i = window.first; i < window.end; ++i) sum += sor->NumToLevel(i) * scale;
+  return (sum + SumOutside(window.behind, outsideDb)) / static_cast<double>(window.count());
 }

@@ -80,6 +80,27 @@ TEST(Reflection, MeanHeightBesideAStep) {
   EXPECT_NEAR(RefEventReflection(sor.get(), 1000L, -15.0, 1300L, endDb, kLossDb),
               Reflectance(Power(kHeightDb) - 1.0), 0.01);
   EXPECT_EQ(RefEventReflection(sor.get(), 1000L, -15.0, 1000L, endDb, kLossDb), 0.0);
+  // A pulse that begins or ends outside the trace, at -65.5 dB there, however long.
+  const auto off = BuildTrace(200, [](long) { return -15.0; });
+  const struct {
+    long point;
+    short pulseNs;
+    int spacing;  // 1e-4 of 100 ps
+    double meanDb;
+  } kCases[] = {{150, 100, 50000, -50.5 * 50 / 99},
+                {-30, 100, 50000, -50.5 * 29 / 99},
+                {-100, 1000, 50000, -50.5 * 799 / 999},
+                {300, 100, 50000, -50.5},
+                {0, 32767, 1, -50.5},
+                {100, 1000, 0, -50.5}};
+  for (const auto& c : kCases) {
+    off->FxdParams->PWU[0] = c.pulseNs;
+    off->FxdParams->DS[0] = c.spacing;
+    // Over the line of a splice that loses 120 dB, which is 60 dB in the middle of the pulse.
+    EXPECT_NEAR(RefEventReflection(off.get(), c.point, -15.0, c.point + 100, -15.0 - 120.0, 120.0),
+                RefEventReflection(off.get(), off->NumToOwt(c.point), c.meanDb + 60.0), 0.01)
+        << c.point << " " << c.pulseNs;
+  }
   sor->FxdParams->PWU[0] = 1;  // of one point
   EXPECT_EQ(RefEventReflection(sor.get(), 1000L, -15.0, 1300L, endDb, kLossDb), 0.0);
 }

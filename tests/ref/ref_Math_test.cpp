@@ -46,14 +46,32 @@ TEST(RefMathPower, AveragesDbOrLinearPower) {
 TEST(RefMathPower, EndsOfTheTrace) {
   auto sor = BuildTrace(100, [](long) { return -10.0; });
   float* lin = RefEmbGetLinf(sor.get());
-  EXPECT_NEAR(RefMathPower(sor.get(), 90L, 20L, 0), (-10.0 - 65.5) / 2, 1e-6) << "outside reads -65.5 dB";
-  EXPECT_NEAR(RefMathPower(sor.get(), lin, 90L, 20L, 0), -10.0, 1e-5) << "the array form is cut";
-  for (long first : {100L, 5000L, std::numeric_limits<long>::max()}) {
+  // A window counts the points that it has outside, at -65.5 dB or their power, even where there are more
+  // than anybody could walk over. The array form is cut at the end of the trace and not at its beginning.
+  constexpr long kMost = std::numeric_limits<long>::max();
+  const struct {
+    long first, count;
+    double shareOnTrace, shareUpToTheEnd;
+  } kCases[] = {{90, 20, 0.5, 1.0},        {-10, 20, 0.5, 0.5},     {-10, 120, 100.0 / 120, 100.0 / 110},
+                {50, 500, 0.1, 1.0},       {0, 1000000, 1e-4, 1.0}, {-900, 1000, 0.1, 0.1},
+                {-kMost, kMost, 0.0, 0.0}, {50, kMost, 0.0, 1.0}};
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(testing::Message() << c.first << " " << c.count);
+    const auto meanDb = [](double share) { return -65.5 + share * 55.5; };
+    EXPECT_NEAR(RefMathPower(sor.get(), c.first, c.count, 0), meanDb(c.shareOnTrace), 1e-5);
+    EXPECT_NEAR(RefMathPower(sor.get(), lin, c.first, c.count, 0), meanDb(c.shareUpToTheEnd), 1e-4);
+    // Linear power counts from the floor of -60 dB: -65.5 dB are -12.6 of it.
+    const auto meanLin = [](double share) { return -12.589 + share * (1e10 + 12.589); };
+    const double power = RefMathPower(sor.get(), lin, c.first, c.count, 2);
+    EXPECT_NEAR(power / meanLin(c.shareUpToTheEnd), 1.0, 1e-3);
+    EXPECT_NEAR(RefMathPower(sor.get(), c.first, c.count, 1),
+                sor->QRTParams->LinToLog5(meanLin(c.shareOnTrace)), 1e-3);
+    EXPECT_EQ(RefMathPower(sor.get(), nullptr, c.first, c.count, 0),
+              RefMathPower(sor.get(), lin, c.first, c.count, 0));
+  }
+  for (long first : {100L, 5000L, kMost}) {
     EXPECT_EQ(RefMathPower(sor.get(), lin, first, 20L, 1), 0.0f);
   }
-  // Points before the array read as levels do, and the array is not touched there.
-  EXPECT_NEAR(RefMathPower(sor.get(), lin, -10L, 20L, 0), (-10.0 - 65.5) / 2, 1e-5);
-  EXPECT_EQ(RefMathPower(sor.get(), lin, -10L, 20L, 1), RefMathPower(sor.get(), nullptr, -10L, 20L, 1));
 }
 
 TEST(RefMathPower, ExpandsLevelsBelowTheFloor) {
@@ -94,6 +112,14 @@ TEST(RefMathAveragePointInSection, IncludesBothEnds) {
   EXPECT_NEAR(RefMathAveragePointInSection(sor.get(), 2 * spacing, 4 * spacing, 1.0), -13.0, 1e-6);
   EXPECT_NEAR(RefMathAveragePointInSection(sor.get(), 2 * spacing, 2.9 * spacing, 2.0), -24.0, 1e-6);
   EXPECT_EQ(RefMathAveragePointInSection(sor.get(), 4 * spacing, 2 * spacing, 1.0), 0.0);
+  // A time base that promises more points than there are: the mean counts them too.
+  sor->FxdParams->NPPW[0] = 2000000000;
+  const double tenDb = 10 * -24.5, promised = 1.9e9;
+  EXPECT_NEAR(RefMathAveragePointInSection(sor.get(), 10 * spacing, 39 * spacing, 2.0),
+              2.0 * (tenDb + 20 * -65.5) / 30, 1e-5);
+  EXPECT_NEAR(RefMathAveragePointInSection(sor.get(), 0.0, promised * spacing, 1.0), -65.5, 1e-5);
+  EXPECT_NEAR(RefMathPower(sor.get(), 10 * spacing, 30 * spacing, 0), (tenDb + 20 * -65.5) / 30, 1e-5);
+  EXPECT_NEAR(RefMathPower(sor.get(), 50 * spacing, 30 * spacing, 0), -65.5, 1e-5);
 }
 
 // --- Scatter ---
