@@ -251,6 +251,10 @@ void TSorBlockEmbData::Read(TSorFile* file) {
     SetTNED(static_cast<unsigned short>(read));
     throw;
   }
+  // The records behind the end of the data are there, and hold nothing.
+  if (read < count && reflyze::ReadBudget::Affords(*file, count - read, sizeof(TEmbData1E))) {
+    for (; read < count; ++read) records_.SetData(new TEmbData1E(), read);
+  }
   SetTNED(static_cast<unsigned short>(read));
 }
 

@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "sor/sorFields.h"
+#include "sor/sorReadBudget.h"
 #include "util/tarray.h"
 
-// Rows of a field list whose number of entries stands on file before them and is not to be trusted: the
-// reader makes room for what it has found, and stops where the data end, so that a short file can't ask for
-// much memory. All other visitors see plain rows.
+// Rows of a field list whose number of entries stands on file before them and is not to be trusted. All
+// visitors but the reader see plain rows.
 namespace reflyze {
 
 // How many entries a block lists in arrays beside their count: the count, but never more than the arrays
@@ -21,7 +21,9 @@ long Listed(long count, const Arrays&... arrays) {
 }
 
 // Sub-blocks that the block owns in `items`, after their 2-byte count: each(item, visitor) walks the fields
-// of one. The item in which the data end is kept, and is the last.
+// of one. There are as many as the count says, wherever the data end: what is missing keeps its defaults, so
+// that an entry for each event is one for each event still. A reading that can't afford them keeps those that
+// it has found.
 template <class Visitor, class Items, class Each>
 void OwnedList(Visitor& v, const char* countLabel, const char* label, const char* heading, Items& items,
                Each&& each, int since = 0) {
@@ -31,14 +33,17 @@ void OwnedList(Visitor& v, const char* countLabel, const char* label, const char
     unsigned short count = 0;
     v.Int(countLabel, count);
     items.Clear();
-    int held = 0;
-    for (; held < count && !v.Ended(); ++held) {
-      if (held == items.GetSize()) items.SetSize(std::min<int>(count, std::max(16, 2 * held)));
+    items.SetSize(count);
+    bool ended = false;
+    for (int i = 0; i < count; ++i) {
+      if (!ended && v.Ended()) {
+        ended = true;
+        if (!ReadBudget::Affords(v.file(), count - i, sizeof(Item))) return items.SetSize(i);
+      }
       auto item = std::make_unique<Item>();
-      each(*item, v);
-      items.SetData(item.release(), held);
+      if (!ended) each(*item, v);
+      items.SetData(item.release(), i);
     }
-    items.SetSize(held);
   } else {
     const auto count = static_cast<unsigned short>(std::min(items.GetSize(), 0xFFFF));
     v.Int(countLabel, count, since);
@@ -52,7 +57,8 @@ void OwnedList(Visitor& v, const char* countLabel, const char* label, const char
   }
 }
 
-// Integers after their 4-byte count. The count itself is a matter of the file only.
+// Integers after their 4-byte count, as many as the file has: a short file can't ask for much memory. The
+// count itself is a matter of the file only.
 template <class Visitor, class Values>
 void CountedArray(Visitor& v, const char* label, Values& values, int since) {
   if constexpr (std::is_same<Visitor, FieldReader>::value) {

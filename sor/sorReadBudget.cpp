@@ -15,6 +15,7 @@ constexpr unsigned long long kFreeBytes = 64ull << 20;
 // of a record with all its blocks in their default state.
 constexpr unsigned long long kObjectBytes = 256;
 constexpr unsigned long long kRecordBytes = 8192;
+constexpr unsigned long long kWithTexts = 2;  // times its own size: each text of an object stands apart
 
 thread_local ReadBudget* innermost = nullptr;
 
@@ -51,14 +52,23 @@ void ReadBudget::Charge(TSorFile& file, unsigned long start, long objects) {
   if (level == nullptr) return;
   const unsigned long position = file.Tell();
   const unsigned long long bytes = position > start ? position - start : 0;
+  // A file on disk may stand anywhere behind its end: only a place where something was read is in it.
   level->account_->Add(bytes + static_cast<unsigned long long>(std::max(objects, 0L)) * kObjectBytes,
-                       position);
+                       bytes > 0 ? position : 0);
 }
 
-void ReadBudget::Add(unsigned long long bytes, unsigned long position) {
+bool ReadBudget::Affords(TSorFile& file, long objects, unsigned long objectBytes) {
+  const ReadBudget* level = Innermost(file);
+  const unsigned long long bytes = static_cast<unsigned long long>(objects) * objectBytes * kWithTexts;
+  return level == nullptr || level->account_->Add(bytes, 0);
+}
+
+bool ReadBudget::Add(unsigned long long bytes, unsigned long position) {
   charged_ += bytes;
   furthest_ = std::max(furthest_, position);
-  if (charged_ > kFreeBytes + kTimesOver * furthest_) file_.state = sfReadError;
+  const bool affords = charged_ <= kFreeBytes + kTimesOver * furthest_;
+  if (!affords) file_.state = sfReadError;
+  return affords;
 }
 
 }  // namespace reflyze

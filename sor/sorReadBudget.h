@@ -30,10 +30,13 @@ class ReadBudget {
   static int Depth(const TSorFile& file);
   // Charges the bytes from `start` to where the stream stands, and `objects` small objects made for them.
   static void Charge(TSorFile& file, unsigned long start, long objects = 0);
+  // Charges objects that a file announces and does not hold, of that size each, and says whether the reading
+  // can still afford them. If not, the state becomes sfReadError. A stream without an account affords all.
+  static bool Affords(TSorFile& file, long objects, unsigned long objectBytes);
 
  private:
   static ReadBudget* Innermost(const TSorFile& file);
-  void Add(unsigned long long bytes, unsigned long position);
+  bool Add(unsigned long long bytes, unsigned long position);
 
   TSorFile& file_;
   ReadBudget* const outer_;    // the level that was innermost before, on whatever stream

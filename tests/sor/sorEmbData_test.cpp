@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "sor/sorReadBudget.h"
@@ -124,11 +125,22 @@ TEST(SorEmbData, TextsAreThrown) {
 TEST(SorEmbData, KeepsWhatAShortFileHas) {
   const Bytes whole =
       BlockBytes({Embedded("x", 5, "abcde"), Embedded("y", 5, "fghij"), Embedded("z", 0, "")});
-  for (size_t size = 0; size < whole.size(); ++size) {
+  const size_t head = BlockBytes({}).size();
+  for (size_t size = head - 2; size < whole.size(); ++size) {  // cut in its ID the block is one without an ID
+    SCOPED_TRACE(size);
     TSorBlockEmbData block;
-    EXPECT_EQ(ReadFrom(block, whole.substr(0, size), 200).state, sfEndOfData) << size;
-    const Bytes copy = blocktest::BytesOf(block, 200);
-    EXPECT_LE(copy.size(), size + 17) << size;  // at most the head of one record more
+    EXPECT_EQ(ReadFrom(block, whole.substr(0, size), 200).state, sfEndOfData);
+    ASSERT_EQ(block.GetTNED(), size < head ? 0 : 3);
+    if (size < head) continue;
+    // Whole records, a part of one, and those that hold nothing.
+    for (int i = 0; i < 2; ++i) {
+      const size_t end = whole.find(i == 0 ? "abcde" : "fghij");
+      EXPECT_EQ(block.GetEmbData(i)->DataSize, static_cast<int>(std::clamp(size, end, end + 5) - end)) << i;
+      EXPECT_EQ(block.GetEmbData(i)->GetID() == "id", size >= end - 8) << i;
+    }
+    TSorBlockEmbData back;
+    EXPECT_EQ(ReadFrom(back, blocktest::BytesOf(block, 200), 200).state, sfOk);
+    EXPECT_EQ(back.GetTNED(), 3);
   }
   TSorBlockEmbData block;
   EXPECT_EQ(ReadFrom(block, BlockBytes({Embedded("x", 0x7FFFFFFF, "abc")}), 200).state, sfEndOfData);
@@ -200,6 +212,27 @@ TEST(SorEmbData, NestingHasAnEnd) {
   EXPECT_EQ(reflyze::NestingDepth(record), most);
   EXPECT_EQ(ReadInto(record, recordtest::BytesOf(*Nested(most + 1))), sfReadError);
   EXPECT_EQ(reflyze::NestingDepth(record), most);
+}
+
+// Each of many records in each other announces as many as a list can have, and the file ends inside them all.
+TEST(SorEmbData, AnnouncedRecordsAreBounded) {
+  constexpr int kMost = 0xFFFF;
+  for (const int depth : {1, 2, 40}) {
+    Bytes bytes;
+    for (int i = 0; i < depth; ++i) {
+      const Bytes body = Layout().Short(kMost).Raw(Embedded("SOR", 1, bytes)).bytes();
+      bytes = RecordLayout().Block("EmbData", 200, body).bytes();
+    }
+    TSorData record;
+    EXPECT_EQ(ReadInto(record, bytes), depth < 5 ? sfEndOfData : sfReadError) << depth;
+    int full = 0;
+    for (const TSorData* level = &record; level != nullptr;
+         level = level->EmbData->GetEmbData(0)->GetRecord()) {
+      if (level->EmbData->GetTNED() == 0) break;
+      full += level->EmbData->GetTNED() == kMost ? 1 : 0;
+    }
+    EXPECT_EQ(full, std::min(depth, 5)) << depth;
+  }
 }
 
 // The map of the inner record announces less than nothing for itself, so that its first block is the block

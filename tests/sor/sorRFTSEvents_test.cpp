@@ -73,17 +73,25 @@ TEST(RftsEvents, BytesByRevision) {
 }
 
 TEST(RftsEvents, DamagedFiles) {
+  // Cut anywhere behind their count, there are as many entries, and those that are missing are as new.
   const Bytes whole = SampleBytes(204);
+  const size_t count = whole.find(Layout().Short(4).Short(2).Short(6).bytes()) + 2;
   for (size_t size = 0; size < whole.size(); ++size) {
+    SCOPED_TRACE(size);
     TSorBlockRFTSEvents block;
-    EXPECT_EQ(ReadFrom(block, whole.substr(0, size), 204).state, sfEndOfData) << size;
-    EXPECT_LE(block.GetTNRFTSE(), 2);
+    EXPECT_EQ(ReadFrom(block, whole.substr(0, size), 204).state, sfEndOfData);
+    ASSERT_EQ(block.GetTNRFTSE(), size < count + 2 ? 0 : 2);
+    if (size < count + 2) continue;
+    EXPECT_EQ(block.GetEvent(0)->LT.GetDeviation(), size < count + 6 ? 0 : 100);
+    EXPECT_EQ(block.GetEvent(1)->Flags, 0);
   }
   Bytes manyEntries = whole;
-  manyEntries.replace(whole.find(Layout().Short(4).Short(2).Short(6).bytes()) + 2, 2, "\xFF\xFF");
+  manyEntries.replace(count, 2, "\xFF\xFF");
   TSorBlockRFTSEvents block;
   EXPECT_EQ(ReadFrom(block, manyEntries, 204).state, sfEndOfData);
-  EXPECT_EQ(block.GetTNRFTSE(), 3);  // two, and what the fields behind them look like
+  EXPECT_EQ(block.GetTNRFTSE(), 0xFFFF);
+  EXPECT_EQ(block.GetEvent(2)->LT.Flags, 2);  // what stands behind the entries is taken for one more
+  EXPECT_EQ(block.GetEvent(3)->LT.Flags, 0);
   EXPECT_EQ(block.GetEvent(0)->LT.GetDeviation(), 100);
   for (TSorBlock* part : {static_cast<TSorBlock*>(&block), static_cast<TSorBlock*>(block.GetEvent(0)),
                           static_cast<TSorBlock*>(&block.EELD)}) {

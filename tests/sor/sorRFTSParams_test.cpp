@@ -109,20 +109,31 @@ TEST(RftsParameters, BytesByRevision) {
   }
 }
 
-TEST(RftsParameters, EveryTruncationEndsAndCountsWhatIsThere) {
-  const Bytes whole = SampleBytes(203);
+// Cut anywhere behind a count, there are as many entries, and those that are missing are as new.
+TEST(RftsParameters, EveryTruncationKeepsTheCounts) {
+  const Bytes whole = SampleBytes(203), set = BytesOfSet(true, 21);
+  const size_t levels = whole.find(Layout().Short(2).Short(1).Text("FAIL ").bytes()) + 2;
+  const size_t sets = whole.find(set + Layout().Short(2).bytes()) + set.size() + 2;
+  const size_t parameters = whole.size() - Layout().Text("AutoLT").Long(0).Short(0).bytes().size();
   for (size_t size = 0; size < whole.size(); ++size) {
+    SCOPED_TRACE(size);
     TSorBlockRFTSParameters block;
-    EXPECT_EQ(ReadFrom(block, whole.substr(0, size), 203).state, sfEndOfData) << size;
-    EXPECT_LE(block.GetTNL(), 2);
-    for (int i = 0; i < block.GetTNL(); ++i) EXPECT_LE(block.GetLevel(i)->GetTNTS(), 2);
+    EXPECT_EQ(ReadFrom(block, whole.substr(0, size), 203).state, sfEndOfData);
+    EXPECT_EQ(block.GetTNUP(), size < parameters ? 0 : 1);
+    ASSERT_EQ(block.GetTNL(), size < levels ? 0 : 2);
+    if (block.GetTNL() != 2) continue;
+    ASSERT_EQ(block.GetLevel(0)->GetTNTS(), size < sets ? 0 : 2);
+    EXPECT_EQ(block.GetLevel(1)->RevisionNo, 203);
+    if (size >= sets) {
+      EXPECT_EQ(block.GetLevel(0)->GetThresholdsSet(1)->IsEnabled(), size < sets + set.size() + 2);
+    }
     TSorBlockRFTSParameters again;
-    EXPECT_EQ(ReadFrom(again, BytesOf(block, 203), 203).state, sfOk) << size;
+    EXPECT_EQ(ReadFrom(again, BytesOf(block, 203), 203).state, sfOk);
+    EXPECT_EQ(again.GetTNL(), 2);
   }
 }
 
-// 65535 levels of 65535 sets each would be terabytes.
-TEST(RftsParameters, CountsBeyondTheDataEndWithIt) {
+TEST(RftsParameters, CountsBeyondTheDataAreKept) {
   Bytes bytes = SampleBytes(203);
   const size_t levels = bytes.find(Layout().Short(2).Short(1).Text("FAIL ").bytes());
   ASSERT_NE(levels, Bytes::npos);
@@ -131,9 +142,11 @@ TEST(RftsParameters, CountsBeyondTheDataEndWithIt) {
   bytes.replace(bytes.find(set + Layout().Short(2).bytes()) + set.size(), 2, "\xFF\xFF");
   TSorBlockRFTSParameters block;
   EXPECT_EQ(ReadFrom(block, bytes, 203).state, sfEndOfData);
-  EXPECT_EQ(block.GetTNL(), 1);
-  EXPECT_LE(block.GetLevel(0)->GetTNTS(), 5);
+  EXPECT_EQ(block.GetTNL(), 0xFFFF);
+  EXPECT_EQ(block.GetLevel(0)->GetTNTS(), 0xFFFF);
   EXPECT_EQ(block.GetLevel(0)->GetThresholdsSet(1)->LT.AbsoluteThreshold, 22);
+  EXPECT_EQ(block.GetLevel(0)->GetThresholdsSet(0xFFFE)->LT.AbsoluteThreshold, 0);
+  EXPECT_EQ(block.GetLevel(1)->GetTNTS(), 0);
 }
 
 template <class Action>
