@@ -142,13 +142,21 @@ class TSorData::Reader {
       if (line.Size <= 0) continue;
       if (file_.state == sfEndOfData && wanted == Wanted::kAll) break;
       if (file_.state != sfOk) return false;
-      file_.Seek(static_cast<unsigned long>(nextBlock_));
+      SeekNextBlock();
       nextBlock_ += line.Size;
-      // At a place that the stream does not have there is no block, and what stands at the old place is
-      // another one.
+      // At a place before the stream there is no block, and what stands at the old place is another one.
       if (file_.state == sfOk) ReadBlock(line, wanted);
     }
     return true;
+  }
+
+  // A file on disk can stand behind its end and is read into sfEndOfData there, as one that is cut short. A
+  // buffer has no such place, and ends the same way from its last: where the bytes of a record are kept makes
+  // no difference to what is read of it.
+  void SeekNextBlock() {
+    const bool isBuffer = file_.FileType == TSorFile::ftMemory || file_.FileType == TSorFile::ftFixedBuffer;
+    const long long end = isBuffer ? static_cast<long long>(file_.GetDataSize()) : nextBlock_;
+    file_.Seek(static_cast<unsigned long>(std::min(nextBlock_, end)));
   }
 
   void ReadBlock(const TSorBlockMapBlockInfo& line, Wanted wanted) {

@@ -234,30 +234,45 @@ TEST(SorDataFile, AfterAReading) {
 
 TEST(SorDataFile, MapsThatLie) {
   const Bytes points = PointsBody({1, 2});
+  const auto withPoints = [&points] { return RecordLayout().Block("DataPts", 200, points); };
   const struct {
     const char* what;
     Bytes bytes;
     int state;
     long points;
+    bool ranThrough;
   } kCases[] = {
-      {"too new", RecordLayout(300).Block("DataPts", 200, points).bytes(), sfReadError, 0},
-      {"empty", "", sfEndOfData, 0},
-      {"no blocks", RecordLayout().bytes(), sfOk, 0},
-      {"less than no blocks", RecordLayout().Block("DataPts", 200, points).CountOff(-2).bytes(), sfOk, 0},
-      {"more blocks than lines", RecordLayout().Block("A", 200, "").CountOff(32765).bytes(), sfEndOfData, 0},
-      {"place before the file", RecordLayout().Block("DataPts", 200, points).MapSizeOff(-1000).bytes(),
-       sfSeekError, 0},
-      {"place behind the file", RecordLayout().Block("DataPts", 200, points).MapSizeOff(1000).bytes(),
-       sfSeekError, 0},
+      {"too new", RecordLayout(300).Block("DataPts", 200, points).bytes(), sfReadError, 0, false},
+      {"empty", "", sfEndOfData, 0, false},
+      {"no blocks", RecordLayout().bytes(), sfOk, 0, true},
+      {"less than no blocks", withPoints().CountOff(-2).bytes(), sfOk, 0, true},
+      {"more blocks than lines", RecordLayout().Block("A", 200, "").CountOff(32765).bytes(), sfEndOfData, 0,
+       false},
+      {"place before the file", withPoints().MapSizeOff(-1000).bytes(), sfSeekError, 0, true},
+      {"then another", withPoints().Block("A", 200, "").MapSizeOff(-1000).bytes(), sfSeekError, 0, false},
+      {"place behind the file", withPoints().MapSizeOff(1000).bytes(), sfEndOfData, 0, true},
+      {"then others", withPoints().Block("A", 200, "").Block("DataPts", 200, points).MapSizeOff(1000).bytes(),
+       sfEndOfData, 0, true},
       {"largest size", RecordLayout().Block("A", 200, "", 0x7FFFFFFF).Block("DataPts", 200, points).bytes(),
-       sfEndOfData, 0},
-      {"size too small", RecordLayout().Block("DataPts", 200, points, 3).bytes(), sfOk, 2},
+       sfEndOfData, 0, true},
+      {"known block of the largest size",
+       RecordLayout().Block("Cksum", 200, "ab", 0x7FFFFFFF).Block("A", 200, "").Block("B", 200, "").bytes(),
+       sfEndOfData, 0, true},
+      {"size too small", RecordLayout().Block("DataPts", 200, points, 3).bytes(), sfOk, 2, true},
   };
+  const std::string name = ::testing::TempDir() + "sorDataFile_lies.sor";
   for (const auto& c : kCases) {
-    TSorData record;
-    EXPECT_EQ(ReadInto(record, c.bytes), c.state) << c.what;
-    EXPECT_EQ(record.DataPts->GetPointsNum(), c.points) << c.what;
-    BytesOf(record);
+    SCOPED_TRACE(c.what);
+    TSorData record, fromDisk;
+    EXPECT_EQ(ReadInto(record, c.bytes), c.state);
+    EXPECT_EQ(record.DataPts->GetPointsNum(), c.points);
+    // The linear trace is made at the very end of a reading, which one that is only cut short comes to.
+    EXPECT_EQ(record.EmbData->GetEmbData("LINF") != nullptr, c.ranThrough);
+    std::ofstream(name, std::ios::binary) << c.bytes;
+    EXPECT_EQ(fromDisk.Read(name.c_str(), "rb"), c.state);
+    EXPECT_EQ(fromDisk.SpecialCount, record.SpecialCount);
+    EXPECT_TRUE(BytesOf(fromDisk) == BytesOf(record));
+    std::remove(name.c_str());
   }
   // What is behind the cut of an unknown block does not come back as zeros.
   TSorData record;
