@@ -255,15 +255,19 @@ bool NoiseFloor::TraceEndsBeforeRange() {
 void NoiseFloor::MeasureTail() { sor_->GetMinMax(Share(0.98), maxOwt_, tailMinDb_, tailDb_); }
 
 // Without figures from the instrument. A record that has a level floor, and a stored noise floor well above
-// it and below the tail, is trusted. One without a level floor takes the lowest level of its points; one that
-// has a floor keeps it, for the linear trace stands on it.
+// it and below the tail, is trusted. In any other the level floor becomes the lowest level that the reading
+// of the record has worked out, cut to whole units of the field. The floor goes to file: there it is the same
+// however often it was settled, and whoever had set the field since. A record whose levels were never worked
+// out has nothing to set it to, and keeps what it has or takes the lowest level of its points.
 bool NoiseFloor::SettleLevelFloor() {
-  const double lowestDb = scale_.MAX != 0 ? scale_.GetMAX() : sor_->DataPts->GetMinLevel();
+  const double lowestDb = sor_->HasCalculatedLevels() ? sor_->GetMinLevel()
+                          : scale_.MAX != 0           ? scale_.GetMAX()
+                                                      : sor_->DataPts->GetMinLevel();
   if (scale_.MAX != 0 && storedDb_ < tailDb_ && storedDb_ - lowestDb > 1.0) {
     candidateDb_ = storedDb_;
     return true;
   }
-  if (scale_.MAX == 0) scale_.SetMAX(lowestDb);
+  if (scale_.MAX == 0 || sor_->HasCalculatedLevels()) scale_.SetMAX(lowestDb);
   const long points = sor_->DataPts->GetPointsNum();
   const float slopeDbPerPoint = static_cast<float>(RefAutoGetLoss(sor_) * fixed_.LenDS());
   // The last difference ends behind the last point and sees the -65.5 dB there: only a tail that lies as low

@@ -61,7 +61,7 @@ void TSorData::Init() {
   Special = new TSorBlockSpecial*[1]();
   std::fill(std::begin(Reserved), std::end(Reserved), 0);
   OriginFlag = 1;
-  MinLevel = -1.0;
+  MinLevel = kUncalculatedDb;
   MaxLevel = 0.0;
 }
 

@@ -49,7 +49,8 @@ class TSorData {
   // Whether the record comes from an instrument of this family. That is not judged here: every record counts
   // as one.
   unsigned char OriginFlag = 1;
-  double MinLevel = -1.0;  // range of the display scale, dB
+  static constexpr double kUncalculatedDb = -1.0;
+  double MinLevel = kUncalculatedDb;  // range of the display scale, dB; see CalculateValues
   double MaxLevel = 0.0;
 
   TSorData();
@@ -121,6 +122,8 @@ class TSorData {
   double GetMinLen() const { return OwtToLen(GetMinOwt()); }
   double GetMaxLen() const { return OwtToLen(GetMaxOwt()); }
   double GetMinLevel() const { return MinLevel; }
+  // Whether a reading or a host has worked the range out; a record built in memory may go without.
+  bool HasCalculatedLevels() const { return MinLevel != kUncalculatedDb; }
   double GetMaxLevel() const { return MaxLevel; }
   void SetMinLevel(double v) { MinLevel = v; }
   void SetMaxLevel(double v) { MaxLevel = v; }

@@ -149,27 +149,45 @@ TEST(RefAutoReSetNF, WeighsRecordInstrumentAndTail) {
 }
 
 TEST(RefAutoReSetNF, GivesARecordWithoutLevelFloorOne) {
-  TraceSpec spec = LinkWithTail();
-  spec.noiseFloorDb = 0.0;
-  auto sor = BuildTrace(spec);
-  sor->EmbData->Clear();
-  sor->QRTParams->MAX = 0;
-  const double nf = RefAutoReSetNF(sor.get());
-  EXPECT_NEAR(sor->QRTParams->GetMAX(), sor->DataPts->GetMinLevel(), 0.002);
-  EXPECT_NEAR(nf, kNoisePeakDb, 1.5);
+  for (const bool calculated : {true, false}) {
+    TraceSpec spec = LinkWithTail();
+    spec.noiseFloorDb = 0.0;
+    auto sor = BuildTrace(spec);
+    sor->EmbData->Clear();
+    sor->QRTParams->MAX = 0;
+    sor->SetMinLevel(TSorData::kUncalculatedDb);
+    if (calculated) sor->CalculateValues();
+    const double nf = RefAutoReSetNF(sor.get());
+    EXPECT_NEAR(sor->QRTParams->GetMAX(), sor->DataPts->GetMinLevel(), 0.001);
+    EXPECT_NEAR(nf, kNoisePeakDb, 1.5);
+  }
 }
 
-// The linear trace stands on the level floor, so a settlement moves it neither to new points nor by rounding.
-TEST(RefAutoReSetNF, KeepsTheLevelFloorOfARecordThatHasOne) {
+// Whatever the field holds by now, the floor is that of the levels as they were read, cut to whole units:
+// once a floor of 44.998 dB comes out as 44.997, and stays there. Levels that were never worked out leave the
+// field.
+TEST(RefAutoReSetNF, SettlesTheLevelFloorOnTheCalculatedLevels) {
   TraceSpec spec = LinkWithTail();
   auto sor = BuildTrace(spec);
-  sor->DataPts->SetLevel(19000, -60.0);
-  for (int floor = 44900; floor < 45000; ++floor) {
-    sor->QRTParams->MAX = static_cast<unsigned short>(floor);
+  const auto settled = [&sor](int field) {
+    sor->QRTParams->MAX = static_cast<unsigned short>(field);
     sor->FxdParams->SetNF(kNoisePeakDb + 1.2);
     RefAutoReSetNF(sor.get());
-    ASSERT_EQ(sor->QRTParams->MAX, floor);
+    return int{sor->QRTParams->MAX};
+  };
+  int cut = 0;
+  for (int floor = 44900; floor < 45000; ++floor) {
+    sor->QRTParams->MAX = static_cast<unsigned short>(floor);
+    sor->CalculateValues();
+    const int once = settled(floor);
+    ASSERT_EQ(once, static_cast<int>(-sor->GetMinLevel() / 1000 * 1000000.0));
+    ASSERT_EQ(settled(once), once);
+    ASSERT_EQ(settled(floor + 3), once);
+    cut += floor - once;
+    sor->SetMinLevel(TSorData::kUncalculatedDb);
+    ASSERT_EQ(settled(floor), floor);
   }
+  EXPECT_GT(cut, 0);
 }
 
 // A ghost in the tail, of the strong reflection at half its distance: the stretch before it tells the noise,
