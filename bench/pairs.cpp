@@ -98,7 +98,8 @@ class Judge {
       case Happening::kNewSplice:
         return Single([](const cli::CompareRow& row) { return row.isNew; });
       case Happening::kNewReflection:
-        return Single([](const cli::CompareRow& row) { return row.isNew && cli::Reflects(row.event); });
+        return Single(
+            [](const cli::CompareRow& row) { return row.isNew && row.event.reflectanceDb.has_value(); });
       case Happening::kDeadFibre:
       case Happening::kOtherFibre:
         return {table_.result == mrNoLink, true, true, true};
@@ -211,7 +212,8 @@ class Program {
       return TAuto().Compare(&base, &trace, false);
     };
     const int result = cli::ComparePlausibly(*baseline.record, *current.record, compare);
-    const cli::CompareTable table = cli::MakeCompareTable(*baseline.record, *current.record, result);
+    const cli::CompareTable table =
+        cli::MakeCompareTable(*baseline.record, *current.record, result, cli::Numbers::kMeasured);
     const Verdict verdict = Judge(happening, pair, table).Judged();
     if (!verdict.Right()) Tell(name, pair, seed, table);
     return verdict;

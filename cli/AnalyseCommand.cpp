@@ -1,7 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
 #include "cli/Stretches.h"
+#include "cli/Text.h"
 #include "cli/UsableTrace.h"
 
 namespace reflyze::cli {
@@ -26,6 +26,8 @@ struct AnalyseOptions {
   std::vector<std::string> traces;
   std::string output;
   bool endsOnly = false;
+  bool module = false;  // its answer alone
+  bool dropUnknown = false;
   ThresholdOptions thresholds;
   std::string format = "text";
   unsigned jobs = 0;  // 0: as many as the machine has cores
@@ -33,15 +35,29 @@ struct AnalyseOptions {
 };
 
 std::string Listing(const EventTable& table, const std::string& format) {
-  if (format == "json") {
-    // The JSON library asks the C library for the decimal point, whose answer lies in memory that threads
-    // share.
-    static std::mutex asking;
-    const std::lock_guard<std::mutex> lock(asking);
-    return JsonOf(table);
-  }
+  if (format == "json") return JsonOf(table);
   if (format == "csv") return CsvOf(table);
   return TextOf(table);
+}
+
+// "Name, OtherName".
+std::string UnknownBlocks(const TSorData& record) {
+  std::string names;
+  for (int i = 0; i < record.SpecialCount; ++i)
+    names += (names.empty() ? "" : ", ") + Utf8(record.Special[i]->MapID);
+  return names;
+}
+
+// What a reader of the table should know of the trace, beside what its file is worth.
+void AddWarnings(LoadedRecord& loaded, bool storesUnknown) {
+  if (!KnowsBackscatter(*loaded.record))
+    loaded.warnings.push_back("states no backscatter coefficient, without which no reflectance can be told");
+  if (storesUnknown && loaded.record->SpecialCount > 0) {
+    loaded.warnings.push_back("blocks that no one here knows stay as they are (" +
+                              UnknownBlocks(*loaded.record) +
+                              "); where they hold its maker's event table, two tables are in the stored "
+                              "file (--drop-unknown leaves them out)");
+  }
 }
 
 // What stands between two listings.
@@ -63,6 +79,7 @@ std::vector<LoadedRecord> TracesOf(LoadedRecord loaded) {
   }
   for (int i = 0; i < count; ++i) {
     LoadedRecord trace;
+    trace.given = loaded.given;
     trace.name = loaded.name;
     trace.record = TraceOf(*loaded.record, i);
     traces.push_back(std::move(trace));
@@ -74,11 +91,16 @@ std::vector<LoadedRecord> TracesOf(LoadedRecord loaded) {
 std::string AnalyseTrace(Session& session, const AnalyseOptions& options, const ThresholdSource& source,
                          LoadedRecord& loaded) {
   TTH thresholds = source.For(*loaded.record);
-  Analyse(session, loaded, thresholds, options.endsOnly);
-  std::string listing = Listing(MakeEventTable(loaded.name, *loaded.record, thresholds), options.format);
+  const auto analyse = options.module ? AnalyseByModule : Analyse;
+  analyse(session, loaded, thresholds, options.endsOnly);
+  EventTable table = MakeEventTable(loaded.given, *loaded.record, thresholds,
+                                    options.module ? Numbers::kAsStored : Numbers::kMeasured);
+  if (options.dropUnknown) loaded.record->WriteSpecialBlocks = 0;
+  AddWarnings(loaded, !options.output.empty() && !options.dropUnknown);
+  table.warnings = loaded.warnings;
   if (!options.output.empty()) SaveRecord(*loaded.record, options.output);
   WarnOfFile(session, loaded);
-  return listing;
+  return Listing(table, options.format);
 }
 
 std::string AnalyseFile(Session& session, const AnalyseOptions& options, const ThresholdSource& source,
@@ -157,6 +179,11 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
   command->add_option("-o,--output", options->output, "Store the record with its event table")
       ->check(OutputName());
   command->add_flag("--ends-only", options->endsOnly, "Keep only the first and the last event");
+  command->add_flag("--module", options->module, "Show what the analysis module itself answers");
+  command
+      ->add_flag("--drop-unknown", options->dropUnknown,
+                 "Store no blocks that no one here knows, such as a maker's own event table")
+      ->needs("--output");
   AddThresholdOptions(*command, options->thresholds);
   command->add_option("--format", options->format, "text, json (one object a line) or csv")
       ->check(CLI::IsMember({"text", "json", "csv"}))

@@ -26,11 +26,12 @@ bool HasMarkers(const TSorData& record) {
 
 AnalysedRecord LoadAnalysedRecord(Session& session, const std::string& name,
                                   const ThresholdSource& thresholds, bool anew) {
-  AnalysedRecord analysed{LoadRecord(session, name, NeedPoints::kYes), false};
+  AnalysedRecord analysed{LoadRecord(session, name, NeedPoints::kYes), std::nullopt, false};
   if (!anew && HasMarkers(*analysed.record)) return analysed;
   analysed.eventsReplaced = !anew && analysed.record->KeyEvents->ListedEvents() > 0;
   TTH values = thresholds.For(*analysed.record);
   Analyse(session, analysed, values, false);
+  analysed.thresholds = values;
   return analysed;
 }
 

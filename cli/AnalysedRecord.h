@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,7 +10,8 @@
 namespace reflyze::cli {
 
 struct AnalysedRecord : LoadedRecord {
-  bool eventsReplaced = false;  // it had events, of which nothing said what they were measured on
+  std::optional<TTH> thresholds;  // of the analysis, where one was made
+  bool eventsReplaced = false;    // it had events, of which nothing said what they were measured on
 };
 
 // Reads a trace for what rests on its events. One without events is analysed; so is one whose events have no

@@ -133,6 +133,11 @@ TTH ThresholdSource::For(const TSorData& record) const {
   return thresholds;
 }
 
+void AnalyseByModule(Session& session, LoadedRecord& loaded, TTH& thresholds, bool endsOnly) {
+  CallEngine(loaded.name, "analysed",
+             [&] { session.Module().Analyse(*loaded.record, &thresholds, endsOnly); });
+}
+
 void Analyse(Session& session, LoadedRecord& loaded, TTH& thresholds, bool endsOnly) {
   CallEngine(loaded.name, "analysed", [&] {
     AnalysePlausibly(*loaded.record, thresholds,

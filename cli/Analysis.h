@@ -43,7 +43,11 @@ class ThresholdSource {
   std::unique_ptr<TIniSection> section_;  // none without a document
 };
 
-// Service command 0 or 1 on a loaded record. What the engine throws or asserts becomes a Problem.
+// The module's own answer: service command 0 or 1, and nothing else.
+void AnalyseByModule(Session& session, LoadedRecord& loaded, TTH& thresholds, bool endsOnly);
+
+// The most plausible of the module's answers, or the two ends of it. What the engine throws or asserts
+// becomes a Problem.
 void Analyse(Session& session, LoadedRecord& loaded, TTH& thresholds, bool endsOnly);
 
 }  // namespace reflyze::cli

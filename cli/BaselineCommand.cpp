@@ -7,11 +7,11 @@
 #include "cli/Baseline.h"
 #include "cli/EngineCall.h"
 #include "cli/EventTable.h"
+#include "cli/JsonText.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
 #include "src/RFTSUParams.h"
-#include "util/latin1.h"
 
 namespace reflyze::cli {
 namespace {
@@ -82,6 +82,20 @@ std::vector<Stretch> StretchesOn(const TSorData& record) {
   return stretches;
 }
 
+// The limits as the record holds them, in thousandths.
+Monitoring HeldLimits(const TSorData& record, const Monitoring& asked) {
+  constexpr double kThousandths = 1000.0;
+  const TRFTSLevel& level = *record.RFTSParams->GetActiveLevel();
+  const TThresholdsRFTSSet& limits = *level.GetThresholdsSet(0);
+  Monitoring held = asked;
+  held.level = Utf8(level.GetName());
+  held.ltDb = limits.GetLT().GetThreshold() / kThousandths;
+  held.rtDb = limits.GetRT().GetThreshold() / kThousandths;
+  held.ctDbPerKm = limits.GetCT().GetThreshold() / kThousandths;
+  held.eelDb = level.GetEELT().GetThreshold() / kThousandths;
+  return held;
+}
+
 using Settings = std::vector<std::pair<std::string, double>>;
 
 Settings SettingsOf(const TSorData& record) {
@@ -101,7 +115,8 @@ std::string TextOf(const EventTable& events, const Monitoring& monitoring,
              OneLine(monitoring.level).c_str(), monitoring.ltDb, monitoring.rtDb, monitoring.ctDbPerKm);
   text += "New events   searched in";
   for (size_t i = 0; i < stretches.size(); ++i) {
-    text += Format("%s %.3f to %.3f", i == 0 ? "" : ",", stretches[i].fromKm, stretches[i].toKm);
+    text += Format("%s %.3f to %.3f", i == 0 ? "" : ",", NoMinusZero(stretches[i].fromKm, 3),
+                   NoMinusZero(stretches[i].toKm, 3));
   }
   text += stretches.empty() ? " no section\n" : " km\n";
   for (const auto& [name, value] : settings) text += Format("Setting      %s = %g\n", name.c_str(), value);
@@ -111,7 +126,7 @@ std::string TextOf(const EventTable& events, const Monitoring& monitoring,
 std::string JsonOf(const EventTable& events, const Monitoring& monitoring,
                    const std::vector<Stretch>& stretches, const Settings& settings) {
   nlohmann::ordered_json json = JsonObjectOf(events);
-  json["level"] = {{"name", Utf8(Latin1(monitoring.level).c_str())},
+  json["level"] = {{"name", monitoring.level},
                    {"lt_db", monitoring.ltDb},
                    {"rt_db", monitoring.rtDb},
                    {"ct_db_per_km", monitoring.ctDbPerKm},
@@ -121,7 +136,7 @@ std::string JsonOf(const EventTable& events, const Monitoring& monitoring,
     json["search"].push_back({{"from_km", stretch.fromKm}, {"to_km", stretch.toKm}});
   json["settings"] = nlohmann::ordered_json::object();
   for (const auto& [name, value] : settings) json["settings"][name] = value;
-  return json.dump() + "\n";
+  return JsonText(json) + "\n";
 }
 
 // A joint that the baseline does not list would be told as new with the first search for new events. Whether
@@ -140,16 +155,17 @@ int RunBaseline(Session& session, const BaselineOptions& options) {
   const ThresholdSource thresholds(session, FineEnough(options.monitoring));
   AnalysedRecord loaded = LoadAnalysedRecord(session, options.trace, thresholds, false);
   TSorData& record = *loaded.record;
-  if (record.KeyEvents->ListedEvents() < 2)
+  if (!ShowsFibre(record))
     throw Problem(kUnreadable, loaded.name + ": shows no fibre: nothing to watch behind the launch");
   CallEngine(loaded.name, "watched", [&] { MakeBaseline(record, options.monitoring); });
-  const EventTable events = MakeEventTable(loaded.name, record, thresholds.For(record));
+  const EventTable events = MakeEventTable(loaded.given, record, loaded.thresholds, Numbers::kMeasured);
+  const Monitoring held = HeldLimits(record, options.monitoring);
   const std::vector<Stretch> stretches = StretchesOn(record);
   const Settings settings = SettingsOf(record);
   SaveRecord(record, options.output);
   WarnOfReading(session, loaded);
-  session.Print(options.format == "json" ? JsonOf(events, options.monitoring, stretches, settings)
-                                         : TextOf(events, options.monitoring, stretches, settings));
+  session.Print(options.format == "json" ? JsonOf(events, held, stretches, settings)
+                                         : TextOf(events, held, stretches, settings));
   return kDone;
 }
 

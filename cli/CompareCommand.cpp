@@ -19,6 +19,7 @@ struct CompareOptions {
   std::string baseline, current;
   std::string output;
   bool recheck = false;
+  bool module = false;  // its answer alone
   std::string format = "text";
 };
 
@@ -63,27 +64,32 @@ void RequireUsable(const LoadedRecord& baseline, const LoadedRecord& current, bo
     throw Problem(kUnreadable, current.name + ": holds no results of a comparison to check again");
 }
 
-CompareTable Compare(Session& session, LoadedRecord& baseline, LoadedRecord& current, bool recheck) {
+// The answer of the module to two records as they are, or, where not only that is asked for, the best answer
+// to two records made alike.
+CompareTable Compare(Session& session, LoadedRecord& baseline, LoadedRecord& current, bool recheck,
+                     bool moduleOnly) {
   RequireUsable(baseline, current, recheck);
   TSorData& record = *current.record;
   CompareTable table;
   CallEngine(baseline.name + ", " + current.name, "compared", [&] {
-    MakeComparable(*baseline.record, record);
+    if (!moduleOnly) MakeComparable(*baseline.record, record);
     const auto compare = [&](TSorData& base, TSorData& trace) {
       return session.Module().Compare(base, trace, recheck);
     };
-    const int result =
-        recheck ? compare(*baseline.record, record) : ComparePlausibly(*baseline.record, record, compare);
-    table = MakeCompareTable(*baseline.record, record, result);
+    const int result = recheck || moduleOnly ? compare(*baseline.record, record)
+                                             : ComparePlausibly(*baseline.record, record, compare);
+    table = MakeCompareTable(*baseline.record, record, result,
+                             moduleOnly ? Numbers::kAsStored : Numbers::kMeasured);
   });
-  table.baselineFile = baseline.name;
-  table.file = current.name;
+  table.baselineFile = baseline.given;
+  table.file = current.given;
   table.recheck = recheck;
+  record.WriteProprietaryBlocks = 1;  // results are in such a block
+  if (moduleOnly) return table;
   // The comparison knows neither files nor versions; its host notes them.
   const std::string& path = baseline.name;
   record.RFTSEvents->SetBaseSorName(path.substr(path.rfind('/') + 1).c_str());
   record.RFTSEvents->MonitorVersion = session.Module().Version().c_str();
-  record.WriteProprietaryBlocks = 1;
   HoldMarkers(record);
   return table;
 }
@@ -91,7 +97,7 @@ CompareTable Compare(Session& session, LoadedRecord& baseline, LoadedRecord& cur
 int RunCompare(Session& session, const CompareOptions& options) {
   LoadedRecord baseline = LoadRecord(session, options.baseline, NeedPoints::kYes);
   LoadedRecord current = LoadRecord(session, options.current, NeedPoints::kYes);
-  const CompareTable table = Compare(session, baseline, current, options.recheck);
+  const CompareTable table = Compare(session, baseline, current, options.recheck, options.module);
   if (!options.output.empty()) SaveRecord(*current.record, options.output);
   for (const LoadedRecord* loaded : {&baseline, &current}) WarnOfFile(session, *loaded);
   WarnOfOtherMeasurement(session, baseline, current);
@@ -115,6 +121,8 @@ void AddCompareCommand(CLI::App& app, Session& session) {
       ->check(OutputName());
   command->add_flag("--recheck", options->recheck,
                     "Hold the results in CURRENT, stored by an earlier comparison, against the limits again");
+  command->add_flag("--module", options->module,
+                    "Show what the analysis module itself answers to the two records as they are");
   command->add_option("--format", options->format, "text or json")
       ->check(CLI::IsMember({"text", "json"}))
       ->capture_default_str();

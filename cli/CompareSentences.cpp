@@ -10,33 +10,50 @@ namespace {
 
 const char* RoseOrFell(const Deviation& deviation) { return deviation.value < 0.0 ? "fell" : "rose"; }
 
+// A value and its limit with as many decimals as set them apart; both are held in thousandths.
+struct ValueAndLimit {
+  ValueAndLimit(double value, double limit, int decimals, const char* unit) {
+    constexpr int kThousandths = 3;
+    const auto text = [&](double number) { return Format("%.*f", decimals, NoMinusZero(number, decimals)); };
+    if (text(value) == text(limit)) decimals = kThousandths;
+    told = text(value) + " " + unit + " (limit " + text(limit) + ")";
+  }
+  std::string told;  // "0.42 dB (limit 0.20)"
+};
+
+std::string ChangeSentence(const char* quantity, const CompareRow& row, const Deviation& deviation,
+                           const char* happened, const ValueAndLimit& values) {
+  return Format("%s %.3f km %s%s %s", quantity, NoMinusZero(row.event.distanceKm, 3),
+                deviation.absolute ? "is" : happened, deviation.absolute ? "" : " by", values.told.c_str());
+}
+
 std::string LossSentence(const CompareRow& row) {
   const Deviation& d = row.loss;
-  const double km = row.event.distanceKm;
-  if (d.absolute) return Format("loss at %.3f km is %.2f dB (limit %.2f)", km, d.value, d.limit);
-  return Format("loss at %.3f km rose by %.2f dB (limit %.2f)", km, d.value, d.limit);
+  return ChangeSentence("loss at", row, d, "rose", {d.value, d.limit, 2, "dB"});
 }
 
 std::string ReflectanceSentence(const CompareRow& row) {
   const Deviation& d = row.reflectance;
-  const double km = row.event.distanceKm;
-  if (d.absolute) return Format("reflectance at %.3f km is %.2f dB (limit %.2f)", km, -d.value, -d.limit);
-  return Format("reflectance at %.3f km %s by %.2f dB (limit %.2f)", km, RoseOrFell(d), std::fabs(d.value),
-                d.limit);
+  const double value = d.absolute ? -d.value : std::fabs(d.value);
+  return ChangeSentence("reflectance at", row, d, RoseOrFell(d),
+                        {value, d.absolute ? -d.limit : d.limit, 2, "dB"});
 }
 
 std::string AttenuationSentence(const CompareRow& row) {
   const Deviation& d = row.attenuation;
-  const double km = row.event.distanceKm;
-  if (d.absolute)
-    return Format("attenuation before %.3f km is %.3f dB/km (limit %.3f)", km, d.value, d.limit);
-  return Format("attenuation before %.3f km %s by %.3f dB/km (limit %.3f)", km, RoseOrFell(d),
-                std::fabs(d.value), d.limit);
+  return ChangeSentence("attenuation before", row, d, RoseOrFell(d),
+                        {d.absolute ? d.value : std::fabs(d.value), d.limit, 3, "dB/km"});
 }
 
 std::string NewEventSentence(const CompareRow& row) {
-  std::string sentence = Format("new event at %.3f km: loss %.2f dB", row.event.distanceKm, row.event.lossDb);
-  if (Reflects(row.event)) sentence += Format(", reflectance %.2f dB", *row.event.reflectanceDb);
+  std::string sentence = Format("new event at %.3f km", row.event.distanceKm);
+  const char* before = ": ";
+  if (row.event.lossDb) {
+    sentence += before + ("loss " + NumberOrDash(row.event.lossDb, 2)) + " dB";
+    before = ", ";
+  }
+  if (row.event.reflectanceDb && row.event.code[0] != '0')
+    sentence += before + ("reflectance " + ReflectanceText(row.event)) + " dB";
   return sentence;
 }
 

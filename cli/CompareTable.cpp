@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "cli/JsonText.h"
 #include "cli/Text.h"
 #include "ref/refAutoNoise.h"
 #include "src/RFTSUParams.h"
@@ -9,7 +10,7 @@
 namespace reflyze::cli {
 namespace {
 
-constexpr double kThousandth = 0.001;
+constexpr double kThousandths = 1000.0;
 
 // The limits that an event of the current trace was held against: those of the baseline's event at its place.
 const TThresholdsRFTSSet* LimitsAt(const TSorData& baseline, double km) {
@@ -31,7 +32,7 @@ enum class Sign { kSigned, kUnsigned };
 // An absolute reflectance or attenuation uses all 16 bits without a sign.
 double Value(short stored, bool absolute, Sign ofAbsolute) {
   const bool wide = absolute && ofAbsolute == Sign::kUnsigned;
-  return (wide ? static_cast<unsigned short>(stored) : stored) * kThousandth;
+  return (wide ? static_cast<unsigned short>(stored) : stored) / kThousandths;
 }
 
 Deviation DeviationOf(const TShortDeviation& stored, const TShortThreshold* threshold, Sign ofAbsolute) {
@@ -45,9 +46,10 @@ Deviation DeviationOf(const TShortDeviation& stored, const TShortThreshold* thre
   return deviation;
 }
 
-CompareRow MakeCompareRow(const TSorData& baseline, const TSorData& current, int index) {
+CompareRow MakeCompareRow(const TSorData& baseline, const TSorData& current, const EventRow& event,
+                          int index) {
   CompareRow row;
-  row.event = MakeEventRow(current, index);
+  row.event = event;
   const TSorBlockRFTSEvents& results = *current.RFTSEvents;
   if (index >= results.GetTNRFTSE()) return row;
   const TSorBlockRFTSEvents1E& entry = *results.GetEvent(index);
@@ -85,12 +87,13 @@ const char* StateInWords(const CompareRow& row) {
 // "+0.420!" where the limit is exceeded.
 std::string DeviationText(const Deviation& deviation, int digits) {
   if (!deviation.compared) return "- ";
-  return Format(deviation.absolute ? "%.*f" : "%+.*f", digits, deviation.value) +
+  return Format(deviation.absolute ? "%.*f" : "%+.*f", digits, NoMinusZero(deviation.value, digits)) +
          (deviation.exceeded ? "!" : " ");
 }
 
-nlohmann::ordered_json JsonOf(const Deviation& deviation) {
-  return {{"deviation_db", deviation.value},
+nlohmann::ordered_json JsonOf(const Deviation& deviation, Numbers numbers) {
+  const bool told = deviation.compared || numbers == Numbers::kAsStored;
+  return {{"deviation_db", told ? nlohmann::ordered_json(deviation.value) : nlohmann::ordered_json(nullptr)},
           {"absolute", deviation.absolute},
           {"compared", deviation.compared},
           {"exceeded", deviation.exceeded}};
@@ -98,38 +101,36 @@ nlohmann::ordered_json JsonOf(const Deviation& deviation) {
 
 }  // namespace
 
-CompareTable MakeCompareTable(const TSorData& baseline, const TSorData& current, int result) {
+CompareTable MakeCompareTable(const TSorData& baseline, const TSorData& current, int result,
+                              Numbers numbers) {
   CompareTable table;
   table.result = result;
+  table.numbers = numbers;
   table.fail = current.RFTSEvents->IsFail();
   if (const TRFTSLevel* level = baseline.RFTSParams->GetActiveLevel()) table.level = Utf8(level->GetName());
   const int last = baseline.KeyEvents->ListedEvents() - 1;
   if (last >= 0) table.baselineLengthKm = baseline.OwtToLen(baseline.KeyEvents->EventAt(last).EPT);
   if (result == mrNoLink) table.linkTest = MakeLinkTest(baseline, current);
-  for (int i = 0; i < current.KeyEvents->ListedEvents(); ++i)
-    table.rows.push_back(MakeCompareRow(baseline, current, i));
+  for (const EventRow& event : MakeEventRows(current, numbers))
+    table.rows.push_back(MakeCompareRow(baseline, current, event, static_cast<int>(table.rows.size())));
   return table;
 }
 
 std::string TextOf(const CompareTable& table) {
   std::string text;
   for (const std::string& change : ChangesOf(table)) text += OneLine(change) + "\n";
-  text += Format("\nBaseline     %s\nFile         %s\n", OneLine(table.baselineFile).c_str(),
-                 OneLine(table.file).c_str());
+  text += Format("\nBaseline     %s\nFile         %s\n", ShownName(table.baselineFile).c_str(),
+                 ShownName(table.file).c_str());
   if (!table.level.empty()) text += Format("Alarm level  %s\n", OneLine(table.level).c_str());
   text += "\n  No Distance  Type                  Loss  Change   Refl.  Change Section  State\n";
   text += "           km                         dB      dB      dB      dB  change\n";
   text += " --- --------  ------------------- ------ ------- ------- ------- ------- ------\n";
-  for (size_t i = 0; i < table.rows.size(); ++i) {
-    const CompareRow& row = table.rows[i];
-    const bool atAnEnd = i == 0 || i + 1 == table.rows.size();
-    text +=
-        Format(" %3d %8.4f  %-19s %6s %7s %7s %7s %7s %s\n", row.event.number,
-               NoMinusZero(row.event.distanceKm), row.event.type.c_str(),
-               atAnEnd ? "-" : Format("%.3f", row.event.lossDb).c_str(), DeviationText(row.loss, 3).c_str(),
-               Reflects(row.event) ? Format("%.2f", *row.event.reflectanceDb).c_str() : "-",
-               DeviationText(row.reflectance, 2).c_str(), DeviationText(row.attenuation, 3).c_str(),
-               StateInWords(row));
+  for (const CompareRow& row : table.rows) {
+    text += Format(" %3d %8.4f  %-19s %6s %7s %7s %7s %7s %s\n", row.event.number,
+                   NoMinusZero(row.event.distanceKm, 4), row.event.type.c_str(),
+                   NumberOrDash(row.event.lossDb, 3).c_str(), DeviationText(row.loss, 3).c_str(),
+                   ReflectanceText(row.event).c_str(), DeviationText(row.reflectance, 2).c_str(),
+                   DeviationText(row.attenuation, 3).c_str(), StateInWords(row));
   }
   if (table.rows.empty()) text += " no events\n";
   return text;
@@ -137,9 +138,12 @@ std::string TextOf(const CompareTable& table) {
 
 std::string JsonOf(const CompareTable& table) {
   nlohmann::ordered_json json;
+  json["file"] = table.file;
+  json["baseline"] = table.baselineFile;
   json["result"] = table.result;
   json["fail"] = table.fail;
   json["level"] = table.level;
+  json["sentences"] = ChangesOf(table);
   json["events"] = nlohmann::ordered_json::array();
   for (const CompareRow& row : table.rows) {
     nlohmann::ordered_json event = JsonOfRow(row.event);
@@ -147,12 +151,12 @@ std::string JsonOf(const CompareTable& table) {
     event["new"] = row.isNew;
     event["fail"] = row.fail;
     event["fiber_break"] = row.fiberBreak;
-    event["lt"] = JsonOf(row.loss);
-    event["rt"] = JsonOf(row.reflectance);
-    event["ct"] = JsonOf(row.attenuation);
+    event["lt"] = JsonOf(row.loss, table.numbers);
+    event["rt"] = JsonOf(row.reflectance, table.numbers);
+    event["ct"] = JsonOf(row.attenuation, table.numbers);
     json["events"].push_back(std::move(event));
   }
-  return json.dump() + "\n";
+  return JsonText(json) + "\n";
 }
 
 }  // namespace reflyze::cli

@@ -38,6 +38,7 @@ struct LinkTest {
 // What a comparison says of a current trace.
 struct CompareTable {
   std::string baselineFile, file;
+  Numbers numbers = Numbers::kMeasured;
   int result = 0;        // see TMonitorResult
   bool fail = false;     // of the trace as a whole
   bool recheck = false;  // results of an earlier comparison, held against limits again
@@ -50,7 +51,7 @@ struct CompareTable {
 };
 
 // Takes both records as the comparison left them. May settle the noise floor of a copy.
-CompareTable MakeCompareTable(const TSorData& baseline, const TSorData& current, int result);
+CompareTable MakeCompareTable(const TSorData& baseline, const TSorData& current, int result, Numbers numbers);
 
 // One plain sentence for each change, in the order of their places; one that reassures if there is none.
 std::vector<std::string> ChangesOf(const CompareTable& table);

@@ -1,10 +1,13 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <utility>
 
+#include "cli/EventTable.h"
 #include "cli/JsonDump.h"
+#include "cli/JsonText.h"
 #include "cli/Options.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
@@ -23,14 +26,17 @@ struct DumpOptions {
 };
 
 // For a terminal: letters beyond ASCII as such, and no control character of a foreign text but the ends of
-// lines, which the listing itself has.
+// lines and tabs, which the listing itself has. Texts stand a line each, so that each is read by itself.
 std::string Printable(const char* bytes, size_t length) {
-  std::string text(bytes, length);
-  for (char& c : text) {
-    const bool upperControl = (c & 0xE0) == 0x80;  // the second set of ISO 8859
-    if (c != '\n' && c != '\t' && (IsControl(c) || upperControl)) c = '?';
+  std::string text;
+  const char* const end = bytes + length;
+  for (const char* from = bytes; from < end;) {
+    const char* to = std::find_if(from, end, [](char c) { return c == '\n' || c == '\t'; });
+    text += OneLine(Utf8(from, static_cast<size_t>(to - from)));
+    if (to < end) text += *to;
+    from = to + 1;
   }
-  return Utf8(text.data(), text.size());
+  return text;
 }
 
 // The blocks that the file has, in the order in which a whole record is listed.
@@ -63,7 +69,7 @@ std::string TextOfRecord(const LoadedRecord& loaded, bool noData, bool native) {
   std::fclose(memory);
   const std::string text = Printable(buffer, size);
   std::free(buffer);
-  return Format("// %s: %zu bytes, stream state %d, revision %hd \n", OneLine(loaded.name).c_str(),
+  return Format("// %s: %zu bytes, stream state %d, revision %hd \n", ShownName(loaded.given).c_str(),
                 loaded.bytes.size(), loaded.state, loaded.record->Revision) +
          text;
 }
@@ -85,7 +91,7 @@ int RunDump(Session& session, const DumpOptions& options) {
     loaded.warnings.push_back("has its user offset negated; it and the times are shown as they are meant");
   if (!options.native) DropDerivedData(*loaded.record);
   if (options.format == "json") {
-    session.Print(JsonOfLoadedRecord(loaded, !options.noData, options.native).dump() + "\n");
+    session.Print(JsonText(JsonOfLoadedRecord(loaded, !options.noData, options.native)) + "\n");
   } else {
     session.Print(TextOfRecord(loaded, options.noData, options.native));
   }

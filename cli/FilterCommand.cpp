@@ -68,7 +68,7 @@ FilterTable Smooth(LoadedRecord& loaded, const FilterOptions& options) {
   }
   filter.AutoFilterCalcNoise();
   filter.EraseFilterStory();
-  return MakeFilterTable(loaded.name, kind, record, filter.result);
+  return MakeFilterTable(loaded.given, kind, record, filter.result);
 }
 
 int RunFilter(Session& session, const FilterOptions& options) {

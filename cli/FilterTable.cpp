@@ -1,31 +1,29 @@
 #include "cli/FilterTable.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
+#include "cli/EventTable.h"
+#include "cli/JsonText.h"
 #include "cli/Text.h"
 
 namespace reflyze::cli {
 namespace {
 
-constexpr double kLowestNoiseDb = -100.0;  // of a trace whose noise needed no measure
+constexpr double kLowestNoiseDb = -100.0;   // of a trace whose noise needed no measure
+constexpr double kFilterLevelSteps = 10.0;  // that a record tells apart
 
 // A noise figure of 0 was not measured, and neither was one below every level.
 std::optional<double> Measured(float noiseDb) {
   if (noiseDb == 0.0F || noiseDb <= kLowestNoiseDb) return std::nullopt;
-  return noiseDb;
+  return NearestDecimal(noiseDb);
 }
 
 FilterPoint PointAt(const TSorData& record, long point) {
-  return {record.NumToLen(point), record.NumToLevel(point)};
+  return {record.NumToLen(point), NearestDecimal(static_cast<float>(record.NumToLevel(point)))};
 }
 
 // A type that was never set has no letter.
 std::string TypeLetter(const TFEvent& event) { return event.type == 0 ? "" : Utf8(&event.type, 1); }
-
-nlohmann::ordered_json NumberOrNull(std::optional<double> value) {
-  return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json(nullptr);
-}
 
 nlohmann::ordered_json JsonOfRow(const FilterEventRow& row) {
   nlohmann::ordered_json event;
@@ -44,6 +42,9 @@ nlohmann::ordered_json JsonOfRow(const FilterEventRow& row) {
   return event;
 }
 
+double Km(const FilterPoint& point) { return NoMinusZero(point.distanceKm, 4); }
+double Db(const FilterPoint& point) { return NoMinusZero(point.levelDb, 2); }
+
 std::string NoiseInWords(std::optional<double> noiseDb) {
   return noiseDb ? Format("%.2f dB", *noiseDb) : "not measured";
 }
@@ -56,9 +57,9 @@ std::string EventsAsText(const FilterTable& table) {
   for (size_t i = 0; i < table.events.size(); ++i) {
     const FilterEventRow& row = table.events[i];
     text += Format(" %3zu  %1s  %8.4f  %8.4f  %8.4f  %6.2f  %6.2f  %6.2f  %3d  %4d  %5d\n", i + 1,
-                   OneLine(TypeLetter(row.event)).c_str(), row.begin.distanceKm, row.peak.distanceKm,
-                   row.end.distanceKm, row.begin.levelDb, row.peak.levelDb, row.end.levelDb,
-                   row.event.gradeUp, row.event.gradeDown, row.event.width);
+                   OneLine(TypeLetter(row.event)).c_str(), Km(row.begin), Km(row.peak), Km(row.end),
+                   Db(row.begin), Db(row.peak), Db(row.end), row.event.gradeUp, row.event.gradeDown,
+                   row.event.width);
   }
   if (table.events.empty()) text += " no events\n";
   return text;
@@ -74,7 +75,7 @@ FilterTable MakeFilterTable(const std::string& file, FilterKind kind, const TSor
   FilterTable table;
   table.file = file;
   table.kind = kind;
-  table.filterLevel = record.QRTParams->GetFilterLevel();
+  table.filterLevel = NearestDecimal(record.QRTParams->GetFilterLevel(), kFilterLevelSteps);
   table.points = record.DataPts->GetPointsNum();
   table.spacingM = record.FxdParams->LenDS() * 1000.0;
   table.kernelPoints = record.QRTParams->TMC;
@@ -104,7 +105,7 @@ const char* NameOf(FilterKind kind) {
 
 std::string TextOf(const FilterTable& table) {
   std::string text;
-  text += Format("File     %s\n", OneLine(table.file).c_str());
+  text += Format("File     %s\n", ShownName(table.file).c_str());
   text += Format("Filter   %s, level %.1f      Points %ld, %.4f m apart\n", NameOf(table.kind),
                  table.filterLevel, table.points, table.spacingM);
   if (table.kind == FilterKind::kKernel) text += Format("Kernel   %ld points\n", table.kernelPoints);
@@ -120,7 +121,7 @@ std::string TextOf(const FilterTable& table) {
 
 std::string JsonOf(const FilterTable& table) {
   nlohmann::ordered_json json;
-  json["file"] = Utf8(table.file.data(), table.file.size());
+  json["file"] = table.file;
   json["kind"] = NameOf(table.kind);
   json["level"] = table.filterLevel;
   json["points"] = table.points;
@@ -130,13 +131,13 @@ std::string JsonOf(const FilterTable& table) {
   json["first_begin"] = table.found.firstBegin;
   json["ghost_count"] = table.found.ghostCount;
   json["ring_count"] = table.found.ringCount;
-  json["polar"] = table.found.polar;
-  json["polar_end"] = table.found.polarEnd;
+  json["polar"] = NearestDecimal(table.found.polar);
+  json["polar_end"] = NearestDecimal(table.found.polarEnd);
   json["noise_low"] = NumberOrNull(table.NoiseLowDb());
   json["noise_high"] = NumberOrNull(table.NoiseHighDb());
   json["events"] = nlohmann::ordered_json::array();
   for (const FilterEventRow& row : table.events) json["events"].push_back(JsonOfRow(row));
-  return json.dump() + "\n";
+  return JsonText(json) + "\n";
 }
 
 }  // namespace reflyze::cli

@@ -136,12 +136,10 @@ Json JsonOfRecord(const TSorData& record, bool withData, bool native, const Show
 }  // namespace
 
 Json JsonOfLoadedRecord(const LoadedRecord& loaded, bool withData, bool native) {
-  Json json = {{"file", Utf8(loaded.name.data(), loaded.name.size())},
+  Json json = {{"file", loaded.given},
                {"size", loaded.bytes.size()},
                {"state", loaded.state},
-               {"warnings", Json::array()}};
-  for (const std::string& warning : loaded.warnings)
-    json["warnings"].push_back(Utf8(warning.data(), warning.size()));
+               {"warnings", loaded.warnings}};
   json.update(JsonOfRecord(*loaded.record, withData, native,
                            [&](const std::string& id) { return native || Stores(loaded, id); }));
   if (!json.contains("Cksum")) return json;

@@ -25,6 +25,11 @@ void DescribeProgram(CLI::App& app, Session& session) {
   app.require_subcommand(0, 1);
   app.set_help_flag("-h,--help", "Show this help");
   app.add_option("--log", session.logName, "Log file, or - for standard error")->check(InputName());
+  app.add_option("--encoding", session.encoding,
+                 "Of texts in records: auto (UTF-8 where they are valid, else ISO 8859-1), utf-8, iso-8859-1 "
+                 "or another")
+      ->check(TextEncoding())
+      ->capture_default_str();
   app.fallthrough();
   AddAnalyseCommand(app, session);
   AddDumpCommand(app, session);
@@ -55,6 +60,7 @@ int Run(CLI::App& app, int argc, const char* const* argv, Session& session) {
     session.Warn(error.what() + kSeeHelp);
     return kUsage;
   }
+  SetTextEncoding(session.encoding);
   if (!session.logName.empty()) session.OpenLog(session.logName);
   if (version) {
     session.Print("reflyze " + session.Module().Version() + "\n");

@@ -1,12 +1,13 @@
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <memory>
 #include <vector>
 
 #include "cli/AnalysedRecord.h"
+#include "cli/Directions.h"
 #include "cli/EngineCall.h"
 #include "cli/MergeTable.h"
 #include "cli/Options.h"
+#include "cli/OutputFile.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
 #include "ref/refEvent.h"
@@ -26,16 +27,6 @@ struct MergeOptions {
            !thresholds.file.empty();
   }
 };
-
-// The two names are easily mixed up, and one direction merges with itself into a table of nothing.
-void WarnIfSameTrace(Session& session, const LoadedRecord& a, const LoadedRecord& b) {
-  const long points = a.record->DataPts->GetPointsNum();
-  if (points != static_cast<long>(b.record->DataPts->GetPointsNum())) return;
-  for (long i = 0; i < points; ++i) {
-    if (a.record->NumToLevel(i) != b.record->NumToLevel(i)) return;
-  }
-  session.Warn(b.name + ": warning: holds the same trace as " + a.name + ", not the other direction");
-}
 
 // Why two traces are no two directions of one fibre, as a merge has found; the ends as they stood before it.
 [[noreturn]] void RefuseMerge(int code, const LoadedRecord& a, double endA, const LoadedRecord& b,
@@ -76,14 +67,6 @@ void TellInsertedEvents(TSorData& record, const OwnEvents& own) {
   if (own.size() < static_cast<size_t>(count)) RefEventENSync(&record);
 }
 
-// However they are spelt.
-bool NameTheSame(const std::string& one, const std::string& other) {
-  std::error_code unknown;  // then the names decide
-  const std::filesystem::path path = std::filesystem::weakly_canonical(one, unknown);
-  const std::filesystem::path otherPath = std::filesystem::weakly_canonical(other, unknown);
-  return one == other || (!unknown && path == otherPath);
-}
-
 MergedTable Merge(LoadedRecord& a, LoadedRecord& b) {
   const double endA = EndKm(a), endB = EndKm(b);
   const OwnEvents ownA = OwnEventsOf(*a.record), ownB = OwnEventsOf(*b.record);
@@ -101,8 +84,8 @@ MergedTable Merge(LoadedRecord& a, LoadedRecord& b) {
     AverageBiDir(a.record.get(), b.record.get());
     TakeMeanLosses(*a.record, table);
   });
-  table.fileA = a.name;
-  table.fileB = b.name;
+  table.fileA = a.given;
+  table.fileB = b.given;
   return table;
 }
 
@@ -110,12 +93,14 @@ int RunMerge(Session& session, const MergeOptions& options) {
   const ThresholdSource thresholds(session, options.thresholds);
   AnalysedRecord a = LoadAnalysedRecord(session, options.traceA, thresholds, options.AnalyseAnew());
   AnalysedRecord b = LoadAnalysedRecord(session, options.traceB, thresholds, options.AnalyseAnew());
+  RequireTwoTraces(a, b);
+  const std::vector<std::string> doubts = DoubtsOfTwoDirections(a, b);
   const MergedTable table = Merge(a, b);
-  SaveRecord(*a.record, options.outputs[0]);
-  SaveRecord(*b.record, options.outputs[1]);
+  const std::string &outputA = options.outputs[0], &outputB = options.outputs[1];
+  SaveTogether({{outputA, RecordBytes(*a.record, outputA)}, {outputB, RecordBytes(*b.record, outputB)}});
   for (const AnalysedRecord* analysed : {&a, &b}) WarnOfReading(session, *analysed);
   WarnIfOtherWavelength(session, a, b);
-  WarnIfSameTrace(session, a, b);
+  for (const std::string& doubt : doubts) session.Warn(b.name + ": warning: " + doubt);
   session.Print(options.format == "json" ? JsonOf(table) : TextOf(table));
   return kDone;
 }

@@ -1,46 +1,32 @@
 #include "cli/MergeTable.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "cli/EventTable.h"
+#include "cli/JsonText.h"
 #include "cli/Text.h"
 #include "ref/refEventBiDir.h"
 
 namespace reflyze::cli {
 namespace {
 
-DirectionOfRow DirectionAt(const TSorData& record, const OwnEvents& own, int index) {
+DirectionOfRow DirectionAt(const TSorData& record, const std::vector<EventRow>& rows, const OwnEvents& own,
+                           int index) {
   DirectionOfRow direction;
-  const int count = record.KeyEvents->ListedEvents();
-  direction.listed = index >= 0 && index < count;
+  direction.listed = index >= 0 && static_cast<size_t>(index) < rows.size();
   if (!direction.listed) return direction;
-  const EventRow row = MakeEventRow(record, index);
+  const EventRow& row = rows[static_cast<size_t>(index)];
   const TSorBlockKeyEvents1E& event = record.KeyEvents->EventAt(index);
   direction.seen = own.count(&event) > 0;
   direction.code = row.code;
   // Hidden from this end, it has what the other end has measured.
   if (!direction.seen && !HasSections(record, event)) return direction;
   direction.reflectanceDb = row.reflectanceDb;
-  if (index > 0 && index + 1 < count) direction.lossDb = row.lossDb;
+  direction.lossDb = row.lossDb;
   return direction;
 }
 
 const char* SeenFrom(const MergedRow& row) { return row.a.seen ? row.b.seen ? "both" : "a" : "b"; }
-
-nlohmann::ordered_json NumberOrNull(std::optional<double> value) {
-  return value ? nlohmann::ordered_json(*value) : nlohmann::ordered_json(nullptr);
-}
-
-std::string NumberOrDash(std::optional<double> value, const char* format) {
-  return value ? Format(format, *value) : "-";
-}
-
-// The reflectance of a splice is what noise lets it be, and means nothing to a reader.
-std::string ReflectanceOrDash(const DirectionOfRow& direction) {
-  if (direction.code.empty() || direction.code[0] == '0') return "-";
-  return NumberOrDash(direction.reflectanceDb, "%.2f");
-}
 
 }  // namespace
 
@@ -56,6 +42,8 @@ MergedTable MakeMergedTable(const TSorData& a, const OwnEvents& ownA, const TSor
                             const OwnEvents& ownB) {
   MergedTable table;
   const int countA = a.KeyEvents->ListedEvents(), countB = b.KeyEvents->ListedEvents();
+  const std::vector<EventRow> rowsA = MakeEventRows(a, Numbers::kMeasured);
+  const std::vector<EventRow> rowsB = MakeEventRows(b, Numbers::kMeasured);
   const int endOwt = a.KeyEvents->EventAt(countA - 1).EPT;
   table.pulseNs = a.FxdParams->GetNsPulse(0.0);
   table.lengthKm = a.OwtToLen(endOwt);
@@ -65,8 +53,8 @@ MergedTable MakeMergedTable(const TSorData& a, const OwnEvents& ownA, const TSor
     const int inA = end ? countA - 1 : alone && countA < countB ? -1 : i;
     const int inB = end ? 0 : alone && countB < countA ? -1 : countB - 1 - i;
     MergedRow row;
-    row.a = DirectionAt(a, ownA, inA);
-    row.b = DirectionAt(b, ownB, inB);
+    row.a = DirectionAt(a, rowsA, ownA, inA);
+    row.b = DirectionAt(b, rowsB, ownB, inB);
     const double owt = row.a.listed ? a.KeyEvents->EventAt(inA).EPT
                                     : static_cast<double>(endOwt) - b.KeyEvents->EventAt(inB).EPT;
     row.distanceKm = a.OwtToLen(owt);
@@ -84,26 +72,26 @@ void TakeMeanLosses(const TSorData& a, MergedTable& table) {
 
 std::string TextOf(const MergedTable& table) {
   std::string text;
-  text += Format("A  %s\n", OneLine(table.fileA).c_str());
-  text += Format("B  %s\n", OneLine(table.fileB).c_str());
+  text += Format("A  %s\n", ShownName(table.fileA).c_str());
+  text += Format("B  %s\n", ShownName(table.fileB).c_str());
   text += Format("Length %.4f km  Pulse %.0f ns\n\n", table.lengthKm, table.pulseNs);
   text += "  No  Distance  Loss A  Loss B    Mean  Refl. A  Refl. B  Seen from\n";
   text += "            km      dB      dB      dB       dB       dB\n";
   text += " ---  --------  ------  ------  ------  -------  -------  ---------\n";
   for (size_t i = 0; i < table.rows.size(); ++i) {
     const MergedRow& row = table.rows[i];
-    text += Format(" %3zu  %8.4f  %6s  %6s  %6s  %7s  %7s  %s\n", i + 1, row.distanceKm,
-                   NumberOrDash(row.a.lossDb, "%.3f").c_str(), NumberOrDash(row.b.lossDb, "%.3f").c_str(),
-                   NumberOrDash(row.meanLossDb, "%.3f").c_str(), ReflectanceOrDash(row.a).c_str(),
-                   ReflectanceOrDash(row.b).c_str(), SeenFrom(row));
+    text += Format(" %3zu  %8.4f  %6s  %6s  %6s  %7s  %7s  %s\n", i + 1, NoMinusZero(row.distanceKm, 4),
+                   NumberOrDash(row.a.lossDb, 3).c_str(), NumberOrDash(row.b.lossDb, 3).c_str(),
+                   NumberOrDash(row.meanLossDb, 3).c_str(), NumberOrDash(row.a.reflectanceDb, 2).c_str(),
+                   NumberOrDash(row.b.reflectanceDb, 2).c_str(), SeenFrom(row));
   }
   return text;
 }
 
 std::string JsonOf(const MergedTable& table) {
   nlohmann::ordered_json json;
-  json["a"] = Utf8(table.fileA.data(), table.fileA.size());
-  json["b"] = Utf8(table.fileB.data(), table.fileB.size());
+  json["a"] = table.fileA;
+  json["b"] = table.fileB;
   json["pulse_ns"] = table.pulseNs;
   json["length_km"] = table.lengthKm;
   json["events"] = nlohmann::ordered_json::array();
@@ -121,7 +109,7 @@ std::string JsonOf(const MergedTable& table) {
     event["seen_from"] = SeenFrom(row);
     json["events"].push_back(std::move(event));
   }
-  return json.dump() + "\n";
+  return JsonText(json) + "\n";
 }
 
 }  // namespace reflyze::cli

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "cli/Text.h"
@@ -39,6 +40,19 @@ CLI::Validator WholeNumber() {
     const bool whole = error == std::errc() && end == text.data() + text.size();
     return whole ? "" : "\"" + text + "\" is no whole number from 0 to 18446744073709551615";
   });
+}
+
+CLI::Validator TextEncoding() {
+  return Unnamed([](const std::string& text) -> std::string {
+    return IsTextEncoding(text) ? "" : "\"" + text + "\" is no encoding that is known here";
+  });
+}
+
+bool NameTheSame(const std::string& one, const std::string& other) {
+  std::error_code unknown;  // then the names decide
+  const std::filesystem::path path = std::filesystem::weakly_canonical(one, unknown);
+  const std::filesystem::path otherPath = std::filesystem::weakly_canonical(other, unknown);
+  return one == other || (!unknown && path == otherPath);
 }
 
 CLI::Validator InputName() {

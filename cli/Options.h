@@ -14,6 +14,12 @@ CLI::Validator NumberBetween(double least, double most);
 // A whole number from 0 to 2^64 - 1.
 CLI::Validator WholeNumber();
 
+// The name of an encoding of texts that is known here.
+CLI::Validator TextEncoding();
+
+// Whether two names are those of one file, however they are spelt.
+bool NameTheSame(const std::string& one, const std::string& other);
+
 // The name of a file to read: not empty.
 CLI::Validator InputName();
 

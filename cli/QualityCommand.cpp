@@ -37,8 +37,8 @@ int RunQuality(Session& session, const QualityOptions& options) {
     const UnmeasuredReflectances unmeasured(*loaded.record);
     table = MakeQualityTable(*loaded.record, longer ? longer->record.get() : nullptr, options.lastPercent);
   });
-  table.file = loaded.name;
-  if (longer) table.longPulseFile = longer->name;
+  table.file = loaded.given;
+  if (longer) table.longPulseFile = longer->given;
   WarnOfReading(session, loaded);
   if (longer) {
     WarnOfReading(session, *longer);

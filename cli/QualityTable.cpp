@@ -1,8 +1,7 @@
 #include "cli/QualityTable.h"
 
-#include <nlohmann/json.hpp>
-
 #include "cli/EventTable.h"
+#include "cli/JsonText.h"
 #include "cli/Text.h"
 #include "ref/refEvent.h"
 
@@ -11,8 +10,7 @@ namespace {
 
 constexpr double kNotInNoise = -1.0;  // in place of a loss: the longer pulse shows noise only
 
-QualityRow RowOf(TSorData& record, const TSorData* longPulse, int index) {
-  const EventRow event = MakeEventRow(record, index);
+QualityRow RowOf(TSorData& record, const TSorData* longPulse, const EventRow& event, int index) {
   QualityRow row;
   row.number = event.number;
   row.distanceKm = event.distanceKm;
@@ -78,12 +76,6 @@ std::string LaunchInWords(const QualityTable& table) {
                 table.launchQuality, table.launch == LaunchState::kSaturated ? ", saturated" : "");
 }
 
-std::string NumberOrDash(bool known, double value) { return known ? Format("%.3f", value) : "-"; }
-
-nlohmann::ordered_json NumberOrNull(bool known, double value) {
-  return known ? nlohmann::ordered_json(value) : nlohmann::ordered_json(nullptr);
-}
-
 std::string RowsText(const QualityTable& table) {
   if (table.rows.empty()) return " no events\n";
   const bool twoPulses = table.longPulseFile.has_value();
@@ -93,14 +85,12 @@ std::string RowsText(const QualityTable& table) {
   text += std::string(" ---  --------  --------  ------  ----------") + (twoPulses ? "  ----------\n" : "\n");
   for (size_t i = 0; i < table.rows.size(); ++i) {
     const QualityRow& row = table.rows[i];
-    const bool launch = i == 0, end = i + 1 == table.rows.size();
-    text += Format(" %3d  %8.4f  %8.2f  %6s  ", row.number, row.distanceKm, row.trustM,
-                   NumberOrDash(!launch && !end, row.lossDb).c_str());
-    text +=
-        twoPulses
-            ? Format("%-10s  %10s\n", launch ? "-" : Word(row.measurable),
-                     NumberOrDash(row.twoPulseLossDb.has_value(), row.twoPulseLossDb.value_or(0.0)).c_str())
-            : Format("%s\n", launch ? "-" : Word(row.measurable));
+    const bool launch = i == 0;
+    text += Format(" %3d  %8.4f  %8.2f  %6s  ", row.number, NoMinusZero(row.distanceKm, 4), row.trustM,
+                   NumberOrDash(row.lossDb, 3).c_str());
+    text += twoPulses ? Format("%-10s  %10s\n", launch ? "-" : Word(row.measurable),
+                               NumberOrDash(row.twoPulseLossDb, 3).c_str())
+                      : Format("%s\n", launch ? "-" : Word(row.measurable));
   }
   return text;
 }
@@ -110,10 +100,11 @@ std::string RowsText(const QualityTable& table) {
 QualityTable MakeQualityTable(TSorData& record, const TSorData* longPulse, int lastPercent) {
   QualityTable table;
   const int count = record.KeyEvents->ListedEvents();
-  for (int i = 0; i < count; ++i) table.rows.push_back(RowOf(record, longPulse, i));
+  for (const EventRow& event : MakeEventRows(record, Numbers::kMeasured))
+    table.rows.push_back(RowOf(record, longPulse, event, static_cast<int>(table.rows.size())));
   table.pulseNs = record.FxdParams->GetNsPulse(0.0);
   table.lengthKm = count > 0 ? table.rows.back().distanceKm : 0.0;
-  table.noiseFloorDb = record.FxdParams->GetNF();
+  table.noiseFloorDb = NoiseFloorDb(record);
   SettleRange(table);
   JudgeLaunch(record, table);
   table.lastPercent = lastPercent;
@@ -122,8 +113,8 @@ QualityTable MakeQualityTable(TSorData& record, const TSorData* longPulse, int l
 }
 
 std::string TextOf(const QualityTable& table) {
-  std::string text = Format("File         %s\n", OneLine(table.file).c_str());
-  if (table.longPulseFile) text += Format("Long pulse   %s\n", OneLine(*table.longPulseFile).c_str());
+  std::string text = Format("File         %s\n", ShownName(table.file).c_str());
+  if (table.longPulseFile) text += Format("Long pulse   %s\n", ShownName(*table.longPulseFile).c_str());
   text += Format("Length       %.4f km      Pulse  %.0f ns      Noise floor  %.2f dB\n\n", table.lengthKm,
                  table.pulseNs, table.noiseFloorDb);
   text += RowsText(table) + "\n";
@@ -138,10 +129,10 @@ std::string TextOf(const QualityTable& table) {
 }
 
 std::string JsonOf(const QualityTable& table) {
-  nlohmann::ordered_json json;
-  json["file"] = Utf8(table.file.data(), table.file.size());
-  if (table.longPulseFile)
-    json["long_pulse"] = Utf8(table.longPulseFile->data(), table.longPulseFile->size());
+  using Json = nlohmann::ordered_json;
+  Json json;
+  json["file"] = table.file;
+  if (table.longPulseFile) json["long_pulse"] = *table.longPulseFile;
   json["pulse_ns"] = table.pulseNs;
   json["length_km"] = table.lengthKm;
   json["noise_floor_db"] = table.noiseFloorDb;
@@ -149,8 +140,8 @@ std::string JsonOf(const QualityTable& table) {
   json["all_measurable"] = table.allMeasurable;
   const bool judged = table.launch != LaunchState::kUnknown;
   json["launch"] = {{"state", Word(table.launch)},
-                    {"quality", NumberOrNull(judged, table.launchQuality)},
-                    {"level_db", NumberOrNull(judged, table.launchLevelDb)}};
+                    {"quality", judged ? Json(NearestDecimal(table.launchQuality)) : Json(nullptr)},
+                    {"level_db", judged ? Json(NearestDecimal(table.launchLevelDb)) : Json(nullptr)}};
   json["end_in_last_percent"] = {{"percent", table.lastPercent}, {"result", table.endInLastPercent}};
   json["events"] = nlohmann::ordered_json::array();
   for (const QualityRow& row : table.rows) {
@@ -158,16 +149,13 @@ std::string JsonOf(const QualityTable& table) {
     event["number"] = row.number;
     event["distance_km"] = row.distanceKm;
     event["code"] = row.code;
-    event["loss_db"] = row.lossDb;
+    event["loss_db"] = NumberOrNull(row.lossDb);
     event["trust_m"] = row.trustM;
     event["measurable"] = Word(row.measurable);
-    if (table.longPulseFile) {
-      event["two_pulse_loss_db"] =
-          NumberOrNull(row.twoPulseLossDb.has_value(), row.twoPulseLossDb.value_or(0.0));
-    }
+    if (table.longPulseFile) event["two_pulse_loss_db"] = NumberOrNull(row.twoPulseLossDb);
     json["events"].push_back(std::move(event));
   }
-  return json.dump() + "\n";
+  return JsonText(json) + "\n";
 }
 
 }  // namespace reflyze::cli

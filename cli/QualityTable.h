@@ -19,7 +19,7 @@ struct QualityRow {
   int number = 0;
   double distanceKm = 0.0;
   std::string code;  // SR-4731 event code
-  double lossDb = 0.0;
+  std::optional<double> lossDb;
   double trustM = 0.0;  // either side of its place
   Measurable measurable = Measurable::kNo;
   std::optional<double> twoPulseLossDb;  // with the help of a longer pulse
@@ -38,8 +38,8 @@ struct QualityTable {
   double measurableKm = 0.0;  // up to which losses can be measured: where not all can, the first that can't
   bool allMeasurable = false;
   LaunchState launch = LaunchState::kUnknown;
-  double launchQuality = 0.0;  // smaller is better; see RefEventLinkQuality
-  double launchLevelDb = 0.0;  // backscatter at the launch
+  float launchQuality = 0.0f;  // smaller is better; see RefEventLinkQuality
+  float launchLevelDb = 0.0f;  // backscatter at the launch
   int lastPercent = 0;
   bool endInLastPercent = false;
 };

@@ -1,17 +1,14 @@
 #include "cli/RecordFile.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <istream>
 #include <iterator>
 
+#include "cli/OutputFile.h"
 #include "cli/Problem.h"
 #include "cli/Session.h"
 #include "cli/StoredBlocks.h"
@@ -50,12 +47,6 @@ void CheckMap(const std::string& name, const std::vector<char>& bytes) {
   if (map.NB < 2) Unreadable(name, "is not a trace record (SR-4731): its map lists no blocks");
 }
 
-// The folder part of a path, with its slash.
-std::string FolderOf(const std::string& name) {
-  const size_t slash = name.rfind('/');
-  return slash == std::string::npos ? "" : name.substr(0, slash + 1);
-}
-
 void ForgetTimeOfReadingInside(TSorData& record) {
   for (int i = 0; i < record.EmbData->GetTNED(); ++i) {
     TEmbData1E* embedded = record.EmbData->GetEmbData(i);
@@ -85,98 +76,6 @@ void RequireTrace(const LoadedRecord& loaded, NeedPoints needPoints) {
     Unreadable(loaded.name, StretchWarning(*loaded.record) +
                                 "; take one out first: reflyze copy IN OUT --native --trace N");
   CountTimesFromFirstSample(loaded);
-}
-
-// A file that takes the target's name only when it is whole and on disk.
-class AtomicFile {
- public:
-  // `name` stands in the messages.
-  AtomicFile(const std::string& target, const std::string& name)
-      : target_(target), name_(name), beside_(FolderOf(target) + ".reflyze-XXXXXX") {
-    const int descriptor = mkstemp(beside_.data());
-    if (descriptor < 0) Fail();
-    fchmod(descriptor, Permissions());
-    file_ = fdopen(descriptor, "wb");
-    if (file_ == nullptr) {
-      close(descriptor);
-      Fail();
-    }
-  }
-  AtomicFile(const AtomicFile&) = delete;
-  AtomicFile& operator=(const AtomicFile&) = delete;
-  ~AtomicFile() {
-    if (file_ != nullptr) std::fclose(file_);
-    if (!beside_.empty()) unlink(beside_.c_str());
-  }
-
-  void Write(const char* data, size_t size) {
-    if (size > 0 && std::fwrite(data, 1, size, file_) != size) Fail();
-  }
-  void Commit() {
-    if (std::fflush(file_) != 0 || fsync(fileno(file_)) != 0) Fail();
-    FILE* file = file_;
-    file_ = nullptr;
-    if (std::fclose(file) != 0) Fail();
-    if (std::rename(beside_.c_str(), target_.c_str()) != 0) Fail();
-    beside_.clear();
-  }
-
- private:
-  [[noreturn]] void Fail() const {
-    throw Problem(kUnwritable, name_ + ": cannot be written: " + std::strerror(errno));
-  }
-  // Those of the file that is replaced, else what the user gives to new files.
-  mode_t Permissions() const {
-    struct stat info;
-    if (stat(target_.c_str(), &info) == 0) return info.st_mode & 0777;
-    const mode_t mask = umask(0);
-    umask(mask);
-    return 0666 & ~mask;
-  }
-
-  std::string target_;
-  std::string name_;
-  std::string beside_;
-  FILE* file_ = nullptr;
-};
-
-// Where the bytes for a name go. Links are followed here: the rename would put a file in a link's place.
-struct Target {
-  std::filesystem::path path;
-  // A device, a pipe or an open descriptor takes the bytes as they come: a file over it would do away with
-  // it.
-  bool stream = false;
-};
-
-Target FindTarget(const std::string& name) {
-  namespace fs = std::filesystem;
-  constexpr int kMostLinks = 40;  // as many as the system follows itself
-  std::error_code error;
-  fs::path path = name;
-  for (int i = 0; fs::is_symlink(path, error); ++i) {
-    if (i == kMostLinks)
-      throw Problem(kUnwritable, name + ": cannot be written: is a link that leads nowhere");
-    const fs::path folder = fs::canonical(path.has_parent_path() ? path.parent_path() : ".", error);
-    // What looks like a link there is a descriptor of a process: /dev/stdout, /dev/fd/3.
-    if (folder.string().rfind("/proc/", 0) == 0) return {path, true};
-    path = path.parent_path() / fs::read_symlink(path, error);
-  }
-  const fs::file_status status = fs::status(path, error);
-  return {path, fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status)};
-}
-
-void SaveBytes(const char* data, size_t size, const std::string& name) {
-  const Target target = FindTarget(name);
-  if (target.stream) {
-    std::ofstream out(target.path, std::ios::binary | std::ios::app);
-    out.write(data, static_cast<std::streamsize>(size));
-    out.close();
-    if (!out) throw Problem(kUnwritable, name + ": cannot be written");
-    return;
-  }
-  AtomicFile file(target.path, name);
-  file.Write(data, size);
-  file.Commit();
 }
 
 }  // namespace
@@ -218,7 +117,7 @@ void CountTimesFromFirstSample(const LoadedRecord& loaded) {
 
 LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, NeedPoints needPoints) {
   LoadedRecord loaded;
-  loaded.name = name;
+  loaded.given = loaded.name = name;
   loaded.bytes = std::move(bytes);
   if (loaded.bytes.empty()) Unreadable(name, "is empty");
   loaded.record = std::make_unique<TSorData>();
@@ -245,10 +144,13 @@ LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, N
 }
 
 LoadedRecord LoadRecord(Session& session, const std::string& name, NeedPoints needPoints) {
-  return LoadRecordBytes(name == "-" ? "standard input" : name, ReadInput(session, name), needPoints);
+  LoadedRecord loaded =
+      LoadRecordBytes(name == "-" ? "standard input" : name, ReadInput(session, name), needPoints);
+  loaded.given = name;
+  return loaded;
 }
 
-void SaveRecord(TSorData& record, const std::string& name) {
+std::string RecordBytes(TSorData& record, const std::string& name) {
   TSorFile memory(nullptr, "m");
   {
     const CountedFromOffset counted(record);
@@ -256,9 +158,13 @@ void SaveRecord(TSorData& record, const std::string& name) {
   }
   if (memory.state != sfOk)
     throw Problem(kUnwritable, name + ": the record has more blocks than a map can list");
-  SaveBytes(memory.GetData(), memory.GetDataSize(), name);
+  return {memory.GetData(), memory.GetDataSize()};
 }
 
-void SaveText(const std::string& text, const std::string& name) { SaveBytes(text.data(), text.size(), name); }
+void SaveRecord(TSorData& record, const std::string& name) {
+  SaveTogether({{name, RecordBytes(record, name)}});
+}
+
+void SaveText(const std::string& text, const std::string& name) { SaveTogether({{name, text}}); }
 
 }  // namespace reflyze::cli

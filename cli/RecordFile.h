@@ -13,7 +13,8 @@ class Session;
 
 // A record as it was read, with what a listing tells of its file.
 struct LoadedRecord {
-  std::string name;         // as on the command line, or "standard input"
+  std::string given;        // as on the command line
+  std::string name;         // the same for messages, or "standard input"
   std::vector<char> bytes;  // the whole file
   std::unique_ptr<TSorData> record;
   int state = 0;                      // final state of the stream
@@ -32,7 +33,7 @@ enum class NeedPoints { kNo, kYes, kSeveral };
 // trace that can be measured (cli/UsableTrace.h). A record to be measured counts its times from the first
 // sample (cli/UserOffset.h), one to be listed as the file does.
 LoadedRecord LoadRecord(Session& session, const std::string& name, NeedPoints needPoints);
-// The same for bytes at hand; `name` stands in the messages.
+// The same for bytes at hand; `name` stands for the file.
 LoadedRecord LoadRecordBytes(const std::string& name, std::vector<char> bytes, NeedPoints needPoints);
 
 // Throws Problem kUnreadable for a record whose reading was broken off: what is missing from it may be there
@@ -53,10 +54,10 @@ constexpr size_t kLargestInput = 1u << 28;  // bytes
 // `most`.
 std::vector<char> ReadInput(Session& session, const std::string& name, size_t most = kLargestInput);
 
-// Writes beside the target and renames over it: the file appears whole or not at all, and one that was there
-// before leaves it its permissions. A link is followed. What is no file but a device, a pipe or an open
-// descriptor (/dev/stdout) is written to. Throws Problem kUnwritable. A record counts its times from the
-// first sample, its file from the user offset (cli/UserOffset.h).
+// What a record is on file; `name` is the file that it is for. A record counts its times from the first
+// sample, its file from the user offset (cli/UserOffset.h). Throws Problem kUnwritable.
+std::string RecordBytes(TSorData& record, const std::string& name);
+// Stores it as SaveTogether does.
 void SaveRecord(TSorData& record, const std::string& name);
 void SaveText(const std::string& text, const std::string& name);
 

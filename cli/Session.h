@@ -40,6 +40,7 @@ class Session {
   // What the chosen command does; set while the command line is parsed.
   std::function<int(Session&)> command;
   std::string logName;
+  std::string encoding = "auto";
 
  private:
   std::istream& in_;

@@ -3,8 +3,9 @@
 #include <iterator>
 #include <memory>
 
-#include "cli/EventTable.h"
+#include "cli/JsonText.h"
 #include "cli/Options.h"
+#include "cli/OutputFile.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
@@ -35,7 +36,7 @@ std::string TextOfTruth(const std::string& output, const sim::SimulatedTrace& tr
                             trace.record->DataPts->GetPointsNum(), trace.truth.noiseDb, trace.truth.lengthKm);
   for (const sim::TrueEvent& event : trace.truth.events) {
     text += Format(" %3d  %9.4f km  %s  loss %7.3f dB  %s  %5.1f dB above noise\n", event.number,
-                   event.distanceKm, event.code.c_str(), event.lossDb,
+                   NoMinusZero(event.distanceKm, 4), event.code.c_str(), NoMinusZero(event.lossDb, 3),
                    event.reflectanceDb ? Format("%7.2f dB", *event.reflectanceDb).c_str() : "        - ",
                    event.snrDb);
   }
@@ -45,11 +46,11 @@ std::string TextOfTruth(const std::string& output, const sim::SimulatedTrace& tr
 int RunSimulate(Session& session, const SimulateOptions& options) {
   const sim::Link link = ReadLink(session, options.link);
   const sim::SimulatedTrace trace = sim::Simulate(link, options.seed);
-  const nlohmann::ordered_json truth =
-      sim::JsonOfTruth(Utf8(options.output.data(), options.output.size()), trace);
-  if (!options.truth.empty()) SaveText(truth.dump(1) + "\n", options.truth);
-  SaveRecord(*trace.record, options.output);
-  session.Print(options.format == "json" ? truth.dump() + "\n" : TextOfTruth(options.output, trace));
+  const nlohmann::ordered_json truth = sim::JsonOfTruth(options.output, trace);
+  std::vector<Output> outputs = {{options.output, RecordBytes(*trace.record, options.output)}};
+  if (!options.truth.empty()) outputs.push_back({options.truth, JsonText(truth, 1) + "\n"});
+  SaveTogether(outputs);
+  session.Print(options.format == "json" ? JsonText(truth) + "\n" : TextOfTruth(options.output, trace));
   return kDone;
 }
 
@@ -71,7 +72,8 @@ void AddSimulateCommand(CLI::App& app, Session& session) {
       ->check(CLI::IsMember({"text", "json"}))
       ->capture_default_str();
   command->callback([options, &session] {
-    if (options->truth == options->output) throw CLI::ValidationError("--truth", "is the trace's own file");
+    if (NameTheSame(options->truth, options->output))
+      throw CLI::ValidationError("--truth", "is the trace's own file");
     session.command = [options](Session& running) { return RunSimulate(running, *options); };
   });
 }

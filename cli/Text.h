@@ -9,14 +9,28 @@ namespace reflyze::cli {
 // printf into a string.
 std::string Format(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// The bytes of a record's text, taken as ISO 8859-1, as UTF-8.
+// For printing with so many decimals: a value that rounds to 0 there has no sign.
+double NoMinusZero(double value, int decimals);
+
+// How the texts of records are read: "auto" takes those that are valid UTF-8 so and others as ISO 8859-1;
+// else the encoding of that name, of those that the C library knows. The whole program reads records in one
+// way, so that it is set once, before a record is read. False for a name that is not known.
+bool SetTextEncoding(const std::string& name);
+bool IsTextEncoding(const std::string& name);
+
+// A text of a record as UTF-8. What the encoding can't read becomes U+FFFD.
 std::string Utf8(const char* bytes, size_t length);
 std::string Utf8(const TString& text);
+
+// A text that should be UTF-8, such as the name of a file, with U+FFFD for each byte that is not. For a name
+// that is no UTF-8 there is no text that says it exactly; the mark says that this is not it, which letters
+// guessed for the bytes would hide.
+std::string ValidUtf8(const std::string& text);
 
 // What a terminal would act on instead of showing it.
 bool IsControl(char c);
 
-// One line for a terminal: control characters become question marks.
+// One line for a terminal: control characters, also the second set in UTF-8, become question marks.
 std::string OneLine(const std::string& text);
 
 // Lower-case hexadecimal.

@@ -81,16 +81,13 @@ int TAuto::ServiceFunction(TCmdASF cmd, long& value, void** params) {
 }
 
 void TAuto::AnalysisSorData(TSorData* trace, TTH* thresholds) {
-  constexpr double kLeastReflectanceDb =
-      -64.5;  // the record's threshold ends here: it stands for "all of them"
-  constexpr double kEveryReflectanceDb = -80.0;
   if (thresholds == nullptr) {
     th.Reset();
     TakeThresholds(th, *trace);
   } else {
     th = *thresholds;
   }
-  if (th.THRef <= kLeastReflectanceDb) th.THRef = kEveryReflectanceDb;
+  if (th.THRef <= TTH::kLowestReflectanceDb) th.THRef = TTH::kEveryReflectanceDb;
 
   // A trace that was filtered before is analysed on its raw points. The flag goes in any case: an analysed
   // record asks for no filtering.

@@ -44,10 +44,9 @@ class TraceScale {
 
  private:
   void ResetWorkingValues() {
-    constexpr double kLeastEndDb = 1.0;  // a fibre does not end at a splice
     a_.maxDbKm = kSteepestDbPerKm;
     a_.th.Event = a_.th.THLoss;
-    if (a_.th.THEnd < kLeastEndDb) a_.th.THEnd = kLeastEndDb;
+    if (a_.th.THEnd < TTH::kLeastEndDb) a_.th.THEnd = TTH::kLeastEndDb;
     a_.lines->Clear();
   }
 

@@ -29,6 +29,11 @@ class TTH {
   int noShortAnalysis = 0;  // 1 or more refuses the filter-based search and leaves the direct one
   TString path;             // INI file of IniTH and HasSection
 
+  // What an analysis makes of thresholds that it does not take literally.
+  static constexpr double kLowestReflectanceDb = -64.5;  // the record's threshold ends here: from here down
+  static constexpr double kEveryReflectanceDb = -80.0;   // it stands for every reflection
+  static constexpr double kLeastEndDb = 1.0;             // a fibre does not end at a splice
+
   // `iniPath` names the INI file; null stands for "ThresH.ini". All thresholds start at their defaults.
   explicit TTH(const char* iniPath = nullptr);
 

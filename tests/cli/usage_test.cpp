@@ -122,12 +122,4 @@ TEST_F(UsageTest, ForeignTextsCannotSteerATerminal) {
   EXPECT_NE(Run({"dump", path}).out.find("bell? red?[31m csi? \xC3\xA9"), std::string::npos);
 }
 
-TEST_F(UsageTest, NamesThatAreNoUtf8AreNamesAllTheSame) {
-  const std::string link =
-      Store("l.json", R"({"range_km": 1, "points": 100, "sections": [{"length_km": 0.5}]})");
-  const Result result = Run({"simulate", link, "-o", File("\xE9.sor"), "--format", "json"});
-  ASSERT_EQ(result.status, 0) << result.err;
-  EXPECT_EQ(Json(result)["file"], File("\u00e9.sor"));
-}
-
 }  // namespace
