@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "sim/Waveform.h"
+#include "util/elementary.h"
 
 namespace reflyze::bench {
 namespace {
@@ -167,7 +168,7 @@ void SettleNoise(Link& link, double marginDb) {
   }
   const double averagedDb = std::max(levelDb - marginDb, -60.0);
   link.averages = 20000;
-  link.receiver.noiseDb = averagedDb + 2.5 * std::log10(static_cast<double>(link.averages));
+  link.receiver.noiseDb = averagedDb + 2.5 * elementary::Log10(static_cast<double>(link.averages));
 }
 
 Link Reversed(const Link& link) {

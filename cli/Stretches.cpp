@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "cli/Text.h"
+#include "util/elementary.h"
 
 namespace reflyze::cli {
 namespace {
@@ -50,7 +51,7 @@ std::vector<StretchLevels> LevelsOfStretches(const TSorData& record) {
 // How far a step of level is from what the pulses explain. Backscatter grows with the pulse, by half of its
 // decibels one way, and most instruments take that out again.
 double UnexplainedDb(double stepDb, double fromNs, double toNs) {
-  const double gainDb = fromNs > 0.0 && toNs > 0.0 ? 5.0 * std::log10(toNs / fromNs) : 0.0;
+  const double gainDb = fromNs > 0.0 && toNs > 0.0 ? 5.0 * elementary::Log10(toNs / fromNs) : 0.0;
   return std::min(std::fabs(stepDb), std::fabs(stepDb - gainDb));
 }
 

@@ -5,9 +5,10 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <cmath>
 #include <cstdarg>
 #include <cstdio>
+
+#include "util/elementary.h"
 
 namespace reflyze::cli {
 namespace {
@@ -150,7 +151,7 @@ std::string ValidUtf8(const std::string& text) {
 }
 
 double NoMinusZero(double value, int decimals) {
-  return value <= 0.0 && value >= -0.5 * std::pow(10.0, -decimals) ? 0.0 : value;
+  return value <= 0.0 && value >= -0.5 * elementary::Exp10(-decimals) ? 0.0 : value;
 }
 
 bool IsControl(char c) {

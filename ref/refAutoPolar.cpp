@@ -14,7 +14,9 @@
 #include "ref/ref_Math.h"
 #include "ref/traceLevels.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
+namespace elementary = reflyze::elementary;
 using reflyze::TraceLevels;
 using reflyze::TruncToLong;
 
@@ -75,9 +77,10 @@ class PolarRipple {
 
   // What noise would swing by at a point after averaging over `points`.
   float NoiseSwingDb(long point, long points) const {
-    return static_cast<float>(TSorBlockQRTParameters::poww(noiseFloorDb_ - levelDb_[point] -
-                                                           2.5 * std::log10(static_cast<double>(points))) *
-                              0.22);
+    return static_cast<float>(
+        TSorBlockQRTParameters::poww(noiseFloorDb_ - levelDb_[point] -
+                                     2.5 * elementary::Log10(static_cast<double>(points))) *
+        0.22);
   }
 
   void MeasureCells(long b, long w) {

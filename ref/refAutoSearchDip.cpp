@@ -9,7 +9,9 @@
 #include "ref/refAutoSearch.h"
 #include "ref/traceLevels.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
+namespace elementary = reflyze::elementary;
 using reflyze::TraceLevels;
 using reflyze::TruncToLong;
 
@@ -32,7 +34,7 @@ class DipMeasure {
     width = static_cast<float>(static_cast<double>(halfAt - bottomAt_) / kHalfOfWidth);
     const float constantsToPeak = static_cast<float>(bottomAt_ - peakEnd) / width;
     if (constantsToPeak > 1.0f) return 0;
-    ratio = static_cast<float>(DepthAtBottom() * std::exp(static_cast<double>(constantsToPeak)));
+    ratio = static_cast<float>(DepthAtBottom() * elementary::Exp(static_cast<double>(constantsToPeak)));
     return recoveredAt_;
   }
 

@@ -4,12 +4,13 @@
 // Which of its points is wanted depends on the question: the beginning for the foot of a fall, the end for
 // the width of a peak, the middle for the place of a reflection. The argument `side` says so.
 
-#include <cmath>
 #include <functional>
 
 #include "ref/refAutoSearch.h"
 #include "ref/traceLevels.h"
+#include "util/elementary.h"
 
+namespace elementary = reflyze::elementary;
 using reflyze::TraceLevels;
 
 namespace {
@@ -50,7 +51,7 @@ long Search(const Samples& samples, long a, long b, float& value, int side) {
 }
 
 // Weight per point that lifts a falling linear trace back to where it started.
-double WeightPerPoint(float lossDb) { return std::pow(10.0, lossDb / 5.0); }
+double WeightPerPoint(float lossDb) { return elementary::Exp10(lossDb / 5.0); }
 
 // Slides a window of `width` samples from `a` to `b`. Sum is the precision in which the window is summed.
 // Returns the first sample of the best window and leaves its mean in `out`.

@@ -11,7 +11,9 @@
 #include "ref/refAutoSearch.h"
 #include "ref/traceLevels.h"
 #include "util/blockSearch.h"
+#include "util/elementary.h"
 
+namespace elementary = reflyze::elementary;
 using reflyze::TraceLevels;
 
 namespace {
@@ -140,7 +142,7 @@ float RefAutoSearchMaxLinFall(float* samples, long a, long b, long gap, long wid
   if (samples == nullptr || width < 1 || b < 2 * width + a + gap) return 0;
 
   // What the fibre itself loses from one window to the next, as a share of the first.
-  const double ownLoss = std::pow(10.0, static_cast<double>(gap + width) * dec / 5.0) - 1;
+  const double ownLoss = elementary::Exp10(static_cast<double>(gap + width) * dec / 5.0) - 1;
   long i = a, j = a + width - 1 + gap;
   double before = RefAutoGetAverage(samples, i, width) * static_cast<float>(width);
   double behind = RefAutoGetAverage(samples, j, width) * static_cast<float>(width);

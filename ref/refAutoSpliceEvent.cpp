@@ -33,6 +33,7 @@
 #include "ref/traceLevels.h"
 #include "util/blockSearch.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
 using namespace reflyze;
 
@@ -49,7 +50,7 @@ class Edge {
   // `lag` is the time constant of the receiver as a share of the pulse.
   Edge(long pulsePoints, double lag, long meanPoints, long points) : share_(static_cast<size_t>(points)) {
     const double pulse = static_cast<double>(std::max(pulsePoints, 1L));
-    const double keep = lag > 0 ? std::exp(-1.0 / (lag * pulse)) : 0.0;
+    const double keep = lag > 0 ? elementary::Exp(-1.0 / (lag * pulse)) : 0.0;
     std::vector<double> received(share_.size());
     double last = 0, sum = 0;
     const auto window = static_cast<size_t>(std::max(meanPoints, 1L));

@@ -11,6 +11,7 @@
 #include "ref/traceLevels.h"
 #include "util/assertion.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
 using namespace reflyze;
 
@@ -39,12 +40,12 @@ double RefEventTrusting(TSorData* sor, int index) {
   const double sectionOwt = static_cast<double>(event->ML1) - event->ML0;
   const double levelDb = RefMathPower(sor, static_cast<double>(event->ML0), sectionOwt, 0);
   const double grainDb = kGrainDbRootOwt / std::sqrt(pulseOwt);
-  const double noiseShare = std::pow(10.0, (noiseDb - levelDb) / 10.0);
+  const double noiseShare = elementary::Exp10((noiseDb - levelDb) / 10.0);
   const double peak =
-      RefEventReflectionPower(sor, 0.0, event->GetER()) / (10.0 * std::log10(noiseShare + 1.0));
+      RefEventReflectionPower(sor, 0.0, event->GetER()) / (10.0 * elementary::Log10(noiseShare + 1.0));
   if (peak > kClearPeak) return 2.0 / peak + 1.0;
   if (noiseShare >= kAllNoise) return sectionOwt / 2.0 / spacingOwt;
-  const double noiseStepDb = -10.0 * std::log10(1.0 - noiseShare);
+  const double noiseStepDb = -10.0 * elementary::Log10(1.0 - noiseShare);
   const double stepDb = std::fabs(event->GetEL());
   if (stepDb < noiseStepDb) return pulseOwt / spacingOwt + 1.0;
   return (noiseStepDb + grainDb) / stepDb * pulseOwt / spacingOwt + 1.0;
@@ -132,7 +133,7 @@ class Launch {
   // Light thrown back at the launch against the backscatter of a metre of fibre, a pulse long.
   double Quality() const {
     const double reflectance = RefEventReflection(&sor_, 0.0, heightDb_);
-    return std::pow(10.0, (reflectance - sor_.FxdParams->GetBC()) / 10.0 - 3.0) / pulseNs_ * aci_;
+    return elementary::Exp10((reflectance - sor_.FxdParams->GetBC()) / 10.0 - 3.0) / pulseNs_ * aci_;
   }
 
   bool LeavesScale() const { return peakDb_ > sor_.GetMaxLevel(); }

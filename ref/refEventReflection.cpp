@@ -1,13 +1,13 @@
 #include "ref/refEventReflection.h"
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 #include "ref/refAutoNoise.h"
 #include "ref/ref_Math.h"
 #include "ref/traceWalk.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
 using namespace reflyze;
 
@@ -111,7 +111,7 @@ double RefEventLinAmplPulse(TSorData* sor, double owt) {
 }
 
 double RefEventReflectionPower(double reflection, double pulse, double bc) {
-  return 5.0 * std::log10(std::pow(10.0, (reflection - bc) / 10.0) / pulse + 1.0);
+  return 5.0 * elementary::Log10(elementary::Exp10((reflection - bc) / 10.0) / pulse + 1.0);
 }
 
 double RefEventReflectionPower(TSorData* sor, double owt, double reflection) {
@@ -125,7 +125,7 @@ double RefEventReflectionPower(TSorData* sor, double owt, double reflection, dou
 
 double RefEventReflection(double height, double pulse, double bc) {
   if (height <= 0.0) height = kLeastHeightDb;
-  return 10.0 * std::log10((std::pow(10.0, height / 5.0) - 1.0) * pulse) + bc;
+  return 10.0 * elementary::Log10((elementary::Exp10(height / 5.0) - 1.0) * pulse) + bc;
 }
 
 double RefEventReflection(TSorData* sor, double owt, double height) {
@@ -172,7 +172,7 @@ double RefEventReflection(TSorData* sor, long point, double level, double aci1, 
   const double mean = excess.Mean();
   const double bc = sor->FxdParams->GetBC();
   if (mean < 0.0) return bc;
-  return 10.0 * std::log10(mean / SorMathPow5(level) * sor->GetRealNsPulse(0)) + bc;
+  return 10.0 * elementary::Log10(mean / SorMathPow5(level) * sor->GetRealNsPulse(0)) + bc;
 }
 
 double RefEventMinReflection(TSorData* sor, double level, double base) {

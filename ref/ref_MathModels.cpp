@@ -5,6 +5,9 @@
 #include "ref/traceWalk.h"
 #include "sor/sorData.h"
 #include "sor/sorMath.h"
+#include "util/elementary.h"
+
+namespace elementary = reflyze::elementary;
 
 // Closed-form models of what a pulse makes of the fibre.
 //
@@ -17,12 +20,12 @@ double RefMathAmplitudePulse(double pulse, double dbPerUnit, double spacing) {
   const double rise = 1.0 - SorMathPow5(-pulse * dbPerUnit);
   // The sample that shows the peak is a mean over a part of the spacing.
   const double window = std::min(spacing, pulse) / 1.2;
-  return rise * ((pulse / window) * (1.0 - std::exp(-window / pulse)));
+  return rise * ((pulse / window) * (1.0 - elementary::Exp(-window / pulse)));
 }
 
 double RefMathLinearFactor(double a, double b, double c) {
   if (b * a <= 0.0) return 0.0;
-  return 5.0 * std::log10(1.0 + a * b - a * a * c);
+  return 5.0 * elementary::Log10(1.0 + a * b - a * a * c);
 }
 
 namespace {
@@ -85,7 +88,7 @@ float RefMathCalcPower1uS(TSorData* sor, float len1, float len2, float att) {
   TSorBlockQRTParameters& params = *sor->QRTParams;
   double pulseNs = sor->FxdParams->GetNsPulse(0);
   if (pulseNs <= 0.0) pulseNs = 1.0;
-  double pulseDb = 5.0 * std::log10(pulseNs / 1000.0);
+  double pulseDb = 5.0 * elementary::Log10(pulseNs / 1000.0);
 
   const double offsetDb = sor->FxdParams->GetPO();
   double attenuatorDb;

@@ -1,13 +1,24 @@
 #include "sim/Waveform.h"
 
 #include <algorithm>
-#include <cmath>
+
+#include "util/elementary.h"
 
 namespace reflyze::sim {
 namespace {
 
 constexpr double kLightKmPerNs = 299792.458e-9;
 constexpr double kPi = 3.14159265358979323846;
+
+// (1 - e^-x) / x, the mean of a decay that begins at 1; by its series where the difference would lose digits.
+double MeanOfDecay(double x) {
+  constexpr double kShort = 0.5;
+  constexpr int kTerms = 16;  // 0.5^16 / 17! is less than the last digit of 1
+  if (x > kShort) return (1.0 - elementary::Exp(-x)) / x;
+  double mean = 1.0;
+  for (int n = kTerms; n > 1; --n) mean = 1.0 - x / n * mean;
+  return mean;
+}
 
 // A first-order low pass over an input that is a straight line from one end of a step to the other: exact.
 class LowPass {
@@ -16,7 +27,7 @@ class LowPass {
 
   void Step(double lengthKm, double inputFrom, double inputTo) {
     const double x = lengthKm / constantKm_;
-    const double keep = std::exp(-x);
+    const double keep = elementary::Exp(-x);
     // (1 - e^-x) / x, with its series where the quotient would lose digits.
     const double mean = x > 1e-5 ? (1.0 - keep) / x : 1.0 - x / 2.0;
     output_ = output_ * keep + inputTo * (1.0 - mean) + inputFrom * (mean - keep);
@@ -30,8 +41,8 @@ class LowPass {
 
 }  // namespace
 
-double PowerOfLevel(double levelDb) { return std::pow(10.0, levelDb / 5.0); }
-double LevelOfPower(double power) { return 5.0 * std::log10(power); }
+double PowerOfLevel(double levelDb) { return elementary::Exp10(levelDb / 5.0); }
+double LevelOfPower(double power) { return 5.0 * elementary::Log10(power); }
 double KmPerNs(double groupIndex) { return kLightKmPerNs / (2.0 * groupIndex); }
 
 Waveform::Waveform(const Link& link)
@@ -51,7 +62,7 @@ Waveform::Waveform(const Link& link)
 void Waveform::LayFibre(const Link& link) {
   const double launchBackscatterDb = link.sections.empty() ? -81.9 : link.sections.front().backscatterDb;
   powerPerReflectance_ =
-      PowerOfLevel(link.launchLevelDb) / (std::pow(10.0, launchBackscatterDb / 10.0) * link.pulseNs);
+      PowerOfLevel(link.launchLevelDb) / (elementary::Exp10(launchBackscatterDb / 10.0) * link.pulseNs);
   double positionKm = 0.0;
   double left = 1.0;  // two-way, behind the launch connector
   const auto joint = [&](const Joint& at, double before) {
@@ -59,7 +70,7 @@ void Waveform::LayFibre(const Link& link) {
     jointTransmission_.push_back(before);
     if (at.reflectanceDb) {
       reflectors_.push_back(
-          {positionKm, powerPerReflectance_ * before * std::pow(10.0, *at.reflectanceDb / 10.0)});
+          {positionKm, powerPerReflectance_ * before * elementary::Exp10(*at.reflectanceDb / 10.0)});
     }
   };
   joint(link.launch, PowerOfLevel(link.launch.lossDb));
@@ -68,12 +79,12 @@ void Waveform::LayFibre(const Link& link) {
     Stretch stretch;
     stretch.beginKm = positionKm;
     stretch.endKm = positionKm + section.lengthKm;
-    stretch.decayPerKm = section.attenuationDbPerKm * std::log(10.0) / 5.0;
-    stretch.densityPerKm =
-        powerPerReflectance_ * left * std::pow(10.0, section.backscatterDb / 10.0) * link.pulseNs / pulseKm_;
+    stretch.decayPerKm = section.attenuationDbPerKm * elementary::Log(10.0) / 5.0;
+    stretch.densityPerKm = powerPerReflectance_ * left * elementary::Exp10(section.backscatterDb / 10.0) *
+                           link.pulseNs / pulseKm_;
     stretches_.push_back(stretch);
     positionKm = stretch.endKm;
-    left *= std::exp(-stretch.decayPerKm * section.lengthKm);
+    left *= elementary::Exp(-stretch.decayPerKm * section.lengthKm);
     const bool last = i + 1 == link.sections.size();
     const Joint& behind = last ? link.end : link.joints[i];
     joint(behind, left);
@@ -87,7 +98,7 @@ void Waveform::AddEchoes(const Link& link) {
   std::vector<std::pair<size_t, double>> reflecting;  // joint, reflectance as a ratio
   for (size_t i = 0; i < jointKm_.size(); ++i) {
     const Joint& joint = i == 0 ? link.launch : i == link.sections.size() ? link.end : link.joints[i - 1];
-    if (joint.reflectanceDb) reflecting.emplace_back(i, std::pow(10.0, *joint.reflectanceDb / 10.0));
+    if (joint.reflectanceDb) reflecting.emplace_back(i, elementary::Exp10(*joint.reflectanceDb / 10.0));
   }
   for (size_t a = 0; a < reflecting.size(); ++a) {
     for (size_t b = a + 1; b < reflecting.size(); ++b) {
@@ -108,14 +119,15 @@ double Waveform::Scattered(const Stretch& stretch, double fromKm, double toKm) c
   const double from = std::max(fromKm, stretch.beginKm);
   const double to = std::min(toKm, stretch.endKm);
   if (to <= from) return 0.0;
-  const double atFrom = stretch.densityPerKm * std::exp(-stretch.decayPerKm * (from - stretch.beginKm));
+  const double atFrom =
+      stretch.densityPerKm * elementary::Exp(-stretch.decayPerKm * (from - stretch.beginKm));
   const double x = stretch.decayPerKm * (to - from);
-  return atFrom * (to - from) * (x > 1e-8 ? -std::expm1(-x) / x : 1.0);
+  return atFrom * (to - from) * MeanOfDecay(x);
 }
 
 double Waveform::RippleFactor(double positionKm) const {
   if (rippleDb_ == 0.0) return 1.0;
-  return PowerOfLevel(rippleDb_ * std::sin(2.0 * kPi * positionKm / ripplePeriodKm_));
+  return PowerOfLevel(rippleDb_ * elementary::Sin(2.0 * kPi * positionKm / ripplePeriodKm_));
 }
 
 double Waveform::BackscatterPower(double positionKm) const {

@@ -8,7 +8,9 @@
 
 #include "sor/sorMath.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
+namespace elementary = reflyze::elementary;
 using reflyze::TruncToInt;
 using reflyze::TruncToLong;
 
@@ -226,7 +228,7 @@ double TSorData::GetENOB() {
   if (QRTParams == nullptr) return 0.0;
   const double averages = std::min<int>(QRTParams->NASF, FxdParams->NAV);
   const double signalToNoise = SorMathPow5(QRTParams->SNL / 1000.0 - FxdParams->GetPO());
-  return std::log(signalToNoise / std::sqrt(averages)) / kLn2;
+  return elementary::Log(signalToNoise / std::sqrt(averages)) / kLn2;
 }
 
 // --- Embedded data ---

@@ -6,8 +6,10 @@
 
 #include "sor/sorDamp.h"
 #include "sor/sorFile.h"
+#include "util/elementary.h"
 #include "util/timeutil.h"
 
+namespace elementary = reflyze::elementary;
 using reflyze::TruncToShort;
 using reflyze::TruncToUShort;
 
@@ -244,13 +246,14 @@ constexpr double kLfPerDecade = 5000.0;
 }  // namespace
 
 double TSorBlockQRTParameters::GetLF() const {
-  if ((LF & kLogarithmBit) != 0) return std::pow(10.0, (LF & ~kLogarithmBit) / kLfPerDecade);
+  if ((LF & kLogarithmBit) != 0) return elementary::Exp10((LF & ~kLogarithmBit) / kLfPerDecade);
   return LF * 0.0001;
 }
 
 void TSorBlockQRTParameters::SetLF(double v) {
   if (v >= kLogarithmFrom) {
-    const int logarithm = std::min<int>(TruncToUShort(std::log10(v) * kLfPerDecade + 0.5), kLogarithmBit - 1);
+    const int logarithm =
+        std::min<int>(TruncToUShort(elementary::Log10(v) * kLfPerDecade + 0.5), kLogarithmBit - 1);
     LF = static_cast<unsigned short>(logarithm | kLogarithmBit);
   } else {
     LF = TruncToUShort(v * 10000.0 + 0.5);

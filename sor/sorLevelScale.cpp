@@ -7,6 +7,7 @@
 #include "sor/sorIParm.h"
 #include "util/assertion.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
 namespace reflyze {
 
@@ -15,7 +16,7 @@ namespace {
 std::array<float, kPowEntries> SetTpowArray() {
   std::array<float, kPowEntries> table{};
   for (int i = 0; i < kPowEntries; ++i) {
-    table[static_cast<size_t>(i)] = static_cast<float>(std::pow(10.0, i / 50000.0));
+    table[static_cast<size_t>(i)] = static_cast<float>(elementary::Exp10(i / 50000.0));
   }
   return table;
 }
@@ -23,7 +24,7 @@ std::array<float, kPowEntries> SetTpowArray() {
 std::array<int, kLogEntries> SetTlogArray() {
   std::array<int, kLogEntries> table{};
   for (int i = 0; i < kLogEntries; ++i) {
-    table[static_cast<size_t>(i)] = TruncToInt(std::log10(1 + i / 64.0) * kLogUnits);
+    table[static_cast<size_t>(i)] = TruncToInt(elementary::Log10(1 + i / 64.0) * kLogUnits);
   }
   return table;
 }
@@ -37,7 +38,7 @@ double Pow5OutsideTable(double x) {
   // Beyond this the result leaves the range of a double, infinite levels included.
   constexpr double kLargestDb = 5.0 * std::numeric_limits<double>::max_exponent10 + 40.0;
   if (std::isnan(x)) return Pow5InTable(0.0);  // truncated to whole units it is 0, and no place in the table
-  if (x < 0.0) return std::pow(10.0, x / 5.0);
+  if (x < 0.0) return elementary::Exp10(x / 5.0);
   if (x > kLargestDb) return std::numeric_limits<double>::infinity();
   int steps = 0;
   for (; x > kLargestTableDb; x -= kLargestTableDb) ++steps;
@@ -90,7 +91,7 @@ float TSorBlockQRTParameters::NLogToPLog(float v) const {
 }
 
 double TSorBlockQRTParameters::fPow5(double level) const {
-  const double share = Log5ToLin(level, 0) / std::pow(10.0, -GetMAX() / 5.0);
+  const double share = Log5ToLin(level, 0) / reflyze::elementary::Exp10(-GetMAX() / 5.0);
   return share * (1.0 - fZero()) + fZero();
 }
 

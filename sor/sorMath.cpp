@@ -1,7 +1,9 @@
 #include "sor/sorMath.h"
 
-#include <cmath>
+#include "util/elementary.h"
 
-double SorMathPow5(double x) { return std::pow(10.0, x / 5.0); }
+namespace elementary = reflyze::elementary;
 
-double SorMathLog5(double x) { return x > 0.0 ? 5.0 * std::log10(x) : 0.0; }
+double SorMathPow5(double x) { return elementary::Exp10(x / 5.0); }
+
+double SorMathLog5(double x) { return x > 0.0 ? 5.0 * elementary::Log10(x) : 0.0; }

@@ -8,6 +8,9 @@
 #include "src/Auto.h"
 #include "src/AutoLimits.h"
 #include "util/convert.h"
+#include "util/elementary.h"
+
+namespace elementary = reflyze::elementary;
 
 // What can be told from noise. Levels are on the one-way scale, so a step of x dB is a power ratio of 10^(x /
 // 5), and noise that stands at a level of 0 dB adds a relative error of 10^(-h / 5) to a signal h dB above
@@ -30,19 +33,19 @@ long WholeOwt(const TSorData* sor, double km) { return reflyze::TruncToInt(sor->
 
 }  // namespace
 
-double TAuto::powDb(double x) { return std::pow(10.0, (x > kHighestPowerDb ? kHighestPowerDb : x) / 5.0); }
+double TAuto::powDb(double x) { return elementary::Exp10((x > kHighestPowerDb ? kHighestPowerDb : x) / 5.0); }
 
 double TAuto::DbFault(double level, double fault) {
-  return 5.0 * std::log10(powDb(level) / (powDb(AtLeastFaultDb(fault)) - 1.0));
+  return 5.0 * elementary::Log10(powDb(level) / (powDb(AtLeastFaultDb(fault)) - 1.0));
 }
 
 double TAuto::RequirePower(double fault, long pts) {
-  return -5.0 * std::log10(powDb(AtLeastFaultDb(fault)) - 1.0) - 2.5 * std::log10(static_cast<double>(pts)) +
-         kNoiseMarginDb;
+  return -5.0 * elementary::Log10(powDb(AtLeastFaultDb(fault)) - 1.0) -
+         2.5 * elementary::Log10(static_cast<double>(pts)) + kNoiseMarginDb;
 }
 
 long TAuto::RequireAvgPin(double level, double fault) {
-  double points = std::pow(10.0, (RequirePower(fault, 1) - level) / 2.5);
+  double points = elementary::Exp10((RequirePower(fault, 1) - level) / 2.5);
   if (points > kMostPoints) points = kMostPoints;
   return reflyze::TruncToLong(points + 0.999);
 }
@@ -50,7 +53,7 @@ long TAuto::RequireAvgPin(double level, double fault) {
 double TAuto::RequireFault(double level, long pts) {
   const double averaged = static_cast<double>(std::max(pts, 1L));
   const double noiseToSignal = powDb(-(level - kNoiseMarginDb)) / std::sqrt(averaged);
-  const double faultDb = 5.0 * std::log10(noiseToSignal + 1.0) + 0.002;
+  const double faultDb = 5.0 * elementary::Log10(noiseToSignal + 1.0) + 0.002;
   return faultDb < kLeastCredibleDb ? kLeastCredibleDb : faultDb;
 }
 

@@ -13,6 +13,9 @@
 #include "ref/sectionFits.h"
 #include "sor/sorData.h"
 #include "util/convert.h"
+#include "util/elementary.h"
+
+namespace elementary = reflyze::elementary;
 
 namespace {
 
@@ -73,7 +76,7 @@ class EventSelection {
     if (params.PonType == 2) return 18.0;
     if (params.PonType == 0) return 0.0;
     const double outputs = static_cast<double>(params.FirstSplitterRatio) * params.SecondSplitterRatio;
-    return 10 * std::log10(outputs) + 3.0;
+    return 10 * elementary::Log10(outputs) + 3.0;
   }
 
   double FarDb(const TEventLine& behind) const { return std::max(behind.P[0], auto_.nf - 5.0); }

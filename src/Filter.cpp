@@ -1,14 +1,15 @@
 #include "src/Filter.h"
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 #include "ref/refAuto.h"
 #include "ref/ref_Math.h"
 #include "sor/sorData.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
+namespace elementary = reflyze::elementary;
 using reflyze::TruncToInt;
 
 namespace {
@@ -37,7 +38,7 @@ void TFilter::SetK(int k) {
   kernel.assign(Index(K), 0.0);
   double sum = 0.0;
   for (int i = 0; i < K; ++i) {
-    kernel[Index(i)] = std::exp((i + 1) * (kFall / K));
+    kernel[Index(i)] = elementary::Exp((i + 1) * (kFall / K));
     sum += kernel[Index(i)];
   }
   for (double& coefficient : kernel) coefficient /= sum;
@@ -91,7 +92,7 @@ reflyze::HeldSamples TSorFilter::HeldLinf() const {
 double TSorFilter::CalcFPin(double e) {
   if (pSorData == nullptr) return 0.0;
   const TSorBlockFixedParameters& fixed = *pSorData->FxdParams;
-  return std::pow(fixed.GetOwtPulse(0) / fixed.GetOwtDS(0) + 10.5, e);
+  return elementary::Power(fixed.GetOwtPulse(0) / fixed.GetOwtDS(0) + 10.5, e);
 }
 
 void TSorFilter::SetLvlK(double e) { SetK(TruncToInt(CalcFPin(e) + 0.75)); }
@@ -101,7 +102,7 @@ double TSorFilter::GetFLevel() {
   const TSorBlockQRTParameters& params = *pSorData->QRTParams;
   // A count below 0, as a broken file may hold, stands for no kernel.
   if (params.TMC <= 0 || !params.isFilter()) return 0.0;
-  return std::log(static_cast<double>(params.TMC)) / std::log(CalcFPin(1.0));
+  return elementary::Log(static_cast<double>(params.TMC)) / elementary::Log(CalcFPin(1.0));
 }
 
 void TSorFilter::SetSorMC(TSorData* sor) {
@@ -120,8 +121,8 @@ double TSorFilter::GetDbOnOwt(TSorData* sor) {
   if (sor == nullptr) sor = pSorData;
   if (sor == nullptr) return 0.0;
   const double spacingOwt = sor->FxdParams->GetOwtDS(0);
-  const double ratio = DbP(std::pow(10.0, -RefAutoGetDbOnOwt(sor) * spacingOwt / 5.0));
-  return -5.0 * std::log10(RatioWithLogarithm(ratio)) / spacingOwt;
+  const double ratio = DbP(elementary::Exp10(-RefAutoGetDbOnOwt(sor) * spacingOwt / 5.0));
+  return -5.0 * elementary::Log10(RatioWithLogarithm(ratio)) / spacingOwt;
 }
 
 int TSorFilter::IncLevelF(int apply) {

@@ -15,14 +15,16 @@
 #include "src/Filter.h"
 #include "src/LinearTrace.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
+namespace elementary = reflyze::elementary;
 using reflyze::LinearTrace;
 using reflyze::TruncToLong;
 
 namespace {
 
 // A ratio that is not positive has no logarithm: the smallest positive one stands for it.
-double Log(double ratio) { return std::log(ratio > 0.0 ? ratio : std::numeric_limits<double>::min()); }
+double Log(double ratio) { return elementary::Log(ratio > 0.0 ? ratio : std::numeric_limits<double>::min()); }
 
 // Natural logarithm of the ratio by which a level falls. A fall to nothing, or below, is as deep as one can
 // be.

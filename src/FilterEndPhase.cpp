@@ -13,6 +13,7 @@
 #include "src/AutoLimits.h"
 #include "src/FilterScan.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
 namespace reflyze {
 
@@ -27,7 +28,7 @@ constexpr double kFadeDbPerOwt = 0.0004;
 constexpr double kLeastSignalDb = 1.5;  // above the noise
 
 // Noise of a mean lies below that of a sample by 5 log10 of the square root of its width.
-double NoiseGainDb(double width) { return 2.5 * std::log10(width); }
+double NoiseGainDb(double width) { return 2.5 * elementary::Log10(width); }
 
 class AutoFilterEndPhase {
  public:

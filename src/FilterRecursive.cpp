@@ -12,7 +12,9 @@
 #include "sor/sorData.h"
 #include "src/Filter.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
+namespace elementary = reflyze::elementary;
 using reflyze::TruncToInt;
 using reflyze::TruncToLong;
 
@@ -43,8 +45,8 @@ class TwoStageFilter {
       : sor_(sor), lin_(lin), points_(sor.DataPts->GetPointsNum()) {
     const double filterLevel = sor.QRTParams->GetFilterLevel();
     const double spacingKm = sor.FxdParams->LenDS();
-    kept_ = std::exp(-spacingKm / (ForgettingKm(sor, kFilterKm) * filterLevel));
-    noiseKept_ = std::exp(-spacingKm / (ForgettingKm(sor, kNoiseKm) * filterLevel * filterLevel));
+    kept_ = elementary::Exp(-spacingKm / (ForgettingKm(sor, kFilterKm) * filterLevel));
+    noiseKept_ = elementary::Exp(-spacingKm / (ForgettingKm(sor, kNoiseKm) * filterLevel * filterLevel));
   }
 
   void Run() {
@@ -163,7 +165,7 @@ void TSorFilter::TempFilter(TSorData* sor, TSorData* reference, double k) {
   const long pulse = TruncToInt(sor->FxdParams->GetNsPulse(0) * kNsToKm / spacingKm + 1.5);
   const long start = std::max(pulse / 2, 0L);
   const double noiseDb = sor->QRTParams->GetNoisePeak();
-  const double kept = std::exp(spacingKm / (k * -kFilterKm * sor->QRTParams->GetFilterLevel()));
+  const double kept = elementary::Exp(spacingKm / (k * -kFilterKm * sor->QRTParams->GetFilterLevel()));
   if (std::isnan(kept)) return;
   double stateDb = sor->NumToLevel(start);
   for (long i = start; i + 1 < points; ++i) {
@@ -185,7 +187,7 @@ void TSorFilter::DynaF(TSorData* sor) {
   if (lin == nullptr) return;
   const double limitDb = sor->QRTParams->GetNoisePeak() + kClearOfNoiseDb;
   const double forgettingKm = ForgettingKm(*sor, kFilterKm) * sor->QRTParams->GetFilterLevel();
-  const double leastShare = 1.0 - std::exp(-sor->FxdParams->LenDS() / forgettingKm);
+  const double leastShare = 1.0 - elementary::Exp(-sor->FxdParams->LenDS() / forgettingKm);
   const long points = sor->DataPts->GetPointsNum();
   float before = points > 0 ? lin[0] : 0.0F;
   for (long i = 1; i < points; ++i) {
@@ -194,7 +196,7 @@ void TSorFilter::DynaF(TSorData* sor) {
       before = lin[i];
       continue;
     }
-    const double share = std::max(std::pow(10.0, (sampleDb - limitDb) / 5.0), leastShare);
+    const double share = std::max(elementary::Exp10((sampleDb - limitDb) / 5.0), leastShare);
     before = static_cast<float>(before * (1.0 - share) + lin[i] * share);
     sor->DataPts->SetfLevel(i, sor->QRTParams->LinToLog5(before));
     lin[i] = before;
@@ -209,7 +211,7 @@ void TSorFilter::PONFilter(TSorData* sor, float frac, float tau, long a, long b)
   const long end = std::min(b, static_cast<long>(sor->DataPts->GetPointsNum()));
   a = std::max(a, 0L);
   if (lin == nullptr || a >= end) return;
-  const double kept = std::exp(-1.0 / tau);
+  const double kept = elementary::Exp(-1.0 / tau);
   double state = lin[a];
   for (long i = a + 1; i < end; ++i) {
     state = Blend(state, kept, lin[i]);

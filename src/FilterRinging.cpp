@@ -18,6 +18,9 @@
 #include "src/Filter.h"
 #include "src/LinearTrace.h"
 #include "util/convert.h"
+#include "util/elementary.h"
+
+namespace elementary = reflyze::elementary;
 
 namespace {
 
@@ -301,7 +304,7 @@ bool Ringing::IsDampedCosine() {
                          3.0 * riseSquared > falls && 3.0 * falls > riseSquared;
   if (!isRegular) return true;
   // Both falls have one sign here, so that their ratio has a logarithm.
-  const double growth = std::pow(10.0, std::log10((a - b) / (c - d) * fade) / 2 / period_);
+  const double growth = elementary::Exp10(elementary::Log10((a - b) / (c - d) * fade) / 2 / period_);
   if (result_.ringCount == 0) result_.ringLevel = Db(growth);
   return IsInPhase(growth);
 }
@@ -314,8 +317,8 @@ bool Ringing::IsInPhase(double growth) const {
   const long end = At(3);
   for (long i = p(1); i < end; ++i) {
     const double x = lin_[i] * factor;
-    real += x * std::cos(phase);
-    imaginary += x * std::sin(phase);
+    real += x * elementary::Cos(phase);
+    imaginary += x * elementary::Sin(phase);
     total += x;
     factor *= growth;
     phase += kFullTurn / period_;

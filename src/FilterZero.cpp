@@ -14,6 +14,9 @@
 #include "ref/ref_Math.h"
 #include "sor/sorData.h"
 #include "src/Filter.h"
+#include "util/elementary.h"
+
+namespace elementary = reflyze::elementary;
 
 namespace {
 
@@ -52,7 +55,7 @@ class LevelEnd {
     filter_.CalcLinfNoise(first, points_ - 1, 1, -1.0F, power_.data(), noiseLin);
     const double errorLin = noiseLin * std::sqrt(2.0 / static_cast<double>(half));
     const double fibreLin = std::fabs(frontLin + behindLin) / 2.0 *
-                            (1.0 - std::pow(10.0, -fibreDbPerPoint_ * static_cast<double>(half) / 5.0));
+                            (1.0 - elementary::Exp10(-fibreDbPerPoint_ * static_cast<double>(half) / 5.0));
     return fibreLin > kErrorsToTell * errorLin && std::fabs(frontLin - behindLin) < kLevelShare * fibreLin;
   }
 

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 #include "ref/refAutoSearch.h"
 #include "src/HeldSamples.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
 namespace reflyze {
 
@@ -82,7 +82,7 @@ class LinearTrace {
 
 // log2 of a ratio of heights. A ratio that has no logarithm counts as the smallest there is.
 inline double Log2OfRatio(double ratio) {
-  return std::log2(ratio > 0.0 ? ratio : std::numeric_limits<double>::min());
+  return elementary::Log2(ratio > 0.0 ? ratio : std::numeric_limits<double>::min());
 }
 
 // The grade of a height over a limit, both in linear power: the whole part of log2(height / limit + 1). A

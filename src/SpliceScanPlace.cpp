@@ -10,6 +10,7 @@
 
 #include "src/SpliceScan.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
 namespace reflyze {
 
@@ -323,8 +324,8 @@ StepScan::Verdict StepScan::ReportStep() {
   if (end_ - find_.begin < winPulse_ / 2 + 1) return Verdict::kNothing;
   find_.gradeUp = 0;
   // The grade of a strong event is negative, and so is that of a large step.
-  const double lossLin = std::pow(10.0, std::fabs(lossDb_) / 5);
-  find_.gradeDown = -Grade(std::log2(lossLin / std::pow(10.0, limits_.eventDb / 5)));
+  const double lossLin = elementary::Exp10(std::fabs(lossDb_) / 5);
+  find_.gradeDown = -Grade(elementary::Log2(lossLin / elementary::Exp10(limits_.eventDb / 5)));
   find_.type = 'S';
   return Verdict::kFound;
 }

@@ -6,6 +6,7 @@
 
 #include "src/SpliceScan.h"
 #include "util/convert.h"
+#include "util/elementary.h"
 
 namespace reflyze {
 
@@ -110,7 +111,7 @@ StepScan::Verdict StepScan::TakeOverlappingReflections(const Step& step, const C
   find_.rise = Held(find_.begin + winPulse_);
   find_.peak = Held(crest.top);
   find_.end = Held(step.end);
-  find_.gradeDown = Grade(std::log2(crest.heightDb / limits_.highDb) + 0.5);
+  find_.gradeDown = Grade(elementary::Log2(crest.heightDb / limits_.highDb) + 0.5);
   find_.gradeUp = 1;
   find_.type = 'N';
   at_ = find_.peak + winPulse_;

@@ -1,0 +1,110 @@
+#include "util/bigElementary.h"
+
+#include "util/elementaryTables.h"
+
+namespace reflyze::elementary {
+namespace {
+
+// value * 2^exponent
+struct Scaled {
+  BigFixed value;
+  int exponent;
+};
+
+double DoubleOf(const BigFixed& a) { return Rounded(a, 0); }
+
+// How often `unit` goes into `a`, fewer than 2^31 times; `a` keeps the rest.
+std::uint32_t TakeOut(BigFixed& a, const BigFixed& unit) {
+  auto times = static_cast<std::uint32_t>(DoubleOf(a) / DoubleOf(unit));
+  if (IsLess(a, Times(unit, times))) --times;
+  a = Difference(a, Times(unit, times));
+  if (IsLess(a, unit)) return times;
+  a = Difference(a, unit);
+  return times + 1;
+}
+
+// e^z, or e^-z. The series of z / 256 ends soon, and eight squares lead back.
+Scaled ExpOf(BigFixed z, bool isNegative) {
+  constexpr int kSquares = 8;
+  constexpr std::uint32_t kTerms = 20;  // 2^-8.5 to the 21st over 21! lies below 2^-224
+  int exponent = static_cast<int>(TakeOut(z, kBigLn2));
+  if (isNegative) {
+    z = Difference(kBigLn2, z);
+    exponent = -exponent - 1;
+  }
+  z = Shifted(z, -kSquares);
+  BigFixed power = kBigOne;
+  for (std::uint32_t n = kTerms; n > 0; --n) power = Sum(kBigOne, Quotient(Product(power, z), n));
+  for (int i = 0; i < kSquares; ++i) power = Product(power, power);
+  return {power, exponent};
+}
+
+double Rounded(const Scaled& a) { return Rounded(a.value, a.exponent); }
+
+// |log(x)|: e^-log is so near 1 / x that of log(x e^-log) = log(1 + d) four terms are enough. |d| is at most
+// about 2^-43, an ulp of the largest logarithm.
+BigFixed BigLog(double x, double log) {
+  const Scaled inverse = ExpOf(BigOf(log), log > 0.0);
+  int exponent = 0;
+  const double mantissa = std::frexp(x, &exponent);
+  const BigFixed nearOne = Shifted(Product(BigOf(mantissa), inverse.value), exponent + inverse.exponent);
+  const bool isShort = IsLess(nearOne, kBigOne);
+  const BigFixed d = Distance(nearOne, kBigOne);
+  BigFixed power = d, odd = d, even = kBigZero;
+  for (std::uint32_t n = 2; n <= 5; ++n) {
+    power = Product(power, d);
+    BigFixed& part = n % 2 == 0 ? even : odd;
+    part = Sum(part, Quotient(power, n));
+  }
+  const BigFixed rest = isShort ? Sum(odd, even) : Difference(odd, even);
+  const BigFixed near = BigOf(log);
+  return isShort == (log < 0.0) ? Sum(near, rest) : Difference(near, rest);
+}
+
+}  // namespace
+
+double SlowExp(double x) { return Rounded(ExpOf(BigOf(x), x < 0.0)); }
+
+double SlowExp10(double x) { return Rounded(ExpOf(Product(BigOf(x), kBigLn10), x < 0.0)); }
+
+double SlowLog(double x, double log, const BigFixed& unit) {
+  return std::copysign(DoubleOf(Product(BigLog(x, log), unit)), log);
+}
+
+double SlowPower(double base, double log, double x) {
+  int exponent = 0;
+  const double mantissa = std::frexp(x, &exponent);
+  const BigFixed z = Shifted(Product(BigLog(base, log), BigOf(mantissa)), exponent);
+  return Rounded(ExpOf(z, (x < 0.0) != (log < 0.0)));
+}
+
+// By the octant: the angle from the next axis is at most pi / 4, and the series is that of the sine or the
+// cosine.
+double SlowSine(double x, bool isCosine) {
+  constexpr std::uint32_t kTerms = 50;  // (pi / 4)^51 over 51! lies below 2^-224
+  BigFixed angle = BigOf(x);
+  const std::uint32_t quarters = TakeOut(angle, kBigHalfPi);
+  // The sine of the quarters and the rest, with what a negative angle and a cosine mean for it.
+  std::uint32_t turn = quarters;
+  bool isNegative = x < 0.0;
+  if (isCosine) {
+    isNegative = false;
+    ++turn;
+  }
+  if (turn % 4 >= 2) isNegative = !isNegative;
+  bool fromCrest = turn % 2 == 1;
+  const BigFixed mirrored = Difference(kBigHalfPi, angle);
+  if (IsLess(mirrored, angle)) {
+    angle = mirrored;
+    fromCrest = !fromCrest;
+  }
+  const BigFixed square = Product(angle, angle);
+  BigFixed series = kBigOne;
+  for (std::uint32_t n = fromCrest ? kTerms : kTerms - 1; n >= 2; n -= 2) {
+    series = Difference(kBigOne, Quotient(Product(series, square), n * (n - 1)));
+  }
+  const double size = DoubleOf(fromCrest ? series : Product(series, angle));
+  return isNegative ? -size : size;
+}
+
+}  // namespace reflyze::elementary
