@@ -1,8 +1,12 @@
 #include "cli/ModuleHost.h"
 
+#ifdef REFLYZE_LINKED_MODULE
+#include "src/Module.h"
+#else
 #include <dlfcn.h>
 #include <limits.h>
 #include <unistd.h>
+#endif
 
 #include <vector>
 
@@ -11,7 +15,6 @@
 namespace reflyze::cli {
 namespace {
 
-constexpr const char* kModuleName = "reflyze.so";
 constexpr int kProcessAttach = 0;  // the reason with which a host announces itself once
 enum ServiceCommand { kAnalyse = 0, kAnalyseEndsOnly = 1, kCompare = 2 };
 
@@ -20,6 +23,9 @@ constexpr size_t kCurrentSlot = 0;
 constexpr size_t kThresholdsSlot = 1;
 constexpr size_t kBaselineSlot = 10;
 constexpr size_t kSlots = 11;
+
+#ifndef REFLYZE_LINKED_MODULE
+constexpr const char* kModuleName = "reflyze.so";
 
 std::string FolderOfExecutable() {
   char path[PATH_MAX];
@@ -50,9 +56,17 @@ Function Find(void* handle, const char* name) {
   if (symbol == nullptr) throw Problem(kUnreadable, std::string(kModuleName) + ": has no function " + name);
   return reinterpret_cast<Function>(symbol);
 }
+#endif
 
 }  // namespace
 
+#ifdef REFLYZE_LINKED_MODULE
+ModuleHost::ModuleHost(TLogFile* log)
+    : getModuleVersion_(GetModuleVersion), serviceFunction_(ServiceFunction) {
+  DllMain(nullptr, kProcessAttach, nullptr);
+  DllInit(log);
+}
+#else
 ModuleHost::ModuleHost(TLogFile* log) {
   void* handle = LoadModule();
   const auto dllMain = Find<DllMainFunction>(handle, "DllMain");
@@ -62,6 +76,7 @@ ModuleHost::ModuleHost(TLogFile* log) {
   dllMain(handle, kProcessAttach, nullptr);
   dllInit(log);
 }
+#endif
 
 std::string ModuleHost::Version() const {
   std::vector<char> text(static_cast<size_t>(getModuleVersion_(nullptr, 0)));
