@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <memory>
 
@@ -16,9 +17,9 @@ namespace {
 constexpr int kMostEvents = std::numeric_limits<short>::max();
 
 // Times of a broken record may lie anywhere: what is computed from them is held in the field.
-int HeldOwt(long owt) {
+int HeldOwt(std::int64_t owt) {
   return static_cast<int>(
-      std::clamp<long>(owt, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+      std::clamp<std::int64_t>(owt, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
 bool DifferByMoreThanOnePercent(double a, double b) { return std::fabs(a - b) / a > 0.01; }
@@ -86,9 +87,9 @@ class DirectionMatch {
   // False where they lie too far apart to be one.
   bool ShareEnd() {
     constexpr double kMorePoints = 5.0;
-    const long endA = a_.End().EPT, endB = b_.End().EPT;
+    const std::int64_t endA = a_.End().EPT, endB = b_.End().EPT;
     const double mean = (static_cast<double>(endA) * ratio_ + static_cast<double>(endB)) / (ratio_ + 1.0);
-    const long aim = TruncToInt(mean);
+    const std::int64_t aim = TruncToInt(mean);
     const double offPoints = static_cast<double>(aim - endA) / a_.spacingOwt();
     const long points = TruncToLong(endA < aim ? offPoints + 0.5 : offPoints - 0.5);
     endOwt_ = HeldOwt(endA + TruncToInt(static_cast<double>(points) * a_.spacingOwt()));
@@ -104,7 +105,7 @@ class DirectionMatch {
     for (int i = 0; i < a_.count() - 1 && j >= 0; ++i) {
       if (a_.count() >= kMostEvents || b_.count() >= kMostEvents) return;
       const double atA = a_.EventAt(i + 1).EPT;
-      const double atB = static_cast<double>(static_cast<long>(endOwt_) - b_.EventAt(j).EPT);
+      const double atB = static_cast<double>(std::int64_t{endOwt_} - b_.EventAt(j).EPT);
       const double reachA = a_.ReachOwt(i + 1), reachB = b_.ReachOwt(j);
       if (atB > atA + reachA + reachB + endsApartOwt_) {
         // Only the first saw it. Its image in the second takes the place in front of j, which stays next.
@@ -125,13 +126,13 @@ class DirectionMatch {
   // places.
   void Reconcile(TSorBlockKeyEvents1E& eventA, TSorBlockKeyEvents1E& eventB, double reachA, double reachB) {
     constexpr double kOnePlacePoints = 1.5;
-    const long atA = eventA.EPT, atB = static_cast<long>(endOwt_) - eventB.EPT;
+    const std::int64_t atA = eventA.EPT, atB = std::int64_t{endOwt_} - eventB.EPT;
     if (!(1.0 / reachA + 1.0 / reachB <= endWeight_)) return;
     const auto owtA = static_cast<double>(atA), owtB = static_cast<double>(atB);
     if (!(std::fabs(owtA - owtB) > a_.spacingOwt() * kOnePlacePoints)) return;
     const int move = TruncToInt((owtA * reachB + owtB * reachA) / (reachA + reachB) - owtA);
     eventA.EPT = HeldOwt(atA + move);
-    eventB.EPT = HeldOwt(static_cast<long>(endOwt_) - eventA.EPT);
+    eventB.EPT = HeldOwt(std::int64_t{endOwt_} - eventA.EPT);
   }
 
   Direction a_, b_;
@@ -157,7 +158,7 @@ void CutSection(TSorData& sor, int i, int TSorBlockKeyEvents1E::*bound, int owt,
 }
 
 // The image of an event between two of the other direction, where the fibre ends at `endOwt`.
-std::unique_ptr<TSorBlockKeyEvents1E> ImageOf(const TSorBlockKeyEvents1E& seen, long endOwt,
+std::unique_ptr<TSorBlockKeyEvents1E> ImageOf(const TSorBlockKeyEvents1E& seen, std::int64_t endOwt,
                                               const TSorBlockKeyEvents1E& before,
                                               const TSorBlockKeyEvents1E& behind) {
   auto event = std::make_unique<TSorBlockKeyEvents1E>(seen);
@@ -165,7 +166,7 @@ std::unique_ptr<TSorBlockKeyEvents1E> ImageOf(const TSorBlockKeyEvents1E& seen, 
   event->ML0 = before.ML2;
   event->ML1 = HeldOwt(endOwt - seen.ML1);
   // Its dead zone lies behind it from either side.
-  event->ML2 = HeldOwt((endOwt - seen.EPT) + (static_cast<long>(seen.ML2) - seen.EPT));
+  event->ML2 = HeldOwt((endOwt - seen.EPT) + (std::int64_t{seen.ML2} - seen.EPT));
   event->ML3 = behind.ML1;
   event->ML4 = HeldOwt(endOwt - seen.ML4);
   return event;

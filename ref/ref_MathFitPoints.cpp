@@ -1,4 +1,5 @@
 #include <cmath>
+#include <cstdint>
 
 #include "ref/ref_Math.h"
 #include "sor/sorData.h"
@@ -45,7 +46,7 @@ class BackwardSums {
   }
 
   long n() const { return n_; }
-  long SumK() const { return n_ * (n_ - 1) / 2; }
+  std::int64_t SumK() const { return std::int64_t{n_} * (n_ - 1) / 2; }
   float sumY() const { return sumY_; }
   float sumKY() const { return sumKY_; }
 
@@ -142,11 +143,11 @@ long RefMathGetPinWithLsp(TSorData* sor, long first, long mid, long last, float 
   float bestError = best.slope - slope;
   long bestPoint = mid;
 
-  // From here on the sum of squares is exact.
-  const long n = sums.n();
-  long sumKK = (2 * n - 1) * sums.SumK() / 3;
+  // From here on the sum of squares is exact. A million points have one of 59 bits.
+  const std::int64_t n = sums.n();
+  std::int64_t sumKK = (2 * n - 1) * sums.SumK() / 3;
   for (long i = mid - 1; i >= first; --i) {
-    const long k = sums.n();
+    const std::int64_t k = sums.n();
     sumKK += k * k;
     sums.Take(i);
     const LineF line = SolveLine(sums.n(), static_cast<float>(sums.SumK()), static_cast<float>(sumKK),

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+
 #include "sor/sorBlock.h"
 #include "sor/sorFields.h"
 #include "sor/sorMath.h"
@@ -151,13 +155,14 @@ class TSorBlockFixedParameters : public TSorBlock {
 };
 
 inline long TSorBlockFixedParameters::GetTotalPinPW() const {
-  long total = 0;
+  std::int64_t total = 0;
   for (int i = 0; i < TPW; ++i) total += NPPW[i];
-  return total;
+  constexpr std::int64_t kMost = std::numeric_limits<long>::max();
+  return static_cast<long>(std::min(total, kMost));
 }
 
 inline int TSorBlockFixedParameters::NumToNPW(long n) const {
-  long end = 0;
+  std::int64_t end = 0;
   for (int i = 0; i < TPW; ++i) {
     end += NPPW[i];
     if (n < end) return i;
@@ -167,7 +172,8 @@ inline int TSorBlockFixedParameters::NumToNPW(long n) const {
 
 inline double TSorBlockFixedParameters::NumToOwt(long n) const {
   double owt = GetOwtDataOffset();
-  long first = 0;  // first point of stretch i; the difference to n is taken only where it can't overflow
+  std::int64_t first =
+      0;  // first point of stretch i; the difference to n is taken only where it can't overflow
   for (int i = 0; i < TPW; ++i) {
     const double spacingOwt = DS[i] / kPointsPerDS;
     if (n < first + NPPW[i]) return owt + spacingOwt * static_cast<double>(n - first);
@@ -182,7 +188,7 @@ inline double TSorBlockFixedParameters::OwtTofNum(double owt) const {
   if (owt < GetMinOwt()) return -1.0;
   if (owt > NumToOwt(total)) return static_cast<double>(total);
   double restOwt = owt - GetOwtDataOffset();
-  long first = 0;
+  std::int64_t first = 0;
   for (int i = 0; i < TPW; ++i) {
     const double spacingOwt = DS[i] / kPointsPerDS;
     const double stretchOwt = spacingOwt * NPPW[i];
