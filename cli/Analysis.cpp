@@ -99,11 +99,13 @@ std::unique_ptr<TIniSection> ReadSection(Session& session, const ThresholdOption
 }  // namespace
 
 void AddThresholdOptions(CLI::App& command, ThresholdOptions& options) {
-  command.add_option("--lt", options.ltDb, "Loss threshold, dB")->check(NumberBetween(0.0, kMost));
+  command.add_option("--lt", options.ltDb, "Loss threshold, dB")->transform(NumberBetween(0.0, kMost));
   command.add_option("--rt", options.rtDb, "Reflectance threshold, dB (negative)")
-      ->check(NumberBetween(-kMost, 0.0));
-  command.add_option("--et", options.etDb, "End of fibre threshold, dB")->check(NumberBetween(0.0, kMost));
-  command.add_option("--ct", options.ctDbPerKm, "Slope threshold, dB/km")->check(NumberBetween(0.0, kMost));
+      ->transform(NumberBetween(-kMost, 0.0));
+  command.add_option("--et", options.etDb, "End of fibre threshold, dB")
+      ->transform(NumberBetween(0.0, kMost));
+  command.add_option("--ct", options.ctDbPerKm, "Slope threshold, dB/km")
+      ->transform(NumberBetween(0.0, kMost));
   CLI::Option* file =
       command.add_option("--thresholds", options.file, "INI document with thresholds")->check(InputName());
   command.add_option("--section", options.section, "Section of that document")

@@ -195,7 +195,7 @@ void AddBaselineCommand(CLI::App& app, Session& session) {
       ->check(Check(LevelNameProblem));
   const auto addLimit = [&](const char* name, double& limit, const char* meaning) {
     command->add_option(name, limit, meaning)
-        ->check(NumberBetween(0.0, kLargestLimit))
+        ->transform(NumberBetween(0.0, kLargestLimit))
         ->capture_default_str();
   };
   addLimit("--lt", monitoring.ltDb, "Largest growth of an event's loss, dB");

@@ -99,7 +99,7 @@ void AddFilterCommand(CLI::App& app, Session& session) {
       ->check(CLI::IsMember({"auto", "fast", "kernel"}))
       ->capture_default_str();
   command->add_option("--level", options->level, "Strength of the filter, 1 is usual; without it the trace's")
-      ->check(NumberBetween(kLeastLevel, kLargestLevel));
+      ->transform(NumberBetween(kLeastLevel, kLargestLevel));
   command->add_option("--format", options->format, "text or json")
       ->check(CLI::IsMember({"text", "json"}))
       ->capture_default_str();

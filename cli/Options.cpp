@@ -21,7 +21,7 @@ CLI::Validator Unnamed(Check check) {
 }  // namespace
 
 CLI::Validator NumberBetween(double least, double most) {
-  return Unnamed([least, most](const std::string& text) -> std::string {
+  return Unnamed([least, most](std::string& text) -> std::string {
     char* end = nullptr;
     const double number = std::strtod(text.c_str(), &end);
     if (text.empty() || end != text.c_str() + text.size() || std::isnan(number)) {
@@ -29,6 +29,7 @@ CLI::Validator NumberBetween(double least, double most) {
     }
     if (number < least || number > most)
       return Format("%s is not between %g and %g", text.c_str(), least, most);
+    text = Format("%a", number);
     return "";
   });
 }

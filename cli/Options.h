@@ -8,7 +8,8 @@ namespace reflyze::cli {
 // What the options of several commands take. The library's own range lets "not a number" and the empty text
 // of an unset variable pass.
 
-// A plain finite number between two bounds.
+// A plain finite number between two bounds. As a transformation it says the double next to the text digit by
+// digit: the library reads a wider type, which is rounded twice, and not equally wide on all machines.
 CLI::Validator NumberBetween(double least, double most);
 
 // A whole number from 0 to 2^64 - 1.

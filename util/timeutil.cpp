@@ -2,6 +2,7 @@
 
 #include <time.h>
 
+#include <cstdint>
 #include <mutex>
 
 #include "util/assertion.h"
@@ -19,7 +20,8 @@ long GetTickCountEx() {
   timespec now{};
   const bool known = clock_gettime(CLOCK_MONOTONIC, &now) == 0;
   reflyze::Require(known, "false && \"Error during time retreiving\"");
-  return static_cast<long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+  // A counter: where long has 32 bits it starts again after 49 days.
+  return static_cast<long>(std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000);
 }
 
 long GetUTCTimeStamp() { return static_cast<long>(time(nullptr)); }
