@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "sor/sorData.h"
-#include "src/th.h"
+#include "src/analysis/th.h"
 
 namespace reflyze::bench {
 

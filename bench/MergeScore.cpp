@@ -7,8 +7,8 @@
 #include "bench/EventMatching.h"
 #include "cli/AnalysedRecord.h"
 #include "cli/Text.h"
-#include "ref/refEventBiDir.h"
-#include "ref/ref_Math.h"
+#include "ref/events/refEventBiDir.h"
+#include "ref/math/ref_Math.h"
 
 namespace reflyze::bench {
 namespace {

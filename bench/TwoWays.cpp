@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "ref/refEventEdit.h"
-#include "ref/refEventQuality.h"
-#include "ref/ref_Math.h"
+#include "ref/events/refEventEdit.h"
+#include "ref/events/refEventQuality.h"
+#include "ref/math/ref_Math.h"
 #include "sim/Waveform.h"
 
 namespace reflyze::bench {

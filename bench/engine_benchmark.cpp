@@ -16,9 +16,9 @@
 #include "bench/BenchSizes.h"
 #include "bench/BenchTraces.h"
 #include "cli/Baseline.h"
-#include "cli/PlausibleComparison.h"
-#include "src/Filter.h"
-#include "src/Module.h"
+#include "measure/PlausibleComparison.h"
+#include "src/filter/Filter.h"
+#include "src/module/Module.h"
 
 namespace {
 
@@ -161,7 +161,7 @@ void CompareUnchanged(benchmark::State& state) {
     copy->Assign(*trace);
     state.ResumeTiming();
     cli::MakeComparable(*baseline, *copy);
-    cli::ComparePlausibly(*baseline, *copy, compare);
+    ComparePlausibly(*baseline, *copy, compare);
     state.PauseTiming();
     state.counters["changed"] = copy->RFTSEvents->IsFail() ? 1.0 : 0.0;
     copy.reset();

@@ -5,9 +5,9 @@
 #include <iostream>
 
 #include "bench/MergeScore.h"
-#include "cli/Plausible.h"
-#include "src/Auto.h"
-#include "src/th.h"
+#include "measure/Plausible.h"
+#include "src/analysis/Auto.h"
+#include "src/analysis/th.h"
 
 namespace {
 
@@ -80,8 +80,8 @@ class Program {
     thresholds.THLoss = options_.ltDb;
     thresholds.THRef = options_.rtDb;
     thresholds.THEnd = options_.etDb;
-    cli::AnalysePlausibly(record, thresholds,
-                          [&record](TTH& values) { TAuto().AnalysisSorData(&record, &values); });
+    AnalysePlausibly(record, thresholds,
+                     [&record](TTH& values) { TAuto().AnalysisSorData(&record, &values); });
   }
 
   Options options_;

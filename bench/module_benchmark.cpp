@@ -6,7 +6,7 @@
 #include "bench/BenchSizes.h"
 #include "bench/BenchTraces.h"
 #include "bench/HeapPeak.h"
-#include "src/Module.h"
+#include "src/module/Module.h"
 
 namespace {
 

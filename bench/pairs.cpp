@@ -13,15 +13,15 @@
 #include "bench/TracePairs.h"
 #include "cli/Baseline.h"
 #include "cli/CompareTable.h"
-#include "cli/Plausible.h"
-#include "cli/PlausibleComparison.h"
 #include "cli/RecordFile.h"
 #include "cli/Text.h"
+#include "measure/Plausible.h"
+#include "measure/PlausibleComparison.h"
 #include "sim/Simulate.h"
 #include "sim/Waveform.h"
-#include "sor/sorFile.h"
-#include "src/Auto.h"
-#include "src/th.h"
+#include "sor/stream/sorFile.h"
+#include "src/analysis/Auto.h"
+#include "src/analysis/th.h"
 
 namespace {
 
@@ -202,8 +202,8 @@ class Program {
     thresholds.THLoss = options_.baselineLtDb;
     thresholds.THRef = options_.baselineRtDb;
     thresholds.THEnd = pair.baseline.endThresholdDb;
-    cli::AnalysePlausibly(*before.record, thresholds,
-                          [&](TTH& values) { TAuto().AnalysisSorData(before.record.get(), &values); });
+    AnalysePlausibly(*before.record, thresholds,
+                     [&](TTH& values) { TAuto().AnalysisSorData(before.record.get(), &values); });
     cli::MakeBaseline(*before.record, options_.monitoring);
     if (IsAtJoint(happening) && !Lists(*before.record, pair)) return std::nullopt;
     const cli::LoadedRecord baseline = ThroughFile(*before.record), current = ThroughFile(*after.record);
@@ -211,7 +211,7 @@ class Program {
     const auto compare = [](TSorData& base, TSorData& trace) {
       return TAuto().Compare(&base, &trace, false);
     };
-    const int result = cli::ComparePlausibly(*baseline.record, *current.record, compare);
+    const int result = ComparePlausibly(*baseline.record, *current.record, compare);
     const cli::CompareTable table =
         cli::MakeCompareTable(*baseline.record, *current.record, result, cli::Numbers::kMeasured);
     const Verdict verdict = Judge(happening, pair, table).Judged();

@@ -11,13 +11,13 @@
 
 #include "bench/RandomLinks.h"
 #include "bench/Score.h"
-#include "cli/Plausible.h"
 #include "cli/RecordFile.h"
 #include "cli/Text.h"
+#include "measure/Plausible.h"
 #include "sim/Simulate.h"
 #include "sim/Waveform.h"
-#include "src/Auto.h"
-#include "src/th.h"
+#include "src/analysis/Auto.h"
+#include "src/analysis/th.h"
 
 namespace {
 
@@ -95,7 +95,7 @@ class Scorecard {
     thresholds.fromAutomat = 1;  // taken literally, as the program does
     thresholds.noShortAnalysis = options_.road == "direct" ? 1 : 0;
     if (options_.road == "program") {
-      cli::AnalysePlausibly(*trace.record, thresholds, analyse);
+      AnalysePlausibly(*trace.record, thresholds, analyse);
     } else {
       analyse(thresholds);
     }

@@ -5,9 +5,9 @@
 
 #include "cli/EngineCall.h"
 #include "cli/Options.h"
-#include "cli/Plausible.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
+#include "measure/Plausible.h"
 
 namespace reflyze::cli {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "cli/RecordFile.h"
-#include "src/th.h"
+#include "src/analysis/th.h"
 #include "util/tinifile.h"
 
 namespace CLI {

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <memory>
 
-#include "cli/Plausible.h"
 #include "cli/Problem.h"
 #include "cli/Text.h"
-#include "ref/refEvent.h"
-#include "src/Filter.h"
-#include "src/RFTSUParams.h"
+#include "measure/Plausible.h"
+#include "ref/events/refEvent.h"
+#include "src/filter/Filter.h"
+#include "src/monitor/RFTSUParams.h"
 #include "util/convert.h"
 #include "util/latin1.h"
 
@@ -170,14 +170,6 @@ void MakeBaseline(TSorData& record, const Monitoring& monitoring) {
   record.RFTSEvents->Assign(TSorBlockRFTSEvents());
   record.WriteProprietaryBlocks = 1;
   HoldMarkers(record);
-}
-
-void SetSetting(TSorBlockRFTSParameters& block, const std::string& name, double value) {
-  if (TRFTSUniversalParameter* before = block.GetUParameter(TString(name.c_str()))) {
-    before->SetValue(value);
-  } else {
-    block.AddUParameter(new TRFTSUniversalParameter(name.c_str(), value));
-  }
 }
 
 void HoldMarkers(TSorData& record) {

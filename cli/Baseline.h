@@ -42,9 +42,6 @@ constexpr double kLargestLimit = 32.5;  // dB, dB/km
 // earlier monitoring goes. Throws Problem kUsage for a stretch that is not on the trace.
 void MakeBaseline(TSorData& record, const Monitoring& monitoring);
 
-// Gives a setting of comparisons its value, in place of the one that it may have.
-void SetSetting(TSorBlockRFTSParameters& block, const std::string& name, double value);
-
 // Lets a record go to file in a revision that has room for the markers of its events.
 void HoldMarkers(TSorData& record);
 

@@ -11,7 +11,7 @@
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
-#include "src/RFTSUParams.h"
+#include "src/monitor/RFTSUParams.h"
 
 namespace reflyze::cli {
 namespace {

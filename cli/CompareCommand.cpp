@@ -6,11 +6,11 @@
 #include "cli/CompareTable.h"
 #include "cli/EngineCall.h"
 #include "cli/Options.h"
-#include "cli/PlausibleComparison.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
 #include "cli/UsableTrace.h"
+#include "measure/PlausibleComparison.h"
 
 namespace reflyze::cli {
 namespace {

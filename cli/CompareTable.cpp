@@ -4,8 +4,8 @@
 
 #include "cli/JsonText.h"
 #include "cli/Text.h"
-#include "ref/refAutoNoise.h"
-#include "src/RFTSUParams.h"
+#include "ref/figures/refAutoNoise.h"
+#include "src/monitor/RFTSUParams.h"
 
 namespace reflyze::cli {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "cli/EventTable.h"
 #include "sor/sorData.h"
-#include "src/Auto.h"
+#include "src/analysis/Auto.h"
 
 namespace reflyze::cli {
 

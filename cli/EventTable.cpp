@@ -4,7 +4,7 @@
 
 #include "cli/JsonText.h"
 #include "cli/Text.h"
-#include "ref/refAutoNoise.h"
+#include "ref/figures/refAutoNoise.h"
 
 namespace reflyze::cli {
 namespace {

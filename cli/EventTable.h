@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "sor/sorData.h"
-#include "src/th.h"
+#include "src/analysis/th.h"
 
 namespace reflyze::cli {
 

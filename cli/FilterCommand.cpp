@@ -9,7 +9,7 @@
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
 #include "cli/UsableTrace.h"
-#include "ref/ref_Math.h"
+#include "ref/math/ref_Math.h"
 
 namespace reflyze::cli {
 namespace {

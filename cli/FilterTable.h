@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "sor/sorData.h"
-#include "src/Filter.h"
+#include "src/filter/Filter.h"
 
 namespace reflyze::cli {
 

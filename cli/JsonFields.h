@@ -6,7 +6,7 @@
 
 namespace reflyze::cli {
 
-// The JSON listing of a block: a visitor of its fields, see sor/sorFields.h.
+// The JSON listing of a block: a visitor of its fields, see sor/fields/sorFields.h.
 class JsonFields {
  public:
   using Json = nlohmann::ordered_json;

@@ -10,7 +10,7 @@
 #include "cli/OutputFile.h"
 #include "cli/Session.h"
 #include "cli/Text.h"
-#include "ref/refEvent.h"
+#include "ref/events/refEvent.h"
 
 namespace reflyze::cli {
 namespace {

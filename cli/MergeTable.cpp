@@ -5,7 +5,7 @@
 #include "cli/EventTable.h"
 #include "cli/JsonText.h"
 #include "cli/Text.h"
-#include "ref/refEventBiDir.h"
+#include "ref/events/refEventBiDir.h"
 
 namespace reflyze::cli {
 namespace {

@@ -1,7 +1,7 @@
 #include "cli/ModuleHost.h"
 
 #ifdef REFLYZE_LINKED_MODULE
-#include "src/Module.h"
+#include "src/module/Module.h"
 #else
 #include <dlfcn.h>
 #include <limits.h>

@@ -3,7 +3,7 @@
 #include "cli/EventTable.h"
 #include "cli/JsonText.h"
 #include "cli/Text.h"
-#include "ref/refEvent.h"
+#include "ref/events/refEvent.h"
 
 namespace reflyze::cli {
 namespace {

@@ -15,7 +15,7 @@
 #include "cli/Stretches.h"
 #include "cli/UsableTrace.h"
 #include "cli/UserOffset.h"
-#include "sor/sorFile.h"
+#include "sor/stream/sorFile.h"
 
 namespace reflyze::cli {
 namespace {

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <memory>
 
-#include "sor/sorMath.h"
+#include "sor/scale/sorMath.h"
 #include "util/convert.h"
 #include "util/elementary.h"
 

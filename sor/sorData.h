@@ -2,21 +2,21 @@
 
 #include <cstdio>
 
-#include "sor/sorCksum.h"
+#include "sor/blocks/sorCksum.h"
+#include "sor/blocks/sorFxdParams.h"
+#include "sor/blocks/sorGenParams.h"
+#include "sor/blocks/sorIParm.h"
+#include "sor/blocks/sorKeyEvents.h"
+#include "sor/blocks/sorLinkParams.h"
+#include "sor/blocks/sorMap.h"
+#include "sor/blocks/sorPoint.h"
+#include "sor/blocks/sorQRTEvents.h"
+#include "sor/blocks/sorRFTSEvents.h"
+#include "sor/blocks/sorRFTSParams.h"
+#include "sor/blocks/sorSpecial.h"
+#include "sor/blocks/sorSupParams.h"
 #include "sor/sorEmbData.h"
-#include "sor/sorFile.h"
-#include "sor/sorFxdParams.h"
-#include "sor/sorGenParams.h"
-#include "sor/sorIParm.h"
-#include "sor/sorKeyEvents.h"
-#include "sor/sorLinkParams.h"
-#include "sor/sorMap.h"
-#include "sor/sorPoint.h"
-#include "sor/sorQRTEvents.h"
-#include "sor/sorRFTSEvents.h"
-#include "sor/sorRFTSParams.h"
-#include "sor/sorSpecial.h"
-#include "sor/sorSupParams.h"
+#include "sor/stream/sorFile.h"
 
 // A whole trace record (Telcordia SR-4731, with this system's own blocks), one object for each block, and
 // what ties them together: point index, one-way time (in 100 ps), length (in km) and level (in dB) are four

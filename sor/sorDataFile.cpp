@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "sor/sorData.h"
-#include "sor/sorReadBudget.h"
+#include "sor/stream/sorReadBudget.h"
 #include "util/assertion.h"
 
 // Records on file: a map, the blocks that it lists one after the other, and the checksum. A block is found by

@@ -5,10 +5,10 @@
 #include <cstring>
 #include <memory>
 
-#include "sor/sorDamp.h"
+#include "sor/fields/sorDamp.h"
 #include "sor/sorData.h"
-#include "sor/sorReadBudget.h"
-#include "sor/sorReadBytes.h"
+#include "sor/stream/sorReadBudget.h"
+#include "sor/stream/sorReadBytes.h"
 
 namespace {
 

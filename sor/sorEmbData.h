@@ -1,7 +1,7 @@
 #pragma once
 
-#include "sor/sorBlock.h"
-#include "sor/sorFields.h"
+#include "sor/blocks/sorBlock.h"
+#include "sor/fields/sorFields.h"
 #include "util/tarray.h"
 
 class TSorBlockRFTSEvents;

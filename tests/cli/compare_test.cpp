@@ -5,7 +5,7 @@
 
 #include "cli/Baseline.h"
 #include "cli/CompareTable.h"
-#include "cli/PlausibleComparison.h"
+#include "measure/PlausibleComparison.h"
 #include "tests/cli/program.h"
 
 namespace {
@@ -282,7 +282,7 @@ TEST_F(CompareTest, AsksAgainOnlyWhereSomethingSpeaksAgainstTheAnswer) {
     TSorData& record = *trace.record;
     reflyze::cli::MakeComparable(baseline, record);
     std::vector<int> directly;
-    reflyze::cli::ComparePlausibly(baseline, record, [&](TSorData& base, TSorData& current) {
+    reflyze::ComparePlausibly(baseline, record, [&](TSorData& base, TSorData& current) {
       directly.push_back(current.QRTParams->DataPointsFiltered);
       return TAuto().Compare(&base, &current, false);
     });
@@ -303,14 +303,14 @@ TEST_F(CompareTest, DoubtsWhatTheLevelsContradict) {
   link.joints.push_back({0.3, {}});
   const auto right = reflyze::sim::Simulate(link, 12), silent = reflyze::sim::Simulate(link, 12);
   reflyze::cli::MakeComparable(baseline, *right.record);
-  reflyze::cli::ComparePlausibly(baseline, *right.record, [](TSorData& base, TSorData& current) {
+  reflyze::ComparePlausibly(baseline, *right.record, [](TSorData& base, TSorData& current) {
     return TAuto().Compare(&base, &current, false);
   });
   silent.record->KeyEvents->Assign(*baseline.KeyEvents);
   const auto doubts = [&](const TSorData& table) {
-    return reflyze::cli::ComparisonDoubts(baseline, table, mrCompared);
+    return reflyze::ComparisonDoubts(baseline, table, mrCompared);
   };
-  EXPECT_LT(doubts(*right.record), reflyze::cli::kFewDoubts);
+  EXPECT_LT(doubts(*right.record), reflyze::kFewDoubts);
   EXPECT_GT(doubts(*silent.record), 4 * 0.25) << "0.3 dB, of which noise may hide some";
 }
 

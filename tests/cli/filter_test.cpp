@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "cli/FilterTable.h"
-#include "ref/ref_Math.h"
+#include "ref/math/ref_Math.h"
 #include "tests/cli/program.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include "cli/JsonText.h"
 #include "cli/OutputFile.h"
 #include "cli/Text.h"
-#include "src/Auto.h"
-#include "src/th.h"
+#include "src/analysis/Auto.h"
+#include "src/analysis/th.h"
 #include "tests/cli/program.h"
 
 namespace {

@@ -11,7 +11,7 @@
 
 #include "cli/Baseline.h"
 #include "cli/OrderedWork.h"
-#include "src/Module.h"
+#include "src/module/Module.h"
 #include "tests/cli/program.h"
 
 // Many traces in one run of the program, or in one life of the module: none may leave a trace on another.

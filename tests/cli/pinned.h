@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "sim/Simulate.h"
-#include "src/th.h"
+#include "src/analysis/th.h"
 
 // Results kept as text, to be held against what the code gives now.
 //

@@ -2,17 +2,17 @@
 #include <memory>
 #include <set>
 
-#include "ref/levelMean.h"
-#include "ref/refAutoNoise.h"
-#include "ref/refAutoPolar.h"
-#include "ref/refAutoSearch.h"
-#include "ref/refAutoSplice.h"
-#include "ref/refEventEdit.h"
-#include "ref/refEventQuality.h"
-#include "ref/refEventReflection.h"
-#include "ref/ref_Math.h"
-#include "src/Auto.h"
-#include "src/Filter.h"
+#include "ref/events/refEventEdit.h"
+#include "ref/events/refEventQuality.h"
+#include "ref/events/refEventReflection.h"
+#include "ref/figures/refAutoNoise.h"
+#include "ref/figures/refAutoPolar.h"
+#include "ref/math/levelMean.h"
+#include "ref/math/ref_Math.h"
+#include "ref/search/refAutoSearch.h"
+#include "ref/steps/refAutoSplice.h"
+#include "src/analysis/Auto.h"
+#include "src/filter/Filter.h"
 #include "tests/cli/pinned.h"
 
 // Every search, fit and measure by itself, around what stands on simulated fibres and between: also those

@@ -6,11 +6,11 @@
 #include <regex>
 
 #include "cli/Baseline.h"
-#include "ref/refEventBiDir.h"
-#include "ref/refEventQuality.h"
-#include "ref/ref_Math.h"
-#include "src/Auto.h"
-#include "src/Filter.h"
+#include "ref/events/refEventBiDir.h"
+#include "ref/events/refEventQuality.h"
+#include "ref/math/ref_Math.h"
+#include "src/analysis/Auto.h"
+#include "src/filter/Filter.h"
 #include "tests/cli/program.h"
 
 // The whole result on simulated traces of every kind: what single tests do not look at shows here. Places are

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "src/Auto.h"
+#include "src/analysis/Auto.h"
 #include "tests/fuzz/fuzzing.h"
 
 using fuzzing::Check;

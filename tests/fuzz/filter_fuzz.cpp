@@ -3,8 +3,8 @@
 
 #include <vector>
 
-#include "ref/refAutoNoise.h"
-#include "src/Filter.h"
+#include "ref/figures/refAutoNoise.h"
+#include "src/filter/Filter.h"
 #include "tests/fuzz/fuzzing.h"
 
 using fuzzing::Check;

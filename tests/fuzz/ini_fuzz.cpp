@@ -1,7 +1,7 @@
 // INI documents from any text: what was read once is the same after writing and reading, every threshold can
 // be asked for and set, and every key that there is be read, set and taken away.
 
-#include "src/th.h"
+#include "src/analysis/th.h"
 #include "tests/fuzz/fuzzing.h"
 #include "util/tinifile.h"
 

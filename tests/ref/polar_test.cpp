@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "ref/refAutoPolar.h"
+#include "ref/figures/refAutoPolar.h"
 #include "tests/support/trace.h"
 
 namespace {

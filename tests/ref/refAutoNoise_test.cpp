@@ -1,4 +1,4 @@
-#include "ref/refAutoNoise.h"
+#include "ref/figures/refAutoNoise.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <limits>
 #include <vector>
 
-#include "ref/ref_Math.h"
+#include "ref/math/ref_Math.h"
 #include "tests/support/assertions.h"
 #include "tests/support/trace.h"
 

@@ -1,6 +1,6 @@
 // One fibre seen from both ends: what the tables lack is found in the other, and nothing else.
 
-#include "ref/refEventBiDir.h"
+#include "ref/events/refEventBiDir.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 #include <climits>
 #include <utility>
 
-#include "ref/refEventEdit.h"
-#include "ref/refEventQuality.h"
+#include "ref/events/refEventEdit.h"
+#include "ref/events/refEventQuality.h"
 #include "tests/support/trace.h"
 
 namespace {

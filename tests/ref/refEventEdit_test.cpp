@@ -1,13 +1,13 @@
 // Events measured on a link whose losses and peaks are known, and a table that stays in step with its blocks.
 
-#include "ref/refEventEdit.h"
+#include "ref/events/refEventEdit.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <utility>
 
-#include "ref/refEventReflection.h"
+#include "ref/events/refEventReflection.h"
 #include "tests/support/assertions.h"
 #include "tests/support/trace.h"
 

@@ -1,14 +1,14 @@
 // Links whose noise, losses and launch are known: what can be believed of them follows by hand.
 
-#include "ref/refEventQuality.h"
+#include "ref/events/refEventQuality.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <string>
 
-#include "ref/refAutoNoise.h"
-#include "ref/refEventEdit.h"
+#include "ref/events/refEventEdit.h"
+#include "ref/figures/refAutoNoise.h"
 #include "tests/support/assertions.h"
 #include "tests/support/trace.h"
 

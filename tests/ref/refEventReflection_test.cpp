@@ -1,6 +1,6 @@
 // Reflectances of peaks of known height, and the light that comes back from spans whose integral is known.
 
-#include "ref/refEventReflection.h"
+#include "ref/events/refEventReflection.h"
 
 #include <gtest/gtest.h>
 

@@ -5,9 +5,9 @@
 #include <limits>
 #include <vector>
 
-#include "ref/ref_Math.h"
-#include "ref/sectionFits.h"
-#include "ref/traceWalk.h"
+#include "ref/math/ref_Math.h"
+#include "ref/math/sectionFits.h"
+#include "ref/math/traceWalk.h"
 #include "tests/support/trace.h"
 
 namespace {

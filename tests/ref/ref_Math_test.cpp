@@ -4,8 +4,8 @@
 #include <limits>
 #include <vector>
 
-#include "ref/levelMean.h"
-#include "ref/ref_Math.h"
+#include "ref/math/levelMean.h"
+#include "ref/math/ref_Math.h"
 #include "tests/support/trace.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <numeric>
 #include <vector>
 
-#include "ref/refAutoSearch.h"
+#include "ref/search/refAutoSearch.h"
 #include "tests/support/trace.h"
 
 namespace {

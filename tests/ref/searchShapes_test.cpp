@@ -5,7 +5,7 @@
 #include <cmath>
 #include <vector>
 
-#include "ref/refAutoSearch.h"
+#include "ref/search/refAutoSearch.h"
 #include "tests/support/trace.h"
 
 namespace {

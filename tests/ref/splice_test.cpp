@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "ref/refAutoSplice.h"
-#include "ref/ref_Math.h"
+#include "ref/math/ref_Math.h"
+#include "ref/steps/refAutoSplice.h"
 #include "tests/support/trace.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "sim/Waveform.h"
-#include "sor/sorFile.h"
+#include "sor/stream/sorFile.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "sor/sorBlock.h"
-#include "sor/sorFile.h"
+#include "sor/blocks/sorBlock.h"
+#include "sor/stream/sorFile.h"
 
 // What tests of blocks share: bytes by hand, bytes of a block, a block with a different value in every field.
 namespace blocktest {

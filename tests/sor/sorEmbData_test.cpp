@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "sor/sorReadBudget.h"
+#include "sor/stream/sorReadBudget.h"
 #include "tests/sor/recordBytes.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "sor/sorFile.h"
+#include "sor/stream/sorFile.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "sor/sorFileBackends.h"
+#include "sor/stream/sorFileBackends.h"
 #include "tests/support/assertions.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "sor/sorFxdParams.h"
+#include "sor/blocks/sorFxdParams.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "sor/sorIParm.h"
+#include "sor/blocks/sorIParm.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
-#include "sor/sorKeyEvents.h"
+#include "sor/blocks/sorKeyEvents.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
 
-#include "sor/sorQRTEvents.h"
+#include "sor/blocks/sorQRTEvents.h"
 #include "tests/sor/blockBytes.h"
 
 namespace {

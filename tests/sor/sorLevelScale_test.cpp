@@ -1,4 +1,4 @@
-#include "sor/sorLevelScale.h"
+#include "sor/scale/sorLevelScale.h"
 
 #include <gtest/gtest.h>
 
@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "sor/sorFile.h"
-#include "sor/sorIParm.h"
+#include "sor/blocks/sorIParm.h"
+#include "sor/stream/sorFile.h"
 #include "tests/sor/blockBytes.h"
 #include "tests/support/assertions.h"
 

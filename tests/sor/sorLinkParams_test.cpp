@@ -1,4 +1,4 @@
-#include "sor/sorLinkParams.h"
+#include "sor/blocks/sorLinkParams.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "sor/sorMap.h"
+#include "sor/blocks/sorMap.h"
 
 #include <gtest/gtest.h>
 

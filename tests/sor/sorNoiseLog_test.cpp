@@ -5,7 +5,7 @@
 #include <random>
 #include <vector>
 
-#include "sor/sorIParm.h"
+#include "sor/blocks/sorIParm.h"
 
 namespace {
 

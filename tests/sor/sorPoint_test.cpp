@@ -1,4 +1,4 @@
-#include "sor/sorPoint.h"
+#include "sor/blocks/sorPoint.h"
 
 #include <gtest/gtest.h>
 

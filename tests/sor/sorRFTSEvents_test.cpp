@@ -1,4 +1,4 @@
-#include "sor/sorRFTSEvents.h"
+#include "sor/blocks/sorRFTSEvents.h"
 
 #include <gtest/gtest.h>
 

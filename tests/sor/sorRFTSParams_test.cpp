@@ -1,4 +1,4 @@
-#include "sor/sorRFTSParams.h"
+#include "sor/blocks/sorRFTSParams.h"
 
 #include <gtest/gtest.h>
 

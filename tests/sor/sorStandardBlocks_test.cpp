@@ -4,12 +4,12 @@
 
 #include <random>
 
-#include "sor/sorFxdParams.h"
-#include "sor/sorGenParams.h"
-#include "sor/sorKeyEvents.h"
-#include "sor/sorLinkParams.h"
-#include "sor/sorQRTEvents.h"
-#include "sor/sorSupParams.h"
+#include "sor/blocks/sorFxdParams.h"
+#include "sor/blocks/sorGenParams.h"
+#include "sor/blocks/sorKeyEvents.h"
+#include "sor/blocks/sorLinkParams.h"
+#include "sor/blocks/sorQRTEvents.h"
+#include "sor/blocks/sorSupParams.h"
 #include "tests/sor/blockBytes.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "ref/refEvent.h"
+#include "ref/events/refEvent.h"
 #include "tests/src/preparedAnalysis.h"
 
 namespace {

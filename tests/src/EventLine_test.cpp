@@ -1,10 +1,10 @@
-#include "src/EventLine.h"
+#include "src/analysis/EventLine.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "src/Auto.h"
+#include "src/analysis/Auto.h"
 #include "util/tinifile.h"
 
 namespace {

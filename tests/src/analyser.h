@@ -4,8 +4,8 @@
 #include <memory>
 #include <utility>
 
-#include "ref/ref_Math.h"
-#include "src/Auto.h"
+#include "ref/math/ref_Math.h"
+#include "src/analysis/Auto.h"
 #include "tests/support/trace.h"
 
 namespace support {

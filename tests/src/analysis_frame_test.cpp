@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "src/Module.h"
+#include "src/module/Module.h"
 #include "tests/support/trace.h"
 
 namespace {

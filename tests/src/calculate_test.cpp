@@ -3,8 +3,8 @@
 #include <cmath>
 #include <limits>
 
-#include "ref/ref_Math.h"
-#include "src/Auto.h"
+#include "ref/math/ref_Math.h"
+#include "src/analysis/Auto.h"
 #include "tests/support/assertions.h"
 #include "tests/support/trace.h"
 

@@ -6,9 +6,9 @@
 #include <tuple>
 #include <vector>
 
-#include "ref/refEvent.h"
-#include "src/Auto.h"
-#include "src/Module.h"
+#include "ref/events/refEvent.h"
+#include "src/analysis/Auto.h"
+#include "src/module/Module.h"
 #include "tests/support/trace.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "ref/ref_Math.h"
-#include "src/FilterScan.h"
+#include "ref/math/ref_Math.h"
+#include "src/filter/FilterScan.h"
 #include "tests/src/filteredTrace.h"
 
 namespace {

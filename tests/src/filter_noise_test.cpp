@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "src/Filter.h"
+#include "src/filter/Filter.h"
 #include "tests/support/trace.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <memory>
 #include <vector>
 
-#include "ref/ref_Math.h"
-#include "src/Filter.h"
+#include "ref/math/ref_Math.h"
+#include "src/filter/Filter.h"
 #include "tests/support/trace.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <numeric>
 #include <vector>
 
-#include "src/Filter.h"
+#include "src/filter/Filter.h"
 #include "tests/support/trace.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "src/Module.h"
+#include "src/module/Module.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>

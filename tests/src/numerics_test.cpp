@@ -3,7 +3,7 @@
 #include <cmath>
 #include <vector>
 
-#include "sor/sorMath.h"
+#include "sor/scale/sorMath.h"
 #include "tests/src/analyser.h"
 
 namespace {

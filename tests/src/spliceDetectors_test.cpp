@@ -3,7 +3,7 @@
 #include <cmath>
 #include <vector>
 
-#include "src/Filter.h"
+#include "src/filter/Filter.h"
 #include "tests/src/analyser.h"
 
 // The three detectors between two events of the filter: traces whose steps are known, a filter result filled

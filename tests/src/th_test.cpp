@@ -1,4 +1,4 @@
-#include "src/th.h"
+#include "src/analysis/th.h"
 
 #include <gtest/gtest.h>
 

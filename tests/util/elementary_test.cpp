@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "sor/sorLevelScale.h"
+#include "sor/scale/sorLevelScale.h"
 #include "util/bigElementary.h"
 #include "util/elementaryTables.h"
 

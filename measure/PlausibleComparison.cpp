@@ -1,0 +1,148 @@
+#include "measure/PlausibleComparison.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+#include "measure/Plausible.h"
+#include "ref/figures/refAutoNoise.h"
+#include "ref/math/ref_Math.h"
+#include "src/analysis/Auto.h"
+
+namespace reflyze {
+namespace {
+
+// Behind an event levels are compared from here on. Both traces show the same tail of it, unless the event
+// has changed.
+constexpr double kShadowKm = 0.2;
+constexpr double kShadowPulses = 4.0;
+constexpr double kEndShadowPulses = 2.0;  // an alleged end: the fibre may really end soon behind it
+constexpr double kClearPoints = 3.0;      // in front of an event, whose place is known to a few points
+constexpr double kWindowKm = 1.0;         // over which a level is taken, where there is room
+constexpr double kLeastPoints = 10.0;     // and at least
+constexpr double kOverNoiseDb = 3.0;      // up to where levels can be compared
+constexpr double kMostDb = 0.5;           // that one place can weigh: the table is right or wrong about it
+
+double Km(const TSorData& trace, int index) { return trace.OwtToLen(trace.KeyEvents->EventAt(index).EPT); }
+
+// Two traces of one fibre lie a constant apart, but for what has changed: within a section they stay so, at
+// an event they move by the change of its loss. Holds a table of the current trace against that.
+class ChangeAccount {
+ public:
+  // May write into both records: the noise floor has to be settled.
+  ChangeAccount(TSorData& baseline, TSorData& current) : baseline_(baseline), current_(current) {
+    RefAutoReSetNF(&baseline);
+    RefAutoReSetNF(&current);
+    pulseKm_ = current.dOwtToLen(current.FxdParams->GetOwtPulse(0));
+    pointKm_ = std::max(current.FxdParams->LenDS(), baseline.FxdParams->LenDS());
+    leastKm_ = std::max(pulseKm_, kLeastPoints * pointKm_);
+    lowestDb_ = std::max(current.FxdParams->GetNF(), baseline.FxdParams->GetNF()) + kOverNoiseDb;
+  }
+
+  double untoldDb() const { return untoldDb_; }    // that levels come apart within sections
+  double mistoldDb() const { return mistoldDb_; }  // by which changes at events are not what is told of them
+
+  void Draw() {
+    const double shadowKm = std::max(kShadowKm, kShadowPulses * pulseKm_);
+    const int events = current_.KeyEvents->ListedEvents();
+    std::optional<double> apartDb;  // in front of the events that were passed since
+    double toldDb = 0.0;            // of them
+    for (int i = 0; i + 1 < events; ++i) {
+      if (i > 0) toldDb += ToldDb(i);
+      const double fromKm = Km(current_, i) + shadowKm;
+      const double toKm = Km(current_, i + 1) - kClearPoints * pointKm_;
+      const double windowKm = std::min(kWindowKm, (toKm - fromKm) / 2);
+      if (windowKm < leastKm_) continue;
+      if (!IsClear(fromKm) || !IsClear(toKm)) return;
+      const double beginDb = ApartDb(fromKm, fromKm + windowKm), endDb = ApartDb(toKm - windowKm, toKm);
+      if (apartDb) mistoldDb_ += std::min(std::fabs(beginDb - *apartDb - toldDb), kMostDb);
+      untoldDb_ += std::min(std::fabs(endDb - beginDb), kMostDb);
+      apartDb = endDb;
+      toldDb = 0.0;
+    }
+  }
+
+  // Whether the current trace follows the baseline beyond its last event.
+  bool FibreGoesOn() const {
+    const int events = current_.KeyEvents->ListedEvents();
+    if (events < 1) return false;
+    const double endKm = Km(current_, events - 1);
+    const double fromKm = endKm + kEndShadowPulses * pulseKm_ + kClearPoints * pointKm_;
+    if (!IsClear(fromKm + 2 * leastKm_)) return false;
+    const double beforeDb = ApartDb(std::max(endKm - kWindowKm, endKm / 2), endKm);
+    const auto follows = [&](double km) {
+      return std::fabs(ApartDb(km, km + leastKm_) - beforeDb) <= kMostDb;
+    };
+    return follows(fromKm) && follows(fromKm + leastKm_);
+  }
+
+ private:
+  bool IsClear(double km) const {
+    return baseline_.LenToLevel(km, 1) > lowestDb_ && current_.LenToLevel(km, 1) > lowestDb_;
+  }
+  // In the middle of a stretch, by its line.
+  static double LevelDb(TSorData& trace, double fromKm, double toKm) {
+    const double from = trace.LenToOwt(fromKm), to = trace.LenToOwt(toKm);
+    double slope = 0.0, intercept = 0.0;
+    RefMathLSL(&trace, from, to, slope, intercept, 1.0);
+    return intercept + slope * (from + to) / 2;
+  }
+  // By how much the current trace lies below the baseline.
+  double ApartDb(double fromKm, double toKm) const {
+    return LevelDb(baseline_, fromKm, toKm) - LevelDb(current_, fromKm, toKm);
+  }
+  // Growth of loss that the table tells of an event; of a new one, its loss.
+  double ToldDb(int index) const {
+    constexpr double kSameKm = 0.001;
+    const double lossDb = current_.KeyEvents->EventAt(index).GetEL();
+    for (int i = 0; i < baseline_.KeyEvents->ListedEvents(); ++i) {
+      if (std::fabs(Km(baseline_, i) - Km(current_, index)) < kSameKm)
+        return lossDb - baseline_.KeyEvents->EventAt(i).GetEL();
+    }
+    return lossDb;
+  }
+
+  TSorData &baseline_, &current_;
+  double pulseKm_, pointKm_;
+  double leastKm_;   // shortest window
+  double lowestDb_;  // level
+  double untoldDb_ = 0.0, mistoldDb_ = 0.0;
+};
+
+}  // namespace
+
+double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int result) {
+  constexpr double kUntold = 4.0, kMistold = 0.5;
+  if (result != mrCompared && result != mrFibreBreak) return 0.0;
+  TSorData before, now;
+  before.Assign(baseline);
+  now.Assign(current);
+  ChangeAccount account(before, now);
+  account.Draw();
+  const int table = Implausibility(now);
+  double doubts = table / kWrongTable * kWrongTable + static_cast<double>(table % kWrongTable) / kWrongTable;
+  if (result == mrFibreBreak && account.FibreGoesOn()) doubts += kWrongTable;
+  return doubts + kUntold * account.untoldDb() + kMistold * account.mistoldDb();
+}
+
+bool TellsOfChange(const TSorData& compared, int result) {
+  return result != mrCompared || compared.RFTSEvents->IsFail();
+}
+
+void LetLeastLossEnd(const TSorData& baseline, TSorData& copy) {
+  constexpr double kLeastEtDb = 1.0;
+  copy.Assign(baseline);
+  SetSetting(*copy.RFTSParams, "AutoET", kLeastEtDb);
+}
+
+void TakeComparison(TSorData& record, const TSorData& compared) {
+  record.FxdParams->Assign(*compared.FxdParams);
+  record.KeyEvents->Assign(*compared.KeyEvents);
+  record.LnkParams->Assign(*compared.LnkParams);
+  record.RFTSParams->Assign(*compared.RFTSParams);
+  record.RFTSEvents->Assign(*compared.RFTSEvents);
+  record.QRTParams->Assign(*compared.QRTParams);
+  record.QRTEvents->Assign(*compared.QRTEvents);
+}
+
+}  // namespace reflyze

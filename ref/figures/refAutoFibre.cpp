@@ -1,0 +1,84 @@
+#include <cmath>
+
+#include "ref/figures/refAutoNoise.h"
+#include "sor/sorData.h"
+#include "util/assertion.h"
+
+// What a fibre is expected to lose, whether there is one, and means of a few samples.
+
+float RefAutoGetLoss(TSorData* sor) {
+  constexpr int kMultimode = 651;
+  constexpr double kMisreadNm = 500.0;  // an actual wavelength this far off stands in another unit
+  const int nominalNm = sor->GenParams->NW;
+  const int actual = sor->FxdParams->AW;  // 0.1 nm
+  double offNm = actual != 0 ? actual / 10.0 - nominalNm : 0.0;
+  if (std::fabs(offNm) > kMisreadNm) offNm = 0.0;
+  // Attenuation at the nominal wavelength (dB/km), changed by `trend` of a share of the distance from it.
+  const auto loss = [&](double dbPerKm, double trend) {
+    if (offNm == 0.0) return static_cast<float>(dbPerKm);
+    return static_cast<float>(dbPerKm * (1.0 + (trend * offNm) / nominalNm));
+  };
+
+  double base = 0.2;
+  if (nominalNm == 1064) base = 1.0;
+  if (nominalNm == 1300) base = 0.6;
+  if (nominalNm == 850) base = 3.0;
+  if (sor->GenParams->FT == kMultimode) return loss(base, -4.0);
+  switch (nominalNm) {
+    case 1310:
+      return loss(0.35, -4.0);
+    case 1490:
+      return loss(0.22, 0.0);
+    case 1550:
+      return loss(0.2, -4.0);
+    case 1625:
+      return loss(0.22, 4.0);
+    case 1650:
+      return loss(0.25, 6.0);
+    default:
+      return static_cast<float>(base);
+  }
+}
+
+bool RefAutoIsFiberLinkDetected(TSorData* sor) {
+  reflyze::Require(sor != nullptr, "SD");
+  const auto* events = sor->KeyEvents->events;
+  if (events == nullptr || events->GetSize() < 2) return false;
+  if (events->GetSize() > 2) return true;
+  constexpr double kInstrumentConnectorDb =
+      -25.0;  // a bare connector reflects more than one with a fibre on it
+  const TSorBlockKeyEvents1E& first = *events->GetData(0);
+  const TSorBlockKeyEvents1E& last = *events->GetData(1);
+  const char firstKind = first.EC.c_str()[0];
+  const char lastKind = last.EC.c_str()[0];
+  if (firstKind == '1' && (lastKind == '1' || lastKind == '2') && first.GetER() < kInstrumentConnectorDb) {
+    return true;
+  }
+  // Otherwise there is a fibre where there is a section between the two events.
+  const bool noSection = first.ML2 == first.ML3 && first.ML3 == last.ML0 && last.ML0 == last.ML1;
+  return !noSection;
+}
+
+float RefAutoGetAverage(float* samples, long start, long count) {
+  if (count < 1) return 0.0f;
+  if (start < 0) {
+    count += start;
+    start = 0;
+    if (count < 1) return 0.0f;
+  }
+  double sum = 0.0;
+  for (long i = start; i < start + count; ++i) sum += samples[i];
+  return static_cast<float>(sum / static_cast<double>(count));
+}
+
+double RefAutoGetAverage(TSorData* sor, long centre, long half) {
+  const long points = sor->DataPts->GetPointsNum();
+  if (centre < 0 || centre >= points) return 0.0;
+  double sum = sor->NumToLevel(centre);
+  long k = 1;
+  for (; k <= half && centre - k >= 0 && centre + k < points; ++k) {
+    sum += sor->NumToLevel(centre - k);
+    sum += sor->NumToLevel(centre + k);
+  }
+  return sum / static_cast<double>(2 * k - 1);
+}

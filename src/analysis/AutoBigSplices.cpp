@@ -1,0 +1,45 @@
+// Steps that stand out from the noise.
+//
+// A splice with loss lowers the level by its loss within a pulse, and the level stays low. On a trace whose
+// backscatter swings, every ripple does the first and not the second. So the limit is twice the swing that
+// the filter has measured, with what noise adds at the level of the stretch; and a fall counts only if the
+// levels on both sides confirm at least half of it. Levels are taken point by point: a step that can be seen
+// at all by this limit can be seen in single points.
+
+#include "src/analysis/SpliceScan.h"
+
+namespace {
+
+using reflyze::SpliceTask;
+using reflyze::StepScan;
+
+class BigSpliceScan final : public StepScan {
+ public:
+  explicit BigSpliceScan(const SpliceTask& task) : StepScan(task, kRules) {}
+
+ private:
+  static constexpr Rules kRules{/*pulseOfEdgePoint=*/100, /*belowNoiseDb=*/3.0, /*deeperLevelDb=*/1.5,
+                                /*readsMeans=*/false};
+
+  double LeastLossDb() const override { return std::max(2.0 * filter_.polarEnd, 0.2); }
+  long LeastMeanWindow() const override { return sidePoints_; }
+  long FineWindow() const override { return winDead_ / 3; }
+  double FrontDb(long point) const override { return LevelDb(point); }
+  double BehindDb(long point) const override { return LevelDb(point); }
+  Faults FaultsAt(double levelDb, long point) const override {
+    return {auto_.GetFault(levelDb, MeanPoints(point)), auto_.GetFault(levelDb, windows_.limit)};
+  }
+
+  // A short side has to confirm a little more.
+  bool IsConfirmed(const Step& step) const override {
+    const double share = windows_.side < windows_.fall / 2 ? 0.6 : 0.5;
+    return LossAt(step.end, windows_.side) >= share * limits_.eventDb;
+  }
+};
+
+}  // namespace
+
+long TAuto::SearchBigSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
+                             AutoFilterResultData* result) {
+  return BigSpliceScan({*this, s, z, stepD, e, thr, out, *result}).Run();
+}

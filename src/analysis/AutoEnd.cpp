@@ -1,0 +1,415 @@
+#include "src/analysis/Auto.h"
+
+// The end of the fibre, found by walking there from its start.
+//
+// The end is a loss that exceeds the end threshold and after which nothing comes. Three things look like it:
+// a strong reflection, behind which the level is low for a while; a deep loss with fibre behind it; and the
+// dip that a receiver makes between two near reflections. The walk stops at every step that noise can't
+// explain, measures how long the trace stays above the level of the fibre, how long the receiver would need
+// for such a peak, and goes on where the fibre shows again. At last, what was found may be an echo: a strong
+// reflection is seen a second time at twice its distance.
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+
+#include "ref/math/traceLevels.h"
+#include "ref/refAuto.h"
+#include "sor/sorData.h"
+#include "util/convert.h"
+
+namespace {
+
+using reflyze::TraceLevels;
+using reflyze::TruncToLong;
+
+constexpr double kLeastSlopeDbPerKm = 0.2;  // the fibre is not believed to lose less
+constexpr double kStrongPeakDb = -3.0;      // a peak up here drives the receiver hard and makes echoes
+constexpr double kTallPeakDb = 15.0;        // above the noise: as good as clipped
+constexpr double kFarthestEchoKm = 30.0;    // a reflection further out is too weak for an echo
+// A fibre has some tens of strong events. The walk moves forward with every one of them; the limits only keep
+// a broken record from making it endless.
+constexpr int kMostEvents = 1000;
+constexpr int kMostRefinements = 100;
+
+class FibreEndSearch {
+ public:
+  FibreEndSearch(TAuto& analysis, TEventLine* line, long start)
+      : auto_(analysis),
+        sor_(analysis.sor),
+        levels_(analysis.sor),
+        winPulse_(levels_.Near(analysis.winPulse)),
+        winEvent_(levels_.Near(analysis.winEvent)),
+        winDead_(levels_.Near(analysis.winDead)),
+        endDb_(analysis.th.THEnd),
+        guardDb_(analysis.nf + analysis.th.NFMargin),
+        start_(start),
+        line_(*line) {}
+
+  void Run() {
+    SetScale();
+    StartLine();
+    if (levelDb_ > guardDb_) {
+      for (int event = 0; event < kMostEvents; ++event) {
+        const long before = cur_;
+        if (PassEvent() == Fibre::kEnds || cur_ <= before) break;
+      }
+    }
+    line_.P[0] = Level(start_);
+    line_.L[1] = line_.L[2] = Km(end_);
+    if (auto_.lines->GetSize() > 0) DropEchoes();
+    MeasureLastLine();
+    LookBehindNoise();
+  }
+
+ private:
+  enum class Fibre { kGoesOn, kEnds };
+
+  double Level(long point) const { return levels_[point]; }
+  double Km(long point) const { return sor_->NumToALen(point); }
+  long Below(long from, double levelDb, long window, double guardDb) const {
+    return auto_.SearchStraightLess(from, static_cast<float>(levelDb), window, static_cast<float>(guardDb));
+  }
+  // Length of a top that stands `heightDb` above a level, in the receiver's recovery.
+  long RecoveryPoints(double heightDb) const {
+    return levels_.Near(TruncToLong(heightDb / 1.5 * auto_.owtRecover / stepOwt_ + 1.0));
+  }
+  long FindFibreBehind(long point, TEventLine& launchEvent) const {
+    return auto_.FindBegLine(point, auto_.nPoints, auto_.dbOnOwt * stepOwt_, launchEvent);
+  }
+
+  // The line ends at `point`. Its levels are those of the points themselves until it is fitted.
+  void CloseLine(long point) {
+    line_.L[1] = line_.L[2] = Km(point);
+    line_.P[1] = Level(point);
+    Append(line_);
+  }
+  void Append(const TEventLine& line) {
+    auto copy = std::make_unique<TEventLine>(line);
+    auto_.lines->AddData(copy.get());
+    copy.release();  // the list owns it now
+  }
+  void OpenLine(long point) {
+    line_.L[0] = Km(point);
+    line_.P[0] = Level(point);
+    cur_ = point;
+  }
+
+  void SetScale() {
+    auto_.pEnd = auto_.nf + endDb_;
+    end_ = Below(start_, auto_.nf + endDb_, 1, 0.0);
+    const long point = std::clamp(end_, 0L, std::max(levels_.points() - 2, 0L));
+    stepOwt_ = sor_->NumToOwt(point + 1) - sor_->NumToOwt(point);
+    stepKm_ = sor_->dOwtToLen(stepOwt_);
+    const double steepestDb = std::min(auto_.maxDbKm * stepKm_, stepOwt_ / auto_.owtRecover * 1.5 / 8.0);
+    fallToEnd_ = levels_.Near(TruncToLong(endDb_ / steepestDb));
+  }
+
+  void StartLine() {
+    window_ = winEvent_;
+    topDb_ = auto_.AveragePower(start_, winEvent_, 0);
+    cur_ = start_;
+    levelDb_ = auto_.AveragePower(cur_ + winEvent_, winEvent_, 0);
+    slope_ = (topDb_ - levelDb_) / static_cast<double>(winEvent_);
+    // The band holds for one point while the slope stands per km, so that nearly every trace starts with the
+    // nominal slope; the first section measures its own.
+    const double nominal = auto_.aciNominal * stepKm_;
+    if (slope_ / stepKm_ < 0.8 * nominal || slope_ / stepKm_ > 1.5 * nominal) slope_ = nominal;
+    OpenLine(start_);
+  }
+
+  // One round: to the next step that noise can't explain, and the verdict on it.
+  Fibre PassEvent() {
+    if (!FindStep()) return Fibre::kEnds;
+    PinStepDown();
+    MeasureSection();
+    if (topDb_ - 0.05 < guardDb_) return Fibre::kEnds;
+    if (!FindDrop()) return Fibre::kEnds;
+    PassHiddenReflection();
+    MeasurePeak();
+    if (lastAbove_ - firstBelow_ > winPulse_ + (saturated_ + 1) * window_ * 2) return PassLongRise();
+    return JudgePeak();
+  }
+
+  // False when the level has sunk into the noise.
+  bool FindStep() {
+    levelDb_ = auto_.AveragePower(cur_ - window_, window_, 0);
+    if (levelDb_ < guardDb_) return false;
+    window_ = auto_.SetAvgPin(levelDb_ - endDb_ / 2, endDb_ / 2, winEvent_, auto_.th.MaxPin);
+    needDb_ = auto_.RequireFault(levelDb_ - auto_.nf, window_) + 0.05;
+    end_ = SearchStep(window_);
+    if (end_ - start_ < 3 * window_) end_ = SearchStep(window_ / 3 + 1);
+    return true;
+  }
+
+  long SearchStep(long window) {
+    return auto_.SearchLoss(endDb_, needDb_, cur_, auto_.nPoints, window, winPulse_, winDead_, slope_,
+                            stepDb_);
+  }
+
+  // The step again, with the noise and the slope that the fibre in front of it really shows; as long as that
+  // moves it forward, there is more fibre to measure them on.
+  void PinStepDown() {
+    long first = end_ - 2 * window_;
+    long last = 0;
+    int round = 0;
+    do {
+      last = end_;
+      levelDb_ = auto_.AveragePower(end_ - window_, window_, 1);
+      if (levelDb_ < guardDb_) break;
+      needDb_ = auto_.RequireFault(levelDb_ - guardDb_ - static_cast<double>(winPulse_) * slope_, 4);
+      first = std::max(first, cur_);
+      double noiseDb = 0.0;
+      auto_.GetPol(first, end_, noiseDb, slope_);
+      if (first > cur_ + window_) {
+        double longerNoiseDb = 0.0, longerSlope = 0.0;
+        auto_.GetPol(first - window_, end_, longerNoiseDb, longerSlope);
+        if (longerSlope < slope_ || longerNoiseDb < noiseDb) {
+          noiseDb = longerNoiseDb;
+          slope_ = longerSlope;
+        }
+      }
+      needDb_ += noiseDb;
+      end_ = SearchEventPin(first, endDb_);
+      if (stepDb_ > 0.0F) end_ = SearchEventPin(first, needDb_);
+    } while (end_ > last && ++round < kMostRefinements);
+  }
+
+  long SearchEventPin(long from, double lossDb) {
+    return RefAutoSearchEventPin(sor_, from, auto_.nPoints, window_, static_cast<float>(needDb_),
+                                 static_cast<float>(lossDb), static_cast<float>(guardDb_),
+                                 static_cast<float>(slope_), stepDb_);
+  }
+
+  // Level and slope of the section that ends at the step.
+  void MeasureSection() {
+    cur_ = auto_.OtkatEnd(end_, cur_, needDb_);
+    const double stepKm = Km(end_);
+    const double leastSlope = kLeastSlopeDbPerKm * stepKm_;
+    slope_ = std::max(slope_, leastSlope);
+    const double lastTopDb = topDb_;
+    topDb_ = auto_.AveragePower(cur_ - window_, window_, 1) - static_cast<double>(window_ / 2) * slope_;
+    auto_.pEnd = topDb_;
+    const double sectionKm = stepKm - static_cast<double>(start_ + winEvent_ / 2) * stepKm_;
+    const double measured = (lastTopDb - topDb_) / sectionKm * stepKm_;
+    if (measured < slope_) slope_ = measured;
+    slope_ = std::max(slope_, leastSlope);
+    fallToEnd_ = levels_.Near(TruncToLong(endDb_ / (slope_ * 10.0)));
+  }
+
+  // The point where the trace lies below the fibre by the end threshold. False when that is the step itself.
+  bool FindDrop() {
+    endWindow_ = auto_.SetAvgPin(topDb_ - endDb_, endDb_ / 2, window_, auto_.th.MaxPin);
+    end_ = Below(end_, topDb_ - endDb_, endWindow_, guardDb_);
+    end_ = Below(end_, topDb_ - endDb_, 1, guardDb_);
+    return end_ != cur_;
+  }
+
+  // Between the step and the drop the trace may rise once more, by a reflection that the step hid.
+  void PassHiddenReflection() {
+    const long above = auto_.SearchBackGreather(end_, topDb_);
+    const long below = Below(cur_ + winPulse_ / 2, topDb_, 1, 0.0);
+    if (above - below <= winEvent_ || above - below >= winPulse_ + 2 * window_) return;
+    const long foot = auto_.SearchBackLess(above - winPulse_ / 2, topDb_, below);
+    if (foot > below) cur_ = auto_.OtkatEnd(foot, below, needDb_);
+  }
+
+  void MeasurePeak() {
+    levelDb_ =
+        std::min(auto_.AveragePower(end_, endWindow_, 0), auto_.AveragePower(end_ - window_, window_, 1));
+    lastAbove_ = auto_.SearchBackGreather(end_, topDb_);
+    firstBelow_ = Below(cur_ + winPulse_, topDb_, 1, 0.0);
+    auto_.GetMaxRef(cur_, firstBelow_ - cur_ + endWindow_ / 2, &line_);
+    saturated_ = line_.peakLevel >= kStrongPeakDb ? 1 : 0;
+  }
+
+  // The trace returns above the level of the fibre long behind this peak, so the drop is not its own. A
+  // strong gain is a reflection and closes the line; the next one starts where the fibre shows behind it.
+  Fibre PassLongRise() {
+    if (-stepDb_ <= 3 * needDb_) {
+      cur_ = firstBelow_;
+      return Fibre::kGoesOn;
+    }
+    CloseLine(cur_);
+    TEventLine launchEvent;
+    end_ = FindFibreBehind(cur_, launchEvent);
+    if (launchEvent.L[0] >= 0.0) Append(launchEvent);
+    OpenLine(end_);
+    return Fibre::kGoesOn;
+  }
+
+  // One peak and a drop. Is the drop later than pulse and receiver explain, or shallower than an end?
+  Fibre JudgePeak() {
+    const double baseDb = std::max(levelDb_, guardDb_);
+    const double heightDb = line_.peakLevel - baseDb;
+    if (heightDb > kTallPeakDb && heightDb > endDb_ + 5.0) saturated_ = 1;
+    const long overTop = RecoveryPoints(line_.peakLevel - topDb_);
+    const long run = (saturated_ == 0 ? 3 * RecoveryPoints(heightDb) : winPulse_ + fallToEnd_) + overTop;
+    if (saturated_ == 0) SplitAtDip();
+
+    const bool small = line_.peakLevel - topDb_ <= 2 * needDb_ && run < winPulse_;
+    const long tolerance = small ? winPulse_ / 10 : winPulse_ / 2;
+    if (end_ - cur_ > winPulse_ + run + tolerance + overTop) {
+      TEventLine ignored;
+      end_ = FindFibreBehind(cur_, ignored);
+      if (-stepDb_ > 3 * needDb_) {
+        line_.P[0] = Level(start_);
+        CloseLine(cur_);
+        OpenLine(end_);
+      }
+      cur_ = end_;
+      return Fibre::kGoesOn;
+    }
+
+    levelDb_ = std::min(auto_.AveragePower(end_, endWindow_, 1),
+                        auto_.AveragePower(end_ + endWindow_, endWindow_, 1));
+    if (topDb_ - levelDb_ < endDb_ && levelDb_ >= guardDb_ && saturated_ == 0) {
+      cur_ = end_;
+      return Fibre::kGoesOn;
+    }
+    if (stepDb_ < 0.0F) {
+      PlaceReflectiveEnd();
+    } else {
+      PlaceLossEnd();
+    }
+    return Fibre::kEnds;
+  }
+
+  // Two near reflections leave a dip between them, which is an event of its own.
+  void SplitAtDip() {
+    const long dip = auto_.GetLocalMinMax(cur_, lastAbove_, winEvent_, window_ / 2, 0.5F);
+    if (dip == 0) return;
+    CloseLine(cur_);
+    TEventLine between;
+    between.L[0] = Km(dip - 1);
+    between.L[1] = between.L[2] = Km(dip);
+    between.P[0] = Level(dip - 1);
+    between.P[1] = Level(dip);
+    long peak = dip;
+    between.peakLevel = auto_.GetMax(dip, winEvent_, peak);
+    between.peakLen = Km(peak);
+    Append(between);
+    OpenLine(end_);
+  }
+
+  // A fall without a peak ends the fibre where it begins.
+  void PlaceLossEnd() {
+    if (stepDb_ > 0.0F) {
+      end_ = cur_;
+      return;
+    }
+    end_ = auto_.OtkatMax(lastAbove_, cur_ - winPulse_, slope_);
+    if (saturated_ != 0 || topDb_ <= auto_.nf) return;
+    const long floor =
+        RefAutoSearchStraightLess(sor_, lastAbove_, static_cast<float>(sor_->QRTParams->GetMAX()));
+    long steepest = lastAbove_;
+    RefAutoSearchMaxFall(sor_, lastAbove_, floor, 1, steepest);
+    const double pulse = sor_->FxdParams->GetOwtPulse(0) / sor_->FxdParams->GetOwtDS(0);
+    end_ = std::min(end_, steepest - levels_.Near(TruncToLong(std::ceil(pulse + 0.99))));
+  }
+
+  // A reflection ends the fibre at its foot.
+  void PlaceReflectiveEnd() {
+    const double middleDb = (topDb_ + line_.peakLevel) / 2;
+    end_ = line_.peakLevel - topDb_ > needDb_ ? auto_.SearchStraightGreather(cur_, middleDb) : cur_;
+    if (middleDb - topDb_ > needDb_ / 2) {
+      const long foot = auto_.SearchBackLess(end_, needDb_ / 2 + topDb_, end_ - winPulse_);
+      if (foot > end_ - winPulse_) {
+        end_ = foot;
+      } else {
+        while (end_ > 0 && levels_[end_ - 1] < levels_[end_]) --end_;
+      }
+    } else {
+      end_ = auto_.OtkatEnd(end_, cur_ - 2, needDb_);
+    }
+    if (Level(end_ + 1) <= topDb_ - static_cast<double>(cur_ - end_ - 1) * slope_) ++end_;
+  }
+
+  // Light runs to a strong reflection, back, and there once more: its echo stands at twice the distance. An
+  // end found there is none; the fibre ends at the reflection.
+  void DropEchoes() {
+    const double toleranceKm = (2 * (auto_.firstRefl > kStrongPeakDb ? 1 : 0) + 3) * stepKm_ + 0.003;
+    const auto atTwice = [&](const TEventLine& one, const TEventLine& echo) {
+      return std::fabs(2 * one.L[1] - echo.L[1]) < toleranceKm;
+    };
+    const TEventLine first = *auto_.lines->GetData(0);
+    const bool near = first.L[1] < kFarthestEchoKm;
+    if (near && auto_.lines->GetSize() == 1) {
+      if (first.peakLevel > kStrongPeakDb && atTwice(first, line_)) {
+        line_.Assign(&first);
+        auto_.lines->Clear();
+      }
+    } else if (near && auto_.lines->GetSize() == 2) {
+      const TEventLine second = *auto_.lines->GetData(1);
+      if ((first.peakLevel > kStrongPeakDb && atTwice(first, line_)) ||
+          (second.peakLevel > kStrongPeakDb && atTwice(second, line_))) {
+        line_.Assign(&second);
+        auto_.lines->DelData(1);
+      }
+      if (atTwice(first, second) && levelDb_ < guardDb_ && first.peakLevel > -5.0 &&
+          first.peakLevel > second.peakLevel - 0.02) {
+        line_.Assign(&first);
+        auto_.lines->Clear();
+      }
+    }
+    end_ = TruncToLong(sor_->dLenToNum(line_.L[2]));
+  }
+
+  void MeasureLastLine() {
+    auto_.LossSquare(sor_, line_, winEvent_);
+    auto_.aciEnd = line_.LossKm();
+    line_.spliceLoss = line_.P[1] - auto_.AveragePower(auto_.nPoints - window_, window_, 1);
+    auto_.SetMaxDbKm(auto_.aciEnd);
+    auto_.lBeg = Km(start_);
+    auto_.lEnd = Km(end_);
+    auto_.GetMaxRef(end_, winDead_, &line_);
+    auto_.endRefl = line_.peakLevel;
+  }
+
+  // Where the fibre sinks into the noise, its end may still send a reflection out of it.
+  void LookBehindNoise() {
+    levelDb_ = auto_.AveragePower(end_ - window_, window_, 1);
+    if (levelDb_ - auto_.nf > auto_.th.NFMargin) return;
+    long back = auto_.SearchStraightGreather(end_, auto_.nf + 3.0);
+    if (back >= auto_.nPoints) return;
+    back = auto_.SearchBackLess(back, auto_.nf, 0);
+    auto_.lEnd = Km(back);
+    auto_.endRefl = auto_.GetMax(back, winEvent_);
+    auto_.pEnd = levelDb_;
+    if (back - end_ < window_) {
+      line_.L[1] = line_.L[2] = auto_.lEnd;
+      line_.peakLevel = auto_.endRefl;
+    }
+  }
+
+  TAuto& auto_;
+  TSorData* const sor_;
+  const TraceLevels levels_;
+  const long winPulse_;   // points of the pulse
+  const long winEvent_;   // points of the pulse and one recovery of the receiver
+  const long winDead_;    // points of the pulse and three recoveries
+  const double endDb_;    // loss that ends the fibre
+  const double guardDb_;  // below this level there is only noise
+  const long start_;      // first point of the fibre
+  TEventLine& line_;      // the section walked along
+
+  double stepOwt_ = 0.0;  // one point, as time and as length
+  double stepKm_ = 0.0;
+  long fallToEnd_ = 0;    // points in which the steepest credible fibre loses the end threshold
+  long cur_ = 0;          // how far the walk has come: the front of the step
+  long end_ = 0;          // the step, the drop behind it, and at last the end
+  long window_ = 0;       // averaging window in points, in front of the step
+  long endWindow_ = 0;    // and at the level behind it
+  double topDb_ = 0.0;    // level of the fibre in front of the step
+  double levelDb_ = 0.0;  // level looked at last
+  double slope_ = 0.0;    // dB per point
+  double needDb_ = 0.2;   // least step that noise can't explain
+  float stepDb_ = 0.0F;   // the step, positive for a loss
+  long lastAbove_ = 0;    // last point above the fibre before the drop
+  long firstBelow_ = 0;   // first point below it behind the peak
+  int saturated_ = 0;     // 1 when the peak is too high to measure
+};
+
+}  // namespace
+
+void TAuto::SearchEnd(TEventLine* line, long start, double) { FibreEndSearch(*this, line, start).Run(); }

@@ -1,0 +1,224 @@
+#include <algorithm>
+#include <cmath>
+
+#include "ref/math/levelMean.h"
+#include "ref/math/ref_Math.h"
+#include "ref/refAuto.h"
+#include "sor/scale/sorMath.h"
+#include "sor/sorData.h"
+#include "src/analysis/Auto.h"
+#include "src/analysis/AutoLimits.h"
+
+// The point-level tools of the direct search: how noisy a stretch is, where a fall begins and where it is
+// over, the extremes of a stretch, and where the trace or its running mean passes a level.
+
+// --- Noise and slope ---
+
+double TAuto::GetTypPol() { return 0.5 / std::sqrt(sor->FxdParams->GetNsPulse(0.0)) + 0.002; }
+
+int TAuto::GetPol(long a, long b, double& pol, double& slope) {
+  constexpr double kLeastPolDb = 0.002;
+  constexpr double kMostPolDb = 0.25;
+  pol = 0.0;
+  slope = 0.0;
+  float sigmaDb = 0.0F;
+  float levelAtStart = 0.0F;
+  float levelAtEnd = 0.0F;
+  if (RefMathSQO(sor, a, b, sigmaDb, levelAtStart, levelAtEnd) == 0) return 0;
+
+  const double level = levelAtEnd;
+  slope = (static_cast<double>(levelAtStart) - level) / static_cast<double>(b - a);
+  if (level - sigmaDb < nf + 3.0) return 1;  // the stretch sinks into the noise: its scatter tells nothing
+  // Two sigma up and down, with the receiver's own noise taken off above and added below.
+  const double swingDb = 2.0 * sigmaDb;
+  const double receiverNoise = 2.0 * SorMathPow5(nf - 2.4);
+  const double swing = SorMathLog5(SorMathPow5(level + swingDb) - receiverNoise) -
+                       SorMathLog5(SorMathPow5(level - swingDb) + receiverNoise);
+  pol = std::clamp(swing, kLeastPolDb, kMostPolDb);
+  return 1;
+}
+
+int TAuto::GetPol(long a, long n, long limit, double& pol, double& slope) {
+  const long from = std::min(std::max(a - 4 * n, limit), (a + limit) / 2);
+  const int measured = GetPol(from, a + n, pol, slope);
+  // A stretch noisier than its pulse should be may hold an event: then the part behind `a` tells more.
+  if (pol > GetTypPol() && n >= th.MinPin) {
+    double shorterPol = 0.0;
+    double shorterSlope = 0.0;
+    if (GetPol(a, a + n, shorterPol, shorterSlope) != 0) pol = std::min(pol, shorterPol);
+  }
+  return measured;
+}
+
+// --- Rolling back from an event and forward behind it ---
+
+long TAuto::OtkatEnd(long end, long begin, double noise) {
+  constexpr double kStrongNoiseDb = 0.75;
+  long reach = winEvent - winPulse + 1;
+  if (noise > kStrongNoiseDb) reach *= 2;
+  return RefAutoOtkatEnd(sor, end, std::max(begin, end - reach), noise);
+}
+
+long TAuto::OtkatMax(long from, long begin, double slope) {
+  long p = from;
+  for (; p > begin + 1; --p) {
+    // Going back up a fall, the level grows by more than the fibre's slope until the fall's beginning is
+    // reached.
+    const float ref = static_cast<float>(sor->NumToLevel(p) + 1.5 * slope);
+    if (sor->NumTofLevel(p - 1) >= ref) continue;
+    if (p <= begin + 2 || sor->NumTofLevel(p - 2) < static_cast<float>(ref + 3.0 * slope)) return p;
+  }
+  return p;
+}
+
+long TAuto::NakatMax(long from, long to) {
+  const float start = sor->NumTofLevel(from);
+  for (long p = from; p < to - 2; ++p) {
+    if (sor->NumTofLevel(p + 1) < start && sor->NumTofLevel(p + 2) < start) return p;
+  }
+  return to - 2;
+}
+
+long TAuto::NakatDZ(long from, long width, long to, double max, double min) {
+  const double lengthKm = sor->NumToALen(from + width) - sor->NumToALen(from);
+  const double steepestDb = max * lengthKm;
+  const double flattestDb = min * lengthKm;
+  const long averaged = width / 10 + 1;
+  // One point past the end of the trace is as far as any caller looks.
+  to = std::min(to, sor->DataPts->GetPointsNum() + width + averaged + 1);
+  double near = AveragePower(from, averaged, 0);
+  double far = AveragePower(from + width, averaged, 0);
+  const auto moveOn = [this, averaged](double mean, long p) {
+    return mean + (sor->NumToLevel(p + averaged) - sor->NumToLevel(p)) / static_cast<double>(averaged);
+  };
+  long p = from;
+  for (; p < to - width - averaged; ++p) {
+    const double fallDb = near - far;
+    if (fallDb < steepestDb && fallDb > flattestDb) return p;
+    near = moveOn(near, p);
+    far = moveOn(far, p + width);
+  }
+  return p;
+}
+
+// --- Extremes ---
+
+namespace {
+
+// The first extreme level of `from` to `from` + `count`. Points outside the trace all read alike, so that one
+// on each side stands for them.
+template <class Better>
+double ExtremeLevel(const TSorData* sor, long from, long count, long& pos, Better better) {
+  double extreme = sor->NumToLevel(from);
+  pos = from;
+  const long last = std::min(from + count, sor->DataPts->GetPointsNum());
+  for (long p = std::max(from + 1, 0L); p <= last; ++p) {
+    const double level = sor->NumToLevel(p);
+    if (better(level, extreme)) {
+      extreme = level;
+      pos = p;
+    }
+  }
+  return extreme;
+}
+
+}  // namespace
+
+double TAuto::GetMax(long from, long count) {
+  long pos = 0;
+  return GetMax(from, count, pos);
+}
+
+double TAuto::GetMax(long from, long count, long& pos) {
+  return ExtremeLevel(sor, from, count, pos, [](double a, double b) { return a > b; });
+}
+
+double TAuto::GetMin(long from, long count, long& pos) {
+  return ExtremeLevel(sor, from, count, pos, [](double a, double b) { return a < b; });
+}
+
+void TAuto::GetMaxRef(long from, long count, TEventLine* line) {
+  long peak = 0;
+  line->peakLevel = GetMax(from, count, peak);
+  line->peakLen = sor->NumToALen(peak);
+}
+
+long TAuto::GetLocalMinMax(long a, long b, long w, long avg, float h) {
+  if (b - a < 2 * w || b - a < 3 * avg) return 0;
+  long firstTop = 0;
+  long secondTop = 0;
+  long dip = 0;
+  double first = GetMax(a, w, firstTop);
+  double second = GetMax(b - w - 1, w, secondTop);
+  double low = GetMin(firstTop, secondTop - firstTop, dip);
+  const auto isDip = [&] { return first - low > h && second - low > h && dip < secondTop; };
+  if (!isDip()) return 0;
+  if (avg > 1) {
+    // Single points near the noise jump by more than any dip: means have to show it as well.
+    const auto steady = [&](double& level, long point) {
+      if (level < nf + 5.0) level = AveragePower(point, avg, 1);
+    };
+    steady(first, firstTop);
+    steady(second, secondTop);
+    steady(low, dip);
+    if (!isDip()) return 0;
+  }
+  return dip;
+}
+
+// --- Where a level is passed ---
+
+long TAuto::SearchStraightGreather(long from, double level) {
+  return RefAutoSearchStraightGreather(sor, from, static_cast<float>(level));
+}
+
+long TAuto::SearchBackGreather(long from, double level) {
+  return RefAutoSearchBackGreather(sor, from, static_cast<float>(level));
+}
+
+long TAuto::SearchBackLess(long from, double level, long limit) {
+  return RefAutoSearchBackLess(sor, from, static_cast<float>(level), limit);
+}
+
+long TAuto::SearchStraightLess(long from, float level, long pin, float guard) {
+  if (guard >= 0.0F) guard = static_cast<float>(nf - 2.4);
+  pin = std::max(pin, 1L);
+  if (pin == 1) {
+    long p = from;
+    for (; p < nPoints - 1; ++p) {
+      const float here = sor->NumTofLevel(p);
+      if (here < level || here < guard) break;
+    }
+    return p;
+  }
+  // Near the guard the mean of levels in dB is drawn down by the noise, and only linear power averages truly.
+  // Once the trace has come that close, it stays with linear power.
+  const reflyze::LevelMean<double> means(*sor);
+  bool linear = false;
+  double mean = AveragePower(from, pin, 0);
+  long p = from;
+  while (p < nPoints - pin) {
+    if (!linear && mean < guard + 3.0F) {
+      linear = true;
+      mean = AveragePower(p, pin, 1);
+    }
+    if (mean < level || mean < guard) break;
+    ++p;
+    mean = linear ? dAveragePower(p, pin, 1, mean) : means.Moved(mean, p, pin);
+  }
+  return p;
+}
+
+long TAuto::StraightGreatherLine(long a, long b, double level, double slope, long w) {
+  const TSorBlockFixedParameters& base = *sor->FxdParams;
+  const double stepDb = slope * base.OwtToLen(base.GetOwtDS(base.NumToNPW(a)));
+  double dropDb = static_cast<double>(w / 2) * stepDb;
+  b = std::min(b, nPoints);
+  double mean = AveragePower(a, w, 1);
+  for (long p = a; p < b - w; ++p) {
+    if (mean > level - dropDb) return p + w / 2;
+    dropDb += stepDb;
+    mean = dAveragePower(p + 1, w, 1, mean);
+  }
+  return b - w;
+}

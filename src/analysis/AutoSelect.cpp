@@ -1,0 +1,361 @@
+#include "src/analysis/Auto.h"
+
+// Which events stay. The searches find more than an engineer wants to read: weak steps, ripples, splices that
+// are two samples of the same one. An event stays when its loss or its reflectance passes the thresholds and
+// the sections around it have slopes that a fibre can have; otherwise the sections become one. The losses of
+// all events are measured anew after every deletion, since each rests on the sections around it.
+
+#include <algorithm>
+#include <cmath>
+
+#include "ref/events/refEvent.h"
+#include "ref/math/ref_Math.h"
+#include "ref/math/sectionFits.h"
+#include "sor/sorData.h"
+#include "util/convert.h"
+#include "util/elementary.h"
+
+namespace elementary = reflyze::elementary;
+
+namespace {
+
+// Why an event goes. Only that it goes has an effect; the reason is for whoever steps through a trace.
+enum class Reason {
+  kNone = 0,
+  kWeakLoss = 1,
+  kSteepBehind = 2,
+  kSteepBeforeReflection = 3,
+  kWeakMergedPeak = 4,
+  kRippleOfFlatSection = 5,
+  kSectionTooShort = 6,
+  kSteepBefore = 20,
+  kSteeperThanStep = 21,
+  kWeakReflection = 30,
+};
+
+bool IsReflection(const TEventLine& line) { return line.type == 'R' || line.type == 'V'; }
+// The event could not be told apart from its neighbour.
+bool IsMerged(const TEventLine& line) { return line.type == 'S' || line.type == 'V'; }
+
+class EventSelection {
+ public:
+  EventSelection(TAuto& analysis, double leastLossDb)
+      : auto_(analysis),
+        sor_(analysis.sor),
+        lines_(*analysis.lines),
+        leastLossDb_(leastLossDb),
+        fits_(*analysis.sor) {}
+
+  void Run() {
+    auto_.SetLinesSplice();
+    const double stopDropDb = StopDropDb();
+    int i = 0;
+    while (i < lines_.GetSize() - 1) {
+      const TEventLine& before = *lines_.GetData(i);
+      const TEventLine& behind = *lines_.GetData(i + 1);
+      if (EndsFibre(before, behind, stopDropDb)) {
+        CutBehind(i);
+        return;
+      }
+      if (WhyDrop(before, behind) == Reason::kNone) {
+        // A section long enough to be measured tells how steep this fibre is.
+        if (auto_.aciNominal * before.Length() > leastLossDb_) auto_.SetMaxDbKm(before.LossKm());
+        ++i;
+      } else {
+        Drop(i);
+        i = 0;
+      }
+    }
+  }
+
+ private:
+  // Fall below the level in front that a real end shows. A splitter loses nearly as much as an end does, so
+  // the fall has to exceed what it takes.
+  double StopDropDb() const {
+    const TSorBlockQRTParameters& params = *sor_->QRTParams;
+    if (params.PonType == 2) return 18.0;
+    if (params.PonType == 0) return 0.0;
+    const double outputs = static_cast<double>(params.FirstSplitterRatio) * params.SecondSplitterRatio;
+    return 10 * elementary::Log10(outputs) + 3.0;
+  }
+
+  double FarDb(const TEventLine& behind) const { return std::max(behind.P[0], auto_.nf - 5.0); }
+
+  bool EndsFibre(const TEventLine& before, const TEventLine& behind, double stopDropDb) const {
+    return before.L[2] - before.L[0] >= auto_.th.MinLine && before.spliceLoss > auto_.th.THEnd &&
+           !IsMerged(before) && before.P[1] - FarDb(behind) > stopDropDb;
+  }
+
+  void CutBehind(int i) {
+    const TEventLine& last = *lines_.GetData(i);
+    lines_.SetSize(i + 1);
+    auto_.lEnd = last.L[2];
+    auto_.endRefl = last.peakLevel;
+    auto_.pEnd = last.P[1];
+  }
+
+  long NearestPoint(double km) const { return sor_->OwtToNearestNum(sor_->dLenToOwt(km)); }
+
+  double Reflectance(const TEventLine& before, const TEventLine& behind) const {
+    const double baseDb = IsMerged(before) ? behind.P[0] : before.P[1];
+    const double heightDb = before.peakLevel - baseDb;
+    const double r = RefEventReflection(sor_, sor_->dLenToOwt(before.peakLen), heightDb);
+    if (auto_.th.THRef > r || std::fabs(before.spliceLoss) >= 0.4 || heightDb >= 0.4) return r;
+    // So low a peak beside a loss step is measured from its mean height.
+    return RefEventReflection(sor_, NearestPoint(before.L[2]), before.P[1], NearestPoint(behind.L[0]),
+                              FarDb(behind), before.spliceLoss);
+  }
+
+  Reason WhyDrop(const TEventLine& before, const TEventLine& behind) {
+    const double r = Reflectance(before, behind);
+    const double slopeBefore = before.LossKm();
+    const double slopeBehind = behind.LossKm();
+    if (auto_.maxDbKm < slopeBefore && slopeBefore < slopeBehind) auto_.maxDbKm = 1.001 * slopeBefore;
+
+    Reason why = Reason::kNone;
+    if (IsMerged(before)) {
+      const double overEventDb = before.peakLevel - sor_->OwtToLevel(sor_->dLenToOwt(before.L[2]), 0);
+      if (auto_.th.THRef > r && overEventDb < 1.0) why = Reason::kWeakMergedPeak;
+    } else if (IsReflection(before)) {
+      why = WhyDropReflection(before, r);
+    } else {
+      why = WhyDropLoss(before, behind);
+    }
+    if (slopeBefore < 0.1 && r < auto_.th.THRef + 3.0 && auto_.refLevelMin > leastLossDb_ &&
+        (slopeBehind - slopeBefore) * before.Length() + leastLossDb_ > before.spliceLoss) {
+      why = Reason::kRippleOfFlatSection;
+    }
+    if (before.L[2] - before.L[0] < auto_.th.MinLine) why = Reason::kSectionTooShort;
+    return why;
+  }
+
+  Reason WhyDropReflection(const TEventLine& before, double r) const {
+    if (auto_.th.THRef <= r) return Reason::kNone;
+    if (std::fabs(before.spliceLoss) < leastLossDb_) return Reason::kWeakReflection;
+    return auto_.IsNormACI(before.LossKm(), 0) ? Reason::kNone : Reason::kSteepBeforeReflection;
+  }
+
+  Reason WhyDropLoss(const TEventLine& before, const TEventLine& behind) const {
+    const double lossDb = before.spliceLoss;
+    if (std::fabs(lossDb) < leastLossDb_) return Reason::kWeakLoss;
+    const double gapDb = (behind.L[0] - before.L[1]) * before.LossKm();
+    if (!auto_.IsNormACI(before.LossKm(), 0) && lossDb < gapDb) return Reason::kSteepBefore;
+    if (!auto_.IsNormACI(behind.LossKm(), 0) && behind.type != 'V') {
+      // A steep section behind that falls further than the step itself is a part of the step.
+      const double fallDb = std::fabs(behind.P[0] - behind.P[1]);
+      if (before.P[1] - behind.P[1] < fallDb) return Reason::kSteeperThanStep;
+      if (std::fabs(lossDb) < fallDb) return Reason::kSteepBehind;
+    }
+    return Reason::kNone;
+  }
+
+  // Takes the event behind line i away. The next line takes over what the event says about it.
+  void Drop(int i) {
+    const TEventLine& before = *lines_.GetData(i);
+    TEventLine& behind = *lines_.GetData(i + 1);
+    if (IsMerged(behind)) {
+      if (!IsMerged(before)) behind.type = before.type;
+    } else if (auto_.maxDbKm > before.LossKm() && !IsReflection(before)) {
+      behind.L[0] = before.L[0];
+      TAuto::LossSquare(fits_, behind);
+    }
+    lines_.DelData(i);
+    auto_.SetLinesSplice();
+  }
+
+  TAuto& auto_;
+  TSorData* const sor_;
+  TOxArray<TEventLine, TEventLine*>& lines_;
+  const double leastLossDb_;
+  reflyze::SectionFits fits_;  // a section that takes in one event after the other grows
+};
+
+// Joins splices that lie too close together, among the last lines of a list. The closer they are, and the
+// smaller the step between them, the more they look like one.
+class SpliceMerge {
+ public:
+  SpliceMerge(TAuto& analysis, float spanOwt, float lossThr, float gainThr)
+      : auto_(analysis),
+        lines_(*analysis.lines),
+        nearKm_(spanOwt * 2e-05),
+        lossThr_(lossThr),
+        gainThr_(gainThr) {}
+
+  int Run(int count, int strong) {
+    const int added = lines_.GetSize() - count;
+    if (added == 1) return DropGain(strong);
+    if (added == 2) return JoinTwo();
+    return added < 3 ? 0 : JoinThree();
+  }
+
+ private:
+  // The line `back` places before the last one.
+  TEventLine& Last(int back) const { return *lines_.GetData(lines_.GetSize() - 1 - back); }
+  void Delete(int back) { lines_.DelData(lines_.GetSize() - 1 - back); }
+
+  // A step in units of what is worth reporting.
+  double InSteps(double stepDb) const { return stepDb / (stepDb > 0.0 ? lossThr_ : gainThr_); }
+
+  void Extend(TEventLine& line, const TEventLine& to) {
+    line.L[0] = to.L[0];
+    auto_.LossSquare(auto_.sor, line, 1);
+  }
+
+  int DropGain(int strong) {
+    const TEventLine& c = Last(0);
+    if (c.Length() >= 2 * nearKm_ || c.Loss() >= 0.0 || c.type == 'S' || c.type == 'R' || strong != 0)
+      return 0;
+    Delete(0);
+    return 1;
+  }
+
+  int JoinTwo() {
+    const TEventLine& a = Last(1);
+    TEventLine& b = Last(0);
+    const double apartKm = b.L[2] - a.L[2];
+    const double stepDb = a.P[1] - (b.P[0] + b.P[1]) / 2 - a.LossKm() * ((b.L[2] + b.L[0]) / 2 - a.L[2]);
+    if (!(apartKm * InSteps(stepDb) < 3 * nearKm_)) return 0;
+    Extend(b, a);
+    Delete(1);
+    return 1;
+  }
+
+  int JoinThree() {
+    const TEventLine& a = Last(2);
+    const TEventLine& b = Last(1);
+    TEventLine& c = Last(0);
+    const double toSecondKm = b.L[2] - a.L[2];
+    const double toThirdKm = c.L[2] - a.L[2];
+    double slope = (a.Length() * a.LossKm() + c.Length() * c.LossKm()) / (a.Length() + c.Length());
+    const double steps = InSteps(a.P[1] - c.P[0] - (c.L[0] - a.L[1]) * slope);
+    if (toSecondKm * steps < 3 * nearKm_ || toThirdKm * steps < 5 * nearKm_) {
+      Extend(c, a);
+      Delete(2);
+      Delete(1);
+      return 2;
+    }
+    if (toThirdKm < 10 * nearKm_) {
+      const double joined = (b.P[0] - c.P[1]) / (c.L[1] - b.L[0]);
+      if (a.Length() < 50 * nearKm_) {
+        slope = (slope * a.Length() + auto_.aciNominal * 25 * nearKm_) / (a.Length() + 25 * nearKm_);
+      }
+      if (std::fabs(joined - slope) < std::fabs(b.LossKm() - slope)) {
+        Extend(c, b);
+        Delete(1);
+        return 1;
+      }
+    }
+    return 0;
+  }
+
+  TAuto& auto_;
+  TOxArray<TEventLine, TEventLine*>& lines_;
+  const double nearKm_;   // nearer than a few of these, two splices are one
+  const double lossThr_;  // dB, least steps
+  const double gainThr_;
+};
+
+// Behind two splitters in a row so little light is left that weak events are guesswork.
+class WeakZone {
+ public:
+  explicit WeakZone(TSorData* sor) : sor_(sor), events_(*sor->KeyEvents) {}
+
+  void Clean() {
+    int i = First();
+    while (i < events_.ListedEvents() - 1) {
+      if (IsSuspicious(events_.EventAt(i))) {
+        RefEventDel(sor_, i, 1);
+      } else {
+        ++i;
+      }
+    }
+  }
+
+ private:
+  static constexpr double kSplitterDb = 6.0;
+  static constexpr double kDepthDb = 17.0;  // below the start of the fibre
+  static constexpr double kSteepDbPerKm = 2.0;
+
+  // Levels grow with distance here.
+  double LossTo(int owt) const { return -sor_->OwtToLevel(owt, 1); }
+
+  // Index of the event where the weak zone starts, the number of events if there is none.
+  int First() const {
+    const TSorBlockQRTParameters& params = *sor_->QRTParams;
+    double startDb = params.begLevel / 100.0;
+    if (params.IntFiber > 0 && 1.5 * sor_->FxdParams->GetOwtPulse(0) < params.IntFiber) {
+      startDb = LossTo(events_.EventAt(0).EPT);
+    }
+    int splitters = 0;
+    for (int i = 0; i < events_.ListedEvents() - 1; ++i) {
+      const TSorBlockKeyEvents1E& event = events_.EventAt(i);
+      if (event.GetEL() > kSplitterDb) {
+        ++splitters;
+      } else if (splitters >= 2 && LossTo(event.EPT) > startDb + kDepthDb) {
+        return i;
+      }
+    }
+    return events_.ListedEvents();
+  }
+
+  // A loss between sections that no fibre has.
+  bool IsSuspicious(const TSorBlockKeyEvents1E& event) const {
+    if (event.EC.Len() == 0 || event.EC.c_str()[0] != '0' || event.GetEL() >= 2.0) return false;
+    const bool noSections = event.ML0 == event.ML1 && event.ML2 == event.ML3;
+    return noSections || SlopeOf(event.ML0, event.ML1) > kSteepDbPerKm ||
+           SlopeOf(event.ML2, event.ML3) > kSteepDbPerKm;
+  }
+
+  double SlopeOf(int from, int to) const {
+    double slope = 0.0, intercept = 0.0, deviation = 0.0;
+    RefMathLSL_AndDeviation(sor_, from, to, slope, intercept, deviation);
+    return -slope * sor_->dLenToOwt(1.0);
+  }
+
+  TSorData* const sor_;
+  TSorBlockKeyEvents& events_;
+};
+
+}  // namespace
+
+void TAuto::SelectSplices(double loss) { EventSelection(*this, loss).Run(); }
+
+void TAuto::SetLinesSplice() {
+  for (int i = 0; i + 1 < lines->GetSize(); ++i) {
+    TEventLine& p = *lines->GetData(i);
+    TEventLine& q = *lines->GetData(i + 1);
+    const double gapKm = q.L[0] - p.L[2];
+    const double lengthKm = q.Length();
+    if (lengthKm < gapKm && std::fabs(p.LossKm() - aciNominal) < std::fabs(q.LossKm() - aciNominal)) {
+      // The section behind is shorter than the gap in front of it: its start is better known from its end and
+      // the slope of the longer section.
+      const double slope = p.LossKm() <= 0.0 ? aciNominal : p.LossKm();
+      q.P[0] = ((q.P[1] + slope * lengthKm) * p.Length() + q.P[0] * lengthKm) / (p.Length() + lengthKm);
+    }
+    p.spliceLoss = p.P[1] - (q.P[0] + q.LossKm() * (q.L[0] - p.L[1]));
+  }
+}
+
+void TAuto::SetMaxDbKm(double aci) {
+  maxDbKm = std::min(maxDbKm, 10.0 * aci);
+  maxDbKm = std::max(maxDbKm, 1.0);
+}
+
+int TAuto::IsNormACI(double aci, double base) {
+  double limit = base > 0.01 ? 2 * base : 2.0;
+  if (sor->GenParams->NW < 1000) limit = 5.0;  // multimode windows lose more
+  return aci > -0.5 && aci < limit ? 1 : 0;
+}
+
+int TAuto::DeleteShortSplices(int count, float spanOwt, float lossThr, float gainThr, int strong) {
+  return SpliceMerge(*this, spanOwt, lossThr, gainThr).Run(count, strong);
+}
+
+void TAuto::RemoveSuspicionEvents() {
+  const TSorBlockQRTParameters& params = *sor->QRTParams;
+  if (sor->KeyEvents->ListedEvents() < 3 || params.PonType != 1 || params.FirstSplitterRatio != 8 ||
+      params.SecondSplitterRatio != 8) {
+    return;
+  }
+  WeakZone(sor).Clean();
+}

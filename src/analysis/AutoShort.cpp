@@ -1,0 +1,419 @@
+// The main road of the analysis. The automatic filter smooths the trace and hands over its strong events; the
+// stretches between them are searched for splices, first for those that stand out from the noise, then for
+// those near it; the merged list becomes sections with an event behind each.
+//
+// Two traces are at work: the filtered one, in which splices are searched, and the raw one, in which sections
+// are fitted as long as they stand above the noise.
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <vector>
+
+#include "ref/math/ref_Math.h"
+#include "ref/refAuto.h"
+#include "sor/sorData.h"
+#include "src/analysis/Auto.h"
+#include "src/analysis/AutoLimits.h"
+#include "src/filter/Filter.h"
+#include "util/convert.h"
+
+namespace {
+
+using namespace reflyze;
+
+constexpr double kLongestPulseNs = 31100.0;  // longer pulses leave the filter no stretch to work on
+constexpr long kMostFilterEvents = 99;       // of the filter, with the finds between them
+constexpr long kMostFinds = 99;              // on one stretch
+constexpr long kMostEvents = 200;            // of the final list
+constexpr double kSpanOwt = 2000.0;          // 200 ns one way, about 41 m of fibre: the reference distance
+constexpr float kSpliceStepDb = 0.02F;       // smallest step worth reporting; tuned
+constexpr float kGhostStepFactor = 5.0F;     // ghosts ripple the whole trace, so the step grows with them
+constexpr double kSaturatedPeakDb = -0.2;    // above this the receiver clips
+constexpr double kStrongEndPeakDb = -0.1;    // an end reflection as high as this hides the level behind it
+constexpr double kBehindStrongEndDb =
+    2.4;                               // the noise lies this far under its floor where nothing can be read
+constexpr double kOverNoiseDb = 3.0;   // nearer to the noise floor a level says little
+constexpr double kSelectEndDb = 25.0;  // thresholds of the selection in a plain analysis: nearly all stays
+constexpr double kSelectReflectanceDb = -100.0;
+constexpr int kMultimodeFibre = 651;
+
+// Events of the filter in trace order, and the finds that join them.
+using FilterEvents = safe_array<TFEvent, 100>;
+
+class ShortAnalysisRun {
+ public:
+  explicit ShortAnalysisRun(TAuto& analysis)
+      : a_(analysis), sor_(*analysis.sor), filter_(std::make_unique<TSorFilter>(analysis.sor)) {
+    stepD_ = TruncToLong((kSpanOwt / a_.owtDS) / 4 + 2);
+    stepP_ = TruncToLong((sor_.FxdParams->GetOwtPulse(0) + 100.0) / sor_.FxdParams->GetOwtDS(0) + 2);
+    stepD_ = std::min(stepD_, LongestWindow(a_.nPoints));
+    stepP_ = std::min(stepP_, LongestWindow(a_.nPoints));
+    slopeRef_ = a_.lossDS;
+    nfAtStart_ = a_.nf;
+  }
+
+  long Run() {
+    RunFilter();
+    if (n_ < 2) return 0;
+    BeginEventList();
+    FindBigSplices();
+    MeasureWorkingSlope();
+    JudgeNoise();
+    FindNoiseSplices();
+    FindWeakSplices();
+    BuildEventList();
+    BuildLines();
+    MeasureEnd();
+    Select();
+    return n_;
+  }
+
+ private:
+  using Detector = long (TAuto::*)(long, long, long, TFEvent&, float&, TFEvent&, AutoFilterResultData*);
+
+  double LevelDb(long point) const { return sor_.NumToLevel(point); }
+  long WidthAt(long point) const {
+    return widths_[static_cast<size_t>(std::clamp(point, 0L, static_cast<long>(widths_.size()) - 1))];
+  }
+  AutoFilterResultData& result() { return filter_->result; }
+
+  // --- Events of the filter ---
+
+  void RunFilter() {
+    widths_.assign(static_cast<size_t>(std::max(a_.nPoints, 1L)), 1);
+    result().events = &filt_[0];
+    result().pointMap = widths_.data();
+    filter_->SetFilter(7);
+    n_ = result().count;
+    Event.filterEvents += n_;
+    a_.noiseAmp = result().polar;
+    a_.lLaunch = sor_.NumToALen(result().firstBegin);
+    if (result().ghostCount != 0) {
+      lossThrDb_ *= kGhostStepFactor;
+      gainThrDb_ *= kGhostStepFactor;
+    }
+  }
+
+  void BeginEventList() {
+    a_.pEnd = 0.0;
+    ev_[0] = filt_[0];
+    nEv_ = 1;
+    a_.overCount = a_.peakCount = a_.peakWidthMax = a_.peakWidthSum = 0;
+    a_.overMax = a_.overSum = 0.0F;
+    a_.peakFallMin = a_.peakFallSum = a_.peakRiseMax = a_.peakRiseSum = 0.0F;
+  }
+
+  // --- Splices that stand out from the noise ---
+
+  void FindBigSplices() {
+    for (long i = 1; i < n_; ++i) {
+      TFEvent& before = filt_[At(i - 1)];
+      long s = before.end;
+      TFEvent e = EventInFront(i, s);
+      long z = filt_[At(i)].begin;
+      if (z - s < a_.winPulse) continue;
+      z = FootOfStrongEvent(i, z);
+      const long m = BigSplicesOf(i, s, z, e);
+      if (e.end > before.end) before.end = e.end;
+      before.tail = e.tail;
+      if (!Merge(m, i)) return;
+    }
+  }
+
+  // The event whose tail rules the stretch: the one in front of it, or a much stronger one close before that.
+  TFEvent EventInFront(long i, long s) {
+    const TFEvent& before = filt_[At(i - 1)];
+    if (i <= 1) return before;
+    const TFEvent& strong = filt_[At(i - 2)];
+    if (strong.Am() <= 9 || strong.Am() - before.Am() <= 3) return before;
+    const bool buried = LevelDb(s) < a_.nf + 5.0 || LevelDb(strong.peak) - LevelDb(before.peak) > 10.0;
+    const bool close = s - strong.end < (stepD_ - 2) * 2;
+    return buried && close ? strong : before;
+  }
+
+  // Noise in front of a very strong event has no level to compare: the stretch ends before it.
+  long FootOfStrongEvent(long i, long z) const {
+    const TFEvent& next = filt_[At(i)];
+    if (!(LevelDb(next.peak) > kSaturatedPeakDb || next.gradeUp >= 16)) return z;
+    const long foot = next.begin - a_.winPulse / 2 - 1;
+    const auto negative = [this](long point) {
+      return a_.linf != nullptr && point >= 0 && point < a_.nPoints && a_.linf[point] < 0.0F;
+    };
+    while (z > 0 && z >= foot && (LevelDb(z) < a_.nf || negative(z))) --z;
+    return z;
+  }
+
+  long BigSplicesOf(long i, long s, long z, TFEvent& e) {
+    const TFEvent before = filt_[At(i - 1)];
+    const TFEvent next = filt_[At(i)];
+    float thrDb = 0.0F;
+    long m = 0;
+    while ((a_.algoMask & 0x2U) != 0 && m <= kMostFinds - 1) {
+      const long r = a_.SearchBigSplices(s, z, stepD_, e, thrDb, found_[At(m)], &result());
+      if (r <= before.rise) break;
+      if (e.end > before.end && found_[At(m)].rise > next.begin) break;
+      if (m != 0 && found_[At(m - 1)].rise >= r) break;
+      s = found_[At(m)].end;
+      ++m;
+    }
+    return m;
+  }
+
+  // Puts the finds of the stretch before event i into the list and moves i behind them. False where the list
+  // is full: the pass ends and this stretch's finds are lost.
+  bool Merge(long m, long& i) {
+    Event.stepsBetween += m;
+    if (m == 0) return true;
+    if (n_ + m > kMostFilterEvents) return false;
+    for (long k = n_ - 1; k >= i; --k) filt_[At(k + m)] = filt_[At(k)];
+    for (long k = 0; k < m; ++k) filt_[At(i + k)] = found_[At(k)];
+    n_ += m;
+    i += m;
+    return true;
+  }
+
+  // --- Slope and noise ---
+
+  // The fibre's own slope from the stretches that look like fibre, if together they lose enough to tell.
+  void MeasureWorkingSlope() {
+    double totalDb = 0.0;
+    long points = 0;
+    for (long j = 1; j < n_; ++j) {
+      const long s = filt_[At(j - 1)].end, z = filt_[At(j)].begin;
+      if (z - s <= 2 * a_.winDead) continue;
+      const auto length = static_cast<double>(z - s);
+      double slope = (LevelDb(s) - LevelDb(z)) / length;
+      const double inner = (LevelDb((2 * s + z) / 3) - LevelDb(z)) / length;
+      const double apart = std::fabs(slope - a_.lossDS), innerApart = std::fabs(inner - a_.lossDS);
+      if (innerApart < apart) {
+        if (std::fabs(apart / a_.lossDS - innerApart / a_.lossDS) > 0.2) continue;
+        slope = inner;
+      }
+      if (LevelDb(z) > a_.nf && slope < 2.0 * a_.lossDS && slope > 0.8 * a_.lossDS) {
+        totalDb += LevelDb(s) - LevelDb(z);
+        points += z - s;
+      }
+    }
+    if (points != 0 && totalDb > 1.0) slopeRef_ = static_cast<float>(totalDb / static_cast<double>(points));
+  }
+
+  // A trace whose noise ripples are too wide or too high has no fine splices to find.
+  void JudgeNoise() {
+    a_.spliceWidth = a_.peakCount == 0
+                         ? static_cast<double>(a_.winDead)
+                         : static_cast<double>(a_.peakWidthSum) / static_cast<double>(a_.peakCount);
+    if (a_.peakCount > 3) {
+      a_.noiseAmp =
+          std::max(a_.noiseAmp, static_cast<double>(-a_.peakFallSum / static_cast<float>(a_.peakCount)));
+    }
+    const auto q = static_cast<double>(a_.winDead + stepD_);
+    const bool rippled = a_.spliceWidth > q || a_.noiseAmp > 0.5 || a_.peakWidthMax >= 2.0 * q ||
+                         (a_.peakWidthMax >= 1.2 * q && a_.noiseAmp > 0.15);
+    if ((a_.noiseAmp > 0.02 && rippled) || result().ghostCount != 0) a_.algoMask &= 0xbU;
+    noiseStop_ = a_.nPoints;
+  }
+
+  // --- Splices near the noise ---
+
+  // Whether the stretch before event i has room for a step and what is averaged on both sides of it.
+  bool IsLongStretch(long i) const {
+    const long z = filt_[At(i)].begin;
+    return (WidthAt(z) + stepD_) * 3 < z - filt_[At(i - 1)].end;
+  }
+
+  void FindNoiseSplices() {
+    if ((a_.algoMask & 0x10U) == 0) return;
+    for (long i = 1; i < n_; ++i) {
+      if (!IsLongStretch(i)) continue;
+      long s = filt_[At(i - 1)].end;
+      const long z = filt_[At(i)].begin;
+      float thrDb = -1.0F;
+      long m = 0;
+      while (m < kMostFinds) {
+        if (LevelDb(s) >= a_.nf + kOverNoiseDb && LevelDb(z) >= a_.nf + kOverNoiseDb) break;
+        const long r = a_.SearchNoiseSplices(s, z, stepD_, filt_[At(i - 1)], thrDb, found_[At(m)], &result());
+        if (r == 0) break;
+        s = found_[At(m)].end;
+        ++m;
+        noiseStop_ = r;
+      }
+      if (!Merge(m, i)) return;
+    }
+  }
+
+  void FindWeakSplices() {
+    if ((a_.algoMask & 0x8U) == 0) return;
+    for (long i = 1; i < n_; ++i) {
+      if (!IsLongStretch(i)) continue;
+      long s = filt_[At(i - 1)].end;
+      const long z = filt_[At(i)].begin;
+      float thrDb = -1.0F;
+      long m = 0;
+      while ((a_.algoMask & 0x2U) != 0 && m <= kMostFinds - 1) {
+        if (a_.SearchWeakSplices(s, z, stepD_, filt_[At(i - 1)], thrDb, found_[At(m)], &result()) == 0) break;
+        s = found_[At(m)].end;
+        ++m;
+      }
+      if (!Merge(m, i)) return;
+    }
+  }
+
+  // --- The final list ---
+
+  void BuildEventList() {
+    for (long i = 1; i < n_ && nEv_ < kMostEvents; ++i) {
+      const TFEvent& before = filt_[At(i - 1)];
+      const TFEvent& next = filt_[At(i)];
+      long s = std::max(before.end, before.tail);
+      long z = next.begin;
+      a_.pEnd = LevelDb(before.begin);
+      // A tail may reach over the next event; what is between the two is looked at all the same. And in light
+      // that no fibre gives back an event may end before its begin. What follows keeps its order.
+      if (s >= z) s = before.rise;
+      s = std::max(s, static_cast<long>(ev_[At(nEv_ - 1)].begin));
+      z = std::max(z, s);
+      FollowSlope(s, z);
+      const long dip = FillDip(before.begin + stepP_, z);
+      after_ = before.rise;
+      FindFineSplices(s, z, next.type);
+      if (after_ < 0) after_ = s;
+      after_ = std::max(after_, static_cast<long>(ev_[At(nEv_ - 1)].end));
+      ev_[At(nEv_ - 1)].end = static_cast<int>(dip != 0 ? dip : after_);
+      ev_[At(nEv_ - 1)].rise = static_cast<int>(s);
+      Append(z, next.type);
+    }
+  }
+
+  // A long stretch above the noise tells its own slope, if that is near the one known; multimode fibre may
+  // lose much less than its nominal value.
+  void FollowSlope(long s, long z) {
+    if (!(sor_.NumToOwt(z) - sor_.NumToOwt(s) > 10.0 * kSpanOwt && LevelDb(z) > a_.nf)) return;
+    const double slope = (LevelDb(s) - LevelDb(z)) / static_cast<double>(z - s);
+    const double least = sor_.GenParams->FT == kMultimodeFibre ? 0.3 : 0.9;
+    if (slope >= least * slopeRef_ && slope <= 1.1 * slopeRef_) slopeRef_ = static_cast<float>(slope);
+  }
+
+  // The dip that a saturated receiver leaves is filled in both traces.
+  long FillDip(long from, long z) {
+    const long dip = filter_->DipFilter(&sor_, from, z, slopeRef_);
+    if (dip != 0) {
+      filter_->SwitchDataPointsBlocks();
+      filter_->DipFilter(&sor_, from, z, slopeRef_);
+      filter_->SwitchDataPointsBlocks();
+    }
+    return dip;
+  }
+
+  void FindFineSplices(long& s, long z, char nextType) {
+    long carry = 0;
+    float bestDb = 0.0F;
+    while (z - s > stepP_ && nEv_ < kMostEvents - n_ && nextType != 'G' && (a_.algoMask & 0x4U) != 0 &&
+           s < noiseStop_) {
+      const long p = RefAutoSearchSpliceEvent(&sor_, s, z, static_cast<float>(kSpanOwt), lossThrDb_,
+                                              gainThrDb_, slopeRef_, bestDb, widths_.data(), after_, carry);
+      if (p == 0 || LevelDb(p) < a_.nf + kOverNoiseDb + 0.5) return;
+      ++Event.insideSplices;
+      after_ = p + std::max(a_.winEvent, WidthAt(p));
+      if (after_ + stepD_ >= z || p <= s + 3) return;
+      ev_[At(nEv_ - 1)].rise = static_cast<int>(s);
+      ev_[At(nEv_ - 1)].end = static_cast<int>(after_);
+      s = after_ + stepD_ / 2;
+      Append(p, 'S');
+    }
+  }
+
+  void Append(long begin, char type) {
+    ev_[At(nEv_)] = TFEvent{};
+    ev_[At(nEv_)].begin = static_cast<int>(begin);
+    ev_[At(nEv_)].type = type;
+    ++nEv_;
+  }
+
+  // --- Sections ---
+
+  void BuildLines() {
+    const bool launchFibre = sor_.QRTParams->IntFiber > static_cast<double>(a_.winPulse) * a_.owtDS * 1.2;
+    a_.pZero = launchFibre ? sor_.LenToLevel(0.0, 0) : -65.0;
+    filter_->SwitchDataPointsBlocks();
+    bool unfiltered = true;
+    TEventLine* previous = nullptr;
+    for (long i = 1; i < nEv_; ++i) {
+      const long s = ev_[At(i - 1)].rise, z = ev_[At(i)].begin;
+      const bool strong = ev_[At(i)].type != 'S';
+      // From the first section on that reaches into the noise, smoothed levels are the better ones.
+      if (unfiltered && LevelDb((9 * z + s) / 10) < nfAtStart_) {
+        filter_->SwitchDataPointsBlocks();
+        unfiltered = false;
+      }
+      TEventLine* line = a_.CreateEventLin2(previous, s, z, a_.winEvent, slopeRef_, after_, ev_[At(i)].type);
+      previous = a_.AddEventLin(line, previous);
+      // Counts from behind the line just added, and so has nothing to join yet.
+      a_.DeleteShortSplices(a_.lines->GetSize(), static_cast<float>(kSpanOwt), lossThrDb_, gainThrDb_,
+                            strong ? 1 : 0);
+      if (previous->type != 'S' && strong) a_.pEnd = previous->P[1];
+      lastZ_ = z;
+    }
+    if (unfiltered) filter_->SwitchDataPointsBlocks();
+  }
+
+  // The loss of the last event is measured against what is left behind it.
+  void MeasureEnd() {
+    const TFEvent& last = filt_[At(n_ - 1)];
+    double endDb = a_.nf - kBehindStrongEndDb;
+    if (LevelDb(last.peak) < kStrongEndPeakDb) {
+      const long k = lastZ_ + stepP_ + stepD_ * ((last.Am() + 5) / 5);
+      // The count is formed like a position, and reaches to the end of the trace.
+      const long count = (a_.nPoints - k) / 20 + k;
+      const double behindDb = RefMathPower(&sor_, RefEmbGetLinf(&sor_), k, count, 1);
+      endDb = behindDb < a_.nf ? std::max(behindDb, sor_.GetMinLevel()) : a_.nf;
+    }
+    TEventLine* line = a_.lines->GetData(a_.lines->GetSize() - 1);
+    if (line != nullptr) line->spliceLoss = line->P[1] - endDb;
+    long peak = 0;
+    a_.firstRefl = a_.GetMax(filt_[0].begin, filt_[0].rise - filt_[0].begin, peak);
+    a_.firstReflOwt = sor_.NumToOwt(peak);
+  }
+
+  // A plain analysis keeps nearly all events; whoever reads the record applies the thresholds. The analysis
+  // for the monitoring takes them literally.
+  void Select() {
+    if (a_.th.fromAutomat != 0) {
+      a_.SelectSplices(a_.th.THLoss);
+      return;
+    }
+    const TTH kept = a_.th;
+    a_.th.THEnd = kSelectEndDb;
+    a_.th.THRef = kSelectReflectanceDb;
+    a_.th.Event = lossThrDb_ / 4.0;
+    a_.th.THLoss = a_.th.Event;
+    a_.SelectSplices(a_.th.THLoss);
+    a_.th = kept;
+  }
+
+  static unsigned int At(long index) { return static_cast<unsigned int>(index); }
+
+  TAuto& a_;
+  TSorData& sor_;
+  std::unique_ptr<TSorFilter> filter_;
+  std::vector<short> widths_;            // points averaged at each point
+  FilterEvents filt_, found_;            // of the filter with what joined them; finds on one stretch
+  safe_array<TFEvent, kMostEvents> ev_;  // the final list
+  long n_ = 0, nEv_ = 0;
+  long stepD_ = 0;         // points of half the reference distance, and a bit
+  long stepP_ = 0;         // points of the pulse and a bit
+  float slopeRef_ = 0.0F;  // dB per point
+  float lossThrDb_ = kSpliceStepDb, gainThrDb_ = -kSpliceStepDb;
+  double nfAtStart_ = 0.0;  // dB
+  long noiseStop_ = 0;      // no fine splices behind this point
+  long after_ = 0;          // end of the last splice
+  long lastZ_ = 0;          // event point of the last section
+};
+
+}  // namespace
+
+long TAuto::ShortAnalysis() {
+  if (sor->FxdParams->GetNsPulse(0) > kLongestPulseNs || th.noShortAnalysis >= 1) return 0;
+  // The run holds some twenty kilobytes of events, more than a host's thread should have to spare.
+  return std::make_unique<ShortAnalysisRun>(*this)->Run();
+}

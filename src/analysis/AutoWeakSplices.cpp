@@ -1,0 +1,97 @@
+// Steps that only show in means.
+//
+// On a quiet stretch a splice of a few hundredths of a dB is real, and still less than what neighbouring
+// points differ by. Averaged over a window on each side it stands out. The scan is that for large steps; the
+// level in front of a step is the mean of the fibre before it, the level behind it the mean of the fibre that
+// follows, each brought to the end of the step along the fibre's slope. What the windows cost is that two
+// steps closer than a window blur into each other.
+
+#include <vector>
+
+#include "src/analysis/SpliceScan.h"
+#include "util/convert.h"
+
+namespace {
+
+using reflyze::SpliceTask;
+using reflyze::StepScan;
+using reflyze::TruncToLong;
+
+// Means of the level over any points of the trace between two bounds, each for the price of two look-ups.
+class RunningSums {
+ public:
+  RunningSums(const TSorData& sor, long first, long end) : first_(first) {
+    sumsDb_.push_back(0.0);
+    for (long i = first; i < end; ++i) sumsDb_.push_back(sumsDb_.back() + sor.NumToLevel(i));
+  }
+  double MeanDb(long first, long count) const {
+    return (SumBefore(first + count) - SumBefore(first)) / static_cast<double>(count);
+  }
+
+ private:
+  double SumBefore(long point) const { return sumsDb_[static_cast<std::size_t>(point - first_)]; }
+
+  const long first_;
+  std::vector<double> sumsDb_;
+};
+
+class WeakSpliceScan final : public StepScan {
+ public:
+  explicit WeakSpliceScan(const SpliceTask& task)
+      : StepScan(task, kRules), sums_(*sor_, first_, std::max(end_, first_)) {}
+
+ private:
+  static constexpr Rules kRules{/*pulseOfEdgePoint=*/10, /*belowNoiseDb=*/5.0, /*deeperLevelDb=*/1.0,
+                                /*readsMeans=*/true};
+
+  // The swing of the backscatter where ripples have shown it, else the working noise.
+  double LeastLossDb() const override {
+    constexpr int kFewRipples = 6;
+    constexpr double kLeastDb = 0.02;
+    const double swingDb = auto_.peakCount < kFewRipples
+                               ? auto_.noiseAmp
+                               : -static_cast<double>(auto_.peakFallSum) / auto_.peakCount;
+    return std::max(swingDb, kLeastDb);
+  }
+  // A window has to average over several ripples.
+  long LeastMeanWindow() const override {
+    return std::max(sidePoints_, levels_.Near(TruncToLong(3 * auto_.spliceWidth)));
+  }
+  long FineWindow() const override { return windows_.fall / 2; }
+
+  long MeanWindow(long point) const { return std::max(MeanPoints(point), windows_.mean); }
+
+  // The means end at the bounds of what is known to be fibre: the tail in front, the event behind.
+  double FrontDb(long point) const override {
+    const long count = std::min(MeanWindow(point), point - start_ + 1);
+    if (count < 2 || point >= end_) return LevelDb(point);
+    return sums_.MeanDb(point - count + 1, count) - static_cast<double>(count - 1) / 2 * fibreDb_;
+  }
+  double BehindDb(long point) const override {
+    const long count = std::min(MeanWindow(point), end_ - point);
+    if (count < 2 || point < start_) return LevelDb(point);
+    return sums_.MeanDb(point, count) + static_cast<double>(count - 1) / 2 * fibreDb_;
+  }
+
+  Faults FaultsAt(double levelDb, long point) const override {
+    const double faultDb = auto_.GetFault(levelDb, MeanWindow(point));
+    return {faultDb, 0.5 * faultDb};
+  }
+
+  // A loss that is only about as large as the limit is measured again over twice the length.
+  bool IsConfirmed(const Step& step) const override {
+    const double lossDb = LossAt(step.end, windows_.side);
+    if (lossDb < 0.6 * limits_.eventDb) return false;
+    if (lossDb >= 1.2 * limits_.eventDb) return true;
+    return LossAt(step.end, 2 * windows_.side) >= 0.8 * limits_.eventDb;
+  }
+
+  const RunningSums sums_;
+};
+
+}  // namespace
+
+long TAuto::SearchWeakSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
+                              AutoFilterResultData* result) {
+  return WeakSpliceScan({*this, s, z, stepD, e, thr, out, *result}).Run();
+}
