@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ref/math/refAutoAverage.h"
+
 // The measures and searches along a trace, by subject.
 
 #include "ref/figures/refAutoNoise.h"  // noise floor, receiver fall, expected loss

@@ -4,7 +4,7 @@
 #include "sor/sorData.h"
 #include "util/assertion.h"
 
-// What a fibre is expected to lose, whether there is one, and means of a few samples.
+// What a fibre is expected to lose, and whether there is one.
 
 float RefAutoGetLoss(TSorData* sor) {
   constexpr int kMultimode = 651;
@@ -57,28 +57,4 @@ bool RefAutoIsFiberLinkDetected(TSorData* sor) {
   // Otherwise there is a fibre where there is a section between the two events.
   const bool noSection = first.ML2 == first.ML3 && first.ML3 == last.ML0 && last.ML0 == last.ML1;
   return !noSection;
-}
-
-float RefAutoGetAverage(float* samples, long start, long count) {
-  if (count < 1) return 0.0f;
-  if (start < 0) {
-    count += start;
-    start = 0;
-    if (count < 1) return 0.0f;
-  }
-  double sum = 0.0;
-  for (long i = start; i < start + count; ++i) sum += samples[i];
-  return static_cast<float>(sum / static_cast<double>(count));
-}
-
-double RefAutoGetAverage(TSorData* sor, long centre, long half) {
-  const long points = sor->DataPts->GetPointsNum();
-  if (centre < 0 || centre >= points) return 0.0;
-  double sum = sor->NumToLevel(centre);
-  long k = 1;
-  for (; k <= half && centre - k >= 0 && centre + k < points; ++k) {
-    sum += sor->NumToLevel(centre - k);
-    sum += sor->NumToLevel(centre + k);
-  }
-  return sum / static_cast<double>(2 * k - 1);
 }

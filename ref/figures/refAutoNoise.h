@@ -31,9 +31,3 @@ float RefAutoGetLoss(TSorData* sor);
 // Whether the event table describes a fibre, rather than nothing or the instrument's own connector. `sor`
 // must not be null, which is asserted ("SD").
 bool RefAutoIsFiberLinkDetected(TSorData* sor);
-
-// Mean of `count` samples from `start`; samples before the array are left out. 0 when nothing is left.
-float RefAutoGetAverage(float* samples, long start, long count);
-// Mean level around `centre`, in dB, over up to `half` points on each side; it stays symmetric where the
-// trace ends. 0 when `centre` is outside the trace.
-double RefAutoGetAverage(TSorData* sor, long centre, long half);

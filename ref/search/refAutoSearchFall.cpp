@@ -7,7 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "ref/figures/refAutoNoise.h"
+#include "ref/math/refAutoAverage.h"
 #include "ref/math/traceLevels.h"
 #include "ref/search/refAutoSearch.h"
 #include "util/blockSearch.h"

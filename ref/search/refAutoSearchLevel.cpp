@@ -1,6 +1,6 @@
 // Where a trace crosses a level.
 
-#include "ref/figures/refAutoNoise.h"
+#include "ref/math/refAutoAverage.h"
 #include "ref/math/traceLevels.h"
 #include "ref/search/refAutoSearch.h"
 #include "util/blockSearch.h"

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "ref/figures/refAutoNoise.h"
+#include "ref/math/refAutoAverage.h"
 #include "ref/math/ref_Math.h"
 #include "ref/math/traceLevels.h"
 #include "ref/search/refAutoSearch.h"

@@ -12,6 +12,7 @@
 
 #include "src/analysis/EventLine.h"
 #include "src/analysis/th.h"
+#include "src/filter/FilterEvent.h"
 #include "src/monitor/RFTSUParams.h"
 #include "util/tarray.h"
 #include "util/tstring.h"

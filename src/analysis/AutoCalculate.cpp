@@ -8,7 +8,7 @@
 #include "sor/scale/sorMath.h"
 #include "sor/sorData.h"
 #include "src/analysis/Auto.h"
-#include "src/analysis/AutoLimits.h"
+#include "src/filter/AutoLimits.h"
 
 // The driver of one analysis. It settles the scale of the trace: where the noise lies, how fast fibre and
 // receiver fall, and from that the three windows that all searches are made of. Then the lines come either

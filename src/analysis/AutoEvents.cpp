@@ -5,7 +5,7 @@
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
 #include "src/analysis/Auto.h"
-#include "src/analysis/AutoLimits.h"
+#include "src/filter/AutoLimits.h"
 
 // The search for the next event of a section, on the direct path. A section of fibre falls along a line; an
 // event is the first place where the trace leaves it by more than noise can explain, down for a loss and up

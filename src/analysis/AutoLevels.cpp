@@ -7,7 +7,7 @@
 #include "sor/scale/sorMath.h"
 #include "sor/sorData.h"
 #include "src/analysis/Auto.h"
-#include "src/analysis/AutoLimits.h"
+#include "src/filter/AutoLimits.h"
 
 // The point-level tools of the direct search: how noisy a stretch is, where a fall begins and where it is
 // over, the extremes of a stretch, and where the trace or its running mean passes a level.

@@ -6,7 +6,7 @@
 #include "ref/math/sectionFits.h"
 #include "sor/sorData.h"
 #include "src/analysis/Auto.h"
-#include "src/analysis/AutoLimits.h"
+#include "src/filter/AutoLimits.h"
 #include "util/convert.h"
 #include "util/elementary.h"
 

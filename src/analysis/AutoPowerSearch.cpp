@@ -4,7 +4,7 @@
 #include "ref/events/refEvent.h"
 #include "sor/sorData.h"
 #include "src/analysis/Auto.h"
-#include "src/analysis/AutoLimits.h"
+#include "src/filter/AutoLimits.h"
 
 // The alternative search inside the lines. Where the usual one follows single points away from a line, this
 // one only compares mean powers in front of and behind a place, over a range of distances. It needs no fit,

@@ -14,7 +14,7 @@
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
 #include "src/analysis/Auto.h"
-#include "src/analysis/AutoLimits.h"
+#include "src/filter/AutoLimits.h"
 #include "src/filter/Filter.h"
 #include "util/convert.h"
 

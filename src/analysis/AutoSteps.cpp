@@ -7,7 +7,7 @@
 #include "ref/math/ref_Math.h"
 #include "sor/sorData.h"
 #include "src/analysis/Auto.h"
-#include "src/analysis/AutoLimits.h"
+#include "src/filter/AutoLimits.h"
 
 // Steps by power differences: the mean level of a window against that of a second window some way behind it,
 // less what the fibre loses in between. A loss leaves the second window low, a reflection lifts it. The

@@ -9,7 +9,7 @@
 
 #include <cmath>
 
-#include "src/analysis/AutoLimits.h"
+#include "src/filter/AutoLimits.h"
 #include "util/convert.h"
 
 namespace reflyze {

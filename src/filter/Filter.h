@@ -12,7 +12,7 @@
 
 #include <vector>
 
-#include "src/analysis/EventLine.h"
+#include "src/filter/FilterEvent.h"
 #include "src/filter/HeldSamples.h"
 
 class TSorBlockKeyEvents1E;

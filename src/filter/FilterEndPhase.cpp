@@ -10,7 +10,7 @@
 
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
-#include "src/analysis/AutoLimits.h"
+#include "src/filter/AutoLimits.h"
 #include "src/filter/FilterScan.h"
 #include "util/convert.h"
 #include "util/elementary.h"

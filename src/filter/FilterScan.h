@@ -13,8 +13,8 @@
 #include <optional>
 
 #include "sor/blocks/sorPoint.h"
-#include "src/analysis/EventLine.h"
 #include "src/filter/Filter.h"
+#include "src/filter/FilterEvent.h"
 #include "src/filter/HeldSamples.h"
 #include "util/tarray.h"
 

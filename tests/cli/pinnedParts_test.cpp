@@ -8,6 +8,7 @@
 #include "ref/figures/refAutoNoise.h"
 #include "ref/figures/refAutoPolar.h"
 #include "ref/math/levelMean.h"
+#include "ref/math/refAutoAverage.h"
 #include "ref/math/ref_Math.h"
 #include "ref/search/refAutoSearch.h"
 #include "ref/steps/refAutoSplice.h"

@@ -6,6 +6,7 @@
 #include <limits>
 #include <vector>
 
+#include "ref/math/refAutoAverage.h"
 #include "ref/math/ref_Math.h"
 #include "tests/support/assertions.h"
 #include "tests/support/trace.h"
