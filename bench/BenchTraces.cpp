@@ -6,7 +6,7 @@
 #include "cli/Baseline.h"
 #include "sim/Simulate.h"
 #include "sim/Waveform.h"
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 
 namespace reflyze::bench {
 namespace {

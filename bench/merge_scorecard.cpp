@@ -6,8 +6,8 @@
 
 #include "bench/MergeScore.h"
 #include "measure/Plausible.h"
-#include "src/analysis/Auto.h"
 #include "src/analysis/th.h"
+#include "src/module/Auto.h"
 
 namespace {
 

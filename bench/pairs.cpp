@@ -20,8 +20,8 @@
 #include "sim/Simulate.h"
 #include "sim/Waveform.h"
 #include "sor/stream/sorFile.h"
-#include "src/analysis/Auto.h"
 #include "src/analysis/th.h"
+#include "src/module/Auto.h"
 
 namespace {
 

@@ -16,8 +16,8 @@
 #include "measure/Plausible.h"
 #include "sim/Simulate.h"
 #include "sim/Waveform.h"
-#include "src/analysis/Auto.h"
 #include "src/analysis/th.h"
+#include "src/module/Auto.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "bench/BenchTraces.h"
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 
 namespace {
 

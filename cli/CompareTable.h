@@ -6,7 +6,7 @@
 
 #include "cli/EventTable.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 
 namespace reflyze::cli {
 

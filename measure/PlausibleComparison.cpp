@@ -7,7 +7,7 @@
 #include "measure/Plausible.h"
 #include "ref/figures/refAutoNoise.h"
 #include "ref/math/ref_Math.h"
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 
 namespace reflyze {
 namespace {

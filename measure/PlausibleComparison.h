@@ -1,7 +1,7 @@
 #pragma once
 
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 
 namespace reflyze {
 

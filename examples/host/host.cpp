@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 #include "util/tlogfile.h"
 
 // The module's assertions end here instead of stopping the process. Optional; needs -rdynamic.

@@ -8,6 +8,8 @@
 
 #include "src/analysis/SpliceScan.h"
 
+using reflyze::TraceAnalysis;
+
 namespace {
 
 using reflyze::SpliceTask;
@@ -39,7 +41,7 @@ class BigSpliceScan final : public StepScan {
 
 }  // namespace
 
-long TAuto::SearchBigSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
-                             AutoFilterResultData* result) {
+long TraceAnalysis::SearchBigSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
+                                     AutoFilterResultData* result) {
   return BigSpliceScan({*this, s, z, stepD, e, thr, out, *result}).Run();
 }

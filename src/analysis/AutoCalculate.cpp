@@ -7,8 +7,10 @@
 #include "ref/refAuto.h"
 #include "sor/scale/sorMath.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 #include "src/filter/AutoLimits.h"
+
+using reflyze::TraceAnalysis;
 
 // The driver of one analysis. It settles the scale of the trace: where the noise lies, how fast fibre and
 // receiver fall, and from that the three windows that all searches are made of. Then the lines come either
@@ -30,7 +32,7 @@ constexpr double kWindowFaultDb = 0.05;  // steps that the windows of the launch
 
 class TraceScale {
  public:
-  explicit TraceScale(TAuto& analysis) : a_(analysis), sor_(*analysis.sor) {}
+  explicit TraceScale(TraceAnalysis& analysis) : a_(analysis), sor_(*analysis.sor) {}
 
   // False when the trace can't be analysed.
   bool Settle() {
@@ -98,7 +100,7 @@ class TraceScale {
     a_.lossDS = static_cast<float>(a_.aciNominal * a_.lenDS);
   }
 
-  TAuto& a_;
+  TraceAnalysis& a_;
   TSorData& sor_;
   double levelFloorDb_ = 0.0;
   double pulseOwt_ = 0.0;
@@ -108,7 +110,7 @@ class TraceScale {
 
 class DirectSearch {
  public:
-  DirectSearch(TAuto& analysis, double levelFloorDb, double pulseOwt)
+  DirectSearch(TraceAnalysis& analysis, double levelFloorDb, double pulseOwt)
       : a_(analysis), sor_(*analysis.sor), levelFloorDb_(levelFloorDb), pulseOwt_(pulseOwt) {}
 
   // False when the launch zone reaches the end of the trace.
@@ -198,7 +200,7 @@ class DirectSearch {
     a_.SelectSplices(a_.th.THLoss);
   }
 
-  TAuto& a_;
+  TraceAnalysis& a_;
   TSorData& sor_;
   const double levelFloorDb_;
   const double pulseOwt_;
@@ -209,7 +211,8 @@ class DirectSearch {
 
 class OverallFigures {
  public:
-  explicit OverallFigures(TAuto& analysis) : a_(analysis), sor_(*analysis.sor), first_(FirstSection()) {}
+  explicit OverallFigures(TraceAnalysis& analysis)
+      : a_(analysis), sor_(*analysis.sor), first_(FirstSection()) {}
 
   void Measure() {
     if (first_ != nullptr) MeasureDeadZones();
@@ -267,14 +270,14 @@ class OverallFigures {
     if (a_.pEnd > a_.pZero) a_.pEnd = a_.pZero;
   }
 
-  TAuto& a_;
+  TraceAnalysis& a_;
   const TSorData& sor_;
   const TEventLine* first_;  // reference for all figures, null without lines
 };
 
 }  // namespace
 
-int TAuto::Calculate() {
+int TraceAnalysis::Calculate() {
   if (sor == nullptr) return 0;
   TraceScale scale(*this);
   if (!scale.Settle()) return 0;
@@ -288,7 +291,7 @@ int TAuto::Calculate() {
   return 1;
 }
 
-void TAuto::Analysis2() {
+void TraceAnalysis::Analysis2() {
   for (int i = 0; i < lines->GetSize(); ++i) {
     TEventLine& rest = *lines->GetData(i);
     TEventLine head(rest);

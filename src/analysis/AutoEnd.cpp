@@ -1,4 +1,4 @@
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 
 // The end of the fibre, found by walking there from its start.
 //
@@ -18,6 +18,8 @@
 #include "sor/sorData.h"
 #include "util/convert.h"
 
+using reflyze::TraceAnalysis;
+
 namespace {
 
 using reflyze::TraceLevels;
@@ -34,7 +36,7 @@ constexpr int kMostRefinements = 100;
 
 class FibreEndSearch {
  public:
-  FibreEndSearch(TAuto& analysis, TEventLine* line, long start)
+  FibreEndSearch(TraceAnalysis& analysis, TEventLine* line, long start)
       : auto_(analysis),
         sor_(analysis.sor),
         levels_(analysis.sor),
@@ -382,7 +384,7 @@ class FibreEndSearch {
     }
   }
 
-  TAuto& auto_;
+  TraceAnalysis& auto_;
   TSorData* const sor_;
   const TraceLevels levels_;
   const long winPulse_;   // points of the pulse
@@ -412,4 +414,6 @@ class FibreEndSearch {
 
 }  // namespace
 
-void TAuto::SearchEnd(TEventLine* line, long start, double) { FibreEndSearch(*this, line, start).Run(); }
+void TraceAnalysis::SearchEnd(TEventLine* line, long start, double) {
+  FibreEndSearch(*this, line, start).Run();
+}

@@ -4,8 +4,10 @@
 #include "ref/math/ref_Math.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 #include "src/filter/AutoLimits.h"
+
+using reflyze::TraceAnalysis;
 
 // The search for the next event of a section, on the direct path. A section of fibre falls along a line; an
 // event is the first place where the trace leaves it by more than noise can explain, down for a loss and up
@@ -20,7 +22,7 @@ using reflyze::HeldWindow;
 // The first event between two points.
 class EventScan {
  public:
-  EventScan(TAuto& analysis, long from, long to) : a_(analysis), from_(from), to_(to), s_(from) {}
+  EventScan(TraceAnalysis& analysis, long from, long to) : a_(analysis), from_(from), to_(to), s_(from) {}
 
   // 1 for a loss, -1 for a gain, 0 for none.
   int Run() {
@@ -190,7 +192,7 @@ class EventScan {
                                  static_cast<float>(upDb), static_cast<float>(guardDb_), slope_, valueDb);
   }
 
-  TAuto& a_;
+  TraceAnalysis& a_;
   const long from_, to_;
 
   // The trace: km of a point, the level that no search goes below, and where the section starts.
@@ -221,7 +223,8 @@ class EventScan {
 // and the trace falls as a fibre does.
 class BehindEvent {
  public:
-  BehindEvent(TAuto& analysis, const TEventLine& head, long pos) : a_(analysis), head_(head), q_(pos) {}
+  BehindEvent(TraceAnalysis& analysis, const TEventLine& head, long pos)
+      : a_(analysis), head_(head), q_(pos) {}
 
   long Find() {
     PassPulse();
@@ -274,7 +277,7 @@ class BehindEvent {
                       slopeDbPerKm / (deep ? 3.0 : 2.0));
   }
 
-  TAuto& a_;
+  TraceAnalysis& a_;
   const TEventLine& head_;
   long q_;                 // point reached
   long recovery_ = 0;      // points
@@ -284,7 +287,7 @@ class BehindEvent {
 
 }  // namespace
 
-int TAuto::SearchEvent(long from, long to, long& pos, float& value) {
+int TraceAnalysis::SearchEvent(long from, long to, long& pos, float& value) {
   EventScan scan(*this, from, to);
   const int kind = scan.Run();
   pos = scan.pos();
@@ -292,7 +295,7 @@ int TAuto::SearchEvent(long from, long to, long& pos, float& value) {
   return kind;
 }
 
-char TAuto::SearchEvent(TEventLine& head, TEventLine* line) {
+char TraceAnalysis::SearchEvent(TEventLine& head, TEventLine* line) {
   const long a = reflyze::HeldPoint(sor->dLenToNum(line->L[0]), nPoints);
   const long z = reflyze::HeldPoint(sor->dLenToNum(line->L[2]), nPoints);
   if (z - a < th.MinPin) return '_';

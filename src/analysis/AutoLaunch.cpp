@@ -1,4 +1,4 @@
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 
 // Where the fibre proper begins.
 //
@@ -17,6 +17,8 @@
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
 #include "util/convert.h"
+
+using reflyze::TraceAnalysis;
 
 namespace {
 
@@ -41,7 +43,8 @@ struct Extremes {
 
 class FibreStartSearch {
  public:
-  FibreStartSearch(TAuto& analysis, long from, long limit, double rateDbPerPoint, TEventLine& launchEvent)
+  FibreStartSearch(TraceAnalysis& analysis, long from, long limit, double rateDbPerPoint,
+                   TEventLine& launchEvent)
       : auto_(analysis),
         sor_(*analysis.sor),
         levels_(analysis.sor),
@@ -302,7 +305,7 @@ class FibreStartSearch {
     return begin;
   }
 
-  TAuto& auto_;
+  TraceAnalysis& auto_;
   const TSorData& sor_;
   const TraceLevels levels_;
   const long from_;              // point behind which to look
@@ -328,7 +331,7 @@ class FibreStartSearch {
 
 }  // namespace
 
-long TAuto::FindBegLine(long from, long limit, double rate, TEventLine& line) {
+long TraceAnalysis::FindBegLine(long from, long limit, double rate, TEventLine& line) {
   if (sor == nullptr) return 0;
   return FibreStartSearch(*this, from, limit, rate, line).Run();
 }

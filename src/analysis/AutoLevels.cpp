@@ -6,17 +6,19 @@
 #include "ref/refAuto.h"
 #include "sor/scale/sorMath.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 #include "src/filter/AutoLimits.h"
+
+using reflyze::TraceAnalysis;
 
 // The point-level tools of the direct search: how noisy a stretch is, where a fall begins and where it is
 // over, the extremes of a stretch, and where the trace or its running mean passes a level.
 
 // --- Noise and slope ---
 
-double TAuto::GetTypPol() { return 0.5 / std::sqrt(sor->FxdParams->GetNsPulse(0.0)) + 0.002; }
+double TraceAnalysis::GetTypPol() { return 0.5 / std::sqrt(sor->FxdParams->GetNsPulse(0.0)) + 0.002; }
 
-int TAuto::GetPol(long a, long b, double& pol, double& slope) {
+int TraceAnalysis::GetPol(long a, long b, double& pol, double& slope) {
   constexpr double kLeastPolDb = 0.002;
   constexpr double kMostPolDb = 0.25;
   pol = 0.0;
@@ -38,7 +40,7 @@ int TAuto::GetPol(long a, long b, double& pol, double& slope) {
   return 1;
 }
 
-int TAuto::GetPol(long a, long n, long limit, double& pol, double& slope) {
+int TraceAnalysis::GetPol(long a, long n, long limit, double& pol, double& slope) {
   const long from = std::min(std::max(a - 4 * n, limit), (a + limit) / 2);
   const int measured = GetPol(from, a + n, pol, slope);
   // A stretch noisier than its pulse should be may hold an event: then the part behind `a` tells more.
@@ -52,14 +54,14 @@ int TAuto::GetPol(long a, long n, long limit, double& pol, double& slope) {
 
 // --- Rolling back from an event and forward behind it ---
 
-long TAuto::OtkatEnd(long end, long begin, double noise) {
+long TraceAnalysis::OtkatEnd(long end, long begin, double noise) {
   constexpr double kStrongNoiseDb = 0.75;
   long reach = winEvent - winPulse + 1;
   if (noise > kStrongNoiseDb) reach *= 2;
   return RefAutoOtkatEnd(sor, end, std::max(begin, end - reach), noise);
 }
 
-long TAuto::OtkatMax(long from, long begin, double slope) {
+long TraceAnalysis::OtkatMax(long from, long begin, double slope) {
   long p = from;
   for (; p > begin + 1; --p) {
     // Going back up a fall, the level grows by more than the fibre's slope until the fall's beginning is
@@ -71,7 +73,7 @@ long TAuto::OtkatMax(long from, long begin, double slope) {
   return p;
 }
 
-long TAuto::NakatMax(long from, long to) {
+long TraceAnalysis::NakatMax(long from, long to) {
   const float start = sor->NumTofLevel(from);
   for (long p = from; p < to - 2; ++p) {
     if (sor->NumTofLevel(p + 1) < start && sor->NumTofLevel(p + 2) < start) return p;
@@ -79,7 +81,7 @@ long TAuto::NakatMax(long from, long to) {
   return to - 2;
 }
 
-long TAuto::NakatDZ(long from, long width, long to, double max, double min) {
+long TraceAnalysis::NakatDZ(long from, long width, long to, double max, double min) {
   const double lengthKm = sor->NumToALen(from + width) - sor->NumToALen(from);
   const double steepestDb = max * lengthKm;
   const double flattestDb = min * lengthKm;
@@ -124,26 +126,26 @@ double ExtremeLevel(const TSorData* sor, long from, long count, long& pos, Bette
 
 }  // namespace
 
-double TAuto::GetMax(long from, long count) {
+double TraceAnalysis::GetMax(long from, long count) {
   long pos = 0;
   return GetMax(from, count, pos);
 }
 
-double TAuto::GetMax(long from, long count, long& pos) {
+double TraceAnalysis::GetMax(long from, long count, long& pos) {
   return ExtremeLevel(sor, from, count, pos, [](double a, double b) { return a > b; });
 }
 
-double TAuto::GetMin(long from, long count, long& pos) {
+double TraceAnalysis::GetMin(long from, long count, long& pos) {
   return ExtremeLevel(sor, from, count, pos, [](double a, double b) { return a < b; });
 }
 
-void TAuto::GetMaxRef(long from, long count, TEventLine* line) {
+void TraceAnalysis::GetMaxRef(long from, long count, TEventLine* line) {
   long peak = 0;
   line->peakLevel = GetMax(from, count, peak);
   line->peakLen = sor->NumToALen(peak);
 }
 
-long TAuto::GetLocalMinMax(long a, long b, long w, long avg, float h) {
+long TraceAnalysis::GetLocalMinMax(long a, long b, long w, long avg, float h) {
   if (b - a < 2 * w || b - a < 3 * avg) return 0;
   long firstTop = 0;
   long secondTop = 0;
@@ -168,19 +170,19 @@ long TAuto::GetLocalMinMax(long a, long b, long w, long avg, float h) {
 
 // --- Where a level is passed ---
 
-long TAuto::SearchStraightGreather(long from, double level) {
+long TraceAnalysis::SearchStraightGreather(long from, double level) {
   return RefAutoSearchStraightGreather(sor, from, static_cast<float>(level));
 }
 
-long TAuto::SearchBackGreather(long from, double level) {
+long TraceAnalysis::SearchBackGreather(long from, double level) {
   return RefAutoSearchBackGreather(sor, from, static_cast<float>(level));
 }
 
-long TAuto::SearchBackLess(long from, double level, long limit) {
+long TraceAnalysis::SearchBackLess(long from, double level, long limit) {
   return RefAutoSearchBackLess(sor, from, static_cast<float>(level), limit);
 }
 
-long TAuto::SearchStraightLess(long from, float level, long pin, float guard) {
+long TraceAnalysis::SearchStraightLess(long from, float level, long pin, float guard) {
   if (guard >= 0.0F) guard = static_cast<float>(nf - 2.4);
   pin = std::max(pin, 1L);
   if (pin == 1) {
@@ -209,7 +211,7 @@ long TAuto::SearchStraightLess(long from, float level, long pin, float guard) {
   return p;
 }
 
-long TAuto::StraightGreatherLine(long a, long b, double level, double slope, long w) {
+long TraceAnalysis::StraightGreatherLine(long a, long b, double level, double slope, long w) {
   const TSorBlockFixedParameters& base = *sor->FxdParams;
   const double stepDb = slope * base.OwtToLen(base.GetOwtDS(base.NumToNPW(a)));
   double dropDb = static_cast<double>(w / 2) * stepDb;

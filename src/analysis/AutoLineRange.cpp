@@ -1,4 +1,4 @@
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 
 // Which part of a stretch can be trusted for a straight line.
 //
@@ -18,6 +18,8 @@
 #include "util/blockSearch.h"
 #include "util/convert.h"
 
+using reflyze::TraceAnalysis;
+
 namespace {
 
 using reflyze::TraceLevels;
@@ -32,7 +34,8 @@ constexpr double kLongSectionKm = 5.0;        // a section so long can spare its
 
 class TrustedRange {
  public:
-  TrustedRange(TAuto& analysis, TEventLine* prev, long s, long z, long w, float slope, long after, char type)
+  TrustedRange(TraceAnalysis& analysis, TEventLine* prev, long s, long z, long w, float slope, long after,
+               char type)
       : auto_(analysis),
         sor_(analysis.sor),
         levels_(analysis.sor),
@@ -279,7 +282,7 @@ class TrustedRange {
     return Line(std::min(pin, end_ - 1), end_, p1, p2);
   }
 
-  TAuto& auto_;
+  TraceAnalysis& auto_;
   TSorData* const sor_;
   const TraceLevels levels_;
   TEventLine* const prev_;  // section in front, null for the first one
@@ -307,7 +310,7 @@ class TrustedRange {
 
 }  // namespace
 
-TEventLine* TAuto::CreateEventLin2(TEventLine* prev, long s, long z, long w, float slope, long after,
-                                   char eventType) {
+TEventLine* TraceAnalysis::CreateEventLin2(TEventLine* prev, long s, long z, long w, float slope, long after,
+                                           char eventType) {
   return TrustedRange(*this, prev, s, z, w, slope, after, eventType).Run();
 }

@@ -1,4 +1,4 @@
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 
 // From a stretch of points to a section of the result: the line through it, the name of the event at its end,
 // and the loss of the event in front, which only the level behind it settles.
@@ -20,6 +20,8 @@
 #include "sor/sorData.h"
 #include "util/convert.h"
 
+using reflyze::TraceAnalysis;
+
 namespace {
 
 using reflyze::TraceLevels;
@@ -38,8 +40,8 @@ constexpr double kFarDb = 100.0;  // start of a search for the least distance
 
 class SectionBuilder {
  public:
-  SectionBuilder(TAuto& analysis, TEventLine* prev, long a, long e, long b, long w, float slope, float p1,
-                 float p2)
+  SectionBuilder(TraceAnalysis& analysis, TEventLine* prev, long a, long e, long b, long w, float slope,
+                 float p1, float p2)
       : auto_(analysis),
         sor_(analysis.sor),
         levels_(analysis.sor),
@@ -324,7 +326,7 @@ class SectionBuilder {
     }
   }
 
-  TAuto& auto_;
+  TraceAnalysis& auto_;
   TSorData* const sor_;
   const TraceLevels levels_;
   TEventLine* const prev_;  // section in front, null for the first one
@@ -346,12 +348,12 @@ class SectionBuilder {
 
 }  // namespace
 
-TEventLine* TAuto::CreateEventLin(TEventLine* prev, long a, long e, long b, long w, float slope, float p1,
-                                  float p2) {
+TEventLine* TraceAnalysis::CreateEventLin(TEventLine* prev, long a, long e, long b, long w, float slope,
+                                          float p1, float p2) {
   return SectionBuilder(*this, prev, a, e, b, w, slope, p1, p2).Run();
 }
 
-TEventLine* TAuto::AddEventLin(TEventLine* line, TEventLine* prev) {
+TEventLine* TraceAnalysis::AddEventLin(TEventLine* line, TEventLine* prev) {
   if (prev != nullptr && prev->type == '_') prev->type = prev->spliceLoss > 0.0 ? 'P' : 'N';
   lines->AddData(line);
   return line;

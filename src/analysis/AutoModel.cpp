@@ -1,4 +1,4 @@
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 
 // What the lines say, seen from the other side: the trace that they describe, and the dead zones that its
 // events leave. For hosts that draw the result or qualify an instrument.
@@ -10,9 +10,11 @@
 #include "sor/sorData.h"
 #include "util/convert.h"
 
+using reflyze::TraceAnalysis;
+
 using reflyze::TruncToLong;
 
-TSorData* TAuto::SorGenerate() {
+TSorData* TraceAnalysis::SorGenerate() {
   if (lines->GetSize() == 0) return nullptr;
   auto model = std::make_unique<TSorData>();
   model->Assign(*sor);
@@ -40,7 +42,7 @@ TSorData* TAuto::SorGenerate() {
   return model.release();
 }
 
-double TAuto::CalcAttDZ(TSorData* s, double start, TEventLine* line, double delta) {
+double TraceAnalysis::CalcAttDZ(TSorData* s, double start, TEventLine* line, double delta) {
   const double stepDb = line->Loss() / (s->dLenToNum(line->L[1]) - s->dLenToNum(line->L[0]));
   const long first = TruncToLong(s->dLenToNum(start));
   long point = TruncToLong(s->dLenToNum(line->L[0]));
@@ -57,7 +59,7 @@ double TAuto::CalcAttDZ(TSorData* s, double start, TEventLine* line, double delt
   return shareKm + s->NumToALen(point) - start;
 }
 
-double TAuto::CalcEvntDZ(TSorData* s, double a, double b) {
+double TraceAnalysis::CalcEvntDZ(TSorData* s, double a, double b) {
   const long first = TruncToLong(s->dLenToNum(a));
   const long last = TruncToLong(s->dLenToNum(b));
   double lowDb = 0.0, highDb = 0.0;

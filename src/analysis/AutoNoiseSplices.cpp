@@ -11,6 +11,8 @@
 #include "src/analysis/SpliceScan.h"
 #include "util/convert.h"
 
+using reflyze::TraceAnalysis;
+
 namespace {
 
 using reflyze::SpliceSearch;
@@ -251,7 +253,7 @@ class NoiseSpliceScan : private SpliceSearch {
 
 }  // namespace
 
-long TAuto::SearchNoiseSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
-                               AutoFilterResultData* result) {
+long TraceAnalysis::SearchNoiseSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
+                                       AutoFilterResultData* result) {
   return NoiseSpliceScan({*this, s, z, stepD, e, thr, out, *result}).Run();
 }

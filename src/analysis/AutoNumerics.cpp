@@ -5,10 +5,12 @@
 #include "ref/math/ref_Math.h"
 #include "ref/math/sectionFits.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 #include "src/filter/AutoLimits.h"
 #include "util/convert.h"
 #include "util/elementary.h"
+
+using reflyze::TraceAnalysis;
 
 namespace elementary = reflyze::elementary;
 
@@ -33,33 +35,35 @@ long WholeOwt(const TSorData* sor, double km) { return reflyze::TruncToInt(sor->
 
 }  // namespace
 
-double TAuto::powDb(double x) { return elementary::Exp10((x > kHighestPowerDb ? kHighestPowerDb : x) / 5.0); }
+double TraceAnalysis::powDb(double x) {
+  return elementary::Exp10((x > kHighestPowerDb ? kHighestPowerDb : x) / 5.0);
+}
 
-double TAuto::DbFault(double level, double fault) {
+double TraceAnalysis::DbFault(double level, double fault) {
   return 5.0 * elementary::Log10(powDb(level) / (powDb(AtLeastFaultDb(fault)) - 1.0));
 }
 
-double TAuto::RequirePower(double fault, long pts) {
+double TraceAnalysis::RequirePower(double fault, long pts) {
   return -5.0 * elementary::Log10(powDb(AtLeastFaultDb(fault)) - 1.0) -
          2.5 * elementary::Log10(static_cast<double>(pts)) + kNoiseMarginDb;
 }
 
-long TAuto::RequireAvgPin(double level, double fault) {
+long TraceAnalysis::RequireAvgPin(double level, double fault) {
   double points = elementary::Exp10((RequirePower(fault, 1) - level) / 2.5);
   if (points > kMostPoints) points = kMostPoints;
   return reflyze::TruncToLong(points + 0.999);
 }
 
-double TAuto::RequireFault(double level, long pts) {
+double TraceAnalysis::RequireFault(double level, long pts) {
   const double averaged = static_cast<double>(std::max(pts, 1L));
   const double noiseToSignal = powDb(-(level - kNoiseMarginDb)) / std::sqrt(averaged);
   const double faultDb = 5.0 * elementary::Log10(noiseToSignal + 1.0) + 0.002;
   return faultDb < kLeastCredibleDb ? kLeastCredibleDb : faultDb;
 }
 
-double TAuto::GetFault(double level, long pts) { return noiseAmp + RequireFault(level - nf, pts); }
+double TraceAnalysis::GetFault(double level, long pts) { return noiseAmp + RequireFault(level - nf, pts); }
 
-long TAuto::SetAvgPin(double level, double fault, long minPin, long maxPin) {
+long TraceAnalysis::SetAvgPin(double level, double fault, long minPin, long maxPin) {
   constexpr long kFullGrowthPoints = 20;
   long points = RequireAvgPin(level - nf, fault);
   // Long windows smear the events they look for, so that they grow only half as fast as the noise demands.
@@ -69,15 +73,17 @@ long TAuto::SetAvgPin(double level, double fault, long minPin, long maxPin) {
   return points;
 }
 
-double TAuto::AveragePower(long first, long count, int mode) { return RefMathPower(sor, first, count, mode); }
+double TraceAnalysis::AveragePower(long first, long count, int mode) {
+  return RefMathPower(sor, first, count, mode);
+}
 
-double TAuto::AveragePower(TSorData* s, double owt, double dOwt, int mode) {
+double TraceAnalysis::AveragePower(TSorData* s, double owt, double dOwt, int mode) {
   const long first = reflyze::TruncToInt(s->OwtTofNum(owt));
   const long count = reflyze::TruncToInt(s->OwtTofNum(owt + dOwt) - static_cast<double>(first) + 0.5);
   return RefMathPower(s, first, count, mode);
 }
 
-double TAuto::dAveragePower(long first, long count, int mode, double prev) {
+double TraceAnalysis::dAveragePower(long first, long count, int mode, double prev) {
   const TSorBlockQRTParameters& scale = *sor->QRTParams;
   const long entering = first + count - 1;
   const long leaving = first - 1;
@@ -87,7 +93,7 @@ double TAuto::dAveragePower(long first, long count, int mode, double prev) {
   return scale.NLogToLog(scale.LinToLog5(change + scale.Log5ToLin(prev, 1)));
 }
 
-float TAuto::dAveragePower(float* lin, long first, long count, int mode, float prev) {
+float TraceAnalysis::dAveragePower(float* lin, long first, long count, int mode, float prev) {
   const TSorBlockQRTParameters& scale = *sor->QRTParams;
   const long entering = first + count - 1;
   const long leaving = first - 1;
@@ -101,18 +107,18 @@ float TAuto::dAveragePower(float* lin, long first, long count, int mode, float p
   return scale.NLogToLog(scale.LinToLog5(change + scale.Log5ToLin(prev, 1)));
 }
 
-double TAuto::LossPin(long a, long b, long pin, int mode) {
+double TraceAnalysis::LossPin(long a, long b, long pin, int mode) {
   const long distance = b - a - pin;  // from the middle of one window to that of the other
   if (pin >= distance) return 0.0;
   return (AveragePower(a, pin, mode) - AveragePower(b - pin, pin, mode)) / static_cast<double>(distance);
 }
 
-void TAuto::LossSquare(TSorData* s, TEventLine& line, long) {
+void TraceAnalysis::LossSquare(TSorData* s, TEventLine& line, long) {
   reflyze::SectionFits fits(*s);
   LossSquare(fits, line);
 }
 
-void TAuto::LossSquare(reflyze::SectionFits& fits, TEventLine& line) {
+void TraceAnalysis::LossSquare(reflyze::SectionFits& fits, TEventLine& line) {
   const auto a = static_cast<double>(WholeOwt(&fits.trace(), line.L[0]));
   const auto b = static_cast<double>(WholeOwt(&fits.trace(), line.L[1]));
   if (!(b > a + 1.0)) return;
@@ -121,7 +127,7 @@ void TAuto::LossSquare(reflyze::SectionFits& fits, TEventLine& line) {
   line.P[1] = fit.LevelAt(b);
 }
 
-void TAuto::LossfSquare(TSorData* s, TEventLine& line) {
+void TraceAnalysis::LossfSquare(TSorData* s, TEventLine& line) {
   const long tracePoints = s->DataPts->GetPointsNum();
   const long a = reflyze::HeldPoint(s->dLenToNum(line.L[0]), tracePoints);
   const long b = reflyze::HeldPoint(s->dLenToNum(line.L[1]), tracePoints);
@@ -133,7 +139,7 @@ void TAuto::LossfSquare(TSorData* s, TEventLine& line) {
   line.P[1] = levelAtEnd;
 }
 
-long TAuto::LossSquareTest(TEventLine& line, long width) {
+long TraceAnalysis::LossSquareTest(TEventLine& line, long width) {
   const double owt0 = sor->dLenToOwt(line.L[0]);
   const double owt1 = sor->dLenToOwt(line.L[1]);
   RefMathLSL2(sor, owt0, owt1, line.P[0], line.P[1]);

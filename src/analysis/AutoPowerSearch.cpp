@@ -3,8 +3,10 @@
 
 #include "ref/events/refEvent.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 #include "src/filter/AutoLimits.h"
+
+using reflyze::TraceAnalysis;
 
 // The alternative search inside the lines. Where the usual one follows single points away from a line, this
 // one only compares mean powers in front of and behind a place, over a range of distances. It needs no fit,
@@ -18,7 +20,7 @@ using reflyze::HeldShift;
 // Searches one line for an event and takes its measures.
 class PowerScan {
  public:
-  PowerScan(TAuto& analysis, const TEventLine& line)
+  PowerScan(TraceAnalysis& analysis, const TEventLine& line)
       : a_(analysis), polDb_(a_.th.polar), limitDb_(a_.th.Event) {
     begin_ = HeldPoint(a_.sor->dLenToNum(line.L[0]), a_.nPoints);
     end_ = HeldPoint(a_.sor->dLenToNum(line.L[2]), a_.nPoints);
@@ -131,7 +133,7 @@ class PowerScan {
     return s_ <= end_ - a_.winDead - 2 * pin_;
   }
 
-  TAuto& a_;
+  TraceAnalysis& a_;
   long begin_, end_;    // points of the line
   long shortestPin_;    // points
   const double polDb_;  // gains up to here are noise
@@ -178,7 +180,7 @@ long PowerScan::NextStart(const TEventLine& head) const {
 }
 
 // What the fibre loses at its end: from the last line to the level far enough behind it.
-void MeasureEnd(TAuto& analysis, TEventLine& line) {
+void MeasureEnd(TraceAnalysis& analysis, TEventLine& line) {
   const TSorData& sor = *analysis.sor;
   const long end = HeldPoint(sor.dLenToNum(line.L[2]), analysis.nPoints);
   line.peakLevel = std::max(line.peakLevel, line.P[1]);
@@ -192,7 +194,7 @@ void MeasureEnd(TAuto& analysis, TEventLine& line) {
 
 }  // namespace
 
-void TAuto::Analysis() {
+void TraceAnalysis::Analysis() {
   for (int i = 0; i < lines->GetSize(); ++i) {
     TEventLine& rest = *lines->GetData(i);
     LossSquare(sor, rest, winPulse);

@@ -1,4 +1,4 @@
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 
 // From lines to the record's event table: the launch, then one event for each line, with the markers of the
 // sections on both sides of it. All positions in the table are one-way times, truncated to whole units.
@@ -16,6 +16,8 @@
 #include "ref/math/sectionFits.h"
 #include "sor/sorData.h"
 #include "util/convert.h"
+
+using reflyze::TraceAnalysis;
 
 namespace {
 
@@ -39,7 +41,7 @@ bool HasBothSections(const TSorBlockKeyEvents1E& event) {
 
 class EventTableWriter {
  public:
-  EventTableWriter(TAuto& analysis, reflyze::SectionFits& fits)
+  EventTableWriter(TraceAnalysis& analysis, reflyze::SectionFits& fits)
       : auto_(analysis),
         fits_(fits),
         sor_(*analysis.sor),
@@ -189,7 +191,7 @@ class EventTableWriter {
     table_.ELMP2 = endOwt;
   }
 
-  TAuto& auto_;
+  TraceAnalysis& auto_;
   reflyze::SectionFits& fits_;
   const TSorData& sor_;
   TSorBlockKeyEvents& table_;
@@ -198,20 +200,21 @@ class EventTableWriter {
 
 }  // namespace
 
-bool TAuto::WriteEventTable(reflyze::SectionFits& fits) {
+bool TraceAnalysis::WriteEventTable(reflyze::SectionFits& fits) {
   if (lines->GetSize() == 0) return false;
   EventTableWriter(*this, fits).Run();
   return true;
 }
 
-int TAuto::AddSorEvent() {
+int TraceAnalysis::AddSorEvent() {
   reflyze::SectionFits fits(*sor);
   if (!WriteEventTable(fits)) return 0;
   RefEventSetORL(sor);
   return sor->QRTParams->CT;
 }
 
-void TAuto::SetReflection(TSorBlockKeyEvents1E* rec, double peak, double base, char eventType, TSorData* s) {
+void TraceAnalysis::SetReflection(TSorBlockKeyEvents1E* rec, double peak, double base, char eventType,
+                                  TSorData* s) {
   if (s == nullptr) s = sor;
   if (s == nullptr) return;
   const double heightDb = peak - base;
@@ -241,7 +244,7 @@ void TAuto::SetReflection(TSorBlockKeyEvents1E* rec, double peak, double base, c
   }
 }
 
-void TAuto::ArrangeShortEventsMarkers() {
+void TraceAnalysis::ArrangeShortEventsMarkers() {
   TSorBlockKeyEvents& table = *sor->KeyEvents;
   const int count = table.ListedEvents();
   if (count <= 2) return;

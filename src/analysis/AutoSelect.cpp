@@ -1,4 +1,4 @@
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 
 // Which events stay. The searches find more than an engineer wants to read: weak steps, ripples, splices that
 // are two samples of the same one. An event stays when its loss or its reflectance passes the thresholds and
@@ -14,6 +14,8 @@
 #include "sor/sorData.h"
 #include "util/convert.h"
 #include "util/elementary.h"
+
+using reflyze::TraceAnalysis;
 
 namespace elementary = reflyze::elementary;
 
@@ -39,7 +41,7 @@ bool IsMerged(const TEventLine& line) { return line.type == 'S' || line.type == 
 
 class EventSelection {
  public:
-  EventSelection(TAuto& analysis, double leastLossDb)
+  EventSelection(TraceAnalysis& analysis, double leastLossDb)
       : auto_(analysis),
         sor_(analysis.sor),
         lines_(*analysis.lines),
@@ -157,13 +159,13 @@ class EventSelection {
       if (!IsMerged(before)) behind.type = before.type;
     } else if (auto_.maxDbKm > before.LossKm() && !IsReflection(before)) {
       behind.L[0] = before.L[0];
-      TAuto::LossSquare(fits_, behind);
+      TraceAnalysis::LossSquare(fits_, behind);
     }
     lines_.DelData(i);
     auto_.SetLinesSplice();
   }
 
-  TAuto& auto_;
+  TraceAnalysis& auto_;
   TSorData* const sor_;
   TOxArray<TEventLine, TEventLine*>& lines_;
   const double leastLossDb_;
@@ -174,7 +176,7 @@ class EventSelection {
 // smaller the step between them, the more they look like one.
 class SpliceMerge {
  public:
-  SpliceMerge(TAuto& analysis, float spanOwt, float lossThr, float gainThr)
+  SpliceMerge(TraceAnalysis& analysis, float spanOwt, float lossThr, float gainThr)
       : auto_(analysis),
         lines_(*analysis.lines),
         nearKm_(spanOwt * 2e-05),
@@ -248,7 +250,7 @@ class SpliceMerge {
     return 0;
   }
 
-  TAuto& auto_;
+  TraceAnalysis& auto_;
   TOxArray<TEventLine, TEventLine*>& lines_;
   const double nearKm_;   // nearer than a few of these, two splices are one
   const double lossThr_;  // dB, least steps
@@ -318,9 +320,9 @@ class WeakZone {
 
 }  // namespace
 
-void TAuto::SelectSplices(double loss) { EventSelection(*this, loss).Run(); }
+void TraceAnalysis::SelectSplices(double loss) { EventSelection(*this, loss).Run(); }
 
-void TAuto::SetLinesSplice() {
+void TraceAnalysis::SetLinesSplice() {
   for (int i = 0; i + 1 < lines->GetSize(); ++i) {
     TEventLine& p = *lines->GetData(i);
     TEventLine& q = *lines->GetData(i + 1);
@@ -336,22 +338,22 @@ void TAuto::SetLinesSplice() {
   }
 }
 
-void TAuto::SetMaxDbKm(double aci) {
+void TraceAnalysis::SetMaxDbKm(double aci) {
   maxDbKm = std::min(maxDbKm, 10.0 * aci);
   maxDbKm = std::max(maxDbKm, 1.0);
 }
 
-int TAuto::IsNormACI(double aci, double base) {
+int TraceAnalysis::IsNormACI(double aci, double base) {
   double limit = base > 0.01 ? 2 * base : 2.0;
   if (sor->GenParams->NW < 1000) limit = 5.0;  // multimode windows lose more
   return aci > -0.5 && aci < limit ? 1 : 0;
 }
 
-int TAuto::DeleteShortSplices(int count, float spanOwt, float lossThr, float gainThr, int strong) {
+int TraceAnalysis::DeleteShortSplices(int count, float spanOwt, float lossThr, float gainThr, int strong) {
   return SpliceMerge(*this, spanOwt, lossThr, gainThr).Run(count, strong);
 }
 
-void TAuto::RemoveSuspicionEvents() {
+void TraceAnalysis::RemoveSuspicionEvents() {
   const TSorBlockQRTParameters& params = *sor->QRTParams;
   if (sor->KeyEvents->ListedEvents() < 3 || params.PonType != 1 || params.FirstSplitterRatio != 8 ||
       params.SecondSplitterRatio != 8) {

@@ -13,10 +13,12 @@
 #include "ref/math/ref_Math.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 #include "src/filter/AutoLimits.h"
 #include "src/filter/Filter.h"
 #include "util/convert.h"
+
+using reflyze::TraceAnalysis;
 
 namespace {
 
@@ -43,7 +45,7 @@ using FilterEvents = safe_array<TFEvent, 100>;
 
 class ShortAnalysisRun {
  public:
-  explicit ShortAnalysisRun(TAuto& analysis)
+  explicit ShortAnalysisRun(TraceAnalysis& analysis)
       : a_(analysis), sor_(*analysis.sor), filter_(std::make_unique<TSorFilter>(analysis.sor)) {
     stepD_ = TruncToLong((kSpanOwt / a_.owtDS) / 4 + 2);
     stepP_ = TruncToLong((sor_.FxdParams->GetOwtPulse(0) + 100.0) / sor_.FxdParams->GetOwtDS(0) + 2);
@@ -70,7 +72,8 @@ class ShortAnalysisRun {
   }
 
  private:
-  using Detector = long (TAuto::*)(long, long, long, TFEvent&, float&, TFEvent&, AutoFilterResultData*);
+  using Detector = long (TraceAnalysis::*)(long, long, long, TFEvent&, float&, TFEvent&,
+                                           AutoFilterResultData*);
 
   double LevelDb(long point) const { return sor_.NumToLevel(point); }
   long WidthAt(long point) const {
@@ -393,7 +396,7 @@ class ShortAnalysisRun {
 
   static unsigned int At(long index) { return static_cast<unsigned int>(index); }
 
-  TAuto& a_;
+  TraceAnalysis& a_;
   TSorData& sor_;
   std::unique_ptr<TSorFilter> filter_;
   std::vector<short> widths_;            // points averaged at each point
@@ -412,7 +415,7 @@ class ShortAnalysisRun {
 
 }  // namespace
 
-long TAuto::ShortAnalysis() {
+long TraceAnalysis::ShortAnalysis() {
   if (sor->FxdParams->GetNsPulse(0) > kLongestPulseNs || th.noShortAnalysis >= 1) return 0;
   // The run holds some twenty kilobytes of events, more than a host's thread should have to spare.
   return std::make_unique<ShortAnalysisRun>(*this)->Run();

@@ -6,8 +6,10 @@
 #include "ref/math/levelMean.h"
 #include "ref/math/ref_Math.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 #include "src/filter/AutoLimits.h"
+
+using reflyze::TraceAnalysis;
 
 // Steps by power differences: the mean level of a window against that of a second window some way behind it,
 // less what the fibre loses in between. A loss leaves the second window low, a reflection lifts it. The
@@ -34,10 +36,10 @@ PairRange MakeRange(long from, long to, long pin, long d1, long d2, double slope
   return {from, to, std::max(pin, 1L), d1, std::max(d1, d2), std::max(slope, 0.0)};
 }
 
-double MeanAnew(TAuto& analysis, long point, long pin, int mode, double) {
+double MeanAnew(TraceAnalysis& analysis, long point, long pin, int mode, double) {
   return analysis.AveragePower(point, pin, mode);
 }
-float MeanAnew(TAuto& analysis, long point, long pin, int mode, float) {
+float MeanAnew(TraceAnalysis& analysis, long point, long pin, int mode, float) {
   float* lin = point >= 0 ? analysis.linf : nullptr;  // in front of the trace there are levels only
   return RefMathPower(analysis.sor, lin, point, pin, mode);
 }
@@ -46,7 +48,7 @@ float MeanAnew(TAuto& analysis, long point, long pin, int mode, float) {
 template <class Real>
 class WindowLevel {
  public:
-  WindowLevel(TAuto& analysis, long pin, long stride)
+  WindowLevel(TraceAnalysis& analysis, long pin, long stride)
       : analysis_(analysis), means_(*analysis.sor), inARow_(*analysis.sor, pin), pin_(pin), stride_(stride) {}
 
   // Forgets the last place: the next mean is taken anew.
@@ -66,7 +68,7 @@ class WindowLevel {
     return inARow ? inARow_.Over(point) : MeanAnew(analysis_, point, pin_, linear ? 1 : 0, Real());
   }
 
-  TAuto& analysis_;
+  TraceAnalysis& analysis_;
   const reflyze::LevelMean<Real> means_;
   reflyze::MeansInARow<Real> inARow_;
   const long pin_, stride_;
@@ -78,7 +80,7 @@ class WindowLevel {
 // the level falls by beyond the slope, in dB. Double precision reads levels, single precision the linear
 // trace.
 template <class Real, class Visit>
-void ForEachPair(TAuto& analysis, const PairRange& range, Visit visit) {
+void ForEachPair(TraceAnalysis& analysis, const PairRange& range, Visit visit) {
   WindowLevel<Real> first(analysis, range.pin, range.WindowStride());
   WindowLevel<Real> second(analysis, range.pin, range.DistanceStride());
   bool linear = false;
@@ -97,7 +99,7 @@ void ForEachPair(TAuto& analysis, const PairRange& range, Visit visit) {
 // The two conditions that end the search for a loss or a gain, and where each says the event is.
 class FirstStep {
  public:
-  FirstStep(TAuto& analysis, const PairRange& range, double upDb, double downDb)
+  FirstStep(TraceAnalysis& analysis, const PairRange& range, double upDb, double downDb)
       : analysis_(analysis), range_(range), upDb_(upDb), downDb_(downDb), at_(range.from) {}
 
   bool operator()(long p, long d, float before, float behind, float step) {
@@ -136,7 +138,7 @@ class FirstStep {
     return true;
   }
 
-  TAuto& analysis_;
+  TraceAnalysis& analysis_;
   const PairRange range_;
   const double upDb_, downDb_;
   long at_;
@@ -145,8 +147,8 @@ class FirstStep {
 
 }  // namespace
 
-long TAuto::SearchLoss(double up, double down, long from, long to, long pin, long d1, long d2, double slope,
-                       float& step) {
+long TraceAnalysis::SearchLoss(double up, double down, long from, long to, long pin, long d1, long d2,
+                               double slope, float& step) {
   const PairRange range = MakeRange(from, to, pin, d1, d2, slope);
   FirstStep find(*this, range, up, down);
   ForEachPair<float>(*this, range, std::ref(find));
@@ -154,8 +156,8 @@ long TAuto::SearchLoss(double up, double down, long from, long to, long pin, lon
   return find.at();
 }
 
-double TAuto::VarPowerTest(double limit, long& pos, long from, long to, long pin, long d1, long d2,
-                           double slope) {
+double TraceAnalysis::VarPowerTest(double limit, long& pos, long from, long to, long pin, long d1, long d2,
+                                   double slope) {
   const PairRange range = MakeRange(from, to, pin, d1, d2, slope);
   double best = 0.0;
   double lowest = std::numeric_limits<double>::infinity();  // strongest gain
@@ -189,7 +191,7 @@ double TAuto::VarPowerTest(double limit, long& pos, long from, long to, long pin
   return best;
 }
 
-double TAuto::SearchMaxDbOwt(double owt, double dOwt) {
+double TraceAnalysis::SearchMaxDbOwt(double owt, double dOwt) {
   const long tracePoints = sor->DataPts->GetPointsNum();
   const long from = reflyze::HeldPoint(sor->OwtTofNum(owt), tracePoints) + 1;
   const long to = reflyze::HeldPoint(sor->OwtTofNum(dOwt), tracePoints) + 5;

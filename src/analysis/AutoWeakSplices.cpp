@@ -11,6 +11,8 @@
 #include "src/analysis/SpliceScan.h"
 #include "util/convert.h"
 
+using reflyze::TraceAnalysis;
+
 namespace {
 
 using reflyze::SpliceTask;
@@ -91,7 +93,7 @@ class WeakSpliceScan final : public StepScan {
 
 }  // namespace
 
-long TAuto::SearchWeakSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
-                              AutoFilterResultData* result) {
+long TraceAnalysis::SearchWeakSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
+                                      AutoFilterResultData* result) {
   return WeakSpliceScan({*this, s, z, stepD, e, thr, out, *result}).Run();
 }

@@ -17,7 +17,7 @@
 #include "ref/math/traceLevels.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 #include "src/filter/Filter.h"
 #include "src/filter/HeldSamples.h"
 
@@ -25,7 +25,7 @@ namespace reflyze {
 
 // What a detector is asked: the arguments of its public form.
 struct SpliceTask {
-  TAuto& analysis;
+  TraceAnalysis& analysis;
   long first, end;  // the stretch
   long sidePoints;  // least window to measure a level over
   TFEvent& front;   // the event in front; its end, rise and tail may move
@@ -58,7 +58,7 @@ class SpliceSearch {
   // Loss in dB between two points, from `points` points on each side, not before `low`.
   double LossBetween(long before, long behind, long low, long pointsBefore, long pointsBehind) const;
 
-  TAuto& auto_;
+  TraceAnalysis& auto_;
   TSorData* const sor_;
   const TraceLevels levels_;
   const AutoFilterResultData& filter_;

@@ -1,5 +1,7 @@
 #include "src/analysis/th.h"
 
+#include "sor/sorData.h"
+
 #include <cstdio>
 #include <string>
 
@@ -128,4 +130,11 @@ void TEventPoint::GetIni(TIniSection*) {}
 
 void TEventPoint::Assign(TEventPoint* other) {
   if (other != nullptr) *this = *other;
+}
+
+void TTH::Take(const TSorData& trace) {
+  THLoss = trace.FxdParams->GetLT();
+  THRef = trace.FxdParams->GetRT();
+  THEnd = trace.FxdParams->GetET();
+  dBkm = trace.QRTParams->GetCT();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+class TSorData;
+
 // The thresholds of the event analysis and of the comparison with a baseline, and how they live in INI files.
 // They are plain values: a host fills one and hands it over with the trace.
 
@@ -39,6 +41,8 @@ class TTH {
 
   // Every threshold back to its default. `path` stays.
   void Reset();
+  // Takes the four thresholds that a trace itself carries; the rest stays.
+  void Take(const TSorData& trace);
 
   // Nine of the thresholds have a key in the section. Reading keeps the present value of a key that is
   // missing; a null section is ignored.

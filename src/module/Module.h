@@ -10,7 +10,7 @@
 // the module is loaded and only read then, and what counts events for diagnostics is atomic. The log must
 // bear several threads.
 
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 #include "util/tstring.h"
 
 class TLogFile;

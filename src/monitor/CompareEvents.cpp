@@ -3,8 +3,10 @@
 
 #include "ref/events/refEvent.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/monitor/TraceComparison.h"
 #include "util/convert.h"
+
+using reflyze::TraceComparison;
 
 // Which event of the current trace is which of the baseline, how far the two are apart in loss, reflectance
 // and attenuation, and which of these differences are too large.
@@ -76,7 +78,7 @@ TSorBlockRFTSEvents1E* EntryAt(const TSorBlockRFTSEvents& entries, int index) {
 
 }  // namespace
 
-int TAuto::GetEventIndex(TSorData* trace, long owt) {
+int TraceComparison::GetEventIndex(TSorData* trace, long owt) {
   const TSorBlockKeyEvents& events = *trace->KeyEvents;
   for (int i = 0; i < events.ListedEvents(); ++i) {
     if (SameTime(events.EventAt(i).EPT, owt)) return i;
@@ -84,13 +86,14 @@ int TAuto::GetEventIndex(TSorData* trace, long owt) {
   return -1;
 }
 
-bool TAuto::IsOwtWithinAutoEvent(long owt, TSorData* trace, TSorBlockKeyEvents1E* event) {
+bool TraceComparison::IsOwtWithinAutoEvent(long owt, TSorData* trace, TSorBlockKeyEvents1E* event) {
   const bool reflective = RefEventIsEventRFTSReflective(trace, event, monitoring.EventRT);
   const double limitKm = reflective ? monitoring.EvtRDetectDeltaLen : monitoring.EvtDetectDeltaLen;
   return static_cast<double>(std::labs(event->EPT - owt)) <= trace->dLenToOwt(limitKm);
 }
 
-TSorBlockKeyEvents1E* TAuto::GetCorrespondentEvent(TSorData* a, TSorData* b, TSorBlockKeyEvents1E* event) {
+TSorBlockKeyEvents1E* TraceComparison::GetCorrespondentEvent(TSorData* a, TSorData* b,
+                                                             TSorBlockKeyEvents1E* event) {
   TSorBlockKeyEvents& candidates = *b->KeyEvents;
   const int same = GetEventIndex(b, event->EPT);
   if (same >= 0) return &candidates.EventAt(same);
@@ -102,9 +105,11 @@ TSorBlockKeyEvents1E* TAuto::GetCorrespondentEvent(TSorData* a, TSorData* b, TSo
 
 // Thresholds go with the event of the baseline, the entry with that of the current trace: between them stand
 // the events that only the current trace has.
-bool TAuto::srCompare_InitNextEvents(int index, TSorData* base, TSorData* current, TRFTSLevel* level,
-                                     TSorBlockKeyEvents1E*& baseEvent, TSorBlockKeyEvents1E*& currentEvent,
-                                     TSorBlockRFTSEvents1E*& entry, TThresholdsRFTSSet*& thresholds, long) {
+bool TraceComparison::srCompare_InitNextEvents(int index, TSorData* base, TSorData* current,
+                                               TRFTSLevel* level, TSorBlockKeyEvents1E*& baseEvent,
+                                               TSorBlockKeyEvents1E*& currentEvent,
+                                               TSorBlockRFTSEvents1E*& entry, TThresholdsRFTSSet*& thresholds,
+                                               long) {
   if (index < 0 || index >= base->KeyEvents->ListedEvents()) return false;
   baseEvent = &base->KeyEvents->EventAt(index);
   const int position = GetEventIndex(current, baseEvent->EPT);
@@ -115,9 +120,9 @@ bool TAuto::srCompare_InitNextEvents(int index, TSorData* base, TSorData* curren
   return true;
 }
 
-void TAuto::srCompare_InitRFTSEvent(TSorData* base, TSorData* current, TSorBlockRFTSEvents1E* entry,
-                                    TThresholdsRFTSSet* thresholds, TSorBlockKeyEvents1E* baseEvent,
-                                    TSorBlockKeyEvents1E* currentEvent) {
+void TraceComparison::srCompare_InitRFTSEvent(TSorData* base, TSorData* current, TSorBlockRFTSEvents1E* entry,
+                                              TThresholdsRFTSSet* thresholds, TSorBlockKeyEvents1E* baseEvent,
+                                              TSorBlockKeyEvents1E* currentEvent) {
   if (thresholds->GetCT().IsAbsolute()) {
     entry->CT = Absolute(UnsignedDeviation(currentEvent->GetACI()));
   } else {
@@ -139,8 +144,8 @@ void TAuto::srCompare_InitRFTSEvent(TSorData* base, TSorData* current, TSorBlock
   }
 }
 
-void TAuto::srCompare_CheckRFTSEvent(TSorBlockRFTSEvents1E* entry, TThresholdsRFTSSet* thresholds,
-                                     TSorData* current) {
+void TraceComparison::srCompare_CheckRFTSEvent(TSorBlockRFTSEvents1E* entry, TThresholdsRFTSSet* thresholds,
+                                               TSorData* current) {
   const TSorBlockRFTSEvents& entries = *current->RFTSEvents;
   const bool atEndOfFibre = entry == entries.GetEvent(entries.GetTNRFTSE() - 1);
   entry->MakeMonitored(true);
@@ -152,7 +157,7 @@ void TAuto::srCompare_CheckRFTSEvent(TSorBlockRFTSEvents1E* entry, TThresholdsRF
   current->RFTSEvents->MakeFail(true);
 }
 
-void TAuto::srCompare_EELT(TSorData* base, TSorData* owner, TSorData* measured, TRFTSLevel* level) {
+void TraceComparison::srCompare_EELT(TSorData* base, TSorData* owner, TSorData* measured, TRFTSLevel* level) {
   const TShortThreshold& threshold = level->GetEELT();
   const double lossDb = measured->KeyEvents->GetEEL();
   TShortDeviation deviation = threshold.IsAbsolute()

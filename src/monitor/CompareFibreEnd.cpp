@@ -4,8 +4,10 @@
 #include "ref/events/refEvent.h"
 #include "ref/math/ref_Math.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/monitor/TraceComparison.h"
 #include "util/convert.h"
+
+using reflyze::TraceComparison;
 
 // Where the current fibre ends. As long as the baseline's last event looks on the current trace as it did,
 // the fibre ends there; else the current trace is analysed.
@@ -31,7 +33,7 @@ std::unique_ptr<TSorBlockKeyEvents1E> CopyOf(const TSorBlockKeyEvents1E* event) 
 
 }  // namespace
 
-double TAuto::CalculateSegmentACI(TSorData* trace, long from, long to) {
+double TraceComparison::CalculateSegmentACI(TSorData* trace, long from, long to) {
   const double lengthOwt = static_cast<double>(to) - static_cast<double>(from);
   if (lengthOwt < 1.0) return 0.0;
   double slope = 0.0, intercept = 0.0;
@@ -39,7 +41,7 @@ double TAuto::CalculateSegmentACI(TSorData* trace, long from, long to) {
   return -slope * lengthOwt / trace->dOwtToLen(lengthOwt);
 }
 
-bool TAuto::IsEventChanged(TSorData* base, TSorData* current, int index) {
+bool TraceComparison::IsEventChanged(TSorData* base, TSorData* current, int index) {
   if (index < 0 || index >= base->KeyEvents->ListedEvents()) return false;
   TSorBlockKeyEvents1E& was = base->KeyEvents->EventAt(index);
   const TSorBlockKeyEvents1E* is = GetCorrespondentEvent(base, current, &was);
@@ -53,7 +55,7 @@ bool TAuto::IsEventChanged(TSorData* base, TSorData* current, int index) {
   return Differ(behindWas, behindIs, monitoring.EvtChangeCT) || behindIs < kLeastOfFibre;
 }
 
-TSorBlockKeyEvents1E* TAuto::srCompare_FindEOF(TSorData* base, TSorData* current) {
+TSorBlockKeyEvents1E* TraceComparison::srCompare_FindEOF(TSorData* base, TSorData* current) {
   const int events = base->KeyEvents->ListedEvents();
   int i = events - 1;
   while (i >= 1 && IsEventChanged(base, current, i)) --i;
@@ -68,7 +70,8 @@ TSorBlockKeyEvents1E* TAuto::srCompare_FindEOF(TSorData* base, TSorData* current
 
 // A fibre that ends early is broken only if events remain behind its end: those of the baseline, which are on
 // the current trace by now.
-void TAuto::srCompare_InsertEOF(TSorData* base, TSorData* current, long& eof, long& end, int& result) {
+void TraceComparison::srCompare_InsertEOF(TSorData* base, TSorData* current, long& eof, long& end,
+                                          int& result) {
   end = TruncToLong(GetEndOfMonitoringOWT(base));
   const TSorBlockKeyEvents1E* last = LastEvent(*base);
   const std::unique_ptr<TSorBlockKeyEvents1E> found(srCompare_FindEOF(base, current));
@@ -94,7 +97,7 @@ void TAuto::srCompare_InsertEOF(TSorData* base, TSorData* current, long& eof, lo
   if (eof < end) end = eof;
 }
 
-void TAuto::srCompare_DeleteExcessEvents(TSorData* current, long eof) {
+void TraceComparison::srCompare_DeleteExcessEvents(TSorData* current, long eof) {
   constexpr int kSourceOfEvent = 1;  // character of the event code: "F" found, "E" end of the fibre
   constexpr char kAdded = 'A';       // by hand
   TSorBlockKeyEvents& events = *current->KeyEvents;

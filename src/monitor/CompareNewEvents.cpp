@@ -7,8 +7,11 @@
 #include "ref/math/ref_Math.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
+#include "src/monitor/TraceComparison.h"
 #include "util/convert.h"
+
+using reflyze::TraceComparison;
 
 // Events that the baseline does not have. A whole analysis is dear, so it is run only where the slopes of the
 // two traces differ; of what it finds, an event stays that passes the thresholds of the trace also once it is
@@ -44,7 +47,7 @@ class EventTables {
 
 class NewEventSearch {
  public:
-  NewEventSearch(TAuto& engine, TSorData& base, TSorData& current, long endOwt)
+  NewEventSearch(TraceComparison& engine, TSorData& base, TSorData& current, long endOwt)
       : auto_(engine), base_(base), current_(current), endOwt_(endOwt) {}
 
   void Run() {
@@ -98,7 +101,7 @@ class NewEventSearch {
     if (event.EC.Len() > 0 && event.EC.c_str()[0] == kNotReflective) event.SetER(0.0);
   }
 
-  TAuto& auto_;
+  TraceComparison& auto_;
   TSorData& base_;
   TSorData& current_;
   long endOwt_;
@@ -222,29 +225,29 @@ class Neighbourhood {
 
 }  // namespace
 
-void TAuto::AnalyseForComparison(TSorData& scratch) {
+void TraceComparison::AnalyseForComparison(TSorData& scratch) {
   srCompare_SetRFTSAutoThresholds(&scratch);
   Automat(&scratch, 0);
-  // The record is the caller's and goes before this engine does.
-  sor = nullptr;
-  linf = nullptr;
+  // The record is the caller's and goes before the analysis does.
+  analysis_.sor = nullptr;
+  analysis_.linf = nullptr;
 }
 
-void TAuto::FindNewEvents(TSorData* base, TSorData* current, long end) {
+void TraceComparison::FindNewEvents(TSorData* base, TSorData* current, long end) {
   NewEventSearch(*this, *base, *current, end).Run();
 }
 
-bool TAuto::IsNewEventPossible(TSorData* base, TSorData* current, long from, long to) {
+bool TraceComparison::IsNewEventPossible(TSorData* base, TSorData* current, long from, long to) {
   return SlopeComparison(*base, *current)
       .Differ(from, to, monitoring.EvtSearchStep, monitoring.EvtDetectDeltaCT);
 }
 
-bool TAuto::CanBeFoundByAutomat(TSorData* trace, TSorBlockKeyEvents1E* event) {
+bool TraceComparison::CanBeFoundByAutomat(TSorData* trace, TSorBlockKeyEvents1E* event) {
   return trace != nullptr && event != nullptr && event->GetEL() > trace->FxdParams->GetLT() &&
          event->GetER() > trace->FxdParams->GetRT();
 }
 
-TSorBlockKeyEvents1E* TAuto::InsertEvent(TSorData* trace, TSorBlockKeyEvents1E* event, bool fail) {
+TSorBlockKeyEvents1E* TraceComparison::InsertEvent(TSorData* trace, TSorBlockKeyEvents1E* event, bool fail) {
   auto copy = std::make_unique<TSorBlockKeyEvents1E>(*event);
   if (RefEventAdd(trace, copy.get(), 1) < 0) return nullptr;
   TSorBlockKeyEvents1E* inserted = copy.release();  // the table owns it now

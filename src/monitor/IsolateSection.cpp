@@ -1,9 +1,11 @@
 #include <algorithm>
 
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
 #include "src/filter/Filter.h"
+#include "src/monitor/TraceComparison.h"
 #include "util/convert.h"
+
+using reflyze::TraceComparison;
 
 // One section of a trace by itself: outside it stands a fibre of a slope that is given, drawn up to the
 // launch and down into the noise.
@@ -71,6 +73,6 @@ class SectionAlone {
 
 }  // namespace
 
-void TAuto::IsolateSection(TSorData* trace, double fromOwt, double toOwt, double slope) {
+void TraceComparison::IsolateSection(TSorData* trace, double fromOwt, double toOwt, double slope) {
   SectionAlone(*trace, slope).Draw(fromOwt, toOwt);
 }

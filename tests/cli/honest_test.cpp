@@ -5,8 +5,8 @@
 #include "cli/JsonText.h"
 #include "cli/OutputFile.h"
 #include "cli/Text.h"
-#include "src/analysis/Auto.h"
 #include "src/analysis/th.h"
+#include "src/module/Auto.h"
 #include "tests/cli/program.h"
 
 namespace {

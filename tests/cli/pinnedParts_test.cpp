@@ -12,8 +12,8 @@
 #include "ref/math/ref_Math.h"
 #include "ref/search/refAutoSearch.h"
 #include "ref/steps/refAutoSplice.h"
-#include "src/analysis/Auto.h"
 #include "src/filter/Filter.h"
+#include "src/module/Auto.h"
 #include "tests/cli/pinned.h"
 
 // Every search, fit and measure by itself, around what stands on simulated fibres and between: also those

@@ -9,8 +9,8 @@
 #include "ref/events/refEventBiDir.h"
 #include "ref/events/refEventQuality.h"
 #include "ref/math/ref_Math.h"
-#include "src/analysis/Auto.h"
 #include "src/filter/Filter.h"
+#include "src/module/Auto.h"
 #include "tests/cli/program.h"
 
 // The whole result on simulated traces of every kind: what single tests do not look at shows here. Places are

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 #include "tests/fuzz/fuzzing.h"
 
 using fuzzing::Check;

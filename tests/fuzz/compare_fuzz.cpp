@@ -1,7 +1,7 @@
 // The comparison of two records from any bytes, the baseline with or without its own analysis: it ends with a
 // code, and both records can be stored.
 
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 #include "tests/fuzz/fuzzing.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {

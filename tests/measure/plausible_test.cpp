@@ -11,8 +11,8 @@
 #include "sim/Simulate.h"
 #include "sim/Waveform.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
 #include "src/analysis/th.h"
+#include "src/module/Auto.h"
 
 namespace reflyze {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 #include "util/tinifile.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "ref/math/ref_Math.h"
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 #include "tests/support/trace.h"
 
 namespace support {

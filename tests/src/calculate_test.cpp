@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "ref/math/ref_Math.h"
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 #include "tests/support/assertions.h"
 #include "tests/support/trace.h"
 

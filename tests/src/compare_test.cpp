@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "ref/events/refEvent.h"
-#include "src/analysis/Auto.h"
+#include "src/module/Auto.h"
 #include "src/module/Module.h"
 #include "tests/support/trace.h"
 

@@ -9,8 +9,8 @@
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
 #include "sor/stream/sorFile.h"
-#include "src/analysis/Auto.h"
 #include "src/filter/Filter.h"
+#include "src/module/Auto.h"
 
 // Traces of other makers' instruments, whose own tables say what is on the fibre.
 

@@ -13,35 +13,13 @@
 #include "src/analysis/EventLine.h"
 #include "src/analysis/th.h"
 #include "src/filter/FilterEvent.h"
-#include "src/monitor/RFTSUParams.h"
 #include "util/tarray.h"
 #include "util/tstring.h"
 
 class TIni;
-class TRFTSLevel;
 class TSorBlockKeyEvents1E;
-class TSorBlockRFTSEvents1E;
 class TSorData;
-class TThresholdsRFTSSet;
 struct AutoFilterResultData;
-namespace reflyze {
-class SectionFits;
-}
-
-// What the host can ask for. Only the numbers cross the boundary of the module.
-enum TCmdASF : int {
-  cmdAnalyse = 0,          // full analysis of the current trace
-  cmdAnalyseEndsOnly = 1,  // the same, then only the first and the last event stay
-  cmdCompare = 2,          // comparison of the current trace with a baseline
-};
-
-// What a comparison comes to.
-enum TMonitorResult : int {
-  mrCompared = 1,           // the flags of the monitoring events say what has changed
-  mrNoLink = 10002,         // the current trace does not show the fibre
-  mrNoActiveLevel = 10003,  // the baseline does not say what to hold the fibre against
-  mrFibreBreak = 10004,     // the fibre ends before the end of monitoring
-};
 
 // How often each search found something since the module was loaded; a diagnostic that nothing reads. Atomic,
 // as it is the one thing that analyses of different traces share.
@@ -52,106 +30,25 @@ struct TEventCounters {
 };
 extern TEventCounters Event;
 
-class TAuto {
+namespace reflyze {
+
+class SectionFits;
+
+class TraceAnalysis {
  public:
-  TAuto();
-  ~TAuto();
-  TAuto(const TAuto&) = delete;
-  TAuto& operator=(const TAuto&) = delete;
+  TraceAnalysis();
+  ~TraceAnalysis();
+  TraceAnalysis(const TraceAnalysis&) = delete;
+  TraceAnalysis& operator=(const TraceAnalysis&) = delete;
 
-  // --- Commands (Auto.cpp) ---
+  // --- One analysis (TraceAnalysis.cpp) ---
 
-  // Runs one command on `params`: [0] the current trace (TSorData), [1] thresholds (TTH, may be null), [10]
-  // the baseline (TSorData, comparison only). The analyses always give 1, and so does an unknown command; the
-  // comparison gives its result, and takes a `value` other than 0 for a recheck.
-  int ServiceFunction(TCmdASF cmd, long& value, void** params);
   // One complete analysis of `trace`, written into it. Without `thresholds` those stored in the trace hold.
   void AnalysisSorData(TSorData* trace, TTH* thresholds);
-  // The analysis as the comparison runs it: with the trace's own thresholds, taken literally. With
-  // `useMonitoringThresholds` they are first set to those of the monitoring.
-  void Automat(TSorData* trace, int useMonitoringThresholds);
   // Lists the result in an INI document; the form with a path writes the file and gives the status of
   // TIni::Write.
   void Damp(TIni* ini);
   int Damp(const char* path);
-
-  // --- Comparison with a baseline (Compare.cpp) ---
-
-  // Says what changed on a fibre since its baseline was stored. `current` gets the baseline's events, those
-  // that are new, and in its monitoring events one entry for each of them, with deviations and flags; `base`
-  // may be filtered and is else left as it is. With `recheck` the events that an earlier comparison left in
-  // `current` are held against the thresholds once more. The result is also stored as MonitorResult.
-  int Compare(TSorData* base, TSorData* current, bool recheck);
-  // Smooths a record that is flagged for filtering.
-  void Filter(TSorData* trace);
-  // Takes the settings of the comparison from the baseline.
-  void InitRFTSParameters(TSorData* base);
-  void srCompare_CopyFixedParamsFromBaseToCurSor(TSorData* current, TSorData* base);
-  // Thresholds with which a trace is searched for what the baseline does not have.
-  void srCompare_SetRFTSAutoThresholds(TSorData* trace);
-  void srCompare_InitRFTS(TSorData* current);
-  // Whether the current trace shows the fibre of the baseline where its level is tested.
-  bool srCompare_CheckLinkPresence(TSorData* base, TSorData* current);
-  // The baseline's active level, noted in the current trace by its name. False where there is none.
-  bool srCompare_SetLevelName(TSorData* base, TSorData* current, TRFTSLevel*& level);
-  // Time up to which the fibre is watched: that of the baseline's last event, or of the landmark "EOFLMN".
-  double GetEndOfMonitoringOWT(TSorData* base);
-
-  // --- Pairs of events (CompareEvents.cpp) --- Times less than 1 ns apart are the same time.
-
-  int GetEventIndex(TSorData* trace, long owt);  // -1 for none
-  // Whether a time lies within the distance by which the place of an event may differ, that included.
-  bool IsOwtWithinAutoEvent(long owt, TSorData* trace, TSorBlockKeyEvents1E* event);
-  // The event of `b` that is the event `event` of `a`; null for none.
-  TSorBlockKeyEvents1E* GetCorrespondentEvent(TSorData* a, TSorData* b, TSorBlockKeyEvents1E* event);
-  // Event `index` of the baseline, its partner, the partner's entry and the thresholds of the event. False
-  // without a partner, and then only `baseEvent` is set. Entry and thresholds are null in records that lack
-  // them. The last argument is not used.
-  bool srCompare_InitNextEvents(int index, TSorData* base, TSorData* current, TRFTSLevel* level,
-                                TSorBlockKeyEvents1E*& baseEvent, TSorBlockKeyEvents1E*& currentEvent,
-                                TSorBlockRFTSEvents1E*& entry, TThresholdsRFTSSet*& thresholds, long);
-  // Fills the deviations of an entry, in the forms that the thresholds have.
-  void srCompare_InitRFTSEvent(TSorData* base, TSorData* current, TSorBlockRFTSEvents1E* entry,
-                               TThresholdsRFTSSet* thresholds, TSorBlockKeyEvents1E* baseEvent,
-                               TSorBlockKeyEvents1E* currentEvent);
-  // Holds an entry against its thresholds and flags it, and the trace, where one is exceeded.
-  void srCompare_CheckRFTSEvent(TSorBlockRFTSEvents1E* entry, TThresholdsRFTSSet* thresholds,
-                                TSorData* current);
-  // The same for the end-to-end loss of `measured`, noted in `owner`. No command asks for it.
-  void srCompare_EELT(TSorData* base, TSorData* owner, TSorData* measured, TRFTSLevel* level);
-
-  // --- End of the current fibre (CompareFibreEnd.cpp) ---
-
-  // Attenuation in dB/km between two times; 0 for less than one unit of time.
-  double CalculateSegmentACI(TSorData* trace, long from, long to);
-  // Whether event `index` of the baseline looks so different on the current trace that the fibre may have
-  // ended before it; so does one without a partner there.
-  bool IsEventChanged(TSorData* base, TSorData* current, int index);
-  // Copy of the event that now ends the fibre, owned by the caller; null for a trace without events.
-  TSorBlockKeyEvents1E* srCompare_FindEOF(TSorData* base, TSorData* current);
-  // Puts that event on the current trace and tells a break: `result` becomes 10004. `eof` is the time where
-  // the fibre ends, `end` the time up to which it is compared.
-  void srCompare_InsertEOF(TSorData* base, TSorData* current, long& eof, long& end, int& result);
-  // Deletes the events behind `eof`. What then is the last event takes over the mark of the fibre's end.
-  void srCompare_DeleteExcessEvents(TSorData* current, long eof);
-
-  // --- New events (CompareNewEvents.cpp) ---
-
-  // Looks for events that the baseline does not have on the stretches that it marks, not behind `end`.
-  void FindNewEvents(TSorData* base, TSorData* current, long end);
-  // Puts the events of an analysis with those thresholds on a copy of the current trace.
-  void AnalyseForComparison(TSorData& scratch);
-  // Whether the slopes of the two traces differ between two times, so that a search is worth its time.
-  bool IsNewEventPossible(TSorData* base, TSorData* current, long from, long to);
-  // Whether an event passes the thresholds of a record for loss and for reflectance. Not a null one.
-  bool CanBeFoundByAutomat(TSorData* trace, TSorBlockKeyEvents1E* event);
-  // Adds a copy of an event, marked as new, and makes room for it between its neighbours. Gives the copy; the
-  // record owns it. Null for an event outside the trace. With `fail` the trace is marked as failed.
-  TSorBlockKeyEvents1E* InsertEvent(TSorData* trace, TSorBlockKeyEvents1E* event, bool fail);
-
-  // Leaves of a trace what lies between two times, and makes it a fibre of `slope` dB/km before and behind
-  // (IsolateSection.cpp). No command asks for it.
-  void IsolateSection(TSorData* trace, double fromOwt, double toOwt, double slope);
 
   // --- Driver (AutoCalculate.cpp, AutoPowerSearch.cpp) ---
 
@@ -284,7 +181,7 @@ class TAuto {
   int AddSorEvent();
   // The same but for the return loss, which whoever measures the events anew gets with them. Whether there
   // are lines. `fits` are those of the trace.
-  bool WriteEventTable(reflyze::SectionFits& fits);
+  bool WriteEventTable(SectionFits& fits);
   // Reflectance and event code of one event with its highest level `peak` and the level of the line `base`,
   // in dB. A null `s` stands for the trace under analysis.
   void SetReflection(TSorBlockKeyEvents1E* rec, double peak, double base, char eventType, TSorData* s);
@@ -325,7 +222,7 @@ class TAuto {
   // no effect: windows of every size get the same fit.
   void LossSquare(TSorData* s, TEventLine& line, long);
   // The same for many lines of one trace.
-  static void LossSquare(reflyze::SectionFits& fits, TEventLine& line);
+  static void LossSquare(SectionFits& fits, TEventLine& line);
   void LossfSquare(TSorData* s, TEventLine& line);
   // Fits the line and finds the window of `width` points that stands highest above it: its first point, with
   // its height in dB in `peakLevel`; 0 when none stands above.
@@ -352,9 +249,6 @@ class TAuto {
   float overMax = 0.0F, overSum = 0.0F;          // dB over the slope
   float peakFallMin = 0.0F, peakFallSum = 0.0F;  // dB
   float peakRiseMax = 0.0F, peakRiseSum = 0.0F;  // dB
-
-  // --- Settings of the comparison; defaults until InitRFTSParameters ---
-  TRFTSUParams monitoring;
 
   // --- Windows ---
   long winPulse = 0;  // points of the pulse
@@ -384,3 +278,5 @@ class TAuto {
   TOxArray<TEventLine, TEventLine*>* lines = nullptr;  // the result, owned
   TSorData* sor = nullptr;                             // the trace, not owned
 };
+
+}  // namespace reflyze

@@ -1,13 +1,17 @@
+#include "src/monitor/TraceComparison.h"
+
 #include <algorithm>
 #include <cmath>
 #include <memory>
 
 #include "ref/events/refEvent.h"
 #include "sor/sorData.h"
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 #include "src/filter/Filter.h"
 #include "src/monitor/CompareScale.h"
 #include "util/convert.h"
+
+using reflyze::TraceComparison;
 
 // The comparison of a trace with the baseline of its fibre. It does not analyse the current trace freely: it
 // lays the baseline's events on it, finds where the fibre now ends, looks for new events where the baseline
@@ -19,7 +23,7 @@ using reflyze::TruncToLong;
 
 class Comparison {
  public:
-  Comparison(TAuto& engine, TSorData& base, TSorData& current)
+  Comparison(TraceComparison& engine, TSorData& base, TSorData& current)
       : auto_(engine), base_(&base), current_(current) {}
 
   // A new trace.
@@ -112,7 +116,7 @@ class Comparison {
     return result;
   }
 
-  TAuto& auto_;
+  TraceComparison& auto_;
   TSorData* base_;
   TSorData& current_;
   std::unique_ptr<TSorData> carriedBase_;  // the baseline where `base_` is a copy of it
@@ -123,44 +127,44 @@ class Comparison {
 
 }  // namespace
 
-int TAuto::Compare(TSorData* base, TSorData* current, bool recheck) {
+int TraceComparison::Compare(TSorData* base, TSorData* current, bool recheck) {
   Comparison comparison(*this, *base, *current);
   return recheck ? comparison.RunAgain() : comparison.Run();
 }
 
-void TAuto::Filter(TSorData* trace) {
+void TraceComparison::Filter(TSorData* trace) {
   constexpr int kFTTFilter = 5;
   if (trace->QRTParams->isFilter()) TSorFilter(trace).SetFilter(kFTTFilter);
 }
 
-void TAuto::InitRFTSParameters(TSorData* base) { monitoring.Take(*base); }
+void TraceComparison::InitRFTSParameters(TSorData* base) { monitoring.Take(*base); }
 
-void TAuto::srCompare_CopyFixedParamsFromBaseToCurSor(TSorData* current, TSorData* base) {
+void TraceComparison::srCompare_CopyFixedParamsFromBaseToCurSor(TSorData* current, TSorData* base) {
   current->FxdParams->SetET(monitoring.AutoET);
   current->FxdParams->SetRT(base->FxdParams->GetRT());
   current->QRTParams->SetCT(base->QRTParams->GetCT());
   current->FxdParams->SetLT(monitoring.AutoLT);
 }
 
-void TAuto::srCompare_SetRFTSAutoThresholds(TSorData* trace) {
+void TraceComparison::srCompare_SetRFTSAutoThresholds(TSorData* trace) {
   trace->FxdParams->SetLT(monitoring.AutoLT);
   trace->FxdParams->SetRT(monitoring.AutoRT);
   trace->FxdParams->SetET(monitoring.AutoET);
   trace->QRTParams->SetCT(monitoring.AutoCT);
 }
 
-void TAuto::srCompare_InitRFTS(TSorData* current) {
+void TraceComparison::srCompare_InitRFTS(TSorData* current) {
   current->RFTSEvents->MakeFail(false);
   current->RFTSEvents->Clear();
 }
 
-bool TAuto::srCompare_CheckLinkPresence(TSorData* base, TSorData* current) {
+bool TraceComparison::srCompare_CheckLinkPresence(TSorData* base, TSorData* current) {
   const double baseDb = base->LenToLevel(monitoring.NoLinkDistance, 1);
   const double currentDb = current->LenToLevel(monitoring.NoLinkDistance, 1);
   return std::fabs(baseDb - currentDb) <= monitoring.NoLinkDeltaDB;
 }
 
-bool TAuto::srCompare_SetLevelName(TSorData* base, TSorData* current, TRFTSLevel*& level) {
+bool TraceComparison::srCompare_SetLevelName(TSorData* base, TSorData* current, TRFTSLevel*& level) {
   level = base->RFTSParams->GetActiveLevel();
   if (level == nullptr) return false;
   current->RFTSEvents->SetLevelName(level->GetName());
@@ -170,7 +174,7 @@ bool TAuto::srCompare_SetLevelName(TSorData* base, TSorData* current, TRFTSLevel
 // Monitoring may end at a landmark, such as the last manhole of an operator's own route. Of several landmarks
 // with its number the last one counts. One whose event is not in the table stands where the landmark itself
 // is.
-double TAuto::GetEndOfMonitoringOWT(TSorData* base) {
+double TraceComparison::GetEndOfMonitoringOWT(TSorData* base) {
   constexpr long kNoLandmark = -1;
   TSorBlockKeyEvents& events = *base->KeyEvents;
   const int count = events.ListedEvents();
@@ -188,4 +192,12 @@ double TAuto::GetEndOfMonitoringOWT(TSorData* base) {
     endOwt = hasEvent ? events.EventAt(at.REN - 1).EPT : at.LML;
   }
   return endOwt;
+}
+
+void TraceComparison::Automat(TSorData* trace, int useMonitoringThresholds) {
+  if (useMonitoringThresholds != 0) srCompare_SetRFTSAutoThresholds(trace);
+  TTH thresholds;
+  thresholds.Take(*trace);
+  thresholds.fromAutomat = 1;
+  analysis_.AnalysisSorData(trace, &thresholds);
 }

@@ -1,4 +1,4 @@
-#include "src/analysis/Auto.h"
+#include "src/analysis/TraceAnalysis.h"
 
 #include <string>
 
@@ -8,8 +8,9 @@
 #include "src/filter/Filter.h"
 #include "util/tinifile.h"
 
-// The commands of the module on one trace, and the frame of one analysis: what holds for the record as a
-// whole before and after its events are searched.
+using reflyze::TraceAnalysis;
+
+// The frame of one analysis: what holds for the record as a whole before and after its events are searched.
 
 TEventCounters Event;
 
@@ -31,14 +32,6 @@ class UserOffsetAside {
   const int offsetOwt_;
 };
 
-// The thresholds that the trace itself carries.
-void TakeThresholds(TTH& th, const TSorData& trace) {
-  th.THLoss = trace.FxdParams->GetLT();
-  th.THRef = trace.FxdParams->GetRT();
-  th.THEnd = trace.FxdParams->GetET();
-  th.dBkm = trace.QRTParams->GetCT();
-}
-
 // Says in the software revision which analysis made the event table. One stamp stands at the end, however
 // often a record is analysed; an earlier one is cut out by its length, whatever version it names.
 void StampAnalysis(TString& softwareRevision) {
@@ -56,34 +49,14 @@ bool LastEventEndsFibre(const TSorData& trace) {
 
 }  // namespace
 
-TAuto::TAuto() : version("v160216"), lines(new TOxArray<TEventLine, TEventLine*>) {}
+TraceAnalysis::TraceAnalysis() : version("v160216"), lines(new TOxArray<TEventLine, TEventLine*>) {}
 
-TAuto::~TAuto() { delete lines; }
+TraceAnalysis::~TraceAnalysis() { delete lines; }
 
-int TAuto::ServiceFunction(TCmdASF cmd, long& value, void** params) {
-  constexpr int kCurrentTrace = 0;
-  constexpr int kThresholds = 1;
-  constexpr int kBaseline = 10;
-  constexpr int kDone = 1;
-  switch (cmd) {
-    case cmdAnalyse:
-    case cmdAnalyseEndsOnly: {
-      auto* trace = static_cast<TSorData*>(params[kCurrentTrace]);
-      AnalysisSorData(trace, static_cast<TTH*>(params[kThresholds]));
-      if (cmd == cmdAnalyseEndsOnly) RefEventDeleteAllButFirstAndLast(trace);
-      return kDone;
-    }
-    case cmdCompare:
-      return Compare(static_cast<TSorData*>(params[kBaseline]), static_cast<TSorData*>(params[kCurrentTrace]),
-                     value != 0);
-  }
-  return kDone;
-}
-
-void TAuto::AnalysisSorData(TSorData* trace, TTH* thresholds) {
+void TraceAnalysis::AnalysisSorData(TSorData* trace, TTH* thresholds) {
   if (thresholds == nullptr) {
     th.Reset();
-    TakeThresholds(th, *trace);
+    th.Take(*trace);
   } else {
     th = *thresholds;
   }
@@ -108,15 +81,7 @@ void TAuto::AnalysisSorData(TSorData* trace, TTH* thresholds) {
   MeasureEvents(*trace->KeyEvents, fits);
 }
 
-void TAuto::Automat(TSorData* trace, int useMonitoringThresholds) {
-  if (useMonitoringThresholds != 0) srCompare_SetRFTSAutoThresholds(trace);
-  TTH thresholds;
-  TakeThresholds(thresholds, *trace);
-  thresholds.fromAutomat = 1;
-  AnalysisSorData(trace, &thresholds);
-}
-
-void TAuto::Damp(TIni* ini) {
+void TraceAnalysis::Damp(TIni* ini) {
   if (ini == nullptr) return;
   TIniSection* main = ini->AddSection("Main");
   main->SetInt("Lines", lines->GetSize());
@@ -132,7 +97,7 @@ void TAuto::Damp(TIni* ini) {
   }
 }
 
-int TAuto::Damp(const char* path) {
+int TraceAnalysis::Damp(const char* path) {
   TIni ini(path);
   Damp(&ini);
   return ini.Write(nullptr);

@@ -1,0 +1,26 @@
+#include "src/module/Auto.h"
+
+#include "ref/events/refEvent.h"
+#include "sor/sorData.h"
+
+// The commands of the module.
+
+int TAuto::ServiceFunction(TCmdASF cmd, long& value, void** params) {
+  constexpr int kCurrentTrace = 0;
+  constexpr int kThresholds = 1;
+  constexpr int kBaseline = 10;
+  constexpr int kDone = 1;
+  switch (cmd) {
+    case cmdAnalyse:
+    case cmdAnalyseEndsOnly: {
+      auto* trace = static_cast<TSorData*>(params[kCurrentTrace]);
+      AnalysisSorData(trace, static_cast<TTH*>(params[kThresholds]));
+      if (cmd == cmdAnalyseEndsOnly) RefEventDeleteAllButFirstAndLast(trace);
+      return kDone;
+    }
+    case cmdCompare:
+      return Compare(static_cast<TSorData*>(params[kBaseline]), static_cast<TSorData*>(params[kCurrentTrace]),
+                     value != 0);
+  }
+  return kDone;
+}
