@@ -13,6 +13,7 @@
 #include "cli/OrderedWork.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
+#include "cli/StoredBlocks.h"
 #include "cli/Stretches.h"
 #include "cli/Text.h"
 #include "cli/UsableTrace.h"
@@ -40,24 +41,12 @@ std::string Listing(const EventTable& table, const std::string& format) {
   return TextOf(table);
 }
 
-// "Name, OtherName".
-std::string UnknownBlocks(const TSorData& record) {
-  std::string names;
-  for (int i = 0; i < record.SpecialCount; ++i)
-    names += (names.empty() ? "" : ", ") + Utf8(record.Special[i]->MapID);
-  return names;
-}
-
 // What a reader of the table should know of the trace, beside what its file is worth.
 void AddWarnings(LoadedRecord& loaded, bool storesUnknown) {
   if (!KnowsBackscatter(*loaded.record))
     loaded.warnings.push_back("states no backscatter coefficient, without which no reflectance can be told");
-  if (storesUnknown && loaded.record->SpecialCount > 0) {
-    loaded.warnings.push_back("blocks that no one here knows stay as they are (" +
-                              UnknownBlocks(*loaded.record) +
-                              "); where they hold its maker's event table, two tables are in the stored "
-                              "file (--drop-unknown leaves them out)");
-  }
+  const std::string kept = storesUnknown ? UnknownBlocksStay(*loaded.record) : "";
+  if (!kept.empty()) loaded.warnings.push_back(kept + " (--drop-unknown leaves them out)");
 }
 
 // What stands between two listings.

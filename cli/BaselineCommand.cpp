@@ -10,6 +10,7 @@
 #include "cli/JsonText.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
+#include "cli/StoredBlocks.h"
 #include "cli/Text.h"
 #include "src/monitor/RFTSUParams.h"
 
@@ -164,6 +165,7 @@ int RunBaseline(Session& session, const BaselineOptions& options) {
   const Settings settings = SettingsOf(record);
   SaveRecord(record, options.output);
   WarnOfReading(session, loaded);
+  WarnOfSecondTable(session, loaded);
   session.Print(options.format == "json" ? JsonOf(events, held, stretches, settings)
                                          : TextOf(events, held, stretches, settings));
   return kDone;

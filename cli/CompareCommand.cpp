@@ -8,6 +8,7 @@
 #include "cli/Options.h"
 #include "cli/RecordFile.h"
 #include "cli/Session.h"
+#include "cli/StoredBlocks.h"
 #include "cli/Text.h"
 #include "cli/UsableTrace.h"
 #include "measure/PlausibleComparison.h"
@@ -100,6 +101,7 @@ int RunCompare(Session& session, const CompareOptions& options) {
   const CompareTable table = Compare(session, baseline, current, options.recheck, options.module);
   if (!options.output.empty()) SaveRecord(*current.record, options.output);
   for (const LoadedRecord* loaded : {&baseline, &current}) WarnOfFile(session, *loaded);
+  if (!options.output.empty()) WarnOfSecondTable(session, current);
   WarnOfOtherMeasurement(session, baseline, current);
   session.Print(options.format == "json" ? JsonOf(table) : TextOf(table));
   return table.Changed() ? kChanged : kDone;

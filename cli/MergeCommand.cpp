@@ -9,6 +9,7 @@
 #include "cli/Options.h"
 #include "cli/OutputFile.h"
 #include "cli/Session.h"
+#include "cli/StoredBlocks.h"
 #include "cli/Text.h"
 #include "ref/events/refEvent.h"
 
@@ -98,7 +99,10 @@ int RunMerge(Session& session, const MergeOptions& options) {
   const MergedTable table = Merge(a, b);
   const std::string &outputA = options.outputs[0], &outputB = options.outputs[1];
   SaveTogether({{outputA, RecordBytes(*a.record, outputA)}, {outputB, RecordBytes(*b.record, outputB)}});
-  for (const AnalysedRecord* analysed : {&a, &b}) WarnOfReading(session, *analysed);
+  for (const AnalysedRecord* analysed : {&a, &b}) {
+    WarnOfReading(session, *analysed);
+    WarnOfSecondTable(session, *analysed);
+  }
   WarnIfOtherWavelength(session, a, b);
   for (const std::string& doubt : doubts) session.Warn(b.name + ": warning: " + doubt);
   session.Print(options.format == "json" ? JsonOf(table) : TextOf(table));

@@ -99,15 +99,18 @@ std::string RowsText(const QualityTable& table) {
 
 QualityTable MakeQualityTable(TSorData& record, const TSorData* longPulse, int lastPercent) {
   QualityTable table;
+  table.pulseNs = record.FxdParams->GetNsPulse(0.0);
+  table.noiseFloorDb = NoiseFloorDb(record);
+  table.lastPercent = lastPercent;
+  table.fibre = ShowsFibre(record);
+  if (!table.fibre) return table;
   const int count = record.KeyEvents->ListedEvents();
   for (const EventRow& event : MakeEventRows(record, Numbers::kMeasured))
     table.rows.push_back(RowOf(record, longPulse, event, static_cast<int>(table.rows.size())));
-  table.pulseNs = record.FxdParams->GetNsPulse(0.0);
   table.lengthKm = count > 0 ? table.rows.back().distanceKm : 0.0;
-  table.noiseFloorDb = NoiseFloorDb(record);
+  table.noiseFloorDb = NoiseFloorDb(record);  // settled by what has judged the events
   SettleRange(table);
   JudgeLaunch(record, table);
-  table.lastPercent = lastPercent;
   table.endInLastPercent = RefEventIsEofInLastNpercent(&record, lastPercent, 0.0) != 0;
   return table;
 }
@@ -115,8 +118,10 @@ QualityTable MakeQualityTable(TSorData& record, const TSorData* longPulse, int l
 std::string TextOf(const QualityTable& table) {
   std::string text = Format("File         %s\n", ShownName(table.file).c_str());
   if (table.longPulseFile) text += Format("Long pulse   %s\n", ShownName(*table.longPulseFile).c_str());
-  text += Format("Length       %.4f km      Pulse  %.0f ns      Noise floor  %.2f dB\n\n", table.lengthKm,
-                 table.pulseNs, table.noiseFloorDb);
+  text += Format("Length       %s      Pulse  %.0f ns      Noise floor  %.2f dB\n\n",
+                 table.fibre ? Format("%.4f km", table.lengthKm).c_str() : "-", table.pulseNs,
+                 table.noiseFloorDb);
+  if (!table.fibre) return text + "The trace shows no fibre\n";
   text += RowsText(table) + "\n";
   // The end of the fibre ends every range.
   text += table.measurableKm == table.lengthKm
@@ -134,15 +139,17 @@ std::string JsonOf(const QualityTable& table) {
   json["file"] = table.file;
   if (table.longPulseFile) json["long_pulse"] = *table.longPulseFile;
   json["pulse_ns"] = table.pulseNs;
-  json["length_km"] = table.lengthKm;
+  json["fibre"] = table.fibre;
+  json["length_km"] = table.fibre ? Json(table.lengthKm) : Json(nullptr);
   json["noise_floor_db"] = table.noiseFloorDb;
-  json["measurable_km"] = table.measurableKm;
+  json["measurable_km"] = table.fibre ? Json(table.measurableKm) : Json(nullptr);
   json["all_measurable"] = table.allMeasurable;
   const bool judged = table.launch != LaunchState::kUnknown;
   json["launch"] = {{"state", Word(table.launch)},
                     {"quality", judged ? Json(NearestDecimal(table.launchQuality)) : Json(nullptr)},
                     {"level_db", judged ? Json(NearestDecimal(table.launchLevelDb)) : Json(nullptr)}};
-  json["end_in_last_percent"] = {{"percent", table.lastPercent}, {"result", table.endInLastPercent}};
+  json["end_in_last_percent"] = {{"percent", table.lastPercent},
+                                 {"result", table.fibre ? Json(table.endInLastPercent) : Json(nullptr)}};
   json["events"] = nlohmann::ordered_json::array();
   for (const QualityRow& row : table.rows) {
     nlohmann::ordered_json event;

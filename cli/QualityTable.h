@@ -32,6 +32,7 @@ struct QualityTable {
   std::string file;
   std::optional<std::string> longPulseFile;
   double pulseNs = 0.0;
+  bool fibre = true;  // false: the trace shows none, and there is nothing else to tell
   double lengthKm = 0.0;
   double noiseFloorDb = 0.0;
   std::vector<QualityRow> rows;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <memory>
 
+#include "cli/Session.h"
+#include "cli/Text.h"
 #include "util/tcrc.h"
 
 namespace reflyze::cli {
@@ -31,6 +33,14 @@ std::string MapBytes(const TSorBlockMap& stored, const std::function<bool(const 
   map.Write(&memory);
   const TSorFile& written = memory;
   return {written.GetData(), written.GetDataSize()};
+}
+
+// "Name, OtherName".
+std::string UnknownBlocks(const TSorData& record) {
+  std::string names;
+  for (int i = 0; i < record.SpecialCount; ++i)
+    names += (names.empty() ? "" : ", ") + Utf8(record.Special[i]->MapID);
+  return names;
 }
 
 }  // namespace
@@ -107,6 +117,17 @@ size_t StartOfMap(const std::vector<char>& bytes) {
   file.Read(id);
   if (id == map.ID || !map.SuspectJdsuCorrupted(&file, 0)) return 0;
   return map.ReadUntilJdsuCorruptedMap(&file, 0);
+}
+
+std::string UnknownBlocksStay(const TSorData& record) {
+  if (record.SpecialCount == 0) return "";
+  return "blocks that no one here knows stay as they are (" + UnknownBlocks(record) +
+         "); where they hold its maker's event table, two tables are in the stored file";
+}
+
+void WarnOfSecondTable(Session& session, const LoadedRecord& loaded) {
+  const std::string warning = UnknownBlocksStay(*loaded.record);
+  if (!warning.empty()) session.Warn(loaded.name + ": warning: " + warning);
 }
 
 }  // namespace reflyze::cli

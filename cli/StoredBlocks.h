@@ -32,6 +32,12 @@ int ReadStoredBlock(const LoadedRecord& loaded, const std::string& id, TSorBlock
 bool IsProprietary(const std::string& id);
 bool IsUnknown(const std::string& id);
 
+// What a user has to know where a record is stored with events that were found here: "" or the names of the
+// blocks that nobody here knows and that stay as they are. Many makers keep a second table in one.
+std::string UnknownBlocksStay(const TSorData& record);
+// A line that says so, if there is anything to say.
+void WarnOfSecondTable(Session& session, const LoadedRecord& loaded);
+
 // The file with those blocks alone that `keeps` wants, byte for byte: fields that a newer revision has put
 // behind the known ones stay, and so does a cut. With all blocks it is the file as it is; without some, the
 // map and the checksum are made anew.

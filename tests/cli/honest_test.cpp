@@ -155,6 +155,9 @@ TEST_F(HonestTest, TableTellsWhatHeldAndWhatWasMeasured) {
   EXPECT_EQ(nothing["fibre"], false);
   for (const char* key : {"length_km", "total_loss_db", "orl_db"}) EXPECT_TRUE(nothing[key].is_null()) << key;
   EXPECT_TRUE(nothing["events"].empty());
+  const nlohmann::json trust = Json(Run({"quality", dark, "--format", "json"}));
+  EXPECT_TRUE(trust["fibre"] == false && trust["length_km"].is_null() && trust["measurable_km"].is_null());
+  EXPECT_TRUE(trust["events"].empty());
 }
 
 TEST_F(HonestTest, OutputsThatBelongTogetherAppearTogetherOrNotAtAll) {
@@ -229,6 +232,12 @@ TEST_F(HonestTest, TableOfTheMakerInAnUnknownBlockIsTold) {
   EXPECT_NE(kept.err.find("MakersEvents"), std::string::npos) << kept.err;
   EXPECT_EQ(Json(kept)["warnings"].size(), 1u);
   EXPECT_EQ(blocks(), 1u);
+  const auto tells = [&](const std::vector<std::string>& arguments) {
+    return Run(arguments).err.find("MakersEvents") != std::string::npos;
+  };
+  EXPECT_TRUE(tells({"baseline", trace, "-o", File("base.sor"), "--level", "main"}));
+  EXPECT_TRUE(tells({"compare", File("base.sor"), trace, "-o", File("result.sor")}));
+  EXPECT_FALSE(tells({"compare", File("base.sor"), trace}));
   EXPECT_EQ(Run({"analyse", trace, "-o", out, "--drop-unknown"}).err, "");
   EXPECT_EQ(blocks(), 0u);
   ExpectOneLineError(Run({"analyse", trace, "--drop-unknown"}), 2, "nothing is stored");
