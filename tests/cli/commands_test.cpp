@@ -68,26 +68,6 @@ TEST_F(AnalyseTest, TableThatCannotBeTrueIsSearchedAgain) {
   }
 }
 
-TEST_F(AnalyseTest, TextNamesTheKindsAndFitsATerminal) {
-  const Result result = Run({"analyse", StoreTrace("a.sor"), "--lt", "0.1"});
-  ASSERT_EQ(result.status, 0);
-  for (const char* word : {"launch", "reflective", "non-reflective", "end", "1550.0 nm", "100 ns"}) {
-    EXPECT_NE(result.out.find(word), std::string::npos) << word;
-  }
-  std::istringstream lines(result.out);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.rfind("File", 0) != 0) {
-      EXPECT_LE(line.size(), 80u) << line;
-    }
-  }
-}
-
-TEST_F(AnalyseTest, EndsOnlyLeavesTwoEvents) {
-  const Result result = Run({"analyse", StoreTrace("a.sor"), "--ends-only", "--format", "json"});
-  ASSERT_EQ(result.status, 0);
-  EXPECT_EQ(Json(result)["events"].size(), 2u);
-}
-
 TEST_F(AnalyseTest, ThresholdsComeFromValueFileTraceInThisOrder) {
   const std::string trace = StoreTrace("a.sor");
   const std::string ini = Store("th.ini", "[NON]\r\nTHLoss=0.12\r\nTHEnd=4\r\n[field]\r\nTHLoss=0.5\r\n");

@@ -161,35 +161,6 @@ TEST_F(BaselineTest, RefusesWhatCannotBeWatched) {
 
 class CompareTest : public MonitoringTest {};
 
-TEST_F(CompareTest, NoiseAloneIsNoChange) {
-  const std::string baseline = StoreBaseline("b.sor");
-  const std::string current = StoreLink("c.sor", MetroLink(), 11);
-  const Result result = Compare(baseline, current, {"--format", "json"});
-  EXPECT_EQ(result.status, 0) << result.err;
-  const nlohmann::json json = Json(result);
-  EXPECT_EQ(json["result"], 1);
-  EXPECT_EQ(json["fail"], false);
-  EXPECT_EQ(json["level"], "main");
-  ASSERT_EQ(json["events"].size(), 4u);
-  for (size_t i = 0; i < 4; ++i) {
-    const nlohmann::json& event = json["events"][i];
-    EXPECT_EQ(event["monitored"], i > 0);
-    for (const char* flag : {"new", "fail", "fiber_break"}) EXPECT_EQ(event[flag], false) << i << flag;
-    for (const char* quantity : {"lt", "rt", "ct"}) {
-      EXPECT_EQ(event[quantity]["compared"], i > 0 && !(i == 3 && std::string(quantity) == "lt"));
-      if (event[quantity]["compared"] == true) {
-        EXPECT_LT(std::abs(event[quantity]["deviation_db"].get<double>()), 0.15) << i << quantity;
-      }
-    }
-  }
-  const Result text = Compare(baseline, current);
-  EXPECT_EQ(FirstLine(text), "same fibre, no change: 3 events within the limits, nothing new, no break");
-  std::istringstream lines(text.out);
-  for (std::string line; std::getline(lines, line);) {
-    EXPECT_TRUE(line.size() <= 80 || line.find(folder) != std::string::npos) << line;
-  }
-}
-
 // Each fault of a fibre: what the program says first, its status, and what is stored.
 TEST_F(CompareTest, SaysWhatHappened) {
   const struct {
@@ -370,18 +341,6 @@ TEST_F(CompareTest, DoesNotCareWhoWasAnalysedBefore) {
     const Result same = Compare(baseline, current);
     EXPECT_EQ(same.status, 0) << same.out;
   }
-}
-
-// Two acquisitions of one link.
-TEST_F(CompareTest, SpacingRangeAndGroupIndexMayDiffer) {
-  const std::string baseline = StoreBaseline("b.sor");
-  Link link = MetroLink();
-  link.spacingM = 2.7, link.rangeKm = 21.6, link.points = 8000;
-  EXPECT_EQ(Compare(baseline, StoreLink("c.sor", link, 9)).status, 0);
-  link.groupIndex = 1.4695;
-  EXPECT_EQ(Compare(baseline, StoreLink("c.sor", link, 9)).status, 0);
-  link.joints[1].lossDb = 0.8;
-  EXPECT_EQ(FirstLine(Compare(baseline, StoreLink("c.sor", link, 9))).rfind("loss at ", 0), 0u);
 }
 
 // Whatever instrument and revision they come from, with the events of their makers where these have markers.

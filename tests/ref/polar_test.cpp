@@ -89,20 +89,6 @@ TEST(Polar, FewSwingsCountLess) {
   EXPECT_NEAR(RefAutoCalcPolar(sor.get(), 100, 160, 5, static_cast<float>(kSlopeDb), at), 0.6f * many, 0.05f);
 }
 
-TEST(Polar, EndsWhereTheFibreEnds) {
-  support::TraceSpec spec = Ripple(0.1);
-  const auto ripple = spec.level;
-  for (const long end : {200L, 900L, 2500L, 6000L}) {
-    spec.level = [ripple, end](long i) {
-      return i < end ? ripple(i) : -46.0 + 0.5 * std::sin(static_cast<double>(i));
-    };
-    const float figureDb = Polar(spec);
-    EXPECT_GE(figureDb, 0.0f);
-    EXPECT_LE(figureDb, 0.45f);
-    EXPECT_TRUE(end < 2500 || figureDb > 0.09f) << "end at " << end;
-  }
-}
-
 TEST(Polar, StraightLineFigure) {
   // 0.02 dB above and below the line in turn: three times their mean.
   const auto jagged = support::BuildTrace(

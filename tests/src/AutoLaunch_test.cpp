@@ -22,31 +22,6 @@ long Begin(PreparedAnalysis& a, TEventLine& launchEvent, long from = 0) {
   return a.engine.FindBegLine(from, a.engine.nPoints, a.engine.dbOnOwt * a.engine.owtDS, launchEvent);
 }
 
-TEST(FibreStart, BehindTheLaunchPeak) {
-  const struct {
-    long launch;
-    double startDb, peakDb;
-  } cases[] = {
-      {3, -15.0, 3.0},  {8, -15.0, 8.0}, {15, -20.0, 14.0}, {12, -8.0, 7.0},
-      {5, -15.0, 16.0}, {30, -15.0, 8.0}};  // the last one lies behind the first window, which sees no light
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.launch << " " << c.startDb << " " << c.peakDb);
-    TraceSpec fibre = MetreSpec();
-    fibre.startDb = c.startDb;
-    PreparedAnalysis a(LaunchAt(c.launch, fibre.Peak(0, c.peakDb)));
-    TEventLine launchEvent;
-    const long begin = Begin(a, launchEvent);
-    // Launch, pulse, and what the receiver needs from peak to fibre: half a dB a point.
-    const double recovered = static_cast<double>(c.launch) + 10 + 2 * c.peakDb;
-    EXPECT_GE(static_cast<double>(begin), recovered - 6);
-    EXPECT_LE(static_cast<double>(begin), recovered + 40);
-    EXPECT_LT(launchEvent.L[0], 0.0);
-    EXPECT_NEAR(a.engine.firstRefl, std::min(c.startDb + c.peakDb, 0.0), 1e-3);
-    EXPECT_NEAR(a.engine.firstReflOwt, 50.0 * static_cast<double>(c.launch + 5), 260.0);
-    EXPECT_NEAR(a.engine.lLaunch, a.Km(static_cast<double>(c.launch)), a.Km(1));
-  }
-}
-
 // The lead of a trace that begins before the launch is dark and as long as its offset says, or else its front
 // panel's; nothing behind it depends on how long it is.
 TEST(FibreStart, BehindTheLeadOfTheTrace) {
@@ -109,18 +84,6 @@ TEST(FibreStart, ReflectionRightBehindTheLaunch) {
       EXPECT_GT(begin, at + 12);
     }
   }
-}
-
-// Away from the launch it is the same search, but the launch figures stay.
-TEST(FibreStart, BehindAReflectionFurtherOut) {
-  TraceSpec spec = MetreSpec();
-  PreparedAnalysis a(spec.Peak(0, 5.0).Peak(6000, 9.0));
-  a.engine.firstRefl = 77.0;
-  TEventLine launchEvent;
-  const long begin = Begin(a, launchEvent, 5995);
-  EXPECT_GE(begin, 6010 + 12);
-  EXPECT_LE(begin, 6010 + 18 + 30);
-  EXPECT_DOUBLE_EQ(a.engine.firstRefl, 77.0);
 }
 
 TEST(FibreStart, FallWithoutEndReachesTheLimit) {

@@ -109,19 +109,6 @@ TEST(Section, LossOfTheEventInFront) {
   }
 }
 
-// A short section starts inside the tail of the peak in front of it.
-TEST(Section, ShortOneStartsBehindTheTail) {
-  TraceSpec spec = MetreSpec();
-  spec.Peak(6000, 6.0).Peak(6036, 6.0);
-  Sections s(spec);
-  const auto front = s.Fit(nullptr, 500, 6000, 6000);
-  const auto between = s.Fit(front.get(), 6015, 6036, 6036);
-  const long start = s.Point(between->L[0]);
-  EXPECT_GE(start, 6018);  // half a dB a point: 6 dB take 12 points from 6010 on
-  EXPECT_LE(start, 6036);
-  EXPECT_EQ(s.Point(between->L[1]), 6036);
-}
-
 // Two peaks with no fibre between: the level there is that of the dip. A first peak that is hardly one was
 // none.
 TEST(Section, DoubledPeakIsSplitAtTheDip) {
@@ -201,33 +188,6 @@ TEST(Section, AppendingClassifiesTheOneInFront) {
 }
 
 // --- Which part of a stretch is fitted ---
-
-TEST(Range, KeepsClearOfBothNeighbours) {
-  TraceSpec spec = MetreSpec();
-  spec.receiverDbPerPoint = 0.1;
-  spec.noiseDb = 0.002;
-  spec.Peak(4000, 10.0).Peak(9000, 6.0);
-  Sections s(spec);
-  const auto line = s.Choose(nullptr, 4010, 9000, 'R');
-  EXPECT_GE(s.Point(line->L[0]), 4080);  // the receiver needs 100 points down
-  EXPECT_LE(s.Point(line->L[0]), 6000);
-  EXPECT_LE(s.Point(line->L[1]), 9000);
-  EXPECT_GE(s.Point(line->L[1]), 8900);
-  EXPECT_NEAR(line->LossKm(), 0.2, 0.01);
-  EXPECT_EQ(line->type, 'R');
-}
-
-TEST(Range, EndsWhereTheFibreSinksIntoTheNoise) {
-  TraceSpec spec = MetreSpec();
-  spec.SlopeDbPerKm(2.0);
-  spec.noiseLin = 60.0;  // around the noise floor of -40 dB, 20 dB above the level floor
-  spec.noiseFloorDb = -49.0;
-  Sections s(spec);
-  const auto line = s.Choose(nullptr, 100, 19900, 'E');
-  const long deep = static_cast<long>((49.0 - 15.0 + 6.0) / spec.slopeDbPerPoint);
-  EXPECT_LE(s.Point(line->L[1]), deep);
-  EXPECT_LE(s.Point(line->L[0]), s.Point(line->L[1]));
-}
 
 TEST(Range, StepAtTheEndIsPinnedDown) {
   for (double lossDb : {0.5, 1.5, 4.0}) {

@@ -89,35 +89,8 @@ TEST(EventSearch, ALineInTheNoiseHasNoEvents) {
   EXPECT_EQ(value, 0.0F);
 }
 
-// Both searches inside the lines, over the same links: every event splits its line, in order.
 using InsideSearch = void (TAuto::*)();
 class InsideLines : public ::testing::TestWithParam<InsideSearch> {};
-
-TEST_P(InsideLines, EveryEventSplitsItsLine) {
-  const struct {
-    support::TraceSpec spec;
-    std::vector<long> events;
-  } kCases[] = {
-      {Fibre(), {}},
-      {Fibre().Step(3000, 0.6), {3000}},
-      {Fibre().Step(2000, 0.6).Peak(4000, 6.0).Step(6000, 0.8), {2000, 4000, 6000}},
-  };
-  for (const auto& c : kCases) {
-    Analyser bench(c.spec);
-    UseWholeTrace(bench, 100, 7900);
-    (bench.analysis.*GetParam())();
-    const int count = bench.analysis.lines->GetSize();
-    ASSERT_EQ(count, static_cast<int>(c.events.size()) + 1);
-    for (int i = 0; i + 1 < count; ++i) {
-      const TEventLine& line = *bench.analysis.lines->GetData(i);
-      EXPECT_NEAR(line.L[2] / bench.analysis.lenDS,
-                  static_cast<double>(c.events[static_cast<std::size_t>(i)]), 40);
-      EXPECT_NEAR(line.LossKm(), 0.2, 0.05);
-      EXPECT_LT(line.L[2], bench.analysis.lines->GetData(i + 1)->L[0]);
-    }
-    EXPECT_EQ(bench.analysis.lines->GetData(count - 1)->L[1], bench.Km(7900));
-  }
-}
 
 // Levels that mean nothing still have to end in a list of bounded size, with starts in order, in bounded
 // time.

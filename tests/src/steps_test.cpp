@@ -18,54 +18,6 @@ support::TraceSpec Fibre() {
   return spec;
 }
 
-struct StepCase {
-  const char* name;
-  support::TraceSpec spec;
-  long pin, d1, d2;
-  long at;        // where the event begins; below 0: none
-  double stepDb;  // positive for a loss
-};
-
-std::vector<StepCase> StepCases() {
-  return {
-      {"loss", Fibre().Step(1500, 0.5), 20, 40, 60, 1500, 0.5},
-      {"gain", Fibre().Step(1500, -0.5), 20, 40, 60, 1500, -0.5},
-      {"loss, window moved in strides", Fibre().Step(1500, 0.5), 100, 40, 200, 1500, 0.5},
-      {"reflection", Fibre().Peak(1500, 4.0), 10, 12, 12, 1500, -4.0},
-      {"nothing", Fibre(), 20, 40, 60, -1, 0.0},
-      {"less than the limit", Fibre().Step(1500, 0.15), 20, 40, 60, -1, 0.15},
-  };
-}
-
-TEST(AnalysisSteps, FirstStepBeyondALimit) {
-  for (const StepCase& c : StepCases()) {
-    Analyser bench(c.spec);
-    float step = 9.0F;
-    const long at = bench.analysis.SearchLoss(0.2, 0.2, 100, 2900, c.pin, c.d1, c.d2, kSlope, step);
-    if (c.at < 0) {
-      EXPECT_LE(std::abs(step), 0.2) << c.name;
-      EXPECT_NEAR(at, 2900 - 2 * c.pin - c.d2, c.pin / 15 + 1) << c.name;
-      continue;
-    }
-    // The hit is the first pair of windows that shows more than the limit: the event lies between them.
-    EXPECT_GT(std::abs(step), 0.2) << c.name;
-    EXPECT_EQ(step > 0.0F, c.stepDb > 0.0) << c.name;
-    EXPECT_NEAR(at, c.at, 2 * c.pin + c.d2) << c.name;
-  }
-}
-
-TEST(AnalysisSteps, LargestStepOfAStretch) {
-  for (const StepCase& c : StepCases()) {
-    Analyser bench(c.spec);
-    long at = -1;
-    const double step = bench.analysis.VarPowerTest(0.2, at, 100, 2900, c.pin, c.d1, c.d2, kSlope);
-    EXPECT_NEAR(step, c.stepDb, 0.02 + 0.02 * std::abs(c.stepDb)) << c.name;
-    if (c.at >= 0) {
-      EXPECT_NEAR(at, c.at, c.d2 + 1) << c.name;
-    }
-  }
-}
-
 // Behind its top a reflection looks like a loss, which may be the larger step of the two: the rise still
 // wins.
 TEST(AnalysisSteps, AReflectionWithLossIsFoundWhereItRises) {
