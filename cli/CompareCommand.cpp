@@ -50,6 +50,9 @@ bool HoldsResults(const TSorData& record) {
 // Records that the comparison can't take: there would be nothing to lay on the other trace, or nothing to
 // hold against limits again.
 void RequireUsable(const LoadedRecord& baseline, const LoadedRecord& current, bool recheck) {
+  // What a cut has taken reads as defaults, and a limit that nobody has set keeps silent.
+  if (baseline.Truncated())
+    throw Problem(kUnreadable, baseline.name + ": ends before its map says: limits may be missing from it");
   const int watched = baseline.record->KeyEvents->ListedEvents();
   const TRFTSLevel* level = baseline.record->RFTSParams->GetActiveLevel();
   if (level == nullptr) return;  // the comparison has its own answer to that

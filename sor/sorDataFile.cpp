@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -155,7 +156,8 @@ class TSorData::Reader {
   // no difference to what is read of it.
   void SeekNextBlock() {
     const bool isBuffer = file_.FileType == TSorFile::ftMemory || file_.FileType == TSorFile::ftFixedBuffer;
-    const long long end = isBuffer ? static_cast<long long>(file_.GetDataSize()) : nextBlock_;
+    const long long end = isBuffer ? static_cast<long long>(file_.GetDataSize())
+                                   : static_cast<long long>(std::numeric_limits<long>::max());
     file_.Seek(static_cast<unsigned long>(std::min(nextBlock_, end)));
   }
 

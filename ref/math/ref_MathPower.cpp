@@ -28,6 +28,8 @@ struct Window {
   long before, behind;  // points outside
 
   Window(long wantedFirst, long wantedCount, long points) {
+    // Behind the last point that a number can name there is no room for a window.
+    wantedFirst = std::min(wantedFirst, std::numeric_limits<long>::max() - 1);
     const long room = std::numeric_limits<long>::max() - std::max(wantedFirst, 0L);
     const long wantedEnd = wantedFirst + std::min(wantedCount, room);
     first = std::clamp(wantedFirst, 0L, points);
@@ -110,7 +112,10 @@ double RefMathAveragePointInSection(TSorData* sor, double owt1, double owt2, dou
   const long last = TruncToLong(sor->OwtTofNum(owt2));
   if (first == last) return sor->NumToLevel(first) * scale;
   if (last < first) return 0.0;  // an empty section, answered like an empty stretch
-  const Window window(first, last - first + 1, sor->DataPts->GetPointsNum());
+  // A time before the trace is point -1, so that the number of points may be one more than a number can tell.
+  constexpr long kMostPoints = std::numeric_limits<long>::max();
+  const long count = last - std::max(first, 0L) >= kMostPoints - 1 ? kMostPoints : last - first + 1;
+  const Window window(first, count, sor->DataPts->GetPointsNum());
   const auto outsideDb = [&] { return sor->NumToLevel(kOutside) * scale; };
   double sum = SumOutside(window.before, outsideDb);
   for (long i = window.first; i < window.end; ++i) sum += sor->NumToLevel(i) * scale;

@@ -325,6 +325,8 @@ TEST_F(CompareTest, NeedsABaselineAndAFibre) {
   for (const auto& broken : kBroken)
     ExpectOneLineError(Compare(StoreEdited("x.sor", baseline, broken.edit), trace), 3, broken.what);
   ExpectOneLineError(Compare(baseline, trace, {"-o", File("no/x.sor")}), 4, "no folder");
+  const std::string whole = Load(baseline);
+  ExpectOneLineError(Compare(Store("cut.sor", whole.substr(0, whole.size() - 40)), trace), 3, "limits");
   Link link = MetroLink();
   link.wavelengthNm = 1310.0, link.pulseNs = 200.0;
   const Result warned = Compare(baseline, StoreLink("c.sor", link, 2));

@@ -71,6 +71,7 @@ TEST(RefMathPower, EndsOfTheTrace) {
   }
   for (long first : {100L, 5000L, kMost}) {
     EXPECT_EQ(RefMathPower(sor.get(), lin, first, 20L, 1), 0.0f);
+    EXPECT_EQ(RefMathPower(sor.get(), first, 20L, 0), -65.5);
   }
 }
 
