@@ -1,7 +1,8 @@
 #include "cli/JsonText.h"
 
-#include <charconv>
 #include <cmath>
+#include <cstdlib>
+#include <limits>
 
 #include "cli/Text.h"
 
@@ -25,13 +26,28 @@ std::string QuotedText(const std::string& text) {
   return quoted + '"';
 }
 
+double Parsed(const std::string& text, double) { return std::strtod(text.c_str(), nullptr); }
+float Parsed(const std::string& text, float) { return std::strtof(text.c_str(), nullptr); }
+
+// The shortest decimal that is read back as the same number. The standard library's own is not there on every
+// machine.
+template <class Floating>
+std::string ShortestText(Floating value) {
+  constexpr int kAlwaysKept = std::numeric_limits<Floating>::digits10;
+  constexpr int kAlwaysEnough = std::numeric_limits<Floating>::max_digits10;
+  std::string text;
+  for (int digits = kAlwaysKept; digits <= kAlwaysEnough; ++digits) {
+    text = Format("%.*g", digits, static_cast<double>(value));
+    if (Parsed(text, value) == value) break;
+  }
+  return text;
+}
+
 // A quantity keeps its decimal point where it happens to be whole, for readers that tell numbers by it.
 std::string NumberText(double value) {
   if (!std::isfinite(value)) return "null";
   if (value == 0.0) return "0.0";
-  char digits[32];
-  const auto [end, error] = std::to_chars(digits, digits + sizeof digits, value);
-  std::string text(digits, end);
+  const std::string text = ShortestText(value);
   return text.find_first_of(".e") == std::string::npos ? text + ".0" : text;
 }
 
@@ -100,11 +116,7 @@ double NearestDecimal(double value, double steps) { return std::round(value * st
 
 double NearestDecimal(float value) {
   if (!std::isfinite(value)) return value;
-  char digits[32];
-  const auto [end, error] = std::to_chars(digits, digits + sizeof digits, value);
-  double decimal = value;
-  std::from_chars(digits, end, decimal);
-  return decimal;
+  return Parsed(ShortestText(value), 0.0);
 }
 
 }  // namespace reflyze::cli

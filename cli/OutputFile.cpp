@@ -70,8 +70,11 @@ class AtomicFile {
       before_ = before;
     } else if (errno != ENOENT) {
       // A file system without links: the name is free for a moment.
-      if (std::rename(target_.c_str(), before.c_str()) != 0) Fail();
-      before_ = before;
+      if (std::rename(target_.c_str(), before.c_str()) == 0) {
+        before_ = before;
+      } else if (errno != ENOENT) {
+        Fail();
+      }
     }
   }
   void TakePlace() {
