@@ -117,7 +117,7 @@ class TSorBlockEmbData : public TSorBlock {
   int GetBlockLastKnownRevisionNo() const override { return kLastKnownRevisionNo; }
   void Assign(const TSorBlock& other) override;
   void Assign(const TSorBlockEmbData& other);
-  // The record in which the data end is kept, and is the last.
+  // The record in which the data end is kept; those that the count promises behind it are empty.
   void Read(TSorFile* file) override;
   void Write(TSorFile* file) override;
   // Writes with the sizes that GetBlockSize has found, and measures nothing.

@@ -37,7 +37,7 @@ enum TBlockType {
   btEmbData = 26
 };
 
-// The text under which a block type stands in the map of a record, "?" for types that do not stand there.
+// The text under which a block type stands in the map of a record, "?" for types that have none here.
 const char* GetBlockID(TBlockType type);
 
 // Base of every block and sub-block of a record (SR-4731): a revision, an ID, and the operations by which a
