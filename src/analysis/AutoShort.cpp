@@ -18,6 +18,11 @@
 #include "src/filter/Filter.h"
 #include "util/convert.h"
 
+using reflyze::kBigSplices;
+using reflyze::kDetectorsOnRipple;
+using reflyze::kFineSplices;
+using reflyze::kNoiseSplices;
+using reflyze::kWeakSplices;
 using reflyze::TraceAnalysis;
 
 namespace {
@@ -75,6 +80,7 @@ class ShortAnalysisRun {
   using Detector = long (TraceAnalysis::*)(long, long, long, TFEvent&, float&, TFEvent&,
                                            AutoFilterResultData*);
 
+  bool IsOn(reflyze::DetectorBit detector) const { return (a_.algoMask & detector) != 0; }
   double LevelDb(long point) const { return sor_.NumToLevel(point); }
   long WidthAt(long point) const {
     return widths_[static_cast<size_t>(std::clamp(point, 0L, static_cast<long>(widths_.size()) - 1))];
@@ -152,7 +158,7 @@ class ShortAnalysisRun {
     const TFEvent next = filt_[At(i)];
     float thrDb = 0.0F;
     long m = 0;
-    while ((a_.algoMask & 0x2U) != 0 && m <= kMostFinds - 1) {
+    while (IsOn(kBigSplices) && m < kMostFinds) {
       const long r = a_.SearchBigSplices(s, z, stepD_, e, thrDb, found_[At(m)], &result());
       if (r <= before.rise) break;
       if (e.end > before.end && found_[At(m)].rise > next.begin) break;
@@ -213,7 +219,8 @@ class ShortAnalysisRun {
     const auto q = static_cast<double>(a_.winDead + stepD_);
     const bool rippled = a_.spliceWidth > q || a_.noiseAmp > 0.5 || a_.peakWidthMax >= 2.0 * q ||
                          (a_.peakWidthMax >= 1.2 * q && a_.noiseAmp > 0.15);
-    if ((a_.noiseAmp > 0.02 && rippled) || result().ghostCount != 0) a_.algoMask &= 0xbU;
+    // Ripples and ghosts look like weak steps. The mask stays cut for what this analysis is asked next.
+    if ((a_.noiseAmp > 0.02 && rippled) || result().ghostCount != 0) a_.algoMask &= kDetectorsOnRipple;
     noiseStop_ = a_.nPoints;
   }
 
@@ -225,41 +232,40 @@ class ShortAnalysisRun {
     return (WidthAt(z) + stepD_) * 3 < z - filt_[At(i - 1)].end;
   }
 
-  void FindNoiseSplices() {
-    if ((a_.algoMask & 0x10U) == 0) return;
+  // Looks for steps on every long stretch, each behind the one before. `goesOn(s, z)` says whether what is
+  // left of a stretch is worth a look; `take(point)` is told of each find.
+  template <class GoesOn, class Take>
+  void FindOnLongStretches(Detector detector, GoesOn goesOn, Take take) {
     for (long i = 1; i < n_; ++i) {
       if (!IsLongStretch(i)) continue;
       long s = filt_[At(i - 1)].end;
       const long z = filt_[At(i)].begin;
       float thrDb = -1.0F;
       long m = 0;
-      while (m < kMostFinds) {
-        if (LevelDb(s) >= a_.nf + kOverNoiseDb && LevelDb(z) >= a_.nf + kOverNoiseDb) break;
-        const long r = a_.SearchNoiseSplices(s, z, stepD_, filt_[At(i - 1)], thrDb, found_[At(m)], &result());
+      while (m < kMostFinds && goesOn(s, z)) {
+        const long r = (a_.*detector)(s, z, stepD_, filt_[At(i - 1)], thrDb, found_[At(m)], &result());
         if (r == 0) break;
         s = found_[At(m)].end;
         ++m;
-        noiseStop_ = r;
+        take(r);
       }
       if (!Merge(m, i)) return;
     }
   }
 
+  // Fine splices are sought up to the last step that noise has hidden.
+  void FindNoiseSplices() {
+    if (!IsOn(kNoiseSplices)) return;
+    const auto touchesNoise = [&](long s, long z) {
+      return !(LevelDb(s) >= a_.nf + kOverNoiseDb && LevelDb(z) >= a_.nf + kOverNoiseDb);
+    };
+    FindOnLongStretches(&TraceAnalysis::SearchNoiseSplices, touchesNoise, [&](long r) { noiseStop_ = r; });
+  }
+
   void FindWeakSplices() {
-    if ((a_.algoMask & 0x8U) == 0) return;
-    for (long i = 1; i < n_; ++i) {
-      if (!IsLongStretch(i)) continue;
-      long s = filt_[At(i - 1)].end;
-      const long z = filt_[At(i)].begin;
-      float thrDb = -1.0F;
-      long m = 0;
-      while ((a_.algoMask & 0x2U) != 0 && m <= kMostFinds - 1) {
-        if (a_.SearchWeakSplices(s, z, stepD_, filt_[At(i - 1)], thrDb, found_[At(m)], &result()) == 0) break;
-        s = found_[At(m)].end;
-        ++m;
-      }
-      if (!Merge(m, i)) return;
-    }
+    if (!IsOn(kWeakSplices)) return;
+    FindOnLongStretches(
+        &TraceAnalysis::SearchWeakSplices, [&](long, long) { return IsOn(kBigSplices); }, [](long) {});
   }
 
   // --- The final list ---
@@ -311,7 +317,7 @@ class ShortAnalysisRun {
   void FindFineSplices(long& s, long z, char nextType) {
     long carry = 0;
     float bestDb = 0.0F;
-    while (z - s > stepP_ && nEv_ < kMostEvents - n_ && nextType != 'G' && (a_.algoMask & 0x4U) != 0 &&
+    while (z - s > stepP_ && nEv_ < kMostEvents - n_ && nextType != 'G' && IsOn(kFineSplices) &&
            s < noiseStop_) {
       const long p = RefAutoSearchSpliceEvent(&sor_, s, z, static_cast<float>(kSpanOwt), lossThrDb_,
                                               gainThrDb_, slopeRef_, bestDb, widths_.data(), after_, carry);

@@ -34,6 +34,19 @@ namespace reflyze {
 
 class SectionFits;
 
+// The detectors of the filter-based search, as bits of the mask that a host sees.
+enum DetectorBit : unsigned int {
+  kNoDetector = 0x1,     // a bit without a meaning, always set
+  kBigSplices = 0x2,     // steps that stand out from the noise
+  kFineSplices = 0x4,    // weak splices on quiet stretches
+  kWeakSplices = 0x8,    // steps hardly above the noise; asked only beside the big ones
+  kNoiseSplices = 0x10,  // steps on stretches that touch the noise
+};
+// Weak splices are left to a host that asks for them.
+constexpr unsigned int kDefaultDetectors = kNoDetector | kBigSplices | kFineSplices | kNoiseSplices;
+constexpr unsigned int kDetectorsOnRipple = kNoDetector | kBigSplices | kWeakSplices;
+static_assert(kDefaultDetectors == 0x17 && kDetectorsOnRipple == 0xb, "hosts know the numbers");
+
 class TraceAnalysis {
  public:
   TraceAnalysis();
@@ -272,9 +285,8 @@ class TraceAnalysis {
   double pEnd = 0.0;          // dB, level at the last point of the fibre
   double dr = 0.0;            // dB, dynamic range
   double lossTotal = 0.0;     // dB, loss of the whole fibre
-  // Enabled detectors, bits counted from 0. Bit 1: SearchBigSplices, 2: splices inside sections, 3:
-  // SearchWeakSplices, 4: SearchNoiseSplices.
-  unsigned int algoMask = 0x17;
+  // Detectors in use, DetectorBit. A rippled trace turns some off, and they stay off for the next trace.
+  unsigned int algoMask = kDefaultDetectors;
   TOxArray<TEventLine, TEventLine*>* lines = nullptr;  // the result, owned
   TSorData* sor = nullptr;                             // the trace, not owned
 };
