@@ -186,6 +186,26 @@ void ListOtherFilters(Listing& to, const Subject& subject) {
   run("reference", [&](TSorFilter& f, TSorData* r) { f.TempFilter(r, subject.Trace().get(), 0.5); });
 }
 
+// What the automatic filter makes of it where it is told that there are splitters.
+void ListNetwork(Listing& to, const Subject& subject) {
+  const auto record = subject.Trace();
+  record->QRTParams->PonType = 1;
+  record->QRTParams->FirstSplitterRatio = 4;
+  record->QRTParams->SecondSplitterRatio = 2;
+  std::vector<TFEvent> events(100);
+  std::vector<short> widths(static_cast<size_t>(record->DataPts->GetPointsNum()));
+  TSorFilter filter(record.get());
+  filter.result.events = events.data();
+  filter.result.pointMap = widths.data();
+  filter.SetFilter(7);
+  to.Line("network");
+  for (long i = 0; i < filter.result.count; ++i) {
+    const TFEvent& event = events[static_cast<size_t>(i)];
+    to.Text("type", std::string(1, event.type)).Whole("begin", event.begin).Whole("end", event.end);
+  }
+  pinned::ListLevels(to, "network levels", *record);
+}
+
 // Where something stands, and fixed places between.
 std::set<long> PlacesOf(TSorData& record) {
   TSorData copy;
@@ -213,6 +233,7 @@ TEST(Pinned, EveryPartAroundWhatStandsOnAFibre) {
     RefAutoReSetNF(record.get());
     Listing listing;
     ListOtherFilters(listing, subject);
+    ListNetwork(listing, subject);
     ListModel(listing, *record);
     for (const long point : PlacesOf(*record)) {
       const Place place(*record, point);

@@ -199,4 +199,19 @@ TEST(Dip, DepthAndTimeConstant) {
             0);  // too far behind the peak to be its own
 }
 
+// How far a rise may take follows from the stretch, not from where it lies: far out on the trace a sharp dip
+// comes before a deeper one that recovers slowly.
+TEST(Dip, SharpOneIsTheReceiversWhereverItLies) {
+  for (const long first : {50L, 5000L}) {
+    const auto sor = BuildTrace(first + 600, [first](long i) {
+      const double x = static_cast<double>(i - first);
+      if (x < 100) return x < 0 ? 0.0 : -10.0 - 4.0 * std::exp(-x / 8.0);
+      return x < 120 ? -10.0 - 0.3 * (x - 100) : std::min(-16.0 + 0.1 * (x - 120), -8.0);
+    });
+    float ratio = 0, width = 0;
+    EXPECT_EQ(RefAutoGetProvalAT(sor.get(), first, first + 400, 0.0f, ratio, width), first + 200);
+    EXPECT_FLOAT_EQ(width, 12 * 1.4f) << first;
+  }
+}
+
 }  // namespace

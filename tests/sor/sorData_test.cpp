@@ -73,6 +73,24 @@ TEST(SorData, Copies) {
   EXPECT_EQ(record.DataPtsBackup, nullptr);
 }
 
+// Which fibre it is, where it lies and who measured it; how it was measured stays.
+TEST(SorData, TakesTheDescriptionOfAnotherRecord) {
+  using General = TSorBlockGeneralParameters;
+  TString General::*const kTexts[] = {&General::CID, &General::FID, &General::OL, &General::TL,
+                                      &General::CCD, &General::CDF, &General::OP, &General::CMT};
+  TSorData mine, other;
+  for (int i = 0; i < 8; ++i) (*other.GenParams).*kTexts[i] = TString(70 + i);
+  other.GenParams->FT = 655, other.GenParams->UO = 12, other.GenParams->NW = 1625;
+  other.FxdParams->TT = "RT", other.SupParams->OMSN = "serial";
+  for (const bool withSerial : {false, true}) {
+    mine.AssignInfo(other, withSerial ? 1 : 0);
+    for (int i = 0; i < 8; ++i) EXPECT_TRUE((*mine.GenParams).*kTexts[i] == TString(70 + i)) << i;
+    EXPECT_TRUE(mine.GenParams->FT == 655 && mine.GenParams->UO == 12 && mine.GenParams->NW != 1625);
+    EXPECT_EQ(mine.SupParams->OMSN == "serial", withSerial);
+    EXPECT_TRUE(mine.FxdParams->TT == "RT");
+  }
+}
+
 TEST(SorData, FourViewsOfATrace) {
   std::unique_ptr<TSorData> record = Trace(101);
   record->GenParams->UO = 100;

@@ -40,6 +40,15 @@ class SorLinkParams : public testing::Test {
   TSorBlockLinkParameters link_;
 };
 
+TEST_F(SorLinkParams, ListsALandmarkFieldByField) {
+  TSorBlockLinkParamLandmark landmark;
+  landmark.LML = 1234;
+  landmark.REN = 7;
+  EXPECT_EQ(blocktest::DumpOf(landmark),
+            "LMN  = 1\nLMC  = '?'\nLML  = 1234\nREN  = 7\nLongitude= 0\nLatitude= 0\nFCI  = 0\nSMI  = 0\n"
+            "SML  = 0\nUSML = 'FT'\nMFDL = 0\nCMT  = ' '\n");
+}
+
 TEST_F(SorLinkParams, LandmarksStandInOrderOfLocation) {
   EXPECT_TRUE(link_.IsEmpty());
   EXPECT_EQ(link_.GetLandmark(0), nullptr);
