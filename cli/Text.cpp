@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 
 #include "util/elementary.h"
@@ -75,7 +76,8 @@ class Converter {
     if (works()) iconv_close(handle_);
   }
 
-  bool works() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+  // The C library says "none" by the greatest address.
+  bool works() const { return reinterpret_cast<uintptr_t>(handle_) != UINTPTR_MAX; }
 
   std::string Convert(std::string bytes) {
     std::string text;

@@ -41,8 +41,7 @@ std::string WhyUnusable(const LoadedRecord& loaded) {
   if (record.DataPts->GetPointsNum() == 0) return "holds no data points";
   if (EndsInsideSamples(loaded)) return "ends inside its samples";
   if (record.GetDataType() == dtTC) return "holds temperatures along the fibre, not levels of light";
-  const std::string scale = WhyWithoutScale(*record.FxdParams);
-  if (!scale.empty()) return scale;
+  if (std::string scale = WhyWithoutScale(*record.FxdParams); !scale.empty()) return scale;
   const std::vector<unsigned short>& samples = record.DataPts->GetSubBlock()->samples;
   const bool flat =
       std::adjacent_find(samples.begin(), samples.end(), std::not_equal_to<>()) == samples.end();

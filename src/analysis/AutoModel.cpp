@@ -12,8 +12,6 @@
 
 using reflyze::TraceAnalysis;
 
-using reflyze::TruncToLong;
-
 TSorData* TraceAnalysis::SorGenerate() {
   if (lines->GetSize() == 0) return nullptr;
   auto model = std::make_unique<TSorData>();

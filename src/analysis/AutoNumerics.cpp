@@ -12,8 +12,6 @@
 
 using reflyze::TraceAnalysis;
 
-namespace elementary = reflyze::elementary;
-
 // What can be told from noise. Levels are on the one-way scale, so a step of x dB is a power ratio of 10^(x /
 // 5), and noise that stands at a level of 0 dB adds a relative error of 10^(-h / 5) to a signal h dB above
 // it. From that follow the smallest credible step at a height, and the number of points to average for a

@@ -14,9 +14,6 @@ using reflyze::TraceComparison;
 
 namespace {
 
-using reflyze::TruncToInt;
-using reflyze::TruncToLong;
-
 // Below this attenuation in dB/km there is no fibre but noise.
 constexpr double kLeastOfFibre = 0.05;
 
