@@ -8,12 +8,9 @@
 
 #include "src/analysis/SpliceScan.h"
 
-using reflyze::TraceAnalysis;
+namespace reflyze {
 
 namespace {
-
-using reflyze::SpliceTask;
-using reflyze::StepScan;
 
 class BigSpliceScan final : public StepScan {
  public:
@@ -29,7 +26,8 @@ class BigSpliceScan final : public StepScan {
   double FrontDb(long point) const override { return LevelDb(point); }
   double BehindDb(long point) const override { return LevelDb(point); }
   Faults FaultsAt(double levelDb, long point) const override {
-    return {auto_.GetFault(levelDb, MeanPoints(point)), auto_.GetFault(levelDb, windows_.limit)};
+    return {GetFault(scale_, noise_, levelDb, MeanPoints(point)),
+            GetFault(scale_, noise_, levelDb, windows_.limit)};
   }
 
   // A short side has to confirm a little more.
@@ -41,7 +39,6 @@ class BigSpliceScan final : public StepScan {
 
 }  // namespace
 
-long TraceAnalysis::SearchBigSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
-                                     AutoFilterResultData* result) {
-  return BigSpliceScan({*this, s, z, stepD, e, thr, out, *result}).Run();
-}
+long SearchBigSplices(const SpliceTask& task) { return BigSpliceScan(task).Run(); }
+
+}  // namespace reflyze

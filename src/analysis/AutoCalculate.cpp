@@ -7,10 +7,15 @@
 #include "ref/refAuto.h"
 #include "sor/scale/sorMath.h"
 #include "sor/sorData.h"
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/Analysis.h"
+#include "src/analysis/AutoEnd.h"
+#include "src/analysis/AutoEvents.h"
+#include "src/analysis/AutoLaunch.h"
+#include "src/analysis/AutoLevels.h"
+#include "src/analysis/AutoNumerics.h"
+#include "src/analysis/AutoSelect.h"
+#include "src/analysis/AutoShort.h"
 #include "src/filter/AutoLimits.h"
-
-using reflyze::TraceAnalysis;
 
 // The driver of one analysis. It settles the scale of the trace: where the noise lies, how fast fibre and
 // receiver fall, and from that the three windows that all searches are made of. Then the lines come either
@@ -18,10 +23,9 @@ using reflyze::TraceAnalysis;
 // the fibre, and inside the lines found. At last it measures what belongs to the trace as a whole: dead
 // zones, dynamic range, loss.
 
-namespace {
+namespace reflyze {
 
-using reflyze::HeldPoint;
-using reflyze::HeldWindow;
+namespace {
 
 constexpr double kRecoveryDb = 1.5;  // a recovery of the receiver is a fall by this much
 constexpr double kSteepestDbPerKm = 20.0;
@@ -30,77 +34,68 @@ constexpr double kWindowFaultDb = 0.05;  // steps that the windows of the launch
 
 // --- The scale of the trace ---
 
-class TraceScale {
+class ScaleMeasurement {
  public:
-  explicit TraceScale(TraceAnalysis& analysis) : a_(analysis), sor_(*analysis.sor) {}
+  explicit ScaleMeasurement(TraceScale& scale) : scale_(scale), sor_(*scale.sor) {}
 
   // False when the trace can't be analysed.
-  bool Settle() {
-    ResetWorkingValues();
+  bool Run() {
     if (sor_.DataPts->GetPointsNum() <= 0) return false;
     SettleNoiseFloor();
     return ReadTimeBase() && SettleRates() && AllowForFilter() && (SetWindows(), true);
   }
   double levelFloorDb() const { return levelFloorDb_; }
-  double pulseOwt() const { return pulseOwt_; }
 
  private:
-  void ResetWorkingValues() {
-    a_.maxDbKm = kSteepestDbPerKm;
-    a_.th.Event = a_.th.THLoss;
-    if (a_.th.THEnd < TTH::kLeastEndDb) a_.th.THEnd = TTH::kLeastEndDb;
-    a_.lines->Clear();
-  }
-
   // The noise floor first: finding it may lift the linear trace or build it anew, so that the trace is looked
   // up only afterwards.
   void SettleNoiseFloor() {
-    a_.nf = RefAutoReSetNF(&sor_);
+    scale_.nf = RefAutoReSetNF(&sor_);
     levelFloorDb_ = sor_.QRTParams->GetMAX();
-    if (a_.nf < levelFloorDb_) a_.nf = levelFloorDb_;
+    if (scale_.nf < levelFloorDb_) scale_.nf = levelFloorDb_;
     if (RefEmbGetLinf(&sor_) == nullptr) sor_.SetLinf();
-    a_.linf = RefEmbGetLinf(&sor_);
+    scale_.linf = RefEmbGetLinf(&sor_);
   }
 
   bool ReadTimeBase() {
-    a_.nPoints = sor_.DataPts->GetPointsNum();
-    a_.owtDS = sor_.FxdParams->GetOwtDS(0);
-    return a_.owtDS > 0.0;
+    scale_.nPoints = sor_.DataPts->GetPointsNum();
+    scale_.owtDS = sor_.FxdParams->GetOwtDS(0);
+    return scale_.owtDS > 0.0;
   }
 
   // A receiver that does not recover, or at a rate that is no number, comes from a record without a usable
   // index of refraction: no length in it means anything.
   bool SettleRates() {
     pulseOwt_ = sor_.FxdParams->GetOwtPulse(0.0);
-    a_.aciNominal = RefAutoGetLoss(&sor_);
-    a_.dbOnOwt = RefAutoGetDbOnOwt(&sor_);
-    return a_.dbOnOwt > 0.0 && std::isfinite(a_.dbOnOwt);
+    scale_.aciNominal = RefAutoGetLoss(&sor_);
+    scale_.dbOnOwt = RefAutoGetDbOnOwt(&sor_);
+    return scale_.dbOnOwt > 0.0 && std::isfinite(scale_.dbOnOwt);
   }
 
   // A filtered trace has less noise, and its filter makes the pulse wider.
   bool AllowForFilter() {
     constexpr double kFilterWidening = 1.4;
     if (!sor_.QRTParams->isFilter()) return true;
-    const double pulsePoints = pulseOwt_ / a_.owtDS;
+    const double pulsePoints = pulseOwt_ / scale_.owtDS;
     if (pulsePoints <= 0.0) return false;
-    a_.nf += SorMathLog5(pulsePoints) / -2.0;
+    scale_.nf += SorMathLog5(pulsePoints) / -2.0;
     pulseOwt_ *= kFilterWidening;
     return true;
   }
 
   void SetWindows() {
     const auto window = [this](double owt) {
-      return HeldWindow(std::ceil(owt / a_.owtDS + 1.0), a_.nPoints);
+      return HeldWindow(std::ceil(owt / scale_.owtDS + 1.0), scale_.nPoints);
     };
-    a_.owtRecover = kRecoveryDb / a_.dbOnOwt;
-    a_.winPulse = window(pulseOwt_);
-    a_.winEvent = window(a_.owtRecover + pulseOwt_);
-    a_.winDead = window(3.0 * a_.owtRecover + pulseOwt_);
-    a_.lenDS = static_cast<float>(sor_.dOwtToLen(a_.owtDS));
-    a_.lossDS = static_cast<float>(a_.aciNominal * a_.lenDS);
+    scale_.owtRecover = kRecoveryDb / scale_.dbOnOwt;
+    scale_.winPulse = window(pulseOwt_);
+    scale_.winEvent = window(scale_.owtRecover + pulseOwt_);
+    scale_.winDead = window(3.0 * scale_.owtRecover + pulseOwt_);
+    scale_.lenDS = static_cast<float>(sor_.dOwtToLen(scale_.owtDS));
+    scale_.lossDS = static_cast<float>(scale_.aciNominal * scale_.lenDS);
   }
 
-  TraceAnalysis& a_;
+  TraceScale& scale_;
   TSorData& sor_;
   double levelFloorDb_ = 0.0;
   double pulseOwt_ = 0.0;
@@ -110,41 +105,28 @@ class TraceScale {
 
 class DirectSearch {
  public:
-  DirectSearch(TraceAnalysis& analysis, double levelFloorDb, double pulseOwt)
-      : a_(analysis), sor_(*analysis.sor), levelFloorDb_(levelFloorDb), pulseOwt_(pulseOwt) {}
+  DirectSearch(const AnalysisSettings& settings, const TraceScale& scale, const NoiseSeen& noise,
+               LineTable& table)
+      : settings_(settings), scale_(scale), noise_(noise), table_(table), sor_(*scale.sor) {}
 
   // False when the launch zone reaches the end of the trace.
   bool Run() {
-    SetLimits();
     FindLaunch();
     PassLaunchZone();
-    if (start_ >= a_.nPoints) return false;
+    if (start_ >= scale_.nPoints) return false;
     FindEnd();
     SearchInside();
     return true;
   }
 
  private:
-  void SetLimits() {
-    // The filter may have rebuilt the linear trace before it refused.
-    a_.linf = RefEmbGetLinf(&sor_);
-    if (sor_.QRTParams->MAX == 0) {
-      sor_.QRTParams->Scale = 2000;
-      sor_.QRTParams->SetMAX(levelFloorDb_);
-    }
-    const int longest = static_cast<int>(std::min(reflyze::LongestWindow(a_.nPoints), 0x7FFFFFFFL));
-    a_.th.MinPin = std::clamp(a_.th.MinPin, 0, longest);
-    a_.th.MaxPin = std::min(a_.th.MaxPin, longest);
-    a_.th.MaxPin = static_cast<int>(std::max<long>(a_.th.MaxPin, a_.winPulse));
-    a_.refLevelMin = RefEventReflectionPower(&sor_, 0.0, a_.th.THRef);
-    a_.noiseAmp = a_.th.polar;
-  }
-
   void FindLaunch() {
     TEventLine launch;
-    start_ = a_.FindBegLine(0, a_.nPoints, a_.dbOnOwt * a_.owtDS, launch);
-    if (launch.L[0] >= 0.0) a_.lines->AddData(new TEventLine(launch));
-    start_ = a_.NakatDZ(start_, a_.winEvent, start_ + 3 * a_.winEvent, a_.maxDbKm, kFlattestDbPerKm);
+    start_ = FindBegLine(settings_, scale_, noise_, table_, 0, scale_.nPoints, scale_.dbOnOwt * scale_.owtDS,
+                         launch);
+    if (launch.L[0] >= 0.0) table_.lines->AddData(new TEventLine(launch));
+    start_ = NakatDZ(scale_, start_, scale_.winEvent, start_ + 3 * scale_.winEvent, table_.maxDbKm,
+                     kFlattestDbPerKm);
   }
 
   // Behind a strong launch the receiver may still be falling long after the peak: then the start moves on, a
@@ -155,14 +137,15 @@ class DirectSearch {
     constexpr double kLeastSlopeDbPerKm = 0.2;
     if (!IsStillFalling()) return;
     for (int move = 0; move < kMostMoves; ++move) {
-      const double averageDb = a_.AveragePower(start_, a_.winEvent, 0);
-      const long pin = a_.SetAvgPin(averageDb, kWindowFaultDb, a_.winEvent / 2 + 2, a_.th.MaxPin);
+      const double averageDb = AveragePower(scale_, start_, scale_.winEvent, 0);
+      const long pin =
+          SetAvgPin(scale_, averageDb, kWindowFaultDb, scale_.winEvent / 2 + 2, settings_.th.MaxPin);
       if (sor_.FxdParams->GetNF() + kAboveNoiseDb > averageDb) return;
-      const double slopeDbPerKm =
-          std::max(a_.LossPin(start_ + a_.winEvent, start_ + 2 * a_.winEvent + 4, pin, 0) / a_.lenDS,
-                   kLeastSlopeDbPerKm);
-      const long next =
-          a_.NakatDZ(start_, a_.winEvent, start_ + 3 * a_.winDead, slopeDbPerKm, slopeDbPerKm / 2.0);
+      const double slopeDbPerKm = std::max(
+          LossPin(scale_, start_ + scale_.winEvent, start_ + 2 * scale_.winEvent + 4, pin, 0) / scale_.lenDS,
+          kLeastSlopeDbPerKm);
+      const long next = NakatDZ(scale_, start_, scale_.winEvent, start_ + 3 * scale_.winDead, slopeDbPerKm,
+                                slopeDbPerKm / 2.0);
       if (next == start_) return;
       start_ = next;
     }
@@ -170,17 +153,18 @@ class DirectSearch {
 
   // Whether the trace stays under the line that a fibre of nominal loss would follow from here.
   bool IsStillFalling() {
-    const long window = a_.winEvent / 3 + 1;
-    const double startDb = a_.AveragePower(start_, window, 0) + (a_.lenDS * window / 2) * a_.aciNominal;
-    const long above =
-        a_.StraightGreatherLine(start_, start_ + 4 * a_.winEvent, startDb, a_.aciNominal, window);
-    return above > start_ + 3 * a_.winEvent + window;
+    const long window = scale_.winEvent / 3 + 1;
+    const double startDb =
+        AveragePower(scale_, start_, window, 0) + (scale_.lenDS * window / 2) * scale_.aciNominal;
+    const long above = StraightGreatherLine(scale_, start_, start_ + 4 * scale_.winEvent, startDb,
+                                            scale_.aciNominal, window);
+    return above > start_ + 3 * scale_.winEvent + window;
   }
 
   void FindEnd() {
     auto last = std::make_unique<TEventLine>();
-    a_.SearchEnd(last.get(), start_, a_.owtRecover + pulseOwt_);
-    a_.lines->AddData(last.get());
+    SearchEnd(settings_, scale_, noise_, table_, *last, start_);
+    table_.lines->AddData(last.get());
     last.release();  // the list owns it now
     DropEventsBehindEnd();
   }
@@ -188,22 +172,24 @@ class DirectSearch {
   // A rise that was taken for an event on the slope of a peak can stand behind what turns out to be the end:
   // an echo then, and a table that led back from it to the end would make no sense.
   void DropEventsBehindEnd() {
-    const int last = a_.lines->GetSize() - 1;
-    const double endKm = a_.lines->GetData(last)->L[2];
+    const int last = table_.lines->GetSize() - 1;
+    const double endKm = table_.lines->GetData(last)->L[2];
     for (int i = last - 1; i >= 0; --i) {
-      if (a_.lines->GetData(i)->L[2] > endKm) a_.lines->DelData(i);
+      if (table_.lines->GetData(i)->L[2] > endKm) table_.lines->DelData(i);
     }
   }
 
   void SearchInside() {
-    if (sor_.dLenToNum(a_.lEnd) - sor_.dLenToNum(a_.lBeg) >= 2 * a_.th.MinPin) a_.Analysis2();
-    a_.SelectSplices(a_.th.THLoss);
+    if (sor_.dLenToNum(table_.lEnd) - sor_.dLenToNum(table_.lBeg) >= 2 * settings_.th.MinPin)
+      SearchInsideLines(settings_, scale_, table_);
+    SelectSplices(settings_, scale_, table_, settings_.th.THLoss);
   }
 
-  TraceAnalysis& a_;
+  const AnalysisSettings& settings_;
+  const TraceScale& scale_;
+  const NoiseSeen& noise_;
+  LineTable& table_;
   TSorData& sor_;
-  const double levelFloorDb_;
-  const double pulseOwt_;
   long start_ = 0;  // point where the fibre proper begins
 };
 
@@ -211,15 +197,15 @@ class DirectSearch {
 
 class OverallFigures {
  public:
-  explicit OverallFigures(TraceAnalysis& analysis)
-      : a_(analysis), sor_(*analysis.sor), first_(FirstSection()) {}
+  OverallFigures(const TraceScale& scale, LineTable& table)
+      : scale_(scale), table_(table), sor_(*scale.sor), first_(FirstSection()) {}
 
   void Measure() {
     if (first_ != nullptr) MeasureDeadZones();
     SetStartLevel();
-    a_.dr = a_.pZero - a_.nf;
-    const int count = a_.lines->GetSize();
-    a_.lossTotal = count > 0 ? a_.pZero - a_.lines->GetData(count - 1)->P[1] : 0.0;
+    table_.dr = table_.pZero - scale_.nf;
+    const int count = table_.lines->GetSize();
+    table_.lossTotal = count > 0 ? table_.pZero - table_.lines->GetData(count - 1)->P[1] : 0.0;
   }
 
  private:
@@ -227,10 +213,10 @@ class OverallFigures {
   // lines.
   const TEventLine* FirstSection() const {
     constexpr double kShortKm = 0.1;
-    const int count = a_.lines->GetSize();
+    const int count = table_.lines->GetSize();
     const TEventLine* line = nullptr;
     for (int i = 0; i < count; ++i) {
-      line = a_.lines->GetData(i);
+      line = table_.lines->GetData(i);
       const bool inaccurate = line->type == 'S' || line->type == 'V';
       if (!inaccurate || line->Length() > kShortKm) break;
     }
@@ -244,17 +230,17 @@ class OverallFigures {
   // Back from inside the first section to where the trace leaves its line by 0.1 and by 0.5 dB (attenuation
   // dead zone of IEC 61746-1).
   void MeasureDeadZones() {
-    const long middle = HeldPoint(sor_.dLenToNum((first_->L[0] + first_->L[1]) / 2.0), a_.nPoints);
-    const long start = HeldPoint(sor_.dLenToNum(first_->L[0]), a_.nPoints);
+    const long middle = HeldPoint(sor_.dLenToNum((first_->L[0] + first_->L[1]) / 2.0), scale_.nPoints);
+    const long start = HeldPoint(sor_.dLenToNum(first_->L[0]), scale_.nPoints);
     bool within01 = true;
     for (long p = std::min(middle, 2 * start); p >= 0; --p) {
       const double deviationDb = std::abs(sor_.NumToLevel(p) - LevelOfFirstSection(p));
       if (within01 && deviationDb >= 0.1) {
-        a_.dz01 = sor_.NumToALen(p + 1);
+        table_.dz01 = sor_.NumToALen(p + 1);
         within01 = false;
       }
       if (deviationDb >= 0.5) {
-        a_.dz05 = sor_.NumToALen(p + 1);
+        table_.dz05 = sor_.NumToALen(p + 1);
         break;
       }
     }
@@ -263,48 +249,73 @@ class OverallFigures {
   void SetStartLevel() {
     constexpr double kNoFibreKm = 0.001;  // one line that ends here: nothing is connected
     constexpr double kHighestLevelDb = 1.0;
-    const bool noFibre = a_.lines->GetSize() == 1 && a_.lines->GetData(0)->L[1] < kNoFibreKm;
-    a_.pZero = first_ == nullptr || noFibre ? a_.nf : LevelOfFirstSection(0);
-    if (a_.pZero < a_.nf) a_.pZero = a_.nf;
-    if (a_.pZero > kHighestLevelDb) a_.pZero = kHighestLevelDb;
-    if (a_.pEnd > a_.pZero) a_.pEnd = a_.pZero;
+    const bool noFibre = table_.lines->GetSize() == 1 && table_.lines->GetData(0)->L[1] < kNoFibreKm;
+    table_.pZero = first_ == nullptr || noFibre ? scale_.nf : LevelOfFirstSection(0);
+    if (table_.pZero < scale_.nf) table_.pZero = scale_.nf;
+    if (table_.pZero > kHighestLevelDb) table_.pZero = kHighestLevelDb;
+    if (table_.pEnd > table_.pZero) table_.pEnd = table_.pZero;
   }
 
-  TraceAnalysis& a_;
+  const TraceScale& scale_;
+  LineTable& table_;
   const TSorData& sor_;
   const TEventLine* first_;  // reference for all figures, null without lines
 };
 
+// --- What the driver settles before the stages read it ---
+
+void SettleThresholds(TTH& th) {
+  th.Event = th.THLoss;
+  if (th.THEnd < TTH::kLeastEndDb) th.THEnd = TTH::kLeastEndDb;
+}
+
+void EmptyTable(LineTable& table) {
+  table.maxDbKm = kSteepestDbPerKm;
+  table.lines->Clear();
+}
+
+// What the direct search wants besides: windows that fit the trace, the rise of the least reflection, and a
+// noise to start from.
+void PrepareDirectSearch(AnalysisSettings& settings, TraceScale& scale, NoiseSeen& noise,
+                         double levelFloorDb) {
+  constexpr int kUsualScale = 2000;
+  TSorData& sor = *scale.sor;
+  // The filter may have rebuilt the linear trace before it refused.
+  scale.linf = RefEmbGetLinf(&sor);
+  if (sor.QRTParams->MAX == 0) {
+    sor.QRTParams->Scale = kUsualScale;
+    sor.QRTParams->SetMAX(levelFloorDb);
+  }
+  TTH& th = settings.th;
+  const int longest = static_cast<int>(std::min(LongestWindow(scale.nPoints), 0x7FFFFFFFL));
+  th.MinPin = std::clamp(th.MinPin, 0, longest);
+  th.MaxPin = std::min(th.MaxPin, longest);
+  th.MaxPin = static_cast<int>(std::max<long>(th.MaxPin, scale.winPulse));
+  scale.refLevelMin = RefEventReflectionPower(&sor, 0.0, th.THRef);
+  noise.noiseAmp = th.polar;
+}
+
 }  // namespace
 
-int TraceAnalysis::Calculate() {
-  if (sor == nullptr) return 0;
-  TraceScale scale(*this);
-  if (!scale.Settle()) return 0;
-  if (ShortAnalysis() == 0) {
-    if (!DirectSearch(*this, scale.levelFloorDb(), scale.pulseOwt()).Run()) return 0;
+bool Calculate(AnalysisSettings& settings, TraceScale& scale, NoiseSeen& noise, LineTable& table) {
+  if (scale.sor == nullptr) return false;
+  SettleThresholds(settings.th);
+  EmptyTable(table);
+  ScaleMeasurement measured(scale);
+  if (!measured.Run()) return false;
+
+  const ShortResult byFilter = ShortAnalysis(settings, scale, noise, table);
+  settings.algoMask = byFilter.detectors;
+  if (byFilter.events == 0) {
+    PrepareDirectSearch(settings, scale, noise, measured.levelFloorDb());
+    if (!DirectSearch(settings, scale, noise, table).Run()) return false;
   }
-  OverallFigures(*this).Measure();
-  sor->FxdParams->SetLT(th.THLoss);
-  sor->FxdParams->SetRT(th.THRef);
-  sor->FxdParams->SetET(th.THEnd);
-  return 1;
+  OverallFigures(scale, table).Measure();
+  TSorBlockFixedParameters& fixed = *scale.sor->FxdParams;
+  fixed.SetLT(settings.th.THLoss);
+  fixed.SetRT(settings.th.THRef);
+  fixed.SetET(settings.th.THEnd);
+  return true;
 }
 
-void TraceAnalysis::Analysis2() {
-  for (int i = 0; i < lines->GetSize(); ++i) {
-    TEventLine& rest = *lines->GetData(i);
-    TEventLine head(rest);
-    bool found = lines->GetSize() < reflyze::kMostLines && SearchEvent(head, &rest) != '_';
-    // What is left has to begin further out than it did, or the same event would be found without end.
-    if (found && !(rest.L[0] > head.L[0])) {
-      rest.L[0] = head.L[0];
-      found = false;
-    }
-    if (found) {
-      lines->InsData(new TEventLine(head), i);
-    } else {
-      LossSquare(sor, rest, 1);
-    }
-  }
-}
+}  // namespace reflyze

@@ -1,4 +1,4 @@
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/AutoEnd.h"
 
 // The end of the fibre, found by walking there from its start.
 //
@@ -16,14 +16,16 @@
 #include "ref/math/traceLevels.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
+#include "src/analysis/AutoLaunch.h"
+#include "src/analysis/AutoLevels.h"
+#include "src/analysis/AutoNumerics.h"
+#include "src/analysis/AutoSelect.h"
+#include "src/analysis/AutoSteps.h"
 #include "util/convert.h"
 
-using reflyze::TraceAnalysis;
+namespace reflyze {
 
 namespace {
-
-using reflyze::TraceLevels;
-using reflyze::TruncToLong;
 
 constexpr double kLeastSlopeDbPerKm = 0.2;  // the fibre is not believed to lose less
 constexpr double kStrongPeakDb = -3.0;      // a peak up here drives the receiver hard and makes echoes
@@ -36,17 +38,21 @@ constexpr int kMostRefinements = 100;
 
 class FibreEndSearch {
  public:
-  FibreEndSearch(TraceAnalysis& analysis, TEventLine* line, long start)
-      : auto_(analysis),
-        sor_(analysis.sor),
-        levels_(analysis.sor),
-        winPulse_(levels_.Near(analysis.winPulse)),
-        winEvent_(levels_.Near(analysis.winEvent)),
-        winDead_(levels_.Near(analysis.winDead)),
-        endDb_(analysis.th.THEnd),
-        guardDb_(analysis.nf + analysis.th.NFMargin),
+  FibreEndSearch(const AnalysisSettings& settings, const TraceScale& scale, const NoiseSeen& noise,
+                 LineTable& table, TEventLine& line, long start)
+      : settings_(settings),
+        scale_(scale),
+        noise_(noise),
+        table_(table),
+        sor_(scale.sor),
+        levels_(scale.sor),
+        winPulse_(levels_.Near(scale.winPulse)),
+        winEvent_(levels_.Near(scale.winEvent)),
+        winDead_(levels_.Near(scale.winDead)),
+        endDb_(settings.th.THEnd),
+        guardDb_(scale.nf + settings.th.NFMargin),
         start_(start),
-        line_(*line) {}
+        line_(line) {}
 
   void Run() {
     SetScale();
@@ -59,7 +65,7 @@ class FibreEndSearch {
     }
     line_.P[0] = Level(start_);
     line_.L[1] = line_.L[2] = Km(end_);
-    if (auto_.lines->GetSize() > 0) DropEchoes();
+    if (table_.lines->GetSize() > 0) DropEchoes();
     MeasureLastLine();
     LookBehindNoise();
   }
@@ -70,14 +76,15 @@ class FibreEndSearch {
   double Level(long point) const { return levels_[point]; }
   double Km(long point) const { return sor_->NumToALen(point); }
   long Below(long from, double levelDb, long window, double guardDb) const {
-    return auto_.SearchStraightLess(from, static_cast<float>(levelDb), window, static_cast<float>(guardDb));
+    return SearchStraightLess(scale_, from, static_cast<float>(levelDb), window, static_cast<float>(guardDb));
   }
   // Length of a top that stands `heightDb` above a level, in the receiver's recovery.
   long RecoveryPoints(double heightDb) const {
-    return levels_.Near(TruncToLong(heightDb / 1.5 * auto_.owtRecover / stepOwt_ + 1.0));
+    return levels_.Near(TruncToLong(heightDb / 1.5 * scale_.owtRecover / stepOwt_ + 1.0));
   }
   long FindFibreBehind(long point, TEventLine& launchEvent) const {
-    return auto_.FindBegLine(point, auto_.nPoints, auto_.dbOnOwt * stepOwt_, launchEvent);
+    return FindBegLine(settings_, scale_, noise_, table_, point, scale_.nPoints, scale_.dbOnOwt * stepOwt_,
+                       launchEvent);
   }
 
   // The line ends at `point`. Its levels are those of the points themselves until it is fitted.
@@ -88,7 +95,7 @@ class FibreEndSearch {
   }
   void Append(const TEventLine& line) {
     auto copy = std::make_unique<TEventLine>(line);
-    auto_.lines->AddData(copy.get());
+    table_.lines->AddData(copy.get());
     copy.release();  // the list owns it now
   }
   void OpenLine(long point) {
@@ -98,24 +105,24 @@ class FibreEndSearch {
   }
 
   void SetScale() {
-    auto_.pEnd = auto_.nf + endDb_;
-    end_ = Below(start_, auto_.nf + endDb_, 1, 0.0);
+    table_.pEnd = scale_.nf + endDb_;
+    end_ = Below(start_, scale_.nf + endDb_, 1, 0.0);
     const long point = std::clamp(end_, 0L, std::max(levels_.points() - 2, 0L));
     stepOwt_ = sor_->NumToOwt(point + 1) - sor_->NumToOwt(point);
     stepKm_ = sor_->dOwtToLen(stepOwt_);
-    const double steepestDb = std::min(auto_.maxDbKm * stepKm_, stepOwt_ / auto_.owtRecover * 1.5 / 8.0);
+    const double steepestDb = std::min(table_.maxDbKm * stepKm_, stepOwt_ / scale_.owtRecover * 1.5 / 8.0);
     fallToEnd_ = levels_.Near(TruncToLong(endDb_ / steepestDb));
   }
 
   void StartLine() {
     window_ = winEvent_;
-    topDb_ = auto_.AveragePower(start_, winEvent_, 0);
+    topDb_ = AveragePower(scale_, start_, winEvent_, 0);
     cur_ = start_;
-    levelDb_ = auto_.AveragePower(cur_ + winEvent_, winEvent_, 0);
+    levelDb_ = AveragePower(scale_, cur_ + winEvent_, winEvent_, 0);
     slope_ = (topDb_ - levelDb_) / static_cast<double>(winEvent_);
     // The band holds for one point while the slope stands per km, so that nearly every trace starts with the
     // nominal slope; the first section measures its own.
-    const double nominal = auto_.aciNominal * stepKm_;
+    const double nominal = scale_.aciNominal * stepKm_;
     if (slope_ / stepKm_ < 0.8 * nominal || slope_ / stepKm_ > 1.5 * nominal) slope_ = nominal;
     OpenLine(start_);
   }
@@ -135,18 +142,18 @@ class FibreEndSearch {
 
   // False when the level has sunk into the noise.
   bool FindStep() {
-    levelDb_ = auto_.AveragePower(cur_ - window_, window_, 0);
+    levelDb_ = AveragePower(scale_, cur_ - window_, window_, 0);
     if (levelDb_ < guardDb_) return false;
-    window_ = auto_.SetAvgPin(levelDb_ - endDb_ / 2, endDb_ / 2, winEvent_, auto_.th.MaxPin);
-    needDb_ = auto_.RequireFault(levelDb_ - auto_.nf, window_) + 0.05;
+    window_ = SetAvgPin(scale_, levelDb_ - endDb_ / 2, endDb_ / 2, winEvent_, settings_.th.MaxPin);
+    needDb_ = RequireFault(levelDb_ - scale_.nf, window_) + 0.05;
     end_ = SearchStep(window_);
     if (end_ - start_ < 3 * window_) end_ = SearchStep(window_ / 3 + 1);
     return true;
   }
 
   long SearchStep(long window) {
-    return auto_.SearchLoss(endDb_, needDb_, cur_, auto_.nPoints, window, winPulse_, winDead_, slope_,
-                            stepDb_);
+    return SearchLoss(scale_, endDb_, needDb_, cur_, scale_.nPoints, window, winPulse_, winDead_, slope_,
+                      stepDb_);
   }
 
   // The step again, with the noise and the slope that the fibre in front of it really shows; as long as that
@@ -157,15 +164,15 @@ class FibreEndSearch {
     int round = 0;
     do {
       last = end_;
-      levelDb_ = auto_.AveragePower(end_ - window_, window_, 1);
+      levelDb_ = AveragePower(scale_, end_ - window_, window_, 1);
       if (levelDb_ < guardDb_) break;
-      needDb_ = auto_.RequireFault(levelDb_ - guardDb_ - static_cast<double>(winPulse_) * slope_, 4);
+      needDb_ = RequireFault(levelDb_ - guardDb_ - static_cast<double>(winPulse_) * slope_, 4);
       first = std::max(first, cur_);
       double noiseDb = 0.0;
-      auto_.GetPol(first, end_, noiseDb, slope_);
+      GetPol(scale_, first, end_, noiseDb, slope_);
       if (first > cur_ + window_) {
         double longerNoiseDb = 0.0, longerSlope = 0.0;
-        auto_.GetPol(first - window_, end_, longerNoiseDb, longerSlope);
+        GetPol(scale_, first - window_, end_, longerNoiseDb, longerSlope);
         if (longerSlope < slope_ || longerNoiseDb < noiseDb) {
           noiseDb = longerNoiseDb;
           slope_ = longerSlope;
@@ -178,20 +185,20 @@ class FibreEndSearch {
   }
 
   long SearchEventPin(long from, double lossDb) {
-    return RefAutoSearchEventPin(sor_, from, auto_.nPoints, window_, static_cast<float>(needDb_),
+    return RefAutoSearchEventPin(sor_, from, scale_.nPoints, window_, static_cast<float>(needDb_),
                                  static_cast<float>(lossDb), static_cast<float>(guardDb_),
                                  static_cast<float>(slope_), stepDb_);
   }
 
   // Level and slope of the section that ends at the step.
   void MeasureSection() {
-    cur_ = auto_.OtkatEnd(end_, cur_, needDb_);
+    cur_ = OtkatEnd(scale_, end_, cur_, needDb_);
     const double stepKm = Km(end_);
     const double leastSlope = kLeastSlopeDbPerKm * stepKm_;
     slope_ = std::max(slope_, leastSlope);
     const double lastTopDb = topDb_;
-    topDb_ = auto_.AveragePower(cur_ - window_, window_, 1) - static_cast<double>(window_ / 2) * slope_;
-    auto_.pEnd = topDb_;
+    topDb_ = AveragePower(scale_, cur_ - window_, window_, 1) - static_cast<double>(window_ / 2) * slope_;
+    table_.pEnd = topDb_;
     const double sectionKm = stepKm - static_cast<double>(start_ + winEvent_ / 2) * stepKm_;
     const double measured = (lastTopDb - topDb_) / sectionKm * stepKm_;
     if (measured < slope_) slope_ = measured;
@@ -201,7 +208,7 @@ class FibreEndSearch {
 
   // The point where the trace lies below the fibre by the end threshold. False when that is the step itself.
   bool FindDrop() {
-    endWindow_ = auto_.SetAvgPin(topDb_ - endDb_, endDb_ / 2, window_, auto_.th.MaxPin);
+    endWindow_ = SetAvgPin(scale_, topDb_ - endDb_, endDb_ / 2, window_, settings_.th.MaxPin);
     end_ = Below(end_, topDb_ - endDb_, endWindow_, guardDb_);
     end_ = Below(end_, topDb_ - endDb_, 1, guardDb_);
     return end_ != cur_;
@@ -209,19 +216,19 @@ class FibreEndSearch {
 
   // Between the step and the drop the trace may rise once more, by a reflection that the step hid.
   void PassHiddenReflection() {
-    const long above = auto_.SearchBackGreather(end_, topDb_);
+    const long above = SearchBackGreather(scale_, end_, topDb_);
     const long below = Below(cur_ + winPulse_ / 2, topDb_, 1, 0.0);
     if (above - below <= winEvent_ || above - below >= winPulse_ + 2 * window_) return;
-    const long foot = auto_.SearchBackLess(above - winPulse_ / 2, topDb_, below);
-    if (foot > below) cur_ = auto_.OtkatEnd(foot, below, needDb_);
+    const long foot = SearchBackLess(scale_, above - winPulse_ / 2, topDb_, below);
+    if (foot > below) cur_ = OtkatEnd(scale_, foot, below, needDb_);
   }
 
   void MeasurePeak() {
     levelDb_ =
-        std::min(auto_.AveragePower(end_, endWindow_, 0), auto_.AveragePower(end_ - window_, window_, 1));
-    lastAbove_ = auto_.SearchBackGreather(end_, topDb_);
+        std::min(AveragePower(scale_, end_, endWindow_, 0), AveragePower(scale_, end_ - window_, window_, 1));
+    lastAbove_ = SearchBackGreather(scale_, end_, topDb_);
     firstBelow_ = Below(cur_ + winPulse_, topDb_, 1, 0.0);
-    auto_.GetMaxRef(cur_, firstBelow_ - cur_ + endWindow_ / 2, &line_);
+    GetMaxRef(scale_, cur_, firstBelow_ - cur_ + endWindow_ / 2, line_);
     saturated_ = line_.peakLevel >= kStrongPeakDb ? 1 : 0;
   }
 
@@ -263,8 +270,8 @@ class FibreEndSearch {
       return Fibre::kGoesOn;
     }
 
-    levelDb_ = std::min(auto_.AveragePower(end_, endWindow_, 1),
-                        auto_.AveragePower(end_ + endWindow_, endWindow_, 1));
+    levelDb_ = std::min(AveragePower(scale_, end_, endWindow_, 1),
+                        AveragePower(scale_, end_ + endWindow_, endWindow_, 1));
     if (topDb_ - levelDb_ < endDb_ && levelDb_ >= guardDb_ && saturated_ == 0) {
       cur_ = end_;
       return Fibre::kGoesOn;
@@ -279,7 +286,7 @@ class FibreEndSearch {
 
   // Two near reflections leave a dip between them, which is an event of its own.
   void SplitAtDip() {
-    const long dip = auto_.GetLocalMinMax(cur_, lastAbove_, winEvent_, window_ / 2, 0.5F);
+    const long dip = GetLocalMinMax(scale_, cur_, lastAbove_, winEvent_, window_ / 2, 0.5F);
     if (dip == 0) return;
     CloseLine(cur_);
     TEventLine between;
@@ -288,7 +295,7 @@ class FibreEndSearch {
     between.P[0] = Level(dip - 1);
     between.P[1] = Level(dip);
     long peak = dip;
-    between.peakLevel = auto_.GetMax(dip, winEvent_, peak);
+    between.peakLevel = GetMax(scale_, dip, winEvent_, peak);
     between.peakLen = Km(peak);
     Append(between);
     OpenLine(end_);
@@ -300,8 +307,8 @@ class FibreEndSearch {
       end_ = cur_;
       return;
     }
-    end_ = auto_.OtkatMax(lastAbove_, cur_ - winPulse_, slope_);
-    if (saturated_ != 0 || topDb_ <= auto_.nf) return;
+    end_ = OtkatMax(scale_, lastAbove_, cur_ - winPulse_, slope_);
+    if (saturated_ != 0 || topDb_ <= scale_.nf) return;
     const long floor =
         RefAutoSearchStraightLess(sor_, lastAbove_, static_cast<float>(sor_->QRTParams->GetMAX()));
     long steepest = lastAbove_;
@@ -313,16 +320,16 @@ class FibreEndSearch {
   // A reflection ends the fibre at its foot.
   void PlaceReflectiveEnd() {
     const double middleDb = (topDb_ + line_.peakLevel) / 2;
-    end_ = line_.peakLevel - topDb_ > needDb_ ? auto_.SearchStraightGreather(cur_, middleDb) : cur_;
+    end_ = line_.peakLevel - topDb_ > needDb_ ? SearchStraightGreather(scale_, cur_, middleDb) : cur_;
     if (middleDb - topDb_ > needDb_ / 2) {
-      const long foot = auto_.SearchBackLess(end_, needDb_ / 2 + topDb_, end_ - winPulse_);
+      const long foot = SearchBackLess(scale_, end_, needDb_ / 2 + topDb_, end_ - winPulse_);
       if (foot > end_ - winPulse_) {
         end_ = foot;
       } else {
         while (end_ > 0 && levels_[end_ - 1] < levels_[end_]) --end_;
       }
     } else {
-      end_ = auto_.OtkatEnd(end_, cur_ - 2, needDb_);
+      end_ = OtkatEnd(scale_, end_, cur_ - 2, needDb_);
     }
     if (Level(end_ + 1) <= topDb_ - static_cast<double>(cur_ - end_ - 1) * slope_) ++end_;
   }
@@ -330,61 +337,64 @@ class FibreEndSearch {
   // Light runs to a strong reflection, back, and there once more: its echo stands at twice the distance. An
   // end found there is none; the fibre ends at the reflection.
   void DropEchoes() {
-    const double toleranceKm = (2 * (auto_.firstRefl > kStrongPeakDb ? 1 : 0) + 3) * stepKm_ + 0.003;
+    const double toleranceKm = (2 * (table_.firstRefl > kStrongPeakDb ? 1 : 0) + 3) * stepKm_ + 0.003;
     const auto atTwice = [&](const TEventLine& one, const TEventLine& echo) {
       return std::fabs(2 * one.L[1] - echo.L[1]) < toleranceKm;
     };
-    const TEventLine first = *auto_.lines->GetData(0);
+    const TEventLine first = *table_.lines->GetData(0);
     const bool near = first.L[1] < kFarthestEchoKm;
-    if (near && auto_.lines->GetSize() == 1) {
+    if (near && table_.lines->GetSize() == 1) {
       if (first.peakLevel > kStrongPeakDb && atTwice(first, line_)) {
         line_.Assign(&first);
-        auto_.lines->Clear();
+        table_.lines->Clear();
       }
-    } else if (near && auto_.lines->GetSize() == 2) {
-      const TEventLine second = *auto_.lines->GetData(1);
+    } else if (near && table_.lines->GetSize() == 2) {
+      const TEventLine second = *table_.lines->GetData(1);
       if ((first.peakLevel > kStrongPeakDb && atTwice(first, line_)) ||
           (second.peakLevel > kStrongPeakDb && atTwice(second, line_))) {
         line_.Assign(&second);
-        auto_.lines->DelData(1);
+        table_.lines->DelData(1);
       }
       if (atTwice(first, second) && levelDb_ < guardDb_ && first.peakLevel > -5.0 &&
           first.peakLevel > second.peakLevel - 0.02) {
         line_.Assign(&first);
-        auto_.lines->Clear();
+        table_.lines->Clear();
       }
     }
     end_ = TruncToLong(sor_->dLenToNum(line_.L[2]));
   }
 
   void MeasureLastLine() {
-    auto_.LossSquare(sor_, line_, winEvent_);
-    auto_.aciEnd = line_.LossKm();
-    line_.spliceLoss = line_.P[1] - auto_.AveragePower(auto_.nPoints - window_, window_, 1);
-    auto_.SetMaxDbKm(auto_.aciEnd);
-    auto_.lBeg = Km(start_);
-    auto_.lEnd = Km(end_);
-    auto_.GetMaxRef(end_, winDead_, &line_);
-    auto_.endRefl = line_.peakLevel;
+    LossSquare(sor_, line_);
+    table_.aciEnd = line_.LossKm();
+    line_.spliceLoss = line_.P[1] - AveragePower(scale_, scale_.nPoints - window_, window_, 1);
+    SetMaxDbKm(table_, table_.aciEnd);
+    table_.lBeg = Km(start_);
+    table_.lEnd = Km(end_);
+    GetMaxRef(scale_, end_, winDead_, line_);
+    table_.endRefl = line_.peakLevel;
   }
 
   // Where the fibre sinks into the noise, its end may still send a reflection out of it.
   void LookBehindNoise() {
-    levelDb_ = auto_.AveragePower(end_ - window_, window_, 1);
-    if (levelDb_ - auto_.nf > auto_.th.NFMargin) return;
-    long back = auto_.SearchStraightGreather(end_, auto_.nf + 3.0);
-    if (back >= auto_.nPoints) return;
-    back = auto_.SearchBackLess(back, auto_.nf, 0);
-    auto_.lEnd = Km(back);
-    auto_.endRefl = auto_.GetMax(back, winEvent_);
-    auto_.pEnd = levelDb_;
+    levelDb_ = AveragePower(scale_, end_ - window_, window_, 1);
+    if (levelDb_ - scale_.nf > settings_.th.NFMargin) return;
+    long back = SearchStraightGreather(scale_, end_, scale_.nf + 3.0);
+    if (back >= scale_.nPoints) return;
+    back = SearchBackLess(scale_, back, scale_.nf, 0);
+    table_.lEnd = Km(back);
+    table_.endRefl = GetMax(scale_, back, winEvent_);
+    table_.pEnd = levelDb_;
     if (back - end_ < window_) {
-      line_.L[1] = line_.L[2] = auto_.lEnd;
-      line_.peakLevel = auto_.endRefl;
+      line_.L[1] = line_.L[2] = table_.lEnd;
+      line_.peakLevel = table_.endRefl;
     }
   }
 
-  TraceAnalysis& auto_;
+  const AnalysisSettings& settings_;
+  const TraceScale& scale_;
+  const NoiseSeen& noise_;
+  LineTable& table_;
   TSorData* const sor_;
   const TraceLevels levels_;
   const long winPulse_;   // points of the pulse
@@ -414,6 +424,9 @@ class FibreEndSearch {
 
 }  // namespace
 
-void TraceAnalysis::SearchEnd(TEventLine* line, long start, double) {
-  FibreEndSearch(*this, line, start).Run();
+void SearchEnd(const AnalysisSettings& settings, const TraceScale& scale, const NoiseSeen& noise,
+               LineTable& table, TEventLine& line, long start) {
+  FibreEndSearch(settings, scale, noise, table, line, start).Run();
 }
+
+}  // namespace reflyze

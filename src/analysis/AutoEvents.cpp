@@ -1,28 +1,29 @@
+#include "src/analysis/AutoEvents.h"
+
 #include <algorithm>
 #include <cmath>
 
 #include "ref/math/ref_Math.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/AutoLevels.h"
+#include "src/analysis/AutoNumerics.h"
 #include "src/filter/AutoLimits.h"
-
-using reflyze::TraceAnalysis;
 
 // The search for the next event of a section, on the direct path. A section of fibre falls along a line; an
 // event is the first place where the trace leaves it by more than noise can explain, down for a loss and up
 // for a reflection. How much noise can explain depends on the level, the number of points averaged and the
 // scatter of the stretch itself, and all three are settled anew while the search moves on.
 
-namespace {
+namespace reflyze {
 
-using reflyze::HeldShift;
-using reflyze::HeldWindow;
+namespace {
 
 // The first event between two points.
 class EventScan {
  public:
-  EventScan(TraceAnalysis& analysis, long from, long to) : a_(analysis), from_(from), to_(to), s_(from) {}
+  EventScan(const AnalysisSettings& settings, const TraceScale& scale, long from, long to)
+      : settings_(settings), scale_(scale), from_(from), to_(to), s_(from) {}
 
   // 1 for a loss, -1 for a gain, 0 for none.
   int Run() {
@@ -53,20 +54,20 @@ class EventScan {
 
   // How far the receiver, and a credible fibre, can fall from point to point.
   void SetScale() {
-    const TSorBlockFixedParameters& base = *a_.sor->FxdParams;
+    const TSorBlockFixedParameters& base = *scale_.sor->FxdParams;
     const double pointOwt = base.GetOwtDS(base.NumToNPW(to_));
-    pointKm_ = a_.sor->dOwtToLen(pointOwt);
-    slope_ = static_cast<float>(pointOwt / a_.owtRecover * 1.5 / 8.0);
-    guardDb_ = a_.nf + a_.th.NFMargin;
+    pointKm_ = scale_.sor->dOwtToLen(pointOwt);
+    slope_ = static_cast<float>(pointOwt / scale_.owtRecover * 1.5 / 8.0);
+    guardDb_ = scale_.nf + settings_.th.NFMargin;
   }
 
   // The level behind the event that the section begins with. False when it lies in the noise.
   bool MeasureStart() {
-    const long head = from_ + a_.winEvent;
-    pin_ = std::min<long>(a_.th.MaxPin, a_.winEvent);
-    startDb_ = a_.AveragePower(from_, pin_, 0);
-    pin_ = a_.SetAvgPin(startDb_, kWindowFaultDb, a_.winEvent / 2 + 4, a_.th.MaxPin);
-    startDb_ = a_.AveragePower(head, pin_, 0);
+    const long head = from_ + scale_.winEvent;
+    pin_ = std::min<long>(settings_.th.MaxPin, scale_.winEvent);
+    startDb_ = AveragePower(scale_, from_, pin_, 0);
+    pin_ = SetAvgPin(scale_, startDb_, kWindowFaultDb, scale_.winEvent / 2 + 4, settings_.th.MaxPin);
+    startDb_ = AveragePower(scale_, head, pin_, 0);
     startMiddle_ = static_cast<double>(head) + static_cast<double>(pin_) / 2.0;
     return startDb_ >= guardDb_;
   }
@@ -75,13 +76,15 @@ class EventScan {
   // window, since an event close behind the last one would drown in a long one.
   void ChooseWindows() {
     const long lastPin = pin_;
-    hereDb_ = s_ - lastPin < from_ ? startDb_ : RefMathPower(a_.sor, a_.linf, s_ - lastPin, lastPin, 0);
+    hereDb_ =
+        s_ - lastPin < from_ ? startDb_ : RefMathPower(scale_.sor, scale_.linf, s_ - lastPin, lastPin, 0);
     hereMiddle_ = static_cast<double>(s_) - static_cast<double>(lastPin) / 2.0;
 
-    pin_ = a_.SetAvgPin(hereDb_, kWindowFaultDb, a_.winEvent / 2 + 4, a_.th.MaxPin);
+    pin_ = SetAvgPin(scale_, hereDb_, kWindowFaultDb, scale_.winEvent / 2 + 4, settings_.th.MaxPin);
     if (static_cast<double>(pin_) * slope_ < kWindowFallDb)
-      pin_ = HeldWindow(kWindowFallDb / slope_, a_.nPoints);
-    const long shortPin = a_.SetAvgPin(hereDb_, kWindowFaultDb, a_.th.MinPin, a_.th.MaxPin);
+      pin_ = HeldWindow(kWindowFallDb / slope_, scale_.nPoints);
+    const long shortPin =
+        SetAvgPin(scale_, hereDb_, kWindowFaultDb, settings_.th.MinPin, settings_.th.MaxPin);
     if (pin_ <= shortPin) first_ = false;
     stop_ = to_;
     if (first_) {
@@ -92,17 +95,17 @@ class EventScan {
 
   void ChooseLimits() {
     const double heightDb = hereDb_ - guardDb_;
-    upDb_ = a_.RequireFault(heightDb, pin_ < kLongWindowPoints ? 4 : 16);
-    downDb_ = a_.RequireFault(heightDb, 4);
-    begin_ = std::max(from_, pin_ < a_.winEvent ? s_ - pin_ - a_.winEvent : s_ - 2 * pin_);
+    upDb_ = RequireFault(heightDb, pin_ < kLongWindowPoints ? 4 : 16);
+    downDb_ = RequireFault(heightDb, 4);
+    begin_ = std::max(from_, pin_ < scale_.winEvent ? s_ - pin_ - scale_.winEvent : s_ - 2 * pin_);
   }
 
   void MeasureNoise() {
-    a_.GetPol(begin_, 2 * pin_, from_, noiseDb_, localSlope_);
+    GetPol(scale_, settings_.th.MinPin, begin_, 2 * pin_, from_, noiseDb_, localSlope_);
     if (!first_) return;
     double noiseDb = 0.0;
     double slope = 0.0;
-    a_.GetPol(begin_ - pin_, 2 * pin_, from_ - pin_, noiseDb, slope);
+    GetPol(scale_, settings_.th.MinPin, begin_ - pin_, 2 * pin_, from_ - pin_, noiseDb, slope);
     if (noiseDb < noiseDb_) {
       noiseDb_ = noiseDb;
       localSlope_ = slope;
@@ -121,7 +124,7 @@ class EventScan {
   void FindDeparture() {
     upDb_ += noiseDb_;
     downDb_ += noiseDb_;
-    if (to_ - begin_ < 2 * a_.winPulse || first_) {
+    if (to_ - begin_ < 2 * scale_.winPulse || first_) {
       upDb_ *= 2.0;
       downDb_ *= 2.0;
     }
@@ -136,10 +139,10 @@ class EventScan {
 
   void Confirm() {
     const long back = found_ - pin_ - 4;
-    const long window = std::max(a_.winEvent + a_.th.MinPin, pin_);
+    const long window = std::max(scale_.winEvent + settings_.th.MinPin, pin_);
     const double gainLimitDb = value_ < 0.0F ? 2.0 * downDb_ : downDb_;
     float gain = 0.0F;
-    const long gainAt = Search(back, found_ + window, gainLimitDb, a_.th.THEnd, gain);
+    const long gainAt = Search(back, found_ + window, gainLimitDb, settings_.th.THEnd, gain);
     const bool reflection = value_ > 0.0F ? -gain > value_ : -gain > gainLimitDb;
     if (reflection) {
       found_ = gainAt;
@@ -148,9 +151,9 @@ class EventScan {
       // A steep stretch in front makes a straight fibre look like a loss, a flat one makes the loss come
       // late: the loss is searched again along the slope that led to it.
       if (back > begin_ + pin_) {
-        const double slope =
-            (a_.sor->NumToLevel(begin_) - a_.sor->NumToLevel(back)) / static_cast<double>(back - begin_);
-        if (slope < slope_ && slope > a_.aciNominal * pointKm_) slope_ = static_cast<float>(slope);
+        const double slope = (scale_.sor->NumToLevel(begin_) - scale_.sor->NumToLevel(back)) /
+                             static_cast<double>(back - begin_);
+        if (slope < slope_ && slope > scale_.aciNominal * pointKm_) slope_ = static_cast<float>(slope);
       }
       found_ = Search(back, stop_, downDb_, upDb_ / 2.0, value_);
     }
@@ -170,7 +173,7 @@ class EventScan {
 
   int Judge() {
     pos_ = s_;
-    if (to_ - pos_ < a_.winEvent) return 0;
+    if (to_ - pos_ < scale_.winEvent) return 0;
     if (value_ >= upDb_ / 2.0) {
       RollBackLoss();
       return 1;
@@ -181,18 +184,19 @@ class EventScan {
   // From the place where the loss showed to the place where the trace begins to fall.
   void RollBackLoss() {
     const long limit = pos_ - pin_;
-    pos_ = a_.NakatMax(pos_, pos_ + pin_);
-    pos_ = a_.OtkatMax(pos_, limit, localSlope_);
-    const double faultDb = a_.RequireFault(a_.sor->NumToLevel(pos_) - guardDb_, 1);
-    pos_ = a_.OtkatEnd(pos_, limit - 1, 2.0 * faultDb);
+    pos_ = NakatMax(scale_, pos_, pos_ + pin_);
+    pos_ = OtkatMax(scale_, pos_, limit, localSlope_);
+    const double faultDb = RequireFault(scale_.sor->NumToLevel(pos_) - guardDb_, 1);
+    pos_ = OtkatEnd(scale_, pos_, limit - 1, 2.0 * faultDb);
   }
 
   long Search(long start, long stop, double downDb, double upDb, float& valueDb) {
-    return RefAutoSearchEventPin(a_.sor, start, stop, pin_, static_cast<float>(downDb),
+    return RefAutoSearchEventPin(scale_.sor, start, stop, pin_, static_cast<float>(downDb),
                                  static_cast<float>(upDb), static_cast<float>(guardDb_), slope_, valueDb);
   }
 
-  TraceAnalysis& a_;
+  const AnalysisSettings& settings_;
+  const TraceScale& scale_;
   const long from_, to_;
 
   // The trace: km of a point, the level that no search goes below, and where the section starts.
@@ -223,8 +227,8 @@ class EventScan {
 // and the trace falls as a fibre does.
 class BehindEvent {
  public:
-  BehindEvent(TraceAnalysis& analysis, const TEventLine& head, long pos)
-      : a_(analysis), head_(head), q_(pos) {}
+  BehindEvent(const AnalysisSettings& settings, const TraceScale& scale, const TEventLine& head, long pos)
+      : settings_(settings), scale_(scale), head_(head), q_(pos) {}
 
   long Find() {
     PassPulse();
@@ -238,16 +242,16 @@ class BehindEvent {
 
   void PassPulse() {
     const double behindDb = head_.P[1] - head_.spliceLoss;
-    q_ += head_.peakLevel - behindDb < kSmallPeakDb ? a_.winPulse : a_.winEvent;
-    if (head_.peakLevel >= a_.th.RefSat) q_ += a_.winEvent;
+    q_ += head_.peakLevel - behindDb < kSmallPeakDb ? scale_.winPulse : scale_.winEvent;
+    if (head_.peakLevel >= settings_.th.RefSat) q_ += scale_.winEvent;
   }
 
   // The receiver falls at a known rate, and takes twice that long until nothing of the peak is left.
   void PassRecovery() {
-    const double rateDbPerPoint = a_.dbOnOwt * (a_.sor->NumToOwt(q_ + 1) - a_.sor->NumToOwt(q_));
-    const long loss = HeldShift(2.0 * head_.spliceLoss / rateDbPerPoint + 0.5, a_.nPoints);
-    const double heightDb = head_.peakLevel - a_.AveragePower(q_ + loss, a_.winEvent, 0);
-    recovery_ = HeldShift(2.0 * heightDb / rateDbPerPoint + 0.5, a_.nPoints);
+    const double rateDbPerPoint = scale_.dbOnOwt * (scale_.sor->NumToOwt(q_ + 1) - scale_.sor->NumToOwt(q_));
+    const long loss = HeldShift(2.0 * head_.spliceLoss / rateDbPerPoint + 0.5, scale_.nPoints);
+    const double heightDb = head_.peakLevel - AveragePower(scale_, q_ + loss, scale_.winEvent, 0);
+    recovery_ = HeldShift(2.0 * heightDb / rateDbPerPoint + 0.5, scale_.nPoints);
     q_ += recovery_;
   }
 
@@ -255,29 +259,30 @@ class BehindEvent {
   // looks further than the one before it and the trace has a lowest level.
   void CountWindowsOfFall() {
     double fallPerWindowDb = 2.15;
-    behindDb_ = a_.AveragePower(q_ + windows_ * a_.winEvent, a_.winEvent, 0);
+    behindDb_ = AveragePower(scale_, q_ + windows_ * scale_.winEvent, scale_.winEvent, 0);
     if (head_.peakLevel - behindDb_ <= 2.0 * fallPerWindowDb) return;
     long needed = Windows(fallPerWindowDb);
     do {
       windows_ = needed;
-      behindDb_ = a_.AveragePower(q_ + windows_ * a_.winEvent, a_.winEvent, 0);
+      behindDb_ = AveragePower(scale_, q_ + windows_ * scale_.winEvent, scale_.winEvent, 0);
       if (head_.P[1] - behindDb_ > 2.0 * fallPerWindowDb) fallPerWindowDb = 1.5;
       needed = Windows(fallPerWindowDb);
     } while (windows_ < needed);
   }
   long Windows(double fallPerWindowDb) const {
-    return HeldShift(std::ceil((head_.peakLevel - behindDb_) / fallPerWindowDb), a_.nPoints);
+    return HeldShift(std::ceil((head_.peakLevel - behindDb_) / fallPerWindowDb), scale_.nPoints);
   }
 
   long PassFall() {
     const bool deep = head_.P[1] - behindDb_ > 5.0;
     const double slopeDbPerKm = head_.LossKm();
-    const long limit = q_ + windows_ * a_.winEvent + recovery_;
-    return a_.NakatDZ(q_, a_.winEvent / 2 + 1, limit, slopeDbPerKm * (deep ? 1.4 : 1.2),
-                      slopeDbPerKm / (deep ? 3.0 : 2.0));
+    const long limit = q_ + windows_ * scale_.winEvent + recovery_;
+    return NakatDZ(scale_, q_, scale_.winEvent / 2 + 1, limit, slopeDbPerKm * (deep ? 1.4 : 1.2),
+                   slopeDbPerKm / (deep ? 3.0 : 2.0));
   }
 
-  TraceAnalysis& a_;
+  const AnalysisSettings& settings_;
+  const TraceScale& scale_;
   const TEventLine& head_;
   long q_;                 // point reached
   long recovery_ = 0;      // points
@@ -287,36 +292,59 @@ class BehindEvent {
 
 }  // namespace
 
-int TraceAnalysis::SearchEvent(long from, long to, long& pos, float& value) {
-  EventScan scan(*this, from, to);
+int SearchEvent(const AnalysisSettings& settings, const TraceScale& scale, long from, long to, long& pos,
+                float& value) {
+  EventScan scan(settings, scale, from, to);
   const int kind = scan.Run();
   pos = scan.pos();
   value = scan.valueDb();
   return kind;
 }
 
-char TraceAnalysis::SearchEvent(TEventLine& head, TEventLine* line) {
-  const long a = reflyze::HeldPoint(sor->dLenToNum(line->L[0]), nPoints);
-  const long z = reflyze::HeldPoint(sor->dLenToNum(line->L[2]), nPoints);
-  if (z - a < th.MinPin) return '_';
+char SearchEvent(const AnalysisSettings& settings, const TraceScale& scale, TEventLine& head,
+                 TEventLine& line) {
+  const long a = HeldPoint(scale.sor->dLenToNum(line.L[0]), scale.nPoints);
+  const long z = HeldPoint(scale.sor->dLenToNum(line.L[2]), scale.nPoints);
+  if (z - a < settings.th.MinPin) return '_';
 
   long pos = 0;
   float value = 0.0F;
-  if (SearchEvent(a, z, pos, value) == 0) {
-    LossSquare(sor, *line, winPulse);
+  if (SearchEvent(settings, scale, a, z, pos, value) == 0) {
+    LossSquare(scale.sor, line);
     return '_';
   }
 
-  head.L[0] = line->L[0];
-  head.L[1] = head.L[2] = sor->NumToALen(pos);
+  head.L[0] = line.L[0];
+  head.L[1] = head.L[2] = scale.sor->NumToALen(pos);
   long peak = 0;
-  head.peakLevel = GetMax(pos, winEvent + 2, peak);
-  head.peakLen = sor->NumToALen(peak);
+  head.peakLevel = GetMax(scale, pos, scale.winEvent + 2, peak);
+  head.peakLen = scale.sor->NumToALen(peak);
   head.spliceLoss = value;
-  LossSquare(sor, head, winPulse);
+  LossSquare(scale.sor, head);
 
-  line->L[0] = sor->NumToALen(BehindEvent(*this, head, pos).Find());
-  if (line->L[0] > line->L[1]) line->L[0] = sor->NumToALen(pos + winPulse);
-  if (line->L[0] > line->L[1]) line->L[0] = sor->NumToALen(pos + 1);
+  line.L[0] = scale.sor->NumToALen(BehindEvent(settings, scale, head, pos).Find());
+  if (line.L[0] > line.L[1]) line.L[0] = scale.sor->NumToALen(pos + scale.winPulse);
+  if (line.L[0] > line.L[1]) line.L[0] = scale.sor->NumToALen(pos + 1);
   return value < 0.0F ? 'N' : 'R';
 }
+
+void SearchInsideLines(const AnalysisSettings& settings, const TraceScale& scale, LineTable& table) {
+  TOxArray<TEventLine, TEventLine*>& lines = *table.lines;
+  for (int i = 0; i < lines.GetSize(); ++i) {
+    TEventLine& rest = *lines.GetData(i);
+    TEventLine head(rest);
+    bool found = lines.GetSize() < kMostLines && SearchEvent(settings, scale, head, rest) != '_';
+    // What is left has to begin further out than it did, or the same event would be found without end.
+    if (found && !(rest.L[0] > head.L[0])) {
+      rest.L[0] = head.L[0];
+      found = false;
+    }
+    if (found) {
+      lines.InsData(new TEventLine(head), i);
+    } else {
+      LossSquare(scale.sor, rest);
+    }
+  }
+}
+
+}  // namespace reflyze

@@ -1,4 +1,4 @@
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/AutoLaunch.h"
 
 // Where the fibre proper begins.
 //
@@ -16,14 +16,12 @@
 #include "ref/math/traceLevels.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
+#include "src/analysis/AutoLevels.h"
 #include "util/convert.h"
 
-using reflyze::TraceAnalysis;
+namespace reflyze {
 
 namespace {
-
-using reflyze::TraceLevels;
-using reflyze::TruncToLong;
 
 constexpr double kSaturatedTopDb = -0.5;  // above this the receiver clips, and the top has a length
 constexpr double kReadableFloorDb = 5.0;  // a window without any signal stays this near to the level floor
@@ -43,16 +41,19 @@ struct Extremes {
 
 class FibreStartSearch {
  public:
-  FibreStartSearch(TraceAnalysis& analysis, long from, long limit, double rateDbPerPoint,
-                   TEventLine& launchEvent)
-      : auto_(analysis),
-        sor_(*analysis.sor),
-        levels_(analysis.sor),
+  FibreStartSearch(const AnalysisSettings& settings, const TraceScale& scale, const NoiseSeen& noise,
+                   LineTable& table, long from, long limit, double rateDbPerPoint, TEventLine& launchEvent)
+      : settings_(settings),
+        scale_(scale),
+        noise_(noise),
+        table_(table),
+        sor_(*scale.sor),
+        levels_(scale.sor),
         from_(from),
         limit_(limit),
         rateDbPerPoint_(rateDbPerPoint),
-        winPulse_(levels_.Near(analysis.winPulse)),
-        winDead_(levels_.Near(analysis.winDead)),
+        winPulse_(levels_.Near(scale.winPulse)),
+        winDead_(levels_.Near(scale.winDead)),
         event_(launchEvent) {}
 
   long Run() {
@@ -94,11 +95,11 @@ class FibreStartSearch {
     peak_ = from.highAt;
   }
 
-  void RaiseLowToNoise() { lowDb_ = std::max(lowDb_, auto_.nf); }
+  void RaiseLowToNoise() { lowDb_ = std::max(lowDb_, scale_.nf); }
 
   // First point below `levelDb`, or deep in the noise.
   long FallsBelow(long from, double levelDb) const {
-    return auto_.SearchStraightLess(from, static_cast<float>(levelDb), 1, 0.0F);
+    return SearchStraightLess(scale_, from, static_cast<float>(levelDb), 1, 0.0F);
   }
 
   // The highest point near the start of the search, and the levels behind it. A trace that begins before the
@@ -121,11 +122,11 @@ class FibreStartSearch {
   void LocateLaunchEdge() {
     lowestDb_ = std::max(lowestDb_, sor_.QRTParams->GetMAX());
     const double halfDb = (lowDb_ + lowestDb_) / 2;
-    start_ = auto_.SearchBackLess(peak_, halfDb, 0);
+    start_ = SearchBackLess(scale_, peak_, halfDb, 0);
     const double belowDb = Level(start_);
     const double aboveDb = Level(start_ + 1);
     const double share = belowDb == aboveDb ? 0.0 : (halfDb - belowDb) / (aboveDb - belowDb);
-    auto_.lLaunch = Km(start_) * (1 - share) + Km(start_ + 1) * share;
+    table_.lLaunch = Km(start_) * (1 - share) + Km(start_ + 1) * share;
     Take(Between(start_, start_ + winDead_));
   }
 
@@ -135,8 +136,8 @@ class FibreStartSearch {
       if (winPulse_ != 0) saturatedPulses_ = (topEnd - peak_) / winPulse_;
     }
     if (from_ == 0) {
-      auto_.firstRefl = highDb_;
-      auto_.firstReflOwt = sor_.NumToOwt(peak_);
+      table_.firstRefl = highDb_;
+      table_.firstReflOwt = sor_.NumToOwt(peak_);
     }
   }
 
@@ -174,16 +175,16 @@ class FibreStartSearch {
   // The level that the fall is heading for, and the point half-way down to it.
   void FindLowBehindPeak() {
     if (lowAt_ == peak_) Take(Between(top_ + winDead_, top_ + 2 * winDead_ + 10));
-    if (lowDb_ < auto_.nf && saturatedPulses_ > 1) {
+    if (lowDb_ < scale_.nf && saturatedPulses_ > 1) {
       // A long flat top: the window behind its front saw nothing of the fall.
       const long behindTop = (saturatedPulses_ - 1) * winPulse_ * 2 + lowAt_;
-      lowAt_ = auto_.SearchBackLess(behindTop, auto_.nf, 0) + 1;
+      lowAt_ = SearchBackLess(scale_, behindTop, scale_.nf, 0) + 1;
       Take(Between(lowAt_, lowAt_ + winDead_ + 10));
       Take(Between(peak_, peak_ + winDead_ + 10));
     }
     RaiseLowToNoise();
-    const double fibreDb = auto_.aciNominal * KmBetween(peak_, lowAt_);
-    halfWay_ = FallsBelow(peak_ + 1, (highDb_ + lowDb_ + fibreDb + auto_.noiseAmp) / 2);
+    const double fibreDb = scale_.aciNominal * KmBetween(peak_, lowAt_);
+    halfWay_ = FallsBelow(peak_ + 1, (highDb_ + lowDb_ + fibreDb + noise_.noiseAmp) / 2);
   }
 
   // Follows the fall for as long as the receiver needs from the top to the low, and on while it still falls
@@ -236,7 +237,7 @@ class FibreStartSearch {
     } else if (lowAt_ == fallEnd_ - 1) {
       begin = fallEnd_;
     } else {
-      begin = auto_.SearchBackGreather(lowAt_, lowDb_ + 0.1) + 1;
+      begin = SearchBackGreather(scale_, lowAt_, lowDb_ + 0.1) + 1;
     }
     if (Level(begin) > Level(begin + 1)) ++begin;
     return std::max(begin, from_ + winDead_);
@@ -250,10 +251,10 @@ class FibreStartSearch {
     laterPeak_ = rise.highAt;
     if (rise.lowAt - laterPeak_ < winPulse_) return;
 
-    const double leastDb = RefEventReflectionPower(auto_.sor, 0.0, auto_.th.THRef);
+    const double leastDb = RefEventReflectionPower(scale_.sor, 0.0, settings_.th.THRef);
     double heightDb = rise.highDb - lowDb_;
     long run = laterPeak_ - lowAt_;
-    long foot = auto_.SearchBackLess(laterPeak_, heightDb * 0.05 + lowDb_ + auto_.th.THLoss, 0) - 1;
+    long foot = SearchBackLess(scale_, laterPeak_, heightDb * 0.05 + lowDb_ + settings_.th.THLoss, 0) - 1;
     if (foot > lowAt_) {
       run = laterPeak_ - foot;
       lowDb_ = Level(foot);
@@ -261,7 +262,7 @@ class FibreStartSearch {
     } else {
       foot = lowAt_;
     }
-    if (!(heightDb > leastDb / 2 && heightDb > auto_.th.THLoss)) return;
+    if (!(heightDb > leastDb / 2 && heightDb > settings_.th.THLoss)) return;
     const long third = run / 3;
     const bool round =
         rise.highDb >= kClippedReflectionDb || third == 0 ||
@@ -272,7 +273,7 @@ class FibreStartSearch {
     event_.peakLen = Km(laterPeak_);
     begin = rise.lowAt;
     const Extremes slope = Between(peak_, lowAt_);
-    const long settled = FallsBelow(slope.highAt, Level(slope.lowAt) + auto_.th.THLoss);
+    const long settled = FallsBelow(slope.highAt, Level(slope.lowAt) + settings_.th.THLoss);
     event_.L[0] = Km(std::min(slope.lowAt, settled));
     event_.L[1] = event_.L[2] = Km(foot);
     event_.P[0] = event_.P[1] = lowDb_;
@@ -305,7 +306,10 @@ class FibreStartSearch {
     return begin;
   }
 
-  TraceAnalysis& auto_;
+  const AnalysisSettings& settings_;
+  const TraceScale& scale_;
+  const NoiseSeen& noise_;
+  LineTable& table_;
   const TSorData& sor_;
   const TraceLevels levels_;
   const long from_;              // point behind which to look
@@ -331,7 +335,9 @@ class FibreStartSearch {
 
 }  // namespace
 
-long TraceAnalysis::FindBegLine(long from, long limit, double rate, TEventLine& line) {
-  if (sor == nullptr) return 0;
-  return FibreStartSearch(*this, from, limit, rate, line).Run();
+long FindBegLine(const AnalysisSettings& settings, const TraceScale& scale, const NoiseSeen& noise,
+                 LineTable& table, long from, long limit, double rate, TEventLine& launchEvent) {
+  return FibreStartSearch(settings, scale, noise, table, from, limit, rate, launchEvent).Run();
 }
+
+}  // namespace reflyze

@@ -1,3 +1,5 @@
+#include "src/analysis/AutoLevels.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -6,19 +8,21 @@
 #include "ref/refAuto.h"
 #include "sor/scale/sorMath.h"
 #include "sor/sorData.h"
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/AutoNumerics.h"
 #include "src/filter/AutoLimits.h"
-
-using reflyze::TraceAnalysis;
 
 // The point-level tools of the direct search: how noisy a stretch is, where a fall begins and where it is
 // over, the extremes of a stretch, and where the trace or its running mean passes a level.
 
+namespace reflyze {
+
 // --- Noise and slope ---
 
-double TraceAnalysis::GetTypPol() { return 0.5 / std::sqrt(sor->FxdParams->GetNsPulse(0.0)) + 0.002; }
+double GetTypPol(const TraceScale& scale) {
+  return 0.5 / std::sqrt(scale.sor->FxdParams->GetNsPulse(0.0)) + 0.002;
+}
 
-int TraceAnalysis::GetPol(long a, long b, double& pol, double& slope) {
+int GetPol(const TraceScale& scale, long a, long b, double& pol, double& slope) {
   constexpr double kLeastPolDb = 0.002;
   constexpr double kMostPolDb = 0.25;
   pol = 0.0;
@@ -26,72 +30,74 @@ int TraceAnalysis::GetPol(long a, long b, double& pol, double& slope) {
   float sigmaDb = 0.0F;
   float levelAtStart = 0.0F;
   float levelAtEnd = 0.0F;
-  if (RefMathSQO(sor, a, b, sigmaDb, levelAtStart, levelAtEnd) == 0) return 0;
+  if (RefMathSQO(scale.sor, a, b, sigmaDb, levelAtStart, levelAtEnd) == 0) return 0;
 
   const double level = levelAtEnd;
   slope = (static_cast<double>(levelAtStart) - level) / static_cast<double>(b - a);
-  if (level - sigmaDb < nf + 3.0) return 1;  // the stretch sinks into the noise: its scatter tells nothing
+  if (level - sigmaDb < scale.nf + 3.0)
+    return 1;  // the stretch sinks into the noise: its scatter tells nothing
   // Two sigma up and down, with the receiver's own noise taken off above and added below.
   const double swingDb = 2.0 * sigmaDb;
-  const double receiverNoise = 2.0 * SorMathPow5(nf - 2.4);
+  const double receiverNoise = 2.0 * SorMathPow5(scale.nf - 2.4);
   const double swing = SorMathLog5(SorMathPow5(level + swingDb) - receiverNoise) -
                        SorMathLog5(SorMathPow5(level - swingDb) + receiverNoise);
   pol = std::clamp(swing, kLeastPolDb, kMostPolDb);
   return 1;
 }
 
-int TraceAnalysis::GetPol(long a, long n, long limit, double& pol, double& slope) {
+int GetPol(const TraceScale& scale, int minPin, long a, long n, long limit, double& pol, double& slope) {
   const long from = std::min(std::max(a - 4 * n, limit), (a + limit) / 2);
-  const int measured = GetPol(from, a + n, pol, slope);
+  const int measured = GetPol(scale, from, a + n, pol, slope);
   // A stretch noisier than its pulse should be may hold an event: then the part behind `a` tells more.
-  if (pol > GetTypPol() && n >= th.MinPin) {
+  if (pol > GetTypPol(scale) && n >= minPin) {
     double shorterPol = 0.0;
     double shorterSlope = 0.0;
-    if (GetPol(a, a + n, shorterPol, shorterSlope) != 0) pol = std::min(pol, shorterPol);
+    if (GetPol(scale, a, a + n, shorterPol, shorterSlope) != 0) pol = std::min(pol, shorterPol);
   }
   return measured;
 }
 
 // --- Rolling back from an event and forward behind it ---
 
-long TraceAnalysis::OtkatEnd(long end, long begin, double noise) {
+long OtkatEnd(const TraceScale& scale, long end, long begin, double noise) {
   constexpr double kStrongNoiseDb = 0.75;
-  long reach = winEvent - winPulse + 1;
+  long reach = scale.winEvent - scale.winPulse + 1;
   if (noise > kStrongNoiseDb) reach *= 2;
-  return RefAutoOtkatEnd(sor, end, std::max(begin, end - reach), noise);
+  return RefAutoOtkatEnd(scale.sor, end, std::max(begin, end - reach), noise);
 }
 
-long TraceAnalysis::OtkatMax(long from, long begin, double slope) {
+long OtkatMax(const TraceScale& scale, long from, long begin, double slope) {
   long p = from;
   for (; p > begin + 1; --p) {
     // Going back up a fall, the level grows by more than the fibre's slope until the fall's beginning is
     // reached.
-    const float ref = static_cast<float>(sor->NumToLevel(p) + 1.5 * slope);
-    if (sor->NumTofLevel(p - 1) >= ref) continue;
-    if (p <= begin + 2 || sor->NumTofLevel(p - 2) < static_cast<float>(ref + 3.0 * slope)) return p;
+    const float ref = static_cast<float>(scale.sor->NumToLevel(p) + 1.5 * slope);
+    if (scale.sor->NumTofLevel(p - 1) >= ref) continue;
+    if (p <= begin + 2 || scale.sor->NumTofLevel(p - 2) < static_cast<float>(ref + 3.0 * slope)) return p;
   }
   return p;
 }
 
-long TraceAnalysis::NakatMax(long from, long to) {
-  const float start = sor->NumTofLevel(from);
+long NakatMax(const TraceScale& scale, long from, long to) {
+  const float start = scale.sor->NumTofLevel(from);
   for (long p = from; p < to - 2; ++p) {
-    if (sor->NumTofLevel(p + 1) < start && sor->NumTofLevel(p + 2) < start) return p;
+    if (scale.sor->NumTofLevel(p + 1) < start && scale.sor->NumTofLevel(p + 2) < start) return p;
   }
   return to - 2;
 }
 
-long TraceAnalysis::NakatDZ(long from, long width, long to, double max, double min) {
-  const double lengthKm = sor->NumToALen(from + width) - sor->NumToALen(from);
+long NakatDZ(const TraceScale& scale, long from, long width, long to, double max, double min) {
+  const double lengthKm = scale.sor->NumToALen(from + width) - scale.sor->NumToALen(from);
   const double steepestDb = max * lengthKm;
   const double flattestDb = min * lengthKm;
   const long averaged = width / 10 + 1;
   // One point past the end of the trace is as far as any caller looks.
-  to = std::min(to, sor->DataPts->GetPointsNum() + width + averaged + 1);
-  double near = AveragePower(from, averaged, 0);
-  double far = AveragePower(from + width, averaged, 0);
-  const auto moveOn = [this, averaged](double mean, long p) {
-    return mean + (sor->NumToLevel(p + averaged) - sor->NumToLevel(p)) / static_cast<double>(averaged);
+  to = std::min(to, scale.sor->DataPts->GetPointsNum() + width + averaged + 1);
+  double near = AveragePower(scale, from, averaged, 0);
+  double far = AveragePower(scale, from + width, averaged, 0);
+  const auto moveOn = [&scale, averaged](double mean, long p) {
+    return mean +
+           (scale.sor->NumToLevel(p + averaged) - scale.sor->NumToLevel(p)) / static_cast<double>(averaged);
   };
   long p = from;
   for (; p < to - width - averaged; ++p) {
@@ -126,39 +132,39 @@ double ExtremeLevel(const TSorData* sor, long from, long count, long& pos, Bette
 
 }  // namespace
 
-double TraceAnalysis::GetMax(long from, long count) {
+double GetMax(const TraceScale& scale, long from, long count) {
   long pos = 0;
-  return GetMax(from, count, pos);
+  return GetMax(scale, from, count, pos);
 }
 
-double TraceAnalysis::GetMax(long from, long count, long& pos) {
-  return ExtremeLevel(sor, from, count, pos, [](double a, double b) { return a > b; });
+double GetMax(const TraceScale& scale, long from, long count, long& pos) {
+  return ExtremeLevel(scale.sor, from, count, pos, [](double a, double b) { return a > b; });
 }
 
-double TraceAnalysis::GetMin(long from, long count, long& pos) {
-  return ExtremeLevel(sor, from, count, pos, [](double a, double b) { return a < b; });
+double GetMin(const TraceScale& scale, long from, long count, long& pos) {
+  return ExtremeLevel(scale.sor, from, count, pos, [](double a, double b) { return a < b; });
 }
 
-void TraceAnalysis::GetMaxRef(long from, long count, TEventLine* line) {
+void GetMaxRef(const TraceScale& scale, long from, long count, TEventLine& line) {
   long peak = 0;
-  line->peakLevel = GetMax(from, count, peak);
-  line->peakLen = sor->NumToALen(peak);
+  line.peakLevel = GetMax(scale, from, count, peak);
+  line.peakLen = scale.sor->NumToALen(peak);
 }
 
-long TraceAnalysis::GetLocalMinMax(long a, long b, long w, long avg, float h) {
+long GetLocalMinMax(const TraceScale& scale, long a, long b, long w, long avg, float h) {
   if (b - a < 2 * w || b - a < 3 * avg) return 0;
   long firstTop = 0;
   long secondTop = 0;
   long dip = 0;
-  double first = GetMax(a, w, firstTop);
-  double second = GetMax(b - w - 1, w, secondTop);
-  double low = GetMin(firstTop, secondTop - firstTop, dip);
+  double first = GetMax(scale, a, w, firstTop);
+  double second = GetMax(scale, b - w - 1, w, secondTop);
+  double low = GetMin(scale, firstTop, secondTop - firstTop, dip);
   const auto isDip = [&] { return first - low > h && second - low > h && dip < secondTop; };
   if (!isDip()) return 0;
   if (avg > 1) {
     // Single points near the noise jump by more than any dip: means have to show it as well.
     const auto steady = [&](double& level, long point) {
-      if (level < nf + 5.0) level = AveragePower(point, avg, 1);
+      if (level < scale.nf + 5.0) level = AveragePower(scale, point, avg, 1);
     };
     steady(first, firstTop);
     steady(second, secondTop);
@@ -170,57 +176,59 @@ long TraceAnalysis::GetLocalMinMax(long a, long b, long w, long avg, float h) {
 
 // --- Where a level is passed ---
 
-long TraceAnalysis::SearchStraightGreather(long from, double level) {
-  return RefAutoSearchStraightGreather(sor, from, static_cast<float>(level));
+long SearchStraightGreather(const TraceScale& scale, long from, double level) {
+  return RefAutoSearchStraightGreather(scale.sor, from, static_cast<float>(level));
 }
 
-long TraceAnalysis::SearchBackGreather(long from, double level) {
-  return RefAutoSearchBackGreather(sor, from, static_cast<float>(level));
+long SearchBackGreather(const TraceScale& scale, long from, double level) {
+  return RefAutoSearchBackGreather(scale.sor, from, static_cast<float>(level));
 }
 
-long TraceAnalysis::SearchBackLess(long from, double level, long limit) {
-  return RefAutoSearchBackLess(sor, from, static_cast<float>(level), limit);
+long SearchBackLess(const TraceScale& scale, long from, double level, long limit) {
+  return RefAutoSearchBackLess(scale.sor, from, static_cast<float>(level), limit);
 }
 
-long TraceAnalysis::SearchStraightLess(long from, float level, long pin, float guard) {
-  if (guard >= 0.0F) guard = static_cast<float>(nf - 2.4);
+long SearchStraightLess(const TraceScale& scale, long from, float level, long pin, float guard) {
+  if (guard >= 0.0F) guard = static_cast<float>(scale.nf - 2.4);
   pin = std::max(pin, 1L);
   if (pin == 1) {
     long p = from;
-    for (; p < nPoints - 1; ++p) {
-      const float here = sor->NumTofLevel(p);
+    for (; p < scale.nPoints - 1; ++p) {
+      const float here = scale.sor->NumTofLevel(p);
       if (here < level || here < guard) break;
     }
     return p;
   }
   // Near the guard the mean of levels in dB is drawn down by the noise, and only linear power averages truly.
   // Once the trace has come that close, it stays with linear power.
-  const reflyze::LevelMean<double> means(*sor);
+  const LevelMean<double> means(*scale.sor);
   bool linear = false;
-  double mean = AveragePower(from, pin, 0);
+  double mean = AveragePower(scale, from, pin, 0);
   long p = from;
-  while (p < nPoints - pin) {
+  while (p < scale.nPoints - pin) {
     if (!linear && mean < guard + 3.0F) {
       linear = true;
-      mean = AveragePower(p, pin, 1);
+      mean = AveragePower(scale, p, pin, 1);
     }
     if (mean < level || mean < guard) break;
     ++p;
-    mean = linear ? dAveragePower(p, pin, 1, mean) : means.Moved(mean, p, pin);
+    mean = linear ? dAveragePower(scale, p, pin, 1, mean) : means.Moved(mean, p, pin);
   }
   return p;
 }
 
-long TraceAnalysis::StraightGreatherLine(long a, long b, double level, double slope, long w) {
-  const TSorBlockFixedParameters& base = *sor->FxdParams;
+long StraightGreatherLine(const TraceScale& scale, long a, long b, double level, double slope, long w) {
+  const TSorBlockFixedParameters& base = *scale.sor->FxdParams;
   const double stepDb = slope * base.OwtToLen(base.GetOwtDS(base.NumToNPW(a)));
   double dropDb = static_cast<double>(w / 2) * stepDb;
-  b = std::min(b, nPoints);
-  double mean = AveragePower(a, w, 1);
+  b = std::min(b, scale.nPoints);
+  double mean = AveragePower(scale, a, w, 1);
   for (long p = a; p < b - w; ++p) {
     if (mean > level - dropDb) return p + w / 2;
     dropDb += stepDb;
-    mean = dAveragePower(p + 1, w, 1, mean);
+    mean = dAveragePower(scale, p + 1, w, 1, mean);
   }
   return b - w;
 }
+
+}  // namespace reflyze

@@ -1,4 +1,4 @@
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/AutoLines.h"
 
 // Which part of a stretch can be trusted for a straight line.
 //
@@ -18,12 +18,9 @@
 #include "util/blockSearch.h"
 #include "util/convert.h"
 
-using reflyze::TraceAnalysis;
+namespace reflyze {
 
 namespace {
-
-using reflyze::TraceLevels;
-using reflyze::TruncToLong;
 
 constexpr double kOverNoiseDb = 3.0;          // this far above the noise floor a level can be worked with
 constexpr double kClearOfNoiseDb = 5.0;       // and here a single point is reliable
@@ -34,25 +31,27 @@ constexpr double kLongSectionKm = 5.0;        // a section so long can spare its
 
 class TrustedRange {
  public:
-  TrustedRange(TraceAnalysis& analysis, TEventLine* prev, long s, long z, long w, float slope, long after,
-               char type)
-      : auto_(analysis),
-        sor_(analysis.sor),
-        levels_(analysis.sor),
+  TrustedRange(const TraceScale& scale, const NoiseSeen& noise, const LineTable& table, TEventLine* prev,
+               long s, long z, long w, float slope, long after, char type)
+      : scale_(scale),
+        noise_(noise),
+        table_(table),
+        sor_(scale.sor),
+        levels_(scale.sor),
         prev_(prev),
         from_(levels_.Near(s)),
         to_(levels_.Near(z)),
         window_(levels_.Near(w)),
         slope_(slope),
         type_(type),
-        noiseDb_(analysis.sor->FxdParams->GetNF()),
+        noiseDb_(scale.sor->FxdParams->GetNF()),
         spliceEnd_(after < 0 ? from_ : levels_.Near(after)),
         points_(to_ - from_ - 3),
         begin_(from_),
         event_(to_),
         end_(to_) {}
 
-  TEventLine* Run() {
+  std::unique_ptr<TEventLine> Run() {
     StartBehindTail();
     const bool isTooShort = window_ > 20 && (type_ == 'S' || type_ == 'E') && !RefineEvent();
     StayBehindLast();
@@ -83,8 +82,8 @@ class TrustedRange {
   double Level(long point) const { return levels_[point]; }
   double Km(long point) const { return sor_->NumToALen(point); }
 
-  TEventLine* Line(long first, long last, float p1 = 0.0F, float p2 = 0.0F) const {
-    return auto_.CreateEventLin(prev_, first, last, event_, window_, slope_, p1, p2);
+  std::unique_ptr<TEventLine> Line(long first, long last, float p1 = 0.0F, float p2 = 0.0F) const {
+    return CreateEventLin(scale_, noise_, table_, prev_, first, last, event_, window_, slope_, p1, p2);
   }
 
   // The figures of a range of `points` points whose middle is `middle`.
@@ -100,16 +99,16 @@ class TrustedRange {
     float lowDb = levels_[from_];
     float topDb = 0.0F;
     const double searchFrom =
-        static_cast<double>(from_ - 2 * levels_.Near(auto_.winDead)) - kReferenceSpanOwt / auto_.owtDS;
+        static_cast<double>(from_ - 2 * levels_.Near(scale_.winDead)) - kReferenceSpanOwt / scale_.owtDS;
     const long peak = RefAutoGetMax(sor_, TruncToLong(searchFrom), from_, topDb, 1);
     if (peak < from_) RefAutoGetMin(sor_, peak + 1, from_, lowDb);
     if (topDb > -0.2) topDb += 1.5F;  // a clipped top was higher than it looks
     if (lowDb < noiseDb_ + kOverNoiseDb) lowDb = static_cast<float>(noiseDb_ + kOverNoiseDb);
     const float dropDb = topDb - lowDb;
 
-    const double pulseTail = std::sqrt(static_cast<double>(window_) * auto_.owtDS / kReferenceSpanOwt) *
-                             dropDb / 5.0 * kReferenceSpanOwt / auto_.owtDS;
-    const double receiverTail = dropDb * 3.0 / 2.4 / (auto_.owtRecover / auto_.owtDS);
+    const double pulseTail = std::sqrt(static_cast<double>(window_) * scale_.owtDS / kReferenceSpanOwt) *
+                             dropDb / 5.0 * kReferenceSpanOwt / scale_.owtDS;
+    const double receiverTail = dropDb * 3.0 / 2.4 / (scale_.owtRecover / scale_.owtDS);
     const long tail = std::max(levels_.Near(TruncToLong(pulseTail)), levels_.Near(TruncToLong(receiverTail)));
     const long reach = tail + window_ / 2 + peak;
     if (from_ < reach) begin_ = std::min(reach, from_ + points_ / 5);
@@ -192,7 +191,7 @@ class TrustedRange {
 
   bool IsNoise() const { return levels_[begin_] < noiseDb_ + kOverNoiseDb && levels_[event_] < noiseDb_; }
 
-  TEventLine* LineInNoise() {
+  std::unique_ptr<TEventLine> LineInNoise() {
     float p1 = 0.0F, p2 = 0.0F, error = 0.0F, halfError = 0.0F;
     const long pin = RefMathGetPinWithLsp(sor_, begin_, begin_ + points_ / 4, event_, slope_, p1, p2, error);
     const long half = (pin + event_) / 2;
@@ -204,7 +203,7 @@ class TrustedRange {
   bool TooShortToSearch() const {
     if (prev_ != nullptr) {
       // Points that the receiver needs from the peak in front.
-      const double recovery = (prev_->peakLevel - levels_[event_]) / auto_.dbOnOwt / auto_.owtDS;
+      const double recovery = (prev_->peakLevel - levels_[event_]) / scale_.dbOnOwt / scale_.owtDS;
       if (recovery + static_cast<double>(window_ / 2) > static_cast<double>(points_)) return true;
     }
     return points_ < kFewestPoints || end_ - middle_ < base_ || points_ < window_ / 2;
@@ -227,7 +226,7 @@ class TrustedRange {
   }
 
   // The far half is rougher than the near one: only what is next to the event describes the level there.
-  TEventLine* LineOfRoughEnd() {
+  std::unique_ptr<TEventLine> LineOfRoughEnd() {
     const bool clearOfPeak = prev_ == nullptr || prev_->peakLevel - levels_[begin_] > 3.0;
     if (event_ > begin_ + window_ && clearOfPeak) begin_ = event_ - window_;
     begin_ = std::min(begin_, spliceEnd_);
@@ -244,7 +243,7 @@ class TrustedRange {
     if (quiet_ < first) return;
     levels_.Over(first - base_, quiet_ + 1, [&, base = base_](auto levels) {
       const double mostDb = 1.2 * farSwingDb_;
-      quiet_ = reflyze::LastThatPasses(quiet_, first, [=](long i) {
+      quiet_ = LastThatPasses(quiet_, first, [=](long i) {
         return !(std::fabs(levels[i - base] - fibreDb - levels[i]) < mostDb);
       });
     });
@@ -256,7 +255,7 @@ class TrustedRange {
   }
 
   // The start whose slope comes nearest to the fibre's, from the quiet part backwards.
-  TEventLine* FittedLine(long late) {
+  std::unique_ptr<TEventLine> FittedLine(long late) {
     float p1 = 0.0F, p2 = 0.0F, error = 0.0F;
     long pin = RefMathGetPinWithLsp(sor_, quiet_ - base_, quiet_, end_, slope_, p1, p2, error);
     const double tolerance = std::min(static_cast<double>(base_) / static_cast<double>(window_), 1.0);
@@ -274,7 +273,7 @@ class TrustedRange {
     // A last point that stands off to the side of the slope's own error belongs to the event.
     if ((levels_[end_] > p2 && error < 0.0F) || (levels_[end_] < p2 && error > 0.0F)) --end_;
     const double tiltDb = (std::fabs(error) - 0.25) * slope_ * static_cast<double>(end_ - quiet_);
-    if (tiltDb > auto_.noiseAmp / 3.0 && spliceEnd_ - begin_ >= base_) {
+    if (tiltDb > noise_.noiseAmp / 3.0 && spliceEnd_ - begin_ >= base_) {
       // A fit over nothing has no slope.
       if (late >= end_) late = (3 * end_ + begin_) / 4 - 1;
       pin = RefMathGetPinWithLsp(sor_, begin_, late, end_, slope_, p1, p2, error);
@@ -282,7 +281,9 @@ class TrustedRange {
     return Line(std::min(pin, end_ - 1), end_, p1, p2);
   }
 
-  TraceAnalysis& auto_;
+  const TraceScale& scale_;
+  const NoiseSeen& noise_;
+  const LineTable& table_;
   TSorData* const sor_;
   const TraceLevels levels_;
   TEventLine* const prev_;  // section in front, null for the first one
@@ -310,7 +311,10 @@ class TrustedRange {
 
 }  // namespace
 
-TEventLine* TraceAnalysis::CreateEventLin2(TEventLine* prev, long s, long z, long w, float slope, long after,
-                                           char eventType) {
-  return TrustedRange(*this, prev, s, z, w, slope, after, eventType).Run();
+std::unique_ptr<TEventLine> CreateEventLin2(const TraceScale& scale, const NoiseSeen& noise,
+                                            const LineTable& table, TEventLine* prev, long s, long z, long w,
+                                            float slope, long after, char eventType) {
+  return TrustedRange(scale, noise, table, prev, s, z, w, slope, after, eventType).Run();
 }
+
+}  // namespace reflyze

@@ -1,4 +1,4 @@
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/AutoLines.h"
 
 // From a stretch of points to a section of the result: the line through it, the name of the event at its end,
 // and the loss of the event in front, which only the level behind it settles.
@@ -18,14 +18,13 @@
 #include "ref/math/traceLevels.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
+#include "src/analysis/AutoLevels.h"
+#include "src/analysis/AutoNumerics.h"
 #include "util/convert.h"
 
-using reflyze::TraceAnalysis;
+namespace reflyze {
 
 namespace {
-
-using reflyze::TraceLevels;
-using reflyze::TruncToLong;
 
 constexpr double kNearNoiseDb = 5.0;        // this near to the noise floor a single point says little
 constexpr double kTallPeakDb = 5.0;         // a peak so tall takes the receiver more than the event window
@@ -40,17 +39,19 @@ constexpr double kFarDb = 100.0;  // start of a search for the least distance
 
 class SectionBuilder {
  public:
-  SectionBuilder(TraceAnalysis& analysis, TEventLine* prev, long a, long e, long b, long w, float slope,
-                 float p1, float p2)
-      : auto_(analysis),
-        sor_(analysis.sor),
-        levels_(analysis.sor),
+  SectionBuilder(const TraceScale& scale, const NoiseSeen& noise, const LineTable& table, TEventLine* prev,
+                 long a, long e, long b, long w, float slope, float p1, float p2)
+      : scale_(scale),
+        noise_(noise),
+        table_(table),
+        sor_(scale.sor),
+        levels_(scale.sor),
         prev_(prev),
         first_(levels_.Near(a)),
         given_(levels_.Near(e)),
         event_(levels_.Near(b)),
         window_(levels_.Near(w)),
-        winPulse_(levels_.Near(analysis.winPulse)),
+        winPulse_(levels_.Near(scale.winPulse)),
         slope_(slope),
         p1_(p1),
         p2_(p2),
@@ -58,7 +59,7 @@ class SectionBuilder {
         start_(first_),
         last_(given_) {}
 
-  TEventLine* Run() {
+  std::unique_ptr<TEventLine> Run() {
     StepBackFromEvent();
     if (static_cast<double>(last_ - first_) < 1.5 * static_cast<double>(window_) + 2) FindStart();
     PlaceLine();
@@ -68,14 +69,14 @@ class SectionBuilder {
     line_->P[1] = std::max(line_->P[1], sor_->GetMinLevel());
     if (prev_ != nullptr) SettleEventInFront();
     CheckSlope();
-    return line_.release();
+    return std::move(line_);
   }
 
  private:
   double Level(long point) const { return levels_[point]; }
   double Km(long point) const { return sor_->NumToALen(point); }
   bool NoFit() const { return p1_ + p2_ >= 0.0F; }
-  double HeightOverNoise(double peakDb) const { return RefEventMinReflection(sor_, peakDb, auto_.noiseAmp); }
+  double HeightOverNoise(double peakDb) const { return RefEventMinReflection(sor_, peakDb, noise_.noiseAmp); }
   // Least height of a reflection above what noise explains: a short pulse leaves less room to see one.
   double LeastReflectionDb() const {
     return window_ < 101 ? 0.2 / std::sqrt(static_cast<double>(window_ + 1)) : 0.0;
@@ -86,11 +87,11 @@ class SectionBuilder {
   void StepBackFromEvent() {
     if (first_ > event_ || given_ != event_) return;
     const double jumpDb = Level(event_ - 1) - Level(event_);
-    if (jumpDb <= 10 * auto_.lossDS) return;
+    if (jumpDb <= 10 * scale_.lossDS) return;
     if (event_ + winPulse_ >= levels_.points()) return;
     const double riseDb = Level(event_ + winPulse_ / 2 + 1) - Level(event_);
-    const double beforeDb = std::fabs(Level(event_ - 2) - Level(event_ - 1) - auto_.lossDS);
-    if (riseDb > Level(event_) - auto_.nf && 3 * beforeDb < jumpDb) last_ = given_ - 1;
+    const double beforeDb = std::fabs(Level(event_ - 2) - Level(event_ - 1) - scale_.lossDS);
+    if (riseDb > Level(event_) - scale_.nf && 3 * beforeDb < jumpDb) last_ = given_ - 1;
   }
 
   // A short section may begin inside the tail of the peak in front of it. The receiver's recovery rate says
@@ -98,17 +99,17 @@ class SectionBuilder {
   // and noise make them.
   void FindStart() {
     const long tailEnd = PeakTailEnd();
-    if (Level(last_) - auto_.nf < kNearNoiseDb) {
+    if (Level(last_) - scale_.nf < kNearNoiseDb) {
       const int base = points_ < 40 ? 2 : 4;
       // Falls between level and twice the fibre's, and what noise adds.
-      const double steepest = 2 * auto_.lossDS + auto_.noiseAmp / base / 2;
+      const double steepest = 2 * scale_.lossDS + noise_.noiseAmp / base / 2;
       const long straight =
           RefAutoSearchStraightLoss2(sor_, first_, last_, base, static_cast<float>(steepest), 0.0F, 0);
       if (straight > 0) start_ = straight;
     }
-    const double stepDb = 10 * auto_.lossDS + auto_.noiseAmp;
+    const double stepDb = 10 * scale_.lossDS + noise_.noiseAmp;
     const auto jumps = [&](long point) {
-      return std::fabs(Level(point) - Level(point + 1) - auto_.lossDS) > stepDb;
+      return std::fabs(Level(point) - Level(point + 1) - scale_.lossDS) > stepDb;
     };
     if (tailEnd <= start_) {
       while (start_ > std::max(tailEnd, 0L) && jumps(start_ - 1)) --start_;
@@ -119,9 +120,9 @@ class SectionBuilder {
 
   // The point where the receiver has surely recovered from the peak in front, or from the launch.
   long PeakTailEnd() const {
-    long average = Level(event_) > auto_.nf + kNearNoiseDb ? 1 : points_ / 2 + 1;
+    long average = Level(event_) > scale_.nf + kNearNoiseDb ? 1 : points_ / 2 + 1;
     average = std::min(average, last_);
-    double levelDb = RefMathPower(sor_, auto_.linf, last_ - average, average + 1, 1);
+    double levelDb = RefMathPower(sor_, scale_.linf, last_ - average, average + 1, 1);
     const long origin = TruncToLong(sor_->LenToNum(0.0));
     double topDb = 0.0;
     double backPoints = 2.0;
@@ -135,8 +136,8 @@ class SectionBuilder {
       levelDb = std::min(levelDb, prev_->P[1]);
       backPoints = sor_->LenToNum(prev_->L[2]) - static_cast<double>(origin);
     }
-    levelDb = std::max(levelDb, auto_.nf);
-    const double recoveryOwt = std::fabs(2 * (topDb - levelDb)) / auto_.dbOnOwt;
+    levelDb = std::max(levelDb, scale_.nf);
+    const double recoveryOwt = std::fabs(2 * (topDb - levelDb)) / scale_.dbOnOwt;
     return TruncToLong(sor_->OwtTofNum(recoveryOwt) + backPoints + static_cast<double>(winPulse_));
   }
 
@@ -147,12 +148,12 @@ class SectionBuilder {
     line_->L[1] = Km(last_);
     line_->L[2] = Km(event_);
     long peak = event_;
-    line_->peakLevel = auto_.GetMax(event_, window_ + 2, peak);
+    line_->peakLevel = GetMax(scale_, event_, window_ + 2, peak);
     const double heightDb = line_->peakLevel - line_->P[1];
     if (heightDb > kTallPeakDb) {
       const double wider = static_cast<double>(window_ + 2) +
-                           static_cast<double>(TruncToLong(heightDb)) / (auto_.dbOnOwt * 5.0 * auto_.owtDS);
-      line_->peakLevel = auto_.GetMax(event_, levels_.Near(TruncToLong(wider)), peak);
+                           static_cast<double>(TruncToLong(heightDb)) / (scale_.dbOnOwt * 5.0 * scale_.owtDS);
+      line_->peakLevel = GetMax(scale_, event_, levels_.Near(TruncToLong(wider)), peak);
     }
     line_->peakLen = Km(peak);
     // A section that ends before this still lies in the shadow of the event in front.
@@ -164,13 +165,13 @@ class SectionBuilder {
 
   void FitLevels() {
     const float dropDb = static_cast<float>(points_) * slope_;
-    if (start_ < first_ && (NoFit() || p1_ < p2_)) auto_.LossfSquare(sor_, *line_);
+    if (start_ < first_ && (NoFit() || p1_ < p2_)) LossfSquare(sor_, *line_);
     if (line_->P[0] + line_->P[1] >= 0.0) {
       // Nothing fitted yet: the nominal slope up from the last point, unless the first one contradicts.
       line_->P[1] = Level(last_);
       line_->P[0] = line_->P[1] + dropDb;
-      if (std::fabs(Level(start_) - line_->P[0]) > auto_.noiseAmp) line_->P[0] = Level(start_);
-      if (NoFit() && (dropDb > 1.0F || points_ > 100)) auto_.LossfSquare(sor_, *line_);
+      if (std::fabs(Level(start_) - line_->P[0]) > noise_.noiseAmp) line_->P[0] = Level(start_);
+      if (NoFit() && (dropDb > 1.0F || points_ > 100)) LossfSquare(sor_, *line_);
     }
     line_->Pe() = line_->P1();
     // In the shadow of the event in front the level can't be higher than before it.
@@ -191,8 +192,8 @@ class SectionBuilder {
       points = static_cast<double>(window_ / 2 + 2);
     }
     if (prev_->Pe() < line_->P[1]) {
-      const double gainDb = line_->P[1] - prev_->Pe() + 0.2 + auto_.noiseAmp;
-      points -= 3 * gainDb / (auto_.dbOnOwt * sor_->FxdParams->GetOwtDS(0)) + 1;
+      const double gainDb = line_->P[1] - prev_->Pe() + 0.2 + noise_.noiseAmp;
+      points -= 3 * gainDb / (scale_.dbOnOwt * sor_->FxdParams->GetOwtDS(0)) + 1;
     }
     return points;
   }
@@ -202,9 +203,9 @@ class SectionBuilder {
     const double points = FreePoints();
     const long need = (window_ + 10) / 20 + 5;
     const bool apart =
-        points > static_cast<double>(need) || points * auto_.lenDS > kSectionKm ||
-        (points > static_cast<double>(need / 2 + 1) && Level(start_) - line_->P[1] < auto_.noiseAmp) ||
-        (prev_ == nullptr && auto_.pZero > line_->P[0]);
+        points > static_cast<double>(need) || points * scale_.lenDS > kSectionKm ||
+        (points > static_cast<double>(need / 2 + 1) && Level(start_) - line_->P[1] < noise_.noiseAmp) ||
+        (prev_ == nullptr && table_.pZero > line_->P[0]);
     if (!apart) {
       line_->type = heightDb > LeastReflectionDb() ? 'V' : 'S';
     } else if (line_->peakLevel < line_->Pe() + kNoPeakDb) {
@@ -229,9 +230,9 @@ class SectionBuilder {
     if (prev_->spliceLoss < 0.0 && prev_->peakLevel - line_->P[0] < 1.0) {
       // A gain explains the peak: what stood above the old level is the new one.
       prev_->type = 'N';
-      prev_->peakLevel = line_->P[0] > prev_->peakLevel - auto_.noiseAmp
+      prev_->peakLevel = line_->P[0] > prev_->peakLevel - noise_.noiseAmp
                              ? prev_->P[1]
-                             : prev_->P[1] + prev_->peakLevel - line_->P[0] - auto_.noiseAmp;
+                             : prev_->P[1] + prev_->peakLevel - line_->P[0] - noise_.noiseAmp;
     }
     if (prev_->spliceLoss < kImpossibleGainDb) {
       if (prev_->type != 'V') prev_->type = 'R';
@@ -247,9 +248,9 @@ class SectionBuilder {
   void SplitDoubledPeak() {
     const long front = levels_.Near(TruncToLong(sor_->dLenToNum(prev_->L[2])));
     long peak = front;
-    prev_->peakLevel = auto_.GetMax(front, last_ - front, peak);
+    prev_->peakLevel = GetMax(scale_, front, last_ - front, peak);
     long dip = peak;
-    const double lowDb = auto_.GetMin(peak, event_ - peak, dip);
+    const double lowDb = GetMin(scale_, peak, event_ - peak, dip);
     line_->P[0] = lowDb;
     line_->P[1] = lowDb - static_cast<float>(points_) * slope_;
     const double heightDb = prev_->peakLevel - prev_->Pe() - HeightOverNoise(prev_->peakLevel);
@@ -261,15 +262,15 @@ class SectionBuilder {
   }
 
   // Nominal slope of this fibre in dB/km.
-  double FibreSlope() const { return auto_.aciEnd > kLeastSlopeDbPerKm ? auto_.aciEnd : auto_.aciNominal; }
+  double FibreSlope() const { return table_.aciEnd > kLeastSlopeDbPerKm ? table_.aciEnd : scale_.aciNominal; }
 
   // What noise alone can tilt the section by, in dB.
   double NoiseTiltDb() const {
     const double tiltDb = RefMathAddNoise(sor_, first_, points_, 0);
-    if (auto_.spliceWidth == 0.0) return tiltDb;
+    if (noise_.spliceWidth == 0.0) return tiltDb;
     const double points = static_cast<double>(points_);
     return tiltDb +
-           (points > auto_.spliceWidth ? auto_.noiseAmp * auto_.spliceWidth / points : auto_.noiseAmp);
+           (points > noise_.spliceWidth ? noise_.noiseAmp * noise_.spliceWidth / points : noise_.noiseAmp);
   }
 
   // A slope like the fibre's is believed, and so is any other that noise could not have made.
@@ -296,7 +297,7 @@ class SectionBuilder {
     const double limitDb = fibre / 2 * (line_->L[2] - shadowKm_);
     NearestPoint nearest;
     SearchNearest(nearest, merged ? last_ : last_ - 1, [&](long point) {
-      return levels_[point] - line_->Pe() + static_cast<float>(event_ - point) * auto_.lossDS;
+      return levels_[point] - line_->Pe() + static_cast<float>(event_ - point) * scale_.lossDS;
     });
     if (nearest.distanceDb < limitDb) {
       line_->L[0] = Km(nearest.at);
@@ -326,7 +327,9 @@ class SectionBuilder {
     }
   }
 
-  TraceAnalysis& auto_;
+  const TraceScale& scale_;
+  const NoiseSeen& noise_;
+  const LineTable& table_;
   TSorData* const sor_;
   const TraceLevels levels_;
   TEventLine* const prev_;  // section in front, null for the first one
@@ -348,13 +351,16 @@ class SectionBuilder {
 
 }  // namespace
 
-TEventLine* TraceAnalysis::CreateEventLin(TEventLine* prev, long a, long e, long b, long w, float slope,
-                                          float p1, float p2) {
-  return SectionBuilder(*this, prev, a, e, b, w, slope, p1, p2).Run();
+std::unique_ptr<TEventLine> CreateEventLin(const TraceScale& scale, const NoiseSeen& noise,
+                                           const LineTable& table, TEventLine* prev, long a, long e, long b,
+                                           long w, float slope, float p1, float p2) {
+  return SectionBuilder(scale, noise, table, prev, a, e, b, w, slope, p1, p2).Run();
 }
 
-TEventLine* TraceAnalysis::AddEventLin(TEventLine* line, TEventLine* prev) {
+TEventLine* AddEventLin(LineTable& table, std::unique_ptr<TEventLine> line, TEventLine* prev) {
   if (prev != nullptr && prev->type == '_') prev->type = prev->spliceLoss > 0.0 ? 'P' : 'N';
-  lines->AddData(line);
-  return line;
+  table.lines->AddData(line.get());
+  return line.release();  // the table owns it now
 }
+
+}  // namespace reflyze

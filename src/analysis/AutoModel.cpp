@@ -1,4 +1,4 @@
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/AutoModel.h"
 
 // What the lines say, seen from the other side: the trace that they describe, and the dead zones that its
 // events leave. For hosts that draw the result or qualify an instrument.
@@ -8,28 +8,32 @@
 
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
+#include "src/analysis/AutoNumerics.h"
 #include "util/convert.h"
 
-using reflyze::TraceAnalysis;
+namespace reflyze {
 
-TSorData* TraceAnalysis::SorGenerate() {
-  if (lines->GetSize() == 0) return nullptr;
+std::unique_ptr<TSorData> SorGenerate(const TraceScale& scale, LineTable& table) {
+  TOxArray<TEventLine, TEventLine*>& lines = *table.lines;
+  const TSorData* const sor = scale.sor;
+  const double nf = scale.nf;
+  if (lines.GetSize() == 0) return nullptr;
   auto model = std::make_unique<TSorData>();
   model->Assign(*sor);
   TSorBlockDataPoints& points = *model->DataPts;
   const long last = points.GetPointsNum() - 1;
-  if (last < 0) return model.release();
-  points.SetLevel(0, firstRefl);
-  points.SetLevel(std::clamp(TruncToLong(sor->OwtTofNum(sor->GetMinOwt())), 0L, last), firstRefl);
+  if (last < 0) return model;
+  points.SetLevel(0, table.firstRefl);
+  points.SetLevel(std::clamp(TruncToLong(sor->OwtTofNum(sor->GetMinOwt())), 0L, last), table.firstRefl);
 
-  for (int i = 0; i < lines->GetSize(); ++i) {
-    TEventLine& line = *lines->GetData(i);
+  for (int i = 0; i < lines.GetSize(); ++i) {
+    TEventLine& line = *lines.GetData(i);
     const long from = std::max(TruncToLong(sor->dLenToNum(line.L[0]) + 0.5), 0L);
     long to = TruncToLong(sor->dLenToNum(line.L[2]) + 0.5);
     if (line.P[1] < nf - 0.7 && line.P[0] > nf - 0.7 && line.peakLevel < nf) {
       // The fit ran on into the noise; the fibre shows only down to it.
       line.L[2] -= (nf - line.P[1]) / line.LossKm();
-      LossSquare(sor, line, winPulse);
+      LossSquare(scale.sor, line);
     }
     if (to >= last) to = last - 1;
     for (long j = from; j <= to; ++j) {
@@ -37,14 +41,14 @@ TSorData* TraceAnalysis::SorGenerate() {
     }
     if (to + 1 >= 0) points.SetLevel(to + 1, line.peakLevel);
   }
-  return model.release();
+  return model;
 }
 
-double TraceAnalysis::CalcAttDZ(TSorData* s, double start, TEventLine* line, double delta) {
-  const double stepDb = line->Loss() / (s->dLenToNum(line->L[1]) - s->dLenToNum(line->L[0]));
+double CalcAttDZ(TSorData* s, double start, const TEventLine& line, double delta) {
+  const double stepDb = line.Loss() / (s->dLenToNum(line.L[1]) - s->dLenToNum(line.L[0]));
   const long first = TruncToLong(s->dLenToNum(start));
-  long point = TruncToLong(s->dLenToNum(line->L[0]));
-  double limitDb = line->P[0] + delta;
+  long point = TruncToLong(s->dLenToNum(line.L[0]));
+  double limitDb = line.P[0] + delta;
   double overDb = 0.0;
   for (; point > first; --point) {
     overDb = s->NumToLevel(point) - limitDb;
@@ -57,7 +61,7 @@ double TraceAnalysis::CalcAttDZ(TSorData* s, double start, TEventLine* line, dou
   return shareKm + s->NumToALen(point) - start;
 }
 
-double TraceAnalysis::CalcEvntDZ(TSorData* s, double a, double b) {
+double CalcEvntDZ(TSorData* s, double a, double b) {
   const long first = TruncToLong(s->dLenToNum(a));
   const long last = TruncToLong(s->dLenToNum(b));
   double lowDb = 0.0, highDb = 0.0;
@@ -65,3 +69,5 @@ double TraceAnalysis::CalcEvntDZ(TSorData* s, double a, double b) {
   s->DataPts->GetMinMax(&lowDb, &highDb, first, last + 1, lowAt, peak);
   return RefAutoCalcEDZ(s, peak) * s->FxdParams->LenDS();
 }
+
+}  // namespace reflyze

@@ -11,13 +11,9 @@
 #include "src/analysis/SpliceScan.h"
 #include "util/convert.h"
 
-using reflyze::TraceAnalysis;
+namespace reflyze {
 
 namespace {
-
-using reflyze::SpliceSearch;
-using reflyze::SpliceTask;
-using reflyze::TruncToLong;
 
 class NoiseSpliceScan : private SpliceSearch {
  public:
@@ -72,7 +68,7 @@ class NoiseSpliceScan : private SpliceSearch {
   }
 
   void SetFirstLimit() {
-    limitDb_ = auto_.GetFault(LevelDb(at_), window_);
+    limitDb_ = GetFault(scale_, noise_, LevelDb(at_), window_);
     if (frontFallDb_ > kTallDb) limitDb_ *= DriftFactor();
     sideLimitDb_ = limitDb_ / 2;
   }
@@ -83,13 +79,13 @@ class NoiseSpliceScan : private SpliceSearch {
   }
 
   void PassStrongSignal() {
-    while (at_ < scanEnd_ && LevelDb(at_) > auto_.nf + kNearNoiseDb) at_ += stride_;
+    while (at_ < scanEnd_ && LevelDb(at_) > scale_.nf + kNearNoiseDb) at_ += stride_;
   }
 
   // False where the noise swallows every step that could be believed.
   bool Walk() {
     for (; at_ < scanEnd_; at_ += stride_) {
-      if (LevelDb(at_) < auto_.nf - kInNoiseDb) break;
+      if (LevelDb(at_) < scale_.nf - kInNoiseDb) break;
       if (NeedsLimit() && !SetLimit()) return false;
       const double fallDb = PointFallDb(at_, at_ + fall_);
       if (std::fabs(fallDb - ownFallDb_) < sideLimitDb_ || IsSlope(fallDb)) continue;
@@ -115,14 +111,14 @@ class NoiseSpliceScan : private SpliceSearch {
     const long behind = candidate_.IsSet() ? std::max(at_ - candidate_.at, 1L) : window_;
     const double levelDb = LevelDb(at_);
     const double points = std::sqrt(static_cast<double>(window_) * static_cast<double>(behind));
-    limitDb_ = auto_.GetFault(levelDb, TruncToLong(points + 0.5));
-    if (static_cast<double>(fall_) < 2 * auto_.spliceWidth) {
-      limitDb_ += auto_.noiseAmp * auto_.spliceWidth / (static_cast<double>(fall_) + auto_.spliceWidth);
+    limitDb_ = GetFault(scale_, noise_, levelDb, TruncToLong(points + 0.5));
+    if (static_cast<double>(fall_) < 2 * noise_.spliceWidth) {
+      limitDb_ += noise_.noiseAmp * noise_.spliceWidth / (static_cast<double>(fall_) + noise_.spliceWidth);
     }
     const bool drifts = at_ - frontEvent_.end < 3L * (static_cast<long>(frontEvent_.end) - frontEvent_.peak);
     if (frontFallDb_ > kTallDb && drifts) limitDb_ *= DriftFactor();
     sideLimitDb_ = 2 * limitDb_ / 3;
-    return levelDb - limitDb_ / 2 - 0.2 >= auto_.nf - kInNoiseDb;
+    return levelDb - limitDb_ / 2 - 0.2 >= scale_.nf - kInNoiseDb;
   }
 
   // Whether the trace falls alike elsewhere: in front and behind, over half a window and a whole one, or far
@@ -146,7 +142,7 @@ class NoiseSpliceScan : private SpliceSearch {
     first = std::max(first, start_);
     end = std::min(end, end_);
     if (end <= first) return {LevelDb(first), 1.0};
-    return {RefMathPower(sor_, auto_.linf, first, end - first, 1), static_cast<double>(end - first)};
+    return {RefMathPower(sor_, scale_.linf, first, end - first, 1), static_cast<double>(end - first)};
   }
 
   // The largest step around the point: half from the fall itself, half from the means on both sides, and
@@ -223,7 +219,7 @@ class NoiseSpliceScan : private SpliceSearch {
 
   long Report() {
     long begin = candidate_.at;
-    while (auto_.linf != nullptr && begin > start_ && auto_.linf[begin - 1] > auto_.linf[begin]) --begin;
+    while (scale_.linf != nullptr && begin > start_ && scale_.linf[begin - 1] > scale_.linf[begin]) --begin;
     lossDb_ = static_cast<float>(candidate_.lossDb);
     find_.begin = find_.peak = Held(begin);
     find_.rise = find_.end = Held(begin + fall_);
@@ -253,7 +249,6 @@ class NoiseSpliceScan : private SpliceSearch {
 
 }  // namespace
 
-long TraceAnalysis::SearchNoiseSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
-                                       AutoFilterResultData* result) {
-  return NoiseSpliceScan({*this, s, z, stepD, e, thr, out, *result}).Run();
-}
+long SearchNoiseSplices(const SpliceTask& task) { return NoiseSpliceScan(task).Run(); }
+
+}  // namespace reflyze

@@ -1,3 +1,5 @@
+#include "src/analysis/AutoNumerics.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -5,18 +7,17 @@
 #include "ref/math/ref_Math.h"
 #include "ref/math/sectionFits.h"
 #include "sor/sorData.h"
-#include "src/analysis/TraceAnalysis.h"
 #include "src/filter/AutoLimits.h"
 #include "util/convert.h"
 #include "util/elementary.h"
-
-using reflyze::TraceAnalysis;
 
 // What can be told from noise. Levels are on the one-way scale, so a step of x dB is a power ratio of 10^(x /
 // 5), and noise that stands at a level of 0 dB adds a relative error of 10^(-h / 5) to a signal h dB above
 // it. From that follow the smallest credible step at a height, and the number of points to average for a
 // given step: every mean over n points makes the noise smaller by the square root of n, which is 2.5 log10(n)
 // dB on this scale.
+
+namespace reflyze {
 
 namespace {
 
@@ -29,41 +30,41 @@ constexpr double kMostPoints = 32767.0;     // longest window that is ever asked
 double AtLeastFaultDb(double faultDb) { return faultDb <= 0.0 ? kLeastFaultDb : faultDb; }
 
 // One-way time of a place in km, in whole units.
-long WholeOwt(const TSorData* sor, double km) { return reflyze::TruncToInt(sor->dLenToOwt(km)); }
+long WholeOwt(const TSorData* sor, double km) { return TruncToInt(sor->dLenToOwt(km)); }
 
 }  // namespace
 
-double TraceAnalysis::powDb(double x) {
-  return elementary::Exp10((x > kHighestPowerDb ? kHighestPowerDb : x) / 5.0);
-}
+double powDb(double x) { return elementary::Exp10((x > kHighestPowerDb ? kHighestPowerDb : x) / 5.0); }
 
-double TraceAnalysis::DbFault(double level, double fault) {
+double DbFault(double level, double fault) {
   return 5.0 * elementary::Log10(powDb(level) / (powDb(AtLeastFaultDb(fault)) - 1.0));
 }
 
-double TraceAnalysis::RequirePower(double fault, long pts) {
+double RequirePower(double fault, long pts) {
   return -5.0 * elementary::Log10(powDb(AtLeastFaultDb(fault)) - 1.0) -
          2.5 * elementary::Log10(static_cast<double>(pts)) + kNoiseMarginDb;
 }
 
-long TraceAnalysis::RequireAvgPin(double level, double fault) {
+long RequireAvgPin(double level, double fault) {
   double points = elementary::Exp10((RequirePower(fault, 1) - level) / 2.5);
   if (points > kMostPoints) points = kMostPoints;
-  return reflyze::TruncToLong(points + 0.999);
+  return TruncToLong(points + 0.999);
 }
 
-double TraceAnalysis::RequireFault(double level, long pts) {
+double RequireFault(double level, long pts) {
   const double averaged = static_cast<double>(std::max(pts, 1L));
   const double noiseToSignal = powDb(-(level - kNoiseMarginDb)) / std::sqrt(averaged);
   const double faultDb = 5.0 * elementary::Log10(noiseToSignal + 1.0) + 0.002;
   return faultDb < kLeastCredibleDb ? kLeastCredibleDb : faultDb;
 }
 
-double TraceAnalysis::GetFault(double level, long pts) { return noiseAmp + RequireFault(level - nf, pts); }
+double GetFault(const TraceScale& scale, const NoiseSeen& noise, double level, long pts) {
+  return noise.noiseAmp + RequireFault(level - scale.nf, pts);
+}
 
-long TraceAnalysis::SetAvgPin(double level, double fault, long minPin, long maxPin) {
+long SetAvgPin(const TraceScale& scale, double level, double fault, long minPin, long maxPin) {
   constexpr long kFullGrowthPoints = 20;
-  long points = RequireAvgPin(level - nf, fault);
+  long points = RequireAvgPin(level - scale.nf, fault);
   // Long windows smear the events they look for, so that they grow only half as fast as the noise demands.
   if (points > kFullGrowthPoints) points = (points - kFullGrowthPoints) / 2 + kFullGrowthPoints;
   if (points < minPin) points = minPin;
@@ -71,64 +72,67 @@ long TraceAnalysis::SetAvgPin(double level, double fault, long minPin, long maxP
   return points;
 }
 
-double TraceAnalysis::AveragePower(long first, long count, int mode) {
-  return RefMathPower(sor, first, count, mode);
+double AveragePower(const TraceScale& scale, long first, long count, int mode) {
+  return RefMathPower(scale.sor, first, count, mode);
 }
 
-double TraceAnalysis::AveragePower(TSorData* s, double owt, double dOwt, int mode) {
-  const long first = reflyze::TruncToInt(s->OwtTofNum(owt));
-  const long count = reflyze::TruncToInt(s->OwtTofNum(owt + dOwt) - static_cast<double>(first) + 0.5);
+double AveragePower(TSorData* s, double owt, double dOwt, int mode) {
+  const long first = TruncToInt(s->OwtTofNum(owt));
+  const long count = TruncToInt(s->OwtTofNum(owt + dOwt) - static_cast<double>(first) + 0.5);
   return RefMathPower(s, first, count, mode);
 }
 
-double TraceAnalysis::dAveragePower(long first, long count, int mode, double prev) {
-  const TSorBlockQRTParameters& scale = *sor->QRTParams;
+double dAveragePower(const TraceScale& scale, long first, long count, int mode, double prev) {
+  const TSorData& sor = *scale.sor;
+  const TSorBlockQRTParameters& units = *sor.QRTParams;
   const long entering = first + count - 1;
   const long leaving = first - 1;
   const double points = static_cast<double>(count);
-  if (mode == 0) return reflyze::LevelMean<double>(*sor).Moved(prev, first, count);
-  const double change = (sor->NumToLinLevel(entering) - sor->NumToLinLevel(leaving)) / points;
-  return scale.NLogToLog(scale.LinToLog5(change + scale.Log5ToLin(prev, 1)));
+  if (mode == 0) return LevelMean<double>(sor).Moved(prev, first, count);
+  const double change = (sor.NumToLinLevel(entering) - sor.NumToLinLevel(leaving)) / points;
+  return units.NLogToLog(units.LinToLog5(change + units.Log5ToLin(prev, 1)));
 }
 
-float TraceAnalysis::dAveragePower(float* lin, long first, long count, int mode, float prev) {
-  const TSorBlockQRTParameters& scale = *sor->QRTParams;
+float dAveragePower(const TraceScale& scale, float* lin, long first, long count, int mode, float prev) {
+  const TSorData& sor = *scale.sor;
+  const TSorBlockQRTParameters& units = *sor.QRTParams;
   const long entering = first + count - 1;
   const long leaving = first - 1;
   const float points = static_cast<float>(count);
-  if (mode == 0) return reflyze::LevelMean<float>(*sor).Moved(prev, first, count);
+  if (mode == 0) return LevelMean<float>(sor).Moved(prev, first, count);
   // The array ends where the trace does; outside it, the levels still have an answer.
-  const long traceEnd = sor->DataPts->GetPointsNum();
+  const long traceEnd = sor.DataPts->GetPointsNum();
   const bool inside = std::min(leaving, entering) >= 0 && std::max(leaving, entering) < traceEnd;
-  if (lin == nullptr || !inside) return static_cast<float>(dAveragePower(first, count, mode, prev));
+  if (lin == nullptr || !inside) return static_cast<float>(dAveragePower(scale, first, count, mode, prev));
   const float change = (lin[entering] - lin[leaving]) / points;
-  return scale.NLogToLog(scale.LinToLog5(change + scale.Log5ToLin(prev, 1)));
+  return units.NLogToLog(units.LinToLog5(change + units.Log5ToLin(prev, 1)));
 }
 
-double TraceAnalysis::LossPin(long a, long b, long pin, int mode) {
+double LossPin(const TraceScale& scale, long a, long b, long pin, int mode) {
   const long distance = b - a - pin;  // from the middle of one window to that of the other
   if (pin >= distance) return 0.0;
-  return (AveragePower(a, pin, mode) - AveragePower(b - pin, pin, mode)) / static_cast<double>(distance);
+  return (AveragePower(scale, a, pin, mode) - AveragePower(scale, b - pin, pin, mode)) /
+         static_cast<double>(distance);
 }
 
-void TraceAnalysis::LossSquare(TSorData* s, TEventLine& line, long) {
-  reflyze::SectionFits fits(*s);
+void LossSquare(TSorData* s, TEventLine& line) {
+  SectionFits fits(*s);
   LossSquare(fits, line);
 }
 
-void TraceAnalysis::LossSquare(reflyze::SectionFits& fits, TEventLine& line) {
+void LossSquare(SectionFits& fits, TEventLine& line) {
   const auto a = static_cast<double>(WholeOwt(&fits.trace(), line.L[0]));
   const auto b = static_cast<double>(WholeOwt(&fits.trace(), line.L[1]));
   if (!(b > a + 1.0)) return;
-  const reflyze::SectionFits::Line fit = fits.Of(a, b);
+  const SectionFits::Line fit = fits.Of(a, b);
   line.P[0] = fit.LevelAt(a);
   line.P[1] = fit.LevelAt(b);
 }
 
-void TraceAnalysis::LossfSquare(TSorData* s, TEventLine& line) {
+void LossfSquare(TSorData* s, TEventLine& line) {
   const long tracePoints = s->DataPts->GetPointsNum();
-  const long a = reflyze::HeldPoint(s->dLenToNum(line.L[0]), tracePoints);
-  const long b = reflyze::HeldPoint(s->dLenToNum(line.L[1]), tracePoints);
+  const long a = HeldPoint(s->dLenToNum(line.L[0]), tracePoints);
+  const long b = HeldPoint(s->dLenToNum(line.L[1]), tracePoints);
   if (b <= a + 1) return;
   float levelAtStart = 0.0F;
   float levelAtEnd = 0.0F;
@@ -137,21 +141,20 @@ void TraceAnalysis::LossfSquare(TSorData* s, TEventLine& line) {
   line.P[1] = levelAtEnd;
 }
 
-long TraceAnalysis::LossSquareTest(TEventLine& line, long width) {
-  const double owt0 = sor->dLenToOwt(line.L[0]);
-  const double owt1 = sor->dLenToOwt(line.L[1]);
-  RefMathLSL2(sor, owt0, owt1, line.P[0], line.P[1]);
+long LossSquareTest(TSorData* s, TEventLine& line, long width, long margin) {
+  const double owt0 = s->dLenToOwt(line.L[0]);
+  const double owt1 = s->dLenToOwt(line.L[1]);
+  RefMathLSL2(s, owt0, owt1, line.P[0], line.P[1]);
   const double slopeDbPerOwt = (line.P[1] - line.P[0]) / (owt1 - owt0);
 
-  const long traceEnd = sor->DataPts->GetPointsNum();
-  const long first = reflyze::TruncToInt(sor->OwtTofNum(owt0)) + th.MinPin;
-  const long end =
-      std::min<long>(reflyze::TruncToInt(sor->OwtTofNum(owt1) + 0.5), traceEnd) - width - th.MinPin;
+  const long traceEnd = s->DataPts->GetPointsNum();
+  const long first = TruncToInt(s->OwtTofNum(owt0)) + margin;
+  const long end = std::min<long>(TruncToInt(s->OwtTofNum(owt1) + 0.5), traceEnd) - width - margin;
   double highestDb = 0.0;
   long at = 0;
   for (long k = first; k <= end; ++k) {
-    const double middleOwt = (sor->NumToOwt(k) + sor->NumToOwt(k + width)) / 2.0;
-    const double heightDb = AveragePower(k, width, 0) - (line.P[0] + slopeDbPerOwt * (middleOwt - owt0));
+    const double middleOwt = (s->NumToOwt(k) + s->NumToOwt(k + width)) / 2.0;
+    const double heightDb = RefMathPower(s, k, width, 0) - (line.P[0] + slopeDbPerOwt * (middleOwt - owt0));
     if (heightDb > highestDb) {
       highestDb = heightDb;
       at = k;
@@ -160,3 +163,5 @@ long TraceAnalysis::LossSquareTest(TEventLine& line, long width) {
   line.peakLevel = highestDb;
   return at;
 }
+
+}  // namespace reflyze

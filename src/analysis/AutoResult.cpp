@@ -1,4 +1,4 @@
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/AutoResult.h"
 
 // From lines to the record's event table: the launch, then one event for each line, with the markers of the
 // sections on both sides of it. All positions in the table are one-way times, truncated to whole units.
@@ -17,11 +17,9 @@
 #include "sor/sorData.h"
 #include "util/convert.h"
 
-using reflyze::TraceAnalysis;
+namespace reflyze {
 
 namespace {
-
-using reflyze::TruncToInt;
 
 constexpr double kLaunchMarginOwt = 250.0;  // 25 ns one way: what the launch marker keeps from the fibre
 constexpr double kLaunchPeakDb = 0.1;       // a launch peak higher than this above the fibre is a reflection
@@ -41,33 +39,36 @@ bool HasBothSections(const TSorBlockKeyEvents1E& event) {
 
 class EventTableWriter {
  public:
-  EventTableWriter(TraceAnalysis& analysis, reflyze::SectionFits& fits)
-      : auto_(analysis),
+  EventTableWriter(const AnalysisSettings& settings, const TraceScale& scale, const NoiseSeen& noise,
+                   const LineTable& lines, SectionFits& fits)
+      : settings_(settings),
+        noise_(noise),
+        found_(lines),
         fits_(fits),
-        sor_(*analysis.sor),
-        table_(*analysis.sor->KeyEvents),
-        pulseOwt_(analysis.sor->FxdParams->GetOwtPulse(0)) {}
+        sor_(*scale.sor),
+        table_(*scale.sor->KeyEvents),
+        pulseOwt_(scale.sor->FxdParams->GetOwtPulse(0)) {}
 
   void Run() {
     table_.events->Clear();
     table_.TNKE = 0;
     AddLaunch();
-    const int lines = auto_.lines->GetSize();
+    const int lines = found_.lines->GetSize();
     for (int i = 0; i < lines; ++i) {
       // A list too long for the table loses events before its last one.
       if (i + 1 == lines || table_.TNKE + 1 < kMostEvents) AddLine(i);
     }
-    auto_.ArrangeShortEventsMarkers();
+    ArrangeShortEventsMarkers(sor_);
     SetEndToEndLoss();
-    sor_.FxdParams->SetLT(auto_.th.THLoss);
-    sor_.FxdParams->SetRT(auto_.th.THRef);
-    sor_.FxdParams->SetET(auto_.th.THEnd);
-    sor_.QRTParams->SetCT(auto_.th.dBkm);
+    sor_.FxdParams->SetLT(settings_.th.THLoss);
+    sor_.FxdParams->SetRT(settings_.th.THRef);
+    sor_.FxdParams->SetET(settings_.th.THEnd);
+    sor_.QRTParams->SetCT(settings_.th.dBkm);
   }
 
  private:
   int Owt(double km) const { return TruncToInt(sor_.dLenToOwt(km)); }
-  const TEventLine& Line(int i) const { return *auto_.lines->GetData(i); }
+  const TEventLine& Line(int i) const { return *found_.lines->GetData(i); }
   // Loss to a one-way time from the top of the scale.
   double LossTo(int owt) const { return -sor_.OwtToLevel(owt, 1); }
 
@@ -90,7 +91,7 @@ class EventTableWriter {
     if (offset < 0) {
       // The trace starts in front of the launch: in the fibre inside the instrument, if it has one.
       const int inside = sor_.QRTParams->IntFiber;
-      const double startOwt = inside != 0 ? -static_cast<double>(inside) : sor_.LenToOwt(auto_.lLaunch);
+      const double startOwt = inside != 0 ? -static_cast<double>(inside) : sor_.LenToOwt(found_.lLaunch);
       event->EPT = 0;
       event->ML0 = std::min(TruncToInt(startOwt + pulseOwt_ + kLaunchMarginOwt), 0);
     } else {
@@ -100,14 +101,14 @@ class EventTableWriter {
     event->ML1 = event->EPT;
     event->ML2 = Owt(first.L[0]);
     event->ML3 = Owt(first.L[1]);
-    event->ML4 = TruncToInt(auto_.firstReflOwt);
+    event->ML4 = TruncToInt(found_.firstReflOwt);
 
     // Within the first pulse the backscatter is still building up: it stands lower than the line extended.
     const double pulseKm = sor_.dOwtToLen(pulseOwt_);
     const double missingDb = first.L[0] < pulseKm ? first.LossKm() * pulseKm : 0.0;
-    const bool reflection = auto_.firstRefl - auto_.pZero - missingDb > kLaunchPeakDb;
-    auto_.SetReflection(event.get(), auto_.firstRefl, auto_.pZero - missingDb, reflection ? 'R' : 'S',
-                        nullptr);
+    const bool reflection = found_.firstRefl - found_.pZero - missingDb > kLaunchPeakDb;
+    SetReflection(settings_, noise_.noiseAmp, *event, found_.firstRefl, found_.pZero - missingDb,
+                  reflection ? 'R' : 'S', &sor_);
     event->EC += "F9999";
     if (HasBothSections(*event)) event->LMT = "LS";
     Add(std::move(event));
@@ -122,14 +123,15 @@ class EventTableWriter {
     event->EPT = Owt(line.L[2]);
     event->SetACI(line.LossKm());
     event->SetEL(line.spliceLoss);
-    const bool last = i + 1 == auto_.lines->GetSize();
+    const bool last = i + 1 == found_.lines->GetSize();
     if (last) {
       TakePulseBehind(*event);
     } else {
       TakeSectionBehind(*event, line, Line(i + 1));
     }
-    auto_.SetReflection(event.get(), line.peakLevel, last ? line.P1() : line.P[1], line.type, nullptr);
-    event->EC += !last ? "F" : line.spliceLoss >= auto_.th.THEnd ? "E" : "O";
+    SetReflection(settings_, noise_.noiseAmp, *event, line.peakLevel, last ? line.P1() : line.P[1], line.type,
+                  &sor_);
+    event->EC += !last ? "F" : line.spliceLoss >= settings_.th.THEnd ? "E" : "O";
     event->EC += "9999";
     Add(std::move(event));
   }
@@ -161,9 +163,9 @@ class EventTableWriter {
       SetLossFromLaunchFibre();
       return;
     }
-    table_.SetEEL(auto_.lossTotal);
+    table_.SetEEL(found_.lossTotal);
     table_.ELMP1 = TruncToInt(sor_.NumToOwt(0));
-    table_.ELMP2 = Owt(auto_.lEnd);
+    table_.ELMP2 = Owt(found_.lEnd);
   }
 
   // With a fibre inside the instrument the level at its outlet can be read from the trace.
@@ -171,7 +173,7 @@ class EventTableWriter {
     const TSorBlockKeyEvents1E& first = table_.EventAt(0);
     const TSorBlockKeyEvents1E& last = table_.EventAt(table_.TNKE - 1);
     const TSorBlockKeyEvents1E& main =
-        table_.EventAt(RefEventGetMainEventOfMergedGroup(auto_.sor, table_.TNKE - 1));
+        table_.EventAt(RefEventGetMainEventOfMergedGroup(&sor_, table_.TNKE - 1));
     const double sectionEndDb = LossTo(last.ML1);
     const double mainDb = LossTo(main.EPT);
     double endDb = LossTo(last.EPT);
@@ -183,7 +185,7 @@ class EventTableWriter {
     }
     if (sor_.dOwtToLen(static_cast<double>(last.ML1) - last.ML0) > kShortestFitKm) {
       double slope = 0.0, intercept = 0.0;
-      RefMathLSL(auto_.sor, last.ML0, last.ML1, slope, intercept, 1.0);
+      RefMathLSL(&sor_, last.ML0, last.ML1, slope, intercept, 1.0);
       endDb = -(slope * last.EPT + intercept);
     }
     table_.SetEEL(endDb - LossTo(first.EPT));
@@ -191,61 +193,55 @@ class EventTableWriter {
     table_.ELMP2 = endOwt;
   }
 
-  TraceAnalysis& auto_;
-  reflyze::SectionFits& fits_;
-  const TSorData& sor_;
+  const AnalysisSettings& settings_;
+  const NoiseSeen& noise_;
+  const LineTable& found_;
+  SectionFits& fits_;
+  TSorData& sor_;
   TSorBlockKeyEvents& table_;
   const double pulseOwt_;
 };
 
 }  // namespace
 
-bool TraceAnalysis::WriteEventTable(reflyze::SectionFits& fits) {
-  if (lines->GetSize() == 0) return false;
-  EventTableWriter(*this, fits).Run();
+bool WriteEventTable(const AnalysisSettings& settings, const TraceScale& scale, const NoiseSeen& noise,
+                     const LineTable& table, SectionFits& fits) {
+  if (table.lines->GetSize() == 0) return false;
+  EventTableWriter(settings, scale, noise, table, fits).Run();
   return true;
 }
 
-int TraceAnalysis::AddSorEvent() {
-  reflyze::SectionFits fits(*sor);
-  if (!WriteEventTable(fits)) return 0;
-  RefEventSetORL(sor);
-  return sor->QRTParams->CT;
-}
-
-void TraceAnalysis::SetReflection(TSorBlockKeyEvents1E* rec, double peak, double base, char eventType,
-                                  TSorData* s) {
-  if (s == nullptr) s = sor;
-  if (s == nullptr) return;
+void SetReflection(const AnalysisSettings& settings, double noiseAmp, TSorBlockKeyEvents1E& event,
+                   double peak, double base, char eventType, TSorData* s) {
   const double heightDb = peak - base;
-  rec->SetER(RefEventReflection(s, rec->EPT, heightDb));
-  const bool saturated = peak >= th.RefSat;
+  event.SetER(RefEventReflection(s, event.EPT, heightDb));
+  const bool saturated = peak >= settings.th.RefSat;
   switch (eventType) {
     case '=':
       break;
     case 'N':
     case 'P':
-      rec->EC = "0";
+      event.EC = "0";
       break;
     case 'S':
-      rec->EC = "0";
-      rec->CMT = "Splice value is not accurate";
+      event.EC = "0";
+      event.CMT = "Splice value is not accurate";
       break;
     case 'V':
-      rec->EC = saturated ? "D" : "d";
-      rec->CMT = "Possibly doubled reflection";
+      event.EC = saturated ? "D" : "d";
+      event.CMT = "Possibly doubled reflection";
       break;
     case 'R':
-      rec->EC = saturated ? "2" : "1";
+      event.EC = saturated ? "2" : "1";
       break;
     default:
       // No letter yet: a peak that noise can't explain is a reflection.
-      rec->EC = heightDb < RefEventMinReflection(s, peak, noiseAmp) ? "0" : saturated ? "2" : "1";
+      event.EC = heightDb < RefEventMinReflection(s, peak, noiseAmp) ? "0" : saturated ? "2" : "1";
   }
 }
 
-void TraceAnalysis::ArrangeShortEventsMarkers() {
-  TSorBlockKeyEvents& table = *sor->KeyEvents;
+void ArrangeShortEventsMarkers(TSorData& sor) {
+  TSorBlockKeyEvents& table = *sor.KeyEvents;
   const int count = table.ListedEvents();
   if (count <= 2) return;
   const TSorBlockKeyEvents1E* main = nullptr;
@@ -265,10 +261,12 @@ void TraceAnalysis::ArrangeShortEventsMarkers() {
     int after = i + 1;
     while (after < count && IsDoubled(table.EventAt(after))) ++after;
     if (after == count) {
-      event.ML2 = event.ML3 = TruncToInt(sor->GetMaxOwt());
+      event.ML2 = event.ML3 = TruncToInt(sor.GetMaxOwt());
     } else {
       event.ML2 = table.EventAt(after).ML0;
       event.ML3 = table.EventAt(after).ML1;
     }
   }
 }
+
+}  // namespace reflyze

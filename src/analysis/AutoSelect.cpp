@@ -1,4 +1,4 @@
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/AutoSelect.h"
 
 // Which events stay. The searches find more than an engineer wants to read: weak steps, ripples, splices that
 // are two samples of the same one. An event stays when its loss or its reflectance passes the thresholds and
@@ -12,12 +12,11 @@
 #include "ref/math/ref_Math.h"
 #include "ref/math/sectionFits.h"
 #include "sor/sorData.h"
+#include "src/analysis/AutoNumerics.h"
 #include "util/convert.h"
 #include "util/elementary.h"
 
-using reflyze::TraceAnalysis;
-
-namespace elementary = reflyze::elementary;
+namespace reflyze {
 
 namespace {
 
@@ -41,15 +40,18 @@ bool IsMerged(const TEventLine& line) { return line.type == 'S' || line.type == 
 
 class EventSelection {
  public:
-  EventSelection(TraceAnalysis& analysis, double leastLossDb)
-      : auto_(analysis),
-        sor_(analysis.sor),
-        lines_(*analysis.lines),
+  EventSelection(const AnalysisSettings& settings, const TraceScale& scale, LineTable& table,
+                 double leastLossDb)
+      : settings_(settings),
+        scale_(scale),
+        table_(table),
+        sor_(scale.sor),
+        lines_(*table.lines),
         leastLossDb_(leastLossDb),
-        fits_(*analysis.sor) {}
+        fits_(*scale.sor) {}
 
   void Run() {
-    auto_.SetLinesSplice();
+    SetLinesSplice(scale_, table_);
     const double stopDropDb = StopDropDb();
     int i = 0;
     while (i < lines_.GetSize() - 1) {
@@ -61,7 +63,7 @@ class EventSelection {
       }
       if (WhyDrop(before, behind) == Reason::kNone) {
         // A section long enough to be measured tells how steep this fibre is.
-        if (auto_.aciNominal * before.Length() > leastLossDb_) auto_.SetMaxDbKm(before.LossKm());
+        if (scale_.aciNominal * before.Length() > leastLossDb_) SetMaxDbKm(table_, before.LossKm());
         ++i;
       } else {
         Drop(i);
@@ -81,19 +83,19 @@ class EventSelection {
     return 10 * elementary::Log10(outputs) + 3.0;
   }
 
-  double FarDb(const TEventLine& behind) const { return std::max(behind.P[0], auto_.nf - 5.0); }
+  double FarDb(const TEventLine& behind) const { return std::max(behind.P[0], scale_.nf - 5.0); }
 
   bool EndsFibre(const TEventLine& before, const TEventLine& behind, double stopDropDb) const {
-    return before.L[2] - before.L[0] >= auto_.th.MinLine && before.spliceLoss > auto_.th.THEnd &&
+    return before.L[2] - before.L[0] >= settings_.th.MinLine && before.spliceLoss > settings_.th.THEnd &&
            !IsMerged(before) && before.P[1] - FarDb(behind) > stopDropDb;
   }
 
   void CutBehind(int i) {
     const TEventLine& last = *lines_.GetData(i);
     lines_.SetSize(i + 1);
-    auto_.lEnd = last.L[2];
-    auto_.endRefl = last.peakLevel;
-    auto_.pEnd = last.P[1];
+    table_.lEnd = last.L[2];
+    table_.endRefl = last.peakLevel;
+    table_.pEnd = last.P[1];
   }
 
   long NearestPoint(double km) const { return sor_->OwtToNearestNum(sor_->dLenToOwt(km)); }
@@ -102,7 +104,7 @@ class EventSelection {
     const double baseDb = IsMerged(before) ? behind.P[0] : before.P[1];
     const double heightDb = before.peakLevel - baseDb;
     const double r = RefEventReflection(sor_, sor_->dLenToOwt(before.peakLen), heightDb);
-    if (auto_.th.THRef > r || std::fabs(before.spliceLoss) >= 0.4 || heightDb >= 0.4) return r;
+    if (settings_.th.THRef > r || std::fabs(before.spliceLoss) >= 0.4 || heightDb >= 0.4) return r;
     // So low a peak beside a loss step is measured from its mean height.
     return RefEventReflection(sor_, NearestPoint(before.L[2]), before.P[1], NearestPoint(behind.L[0]),
                               FarDb(behind), before.spliceLoss);
@@ -112,37 +114,37 @@ class EventSelection {
     const double r = Reflectance(before, behind);
     const double slopeBefore = before.LossKm();
     const double slopeBehind = behind.LossKm();
-    if (auto_.maxDbKm < slopeBefore && slopeBefore < slopeBehind) auto_.maxDbKm = 1.001 * slopeBefore;
+    if (table_.maxDbKm < slopeBefore && slopeBefore < slopeBehind) table_.maxDbKm = 1.001 * slopeBefore;
 
     Reason why = Reason::kNone;
     if (IsMerged(before)) {
       const double overEventDb = before.peakLevel - sor_->OwtToLevel(sor_->dLenToOwt(before.L[2]), 0);
-      if (auto_.th.THRef > r && overEventDb < 1.0) why = Reason::kWeakMergedPeak;
+      if (settings_.th.THRef > r && overEventDb < 1.0) why = Reason::kWeakMergedPeak;
     } else if (IsReflection(before)) {
       why = WhyDropReflection(before, r);
     } else {
       why = WhyDropLoss(before, behind);
     }
-    if (slopeBefore < 0.1 && r < auto_.th.THRef + 3.0 && auto_.refLevelMin > leastLossDb_ &&
+    if (slopeBefore < 0.1 && r < settings_.th.THRef + 3.0 && scale_.refLevelMin > leastLossDb_ &&
         (slopeBehind - slopeBefore) * before.Length() + leastLossDb_ > before.spliceLoss) {
       why = Reason::kRippleOfFlatSection;
     }
-    if (before.L[2] - before.L[0] < auto_.th.MinLine) why = Reason::kSectionTooShort;
+    if (before.L[2] - before.L[0] < settings_.th.MinLine) why = Reason::kSectionTooShort;
     return why;
   }
 
   Reason WhyDropReflection(const TEventLine& before, double r) const {
-    if (auto_.th.THRef <= r) return Reason::kNone;
+    if (settings_.th.THRef <= r) return Reason::kNone;
     if (std::fabs(before.spliceLoss) < leastLossDb_) return Reason::kWeakReflection;
-    return auto_.IsNormACI(before.LossKm(), 0) ? Reason::kNone : Reason::kSteepBeforeReflection;
+    return IsNormACI(scale_, before.LossKm(), 0) ? Reason::kNone : Reason::kSteepBeforeReflection;
   }
 
   Reason WhyDropLoss(const TEventLine& before, const TEventLine& behind) const {
     const double lossDb = before.spliceLoss;
     if (std::fabs(lossDb) < leastLossDb_) return Reason::kWeakLoss;
     const double gapDb = (behind.L[0] - before.L[1]) * before.LossKm();
-    if (!auto_.IsNormACI(before.LossKm(), 0) && lossDb < gapDb) return Reason::kSteepBefore;
-    if (!auto_.IsNormACI(behind.LossKm(), 0) && behind.type != 'V') {
+    if (!IsNormACI(scale_, before.LossKm(), 0) && lossDb < gapDb) return Reason::kSteepBefore;
+    if (!IsNormACI(scale_, behind.LossKm(), 0) && behind.type != 'V') {
       // A steep section behind that falls further than the step itself is a part of the step.
       const double fallDb = std::fabs(behind.P[0] - behind.P[1]);
       if (before.P[1] - behind.P[1] < fallDb) return Reason::kSteeperThanStep;
@@ -157,33 +159,31 @@ class EventSelection {
     TEventLine& behind = *lines_.GetData(i + 1);
     if (IsMerged(behind)) {
       if (!IsMerged(before)) behind.type = before.type;
-    } else if (auto_.maxDbKm > before.LossKm() && !IsReflection(before)) {
+    } else if (table_.maxDbKm > before.LossKm() && !IsReflection(before)) {
       behind.L[0] = before.L[0];
-      TraceAnalysis::LossSquare(fits_, behind);
+      LossSquare(fits_, behind);
     }
     lines_.DelData(i);
-    auto_.SetLinesSplice();
+    SetLinesSplice(scale_, table_);
   }
 
-  TraceAnalysis& auto_;
+  const AnalysisSettings& settings_;
+  const TraceScale& scale_;
+  LineTable& table_;
   TSorData* const sor_;
   TOxArray<TEventLine, TEventLine*>& lines_;
   const double leastLossDb_;
-  reflyze::SectionFits fits_;  // a section that takes in one event after the other grows
+  SectionFits fits_;  // a section that takes in one event after the other grows
 };
 
 // Joins splices that lie too close together, among the last lines of a list. The closer they are, and the
 // smaller the step between them, the more they look like one.
 class SpliceMerge {
  public:
-  SpliceMerge(TraceAnalysis& analysis, float spanOwt, float lossThr, float gainThr)
-      : auto_(analysis),
-        lines_(*analysis.lines),
-        nearKm_(spanOwt * 2e-05),
-        lossThr_(lossThr),
-        gainThr_(gainThr) {}
+  SpliceMerge(const TraceScale& scale, LineTable& table, float spanOwt, float lossThr, float gainThr)
+      : scale_(scale), lines_(*table.lines), nearKm_(spanOwt * 2e-05), lossThr_(lossThr), gainThr_(gainThr) {}
 
-  int Run(int count, int strong) {
+  int Run(int count, bool strong) {
     const int added = lines_.GetSize() - count;
     if (added == 1) return DropGain(strong);
     if (added == 2) return JoinTwo();
@@ -200,13 +200,12 @@ class SpliceMerge {
 
   void Extend(TEventLine& line, const TEventLine& to) {
     line.L[0] = to.L[0];
-    auto_.LossSquare(auto_.sor, line, 1);
+    LossSquare(scale_.sor, line);
   }
 
-  int DropGain(int strong) {
+  int DropGain(bool strong) {
     const TEventLine& c = Last(0);
-    if (c.Length() >= 2 * nearKm_ || c.Loss() >= 0.0 || c.type == 'S' || c.type == 'R' || strong != 0)
-      return 0;
+    if (c.Length() >= 2 * nearKm_ || c.Loss() >= 0.0 || c.type == 'S' || c.type == 'R' || strong) return 0;
     Delete(0);
     return 1;
   }
@@ -239,7 +238,7 @@ class SpliceMerge {
     if (toThirdKm < 10 * nearKm_) {
       const double joined = (b.P[0] - c.P[1]) / (c.L[1] - b.L[0]);
       if (a.Length() < 50 * nearKm_) {
-        slope = (slope * a.Length() + auto_.aciNominal * 25 * nearKm_) / (a.Length() + 25 * nearKm_);
+        slope = (slope * a.Length() + scale_.aciNominal * 25 * nearKm_) / (a.Length() + 25 * nearKm_);
       }
       if (std::fabs(joined - slope) < std::fabs(b.LossKm() - slope)) {
         Extend(c, b);
@@ -250,7 +249,7 @@ class SpliceMerge {
     return 0;
   }
 
-  TraceAnalysis& auto_;
+  const TraceScale& scale_;
   TOxArray<TEventLine, TEventLine*>& lines_;
   const double nearKm_;   // nearer than a few of these, two splices are one
   const double lossThr_;  // dB, least steps
@@ -320,12 +319,16 @@ class WeakZone {
 
 }  // namespace
 
-void TraceAnalysis::SelectSplices(double loss) { EventSelection(*this, loss).Run(); }
+void SelectSplices(const AnalysisSettings& settings, const TraceScale& scale, LineTable& table, double loss) {
+  EventSelection(settings, scale, table, loss).Run();
+}
 
-void TraceAnalysis::SetLinesSplice() {
-  for (int i = 0; i + 1 < lines->GetSize(); ++i) {
-    TEventLine& p = *lines->GetData(i);
-    TEventLine& q = *lines->GetData(i + 1);
+void SetLinesSplice(const TraceScale& scale, LineTable& table) {
+  TOxArray<TEventLine, TEventLine*>& lines = *table.lines;
+  const double aciNominal = scale.aciNominal;
+  for (int i = 0; i + 1 < lines.GetSize(); ++i) {
+    TEventLine& p = *lines.GetData(i);
+    TEventLine& q = *lines.GetData(i + 1);
     const double gapKm = q.L[0] - p.L[2];
     const double lengthKm = q.Length();
     if (lengthKm < gapKm && std::fabs(p.LossKm() - aciNominal) < std::fabs(q.LossKm() - aciNominal)) {
@@ -338,26 +341,29 @@ void TraceAnalysis::SetLinesSplice() {
   }
 }
 
-void TraceAnalysis::SetMaxDbKm(double aci) {
-  maxDbKm = std::min(maxDbKm, 10.0 * aci);
-  maxDbKm = std::max(maxDbKm, 1.0);
+void SetMaxDbKm(LineTable& table, double aci) {
+  table.maxDbKm = std::min(table.maxDbKm, 10.0 * aci);
+  table.maxDbKm = std::max(table.maxDbKm, 1.0);
 }
 
-int TraceAnalysis::IsNormACI(double aci, double base) {
+bool IsNormACI(const TraceScale& scale, double aci, double base) {
   double limit = base > 0.01 ? 2 * base : 2.0;
-  if (sor->GenParams->NW < 1000) limit = 5.0;  // multimode windows lose more
-  return aci > -0.5 && aci < limit ? 1 : 0;
+  if (scale.sor->GenParams->NW < 1000) limit = 5.0;  // multimode windows lose more
+  return aci > -0.5 && aci < limit;
 }
 
-int TraceAnalysis::DeleteShortSplices(int count, float spanOwt, float lossThr, float gainThr, int strong) {
-  return SpliceMerge(*this, spanOwt, lossThr, gainThr).Run(count, strong);
+int DeleteShortSplices(const TraceScale& scale, LineTable& table, int count, float spanOwt, float lossThr,
+                       float gainThr, bool strong) {
+  return SpliceMerge(scale, table, spanOwt, lossThr, gainThr).Run(count, strong);
 }
 
-void TraceAnalysis::RemoveSuspicionEvents() {
-  const TSorBlockQRTParameters& params = *sor->QRTParams;
-  if (sor->KeyEvents->ListedEvents() < 3 || params.PonType != 1 || params.FirstSplitterRatio != 8 ||
+void RemoveSuspicionEvents(TSorData& sor) {
+  const TSorBlockQRTParameters& params = *sor.QRTParams;
+  if (sor.KeyEvents->ListedEvents() < 3 || params.PonType != 1 || params.FirstSplitterRatio != 8 ||
       params.SecondSplitterRatio != 8) {
     return;
   }
-  WeakZone(sor).Clean();
+  WeakZone(&sor).Clean();
 }
+
+}  // namespace reflyze

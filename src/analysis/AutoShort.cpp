@@ -1,3 +1,5 @@
+#include "src/analysis/AutoShort.h"
+
 // The main road of the analysis. The automatic filter smooths the trace and hands over its strong events; the
 // stretches between them are searched for splices, first for those that stand out from the noise, then for
 // those near it; the merged list becomes sections with an event behind each.
@@ -13,21 +15,18 @@
 #include "ref/math/ref_Math.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/Analysis.h"
+#include "src/analysis/AutoLevels.h"
+#include "src/analysis/AutoLines.h"
+#include "src/analysis/AutoSelect.h"
+#include "src/analysis/Detectors.h"
 #include "src/filter/AutoLimits.h"
 #include "src/filter/Filter.h"
 #include "util/convert.h"
 
-using reflyze::kBigSplices;
-using reflyze::kDetectorsOnRipple;
-using reflyze::kFineSplices;
-using reflyze::kNoiseSplices;
-using reflyze::kWeakSplices;
-using reflyze::TraceAnalysis;
+namespace reflyze {
 
 namespace {
-
-using namespace reflyze;
 
 constexpr double kLongestPulseNs = 31100.0;  // longer pulses leave the filter no stretch to work on
 constexpr long kMostFilterEvents = 99;       // of the filter, with the finds between them
@@ -50,14 +49,21 @@ using FilterEvents = safe_array<TFEvent, 100>;
 
 class ShortAnalysisRun {
  public:
-  explicit ShortAnalysisRun(TraceAnalysis& analysis)
-      : a_(analysis), sor_(*analysis.sor), filter_(std::make_unique<TSorFilter>(analysis.sor)) {
-    stepD_ = TruncToLong((kSpanOwt / a_.owtDS) / 4 + 2);
+  ShortAnalysisRun(const AnalysisSettings& settings, const TraceScale& scale, NoiseSeen& noise,
+                   LineTable& table)
+      : settings_(settings),
+        scale_(scale),
+        noise_(noise),
+        table_(table),
+        detectors_(settings.algoMask),
+        sor_(*scale.sor),
+        filter_(std::make_unique<TSorFilter>(scale.sor)) {
+    stepD_ = TruncToLong((kSpanOwt / scale_.owtDS) / 4 + 2);
     stepP_ = TruncToLong((sor_.FxdParams->GetOwtPulse(0) + 100.0) / sor_.FxdParams->GetOwtDS(0) + 2);
-    stepD_ = std::min(stepD_, LongestWindow(a_.nPoints));
-    stepP_ = std::min(stepP_, LongestWindow(a_.nPoints));
-    slopeRef_ = a_.lossDS;
-    nfAtStart_ = a_.nf;
+    stepD_ = std::min(stepD_, LongestWindow(scale_.nPoints));
+    stepP_ = std::min(stepP_, LongestWindow(scale_.nPoints));
+    slopeRef_ = scale_.lossDS;
+    nfAtStart_ = scale_.nf;
   }
 
   long Run() {
@@ -76,28 +82,32 @@ class ShortAnalysisRun {
     return n_;
   }
 
- private:
-  using Detector = long (TraceAnalysis::*)(long, long, long, TFEvent&, float&, TFEvent&,
-                                           AutoFilterResultData*);
+  // Those that the noise of this trace leaves in use.
+  unsigned int detectors() const { return detectors_; }
 
-  bool IsOn(reflyze::DetectorBit detector) const { return (a_.algoMask & detector) != 0; }
+ private:
+  bool IsOn(DetectorBit detector) const { return (detectors_ & detector) != 0; }
   double LevelDb(long point) const { return sor_.NumToLevel(point); }
   long WidthAt(long point) const {
     return widths_[static_cast<size_t>(std::clamp(point, 0L, static_cast<long>(widths_.size()) - 1))];
   }
   AutoFilterResultData& result() { return filter_->result; }
 
+  SpliceTask Task(long s, long z, TFEvent& front, float& lossDb, TFEvent& find) {
+    return {scale_, noise_, result(), s, z, stepD_, front, lossDb, find};
+  }
+
   // --- Events of the filter ---
 
   void RunFilter() {
-    widths_.assign(static_cast<size_t>(std::max(a_.nPoints, 1L)), 1);
+    widths_.assign(static_cast<size_t>(std::max(scale_.nPoints, 1L)), 1);
     result().events = &filt_[0];
     result().pointMap = widths_.data();
     filter_->SetFilter(7);
     n_ = result().count;
     Event.filterEvents += n_;
-    a_.noiseAmp = result().polar;
-    a_.lLaunch = sor_.NumToALen(result().firstBegin);
+    noise_.noiseAmp = result().polar;
+    table_.lLaunch = sor_.NumToALen(result().firstBegin);
     if (result().ghostCount != 0) {
       lossThrDb_ *= kGhostStepFactor;
       gainThrDb_ *= kGhostStepFactor;
@@ -105,12 +115,10 @@ class ShortAnalysisRun {
   }
 
   void BeginEventList() {
-    a_.pEnd = 0.0;
+    table_.pEnd = 0.0;
     ev_[0] = filt_[0];
     nEv_ = 1;
-    a_.overCount = a_.peakCount = a_.peakWidthMax = a_.peakWidthSum = 0;
-    a_.overMax = a_.overSum = 0.0F;
-    a_.peakFallMin = a_.peakFallSum = a_.peakRiseMax = a_.peakRiseSum = 0.0F;
+    noise_.ForgetRipples();
   }
 
   // --- Splices that stand out from the noise ---
@@ -121,7 +129,7 @@ class ShortAnalysisRun {
       long s = before.end;
       TFEvent e = EventInFront(i, s);
       long z = filt_[At(i)].begin;
-      if (z - s < a_.winPulse) continue;
+      if (z - s < scale_.winPulse) continue;
       z = FootOfStrongEvent(i, z);
       const long m = BigSplicesOf(i, s, z, e);
       if (e.end > before.end) before.end = e.end;
@@ -136,7 +144,7 @@ class ShortAnalysisRun {
     if (i <= 1) return before;
     const TFEvent& strong = filt_[At(i - 2)];
     if (strong.Am() <= 9 || strong.Am() - before.Am() <= 3) return before;
-    const bool buried = LevelDb(s) < a_.nf + 5.0 || LevelDb(strong.peak) - LevelDb(before.peak) > 10.0;
+    const bool buried = LevelDb(s) < scale_.nf + 5.0 || LevelDb(strong.peak) - LevelDb(before.peak) > 10.0;
     const bool close = s - strong.end < (stepD_ - 2) * 2;
     return buried && close ? strong : before;
   }
@@ -145,11 +153,11 @@ class ShortAnalysisRun {
   long FootOfStrongEvent(long i, long z) const {
     const TFEvent& next = filt_[At(i)];
     if (!(LevelDb(next.peak) > kSaturatedPeakDb || next.gradeUp >= 16)) return z;
-    const long foot = next.begin - a_.winPulse / 2 - 1;
+    const long foot = next.begin - scale_.winPulse / 2 - 1;
     const auto negative = [this](long point) {
-      return a_.linf != nullptr && point >= 0 && point < a_.nPoints && a_.linf[point] < 0.0F;
+      return scale_.linf != nullptr && point >= 0 && point < scale_.nPoints && scale_.linf[point] < 0.0F;
     };
-    while (z > 0 && z >= foot && (LevelDb(z) < a_.nf || negative(z))) --z;
+    while (z > 0 && z >= foot && (LevelDb(z) < scale_.nf || negative(z))) --z;
     return z;
   }
 
@@ -159,7 +167,7 @@ class ShortAnalysisRun {
     float thrDb = 0.0F;
     long m = 0;
     while (IsOn(kBigSplices) && m < kMostFinds) {
-      const long r = a_.SearchBigSplices(s, z, stepD_, e, thrDb, found_[At(m)], &result());
+      const long r = SearchBigSplices(Task(s, z, e, thrDb, found_[At(m)]));
       if (r <= before.rise) break;
       if (e.end > before.end && found_[At(m)].rise > next.begin) break;
       if (m != 0 && found_[At(m - 1)].rise >= r) break;
@@ -190,16 +198,16 @@ class ShortAnalysisRun {
     long points = 0;
     for (long j = 1; j < n_; ++j) {
       const long s = filt_[At(j - 1)].end, z = filt_[At(j)].begin;
-      if (z - s <= 2 * a_.winDead) continue;
+      if (z - s <= 2 * scale_.winDead) continue;
       const auto length = static_cast<double>(z - s);
       double slope = (LevelDb(s) - LevelDb(z)) / length;
       const double inner = (LevelDb((2 * s + z) / 3) - LevelDb(z)) / length;
-      const double apart = std::fabs(slope - a_.lossDS), innerApart = std::fabs(inner - a_.lossDS);
+      const double apart = std::fabs(slope - scale_.lossDS), innerApart = std::fabs(inner - scale_.lossDS);
       if (innerApart < apart) {
-        if (std::fabs(apart / a_.lossDS - innerApart / a_.lossDS) > 0.2) continue;
+        if (std::fabs(apart / scale_.lossDS - innerApart / scale_.lossDS) > 0.2) continue;
         slope = inner;
       }
-      if (LevelDb(z) > a_.nf && slope < 2.0 * a_.lossDS && slope > 0.8 * a_.lossDS) {
+      if (LevelDb(z) > scale_.nf && slope < 2.0 * scale_.lossDS && slope > 0.8 * scale_.lossDS) {
         totalDb += LevelDb(s) - LevelDb(z);
         points += z - s;
       }
@@ -209,19 +217,19 @@ class ShortAnalysisRun {
 
   // A trace whose noise ripples are too wide or too high has no fine splices to find.
   void JudgeNoise() {
-    a_.spliceWidth = a_.peakCount == 0
-                         ? static_cast<double>(a_.winDead)
-                         : static_cast<double>(a_.peakWidthSum) / static_cast<double>(a_.peakCount);
-    if (a_.peakCount > 3) {
-      a_.noiseAmp =
-          std::max(a_.noiseAmp, static_cast<double>(-a_.peakFallSum / static_cast<float>(a_.peakCount)));
+    noise_.spliceWidth = noise_.peakCount == 0 ? static_cast<double>(scale_.winDead)
+                                               : static_cast<double>(noise_.peakWidthSum) /
+                                                     static_cast<double>(noise_.peakCount);
+    if (noise_.peakCount > 3) {
+      noise_.noiseAmp = std::max(
+          noise_.noiseAmp, static_cast<double>(-noise_.peakFallSum / static_cast<float>(noise_.peakCount)));
     }
-    const auto q = static_cast<double>(a_.winDead + stepD_);
-    const bool rippled = a_.spliceWidth > q || a_.noiseAmp > 0.5 || a_.peakWidthMax >= 2.0 * q ||
-                         (a_.peakWidthMax >= 1.2 * q && a_.noiseAmp > 0.15);
-    // Ripples and ghosts look like weak steps. The mask stays cut for what this analysis is asked next.
-    if ((a_.noiseAmp > 0.02 && rippled) || result().ghostCount != 0) a_.algoMask &= kDetectorsOnRipple;
-    noiseStop_ = a_.nPoints;
+    const auto q = static_cast<double>(scale_.winDead + stepD_);
+    const bool rippled = noise_.spliceWidth > q || noise_.noiseAmp > 0.5 || noise_.peakWidthMax >= 2.0 * q ||
+                         (noise_.peakWidthMax >= 1.2 * q && noise_.noiseAmp > 0.15);
+    // Ripples and ghosts look like weak steps. The mask stays cut for the next trace of the same host.
+    if ((noise_.noiseAmp > 0.02 && rippled) || result().ghostCount != 0) detectors_ &= kDetectorsOnRipple;
+    noiseStop_ = scale_.nPoints;
   }
 
   // --- Splices near the noise ---
@@ -243,7 +251,7 @@ class ShortAnalysisRun {
       float thrDb = -1.0F;
       long m = 0;
       while (m < kMostFinds && goesOn(s, z)) {
-        const long r = (a_.*detector)(s, z, stepD_, filt_[At(i - 1)], thrDb, found_[At(m)], &result());
+        const long r = detector(Task(s, z, filt_[At(i - 1)], thrDb, found_[At(m)]));
         if (r == 0) break;
         s = found_[At(m)].end;
         ++m;
@@ -257,15 +265,15 @@ class ShortAnalysisRun {
   void FindNoiseSplices() {
     if (!IsOn(kNoiseSplices)) return;
     const auto touchesNoise = [&](long s, long z) {
-      return !(LevelDb(s) >= a_.nf + kOverNoiseDb && LevelDb(z) >= a_.nf + kOverNoiseDb);
+      return !(LevelDb(s) >= scale_.nf + kOverNoiseDb && LevelDb(z) >= scale_.nf + kOverNoiseDb);
     };
-    FindOnLongStretches(&TraceAnalysis::SearchNoiseSplices, touchesNoise, [&](long r) { noiseStop_ = r; });
+    FindOnLongStretches(SearchNoiseSplices, touchesNoise, [&](long r) { noiseStop_ = r; });
   }
 
   void FindWeakSplices() {
     if (!IsOn(kWeakSplices)) return;
     FindOnLongStretches(
-        &TraceAnalysis::SearchWeakSplices, [&](long, long) { return IsOn(kBigSplices); }, [](long) {});
+        SearchWeakSplices, [&](long, long) { return IsOn(kBigSplices); }, [](long) {});
   }
 
   // --- The final list ---
@@ -276,7 +284,7 @@ class ShortAnalysisRun {
       const TFEvent& next = filt_[At(i)];
       long s = std::max(before.end, before.tail);
       long z = next.begin;
-      a_.pEnd = LevelDb(before.begin);
+      table_.pEnd = LevelDb(before.begin);
       // A tail may reach over the next event; what is between the two is looked at all the same. And in light
       // that no fibre gives back an event may end before its begin. What follows keeps its order.
       if (s >= z) s = before.rise;
@@ -297,7 +305,7 @@ class ShortAnalysisRun {
   // A long stretch above the noise tells its own slope, if that is near the one known; multimode fibre may
   // lose much less than its nominal value.
   void FollowSlope(long s, long z) {
-    if (!(sor_.NumToOwt(z) - sor_.NumToOwt(s) > 10.0 * kSpanOwt && LevelDb(z) > a_.nf)) return;
+    if (!(sor_.NumToOwt(z) - sor_.NumToOwt(s) > 10.0 * kSpanOwt && LevelDb(z) > scale_.nf)) return;
     const double slope = (LevelDb(s) - LevelDb(z)) / static_cast<double>(z - s);
     const double least = sor_.GenParams->FT == kMultimodeFibre ? 0.3 : 0.9;
     if (slope >= least * slopeRef_ && slope <= 1.1 * slopeRef_) slopeRef_ = static_cast<float>(slope);
@@ -321,9 +329,9 @@ class ShortAnalysisRun {
            s < noiseStop_) {
       const long p = RefAutoSearchSpliceEvent(&sor_, s, z, static_cast<float>(kSpanOwt), lossThrDb_,
                                               gainThrDb_, slopeRef_, bestDb, widths_.data(), after_, carry);
-      if (p == 0 || LevelDb(p) < a_.nf + kOverNoiseDb + 0.5) return;
+      if (p == 0 || LevelDb(p) < scale_.nf + kOverNoiseDb + 0.5) return;
       ++Event.insideSplices;
-      after_ = p + std::max(a_.winEvent, WidthAt(p));
+      after_ = p + std::max(scale_.winEvent, WidthAt(p));
       if (after_ + stepD_ >= z || p <= s + 3) return;
       ev_[At(nEv_ - 1)].rise = static_cast<int>(s);
       ev_[At(nEv_ - 1)].end = static_cast<int>(after_);
@@ -342,8 +350,9 @@ class ShortAnalysisRun {
   // --- Sections ---
 
   void BuildLines() {
-    const bool launchFibre = sor_.QRTParams->IntFiber > static_cast<double>(a_.winPulse) * a_.owtDS * 1.2;
-    a_.pZero = launchFibre ? sor_.LenToLevel(0.0, 0) : -65.0;
+    const bool launchFibre =
+        sor_.QRTParams->IntFiber > static_cast<double>(scale_.winPulse) * scale_.owtDS * 1.2;
+    table_.pZero = launchFibre ? sor_.LenToLevel(0.0, 0) : -65.0;
     filter_->SwitchDataPointsBlocks();
     bool unfiltered = true;
     TEventLine* previous = nullptr;
@@ -355,12 +364,14 @@ class ShortAnalysisRun {
         filter_->SwitchDataPointsBlocks();
         unfiltered = false;
       }
-      TEventLine* line = a_.CreateEventLin2(previous, s, z, a_.winEvent, slopeRef_, after_, ev_[At(i)].type);
-      previous = a_.AddEventLin(line, previous);
+      previous = AddEventLin(table_,
+                             CreateEventLin2(scale_, noise_, table_, previous, s, z, scale_.winEvent,
+                                             slopeRef_, after_, ev_[At(i)].type),
+                             previous);
       // Counts from behind the line just added, and so has nothing to join yet.
-      a_.DeleteShortSplices(a_.lines->GetSize(), static_cast<float>(kSpanOwt), lossThrDb_, gainThrDb_,
-                            strong ? 1 : 0);
-      if (previous->type != 'S' && strong) a_.pEnd = previous->P[1];
+      DeleteShortSplices(scale_, table_, table_.lines->GetSize(), static_cast<float>(kSpanOwt), lossThrDb_,
+                         gainThrDb_, strong);
+      if (previous->type != 'S' && strong) table_.pEnd = previous->P[1];
       lastZ_ = z;
     }
     if (unfiltered) filter_->SwitchDataPointsBlocks();
@@ -369,40 +380,43 @@ class ShortAnalysisRun {
   // The loss of the last event is measured against what is left behind it.
   void MeasureEnd() {
     const TFEvent& last = filt_[At(n_ - 1)];
-    double endDb = a_.nf - kBehindStrongEndDb;
+    double endDb = scale_.nf - kBehindStrongEndDb;
     if (LevelDb(last.peak) < kStrongEndPeakDb) {
       const long k = lastZ_ + stepP_ + stepD_ * ((last.Am() + 5) / 5);
       // The count is formed like a position, and reaches to the end of the trace.
-      const long count = (a_.nPoints - k) / 20 + k;
+      const long count = (scale_.nPoints - k) / 20 + k;
       const double behindDb = RefMathPower(&sor_, RefEmbGetLinf(&sor_), k, count, 1);
-      endDb = behindDb < a_.nf ? std::max(behindDb, sor_.GetMinLevel()) : a_.nf;
+      endDb = behindDb < scale_.nf ? std::max(behindDb, sor_.GetMinLevel()) : scale_.nf;
     }
-    TEventLine* line = a_.lines->GetData(a_.lines->GetSize() - 1);
+    TEventLine* line = table_.lines->GetData(table_.lines->GetSize() - 1);
     if (line != nullptr) line->spliceLoss = line->P[1] - endDb;
     long peak = 0;
-    a_.firstRefl = a_.GetMax(filt_[0].begin, filt_[0].rise - filt_[0].begin, peak);
-    a_.firstReflOwt = sor_.NumToOwt(peak);
+    table_.firstRefl = GetMax(scale_, filt_[0].begin, filt_[0].rise - filt_[0].begin, peak);
+    table_.firstReflOwt = sor_.NumToOwt(peak);
   }
 
   // A plain analysis keeps nearly all events; whoever reads the record applies the thresholds. The analysis
   // for the monitoring takes them literally.
   void Select() {
-    if (a_.th.fromAutomat != 0) {
-      a_.SelectSplices(a_.th.THLoss);
+    if (settings_.th.fromAutomat != 0) {
+      SelectSplices(settings_, scale_, table_, settings_.th.THLoss);
       return;
     }
-    const TTH kept = a_.th;
-    a_.th.THEnd = kSelectEndDb;
-    a_.th.THRef = kSelectReflectanceDb;
-    a_.th.Event = lossThrDb_ / 4.0;
-    a_.th.THLoss = a_.th.Event;
-    a_.SelectSplices(a_.th.THLoss);
-    a_.th = kept;
+    AnalysisSettings loose = settings_;
+    loose.th.THEnd = kSelectEndDb;
+    loose.th.THRef = kSelectReflectanceDb;
+    loose.th.Event = lossThrDb_ / 4.0;
+    loose.th.THLoss = loose.th.Event;
+    SelectSplices(loose, scale_, table_, loose.th.THLoss);
   }
 
   static unsigned int At(long index) { return static_cast<unsigned int>(index); }
 
-  TraceAnalysis& a_;
+  const AnalysisSettings& settings_;
+  const TraceScale& scale_;
+  NoiseSeen& noise_;
+  LineTable& table_;
+  unsigned int detectors_;  // in use, DetectorBit
   TSorData& sor_;
   std::unique_ptr<TSorFilter> filter_;
   std::vector<short> widths_;            // points averaged at each point
@@ -421,8 +435,15 @@ class ShortAnalysisRun {
 
 }  // namespace
 
-long TraceAnalysis::ShortAnalysis() {
-  if (sor->FxdParams->GetNsPulse(0) > kLongestPulseNs || th.noShortAnalysis >= 1) return 0;
+ShortResult ShortAnalysis(const AnalysisSettings& settings, const TraceScale& scale, NoiseSeen& noise,
+                          LineTable& table) {
+  if (scale.sor->FxdParams->GetNsPulse(0) > kLongestPulseNs || settings.th.noShortAnalysis >= 1) {
+    return {0, settings.algoMask};
+  }
   // The run holds some twenty kilobytes of events, more than a host's thread should have to spare.
-  return std::make_unique<ShortAnalysisRun>(*this)->Run();
+  const auto run = std::make_unique<ShortAnalysisRun>(settings, scale, noise, table);
+  const long events = run->Run();
+  return {events, run->detectors()};
 }
+
+}  // namespace reflyze

@@ -11,13 +11,9 @@
 #include "src/analysis/SpliceScan.h"
 #include "util/convert.h"
 
-using reflyze::TraceAnalysis;
+namespace reflyze {
 
 namespace {
-
-using reflyze::SpliceTask;
-using reflyze::StepScan;
-using reflyze::TruncToLong;
 
 // Means of the level over any points of the trace between two bounds, each for the price of two look-ups.
 class RunningSums {
@@ -50,14 +46,14 @@ class WeakSpliceScan final : public StepScan {
   double LeastLossDb() const override {
     constexpr int kFewRipples = 6;
     constexpr double kLeastDb = 0.02;
-    const double swingDb = auto_.peakCount < kFewRipples
-                               ? auto_.noiseAmp
-                               : -static_cast<double>(auto_.peakFallSum) / auto_.peakCount;
+    const double swingDb = noise_.peakCount < kFewRipples
+                               ? noise_.noiseAmp
+                               : -static_cast<double>(noise_.peakFallSum) / noise_.peakCount;
     return std::max(swingDb, kLeastDb);
   }
   // A window has to average over several ripples.
   long LeastMeanWindow() const override {
-    return std::max(sidePoints_, levels_.Near(TruncToLong(3 * auto_.spliceWidth)));
+    return std::max(sidePoints_, levels_.Near(TruncToLong(3 * noise_.spliceWidth)));
   }
   long FineWindow() const override { return windows_.fall / 2; }
 
@@ -76,7 +72,7 @@ class WeakSpliceScan final : public StepScan {
   }
 
   Faults FaultsAt(double levelDb, long point) const override {
-    const double faultDb = auto_.GetFault(levelDb, MeanWindow(point));
+    const double faultDb = GetFault(scale_, noise_, levelDb, MeanWindow(point));
     return {faultDb, 0.5 * faultDb};
   }
 
@@ -93,7 +89,6 @@ class WeakSpliceScan final : public StepScan {
 
 }  // namespace
 
-long TraceAnalysis::SearchWeakSplices(long s, long z, long stepD, TFEvent& e, float& thr, TFEvent& out,
-                                      AutoFilterResultData* result) {
-  return WeakSpliceScan({*this, s, z, stepD, e, thr, out, *result}).Run();
-}
+long SearchWeakSplices(const SpliceTask& task) { return WeakSpliceScan(task).Run(); }
+
+}  // namespace reflyze

@@ -9,6 +9,7 @@
 
 #include <cmath>
 
+#include "src/analysis/AutoNumerics.h"
 #include "src/filter/AutoLimits.h"
 #include "util/convert.h"
 
@@ -38,18 +39,19 @@ constexpr long kLongStretch = 100;          // in windows; on a shorter one the 
 }  // namespace
 
 SpliceSearch::SpliceSearch(const SpliceTask& task)
-    : auto_(task.analysis),
-      sor_(task.analysis.sor),
-      levels_(task.analysis.sor),
+    : scale_(task.scale),
+      noise_(task.noise),
+      sor_(task.scale.sor),
+      levels_(task.scale.sor),
       filter_(task.filter),
       frontEvent_(task.front),
       find_(task.find),
       lossDb_(task.lossDb),
-      winPulse_(std::max(levels_.Near(task.analysis.winPulse), 1L)),
-      winEvent_(std::max(levels_.Near(task.analysis.winEvent), winPulse_)),
-      winDead_(std::max(levels_.Near(task.analysis.winDead), 1L)),
+      winPulse_(std::max(levels_.Near(task.scale.winPulse), 1L)),
+      winEvent_(std::max(levels_.Near(task.scale.winEvent), winPulse_)),
+      winDead_(std::max(levels_.Near(task.scale.winDead), 1L)),
       sidePoints_(std::max(levels_.Near(task.sidePoints), 1L)),
-      fibreDb_(task.analysis.lossDS),
+      fibreDb_(task.scale.lossDS),
       first_(std::max(levels_.Near(task.first), 0L)),
       end_(std::min(levels_.Near(task.end), levels_.points() - 1)) {}
 
@@ -84,12 +86,12 @@ long StepScan::Run() {
 // A long stretch without a single ripple was held against too much noise: it is searched once more with what
 // it shows itself.
 bool StepScan::NoiseIsLower() {
-  if (auto_.peakCount != 0 || windows_.side * kLongStretch >= end_ - from_) return false;
-  if (auto_.noiseAmp <= kWorthMeasuringDb) return false;
+  if (noise_.peakCount != 0 || windows_.side * kLongStretch >= end_ - from_) return false;
+  if (noise_.noiseAmp <= kWorthMeasuringDb) return false;
   long at = 0;
   const double swingDb = RefAutoCalcPolar(sor_, from_, end_, windows_.fall, static_cast<float>(fibreDb_), at);
-  if (swingDb <= 0 || swingDb >= kQuieter * auto_.noiseAmp) return false;
-  auto_.noiseAmp = swingDb;
+  if (swingDb <= 0 || swingDb >= kQuieter * noise_.noiseAmp) return false;
+  noise_.noiseAmp = swingDb;
   return true;
 }
 
@@ -129,8 +131,8 @@ void StepScan::SetLimits() {
   limits_.firstHighDb = limits_.highDb + ownFallDb_;
   limits_.quarterDb = limits_.eventDb / 4 + ownFallDb_;
   limits_.thirdDb = limits_.eventDb / 3 + ownFallDb_;
-  limits_.renewDb = auto_.nf + auto_.RequirePower(limits_.leastDb, 1);
-  limits_.noiseDb = auto_.nf - rules_.belowNoiseDb;
+  limits_.renewDb = scale_.nf + RequirePower(limits_.leastDb, 1);
+  limits_.noiseDb = scale_.nf - rules_.belowNoiseDb;
   limits_.tailSlopeDb = fibreDb_ * (frontEvent_.Am() < kStrongGrade ? kTailSlopes : kStrongTailSlopes);
   limits_.slopeDb = fibreDb_;
   limits_.baseDb = 1.5 * ownFallDb_;
@@ -155,10 +157,10 @@ void StepScan::PassGhost() {
   ghostFrom_ = ghostTo_ = 0;
   const double fallDb = PointFallDb(frontEvent_.begin, frontEvent_.end);
   if (frontEvent_.Am() <= kGhostGrade || fallDb <= kGhostFallDb) return;
-  const long cord = HeldShift(sor_->dLenToOwt(kGhostKm) / auto_.owtDS, levels_.points());
+  const long cord = HeldShift(sor_->dLenToOwt(kGhostKm) / scale_.owtDS, levels_.points());
   ghostFrom_ = frontEvent_.begin + cord;
   ghostTo_ = TruncToLong(frontEvent_.end + kGhostStretch * static_cast<double>(cord));
-  const double overNoiseDb = LevelDb(ghostTo_) - auto_.nf;
+  const double overNoiseDb = LevelDb(ghostTo_) - scale_.nf;
   const bool disturbs = fallDb > kSureGhostFallDb || overNoiseDb - fallDb / 2 < kGhostOverNoiseDb;
   if (disturbs && first_ < ghostTo_) from_ = ghostTo_;
 }
@@ -186,7 +188,7 @@ bool StepScan::LeaveFront() {
 // three times that where a disturbance follows. None when the search starts far behind it.
 long StepScan::RecoveryPoints() const {
   const double fallDb = PointFallDb(frontEvent_.peak, frontEvent_.end);
-  long points = HeldShift(std::ceil(1.5 * fallDb / auto_.dbOnOwt / auto_.owtDS), levels_.points());
+  long points = HeldShift(std::ceil(1.5 * fallDb / scale_.dbOnOwt / scale_.owtDS), levels_.points());
   if (frontEvent_.tail != 0) points *= 3;
   if (2 * points < at_ - frontEvent_.end) points = 0;
   return std::max(points, 0L);
@@ -207,7 +209,7 @@ double StepScan::LargestStepInFront(long stop) {
 
 // Forward while neighbouring points differ by more than noise; back to `stop` when a step was passed so.
 void StepScan::PassUnquiet(long stop) {
-  const double noiseDb = std::max(auto_.noiseAmp, limits_.faultDb);
+  const double noiseDb = std::max(noise_.noiseAmp, limits_.faultDb);
   const long stride = windows_.stride;
   const float slope = static_cast<float>(fibreDb_);
   while (at_ < scanEnd_ - stride && RefAutoSearchMaxdbRiseFall(sor_, at_, at_ + stride, 1, slope) > noiseDb) {
@@ -255,7 +257,7 @@ StepScan::Verdict StepScan::Walk() {
 StepScan::Verdict StepScan::JudgePoint() {
   Step step = Measure(at_);
   if (step.behindDb < limits_.noiseDb &&
-      step.frontDb - auto_.nf + step.fallDb / 2 < 2 * limits_.eventFallDb) {
+      step.frontDb - scale_.nf + step.fallDb / 2 < 2 * limits_.eventFallDb) {
     return Verdict::kNothing;
   }
   if (PassDoubleStep(step)) return Verdict::kGoOn;
@@ -337,7 +339,7 @@ bool StepScan::RenewLimits(const Step& step) {
 
 // An event need not be larger than three times what noise can do to a small one.
 void StepScan::BoundEventLimit() {
-  const double mostDb = 3 * (limits_.highDb + 0.5 * auto_.noiseAmp);
+  const double mostDb = 3 * (limits_.highDb + 0.5 * noise_.noiseAmp);
   if (limits_.eventFallDb <= mostDb) return;
   limits_.eventFallDb = mostDb;
   limits_.eventDb = mostDb - ownFallDb_;

@@ -1,7 +1,6 @@
 #pragma once
 
-// What the splice detectors share. Each of them searches one stretch of fibre, between two events that the
-// filter has found, for a loss that the filter's own limits did not show.
+// What the splice detectors share.
 //
 // Two of them, SearchBigSplices and SearchWeakSplices, are one scan (StepScan): the fall of the level over a
 // dead zone is watched along the stretch, small falls and rises are told from ripple and slope, and what
@@ -17,22 +16,12 @@
 #include "ref/math/traceLevels.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/AutoNumerics.h"
+#include "src/analysis/Detectors.h"
 #include "src/filter/Filter.h"
 #include "src/filter/HeldSamples.h"
 
 namespace reflyze {
-
-// What a detector is asked: the arguments of its public form.
-struct SpliceTask {
-  TraceAnalysis& analysis;
-  long first, end;  // the stretch
-  long sidePoints;  // least window to measure a level over
-  TFEvent& front;   // the event in front; its end, rise and tail may move
-  float& lossDb;    // of the find
-  TFEvent& find;
-  const AutoFilterResultData& filter;  // what the filter has found
-};
 
 // One search: the trace as the detectors read it, the event in front, and the find.
 class SpliceSearch {
@@ -58,7 +47,8 @@ class SpliceSearch {
   // Loss in dB between two points, from `points` points on each side, not before `low`.
   double LossBetween(long before, long behind, long low, long pointsBefore, long pointsBehind) const;
 
-  TraceAnalysis& auto_;
+  const TraceScale& scale_;
+  NoiseSeen& noise_;
   TSorData* const sor_;
   const TraceLevels levels_;
   const AutoFilterResultData& filter_;

@@ -34,8 +34,8 @@ constexpr double kSteepNoisySlopes = 10.0;  // ... or this many, times the root 
 StepScan::Verdict StepScan::JudgeEvent(const Step& step) {
   if (PassGrowingFall(step)) return Verdict::kGoOn;
   if (at_ < tail_ && step.fallDb < 2 * limits_.eventFallDb) return Verdict::kGoOn;
-  if (auto_.peakCount > kRippledStretch) {
-    windows_.side = std::max(windows_.side, std::min(2L * auto_.peakWidthMax, levels_.points()));
+  if (noise_.peakCount > kRippledStretch) {
+    windows_.side = std::max(windows_.side, std::min(2L * noise_.peakWidthMax, levels_.points()));
   }
   if (!IsConfirmed(step)) {
     at_ = step.end;
@@ -50,7 +50,7 @@ StepScan::Verdict StepScan::JudgeEvent(const Step& step) {
 
 // On to where the fall is largest.
 bool StepScan::PassGrowingFall(const Step& step) {
-  const HeldSamples lin(auto_.linf, levels_.points());
+  const HeldSamples lin(scale_.linf, levels_.points());
   const long m = windows_.stride;
   if (rules_.readsMeans && ShiftedFallDb(step, m) > ShiftedFallDb(step, 0) + kGrowthShare * limits_.eventDb) {
     at_ += m - 1;
@@ -83,7 +83,7 @@ StepScan::Verdict StepScan::PlaceEvent(const Step& step) {
   const long last = std::min(step.end + 2 * windows_.fine, end_ - 1);
   const long first = std::max(at_ - windows_.fine, from_ + windows_.fine);
   const long mean = MeanPoints(first);
-  if (mean > kManyMeanPoints && mean > windows_.fine && auto_.linf != nullptr)
+  if (mean > kManyMeanPoints && mean > windows_.fine && scale_.linf != nullptr)
     return PlaceInMeans(first, last);
   const Edges edges = MeasureEdges(first, last);
   if (TakeSmallReflection(step, edges)) return Verdict::kFound;
@@ -103,7 +103,7 @@ StepScan::Verdict StepScan::PlaceEvent(const Step& step) {
 StepScan::Verdict StepScan::PlaceInMeans(long first, long last) {
   const long mean = std::max({MeanPoints(first), windows_.fine, 4L});
   const TSorBlockQRTParameters& scale = *sor_->QRTParams;
-  const float frontLin = RefAutoGetAverage(auto_.linf, first - mean, mean);
+  const float frontLin = RefAutoGetAverage(scale_.linf, first - mean, mean);
   const float fallLin = FallOfMeans(first, last, mean, winEvent_);
   const float lossDb = static_cast<float>(scale.LinToLog5(frontLin) - scale.LinToLog5(frontLin - fallLin) -
                                           fibreDb_ * static_cast<double>(winEvent_));
@@ -137,7 +137,7 @@ StepScan::Verdict StepScan::PlaceInMeans(long first, long last) {
 float StepScan::FallOfMeans(long first, long last, long mean, long gap) {
   long at = first;
   const float fallLin =
-      RefAutoSearchMaxLinFall(auto_.linf, first - mean, std::min(last + mean, levels_.points()), gap, mean,
+      RefAutoSearchMaxLinFall(scale_.linf, first - mean, std::min(last + mean, levels_.points()), gap, mean,
                               static_cast<float>(fibreDb_), at);
   float highest = 0;
   const long window = HighestMean(at - mean, at + gap, mean, fibreDb_, highest);
@@ -149,7 +149,7 @@ long StepScan::HighestMean(long from, long to, long width, double slopeDb, float
   const long points = levels_.points();
   const long first = std::clamp(from, 0L, points - 1);
   const int held = static_cast<int>(std::clamp(width, 1L, points - first));
-  return RefAutoGetAvrMax(auto_.linf, first, std::min(to, points), mean, held, static_cast<float>(slopeDb));
+  return RefAutoGetAvrMax(scale_.linf, first, std::min(to, points), mean, held, static_cast<float>(slopeDb));
 }
 
 // --- A reflection that the filter has not seen ---
@@ -158,7 +158,7 @@ StepScan::Edges StepScan::MeasureEdges(long first, long last) {
   Edges edges{first, first, first, 0.0};
   long steepest = first;
   const float dbPerKm = RefAutoSearchMaxFall(sor_, first, last, windows_.fine, steepest);
-  edges.steepestDb = dbPerKm * auto_.lenDS - fibreDb_;
+  edges.steepestDb = dbPerKm * scale_.lenDS - fibreDb_;
   find_.peak = Held(steepest);
   float fallDb = 0, riseDb = 0;
   RefAutoSearchMaxdbRiseFall(sor_, first, last, windows_.edge, fallDb, edges.atFall, riseDb, edges.atRise,
@@ -171,16 +171,16 @@ StepScan::Edges StepScan::MeasureEdges(long first, long last) {
 bool StepScan::TakeSmallReflection(const Step& step, const Edges& edges) {
   const bool gentle = limits_.leastPerOwnFall < kLongPulseSteps && edges.steepestDb < 10 * fibreDb_;
   const long limit = step.end - windows_.fine;
-  if (!(gentle || tooSteepCrest_) || edges.atRise >= limit || auto_.linf == nullptr) return false;
+  if (!(gentle || tooSteepCrest_) || edges.atRise >= limit || scale_.linf == nullptr) return false;
   const long k = windows_.edge;
   float topLin = 0;
   const long top = HighestMean(edges.atRise - k, limit, k, 0.8 * fibreDb_, topLin);
   const TSorBlockQRTParameters& scale = *sor_->QRTParams;
   const double heightDb = scale.LinToLog5(topLin) -
-                          scale.LinToLog5(RefAutoGetAverage(auto_.linf, edges.atRise - k, k)) +
+                          scale.LinToLog5(RefAutoGetAverage(scale_.linf, edges.atRise - k, k)) +
                           static_cast<double>(top - (edges.atRise - k)) * fibreDb_;
   // The working noise counts twice here, once in the smallest step: a weak reflection has to be sure.
-  if (heightDb <= auto_.noiseAmp + auto_.GetFault(step.frontDb, k)) return false;
+  if (heightDb <= noise_.noiseAmp + GetFault(scale_, noise_, step.frontDb, k)) return false;
   find_.peak = Held(top);
   const long foot = FootOfRise(edges.atRise, heightDb, step.end);
   find_.begin = Held(foot);
@@ -205,7 +205,7 @@ long StepScan::FootOfRise(long at, double heightDb, long limit) const {
     while (at > from_ && PointFallDb(at - 2, at) < kFlatShare * fibreDb_) --at;
   }
   while (at < limit && PointFallDb(at, at + 1) > fibreDb_) ++at;
-  const HeldSamples lin(auto_.linf, levels_.points());
+  const HeldSamples lin(scale_.linf, levels_.points());
   if (lin[at + 1] - lin[at] < kFootShare * (lin[at + 2] - lin[at + 1])) ++at;
   return at;
 }
@@ -250,7 +250,7 @@ void StepScan::PlaceBegin(const Edges& edges) {
   const long m = windows_.stride;
   const long from = std::max(from_, edges.first - m);
   long begin = (find_.peak + find_.rise - winPulse_) / 2;
-  if (auto_.noiseAmp / static_cast<double>(m) < steepestDb / 2 || m >= 6) {
+  if (noise_.noiseAmp / static_cast<double>(m) < steepestDb / 2 || m >= 6) {
     begin = FallingBy(steepestDb / 5 + fibreDb_, fibreDb_ + steepestDb, from, find_.peak, m, Side::kLast);
   }
   if (begin < m) begin = find_.peak - winPulse_ / 2;
@@ -305,10 +305,10 @@ long StepScan::BeginOfSteepStep(long width) const {
   const double middleLin = (scale.Log5ToLin(frontDb) + scale.Log5ToLin(frontDb - lossDb_)) / 2;
   const float middleDb = static_cast<float>(scale.LinToLog5(middleLin));
   long begin = std::max(RefAutoSearchBackGreather(sor_, find_.rise, middleDb) - width / 2, from_);
-  if (auto_.linf == nullptr) return begin;
+  if (scale_.linf == nullptr) return begin;
   const double share = TSorBlockQRTParameters::poww(JitterDb(begin - windows_.fine));
   while (begin > from_ + windows_.fine &&
-         auto_.linf[begin] < RefAutoGetAverage(auto_.linf, begin - windows_.fine, windows_.fine) / share) {
+         scale_.linf[begin] < RefAutoGetAverage(scale_.linf, begin - windows_.fine, windows_.fine) / share) {
     --begin;
   }
   return begin;
@@ -316,7 +316,7 @@ long StepScan::BeginOfSteepStep(long width) const {
 
 // What a point a fine window behind another may lie lower without being part of a step.
 double StepScan::JitterDb(long point) const {
-  return auto_.GetFault(LevelDb(point), 1) / 4 + static_cast<double>(windows_.fine) * fibreDb_;
+  return GetFault(scale_, noise_, LevelDb(point), 1) / 4 + static_cast<double>(windows_.fine) * fibreDb_;
 }
 
 // Nothing is reported so close to the next event that both are the same.

@@ -97,9 +97,9 @@ StepScan::Verdict StepScan::JudgeRipple(Step& step) {
 StepScan::Crest StepScan::MeasureCrest(const Step& step) const {
   Crest crest;
   crest.begin = crest.top = at_;
-  if (kLongestWindowNoise * ownFallDb_ >= auto_.noiseAmp) return crest;
+  if (kLongestWindowNoise * ownFallDb_ >= noise_.noiseAmp) return crest;
   crest.width = RefAutoGetWidthPlr(sor_, crest.begin, step.end, end_, MeanPoints(step.end),
-                                   static_cast<float>(fibreDb_), static_cast<float>(auto_.noiseAmp),
+                                   static_cast<float>(fibreDb_), static_cast<float>(noise_.noiseAmp),
                                    crest.top, crest.heightDb);
   if (crest.top - crest.width < frontEvent_.end) crest.width = 0;
   return crest;
@@ -129,7 +129,7 @@ StepScan::Verdict StepScan::TakeOverlappingReflections(const Step& step, const C
 // of unlike backscatter meet. Undecided when it is counted as a ripple after all.
 StepScan::Verdict StepScan::JudgeWideCrest(const Step& step, const Crest& crest) {
   find_.peak = Held(RefAutoSearchRef(sor_, crest.begin, crest.top));
-  if (auto_.peakCount > kRippledStretch) windows_.side = std::max<long>(windows_.side, auto_.peakWidthMax);
+  if (noise_.peakCount > kRippledStretch) windows_.side = std::max<long>(windows_.side, noise_.peakWidthMax);
   const double lossDb = LossAt(step.end, 2 * (windows_.fall + windows_.side));
   if (-lossDb > limits_.highDb) {
     lossDb_ = static_cast<float>(lossDb);
@@ -143,7 +143,7 @@ StepScan::Verdict StepScan::JudgeWideCrest(const Step& step, const Crest& crest)
     find_.type = 'N';
     return Verdict::kFound;
   }
-  if (lossDb < limits_.lowDb && crest.width > 2L * auto_.peakWidthMax) {
+  if (lossDb < limits_.lowDb && crest.width > 2L * noise_.peakWidthMax) {
     at_ += crest.width - 1;
     return Verdict::kGoOn;
   }
@@ -153,13 +153,13 @@ StepScan::Verdict StepScan::JudgeWideCrest(const Step& step, const Crest& crest)
 // A ripple tells how the trace swings. Past one that ends at the level at which it began.
 void StepScan::NoteRipple(const Step& step, const Crest& crest) {
   const float fallDb = static_cast<float>(step.fallDb);
-  auto_.peakWidthMax = static_cast<int>(std::max<long>(auto_.peakWidthMax, crest.width));
-  auto_.peakWidthSum = AddHeld(auto_.peakWidthSum, crest.width);
-  auto_.peakCount = AddHeld(auto_.peakCount, 1);
-  auto_.peakFallMin = std::min(auto_.peakFallMin, fallDb);
-  auto_.peakFallSum += fallDb;
-  auto_.peakRiseMax = std::max(auto_.peakRiseMax, crest.heightDb);
-  auto_.peakRiseSum += crest.heightDb;
+  noise_.peakWidthMax = static_cast<int>(std::max<long>(noise_.peakWidthMax, crest.width));
+  noise_.peakWidthSum = AddHeld(noise_.peakWidthSum, crest.width);
+  noise_.peakCount = AddHeld(noise_.peakCount, 1);
+  noise_.peakFallMin = std::min(noise_.peakFallMin, fallDb);
+  noise_.peakFallSum += fallDb;
+  noise_.peakRiseMax = std::max(noise_.peakRiseMax, crest.heightDb);
+  noise_.peakRiseSum += crest.heightDb;
   ripple_ = true;
   const double leftDb = PointFallDb(at_, at_ + crest.width) - static_cast<double>(crest.width) * fibreDb_;
   if (crest.width > windows_.fine && std::fabs(leftDb) < limits_.highDb - ownFallDb_) {
@@ -173,11 +173,12 @@ void StepScan::NoteRipple(const Step& step, const Crest& crest) {
 StepScan::Verdict StepScan::WeighSmallStep(Step& step) {
   if (step.fallDb > ownFallDb_) {
     const float excessDb = static_cast<float>(step.fallDb - ownFallDb_);
-    auto_.overCount = AddHeld(auto_.overCount, 1);
-    auto_.overMax = std::max(auto_.overMax, excessDb);
-    auto_.overSum += excessDb;
+    noise_.overCount = AddHeld(noise_.overCount, 1);
+    noise_.overMax = std::max(noise_.overMax, excessDb);
+    noise_.overSum += excessDb;
   }
-  const long twoRipples = auto_.peakCount > 1 ? 2L * auto_.peakWidthSum / auto_.peakCount + 1 : windows_.fall;
+  const long twoRipples =
+      noise_.peakCount > 1 ? 2L * noise_.peakWidthSum / noise_.peakCount + 1 : windows_.fall;
   const long points = std::min(twoRipples, end_ - step.end - 1);
   if (step.fallDb > limits_.highDb && ShiftedFallDb(step, points) > 1.1 * step.fallDb && !wide_) {
     long steepest = at_;

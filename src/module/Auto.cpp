@@ -2,8 +2,25 @@
 
 #include "ref/events/refEvent.h"
 #include "sor/sorData.h"
+#include "util/tinifile.h"
 
 // The commands of the module.
+
+TAuto::TAuto() : TraceComparison(static_cast<reflyze::AnalysisState&>(*this)), version("v160216") {}
+
+void TAuto::AnalysisSorData(TSorData* trace, TTH* thresholds) {
+  reflyze::AnalyseRecord(*this, *trace, thresholds);
+}
+
+void TAuto::Damp(TIni* ini) {
+  if (ini != nullptr) reflyze::ListTable(*this, *ini);
+}
+
+int TAuto::Damp(const char* path) {
+  TIni ini(path);
+  Damp(&ini);
+  return ini.Write(nullptr);
+}
 
 int TAuto::ServiceFunction(TCmdASF cmd, long& value, void** params) {
   constexpr int kCurrentTrace = 0;

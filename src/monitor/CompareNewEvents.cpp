@@ -7,7 +7,7 @@
 #include "ref/math/ref_Math.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/Analysis.h"
 #include "src/monitor/TraceComparison.h"
 #include "util/convert.h"
 

@@ -6,7 +6,7 @@
 
 #include "ref/events/refEvent.h"
 #include "sor/sorData.h"
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/Analysis.h"
 #include "src/filter/Filter.h"
 #include "src/monitor/CompareScale.h"
 #include "util/convert.h"
@@ -199,5 +199,5 @@ void TraceComparison::Automat(TSorData* trace, int useMonitoringThresholds) {
   TTH thresholds;
   thresholds.Take(*trace);
   thresholds.fromAutomat = 1;
-  analysis_.AnalysisSorData(trace, &thresholds);
+  AnalyseRecord(analysis_, *trace, &thresholds);
 }

@@ -23,12 +23,12 @@ enum TMonitorResult : int {
 
 namespace reflyze {
 
-class TraceAnalysis;
+struct AnalysisState;
 
 class TraceComparison {
  public:
   // Analyses are made by `analysis`, which outlives the comparison.
-  explicit TraceComparison(TraceAnalysis& analysis) : analysis_(analysis) {}
+  explicit TraceComparison(AnalysisState& analysis) : analysis_(analysis) {}
   TraceComparison(const TraceComparison&) = delete;
   TraceComparison& operator=(const TraceComparison&) = delete;
 
@@ -117,7 +117,7 @@ class TraceComparison {
   TRFTSUParams monitoring;
 
  private:
-  TraceAnalysis& analysis_;
+  AnalysisState& analysis_;
 };
 
 }  // namespace reflyze

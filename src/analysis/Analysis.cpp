@@ -1,18 +1,19 @@
-#include "src/analysis/TraceAnalysis.h"
+#include "src/analysis/Analysis.h"
 
 #include <string>
 
 #include "ref/events/refEvent.h"
 #include "ref/math/sectionFits.h"
 #include "sor/sorData.h"
+#include "src/analysis/AutoResult.h"
 #include "src/filter/Filter.h"
 #include "util/tinifile.h"
-
-using reflyze::TraceAnalysis;
 
 // The frame of one analysis: what holds for the record as a whole before and after its events are searched.
 
 TEventCounters Event;
+
+namespace reflyze {
 
 namespace {
 
@@ -49,14 +50,11 @@ bool LastEventEndsFibre(const TSorData& trace) {
 
 }  // namespace
 
-TraceAnalysis::TraceAnalysis() : version("v160216"), lines(new TOxArray<TEventLine, TEventLine*>) {}
-
-TraceAnalysis::~TraceAnalysis() { delete lines; }
-
-void TraceAnalysis::AnalysisSorData(TSorData* trace, TTH* thresholds) {
+void AnalyseRecord(AnalysisState& analysis, TSorData& trace, const TTH* thresholds) {
+  TTH& th = analysis.th;
   if (thresholds == nullptr) {
     th.Reset();
-    th.Take(*trace);
+    th.Take(trace);
   } else {
     th = *thresholds;
   }
@@ -64,41 +62,38 @@ void TraceAnalysis::AnalysisSorData(TSorData* trace, TTH* thresholds) {
 
   // A trace that was filtered before is analysed on its raw points. The flag goes in any case: an analysed
   // record asks for no filtering.
-  if (trace->QRTParams->isFilter() && trace->DataPtsBackup != nullptr) TSorFilter(trace).SetFilter(0);
-  trace->QRTParams->SetFlagFilter(0);
+  if (trace.QRTParams->isFilter() && trace.DataPtsBackup != nullptr) TSorFilter(&trace).SetFilter(0);
+  trace.QRTParams->SetFlagFilter(0);
 
-  reflyze::SectionFits fits(*trace);  // asked for once the search has left the levels alone
+  SectionFits fits(trace);  // asked for once the search has left the levels alone
   {
-    const UserOffsetAside aside(*trace);
-    sor = trace;
-    Calculate();
+    const UserOffsetAside aside(trace);
+    analysis.sor = &trace;
+    Calculate(analysis.settings(), analysis.scale(), analysis.noise(), analysis.table());
     // The event at the end of the fibre measures the return loss, below.
-    if (WriteEventTable(fits) && !LastEventEndsFibre(*trace)) RefEventSetORL(trace);
-    StampAnalysis(trace->SupParams->SR);
+    const bool hasLines =
+        WriteEventTable(analysis.settings(), analysis.scale(), analysis.noise(), analysis.table(), fits);
+    if (hasLines && !LastEventEndsFibre(trace)) RefEventSetORL(&trace);
+    StampAnalysis(trace.SupParams->SR);
   }
-  RefEventRFTSSync(trace);
-  RefEventENSync(trace);
-  MeasureEvents(*trace->KeyEvents, fits);
+  RefEventRFTSSync(&trace);
+  RefEventENSync(&trace);
+  MeasureEvents(*trace.KeyEvents, fits);
 }
 
-void TraceAnalysis::Damp(TIni* ini) {
-  if (ini == nullptr) return;
-  TIniSection* main = ini->AddSection("Main");
-  main->SetInt("Lines", lines->GetSize());
-  main->SetDouble("Lend", lEnd);
-  main->SetDouble("Loss", lossTotal);
-  main->SetDouble("DR", dr);
-  main->SetDouble("1Refl", firstRefl);
-  main->SetDouble("Dz0.1dB", dz01);
-  main->SetDouble("Dz0.5dB", dz05);
-  for (int i = 0; i < lines->GetSize(); ++i) {
+void ListTable(const LineTable& table, TIni& ini) {
+  TIniSection* main = ini.AddSection("Main");
+  main->SetInt("Lines", table.lines->GetSize());
+  main->SetDouble("Lend", table.lEnd);
+  main->SetDouble("Loss", table.lossTotal);
+  main->SetDouble("DR", table.dr);
+  main->SetDouble("1Refl", table.firstRefl);
+  main->SetDouble("Dz0.1dB", table.dz01);
+  main->SetDouble("Dz0.5dB", table.dz05);
+  for (int i = 0; i < table.lines->GetSize(); ++i) {
     const std::string section = "Line" + std::to_string(i);
-    lines->GetData(i)->Damp(ini->AddSection(section.c_str()));
+    table.lines->GetData(i)->Damp(ini.AddSection(section.c_str()));
   }
 }
 
-int TraceAnalysis::Damp(const char* path) {
-  TIni ini(path);
-  Damp(&ini);
-  return ini.Write(nullptr);
-}
+}  // namespace reflyze

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "src/analysis/th.h"
+
+namespace reflyze {
+
+// The detectors of the filter-based search, as bits of the mask that a host sees.
+enum DetectorBit : unsigned int {
+  kNoDetector = 0x1,     // a bit without a meaning, always set
+  kBigSplices = 0x2,     // steps that stand out from the noise
+  kFineSplices = 0x4,    // weak splices on quiet stretches
+  kWeakSplices = 0x8,    // steps hardly above the noise; asked only beside the big ones
+  kNoiseSplices = 0x10,  // steps on stretches that touch the noise
+};
+// Weak splices are left to a host that asks for them.
+constexpr unsigned int kDefaultDetectors = kNoDetector | kBigSplices | kFineSplices | kNoiseSplices;
+constexpr unsigned int kDetectorsOnRipple = kNoDetector | kBigSplices | kWeakSplices;
+static_assert(kDefaultDetectors == 0x17 && kDetectorsOnRipple == 0xb, "hosts know the numbers");
+
+// What an analysis is told. Stages only read it.
+struct AnalysisSettings {
+  TTH th;
+  // Detectors in use, DetectorBit. A rippled trace turns some off, and they stay off for the next trace.
+  unsigned int algoMask = kDefaultDetectors;
+};
+
+}  // namespace reflyze
