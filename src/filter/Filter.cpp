@@ -89,7 +89,7 @@ reflyze::HeldSamples TSorFilter::HeldLinf() const {
 
 // --- Kernel and record ---
 
-double TSorFilter::CalcFPin(double e) {
+double TSorFilter::CalcFPin(double e) const {
   if (pSorData == nullptr) return 0.0;
   const TSorBlockFixedParameters& fixed = *pSorData->FxdParams;
   return elementary::Power(fixed.GetOwtPulse(0) / fixed.GetOwtDS(0) + 10.5, e);
@@ -97,7 +97,7 @@ double TSorFilter::CalcFPin(double e) {
 
 void TSorFilter::SetLvlK(double e) { SetK(TruncToInt(CalcFPin(e) + 0.75)); }
 
-double TSorFilter::GetFLevel() {
+double TSorFilter::GetFLevel() const {
   if (pSorData == nullptr) return 0.0;
   const TSorBlockQRTParameters& params = *pSorData->QRTParams;
   // A count below 0, as a broken file may hold, stands for no kernel.
@@ -105,7 +105,7 @@ double TSorFilter::GetFLevel() {
   return elementary::Log(static_cast<double>(params.TMC)) / elementary::Log(CalcFPin(1.0));
 }
 
-void TSorFilter::SetSorMC(TSorData* sor) {
+void TSorFilter::SetSorMC(TSorData* sor) const {
   if (sor == nullptr) return;
   sor->QRTParams->SetTMC(static_cast<short>(K));
   for (int i = 0; i < K; ++i) sor->QRTParams->SetMC(kernel[Index(i)], i);
@@ -117,7 +117,7 @@ void TSorFilter::GetSorMC(TSorData* sor) {
   for (int i = 0; i < K; ++i) kernel[Index(i)] = sor->QRTParams->GetMC(i);
 }
 
-double TSorFilter::GetDbOnOwt(TSorData* sor) {
+double TSorFilter::GetDbOnOwt(TSorData* sor) const {
   if (sor == nullptr) sor = pSorData;
   if (sor == nullptr) return 0.0;
   const double spacingOwt = sor->FxdParams->GetOwtDS(0);

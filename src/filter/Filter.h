@@ -76,16 +76,16 @@ class TSorFilter : public TFilter {
   // --- Kernel (Filter.cpp) ---
 
   // Kernel length of strength `e`, before truncation: points of the pulse, and 10.5 more, to the power `e`.
-  double CalcFPin(double e);
+  double CalcFPin(double e) const;
   // Builds the kernel for that strength.
   void SetLvlK(double e);
   // Strength of the kernel that the record holds; 0 when it holds none or is not filtered.
-  double GetFLevel();
+  double GetFLevel() const;
   // Stores the kernel in the record, in steps of 0.0001, and takes it from there.
-  void SetSorMC(TSorData* sor);
+  void SetSorMC(TSorData* sor) const;
   void GetSorMC(TSorData* sor);
   // Fall of the receiver in dB per OWT as the kernel leaves it. Null stands for the bound record.
-  double GetDbOnOwt(TSorData* sor);
+  double GetDbOnOwt(TSorData* sor) const;
   // Index of the kernel strength in use, of 0.0, 0.5 and 0.8. With `apply` other than 0 the next one is put
   // in use, round and round, and its index given.
   int IncLevelF(int apply);
@@ -127,9 +127,9 @@ class TSorFilter : public TFilter {
   long AutoFilter(TSorData* data, TFEvent* events, short* pointMap);
   // Removes echoes from the `count` events of `work`, and copies at most 100 of the others to `out`, which
   // may be null; `count` becomes the number copied. The count before the cut at 100.
-  long AutoFilterEventRemove(TSorData* sor, long& count, TFEvent* work, TFEvent* out);
+  long AutoFilterEventRemove(TSorData* sor, long& count, TFEvent* work, TFEvent* out) const;
   // Moves what is no echo together in `ev`: the number of events that stay, the first at index `skip`.
-  long AutoFilterEventRemove(TSorData* sor, long count, TFEvent* ev, long& skip);
+  long AutoFilterEventRemove(TSorData* sor, long count, TFEvent* ev, long& skip) const;
   // Smooths the ragged stretch behind strong events.
   void BeardFilter(TSorData* sor, TFEvent* ev, long n);
 
@@ -143,12 +143,12 @@ class TSorFilter : public TFilter {
                    long& width);
   // Grade of the fall behind the rise that began at `begin` and ends at `from`, looking no further than `to`;
   // 0 or negative. `pw` points of pulse, `w` points to look across.
-  long FallAnalisys(long begin, long from, long to, long pw, long w, float T);
+  long FallAnalisys(long begin, long from, long to, long pw, long w, float T) const;
   // Where the dead zone of a reflection has fallen by half its height; the event gets its `end`. `deadFall`,
   // the rate of the fall behind it in dB a point, is for what may yet be measured there, and stays as it is.
-  long SearchDZ(TSorData* sor, TFEvent* ev, long limit, float& deadFall);
+  long SearchDZ(TSorData* sor, TFEvent* ev, long limit, float& deadFall) const;
   // Narrows the sum of the `W` samples before `i` to the newest `n`; gives `n`.
-  long ReCalcSum(long i, long W, long n, float& sum);
+  long ReCalcSum(long i, long W, long n, float& sum) const;
   // Fills `LinfAvg` for `N` points with means of `w` samples.
   void SetLinfAvg(long N, long w);
 
@@ -159,9 +159,9 @@ class TSorFilter : public TFilter {
   int ZvonDetect(int i, int last, float pw, int w1, float T);
   // Point of the second of two reflections that share the rise at `i`, 0 for a single one. `rf` and `w` are
   // points of recovery and of a window.
-  long DoubleRDetect(long i, long rf, long w, float T);
+  long DoubleRDetect(long i, long rf, long w, float T) const;
   // Whether the event `g` is an echo of `src`.
-  bool isGost(TSorData* sor, TFEvent* src, TFEvent* g);
+  bool isGost(TSorData* sor, TFEvent* src, TFEvent* g) const;
 
   // --- End of the signal (FilterEndSearch.cpp) ---
 
@@ -169,14 +169,14 @@ class TSorFilter : public TFilter {
   // the event window in points, `map` the averaging width at each point (of 1 everywhere for null), `polar`
   // the swing of the backscatter and `span` the loss seen so far, in dB. Above 0 the point; 0 for none; -1:
   // no signal, -2 and -3: nothing stands out, -4: too short, or nothing above the noise.
-  long SearchEnd(TSorData* sor, long from, long to, long w, short* map, float polar, float span);
+  long SearchEnd(TSorData* sor, long from, long to, long w, short* map, float polar, float span) const;
 
   // --- Noise (FilterNoise.cpp) ---
 
   // Root mean square of the differences of `p` over `step` points from `a` to `b`, in the units of the array,
   // with a steady slope taken out; differences above `limit` don't count, unless it is 0 or below. The caller
   // vouches for the points. Gives 1.
-  int CalcLinfNoise(long a, long b, long step, float limit, float* p, float& out);
+  int CalcLinfNoise(long a, long b, long step, float limit, float* p, float& out) const;
   // Noise of neighbouring samples and of the running mean from point `a` to `b`, as levels in dB. 0 without
   // the arrays, else 1.
   int CalcLinfNoise(long a, long b, float& fast, float& slow);
@@ -185,9 +185,9 @@ class TSorFilter : public TFilter {
   long AutoFilterCalcNoise();
   // Uncertainty in dB of the level at one end of the section between two one-way times: of the first, or with
   // `atEnd` of the second.
-  float GetNoiseError(float owtA, float owtB, int atEnd);
+  float GetNoiseError(float owtA, float owtB, int atEnd) const;
   // Uncertainty in dB of the loss of an event, from the sections on both sides.
-  float GetKeyEventNoiseError(TSorBlockKeyEvents1E* event);
+  float GetKeyEventNoiseError(TSorBlockKeyEvents1E* event) const;
 
   // --- The linear trace and its mean with the indices held inside. They are taken anew at each use: the
   // trace of the record may have been replaced. ---

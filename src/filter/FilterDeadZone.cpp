@@ -34,7 +34,7 @@ double LogOfFall(double fromLin, double toLin) { return toLin > 0.0 ? Log(fromLi
 
 // Near the noise a sharp difference counts as much as the level behind; far above it, the trace is looked at
 // where the receiver's exponential fall, which may still be under way, has come down.
-long TSorFilter::FallAnalisys(long begin, long from, long to, long pw, long w, float T) {
+long TSorFilter::FallAnalisys(long begin, long from, long to, long pw, long w, float T) const {
   constexpr long kShortestStretch = 5;
   constexpr long kNarrow = 6;        // points of pulse and window: below, single samples have to do
   constexpr double kWeak = 4.0;      // limits
@@ -294,7 +294,7 @@ long DeadZone::EndBehind(long end) {
 
 }  // namespace
 
-long TSorFilter::SearchDZ(TSorData* sor, TFEvent* ev, long limit, float& /*deadFall*/) {
+long TSorFilter::SearchDZ(TSorData* sor, TFEvent* ev, long limit, float& /*deadFall*/) const {
   if (sor == nullptr) sor = pSorData;
   if (sor == nullptr || ev == nullptr) return 0;
   return DeadZone(*this, *sor, *ev, limit).Run();

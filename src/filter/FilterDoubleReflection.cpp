@@ -263,7 +263,7 @@ bool DoubleReflection::HasSharpDip() const {
 
 }  // namespace
 
-long TSorFilter::DoubleRDetect(long i, long rf, long w, float T) {
+long TSorFilter::DoubleRDetect(long i, long rf, long w, float T) const {
   if (pSorData == nullptr) return 0;
   return DoubleReflection(*this, i, rf, w, T).Run();
 }

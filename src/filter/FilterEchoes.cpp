@@ -136,7 +136,7 @@ bool Echo::IsTooStrong() const {
 
 }  // namespace
 
-bool TSorFilter::isGost(TSorData* sor, TFEvent* src, TFEvent* g) {
+bool TSorFilter::isGost(TSorData* sor, TFEvent* src, TFEvent* g) const {
   if (sor == nullptr) sor = pSorData;
   if (sor == nullptr || src == nullptr || g == nullptr) return false;
   return Echo(*this, *sor, *src, *g).Run();

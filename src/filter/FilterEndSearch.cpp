@@ -43,8 +43,8 @@ constexpr double kStrongRippleDb = 0.3;
 // found to the next.
 class EndSearch {
  public:
-  EndSearch(TSorFilter& filter, TSorData& sor, long from, long to, long w, const short* map, float polar,
-            float span)
+  EndSearch(const TSorFilter& filter, TSorData& sor, long from, long to, long w, const short* map,
+            float polar, float span)
       : filter_(filter),
         sor_(sor),
         levels_(&sor),
@@ -130,7 +130,7 @@ class EndSearch {
   bool MoveBack(long edge, long& end);
   long TopAround(long end);
 
-  TSorFilter& filter_;
+  const TSorFilter& filter_;
   TSorData& sor_;
   const reflyze::TraceLevels levels_;
   float* const lin_;
@@ -494,7 +494,8 @@ long EndSearch::TopAround(long end) {
 
 }  // namespace
 
-long TSorFilter::SearchEnd(TSorData* sor, long from, long to, long w, short* map, float polar, float span) {
+long TSorFilter::SearchEnd(TSorData* sor, long from, long to, long w, short* map, float polar,
+                           float span) const {
   if (sor == nullptr) return kNothing;
   return EndSearch(*this, *sor, from, to, w, map, polar, span).Run();
 }

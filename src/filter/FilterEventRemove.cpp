@@ -25,7 +25,7 @@ constexpr char kInstrument = 'I';
 
 class EchoRemoval {
  public:
-  EchoRemoval(TSorFilter& filter, TSorData& sor, TFEvent* events, long count)
+  EchoRemoval(const TSorFilter& filter, TSorData& sor, TFEvent* events, long count)
       : filter_(filter), sor_(sor), trace_(filter, sor), events_(events), kept_(count), end_(count - 1) {}
 
   // The number of events that stay; `skip` of them stand in front of the fibre.
@@ -75,7 +75,7 @@ class EchoRemoval {
   float PeakLin(long i) const { return trace_.Lin(Event(i).peak); }
   long FootOf(const TFEvent& event) const;
 
-  TSorFilter& filter_;
+  const TSorFilter& filter_;
   TSorData& sor_;
   const ScanTrace trace_;
   TFEvent* const events_;
@@ -328,7 +328,7 @@ long EchoRemoval::InFrontOfFibre() const {
 }  // namespace
 }  // namespace reflyze
 
-long TSorFilter::AutoFilterEventRemove(TSorData* sor, long count, TFEvent* ev, long& skip) {
+long TSorFilter::AutoFilterEventRemove(TSorData* sor, long count, TFEvent* ev, long& skip) const {
   if (sor == nullptr) sor = pSorData;
   skip = 0;
   if (sor == nullptr || ev == nullptr || count < 1 || Linf == nullptr) return std::max(count, 0L);
@@ -337,7 +337,7 @@ long TSorFilter::AutoFilterEventRemove(TSorData* sor, long count, TFEvent* ev, l
 
 // The start of the fibre, where it was found by the light, may have been taken for an event of its own behind
 // the launch.
-long TSorFilter::AutoFilterEventRemove(TSorData* sor, long& count, TFEvent* work, TFEvent* out) {
+long TSorFilter::AutoFilterEventRemove(TSorData* sor, long& count, TFEvent* work, TFEvent* out) const {
   constexpr long kMostReported = 100;
   constexpr int kWeakGrade = 1;
   long skip = 0;

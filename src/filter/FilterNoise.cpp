@@ -45,7 +45,7 @@ double DeviationFromMean(const reflyze::HeldSamples& lin, const reflyze::HeldSam
 }  // namespace
 
 // A steady slope makes all differences of one sign: the imbalance between both is taken off.
-int TSorFilter::CalcLinfNoise(long a, long b, long step, float limit, float* p, float& out) {
+int TSorFilter::CalcLinfNoise(long a, long b, long step, float limit, float* p, float& out) const {
   step = std::max(step, 1L);
   double plus = 0.0, minus = 0.0;
   long count = 0;
@@ -197,7 +197,7 @@ namespace {
 // The uncertainty of a level that was averaged over so many points, from the noise below it.
 class LevelError {
  public:
-  LevelError(TSorFilter& filter, long a, long b, bool atEnd)
+  LevelError(const TSorFilter& filter, long a, long b, bool atEnd)
       : filter_(filter), sor_(*filter.pSorData), a_(a), b_(b), count_(std::max(b - a, 1L)), atEnd_(atEnd) {
     floorDb_ = sor_.FxdParams->GetNF();
     levelDb_ = sor_.NumToLevel(atEnd ? b : a);
@@ -259,7 +259,7 @@ class LevelError {
     return TSorBlockQRTParameters::flog5t(ratio) - TSorBlockQRTParameters::flog5t(ratio - 1.0F);
   }
 
-  TSorFilter& filter_;
+  const TSorFilter& filter_;
   TSorData& sor_;
   const long a_, b_;
   const long count_;  // points from one to the other
@@ -273,14 +273,14 @@ class LevelError {
 
 }  // namespace
 
-float TSorFilter::GetNoiseError(float owtA, float owtB, int atEnd) {
+float TSorFilter::GetNoiseError(float owtA, float owtB, int atEnd) const {
   if (pSorData == nullptr) return 0.0F;
   const long a = TruncToLong(pSorData->OwtTofNum(owtA));
   const long b = TruncToLong(pSorData->OwtTofNum(owtB));
   return LevelError(*this, a, b, atEnd != 0).Run();
 }
 
-float TSorFilter::GetKeyEventNoiseError(TSorBlockKeyEvents1E* event) {
+float TSorFilter::GetKeyEventNoiseError(TSorBlockKeyEvents1E* event) const {
   if (event == nullptr) return 0.0F;
   return GetNoiseError(static_cast<float>(event->ML0), static_cast<float>(event->ML1), 1) +
          GetNoiseError(static_cast<float>(event->ML2), static_cast<float>(event->ML3), 0);

@@ -7,7 +7,7 @@
 #include "src/filter/Filter.h"
 
 // Dropping samples and summing anew give the same mean; whichever touches fewer samples is taken.
-long TSorFilter::ReCalcSum(long i, long W, long n, float& sum) {
+long TSorFilter::ReCalcSum(long i, long W, long n, float& sum) const {
   const reflyze::HeldSamples lin = HeldLinf();
   const long dropped = W - n;
   if (2 * dropped < W) {

@@ -37,7 +37,7 @@ void RunningMean::Narrow(const HeldSamples& lin, long at, long drop) {
   width_ -= drop - 1;
 }
 
-void RunningMean::CutTo(long width, long at, TSorFilter& filter) {
+void RunningMean::CutTo(long width, long at, const TSorFilter& filter) {
   width_ = filter.ReCalcSum(at, width_, width, sum_);
   Settle();
 }

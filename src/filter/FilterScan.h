@@ -178,7 +178,7 @@ class RunningMean {
   // Takes the sample and drops the oldest `drop`.
   void Narrow(const HeldSamples& lin, long at, long drop);
   // Keeps the newest `width` samples before a point.
-  void CutTo(long width, long at, TSorFilter& filter);
+  void CutTo(long width, long at, const TSorFilter& filter);
   void Set(float mean, long width);
   void SetSingle() { width_ = 1; }
   void Settle() { mean_ = sum_ / static_cast<float>(width_); }

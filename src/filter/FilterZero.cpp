@@ -23,7 +23,7 @@ namespace {
 // Finds the end of a trace, in linear power, that is level.
 class LevelEnd {
  public:
-  LevelEnd(TSorData& sor, TSorFilter& filter, std::vector<float>& power)
+  LevelEnd(TSorData& sor, const TSorFilter& filter, std::vector<float>& power)
       : filter_(filter),
         power_(power),
         points_(static_cast<long>(power.size())),
@@ -59,7 +59,7 @@ class LevelEnd {
     return fibreLin > kErrorsToTell * errorLin && std::fabs(frontLin - behindLin) < kLevelShare * fibreLin;
   }
 
-  TSorFilter& filter_;
+  const TSorFilter& filter_;
   std::vector<float>& power_;
   const long points_;
   const double fibreDbPerPoint_;

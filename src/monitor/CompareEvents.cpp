@@ -78,7 +78,7 @@ TSorBlockRFTSEvents1E* EntryAt(const TSorBlockRFTSEvents& entries, int index) {
 
 }  // namespace
 
-int TraceComparison::GetEventIndex(TSorData* trace, long owt) {
+int TraceComparison::GetEventIndex(TSorData* trace, long owt) const {
   const TSorBlockKeyEvents& events = *trace->KeyEvents;
   for (int i = 0; i < events.ListedEvents(); ++i) {
     if (SameTime(events.EventAt(i).EPT, owt)) return i;
@@ -86,14 +86,14 @@ int TraceComparison::GetEventIndex(TSorData* trace, long owt) {
   return -1;
 }
 
-bool TraceComparison::IsOwtWithinAutoEvent(long owt, TSorData* trace, TSorBlockKeyEvents1E* event) {
+bool TraceComparison::IsOwtWithinAutoEvent(long owt, TSorData* trace, TSorBlockKeyEvents1E* event) const {
   const bool reflective = RefEventIsEventRFTSReflective(trace, event, monitoring.EventRT);
   const double limitKm = reflective ? monitoring.EvtRDetectDeltaLen : monitoring.EvtDetectDeltaLen;
   return static_cast<double>(std::labs(event->EPT - owt)) <= trace->dLenToOwt(limitKm);
 }
 
 TSorBlockKeyEvents1E* TraceComparison::GetCorrespondentEvent(TSorData* a, TSorData* b,
-                                                             TSorBlockKeyEvents1E* event) {
+                                                             TSorBlockKeyEvents1E* event) const {
   TSorBlockKeyEvents& candidates = *b->KeyEvents;
   const int same = GetEventIndex(b, event->EPT);
   if (same >= 0) return &candidates.EventAt(same);
@@ -109,7 +109,7 @@ bool TraceComparison::srCompare_InitNextEvents(int index, TSorData* base, TSorDa
                                                TRFTSLevel* level, TSorBlockKeyEvents1E*& baseEvent,
                                                TSorBlockKeyEvents1E*& currentEvent,
                                                TSorBlockRFTSEvents1E*& entry, TThresholdsRFTSSet*& thresholds,
-                                               long) {
+                                               long) const {
   if (index < 0 || index >= base->KeyEvents->ListedEvents()) return false;
   baseEvent = &base->KeyEvents->EventAt(index);
   const int position = GetEventIndex(current, baseEvent->EPT);
@@ -122,7 +122,7 @@ bool TraceComparison::srCompare_InitNextEvents(int index, TSorData* base, TSorDa
 
 void TraceComparison::srCompare_InitRFTSEvent(TSorData* base, TSorData* current, TSorBlockRFTSEvents1E* entry,
                                               TThresholdsRFTSSet* thresholds, TSorBlockKeyEvents1E* baseEvent,
-                                              TSorBlockKeyEvents1E* currentEvent) {
+                                              TSorBlockKeyEvents1E* currentEvent) const {
   if (thresholds->GetCT().IsAbsolute()) {
     entry->CT = Absolute(UnsignedDeviation(currentEvent->GetACI()));
   } else {
@@ -145,7 +145,7 @@ void TraceComparison::srCompare_InitRFTSEvent(TSorData* base, TSorData* current,
 }
 
 void TraceComparison::srCompare_CheckRFTSEvent(TSorBlockRFTSEvents1E* entry, TThresholdsRFTSSet* thresholds,
-                                               TSorData* current) {
+                                               TSorData* current) const {
   const TSorBlockRFTSEvents& entries = *current->RFTSEvents;
   const bool atEndOfFibre = entry == entries.GetEvent(entries.GetTNRFTSE() - 1);
   entry->MakeMonitored(true);
@@ -157,7 +157,8 @@ void TraceComparison::srCompare_CheckRFTSEvent(TSorBlockRFTSEvents1E* entry, TTh
   current->RFTSEvents->MakeFail(true);
 }
 
-void TraceComparison::srCompare_EELT(TSorData* base, TSorData* owner, TSorData* measured, TRFTSLevel* level) {
+void TraceComparison::srCompare_EELT(TSorData* base, TSorData* owner, TSorData* measured,
+                                     TRFTSLevel* level) const {
   const TShortThreshold& threshold = level->GetEELT();
   const double lossDb = measured->KeyEvents->GetEEL();
   TShortDeviation deviation = threshold.IsAbsolute()

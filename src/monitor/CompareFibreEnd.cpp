@@ -30,7 +30,7 @@ std::unique_ptr<TSorBlockKeyEvents1E> CopyOf(const TSorBlockKeyEvents1E* event) 
 
 }  // namespace
 
-double TraceComparison::CalculateSegmentACI(TSorData* trace, long from, long to) {
+double TraceComparison::CalculateSegmentACI(TSorData* trace, long from, long to) const {
   const double lengthOwt = static_cast<double>(to) - static_cast<double>(from);
   if (lengthOwt < 1.0) return 0.0;
   double slope = 0.0, intercept = 0.0;
@@ -38,7 +38,7 @@ double TraceComparison::CalculateSegmentACI(TSorData* trace, long from, long to)
   return -slope * lengthOwt / trace->dOwtToLen(lengthOwt);
 }
 
-bool TraceComparison::IsEventChanged(TSorData* base, TSorData* current, int index) {
+bool TraceComparison::IsEventChanged(TSorData* base, TSorData* current, int index) const {
   if (index < 0 || index >= base->KeyEvents->ListedEvents()) return false;
   TSorBlockKeyEvents1E& was = base->KeyEvents->EventAt(index);
   const TSorBlockKeyEvents1E* is = GetCorrespondentEvent(base, current, &was);
@@ -94,7 +94,7 @@ void TraceComparison::srCompare_InsertEOF(TSorData* base, TSorData* current, lon
   if (eof < end) end = eof;
 }
 
-void TraceComparison::srCompare_DeleteExcessEvents(TSorData* current, long eof) {
+void TraceComparison::srCompare_DeleteExcessEvents(TSorData* current, long eof) const {
   constexpr int kSourceOfEvent = 1;  // character of the event code: "F" found, "E" end of the fibre
   constexpr char kAdded = 'A';       // by hand
   TSorBlockKeyEvents& events = *current->KeyEvents;

@@ -237,17 +237,18 @@ void TraceComparison::FindNewEvents(TSorData* base, TSorData* current, long end)
   NewEventSearch(*this, *base, *current, end).Run();
 }
 
-bool TraceComparison::IsNewEventPossible(TSorData* base, TSorData* current, long from, long to) {
+bool TraceComparison::IsNewEventPossible(TSorData* base, TSorData* current, long from, long to) const {
   return SlopeComparison(*base, *current)
       .Differ(from, to, monitoring.EvtSearchStep, monitoring.EvtDetectDeltaCT);
 }
 
-bool TraceComparison::CanBeFoundByAutomat(TSorData* trace, TSorBlockKeyEvents1E* event) {
+bool TraceComparison::CanBeFoundByAutomat(TSorData* trace, TSorBlockKeyEvents1E* event) const {
   return trace != nullptr && event != nullptr && event->GetEL() > trace->FxdParams->GetLT() &&
          event->GetER() > trace->FxdParams->GetRT();
 }
 
-TSorBlockKeyEvents1E* TraceComparison::InsertEvent(TSorData* trace, TSorBlockKeyEvents1E* event, bool fail) {
+TSorBlockKeyEvents1E* TraceComparison::InsertEvent(TSorData* trace, TSorBlockKeyEvents1E* event,
+                                                   bool fail) const {
   auto copy = std::make_unique<TSorBlockKeyEvents1E>(*event);
   if (RefEventAdd(trace, copy.get(), 1) < 0) return nullptr;
   TSorBlockKeyEvents1E* inserted = copy.release();  // the table owns it now

@@ -73,6 +73,6 @@ class SectionAlone {
 
 }  // namespace
 
-void TraceComparison::IsolateSection(TSorData* trace, double fromOwt, double toOwt, double slope) {
+void TraceComparison::IsolateSection(TSorData* trace, double fromOwt, double toOwt, double slope) const {
   SectionAlone(*trace, slope).Draw(fromOwt, toOwt);
 }

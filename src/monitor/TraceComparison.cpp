@@ -132,39 +132,39 @@ int TraceComparison::Compare(TSorData* base, TSorData* current, bool recheck) {
   return recheck ? comparison.RunAgain() : comparison.Run();
 }
 
-void TraceComparison::Filter(TSorData* trace) {
+void TraceComparison::Filter(TSorData* trace) const {
   constexpr int kFTTFilter = 5;
   if (trace->QRTParams->isFilter()) TSorFilter(trace).SetFilter(kFTTFilter);
 }
 
 void TraceComparison::InitRFTSParameters(TSorData* base) { monitoring.Take(*base); }
 
-void TraceComparison::srCompare_CopyFixedParamsFromBaseToCurSor(TSorData* current, TSorData* base) {
+void TraceComparison::srCompare_CopyFixedParamsFromBaseToCurSor(TSorData* current, TSorData* base) const {
   current->FxdParams->SetET(monitoring.AutoET);
   current->FxdParams->SetRT(base->FxdParams->GetRT());
   current->QRTParams->SetCT(base->QRTParams->GetCT());
   current->FxdParams->SetLT(monitoring.AutoLT);
 }
 
-void TraceComparison::srCompare_SetRFTSAutoThresholds(TSorData* trace) {
+void TraceComparison::srCompare_SetRFTSAutoThresholds(TSorData* trace) const {
   trace->FxdParams->SetLT(monitoring.AutoLT);
   trace->FxdParams->SetRT(monitoring.AutoRT);
   trace->FxdParams->SetET(monitoring.AutoET);
   trace->QRTParams->SetCT(monitoring.AutoCT);
 }
 
-void TraceComparison::srCompare_InitRFTS(TSorData* current) {
+void TraceComparison::srCompare_InitRFTS(TSorData* current) const {
   current->RFTSEvents->MakeFail(false);
   current->RFTSEvents->Clear();
 }
 
-bool TraceComparison::srCompare_CheckLinkPresence(TSorData* base, TSorData* current) {
+bool TraceComparison::srCompare_CheckLinkPresence(TSorData* base, TSorData* current) const {
   const double baseDb = base->LenToLevel(monitoring.NoLinkDistance, 1);
   const double currentDb = current->LenToLevel(monitoring.NoLinkDistance, 1);
   return std::fabs(baseDb - currentDb) <= monitoring.NoLinkDeltaDB;
 }
 
-bool TraceComparison::srCompare_SetLevelName(TSorData* base, TSorData* current, TRFTSLevel*& level) {
+bool TraceComparison::srCompare_SetLevelName(TSorData* base, TSorData* current, TRFTSLevel*& level) const {
   level = base->RFTSParams->GetActiveLevel();
   if (level == nullptr) return false;
   current->RFTSEvents->SetLevelName(level->GetName());
@@ -174,7 +174,7 @@ bool TraceComparison::srCompare_SetLevelName(TSorData* base, TSorData* current, 
 // Monitoring may end at a landmark, such as the last manhole of an operator's own route. Of several landmarks
 // with its number the last one counts. One whose event is not in the table stands where the landmark itself
 // is.
-double TraceComparison::GetEndOfMonitoringOWT(TSorData* base) {
+double TraceComparison::GetEndOfMonitoringOWT(TSorData* base) const {
   constexpr long kNoLandmark = -1;
   TSorBlockKeyEvents& events = *base->KeyEvents;
   const int count = events.ListedEvents();
