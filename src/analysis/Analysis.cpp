@@ -62,7 +62,8 @@ void AnalyseRecord(AnalysisState& analysis, TSorData& trace, const TTH* threshol
 
   // A trace that was filtered before is analysed on its raw points. The flag goes in any case: an analysed
   // record asks for no filtering.
-  if (trace.QRTParams->isFilter() && trace.DataPtsBackup != nullptr) TSorFilter(&trace).SetFilter(0);
+  if (trace.QRTParams->isFilter() && trace.DataPtsBackup != nullptr)
+    TSorFilter(&trace).SetFilter(TSorFilter::kUnfiltered);
   trace.QRTParams->SetFlagFilter(0);
 
   SectionFits fits(trace);  // asked for once the search has left the levels alone

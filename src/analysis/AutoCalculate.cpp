@@ -15,7 +15,9 @@
 #include "src/analysis/AutoNumerics.h"
 #include "src/analysis/AutoSelect.h"
 #include "src/analysis/AutoShort.h"
+#include "src/analysis/FibreLimits.h"
 #include "src/filter/AutoLimits.h"
+#include "src/filter/Optics.h"
 
 // The driver of one analysis. It settles the scale of the trace: where the noise lies, how fast fibre and
 // receiver fall, and from that the three windows that all searches are made of. Then the lines come either
@@ -26,11 +28,6 @@
 namespace reflyze {
 
 namespace {
-
-constexpr double kRecoveryDb = 1.5;  // a recovery of the receiver is a fall by this much
-constexpr double kSteepestDbPerKm = 20.0;
-constexpr double kFlattestDbPerKm = 0.16;
-constexpr double kWindowFaultDb = 0.05;  // steps that the windows of the launch zone should resolve
 
 // --- The scale of the trace ---
 
@@ -134,7 +131,6 @@ class DirectSearch {
   void PassLaunchZone() {
     constexpr int kMostMoves = 3;
     constexpr double kAboveNoiseDb = 7.5;  // closer to the noise, a slope of the launch zone can't be told
-    constexpr double kLeastSlopeDbPerKm = 0.2;
     if (!IsStillFalling()) return;
     for (int move = 0; move < kMostMoves; ++move) {
       const double averageDb = AveragePower(scale_, start_, scale_.winEvent, 0);
@@ -143,7 +139,7 @@ class DirectSearch {
       if (sor_.FxdParams->GetNF() + kAboveNoiseDb > averageDb) return;
       const double slopeDbPerKm = std::max(
           LossPin(scale_, start_ + scale_.winEvent, start_ + 2 * scale_.winEvent + 4, pin, 0) / scale_.lenDS,
-          kLeastSlopeDbPerKm);
+          kLeastFibreDbPerKm);
       const long next = NakatDZ(scale_, start_, scale_.winEvent, start_ + 3 * scale_.winDead, slopeDbPerKm,
                                 slopeDbPerKm / 2.0);
       if (next == start_) return;

@@ -21,19 +21,20 @@
 #include "src/analysis/AutoNumerics.h"
 #include "src/analysis/AutoSelect.h"
 #include "src/analysis/AutoSteps.h"
+#include "src/analysis/FibreLimits.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 
 namespace reflyze {
 
 namespace {
 
-constexpr double kLeastSlopeDbPerKm = 0.2;  // the fibre is not believed to lose less
-constexpr double kStrongPeakDb = -3.0;      // a peak up here drives the receiver hard and makes echoes
-constexpr double kTallPeakDb = 15.0;        // above the noise: as good as clipped
-constexpr double kFarthestEchoKm = 30.0;    // a reflection further out is too weak for an echo
+constexpr double kStrongPeakDb = -3.0;       // a peak up here drives the receiver hard and makes echoes
+constexpr double kAsGoodAsClippedDb = 15.0;  // above the noise: as good as clipped
+constexpr double kFarthestEchoKm = 30.0;     // a reflection further out is too weak for an echo
 // A fibre has some tens of strong events. The walk moves forward with every one of them; the limits only keep
 // a broken record from making it endless.
-constexpr int kMostEvents = 1000;
+constexpr int kMostPassed = 1000;
 constexpr int kMostRefinements = 100;
 
 class FibreEndSearch {
@@ -58,7 +59,7 @@ class FibreEndSearch {
     SetScale();
     StartLine();
     if (levelDb_ > guardDb_) {
-      for (int event = 0; event < kMostEvents; ++event) {
+      for (int event = 0; event < kMostPassed; ++event) {
         const long before = cur_;
         if (PassEvent() == Fibre::kEnds || cur_ <= before) break;
       }
@@ -80,7 +81,7 @@ class FibreEndSearch {
   }
   // Length of a top that stands `heightDb` above a level, in the receiver's recovery.
   long RecoveryPoints(double heightDb) const {
-    return levels_.Near(TruncToLong(heightDb / 1.5 * scale_.owtRecover / stepOwt_ + 1.0));
+    return levels_.Near(TruncToLong(heightDb / kRecoveryDb * scale_.owtRecover / stepOwt_ + 1.0));
   }
   long FindFibreBehind(long point, TEventLine& launchEvent) const {
     return FindBegLine(settings_, scale_, noise_, table_, point, scale_.nPoints, scale_.dbOnOwt * stepOwt_,
@@ -110,7 +111,8 @@ class FibreEndSearch {
     const long point = std::clamp(end_, 0L, std::max(levels_.points() - 2, 0L));
     stepOwt_ = sor_->NumToOwt(point + 1) - sor_->NumToOwt(point);
     stepKm_ = sor_->dOwtToLen(stepOwt_);
-    const double steepestDb = std::min(table_.maxDbKm * stepKm_, stepOwt_ / scale_.owtRecover * 1.5 / 8.0);
+    const double steepestDb =
+        std::min(table_.maxDbKm * stepKm_, stepOwt_ / scale_.owtRecover * kRecoveryDb / 8.0);
     fallToEnd_ = levels_.Near(TruncToLong(endDb_ / steepestDb));
   }
 
@@ -194,7 +196,7 @@ class FibreEndSearch {
   void MeasureSection() {
     cur_ = OtkatEnd(scale_, end_, cur_, needDb_);
     const double stepKm = Km(end_);
-    const double leastSlope = kLeastSlopeDbPerKm * stepKm_;
+    const double leastSlope = kLeastFibreDbPerKm * stepKm_;
     slope_ = std::max(slope_, leastSlope);
     const double lastTopDb = topDb_;
     topDb_ = AveragePower(scale_, cur_ - window_, window_, 1) - static_cast<double>(window_ / 2) * slope_;
@@ -251,7 +253,7 @@ class FibreEndSearch {
   Fibre JudgePeak() {
     const double baseDb = std::max(levelDb_, guardDb_);
     const double heightDb = line_.peakLevel - baseDb;
-    if (heightDb > kTallPeakDb && heightDb > endDb_ + 5.0) saturated_ = 1;
+    if (heightDb > kAsGoodAsClippedDb && heightDb > endDb_ + 5.0) saturated_ = 1;
     const long overTop = RecoveryPoints(line_.peakLevel - topDb_);
     const long run = (saturated_ == 0 ? 3 * RecoveryPoints(heightDb) : winPulse_ + fallToEnd_) + overTop;
     if (saturated_ == 0) SplitAtDip();
@@ -379,7 +381,7 @@ class FibreEndSearch {
   void LookBehindNoise() {
     levelDb_ = AveragePower(scale_, end_ - window_, window_, 1);
     if (levelDb_ - scale_.nf > settings_.th.NFMargin) return;
-    long back = SearchStraightGreather(scale_, end_, scale_.nf + 3.0);
+    long back = SearchStraightGreather(scale_, end_, scale_.nf + kOverNoiseDb);
     if (back >= scale_.nPoints) return;
     back = SearchBackLess(scale_, back, scale_.nf, 0);
     table_.lEnd = Km(back);

@@ -8,7 +8,9 @@
 #include "sor/sorData.h"
 #include "src/analysis/AutoLevels.h"
 #include "src/analysis/AutoNumerics.h"
+#include "src/analysis/FibreLimits.h"
 #include "src/filter/AutoLimits.h"
+#include "src/filter/Optics.h"
 
 // The search for the next event of a section, on the direct path. A section of fibre falls along a line; an
 // event is the first place where the trace leaves it by more than noise can explain, down for a loss and up
@@ -47,17 +49,15 @@ class EventScan {
   // Each round starts where the last one stopped, and a step that still moves after so many rounds is no
   // step.
   static constexpr int kMostRounds = 1000;
-  static constexpr double kWindowFaultDb = 0.05;  // steps that a window should resolve
   static constexpr double kWindowFallDb = 0.004;  // least fall over a window, above the resolution of levels
-  static constexpr double kFlattestDbPerKm = 0.16;  // no fibre loses less
-  static constexpr long kLongWindowPoints = 17;     // from here on the loss limit counts 16 points
+  static constexpr long kLongWindowPoints = 17;   // from here on the loss limit counts 16 points
 
   // How far the receiver, and a credible fibre, can fall from point to point.
   void SetScale() {
     const TSorBlockFixedParameters& base = *scale_.sor->FxdParams;
     const double pointOwt = base.GetOwtDS(base.NumToNPW(to_));
     pointKm_ = scale_.sor->dOwtToLen(pointOwt);
-    slope_ = static_cast<float>(pointOwt / scale_.owtRecover * 1.5 / 8.0);
+    slope_ = static_cast<float>(pointOwt / scale_.owtRecover * kRecoveryDb / 8.0);
     guardDb_ = scale_.nf + settings_.th.NFMargin;
   }
 

@@ -9,6 +9,7 @@
 #include "sor/scale/sorMath.h"
 #include "sor/sorData.h"
 #include "src/analysis/AutoNumerics.h"
+#include "src/analysis/FibreLimits.h"
 #include "src/filter/AutoLimits.h"
 
 // The point-level tools of the direct search: how noisy a stretch is, where a fall begins and where it is
@@ -34,7 +35,7 @@ int GetPol(const TraceScale& scale, long a, long b, double& pol, double& slope) 
 
   const double level = levelAtEnd;
   slope = (static_cast<double>(levelAtStart) - level) / static_cast<double>(b - a);
-  if (level - sigmaDb < scale.nf + 3.0)
+  if (level - sigmaDb < scale.nf + kOverNoiseDb)
     return 1;  // the stretch sinks into the noise: its scatter tells nothing
   // Two sigma up and down, with the receiver's own noise taken off above and added below.
   const double swingDb = 2.0 * sigmaDb;
@@ -164,7 +165,7 @@ long GetLocalMinMax(const TraceScale& scale, long a, long b, long w, long avg, f
   if (avg > 1) {
     // Single points near the noise jump by more than any dip: means have to show it as well.
     const auto steady = [&](double& level, long point) {
-      if (level < scale.nf + 5.0) level = AveragePower(scale, point, avg, 1);
+      if (level < scale.nf + kPointsTellDb) level = AveragePower(scale, point, avg, 1);
     };
     steady(first, firstTop);
     steady(second, secondTop);

@@ -15,6 +15,8 @@
 #include "ref/math/traceLevels.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
+#include "src/analysis/FibreLimits.h"
+#include "src/filter/Optics.h"
 #include "util/blockSearch.h"
 #include "util/convert.h"
 
@@ -22,11 +24,9 @@ namespace reflyze {
 
 namespace {
 
-constexpr double kOverNoiseDb = 3.0;          // this far above the noise floor a level can be worked with
-constexpr double kClearOfNoiseDb = 5.0;       // and here a single point is reliable
-constexpr double kSafeOfNoiseDb = 7.0;        // and here the shape of a step is
+constexpr double kShapesTellDb = 7.0;         // above the noise floor the shape of a step can be read
 constexpr double kReferenceSpanOwt = 5000.0;  // 500 ns one way, about 100 m of fibre
-constexpr long kFewestPoints = 16;            // shorter sections leave nothing to search
+constexpr long kFewestSearched = 16;          // shorter sections leave nothing to search
 constexpr double kLongSectionKm = 5.0;        // a section so long can spare its start
 
 class TrustedRange {
@@ -102,7 +102,7 @@ class TrustedRange {
         static_cast<double>(from_ - 2 * levels_.Near(scale_.winDead)) - kReferenceSpanOwt / scale_.owtDS;
     const long peak = RefAutoGetMax(sor_, TruncToLong(searchFrom), from_, topDb, 1);
     if (peak < from_) RefAutoGetMin(sor_, peak + 1, from_, lowDb);
-    if (topDb > -0.2) topDb += 1.5F;  // a clipped top was higher than it looks
+    if (topDb > kMayClipLevelDb) topDb += 1.5F;  // a clipped top was higher than it looks
     if (lowDb < noiseDb_ + kOverNoiseDb) lowDb = static_cast<float>(noiseDb_ + kOverNoiseDb);
     const float dropDb = topDb - lowDb;
 
@@ -160,7 +160,7 @@ class TrustedRange {
   // A loss: where the step begins.
   long StepEdge(long around, long quarter) const {
     long edge = RefAutoSearchSplicePin(sor_, around, window_, quarter, slope_);
-    if (Level(event_) < noiseDb_ + kSafeOfNoiseDb) edge = event_;
+    if (Level(event_) < noiseDb_ + kShapesTellDb) edge = event_;
     if (type_ == 'E' && std::labs(event_ - edge) > window_ / 10) edge = event_;
     float levelDb = 0.0F;
     long top = RefAutoGetMax(sor_, event_ - 3, event_ + 5, levelDb, 0);
@@ -168,7 +168,7 @@ class TrustedRange {
       while (top > event_ - 3 && Level(top - 1) < Level(top)) --top;
       edge = top + 1;
     }
-    if (Level(edge) - Level(edge + window_) > 5.0 && Level(edge) > noiseDb_ + kClearOfNoiseDb) {
+    if (Level(edge) - Level(edge + window_) > 5.0 && Level(edge) > noiseDb_ + kPointsTellDb) {
       // So deep a fall ends in the noise: the step can't begin later than one window before that.
       const long inNoise = RefAutoSearchStraightLess(sor_, event_, static_cast<float>(noiseDb_)) - window_;
       if (inNoise < edge) edge = inNoise + 1;
@@ -206,7 +206,7 @@ class TrustedRange {
       const double recovery = (prev_->peakLevel - levels_[event_]) / scale_.dbOnOwt / scale_.owtDS;
       if (recovery + static_cast<double>(window_ / 2) > static_cast<double>(points_)) return true;
     }
-    return points_ < kFewestPoints || end_ - middle_ < base_ || points_ < window_ / 2;
+    return points_ < kFewestSearched || end_ - middle_ < base_ || points_ < window_ / 2;
   }
 
   // How far both halves swing over a base of points; a fall right at the end belongs to the event.

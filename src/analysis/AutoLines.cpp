@@ -20,20 +20,20 @@
 #include "sor/sorData.h"
 #include "src/analysis/AutoLevels.h"
 #include "src/analysis/AutoNumerics.h"
+#include "src/analysis/FibreLimits.h"
 #include "util/convert.h"
 
 namespace reflyze {
 
 namespace {
 
-constexpr double kNearNoiseDb = 5.0;        // this near to the noise floor a single point says little
-constexpr double kTallPeakDb = 5.0;         // a peak so tall takes the receiver more than the event window
-constexpr double kNoPeakDb = 0.001;         // a peak lower than this above the line is none
-constexpr double kSectionKm = 0.2;          // a section so long is a section, however few points it has
-constexpr double kImpossibleGainDb = -0.5;  // a larger gain is a reflection whose tail was taken for fibre
-constexpr double kShortestRealKm = 0.005;   // nearer to the start there is no fibre in front of an event
-constexpr double kLeastSlopeDbPerKm = 0.1;  // a measured slope has to exceed this to be believed
-constexpr double kLeastSlopeFactor = 0.8;   // a slope within these factors of the fibre's is accepted
+constexpr double kWidePeakDb = 5.0;            // a peak so tall takes the receiver more than the event window
+constexpr double kNoPeakDb = 0.001;            // a peak lower than this above the line is none
+constexpr double kSectionKm = 0.2;             // a section so long is a section, however few points it has
+constexpr double kImpossibleGainDb = -0.5;     // a larger gain is a reflection whose tail was taken for fibre
+constexpr double kShortestRealKm = 0.005;      // nearer to the start there is no fibre in front of an event
+constexpr double kLeastEndSlopeDbPerKm = 0.1;  // a measured slope has to exceed this to be believed
+constexpr double kLeastSlopeFactor = 0.8;      // a slope within these factors of the fibre's is accepted
 constexpr double kMostSlopeFactor = 1.25;
 constexpr double kFarDb = 100.0;  // start of a search for the least distance
 
@@ -99,7 +99,7 @@ class SectionBuilder {
   // and noise make them.
   void FindStart() {
     const long tailEnd = PeakTailEnd();
-    if (Level(last_) - scale_.nf < kNearNoiseDb) {
+    if (Level(last_) - scale_.nf < kPointsTellDb) {
       const int base = points_ < 40 ? 2 : 4;
       // Falls between level and twice the fibre's, and what noise adds.
       const double steepest = 2 * scale_.lossDS + noise_.noiseAmp / base / 2;
@@ -120,7 +120,7 @@ class SectionBuilder {
 
   // The point where the receiver has surely recovered from the peak in front, or from the launch.
   long PeakTailEnd() const {
-    long average = Level(event_) > scale_.nf + kNearNoiseDb ? 1 : points_ / 2 + 1;
+    long average = Level(event_) > scale_.nf + kPointsTellDb ? 1 : points_ / 2 + 1;
     average = std::min(average, last_);
     double levelDb = RefMathPower(sor_, scale_.linf, last_ - average, average + 1, 1);
     const long origin = TruncToLong(sor_->LenToNum(0.0));
@@ -150,7 +150,7 @@ class SectionBuilder {
     long peak = event_;
     line_->peakLevel = GetMax(scale_, event_, window_ + 2, peak);
     const double heightDb = line_->peakLevel - line_->P[1];
-    if (heightDb > kTallPeakDb) {
+    if (heightDb > kWidePeakDb) {
       const double wider = static_cast<double>(window_ + 2) +
                            static_cast<double>(TruncToLong(heightDb)) / (scale_.dbOnOwt * 5.0 * scale_.owtDS);
       line_->peakLevel = GetMax(scale_, event_, levels_.Near(TruncToLong(wider)), peak);
@@ -262,7 +262,9 @@ class SectionBuilder {
   }
 
   // Nominal slope of this fibre in dB/km.
-  double FibreSlope() const { return table_.aciEnd > kLeastSlopeDbPerKm ? table_.aciEnd : scale_.aciNominal; }
+  double FibreSlope() const {
+    return table_.aciEnd > kLeastEndSlopeDbPerKm ? table_.aciEnd : scale_.aciNominal;
+  }
 
   // What noise alone can tilt the section by, in dB.
   double NoiseTiltDb() const {

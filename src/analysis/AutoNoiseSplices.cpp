@@ -8,6 +8,7 @@
 
 #include <cmath>
 
+#include "src/analysis/FibreLimits.h"
 #include "src/analysis/SpliceScan.h"
 #include "util/convert.h"
 
@@ -46,8 +47,7 @@ class NoiseSpliceScan : private SpliceSearch {
     bool IsSet() const { return at >= 0; }
   };
 
-  static constexpr double kNearNoiseDb = 3.0;  // the search starts where the trace is this near the noise ...
-  static constexpr double kInNoiseDb = 6.0;    // ... and ends this far below it
+  static constexpr double kInNoiseDb = 6.0;         // the search ends this far below the noise
   static constexpr double kLongestOwnFallDb = 0.5;  // a longer window sees more of the slope than of a step
   static constexpr double kTallDb = 5.0;      // behind an event that falls by more, the receiver still drifts
   static constexpr double kSteepFibre = 1.5;  // slopes of the fibre; above, the fibre itself is steeper
@@ -79,7 +79,7 @@ class NoiseSpliceScan : private SpliceSearch {
   }
 
   void PassStrongSignal() {
-    while (at_ < scanEnd_ && LevelDb(at_) > scale_.nf + kNearNoiseDb) at_ += stride_;
+    while (at_ < scanEnd_ && LevelDb(at_) > scale_.nf + kOverNoiseDb) at_ += stride_;
   }
 
   // False where the noise swallows every step that could be believed.

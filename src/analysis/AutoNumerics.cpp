@@ -21,11 +21,11 @@ namespace reflyze {
 
 namespace {
 
-constexpr double kNoiseMarginDb = 2.0;      // a step must clear the noise by this much to count
-constexpr double kLeastFaultDb = 0.001;     // a demanded step of 0 or less stands for this one
-constexpr double kLeastCredibleDb = 0.002;  // no step below this is credible, however strong the signal
-constexpr double kHighestPowerDb = 65.535;  // top of the 16-bit level scale in 0.001 dB
-constexpr double kMostPoints = 32767.0;     // longest window that is ever asked for
+constexpr double kStepMarginDb = 2.0;             // a step must clear the noise by this much to count
+constexpr double kLeastFaultDb = 0.001;           // a demanded step of 0 or less stands for this one
+constexpr double kLeastCredibleDb = 0.002;        // no step below this is credible, however strong the signal
+constexpr double kHighestPowerDb = 65.535;        // top of the 16-bit level scale in 0.001 dB
+constexpr double kLongestWindowPoints = 32767.0;  // longest window that is ever asked for
 
 double AtLeastFaultDb(double faultDb) { return faultDb <= 0.0 ? kLeastFaultDb : faultDb; }
 
@@ -42,18 +42,18 @@ double DbFault(double level, double fault) {
 
 double RequirePower(double fault, long pts) {
   return -5.0 * elementary::Log10(powDb(AtLeastFaultDb(fault)) - 1.0) -
-         2.5 * elementary::Log10(static_cast<double>(pts)) + kNoiseMarginDb;
+         2.5 * elementary::Log10(static_cast<double>(pts)) + kStepMarginDb;
 }
 
 long RequireAvgPin(double level, double fault) {
   double points = elementary::Exp10((RequirePower(fault, 1) - level) / 2.5);
-  if (points > kMostPoints) points = kMostPoints;
+  if (points > kLongestWindowPoints) points = kLongestWindowPoints;
   return TruncToLong(points + 0.999);
 }
 
 double RequireFault(double level, long pts) {
   const double averaged = static_cast<double>(std::max(pts, 1L));
-  const double noiseToSignal = powDb(-(level - kNoiseMarginDb)) / std::sqrt(averaged);
+  const double noiseToSignal = powDb(-(level - kStepMarginDb)) / std::sqrt(averaged);
   const double faultDb = 5.0 * elementary::Log10(noiseToSignal + 1.0) + 0.002;
   return faultDb < kLeastCredibleDb ? kLeastCredibleDb : faultDb;
 }

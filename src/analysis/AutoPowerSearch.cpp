@@ -9,6 +9,7 @@
 #include "src/analysis/AutoNumerics.h"
 #include "src/analysis/AutoSteps.h"
 #include "src/filter/AutoLimits.h"
+#include "src/filter/Optics.h"
 
 // The alternative search inside the lines. Where the usual one follows single points away from a line, this
 // one only compares mean powers in front of and behind a place, over a range of distances. It needs no fit,
@@ -176,16 +177,16 @@ void PowerScan::Describe(TEventLine& head) const {
 }
 
 long PowerScan::NextStart(const TEventLine& head) const {
-  constexpr double kTallPeakDb = 1.5;
+  constexpr double kTailedPeakDb = 1.5;
   const double slopeDbPerKm = head.LossKm();
   long q = pos_ + scale_.winPulse;
-  if (head.peakLevel >= settings_.th.RefSat || head.peakLevel - head.P[1] > kTallPeakDb) {
+  if (head.peakLevel >= settings_.th.RefSat || head.peakLevel - head.P[1] > kTailedPeakDb) {
     // Down to the level of the line, and through what the receiver dips below the fibre behind a strong peak.
     q = std::min(SearchStraightLess(scale_, q, static_cast<float>(head.P[1]), 1, 0.0F), end_);
     const long window = scale_.winEvent / 3 + 1;
     q = std::max(q, StraightGreatherLine(scale_, q, q + scale_.winDead, afterDb_, slopeDbPerKm, window));
   }
-  const double recoveries = (head.P[1] - afterDb_) / 1.5;
+  const double recoveries = (head.P[1] - afterDb_) / kRecoveryDb;
   q += std::max(0L, HeldShift(recoveries * scale_.owtRecover / scale_.owtDS, scale_.nPoints));
   return NakatDZ(scale_, q, scale_.winEvent / 2 + 1, q + 3 * scale_.winDead,
                  std::max(1.4 * slopeDbPerKm, aciEnd_), slopeDbPerKm / 3.0);

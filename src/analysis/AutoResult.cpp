@@ -25,7 +25,7 @@ constexpr double kLaunchMarginOwt = 250.0;  // 25 ns one way: what the launch ma
 constexpr double kLaunchPeakDb = 0.1;       // a launch peak higher than this above the fibre is a reflection
 constexpr double kShortestFitKm = 0.5;      // a last section longer than this gives its level by a fit
 constexpr double kMostSectionLossDb = 2.0;  // beyond this loss a section is too long to measure an event on
-constexpr int kMostEvents = 32767;          // the table counts in 16 bits
+constexpr int kMostTableEvents = 32767;     // the table counts in 16 bits
 
 bool IsDoubled(const TSorBlockKeyEvents1E& event) {
   const char first = event.EC.c_str()[0];
@@ -56,7 +56,7 @@ class EventTableWriter {
     const int lines = found_.lines->GetSize();
     for (int i = 0; i < lines; ++i) {
       // A list too long for the table loses events before its last one.
-      if (i + 1 == lines || table_.TNKE + 1 < kMostEvents) AddLine(i);
+      if (i + 1 == lines || table_.TNKE + 1 < kMostTableEvents) AddLine(i);
     }
     ArrangeShortEventsMarkers(sor_);
     SetEndToEndLoss();

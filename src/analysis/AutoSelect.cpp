@@ -13,6 +13,7 @@
 #include "ref/math/sectionFits.h"
 #include "sor/sorData.h"
 #include "src/analysis/AutoNumerics.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 #include "util/elementary.h"
 
@@ -76,11 +77,14 @@ class EventSelection {
   // Fall below the level in front that a real end shows. A splitter loses nearly as much as an end does, so
   // the fall has to exceed what it takes.
   double StopDropDb() const {
+    constexpr double kUnknownSplittersDb =
+        18.0;                             // what splitters of unknown ratios take at most, with a margin
+    constexpr double kEndMarginDb = 3.0;  // by which an end falls further than the splitters
     const TSorBlockQRTParameters& params = *sor_->QRTParams;
-    if (params.PonType == 2) return 18.0;
+    if (params.PonType == kUnknownSplitters) return kUnknownSplittersDb;
     if (params.PonType == 0) return 0.0;
     const double outputs = static_cast<double>(params.FirstSplitterRatio) * params.SecondSplitterRatio;
-    return 10 * elementary::Log10(outputs) + 3.0;
+    return 10 * elementary::Log10(outputs) + kEndMarginDb;
   }
 
   double FarDb(const TEventLine& behind) const { return std::max(behind.P[0], scale_.nf - 5.0); }
@@ -273,8 +277,8 @@ class WeakZone {
   }
 
  private:
-  static constexpr double kSplitterDb = 6.0;
-  static constexpr double kDepthDb = 17.0;  // below the start of the fibre
+  static constexpr double kLeastSplitterLossDb = 6.0;  // a larger loss is that of a splitter
+  static constexpr double kDepthDb = 17.0;             // below the start of the fibre
   static constexpr double kSteepDbPerKm = 2.0;
 
   // Levels grow with distance here.
@@ -290,7 +294,7 @@ class WeakZone {
     int splitters = 0;
     for (int i = 0; i < events_.ListedEvents() - 1; ++i) {
       const TSorBlockKeyEvents1E& event = events_.EventAt(i);
-      if (event.GetEL() > kSplitterDb) {
+      if (event.GetEL() > kLeastSplitterLossDb) {
         ++splitters;
       } else if (splitters >= 2 && LossTo(event.EPT) > startDb + kDepthDb) {
         return i;

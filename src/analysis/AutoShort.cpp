@@ -20,8 +20,10 @@
 #include "src/analysis/AutoLines.h"
 #include "src/analysis/AutoSelect.h"
 #include "src/analysis/Detectors.h"
+#include "src/analysis/FibreLimits.h"
 #include "src/filter/AutoLimits.h"
 #include "src/filter/Filter.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 
 namespace reflyze {
@@ -31,18 +33,14 @@ namespace {
 constexpr double kLongestPulseNs = 31100.0;  // longer pulses leave the filter no stretch to work on
 constexpr long kMostFilterEvents = 99;       // of the filter, with the finds between them
 constexpr long kMostFinds = 99;              // on one stretch
-constexpr long kMostEvents = 200;            // of the final list
+constexpr long kMostListed = 200;            // of the final list
 constexpr double kSpanOwt = 2000.0;          // 200 ns one way, about 41 m of fibre: the reference distance
 constexpr float kSpliceStepDb = 0.02F;       // smallest step worth reporting; tuned
 constexpr float kGhostStepFactor = 5.0F;     // ghosts ripple the whole trace, so the step grows with them
-constexpr double kSaturatedPeakDb = -0.2;    // above this the receiver clips
-constexpr double kStrongEndPeakDb = -0.1;    // an end reflection as high as this hides the level behind it
 constexpr double kBehindStrongEndDb =
     2.4;                               // the noise lies this far under its floor where nothing can be read
-constexpr double kOverNoiseDb = 3.0;   // nearer to the noise floor a level says little
 constexpr double kSelectEndDb = 25.0;  // thresholds of the selection in a plain analysis: nearly all stays
 constexpr double kSelectReflectanceDb = -100.0;
-constexpr int kMultimodeFibre = 651;
 
 // Events of the filter in trace order, and the finds that join them.
 using FilterEvents = safe_array<TFEvent, 100>;
@@ -103,7 +101,7 @@ class ShortAnalysisRun {
     widths_.assign(static_cast<size_t>(std::max(scale_.nPoints, 1L)), 1);
     result().events = &filt_[0];
     result().pointMap = widths_.data();
-    filter_->SetFilter(7);
+    filter_->SetFilter(TSorFilter::kAutoFilter);
     n_ = result().count;
     Event.filterEvents += n_;
     noise_.noiseAmp = result().polar;
@@ -152,7 +150,7 @@ class ShortAnalysisRun {
   // Noise in front of a very strong event has no level to compare: the stretch ends before it.
   long FootOfStrongEvent(long i, long z) const {
     const TFEvent& next = filt_[At(i)];
-    if (!(LevelDb(next.peak) > kSaturatedPeakDb || next.gradeUp >= 16)) return z;
+    if (!(LevelDb(next.peak) > kMayClipLevelDb || next.gradeUp >= 16)) return z;
     const long foot = next.begin - scale_.winPulse / 2 - 1;
     const auto negative = [this](long point) {
       return scale_.linf != nullptr && point >= 0 && point < scale_.nPoints && scale_.linf[point] < 0.0F;
@@ -279,7 +277,7 @@ class ShortAnalysisRun {
   // --- The final list ---
 
   void BuildEventList() {
-    for (long i = 1; i < n_ && nEv_ < kMostEvents; ++i) {
+    for (long i = 1; i < n_ && nEv_ < kMostListed; ++i) {
       const TFEvent& before = filt_[At(i - 1)];
       const TFEvent& next = filt_[At(i)];
       long s = std::max(before.end, before.tail);
@@ -325,7 +323,7 @@ class ShortAnalysisRun {
   void FindFineSplices(long& s, long z, char nextType) {
     long carry = 0;
     float bestDb = 0.0F;
-    while (z - s > stepP_ && nEv_ < kMostEvents - n_ && nextType != 'G' && IsOn(kFineSplices) &&
+    while (z - s > stepP_ && nEv_ < kMostListed - n_ && nextType != 'G' && IsOn(kFineSplices) &&
            s < noiseStop_) {
       const long p = RefAutoSearchSpliceEvent(&sor_, s, z, static_cast<float>(kSpanOwt), lossThrDb_,
                                               gainThrDb_, slopeRef_, bestDb, widths_.data(), after_, carry);
@@ -381,7 +379,7 @@ class ShortAnalysisRun {
   void MeasureEnd() {
     const TFEvent& last = filt_[At(n_ - 1)];
     double endDb = scale_.nf - kBehindStrongEndDb;
-    if (LevelDb(last.peak) < kStrongEndPeakDb) {
+    if (LevelDb(last.peak) < kClipsLevelDb) {
       const long k = lastZ_ + stepP_ + stepD_ * ((last.Am() + 5) / 5);
       // The count is formed like a position, and reaches to the end of the trace.
       const long count = (scale_.nPoints - k) / 20 + k;
@@ -421,7 +419,7 @@ class ShortAnalysisRun {
   std::unique_ptr<TSorFilter> filter_;
   std::vector<short> widths_;            // points averaged at each point
   FilterEvents filt_, found_;            // of the filter with what joined them; finds on one stretch
-  safe_array<TFEvent, kMostEvents> ev_;  // the final list
+  safe_array<TFEvent, kMostListed> ev_;  // the final list
   long n_ = 0, nEv_ = 0;
   long stepD_ = 0;         // points of half the reference distance, and a bit
   long stepP_ = 0;         // points of the pulse and a bit

@@ -20,9 +20,9 @@ namespace reflyze {
 
 namespace {
 
-constexpr double kNearNoiseDb = 1.5;    // this close to the noise floor, only linear power averages truly
-constexpr long kShortestSlid = 4;       // points; below, a new mean costs no more than moving the old one
-constexpr long kStridesPerWindow = 15;  // long windows are moved on in strides, to bound the double loop
+constexpr double kMeansInLinearDb = 1.5;  // this close to the noise floor, only linear power averages truly
+constexpr long kShortestSlid = 4;         // points; below, a new mean costs no more than moving the old one
+constexpr long kStridesPerWindow = 15;    // long windows are moved on in strides, to bound the double loop
 
 // Where pairs of windows are compared, in points, and the fall that is no event, in dB per point.
 struct PairRange {
@@ -92,7 +92,7 @@ void ForEachPair(const TraceScale& scale, const PairRange& range, Visit visit) {
     second.Restart();
     for (long d = range.d1; d <= range.d2; d += range.DistanceStride()) {
       const Real behind = second.At(p + range.pin + d, linear);
-      linear = behind <= scale.nf + kNearNoiseDb;
+      linear = behind <= scale.nf + kMeansInLinearDb;
       const Real step = static_cast<Real>(before - behind - static_cast<double>(range.pin + d) * range.slope);
       if (visit(p, d, before, behind, step)) return;
     }
@@ -114,7 +114,7 @@ class FirstStep {
       return true;
     }
     if (step < downDb_) return false;  // as most are
-    return behind > scale_.nf + kNearNoiseDb && step > 0.0F && IsSuddenGain(p, before, behind, step);
+    return behind > scale_.nf + kMeansInLinearDb && step > 0.0F && IsSuddenGain(p, before, behind, step);
   }
   long at() const { return at_; }
   float stepDb() const { return step_; }

@@ -45,11 +45,11 @@ class WeakSpliceScan final : public StepScan {
   // The swing of the backscatter where ripples have shown it, else the working noise.
   double LeastLossDb() const override {
     constexpr int kFewRipples = 6;
-    constexpr double kLeastDb = 0.02;
+    constexpr double kLeastSwingDb = 0.02;
     const double swingDb = noise_.peakCount < kFewRipples
                                ? noise_.noiseAmp
                                : -static_cast<double>(noise_.peakFallSum) / noise_.peakCount;
-    return std::max(swingDb, kLeastDb);
+    return std::max(swingDb, kLeastSwingDb);
   }
   // A window has to average over several ripples.
   long LeastMeanWindow() const override {

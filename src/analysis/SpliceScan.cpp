@@ -20,7 +20,7 @@ namespace {
 constexpr long kMostGrade = 30000;
 
 // --- The event in front ---
-constexpr int kStrongGrade = 16;           // its receiver tail is steeper for longer
+constexpr int kSteepTailGrade = 16;        // from here on its receiver tail is steeper for longer
 constexpr double kTailSlopes = 3.0;        // slopes of the fibre that still count as its tail ...
 constexpr double kStrongTailSlopes = 5.0;  // ... behind a strong event
 constexpr double kPlungeDb = 3.0;          // a fall like this in front of the stretch: the tail is new
@@ -133,7 +133,7 @@ void StepScan::SetLimits() {
   limits_.thirdDb = limits_.eventDb / 3 + ownFallDb_;
   limits_.renewDb = scale_.nf + RequirePower(limits_.leastDb, 1);
   limits_.noiseDb = scale_.nf - rules_.belowNoiseDb;
-  limits_.tailSlopeDb = fibreDb_ * (frontEvent_.Am() < kStrongGrade ? kTailSlopes : kStrongTailSlopes);
+  limits_.tailSlopeDb = fibreDb_ * (frontEvent_.Am() < kSteepTailGrade ? kTailSlopes : kStrongTailSlopes);
   limits_.slopeDb = fibreDb_;
   limits_.baseDb = 1.5 * ownFallDb_;
   limits_.leastPerOwnFall = limits_.leastDb / static_cast<double>(winEvent_) / fibreDb_;
@@ -187,8 +187,9 @@ bool StepScan::LeaveFront() {
 // Points that the receiver needs for the fall behind the top of the event in front, with a half for safety;
 // three times that where a disturbance follows. None when the search starts far behind it.
 long StepScan::RecoveryPoints() const {
+  constexpr double kHalfMore = 1.5;
   const double fallDb = PointFallDb(frontEvent_.peak, frontEvent_.end);
-  long points = HeldShift(std::ceil(1.5 * fallDb / scale_.dbOnOwt / scale_.owtDS), levels_.points());
+  long points = HeldShift(std::ceil(kHalfMore * fallDb / scale_.dbOnOwt / scale_.owtDS), levels_.points());
   if (frontEvent_.tail != 0) points *= 3;
   if (2 * points < at_ - frontEvent_.end) points = 0;
   return std::max(points, 0L);

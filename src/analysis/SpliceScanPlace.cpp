@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "src/analysis/SpliceScan.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 #include "util/elementary.h"
 
@@ -16,7 +17,7 @@ namespace reflyze {
 
 namespace {
 
-constexpr int kStrongGrade = 10;         // a strong event in front ends in a sharp fall of its own
+constexpr int kSharpEdgeGrade = 10;      // a strong event in front ends in a sharp fall of its own
 constexpr long kManyMeanPoints = 16;     // above, the filter has smeared a step too far to place it by levels
 constexpr double kLossyDb = 3.0;         // a loss so large takes the receiver longer to follow
 constexpr double kLongPulseSteps = 3.0;  // below this many own falls the least event may hide in the slope
@@ -73,7 +74,7 @@ bool StepScan::PassGrowingFall(const Step& step) {
 // Behind a strong event a fall from one point to the next is the edge of an echo, unless the whole fall lies
 // in it.
 bool StepScan::IsSharpBehindStrongEvent(const Step& step) const {
-  if (winEvent_ < 2 || frontEvent_.Am() < kStrongGrade) return false;
+  if (winEvent_ < 2 || frontEvent_.Am() < kSharpEdgeGrade) return false;
   const double lastDb = PointFallDb(step.end - 1, step.end);
   const double restDb = std::fabs(step.fallDb - lastDb);
   return lastDb > limits_.eventFallDb && lastDb > (5.0 / static_cast<double>(winEvent_) + 1.0) * restDb;
@@ -108,8 +109,8 @@ StepScan::Verdict StepScan::PlaceInMeans(long first, long last) {
   const float lossDb = static_cast<float>(scale.LinToLog5(frontLin) - scale.LinToLog5(frontLin - fallLin) -
                                           fibreDb_ * static_cast<double>(winEvent_));
   // A small loss is over before the receiver would have followed a large one.
-  const long pulsePoints = TruncToLong(lossDb / 1.5 * static_cast<double>(winEvent_ - winPulse_) + 0.5 +
-                                       static_cast<double>(winPulse_));
+  const long pulsePoints = TruncToLong(lossDb / kRecoveryDb * static_cast<double>(winEvent_ - winPulse_) +
+                                       0.5 + static_cast<double>(winPulse_));
   const long edge = std::clamp(pulsePoints, 1L, winEvent_);
   if (edge < winEvent_) FallOfMeans(first, last, mean, edge);
   if (lossDb < limits_.faultDb) {
@@ -270,9 +271,9 @@ bool StepScan::BelongsToFront() const {
 }
 
 void StepScan::MoveFrontBehindFind() {
-  constexpr int kWeakGrade = 10;
+  constexpr int kKeepsRiseGrade = 10;  // a weaker event takes over where the find has risen
   frontEvent_.end = std::max(frontEvent_.end, find_.end);
-  if (frontEvent_.Am() < kWeakGrade) frontEvent_.rise = find_.rise;
+  if (frontEvent_.Am() < kKeepsRiseGrade) frontEvent_.rise = find_.rise;
   at_ = std::max<long>(at_, frontEvent_.end);
 }
 

@@ -127,13 +127,13 @@ double TSorFilter::GetDbOnOwt(TSorData* sor) const {
 
 int TSorFilter::IncLevelF(int apply) {
   constexpr double kLevels[] = {0.0, 0.5, 0.8};
-  constexpr int kLast = 2;
+  constexpr int kLastLevel = 2;
   if (pSorData == nullptr) return 0;
   const double level = GetFLevel();
   int index = 0;
-  while (index < kLast && !((kLevels[index] + kLevels[index + 1]) / 2 > level)) ++index;
+  while (index < kLastLevel && !((kLevels[index] + kLevels[index + 1]) / 2 > level)) ++index;
   if (apply == 0) return index;
-  index = (index + 1) % (kLast + 1);
+  index = (index + 1) % (kLastLevel + 1);
   pSorData->QRTParams->SetFilterLevel(1.0, 0);
   SetLvlK(kLevels[index]);
   SetSorMC(pSorData);
@@ -189,19 +189,19 @@ bool NeedsZeroCorrection(TSorData& sor) {
 
 void TSorFilter::SetFilter(int kind) {
   if (pSorData == nullptr) return;
-  if (kind == -1) kind = pSorData->QRTParams->isFilter() ? 1 : 0;
+  if (kind == kAsFlagged) kind = pSorData->QRTParams->isFilter() ? 1 : 0;
   if (pSorData->QRTParams->DataPointsFiltered == kErased) return;
   BackupRestoreDataPointsBeforeFilterApply(kind);
   switch (kind) {
-    case 0:
+    case kUnfiltered:
       break;
-    case 5:
+    case kFTTFilter:
       FTTFilter(pSorData);
       break;
-    case 6:
+    case kTempFilter:
       TempFilter(pSorData, nullptr, 0.5);
       break;
-    case 7:
+    case kAutoFilter:
       PrepareAutoFilter();
       result.count = AutoFilter(pSorData, result.events, result.pointMap);
       break;

@@ -61,9 +61,16 @@ class TSorFilter : public TFilter {
 
   // Binds a record and takes its figures. Null changes nothing.
   void SetSorData(TSorData* sor);
-  // Runs a filter: 0 none, which brings the unfiltered trace back; 5 FTTFilter; 6 TempFilter against the
-  // embedded record; 7 AutoFilter; any other the kernel; -1 what the record is flagged for, 0 or 1. The flag
-  // is then set by `kind`. Nothing happens once the filter story is erased.
+  // Kinds of filter, as hosts number them; every other number is the kernel.
+  enum Kind : int {
+    kAsFlagged = -1,  // what the record is flagged for: none, or the kernel
+    kUnfiltered = 0,  // brings the unfiltered trace back
+    kFTTFilter = 5,
+    kTempFilter = 6,  // against the embedded record
+    kAutoFilter = 7,
+  };
+  // Runs a filter of that kind, and sets the flag of the record by it. Nothing happens once the filter story
+  // is erased.
   void SetFilter(int kind);
   // Keeps the trace before a filter of `kind` above 0 changes it, and brings it back for 0. A backup of a
   // trace that is filtered already stays as it is.

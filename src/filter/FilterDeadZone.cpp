@@ -14,6 +14,7 @@
 #include "ref/refAuto.h"
 #include "src/filter/Filter.h"
 #include "src/filter/LinearTrace.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 #include "util/elementary.h"
 
@@ -36,9 +37,9 @@ double LogOfFall(double fromLin, double toLin) { return toLin > 0.0 ? Log(fromLi
 // where the receiver's exponential fall, which may still be under way, has come down.
 long TSorFilter::FallAnalisys(long begin, long from, long to, long pw, long w, float T) const {
   constexpr long kShortestStretch = 5;
-  constexpr long kNarrow = 6;        // points of pulse and window: below, single samples have to do
-  constexpr double kWeak = 4.0;      // limits
-  constexpr double kUnderWay = 3.0;  // ratio to the level behind from which the fall can't be over
+  constexpr long kNarrow = 6;          // points of pulse and window: below, single samples have to do
+  constexpr double kNearLimits = 4.0;  // times the limit: nearer to the noise than that
+  constexpr double kUnderWay = 3.0;    // ratio to the level behind from which the fall can't be over
   const LinearTrace lin(Linf, HeldLinf().count());
   if (lin.empty() || to - from < kShortestStretch) return 0;
 
@@ -48,7 +49,7 @@ long TSorFilter::FallAnalisys(long begin, long from, long to, long pw, long w, f
   const double topLin = isNarrow ? lin[from] : lin.MeanOfTwo(from - 1);
   long foot = std::max(begin + pulse, from) + window + 1;
   double heightLin = 0.0;
-  if (kWeak * T > topLin) {
+  if (kNearLimits * T > topLin) {
     const long start = std::max(from, 0L), end = std::min(foot + 1, lin.count());
     long at = 0;
     heightLin = RefAutoSearchMaxLinFall(Linf, start, end, window, 1, 0.0F, at);
@@ -99,6 +100,8 @@ class DeadZone {
   }
 
  private:
+  static constexpr long kSmallGrade = 5;  // a weaker event is over with the receiver's first fall
+
   double Db(long point) const { return levels_[point]; }
   long AsPoint(long point) const { return std::clamp(point, 0L, lastPoint_); }
   double FibreDb() const { return filter_.dbOnDS; }
@@ -169,17 +172,17 @@ void DeadZone::MoveToHigherPeak() {
 }
 
 void DeadZone::SetScales() {
-  constexpr double kSaturatedDb = 0.2;  // from the top of the scale
-  constexpr double kBaseDb = 2.5;       // fall of the receiver
-  constexpr double kSmallLaunchDb = 2.5, kLaunchGradeDb = 1.5;
-  isSaturated_ = !(peakDb_ < sor_.GetMaxLevel() - kSaturatedDb);
+  constexpr double kBaseDb = 2.5;             // fall of the receiver
+  constexpr double kSmallLaunchFallDb = 2.5;  // behind a launch that falls less, the fibre shows early
+  constexpr double kLaunchGradeDb = 1.5;      // fall that makes a grade
+  isSaturated_ = !(peakDb_ < sor_.GetMaxLevel() - reflyze::kMayClipNearTopDb);
   base_ = std::min(TruncToLong(ReceiverPoints(kBaseDb) + 1.0), lastPoint_);
   if (base_ < 2) base_ = 3;
   if (isSaturated_) base_ *= 2;
   fullBase_ = base_;
   if (!isLaunch_) return;
   const double fallDb = peakDb_ - Db(rise_ + 2 * base_);
-  if (!(fallDb < kSmallLaunchDb)) return;
+  if (!(fallDb < kSmallLaunchFallDb)) return;
   isSmallLaunch_ = true;
   strength_ = TruncToLong(std::ceil(fallDb / kLaunchGradeDb));
 }
@@ -192,14 +195,14 @@ bool DeadZone::IsPulseShort() const {
 // Where the receiver should be done with the fall; but while the trace stands above the level in front of the
 // event, it is not.
 long DeadZone::ExpectedEnd() {
-  constexpr long kStrong = 15;
+  constexpr long kLastingGrade = 15;
   constexpr double kGradeDb = 1.5;  // a doubling in linear power
   const long run = AsPoint(rise_ + (isSaturated_ ? strength_ * base_ : strength_ * base_ / 2));
-  if (strength_ < kStrong && !isSaturated_ && run < limit_) limitDb_ = Db(run);
+  if (strength_ < kLastingGrade && !isSaturated_ && run < limit_) limitDb_ = Db(run);
   const double fallDb = std::min(peakDb_ - limitDb_, kGradeDb * static_cast<double>(strength_));
   long points = std::clamp(TruncToLong(ReceiverPoints(fallDb) + 0.5), -lastPoint_, lastPoint_);
   if (isSaturated_) points *= 2;
-  if (strength_ < 5 && points < base_) points = base_;
+  if (strength_ < kSmallGrade && points < base_) points = base_;
   long end = AsPoint(std::min(limit_, rise_ + points + 1));
   while (!isLaunch_ && end < lastPoint_ && end < furthest_ && Db(event_.begin - 1) < Db(end)) ++end;
   return end;
@@ -208,9 +211,8 @@ long DeadZone::ExpectedEnd() {
 // Behind the steepest part of the fall, the fibre begins where the trace falls by no more than its rate and a
 // share of the steepest. -1 where it doesn't show.
 long DeadZone::EndWhereFibreShows() {
-  constexpr long kWeak = 5;
   long end = ExpectedEnd();
-  if (end - rise_ <= base_ && base_ > 3 && strength_ < kWeak) {
+  if (end - rise_ <= base_ && base_ > 3 && strength_ < kSmallGrade) {
     base_ /= 2;
     end = AsPoint(end + base_);
   }
@@ -223,7 +225,7 @@ long DeadZone::EndWhereFibreShows() {
   end = FibreFrom(steepest, base_, FibreDb() + steepDb / 10);
   if (end <= 0) return -1;
 
-  const long settled = strength_ < kWeak ? end + base_ : EndOfSlowFall(end, steepDb);
+  const long settled = strength_ < kSmallGrade ? end + base_ : EndOfSlowFall(end, steepDb);
   const double halfDb = (Db(end + base_) + peakDb_) / 2;
   SetEnd(settled > 0 ? settled : end);
   return FirstBelow(rise_, halfDb);
@@ -269,8 +271,8 @@ long DeadZone::EndOfFall() {
 // Behind an undershoot the trace recovers, and it is from there that it falls to the fibre.
 void DeadZone::PassUndershoot() {
   constexpr double kUndershootDb = 0.2;
-  constexpr long kStrong = 10;
-  if (!(lowestDb_ < limitDb_ - kUndershootDb && event_.Am() >= kStrong)) return;
+  constexpr long kUndershootGrade = 10;
+  if (!(lowestDb_ < limitDb_ - kUndershootDb && event_.Am() >= kUndershootGrade)) return;
   if (!lin_.empty() && lin_[lowest_] <= 0.0 && lin_[limit_] > 0.0) {
     const double halfDb = (sor_.GetMinLevel() + Db(limit_)) / 2;
     lowest_ = AsPoint(RefAutoSearchBackLess(&sor_, limit_, static_cast<float>(halfDb), 0));

@@ -12,6 +12,7 @@
 #include "ref/refAuto.h"
 #include "src/filter/Filter.h"
 #include "src/filter/LinearTrace.h"
+#include "src/filter/Optics.h"
 
 namespace {
 
@@ -101,10 +102,11 @@ class DoubleReflection {
 
 // Means where the pulse has samples enough and the fibre behind is not far above the noise.
 void DoubleReflection::SetSamples() {
-  constexpr long kShortPulse = 10, kMostSamples = 16;
-  constexpr double kQuiet = 100.0;  // limits
+  constexpr long kFewSamples = 10;   // points of pulse: a shorter one leaves no means
+  constexpr long kMostSamples = 16;  // of a mean
+  constexpr double kQuiet = 100.0;   // limits
   samples_ =
-      pulse_ < kShortPulse || lin_[far_] > kQuiet * limitLin_ ? 1 : std::min(pulse_ / 10, kMostSamples);
+      pulse_ < kFewSamples || lin_[far_] > kQuiet * limitLin_ ? 1 : std::min(pulse_ / 10, kMostSamples);
 }
 
 // A rise that is still going on where the search for its peak ends is followed, unless it has slowed down.
@@ -207,8 +209,7 @@ bool DoubleReflection::IsNoRise() const {
 // Without a second rise, a top that lasts longer than one pulse holds two. The second one began a pulse
 // before the fall. A saturated top may be as long as it likes.
 long DoubleReflection::LateFall() const {
-  constexpr double kSaturatedDb = 0.1;
-  if (Db(dip_) > sor_.GetMaxLevel() - kSaturatedDb) return kOne;
+  if (Db(dip_) > sor_.GetMaxLevel() - reflyze::kClipsNearTopDb) return kOne;
   const long fall =
       RefAutoSearchStraightLess(&sor_, second_, static_cast<float>((2.0 * Db(dip_) + Db(far_)) / 3));
   const double longestSingle =

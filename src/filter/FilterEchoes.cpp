@@ -12,9 +12,13 @@
 #include "ref/events/refEventReflection.h"
 #include "ref/math/traceLevels.h"
 #include "sor/scale/sorMath.h"
+#include "src/filter/EventLetters.h"
 #include "src/filter/Filter.h"
+#include "src/filter/Optics.h"
 
 namespace {
+
+using reflyze::kNearMeanPoints;
 
 class Echo {
  public:
@@ -49,9 +53,9 @@ class Echo {
   double Around(const TFEvent& event) const {
     return Peak(event) + static_cast<double>(lin_[event.peak - 1L]) + lin_[event.peak + 1L];
   }
-  bool IsStrongest() const { return source_.type == 'R'; }
+  bool IsStrongest() const { return source_.type == reflyze::letter::kStrongReflection; }
   // At the top of the scale a peak may have been higher than it shows.
-  bool IsPeakTrue() const { return levels_[source_.peak] < kSaturatedDb; }
+  bool IsPeakTrue() const { return levels_[source_.peak] < reflyze::kMayClipLevelDb; }
   bool FallsAtSource() const { return lin_[source_.end] < frontLin_; }
 
   void MeasureFront();
@@ -59,8 +63,6 @@ class Echo {
   void MeasurePeaks();
   bool HasLoss() const;
   bool IsTooStrong() const;
-
-  static constexpr double kSaturatedDb = -0.2;
 
   const TSorFilter& filter_;
   TSorData& sor_;
@@ -90,11 +92,10 @@ void Echo::MeasureFront() {
 
 // The lowest of samples and means there; further means only where they are clear of the source.
 void Echo::MeasureGround() {
-  constexpr long kMeanPoints = 16;
   const long ground = echo_.begin - 1L;
   groundLin_ = std::min({lin_[ground - 1], lin_[ground], mean_[ground]});
-  if (ground <= source_.end + 3 * kMeanPoints) return;
-  for (int i = 1; i <= 2; ++i) groundLin_ = std::min<double>(groundLin_, mean_[ground - i * kMeanPoints]);
+  if (ground <= source_.end + 3 * kNearMeanPoints) return;
+  for (int i = 1; i <= 2; ++i) groundLin_ = std::min<double>(groundLin_, mean_[ground - i * kNearMeanPoints]);
 }
 
 // A pulse of less than two points falls between samples: what it carries shows in three of them, and a source
@@ -111,12 +112,11 @@ void Echo::MeasurePeaks() {
 // A loss behind it makes an event real. How much of one an echo may pretend depends on the light at the
 // source: with the strongest source, on a good part of it, else on a hundredth, and on what comes back of it.
 bool Echo::HasLoss() const {
-  constexpr long kMeanPoints = 16;
   if (!(groundLin_ > noiseLin_)) return false;
   double scale = 100.0;
   if (IsStrongest()) scale = FallsAtSource() ? 30.0 : 10.0;
   const double sourceLin = FallsAtSource() ? frontLin_ : lin_[source_.end];
-  const double lossLin = groundLin_ - mean_[echo_.end + filter_.pulseFallPoints + kMeanPoints];
+  const double lossLin = groundLin_ - mean_[echo_.end + filter_.pulseFallPoints + kNearMeanPoints];
   if ((lossLin - noiseLin_) * scale > sourceLin) return true;
   return !IsStrongest() && lossLin * weakened_ > frontLin_;
 }

@@ -11,7 +11,9 @@
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
 #include "src/filter/AutoLimits.h"
+#include "src/filter/EventLetters.h"
 #include "src/filter/FilterScan.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 #include "util/elementary.h"
 
@@ -19,13 +21,13 @@ namespace reflyze {
 
 namespace {
 
-constexpr char kLast = '0';
-constexpr char kEndReflection = 'r';
-constexpr char kEnd = 'E';
-
 // Rate in dB per OWT at which a strong reflection may still fade behind its dead zone.
 constexpr double kFadeDbPerOwt = 0.0004;
 constexpr double kLeastSignalDb = 1.5;  // above the noise
+
+// Grades of the strongest reflection.
+constexpr long kExplainsGrade = 10;   // from here on its tail may be all that is seen
+constexpr long kTailRuledGrade = 15;  // and from here on it rules the end of the trace too
 
 // Noise of a mean lies below that of a sample by 5 log10 of the square root of its width.
 double NoiseGainDb(double width) { return 2.5 * elementary::Log10(width); }
@@ -140,11 +142,10 @@ void AutoFilterEndPhase::SmoothRest() {
 
 // The lower of the last means, and the noise that they have. A mean counts less the more events there are.
 void AutoFilterEndPhase::MeasureTail() {
-  constexpr long kStrongGrade = 15;
   const long last = scales_.lastPoint;
   const long width = widths_.isKept() ? widths_[last - 1] : mean_.width() / 2;
   tailNoiseLin_ = scales_.noiseLin;
-  if (strongest_ < kStrongGrade && width > 1) {
+  if (strongest_ < kTailRuledGrade && width > 1) {
     tailNoiseLin_ /= std::sqrt(static_cast<double>(width) / static_cast<double>(count_) / 4.0);
   }
   tailLin_ = trace_.NearMean(last - 1);
@@ -158,15 +159,14 @@ void AutoFilterEndPhase::MeasureTail() {
 bool AutoFilterEndPhase::MayEndQuietly() {
   constexpr double kUnfilled = 1.02;
   constexpr double kShortPulseNs = 30.0;
-  constexpr long kRulingGrade = 20;
-  constexpr int kStrongGrade = 16;
+  constexpr int kLoudGrade = 16;  // behind such an event no end is quiet
   const TFEvent& event = Last();
   const long last = scales_.lastPoint;
   const double lastDb = Db(last - 1);
   return sor_.FxdParams->AR > kUnfilled * sor_.GetMaxOwt() && sor_.FxdParams->GetNsPulse(0) < kShortPulseNs &&
          event.rise < scales_.points - scales_.farPoints - 3 && strongest_ < kRulingGrade &&
          Db(event.end) > lastDb && Db((event.end + last) / 2) > lastDb && Lin(event.end) > scales_.noiseLin &&
-         event.Am() < kStrongGrade && event.end + scales_.midPoints * event.Am() * 3 < last &&
+         event.Am() < kLoudGrade && event.end + scales_.midPoints * event.Am() * 3 < last &&
          tailLin_ > tailNoiseLin_;
 }
 
@@ -185,7 +185,7 @@ void AutoFilterEndPhase::AddQuietEnd() {
   TFEvent& event = Append();
   event.begin = event.peak = trace_.Held(last);
   event.rise = event.end = trace_.Held(scales_.points - 1);
-  event.type = kLast;
+  event.type = letter::kLast;
 }
 
 // --- Ends in the tail ---
@@ -219,9 +219,9 @@ bool AutoFilterEndPhase::TryEnd(Round& round) {
 }
 
 bool AutoFilterEndPhase::FindEnd(Round& round) {
-  constexpr long kWeakGrade = 11;
+  constexpr long kFadesGrade = 11;  // the tail of a weaker reflection fades half as fast
   round.fadeDb = scales_.spacingOwt * kFadeDbPerOwt;
-  if (strongest_ < kWeakGrade) round.fadeDb /= 2.0;
+  if (strongest_ < kFadesGrade) round.fadeDb /= 2.0;
   round.end = filter_.SearchEnd(&sor_, from_, upTo_, scales_.eventPoints, widths_.data(), scales_.rippleDb,
                                 static_cast<float>(SpanDb())) +
               1;
@@ -233,12 +233,11 @@ bool AutoFilterEndPhase::FindEnd(Round& round) {
 
 // What the events between the first and the last have taken from the signal.
 double AutoFilterEndPhase::SpanDb() {
-  constexpr long kStrongGrade = 15;
-  constexpr double kLeastDb = 0.01;
-  if (count_ == 1 && strongest_ < kStrongGrade) return 0.0;
+  constexpr double kLeastSpanDb = 0.01;
+  if (count_ == 1 && strongest_ < kTailRuledGrade) return 0.0;
   const TFEvent& first = events_[0];
   const double fallDb = Db(first.end) - Db(Last().begin) - FibreDb(Last().begin - first.end);
-  return std::max(fallDb, kLeastDb);
+  return std::max(fallDb, kLeastSpanDb);
 }
 
 // A strong reflection matters less the farther away it is, and hardly where fibre is seen behind it.
@@ -251,13 +250,12 @@ void AutoFilterEndPhase::FadeStrongest(const Round& round) {
 
 // Whether a step stands at the end of a stretch that falls like a fibre.
 bool AutoFilterEndPhase::IsBehindFibre(const Round& round) const {
-  constexpr long kStrongGrade = 10, kRulingGrade = 20;
-  constexpr double kStepDb = 0.5;
+  constexpr double kEndStepDb = 0.5;
   const long pulse = scales_.pulsePoints, window = scales_.eventPoints, e = round.end;
-  if (strongest_ < kStrongGrade || strongest_ >= kRulingGrade) return false;
+  if (strongest_ < kExplainsGrade || strongest_ >= kRulingGrade) return false;
   if (e - from_ <= window + scales_.farPoints) return false;
   const double stepDb = Db(e - window) - Db(e + window + scales_.nearPoints);
-  if (!(stepDb > kStepDb + FibreDb(2 * window + scales_.nearPoints))) return false;
+  if (!(stepDb > kEndStepDb + FibreDb(2 * window + scales_.nearPoints))) return false;
   const long fibre =
       RefAutoSearchStraightLoss2(&sor_, from_, e, pulse, 2.0F * scales_.slopeDb, scales_.slopeDb / 2.0F, 0);
   return fibre > from_ && fibre < e - pulse && Db(e - pulse) - Db(e) < FibreDb(e - fibre);
@@ -267,16 +265,16 @@ bool AutoFilterEndPhase::IsBehindFibre(const Round& round) const {
 // the splitter of a passive network. None left: the search is over. What falls slower than a dead zone fades
 // is fibre, and would go on at its own rate.
 bool AutoFilterEndPhase::MeasureStretch(Round& round) {
-  constexpr float kSplitterDb = 20.0F;
-  constexpr double kLeastSplitterDb = 1.5;
+  constexpr float kMostSplitterDb = 20.0F;  // a larger fall is no splitter
+  constexpr double kLeastSplitterDb = 1.5;  // and so is a smaller one
   const long e = round.end, window = scales_.eventPoints;
   round.stretch = 3 * (e - from_) / 4;
   if (isPon() && round.stretch > 2 * window + scales_.farPoints) {
     long at = 0;
     const double fallDb =
-        RefAutoSearchMaxdbFall(&sor_, e - round.stretch, e, window, at, kSplitterDb) - FibreDb(window);
+        RefAutoSearchMaxdbFall(&sor_, e - round.stretch, e, window, at, kMostSplitterDb) - FibreDb(window);
     if (fallDb > kLeastSplitterDb) {
-      const double recovery = fallDb / 1.5 * filter_.dbOnOwt * scales_.spacingOwt;
+      const double recovery = fallDb / kRecoveryDb * filter_.dbOnOwt * scales_.spacingOwt;
       round.stretch = TruncToLong(static_cast<double>(e - at) - (static_cast<double>(window) + recovery));
     }
   }
@@ -293,7 +291,7 @@ bool AutoFilterEndPhase::MeasureStretch(Round& round) {
 // (A stretch that begins far behind the trace needs no case of its own: an end always lies behind it.)
 void AutoFilterEndPhase::MeasureNeed(Round& round) {
   constexpr double kDbPerGrade = 1.5;
-  constexpr double kMarginDb = 2.0;
+  constexpr double kSeenDb = 2.0;  // above the noise
   constexpr double kSteepDb = 1.5;
   round.noiseDb = scales_.noiseDb - NoiseGainDb(static_cast<double>(mean_.target));
   const double slopeDb = FibreDb(round.stretch);
@@ -301,7 +299,7 @@ void AutoFilterEndPhase::MeasureNeed(Round& round) {
   if (std::fabs(round.fallDb) < slopeDb / 5.0) round.fallDb = 0.0;
   const double meanDb = (round.stretchDb + Db(from_)) / 2.0;
   const bool isEven = !(meanDb < round.stretchDb) && !(std::fabs(round.fallDb) > kSteepDb);
-  round.overDb = (isEven ? meanDb : round.stretchDb) - (round.noiseDb + kMarginDb);
+  round.overDb = (isEven ? meanDb : round.stretchDb) - (round.noiseDb + kSeenDb);
   round.need = TruncToLong(round.overDb / kDbPerGrade + 10.0);
   if (!(std::fabs(round.fallDb) < round.overDb / 2.0)) return;
   ++round.need;
@@ -346,14 +344,13 @@ bool AutoFilterEndPhase::IsEnd(const Round& round, double goesOnDb) {
 
 // The end is reported if it lies clear of what the last event may still do.
 void AutoFilterEndPhase::AddEnd(const Round& round) {
-  constexpr long kStrongGrade = 10;
   constexpr double kPeakShare = 0.7;  // of ripple and noise, by which a peak has to exceed the end
   const long e = round.end, window = scales_.eventPoints, width = widths_[e];
   const double overDb = round.stretchDb - round.noiseDb;
-  const double recoverOwt = (Db(Last().peak) - round.stretchDb) / 1.5 * scales_.fallOwt + 50.0;
+  const double recoverOwt = (Db(Last().peak) - round.stretchDb) / kRecoveryDb * scales_.fallOwt + 50.0;
   const double caution = overDb > 0.0 ? 5.0 / overDb + 1.0 : 5.0;
   const double clear = std::ceil(recoverOwt / scales_.spacingOwt) * caution;
-  if (strongest_ >= kStrongGrade || !(Db(from_) > round.noiseDb) || e <= 0) return;
+  if (strongest_ >= kExplainsGrade || !(Db(from_) > round.noiseDb) || e <= 0) return;
   if (!(clear + static_cast<double>(window) < static_cast<double>(e - from_))) return;
   TFEvent& event = Append();
   event.begin = trace_.Held(e);
@@ -362,7 +359,7 @@ void AutoFilterEndPhase::AddEnd(const Round& round) {
   const long peak = trace_.Highest(e, e + width + window / 4, 0);
   event.peak = trace_.Held(peak);
   const double limit = scales_.rippleDb / kRippleToLin * static_cast<double>(Lin(e)) + scales_.noiseLin;
-  event.type = Lin(e) + kPeakShare * limit < Lin(peak) ? kEndReflection : kEnd;
+  event.type = Lin(e) + kPeakShare * limit < Lin(peak) ? letter::kEndReflection : letter::kEnd;
 }
 
 TFEvent& AutoFilterEndPhase::Append() {
@@ -383,7 +380,7 @@ int AutoFilterEndPhase::Report() {
   if (count_ == 0) return lastEnd;
   if (count_ == 1) {
     out_[1] = out_[0];
-    out_[1].type = kLast;
+    out_[1].type = letter::kLast;
     count_ = 2;
   }
   if (filter_.result.firstBegin == 0) filter_.result.firstBegin = out_[0].begin;
@@ -428,12 +425,12 @@ Beard BeardBehind(const TFEvent& event, long window) {
 // Draws the levels towards the straight line between both ends, the more the stronger the event is and the
 // farther they stray.
 void SmoothBeard(TSorData& sor, const Beard& beard, int grade) {
-  constexpr double kHighDb = 7.5;         // above the noise, where nothing is ragged
+  constexpr double kNotRaggedDb = 7.5;    // above the noise, where nothing is ragged
   constexpr double kRoundingDb = 0.0005;  // half a step of the scale
   const auto db = [&sor](long point) { return sor.NumToLevel(point); };
   const double leftDb = (db(beard.from) + db(beard.from - 1)) / 2.0;
   const double rightDb = (db(beard.to) + db(beard.to + 1)) / 2.0;
-  if (rightDb - sor.FxdParams->GetNF() > kHighDb) return;
+  if (rightDb - sor.FxdParams->GetNF() > kNotRaggedDb) return;
   const double rateDb = (leftDb - rightDb) / static_cast<double>(beard.to - beard.from + 1);
   const long points = sor.DataPts->GetPointsNum();
   for (long p = std::max(beard.from + 1, 0L); p < std::min(beard.to, points); ++p) {
@@ -448,13 +445,13 @@ void SmoothBeard(TSorData& sor, const Beard& beard, int grade) {
 
 void TSorFilter::BeardFilter(TSorData* sor, TFEvent* ev, long n) {
   constexpr double kWindowKm = 0.0175;
-  constexpr int kStrongGrade = 7;
+  constexpr int kBeardGrade = 7;
   if (sor == nullptr || ev == nullptr || n <= 1) return;
   const long window = reflyze::HeldShift(sor->dLenToNum(kWindowKm), sor->DataPts->GetPointsNum());
   for (long i = 0; i < n - 1; ++i) {
     const TFEvent& event = ev[i];
     if (ev[i + 1].begin - event.rise <= 2 * window) continue;
-    if (event.gradeUp <= kStrongGrade && event.gradeDown >= -kStrongGrade) continue;
+    if (event.gradeUp <= kBeardGrade && event.gradeDown >= -kBeardGrade) continue;
     const Beard beard = BeardBehind(event, window);
     if (beard.from < beard.to) SmoothBeard(*sor, beard, event.gradeUp - event.gradeDown);
   }

@@ -15,6 +15,7 @@
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
 #include "src/filter/Filter.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 
 using reflyze::TruncToLong;
@@ -28,15 +29,15 @@ constexpr long kNoPeak = -2;        // nothing stood out in the first rounds
 constexpr long kNoEnd = -3;         // the rounds ran out
 constexpr long kNothingAbove = -4;  // the stretch is too short, or nothing lies above the limit
 
-constexpr double kLeastSignalDb = 1.5;   // above the top of the noise
+constexpr double kLeastOverTopDb = 1.5;  // above the top of the noise
 constexpr double kGradedSignalDb = 3.0;  // from there on the fall of the signal is looked at
 constexpr double kClearSignalDb = 7.5;   // from there on it is averaged in linear power
 constexpr double kFirstLimitDb = 0.75;   // above the top of the noise, in the first round
 constexpr double kLimitStepDb = 0.3;     // from round to round
 constexpr double kSlopeBand = 1.5;       // factor within which a fall is that of a fibre
 constexpr long kWeakAverage = 16;        // points averaged below which the noise was hardly pushed down
-constexpr double kStepDb = 0.2;          // fall at which a rounded edge has begun
-constexpr double kRippledStepDb = 0.75;  // the same on a trace with strong ripple
+constexpr double kRoundedEdgeDb = 0.2;   // fall at which a rounded edge has begun
+constexpr double kRippledEdgeDb = 0.75;  // the same on a trace with strong ripple
 constexpr double kStrongRippleDb = 0.3;
 
 // One search from `to` back to `from`. A stage that settles the result gives it; the others leave what they
@@ -66,7 +67,7 @@ class EndSearch {
     if (noiseAt_ >= to_) return kNothing;
     SettleNoiseTop();
     const double heightDb = Db(from_) - topDb_;
-    if (heightDb < kLeastSignalDb) return kNoSignal;
+    if (heightDb < kLeastOverTopDb) return kNoSignal;
     GradeFall(heightDb);
     if (const auto end = FindEdge()) return *end;
     return PlaceEnd();
@@ -164,21 +165,20 @@ class EndSearch {
 
 // What a splitter of so many outputs in all takes away. Splitters of unknown ratios count as many.
 double EndSearch::SplitterDb() const {
-  constexpr unsigned int kUnknownRatios = 2;
   constexpr double kManyOutputs = 25.0;
-  constexpr double kExcessDb = 1.0;
+  constexpr double kSplitterExcessDb = 1.0;  // that splitters lose besides dividing the light
   const TSorBlockQRTParameters& params = *sor_.QRTParams;
   if (params.PonType == 0) return 0.0;
-  const double outputs = params.PonType == kUnknownRatios
+  const double outputs = params.PonType == reflyze::kUnknownSplitters
                              ? kManyOutputs
                              : static_cast<double>(params.FirstSplitterRatio) * params.SecondSplitterRatio;
-  return outputs >= 1.0 ? 2.0 * SorMathLog5(outputs) + kExcessDb : outputs;
+  return outputs >= 1.0 ? 2.0 * SorMathLog5(outputs) + kSplitterExcessDb : outputs;
 }
 
 // Before a splitter has been passed, all that rises above the lowered noise may still be signal. So it may
 // where the end threshold stands above any loss, which takes a wider threshold than that of the record.
 std::optional<long> EndSearch::FindNoise() {
-  constexpr double kDeepInNoiseDb = 3.0;
+  constexpr double kUnderFloorDb = 3.0;
   constexpr double kAnyLossDb = 100.5;
   if (SplitterDb() > spanDb_ || sor_.FxdParams->GetET() > kAnyLossDb) {
     noiseAt_ = LastAbove(to_ - 2, loweredDb_) + 1;
@@ -186,7 +186,7 @@ std::optional<long> EndSearch::FindNoise() {
   }
   noiseAt_ = LastAbove(to_ - 2, noiseDb_) + 1;
   if (const auto end = FollowFibre()) return end;
-  noiseAt_ = FirstBelow(noiseAt_, noiseDb_ - kDeepInNoiseDb);
+  noiseAt_ = FirstBelow(noiseAt_, noiseDb_ - kUnderFloorDb);
   return std::nullopt;
 }
 
@@ -237,10 +237,10 @@ long EndSearch::EndOfLine(long lineEnd) {
 // still high. Where little was averaged, noise reaches as far below the floor of the scale as above it, and
 // the larger of both counts.
 void EndSearch::SettleNoiseTop() {
-  constexpr double kHighDb = 5.0;
+  constexpr double kHighInFrontDb = 5.0;
   const long event = Averaged(noiseAt_) + window_;
   if (Averaged(noiseAt_) < kWeakAverage && 6 * event < to_ - noiseAt_) noiseAt_ += 2 * event;
-  if (Db(noiseAt_ - 2 * event) - noiseDb_ > kHighDb) noiseAt_ = std::max(noiseAt_, 2 * to_ / 3);
+  if (Db(noiseAt_ - 2 * event) - noiseDb_ > kHighInFrontDb) noiseAt_ = std::max(noiseAt_, 2 * to_ / 3);
 
   float highestDb = 0.0F, lowestDb = 0.0F;
   topAt_ = RefAutoGetMax(&sor_, noiseAt_, to_, highestDb, 0);
@@ -281,14 +281,14 @@ std::optional<long> EndSearch::FindEdge() {
 
 std::optional<long> EndSearch::FindPeak() {
   constexpr double kFarFromEnd = 0.8;   // of the stretch
-  constexpr double kNearNoiseDb = 1.0;  // above its top
+  constexpr double kHardlyOutDb = 1.0;  // above its top
   constexpr double kNoJitterDb = 0.001;
   above_ = LastAbove(topAt_ - 1, limitDb_);
   if (above_ <= from_) return kNothingAbove;
   if (isFirstRound_ && static_cast<double>(above_) < kFarFromEnd * static_cast<double>(to_)) {
     MeasureNoiseBehind();
   }
-  if (Db(above_) < topDb_ + kNearNoiseDb) PassNoisePeak();
+  if (Db(above_) < topDb_ + kHardlyOutDb) PassNoisePeak();
   StepInFront();
   if (front_ < from_) {
     if (fall_ == Fall::kUnknown) return kNoPeak;
@@ -355,7 +355,7 @@ std::optional<long> EndSearch::ClimbPeak() {
 
 // Whether the peak is one of the signal, and the level falls behind it for good.
 bool EndSearch::IsEdge() {
-  constexpr double kStandsOutDb = 1.5, kClearOfNoiseDb = 3.0;
+  constexpr double kStandsOutDb = 1.5, kSurelySignalDb = 3.0;
   constexpr double kFlatDb = 0.3;   // by which a peak may lie below the middle between its sides
   constexpr double kSidesDb = 1.0;  // by which the trace may stand lower in front than behind
   constexpr double kLargestLimitDb = 5.0, kLeastEdgeDb = 0.5, kLeastFallDb = 1.5;
@@ -367,7 +367,7 @@ bool EndSearch::IsEdge() {
 
   const bool isSignal = peakDb_ > topDb_ + kStandsOutDb &&
                         Db(front_) + Db(above_) < 2.0 * Db(topAt_) + kFlatDb &&
-                        (peakDb_ > noiseDb_ + kClearOfNoiseDb || Db(front_) + kSidesDb > Db(above_));
+                        (peakDb_ > noiseDb_ + kSurelySignalDb || Db(front_) + kSidesDb > Db(above_));
   if (!isSignal) return false;
   const double edgeDb =
       RefAutoSearchMaxdbFall(&sor_, topAt_, above_, base_, fallAt_, static_cast<float>(limitDb));
@@ -426,11 +426,11 @@ long EndSearch::FootOfFall() {
 // The end is the last point before the edge rises: the lowest one there, in the smoothed trace and then among
 // the samples, or a neighbour from which it has not begun to rise.
 long EndSearch::BeforePlainEdge(long edge) {
-  constexpr long kMostPoints = 10;
+  constexpr long kMostEdgePoints = 10;
   constexpr float kStillFlat = 1.0F / 30.0F;  // of the next rise
   edge = Held().Held(edge);
   float lowestDb = 0.0F, lowestLin = 0.0F;
-  const long first = std::max(edge - std::min(base_, kMostPoints), 0L);
+  const long first = std::max(edge - std::min(base_, kMostEdgePoints), 0L);
   long end = RefAutoGetMin(&sor_, first, edge, lowestDb);
   end = RefAutoGetMin(lin_, end, std::max(edge - 1, end), lowestLin, 1);
   if (Db(end + 1) - Db(end) < rippleDb_ / 2 - slopeDb_) ++end;
@@ -445,7 +445,7 @@ long EndSearch::BeforeRoundedEdge(long edge, long foot, long averaged, double ne
   const long highest = HighestMean(edge, window_ / 10 + foot, averaged, 2.0 * slopeDb_, meanLin);
   edge = std::max(edge, 0L);
   long corner = RefAutoOtkatEnd(&sor_, highest + averaged - 1, highest + averaged - 3, needDb);
-  long end = FirstBelow(corner, Db(corner) - (rippleDb_ > kStrongRippleDb ? kRippledStepDb : kStepDb));
+  long end = FirstBelow(corner, Db(corner) - (rippleDb_ > kStrongRippleDb ? kRippledEdgeDb : kRoundedEdgeDb));
   if (Averaged(foot) > kWeakAverage && window_ > kWeakAverage) {
     float lowestDb = 0.0F;
     corner = RefAutoGetMin(&sor_, edge, corner, lowestDb);

@@ -13,7 +13,7 @@ class TFEvent {
   // positive for a loss.
   int gradeDown = 0;
   int width = 0;  // points
-  char type = 0;  // letter of the event
+  char type = 0;  // letter of the event (EventLetters.h); 0 for none yet
 
   // The stronger of the two grades.
   int Am() const { return gradeUp > -gradeDown ? gradeUp : -gradeDown; }

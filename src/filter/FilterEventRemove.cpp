@@ -12,16 +12,13 @@
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
 #include "src/filter/AutoLimits.h"
+#include "src/filter/EventLetters.h"
 #include "src/filter/FilterScan.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 
 namespace reflyze {
 namespace {
-
-constexpr char kDouble = 'V';
-constexpr char kStrongReflection = 'R';
-constexpr char kGhost = 'g';
-constexpr char kInstrument = 'I';
 
 class EchoRemoval {
  public:
@@ -96,18 +93,18 @@ class EchoRemoval {
 
 // Distances on a long trace are less exact.
 void EchoRemoval::MeasureScales() {
-  constexpr double kFallDb = 1.5, kSmallFallDb = 0.8;
+  constexpr double kHalfRecoveryDb = 0.8;
   constexpr double kStretch = 1.0 / 8000.0;
   constexpr double kToleranceOwt = 100.0;
   spacingOwt_ = static_cast<float>(sor_.FxdParams->GetOwtDS(0));
   const double rateDb = RefAutoGetDbOnOwt(&sor_), pulseOwt = sor_.FxdParams->GetOwtPulse(0);
   const auto held = [this](double points) { return HeldShift(points, trace_.points()); };
-  recoverPoints_ = held(kFallDb / rateDb / spacingOwt_ + End().begin * kStretch + 0.5);
+  recoverPoints_ = held(kRecoveryDb / rateDb / spacingOwt_ + End().begin * kStretch + 0.5);
   innerPoints_ = held(sor_.QRTParams->IntFiber / spacingOwt_ + 0.5);
   originAt_ = held(sor_.OwtTofNum(0.0) + 0.5);
   tolerance_ = held(kToleranceOwt / spacingOwt_ + 0.5) + 2 + recoverPoints_;
   pulsePoints_ = held(pulseOwt / spacingOwt_ + 0.5);
-  widePoints_ = held((pulseOwt + kSmallFallDb / rateDb) / spacingOwt_ + 2.0);
+  widePoints_ = held((pulseOwt + kHalfRecoveryDb / rateDb) / spacingOwt_ + 2.0);
   firstFoot_ = FootOf(Event(0));
   endFallDb_ = Db(End().begin - 1) - Db(End().end);
   for (long i = 1; i < kept_; ++i) {
@@ -127,7 +124,7 @@ void EchoRemoval::SettleOrigin() {
   const TFEvent& first = Event(0);
   if (std::labs(first.begin - originAt_) < widePoints_ / 2) originAt_ = first.begin;
   const long length = first.rise - first.begin;
-  if (originAt_ != 0 || length >= pulsePoints_ || first.type == kInstrument) return;
+  if (originAt_ != 0 || length >= pulsePoints_ || first.type == letter::kInstrument) return;
   originAt_ = length - pulsePoints_;
   tolerance_ -= originAt_;
 }
@@ -136,7 +133,7 @@ void EchoRemoval::SettleOrigin() {
 void EchoRemoval::DropWeakPartner() {
   const TFEvent &last = End(), &before = Event(end_ - 1);
   if (last.begin - before.begin >= 2L * (before.Am() - last.Am()) + widePoints_) return;
-  if (!(PeakLin(end_ - 1) > PeakLin(end_)) || last.type == kDouble) return;
+  if (!(PeakLin(end_ - 1) > PeakLin(end_)) || last.type == letter::kDouble) return;
   --kept_;
   --end_;
 }
@@ -144,11 +141,11 @@ void EchoRemoval::DropWeakPartner() {
 // With a fibre inside the instrument: an end that hardly loses light, and stands as far behind an event as
 // that behind the strongest reflection, is an echo; so is all behind the strongest.
 void EchoRemoval::DropEchoOfStrongest() {
-  constexpr int kStrongGrade = 11;
-  constexpr double kLeastEndDb = 1.0;
+  constexpr int kRepeatsGrade = 11;
+  constexpr double kLeastEndFallDb = 1.0;
   constexpr float kClearly = 3.0F;
-  if (sor_.QRTParams->IntFiber == 0 || Event(top_).Am() <= kStrongGrade || kept_ - top_ <= 2) return;
-  if (!(endFallDb_ < kLeastEndDb)) return;
+  if (sor_.QRTParams->IntFiber == 0 || Event(top_).Am() <= kRepeatsGrade || kept_ - top_ <= 2) return;
+  if (!(endFallDb_ < kLeastEndFallDb)) return;
   const auto isBetween = [this](long i) {
     const bool isMiddle = IsNear(static_cast<long>(End().begin) + Event(top_).begin - 2L * Event(i).begin);
     return isMiddle && PeakLin(i) > kClearly * PeakLin(end_) && PeakLin(top_) > kClearly * PeakLin(i);
@@ -178,7 +175,7 @@ void EchoRemoval::DropThirdMultiples() {
     for (long i = 1; i < second; ++i) {
       const long off = endAt + 2 * originAt_ - 3L * Event(i).begin;
       const bool weakens = Event(i).Am() > Event(i + 1).Am() &&
-                           (Event(i).Am() >= Event(i + 2).Am() || Event(i).type == kStrongReflection);
+                           (Event(i).Am() >= Event(i + 2).Am() || Event(i).type == letter::kStrongReflection);
       if (std::labs(off) <= 3 * recoverPoints_ + tolerance_ && weakens) kept_ = i + 1;
     }
   }
@@ -193,7 +190,7 @@ void EchoRemoval::DropThirdMultiplesOfPeaks() {
     for (long i = 1; i < second; ++i) {
       const long off = endAt + 2 * originAt_ - 3L * Event(i).peak;
       const bool weakens = Event(i).Am() > Event(i + 1).Am() &&
-                           (Event(i).Am() > Event(i + 2).Am() || Event(i).type == kStrongReflection);
+                           (Event(i).Am() > Event(i + 2).Am() || Event(i).type == letter::kStrongReflection);
       if (IsNear(off) && weakens) kept_ = i + 1;
     }
   }
@@ -219,10 +216,10 @@ void EchoRemoval::DropEchoedEnds() {
 // The last event is an echo when it stands as far behind the last strong reflection as that stands behind an
 // earlier event, or an earlier event behind the start of the fibre.
 void EchoRemoval::DropEndBehindStrong() {
-  constexpr int kStrongGrade = 10;
+  constexpr int kEchoSourceGrade = 10;
   if (kept_ <= 3 || !EndsAtLastKept()) return;
   long strong = kept_ - 2;
-  while (strong >= 0 && (Event(strong).Am() < kStrongGrade || Event(strong).Am() <= End().Am())) --strong;
+  while (strong >= 0 && (Event(strong).Am() < kEchoSourceGrade || Event(strong).Am() <= End().Am())) --strong;
   for (long i = 1; i < strong; ++i) {
     if (!RepeatsDistance(Event(strong), Event(i)) || !IsEcho(strong, kept_ - 1)) continue;
     kept_ = strong + 1;
@@ -266,25 +263,25 @@ bool EchoRemoval::IsAtHalfWay(const TFEvent& source) const {
 // repetitions go; whatever else stands behind it is marked as doubtful.
 void EchoRemoval::DropEchoesOfInnerFibre() {
   constexpr double kLongOwt = 1000.0;
-  constexpr int kStrongGrade = 9, kStrongLaunchGrade = 7;
+  constexpr int kInnerEchoGrade = 9, kInnerLaunchGrade = 7;
   if (originAt_ <= innerPoints_ || !(static_cast<double>(originAt_) * spacingOwt_ > kLongOwt)) return;
-  if (kept_ < 3 || top_ == 0 || Event(top_).Am() < kStrongGrade) return;
-  if (Event(0).gradeUp <= kStrongLaunchGrade) return;
+  if (kept_ < 3 || top_ == 0 || Event(top_).Am() < kInnerEchoGrade) return;
+  if (Event(0).gradeUp <= kInnerLaunchGrade) return;
   for (long i = top_ + 1; i < kept_;) {
     if (IsNear(static_cast<long>(Event(i).begin) - Event(top_).begin - originAt_)) {
       RemoveAt(i);
     } else {
-      events_[i++].type = kGhost;
+      events_[i++].type = letter::kDoubtful;
     }
   }
 }
 
 // A weak event at the sum of the distances of two earlier ones, if it is an echo of the stronger.
 void EchoRemoval::DropSumsOfTwo() {
-  constexpr int kWeakGrade = 8;
+  constexpr int kSumEchoGrade = 8;
   if (kept_ <= 3 || innerPoints_ <= 0) return;
   for (long i = 1; i < kept_;) {
-    const long source = Event(i).Am() < kWeakGrade ? StrongerOfSum(i) : -1;
+    const long source = Event(i).Am() < kSumEchoGrade ? StrongerOfSum(i) : -1;
     if (source < 0) {
       ++i;
       continue;
@@ -339,7 +336,7 @@ long TSorFilter::AutoFilterEventRemove(TSorData* sor, long count, TFEvent* ev, l
 // the launch.
 long TSorFilter::AutoFilterEventRemove(TSorData* sor, long& count, TFEvent* work, TFEvent* out) const {
   constexpr long kMostReported = 100;
-  constexpr int kWeakGrade = 1;
+  constexpr int kFirstToGoGrade = 1;
   long skip = 0;
   const long total = AutoFilterEventRemove(sor, count, work, skip);
   const long room = std::min(total, kMostReported);
@@ -348,7 +345,7 @@ long TSorFilter::AutoFilterEventRemove(TSorData* sor, long& count, TFEvent* work
   count = 0;
   if (work == nullptr || out == nullptr) return total;
   for (long i = skip; i < total && count < room; ++i) {
-    if ((startsTwice && i == 1) || (total > room && work[i].Am() <= kWeakGrade)) continue;
+    if ((startsTwice && i == 1) || (total > room && work[i].Am() <= kFirstToGoGrade)) continue;
     out[count] = work[i];
     --out[count].begin;
     ++count;

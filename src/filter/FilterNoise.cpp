@@ -10,8 +10,10 @@
 #include "ref/math/ref_Math.h"
 #include "sor/sorData.h"
 #include "src/filter/Filter.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 
+using reflyze::kNearMeanPoints;
 using reflyze::TruncToLong;
 
 namespace {
@@ -24,7 +26,7 @@ bool IsInside(double difference, double limit) { return std::fabs(difference) <=
 // counted, so that the figure is rather too large than too small.
 double DeviationFromMean(const reflyze::HeldSamples& lin, const reflyze::HeldSamples& mean, long a, long b,
                          double limit) {
-  constexpr long kHalfMean = 8;  // points; the mean holds 16
+  constexpr long kHalfMean = kNearMeanPoints / 2;  // points
   const long lag = b - a < 2 * kHalfMean ? 0 : kHalfMean;
   double sum = 0.0;
   long count = 0;
@@ -62,7 +64,6 @@ int TSorFilter::CalcLinfNoise(long a, long b, long step, float limit, float* p, 
 }
 
 int TSorFilter::CalcLinfNoise(long a, long b, float& fast, float& slow) {
-  constexpr long kMeanPoints = 16;                         // means so far apart share no sample
   constexpr float kGate = 4.0F;                            // times the noise: what differs more is an event
   constexpr float kFastPeakDb = 2.5F, kSlowPeakDb = 2.4F;  // from the mean square of noise to its peaks
   const reflyze::HeldSamples lin = HeldLinf(), mean = HeldLinfAvg();
@@ -76,7 +77,7 @@ int TSorFilter::CalcLinfNoise(long a, long b, float& fast, float& slow) {
   const float gate = kGate * all;
   const float deviation = static_cast<float>(DeviationFromMean(lin, mean, a, b, gate));
   CalcLinfNoise(a, b, 1, gate, Linf, single);
-  CalcLinfNoise(a, b, kMeanPoints, gate / 3, LinfAvg.data(), averaged);
+  CalcLinfNoise(a, b, kNearMeanPoints, gate / 3, LinfAvg.data(), averaged);
   fast = pSorData->QRTParams->LinToLog5((single + deviation) / 2) + kFastPeakDb;
   slow = pSorData->QRTParams->LinToLog5(averaged) + kSlowPeakDb;
   return 1;
@@ -136,9 +137,8 @@ class NoiseStretches {
   }
 
  private:
-  static constexpr int kEchoGrade = 9;          // stronger reflections repeat at twice their distance
-  static constexpr int kSecondEchoGrade = 14;   // and these at three times
-  static constexpr double kSaturatedDb = -0.1;  // above, a peak is higher than the trace shows
+  static constexpr int kEchoGrade = 9;         // stronger reflections repeat at twice their distance
+  static constexpr int kSecondEchoGrade = 14;  // and these at three times
   static constexpr double kAboveSaturationDb = 3.0;
   static constexpr double kSecondEchoDb = 7.0;  // by which the second echo lies below the first
 
@@ -149,7 +149,7 @@ class NoiseStretches {
       if (event.Am() <= kEchoGrade) continue;
       const long twice = 2L * event.peak, thrice = 3L * event.peak;
       double levelDb = sor_.NumToLevel(event.peak);
-      if (levelDb > kSaturatedDb) levelDb += kAboveSaturationDb;
+      if (levelDb > reflyze::kClipsLevelDb) levelDb += kAboveSaturationDb;
       levelDb -= FibreDb(twice, lastQuarter_);
       echo_.Take(twice, levelDb, endPoint_, lastPoint_);
       if (event.Am() <= kSecondEchoGrade) continue;
@@ -201,12 +201,12 @@ class LevelError {
       : filter_(filter), sor_(*filter.pSorData), a_(a), b_(b), count_(std::max(b - a, 1L)), atEnd_(atEnd) {
     floorDb_ = sor_.FxdParams->GetNF();
     levelDb_ = sor_.NumToLevel(atEnd ? b : a);
-    mode_ = floorDb_ + kClearOfNoiseDb < levelDb_ ? 0 : 1;
+    mode_ = floorDb_ + kAveragedInDb < levelDb_ ? 0 : 1;
     averaged_ = AveragedPoints();
   }
 
   float Run() {
-    if (averaged_ < kMeanPoints) {
+    if (averaged_ < kNearMeanPoints) {
       TakeShortMean();
     } else {
       TakeLongMean();
@@ -217,22 +217,21 @@ class LevelError {
   }
 
  private:
-  static constexpr double kClearOfNoiseDb = 5.0;  // from there on levels are averaged in dB
-  static constexpr long kMostPoints = 128;        // that are averaged where no map says how many
-  static constexpr long kMeanPoints = 16;         // that the slow noise figure is made from
-  static constexpr long kHalfMean = 7;            // points above which it is the nearer of the two
-  static constexpr float kNoSignalDb = 65.5F;     // uncertainty of what is not above the noise
+  static constexpr double kAveragedInDb = 5.0;  // from there on levels are averaged in dB
+  static constexpr long kMostAveraged = 128;    // that are averaged where no map says how many
+  static constexpr long kFewPoints = 7;         // above, the slow figure of the noise is the nearer one
+  static constexpr float kNoSignalDb = 65.5F;   // uncertainty of what is not above the noise
 
   long AveragedPoints() const {
-    if (filter_.result.pointMap == nullptr) return std::min(count_, kMostPoints);
+    if (filter_.result.pointMap == nullptr) return std::min(count_, kMostAveraged);
     const long points = sor_.DataPts->GetPointsNum();
     if (points == 0) return 1;
-    const long at = atEnd_ && count_ >= kMostPoints ? a_ + kMostPoints : b_;
+    const long at = atEnd_ && count_ >= kMostAveraged ? a_ + kMostAveraged : b_;
     return std::max<long>(filter_.result.pointMap[std::clamp(at, 0L, points - 1)], 1);
   }
 
   void TakeShortMean() {
-    if (averaged_ > kHalfMean) TakeSlowNoise();
+    if (averaged_ > kFewPoints) TakeSlowNoise();
     if (b_ - a_ <= 1) return;
     levelDb_ = atEnd_ ? sor_.NumToLevel(b_) : MeanBeforeEnd() + FibreDb(count_);
   }
@@ -246,7 +245,7 @@ class LevelError {
   bool TakeSlowNoise() {
     if (!(filter_.result.noiseHigh < 0.0F)) return false;
     floorDb_ = filter_.result.noiseHigh;
-    floorPoints_ = kMeanPoints;
+    floorPoints_ = kNearMeanPoints;
     return true;
   }
 

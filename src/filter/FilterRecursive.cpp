@@ -11,6 +11,7 @@
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
 #include "src/filter/Filter.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 #include "util/elementary.h"
 
@@ -57,11 +58,11 @@ class TwoStageFilter {
   }
 
  private:
-  static constexpr double kLeastKept = 0.05;     // below, the filter is shorter than a point
-  static constexpr double kSmoothDb = 0.1;       // step from the filtered level up to which a trace is smooth
-  static constexpr double kNoiseMarginDb = 2.5;  // above the noise floor: still noise
-  static constexpr double kTransitionDb = 4.0;   // below that limit the noise filter has its full strength
-  static constexpr long kFirstNoisePoint = 10;   // in front of it stands the launch
+  static constexpr double kLeastKept = 0.05;    // below, the filter is shorter than a point
+  static constexpr double kSmoothDb = 0.1;      // step from the filtered level up to which a trace is smooth
+  static constexpr double kStillNoiseDb = 2.5;  // above the noise floor: still noise
+  static constexpr double kTransitionDb = 4.0;  // below that limit the noise filter has its full strength
+  static constexpr long kFirstNoisePoint = 10;  // in front of it stands the launch
 
   // Linear power as the first pass has left it.
   double Lin(long i) const { return smoothed_.empty() ? lin_[i] : smoothed_[Index(i)]; }
@@ -91,7 +92,7 @@ class TwoStageFilter {
   // Each run of points below the limit starts anew from its first point, so that no light from in front of it
   // leaks in.
   void SmoothNoise() {
-    const double limitDb = RefAutoReSetNF(&sor_) + kNoiseMarginDb;
+    const double limitDb = RefAutoReSetNF(&sor_) + kStillNoiseDb;
     bool inRun = false;
     double levelDb = 0.0, power = 0.0;
     for (long i = kFirstNoisePoint; i < points_; ++i) {
@@ -143,7 +144,7 @@ void TSorFilter::FTTFilter(TSorData* sor) { FastFilter(sor); }
 namespace {
 
 // From here on a trace stands so high above its noise that it needs the less smoothing the higher it is.
-constexpr double kClearOfNoiseDb = 12.0;
+constexpr double kNeedsNoFilterDb = 12.0;
 
 TSorData* EmbeddedRecord(const TSorData& sor) {
   const TEmbData1E* embedded = sor.EmbData->GetEmbData(TEmbData1E::kRecord);
@@ -171,8 +172,9 @@ void TSorFilter::TempFilter(TSorData* sor, TSorData* reference, double k) {
   for (long i = start; i + 1 < points; ++i) {
     const double heightDb = (reference->NumToLevel(i) + reference->NumToLevel(i + 1)) / 2.0 - noiseDb;
     double keptHere = kept;
-    if (heightDb > kClearOfNoiseDb) {
-      keptHere = std::max(1.0 - (1.0 - kept) * TSorBlockQRTParameters::poww(heightDb - kClearOfNoiseDb), 0.0);
+    if (heightDb > kNeedsNoFilterDb) {
+      keptHere =
+          std::max(1.0 - (1.0 - kept) * TSorBlockQRTParameters::poww(heightDb - kNeedsNoFilterDb), 0.0);
     }
     stateDb = Blend(stateDb, keptHere, sor->NumToLevel(i + 1));
     sor->DataPts->SetLevel(i + 1, stateDb);
@@ -185,7 +187,7 @@ void TSorFilter::DynaF(TSorData* sor) {
   if (sor == nullptr) return;
   float* lin = RefEmbGetLinf(sor);
   if (lin == nullptr) return;
-  const double limitDb = sor->QRTParams->GetNoisePeak() + kClearOfNoiseDb;
+  const double limitDb = sor->QRTParams->GetNoisePeak() + kNeedsNoFilterDb;
   const double forgettingKm = ForgettingKm(*sor, kFilterKm) * sor->QRTParams->GetFilterLevel();
   const double leastShare = 1.0 - elementary::Exp(-sor->FxdParams->LenDS() / forgettingKm);
   const long points = sor->DataPts->GetPointsNum();
@@ -226,10 +228,9 @@ void TSorFilter::PONFilter(TSorData* sor, float frac, float tauLen) {
 }
 
 long TSorFilter::DipFilter(TSorData* sor, long a, long b, float slope) {
-  constexpr double kSaturatedDb = 0.1;  // below the top of the scale: the receiver clips
-  constexpr double kDipWidths = 7.5;    // after so many time constants nothing is left of a dip
+  constexpr double kDipWidths = 7.5;  // after so many time constants nothing is left of a dip
   if (sor == nullptr) return 0;
-  if (sor->NumToLevel(a) < sor->GetMaxLevel() - kSaturatedDb) return 0;
+  if (sor->NumToLevel(a) < sor->GetMaxLevel() - reflyze::kClipsNearTopDb) return 0;
   float ratio = 0.0F, width = 0.0F;
   const long recoveredAt = RefAutoGetProvalAT(sor, a, b, slope, ratio, width);
   if (recoveredAt == 0) return 0;

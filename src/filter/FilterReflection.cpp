@@ -23,6 +23,7 @@
 #include "ref/math/traceLevels.h"
 #include "src/filter/Filter.h"
 #include "src/filter/LinearTrace.h"
+#include "src/filter/Optics.h"
 
 namespace {
 
@@ -32,9 +33,7 @@ using reflyze::LinearTrace;
 constexpr long kNoReflection = -1;
 constexpr long kUngraded = 0;  // a reflection too small to grade
 
-constexpr long kMeanDelayPoints = 8;   // of the running mean of 16 samples behind the trace
-constexpr double kSaturatedDb = 0.1;   // from the top of the scale the receiver shows no height
-constexpr double kFlatTopDb = 0.15;    // the same for a top that is flat as well
+constexpr long kMeanDelayPoints = reflyze::kNearMeanPoints / 2;  // of the running mean behind the trace
 constexpr double kClearlyOver = 10.0;  // limits: higher than that is no matter of noise
 constexpr long kFineTenthPulse = 100;  // points of pulse from which a twentieth is enough for a mean
 constexpr long kWidePulse = 20;        // and from which there are samples enough for means at all
@@ -102,7 +101,9 @@ class RiseMeasure {
   // --- Readings ---
 
   double Db(long point) const { return levels_[point]; }
-  bool IsSaturatedAt(long point) const { return !(Db(point) < sor_.GetMaxLevel() - kSaturatedDb); }
+  bool IsSaturatedAt(long point) const {
+    return !(Db(point) < sor_.GetMaxLevel() - reflyze::kClipsNearTopDb);
+  }
   long GradeAboveLimit(double heightLin) const {
     return heightLin > limitLin_ ? GradeOfHeight(heightLin, limitLin_) : kNoReflection;
   }
@@ -262,7 +263,7 @@ void RiseMeasure::RestartOn(long front) {
 // A receiver at the top of its scale hides how long it takes.
 void RiseMeasure::FollowRise() {
   long far = top_ + pulse_;
-  if (Db(far) > sor_.GetMaxLevel() - kSaturatedDb) far += pulse_ + window_;
+  if (Db(far) > sor_.GetMaxLevel() - reflyze::kClipsNearTopDb) far += pulse_ + window_;
   while (lin_[peak_ + 1] > lin_[peak_] && peak_ < far && peak_ < last_ - window_) {
     ++peak_;
     ++top_;
@@ -469,8 +470,8 @@ bool RiseMeasure::GradeAgain() {
   grade_ = GradeAboveLimit(heightLin_);
 
   // The receiver cuts a flat top off: the longer it is, the higher the reflection was.
-  const bool isCutOff =
-      Db(peak_) > sor_.GetMaxLevel() - kFlatTopDb || (sor_.QRTParams->ZERO == 0 && flatPoints_ >= 2);
+  const bool isCutOff = Db(peak_) > sor_.GetMaxLevel() - reflyze::kFlatNearTopDb ||
+                        (sor_.QRTParams->ZERO == 0 && flatPoints_ >= 2);
   if (flatPoints_ > 0 && isCutOff) {
     grade_ += (pulse_ / 2 + flatPoints_) / std::max(pulse_, 1L) + 1;
     if (lin_[end_] > baseLin_) ++grade_;

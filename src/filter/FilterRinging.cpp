@@ -159,11 +159,11 @@ bool Ringing::FindFirstValley() {
 // Where the wave stands clear of the noise, its decay is made up for, so that the crest is not drawn to the
 // side on which the trace stands higher; and the valley is taken again with it.
 void Ringing::FindSecondCrest() {
-  constexpr double kClear = 3.0;  // limits
+  constexpr double kClearCrest = 3.0;  // limits
   const long a = v(1) + 1, b = v(1) + TruncToLong(1.5 * half_);
   crest_[1] = lin_.Highest(a, b, 0).at;
   const double nextLin = lin_[p(1) + TruncToLong(2.0 * half_)];
-  if (!(Crest(1) > kClear * limitLin_ && nextLin > kClear * limitLin_)) return;
+  if (!(Crest(1) > kClearCrest * limitLin_ && nextLin > kClearCrest * limitLin_)) return;
 
   decayDb_ = Db(Crest(1) / nextLin) / 2 / half_;
   crest_[1] = lin_.HighestMean(a, b, TruncToLong(half_ / 6 + 1), decayDb_ / 2).at;
@@ -217,11 +217,11 @@ bool Ringing::HasWaveShape() const {
 // The third half wave is out of proportion, and what is left of the third swing lies near the noise, while
 // those before it were clear and shrinking.
 bool Ringing::DiesAtThirdCrest() const {
-  constexpr double kClear = 5.0;  // limits
+  constexpr double kClearSwing = 5.0;  // limits
   const long crests = p(3) - p(2), valleys = v(3) - v(2);
   if (!(2 * valleys > 3 * crests || 3 * valleys < 2 * crests)) return false;
-  return Between(3, 3) < kClear * limitLin_ && Between(2, 2) > kClear * limitLin_ && Crest(1) > Crest(2) &&
-         Crest(2) > Crest(3) && Between(1, 1) > Between(2, 2) &&
+  return Between(3, 3) < kClearSwing * limitLin_ && Between(2, 2) > kClearSwing * limitLin_ &&
+         Crest(1) > Crest(2) && Crest(2) > Crest(3) && Between(1, 1) > Between(2, 2) &&
          5.0 * static_cast<double>(window_) + pulse_ < period_;
 }
 

@@ -4,6 +4,7 @@
 
 #include "sor/sorData.h"
 #include "src/filter/LinearTrace.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 
 long TSorFilter::AutoFilter(TSorData* data, TFEvent* events, short* pointMap) {
@@ -72,8 +73,8 @@ void EdgeLimits::CentreOn(double lin, const ScanScales& scales) {
 
 void WeakRun::Add(const TFEvent& event, const TFEvent* before, long index, long closelyPoints) {
   const bool isBehindStrong =
-      before != nullptr && before->Am() > kStrongGrade && event.begin - before->end <= closelyPoints;
-  if (event.Am() >= kWeakGrade || isBehindStrong) {
+      before != nullptr && before->Am() > kTrailedGrade && event.begin - before->end <= closelyPoints;
+  if (event.Am() >= kCertainGrade || isBehindStrong) {
     events_ = gapPoints_ = 0;
     kept_ = index + 1;
     return;
@@ -169,9 +170,9 @@ void AutoFilterScan::RestoreLevels(long from, long to) {
 // --- Limits ---
 
 void AutoFilterScan::RenewLimits() {
-  constexpr double kDeepInNoiseDb = 2.0;
+  constexpr double kUnderNoiseDb = 2.0;
   if (!edge_.isRising()) MeasureRipple();
-  limits_.Renew(scales_, weakRun_.restarts(), Db(at_ - 1) < scales_.noiseDb - kDeepInNoiseDb,
+  limits_.Renew(scales_, weakRun_.restarts(), Db(at_ - 1) < scales_.noiseDb - kUnderNoiseDb,
                 strongest_.ghosts != 0);
 }
 
@@ -179,7 +180,7 @@ void AutoFilterScan::RenewLimits() {
 // adds to the sample is not fibre and is taken off.
 void AutoFilterScan::MeasureRipple() {
   constexpr double kGhostRippleDb = 0.1;
-  constexpr double kGhostRipple = 0.045454545455;  // of 0.1 dB, as a share of the sample
+  constexpr double kGhostRipple = 0.045454545455;  // 0.1 / 2.2: the same as a share of the sample
   const double lin = Lin(at_);
   const bool isAtLaunch = at_ < scales_.settledPoint && events_.isUntouched();
   double ripple = scales_.rippleDb / kRippleToLin * (isAtLaunch ? Lin(scales_.settledPoint) : lin);
@@ -325,9 +326,8 @@ inline bool AutoFilterScan::IsQuiet(const Differences& diff) const {
 // Near the noise a wide mean would carry the end of the signal on: where the samples ahead lie below it, it
 // narrows, and gives way to the mean of 16 where they lie far below.
 inline bool AutoFilterScan::FollowSinkingTrace() {
-  constexpr long kLookPoints = 16, kWidePoints = 32;
-  constexpr double kNearNoise = 5.0;
-  const bool applies = Lin(at_) < kNearNoise * scales_.noiseLin && lastEdge_.isFalling() &&
+  constexpr long kLookPoints = kNearMeanPoints, kWidePoints = 32;
+  const bool applies = Lin(at_) < kNearNoises * scales_.noiseLin && lastEdge_.isFalling() &&
                        mean_.width() > kWidePoints && at_ + kLookPoints < scales_.lastPoint;
   if (!applies) return false;
   const double sinksBy = static_cast<double>(mean_.mean()) - trace_.NearMean(at_ + kLookPoints);
@@ -365,14 +365,14 @@ inline void AutoFilterScan::WritePoint() {
 // in front of the first event they stay as they are.
 inline void AutoFilterScan::SetTarget() {
   constexpr double kDoublingsAtNoise = 9.01;
-  constexpr double kRippleShare = 0.15;
+  constexpr double kRippleAsNoise = 0.15;
   const double lin = std::max(mean_.mean(), 1.0F);
   const bool isInBand = lin >= limits_.bandLow && lin <= limits_.bandHigh;
   const bool isAtLaunch = at_ < scales_.settledPoint && events_.closed() == 0;
   limits_.isStale = !isInBand && !edge_.isRising() && !isAtLaunch;
   if (!limits_.isStale) return;
   limits_.CentreOn(lin, scales_);
-  const double noise = scales_.noiseLin + kRippleShare * lin * scales_.rippleDb / kRippleToLin;
+  const double noise = scales_.noiseLin + kRippleAsNoise * lin * scales_.rippleDb / kRippleToLin;
   const double most = scales_.mostDoublings;
   const double doublings = std::clamp(-Log2OfRatio(lin / noise) + kDoublingsAtNoise, 0.0, most);
   mean_.target = 1L << TruncToInt(doublings);

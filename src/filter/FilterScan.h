@@ -20,6 +20,9 @@
 
 namespace reflyze {
 
+// Grade of the strongest reflection from which on light behind it is suspected to be none.
+constexpr long kRulingGrade = 20;
+
 // --- The trace ---
 
 // The trace as the automatic filter reads it. Samples beyond an end are those at the end, levels -65.5 dB;
@@ -114,6 +117,9 @@ struct ScanScales {
 // Measures the scales, fills the filter's mean of 16 samples and the result's `polar`. None for a trace that
 // can't be worked on: no points, no spacing, no linear trace, or a noise floor at the bottom of the scale.
 std::optional<ScanScales> MeasureScanScales(TSorFilter& filter, TSorData& sor);
+
+// So many times the noise, in linear power, is near to it.
+constexpr double kNearNoises = 5.0;
 
 // A sample of backscatter differs by its size over this from one a dB higher: 5 log10(e), rounded up.
 constexpr double kRippleToLin = 2.2;
@@ -241,16 +247,16 @@ class WeakRun {
  public:
   // Takes an event that was closed as number `index`.
   void Add(const TFEvent& event, const TFEvent* before, long index, long closelyPoints);
-  bool IsNoise() const { return events_ > kMostEvents && gapPoints_ > kMostGapPoints && !isExhausted(); }
+  bool IsNoise() const { return events_ > kMostWeakEvents && gapPoints_ > kMostGapPoints && !isExhausted(); }
   // Gives up the run: the number of events that stay. The limits grow with every restart.
   long Restart();
   long restarts() const { return restarts_; }
 
  private:
-  static constexpr long kMostEvents = 2;
+  static constexpr long kMostWeakEvents = 2;
   static constexpr long kMostGapPoints = 29;
-  static constexpr int kWeakGrade = 6;
-  static constexpr int kStrongGrade = 7;
+  static constexpr int kCertainGrade = 6;  // such an event is no noise
+  static constexpr int kTrailedGrade = 7;  // close behind a stronger one a weak event is part of its tail
   // Each restart asks for a walk of up to the whole trace. Real traces settle after a few; limits forty times
   // the first do so for any noise that a noise floor was measured from.
   static constexpr long kMostRestarts = 40;

@@ -8,6 +8,7 @@
 
 #include "sor/sorData.h"
 #include "src/filter/FilterScan.h"
+#include "src/filter/Optics.h"
 
 namespace reflyze {
 
@@ -29,8 +30,8 @@ AutoFilterScan::Verdict AutoFilterScan::GuardDeadZone(Differences& diff) {
 
 // What the sample would have lost by now if nothing had risen: the fall of the receiver over a point.
 double AutoFilterScan::RecoveryLin() const {
-  constexpr double kLeastFallDb = 0.001;
-  if (std::fabs(dead_.fallDb) < kLeastFallDb) return 0.0;
+  constexpr double kKnownFallDb = 0.001;
+  if (std::fabs(dead_.fallDb) < kKnownFallDb) return 0.0;
   return Lin(at_) - trace_.ToLin(Db(at_) - dead_.fallDb);
 }
 
@@ -77,17 +78,16 @@ AutoFilterScan::Verdict AutoFilterScan::GuardRinging(Differences& diff) {
 }
 
 bool AutoFilterScan::FibreEndedInRinging() {
-  constexpr long kStrongestGrade = 13;
-  constexpr int kStrongGrade = 10;
-  constexpr double kSaturatedDb = -0.1;
+  constexpr long kEndsHereGrade = 13;      // of the strongest reflection
+  constexpr int kEndsIfClippedGrade = 10;  // the last event has to exceed it, at the top of the scale
   const TFEvent& last = events_.last();
-  const bool isStrong =
-      strongest_.grade >= kStrongestGrade || (last.Am() > kStrongGrade && Db(last.peak) > kSaturatedDb);
+  const bool isStrong = strongest_.grade >= kEndsHereGrade ||
+                        (last.Am() > kEndsIfClippedGrade && Db(last.peak) > kClipsLevelDb);
   return isStrong && IsNearNoise();
 }
 
 // Whether the backscatter has come near the noise.
-bool AutoFilterScan::IsNearNoise() const { return trace_.NearMean(at_) < 5.0 * scales_.noiseLin; }
+bool AutoFilterScan::IsNearNoise() const { return trace_.NearMean(at_) < kNearNoises * scales_.noiseLin; }
 
 void AutoFilterScan::DampInDeadZone(Differences& diff) {
   constexpr int kDampingGrade = 5;
@@ -106,7 +106,8 @@ void AutoFilterScan::DampInDeadZone(Differences& diff) {
 // or clearly exceeded.
 bool AutoFilterScan::IsSurge(const Differences& diff, double recovery) {
   constexpr double kClearOfNoise = 10.0;
-  constexpr int kMediumGrade = 10, kStrongGrade = 15;
+  constexpr int kExceededGrade = 10;  // from here on a surge has to exceed the event
+  constexpr int kNoSurgeGrade = 15;   // and from here on none is believed
   constexpr double kRiseDbPerGrade = 0.05;
   constexpr double kMostFallDb = 8.0;
   if (events_.closed() < 1 || !(diff.now > limits_.rise)) return false;
@@ -115,8 +116,8 @@ bool AutoFilterScan::IsSurge(const Differences& diff, double recovery) {
   }
   const TFEvent& last = events_.last();
   const double riseDb = Db(at_ + scales_.pulsePoints / 2) - Db(at_ - 1);
-  return (last.Am() < kMediumGrade || riseDb > kRiseDbPerGrade * last.Am()) &&
-         Db(last.begin) - Db(last.end) < kMostFallDb && last.Am() < kStrongGrade &&
+  return (last.Am() < kExceededGrade || riseDb > kRiseDbPerGrade * last.Am()) &&
+         Db(last.begin) - Db(last.end) < kMostFallDb && last.Am() < kNoSurgeGrade &&
          (at_ > last.end || diff.now > 3.0 * limits_.rise);
 }
 
@@ -194,7 +195,7 @@ bool AutoFilterScan::IsFall(const Differences& diff) {
 // The end of a strong reflection is not looked for within the pulse, unless there are ghosts.
 void AutoFilterScan::TakeFall(const Differences& diff) {
   constexpr double kInNoise = 1.5;
-  constexpr int kStrongGrade = 9;
+  constexpr int kLastsAPulseGrade = 9;  // a stronger event lasts a pulse at least
   const TFEvent& event = events_.current();
   const long inside = at_ - event.begin;
   if (edge_.isNone() && Lin(at_) < kInNoise * scales_.noiseLin && inside < scales_.pulsePoints - 1) {
@@ -207,7 +208,8 @@ void AutoFilterScan::TakeFall(const Differences& diff) {
   if (!(diff.now < 0.0) || !FallGoesOn()) return;
   if (edge_.isFalling()) {
     edge_.ConfirmFall();
-  } else if (strongest_.ghosts != 0 || inside > scales_.pulsePoints - 1 || event.gradeUp <= kStrongGrade) {
+  } else if (strongest_.ghosts != 0 || inside > scales_.pulsePoints - 1 ||
+             event.gradeUp <= kLastsAPulseGrade) {
     edge_ = Edge::Fall();
   }
 }

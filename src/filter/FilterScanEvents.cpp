@@ -5,26 +5,19 @@
 
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
+#include "src/filter/EventLetters.h"
 #include "src/filter/FilterScan.h"
 #include "src/filter/LinearTrace.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 
 namespace reflyze {
 
 namespace {
 
-constexpr char kReflection = 'r';
-constexpr char kStrongReflection = 'R';
-constexpr char kGhost = 'G';
-constexpr char kDouble = 'V';  // shares its rise with the one before
-constexpr char kWide = 'S';    // longer than a pulse: what reflects is not at one place
-constexpr char kStep = 's';
-constexpr char kInstrument = 'I';
-
 // Grades of reflections, in doublings above the limit.
 constexpr long kOverloadGrade = 15;  // above, the strongest reflection casts doubt on weaker ones
 constexpr long kExtremeGrade = 19;   // above, on all but strong ones
-constexpr long kRulingGrade = 20;    // from there on, light behind is suspected to be none
 constexpr long kTailedGrade = 11;    // the same behind an event with a tail
 
 }  // namespace
@@ -60,7 +53,7 @@ bool AutoFilterScan::OpenEvent(const Differences& diff) {
   if (!(Lin(at_) > 0.0F) || events_.isFull()) return false;
   TFEvent& event = events_.current();
   event = TFEvent();
-  if (launchIsDouble_ && events_.isUntouched()) event.type = kDouble;
+  if (launchIsDouble_ && events_.isUntouched()) event.type = letter::kDouble;
   event.begin = trace_.Held(at_);
   top_ = at_;
   if (scales_.midPoints > 3 && mean_.width() > 2) RefineBegin(diff);
@@ -95,7 +88,7 @@ void AutoFilterScan::BuildPassedLaunch() {
   event.begin = trace_.Held(zero);
   event.peak = event.rise = trace_.Held(trace_.Highest(zero, stop));
   event.gradeUp = 1;
-  event.type = kReflection;
+  event.type = letter::kReflection;
   event.width = trace_.Held(scales_.pulsePoints);
   long end = stop;
   float lowestDb = 0.0F;
@@ -137,21 +130,21 @@ bool AutoFilterScan::HoldsBack(const Differences& diff, long second) const {
 
 // Of two reflections that share one rise the first ends where the second begins, and the scan goes on there.
 void AutoFilterScan::CloseFirstOfTwo(long second) {
-  constexpr double kRippleShare = 1.0 / 22.0;  // of the peak, for a dB of ripple
+  constexpr double kPeakSharePerDb = 1.0 / 22.0;  // that ripple may pretend, for each dB of it
   TFEvent& first = events_.current();
   second = std::min(second, scales_.lastPoint);
   first.rise = first.end = trace_.Held(second);
   first.peak = trace_.Held(trace_.Highest(first.begin, second));
   first.width = std::max(first.end - first.begin, 0);
-  const double height =
-      (1.0 - scales_.rippleDb * kRippleShare) * Lin(first.peak) - Lin(first.begin) - scales_.noiseLin / 2.0;
+  const double height = (1.0 - scales_.rippleDb * kPeakSharePerDb) * Lin(first.peak) - Lin(first.begin) -
+                        scales_.noiseLin / 2.0;
   first.gradeUp = height < scales_.noiseLin ? 0 : static_cast<int>(GradeOfHeight(height, scales_.noiseLin));
-  first.type = first.gradeUp < 1 ? kStep : kReflection;
+  first.type = first.gradeUp < 1 ? letter::kStep : letter::kReflection;
   events_.Step();
   at_ = top_ = std::min(second + 1, scales_.lastPoint);
   events_.current() = TFEvent();
   events_.current().begin = trace_.Held(at_);
-  events_.current().type = kDouble;
+  events_.current().type = letter::kDouble;
 }
 
 // Where the trace was rising before it was noticed, the event begins with the first sample that stands out.
@@ -185,9 +178,9 @@ void AutoFilterScan::MeasureRise(Differences& diff) {
 
 // The grade of the rise; -1 for none. A rise that is weak against the noise is judged by two samples.
 void AutoFilterScan::GradeRise(Differences& diff) {
-  constexpr double kWeak = 10.0;
+  constexpr double kNearNoiseRise = 10.0;  // times the noise
   TFEvent& event = events_.current();
-  if (mean_.width() < scales_.eventPoints && diff.now / scales_.noiseLin < kWeak &&
+  if (mean_.width() < scales_.eventPoints && diff.now / scales_.noiseLin < kNearNoiseRise &&
       at_ + mean_.width() < scales_.lastPoint) {
     diff.now = (Above(at_) + Above(at_ + mean_.width())) / 2.0;
   }
@@ -196,7 +189,7 @@ void AutoFilterScan::GradeRise(Differences& diff) {
   long grade = filter_.RflAnalisys(events_.lastOrNull(), foot, scales_.lastPoint, scales_.recoverPoints,
                                    scales_.midPoints, static_cast<float>(limits_.rise + scales_.noiseLin),
                                    secondFallAt_, width);
-  if (event.type == kDouble) grade = std::max(grade, 1L);
+  if (event.type == letter::kDouble) grade = std::max(grade, 1L);
   event.begin = trace_.Held(foot + 1);
   event.width = trace_.Held(width);
   if (event.begin == 1 && grade < 1) ++launch_;
@@ -266,7 +259,7 @@ void AutoFilterScan::SplitCloseReflections() {
 
   const bool isLong = foot - first.begin > scales_.pulsePoints;
   first.rise = first.end = trace_.Held(isLong ? first.begin + scales_.pulsePoints : foot);
-  first.type = foot - first.begin > scales_.eventPoints ? kWide : kReflection;
+  first.type = foot - first.begin > scales_.eventPoints ? letter::kWide : letter::kReflection;
   first.peak = trace_.Held(trace_.Highest(first.begin, foot, -1));
   first.gradeDown = 0;
   events_.Step();
@@ -328,12 +321,11 @@ void AutoFilterScan::SettleEvent() {
 // How far behind the begin a reflection only falls: the stronger, the farther, and much farther where the
 // receiver is saturated.
 void AutoFilterScan::SettleTail() {
-  constexpr double kSaturatedDb = -0.15;
   constexpr double kHighLaunchDb = -1.0;
   const TFEvent& event = events_.current();
   const bool isFirst = events_.closed() == 0;
   long tail = event.gradeUp * std::min(scales_.midPoints, scales_.eventPoints);
-  if (Db(event.begin + scales_.eventPoints / 2 + 1) > kSaturatedDb) {
+  if (Db(event.begin + scales_.eventPoints / 2 + 1) > kFlatLevelDb) {
     tail += scales_.farPoints * event.gradeUp;
   } else if (isFirst && Db(event.begin + scales_.eventPoints + scales_.recoverPoints) < kHighLaunchDb) {
     tail = scales_.recoverPoints;
@@ -345,14 +337,14 @@ void AutoFilterScan::SettleTail() {
 
 // A strong reflection out of near darkness, behind which the trace stays up, throws ghosts on what follows.
 bool AutoFilterScan::IsGhostSource() {
-  constexpr int kStrongGrade = 9;
-  constexpr double kNearNoise = 10.0;
+  constexpr int kGhostSourceGrade = 9;
+  constexpr double kDarkNoises = 10.0;  // times the noise
   const TFEvent& event = events_.current();
   const bool isSecond = events_.closed() == 1 && !events_.isOpen();
   if (!isSecond && !(events_.isPastFirst() && strongest_.ghosts != 0)) return false;
   const long behind = at_ + scales_.eventPoints + scales_.farPoints;
-  return event.gradeUp > kStrongGrade &&
-         Lin(event.begin - scales_.nearPoints) < kNearNoise * scales_.noiseLin &&
+  return event.gradeUp > kGhostSourceGrade &&
+         Lin(event.begin - scales_.nearPoints) < kDarkNoises * scales_.noiseLin &&
          Lin(behind) > Lin(event.peak) / 2.0F;
 }
 
@@ -370,7 +362,7 @@ void AutoFilterScan::FinishEvent() {
 void AutoFilterScan::FinishLaunch(TFEvent& event) {
   if (launch_ > 1) {
     event.begin = event.end = trace_.Held(event.rise + 1);
-    event.type = kInstrument;
+    event.type = letter::kInstrument;
   } else {
     event.peak =
         trace_.Held(trace_.Highest(event.begin, event.begin + scales_.eventPoints + scales_.recoverPoints));
@@ -379,7 +371,7 @@ void AutoFilterScan::FinishLaunch(TFEvent& event) {
     long end = trace_.Lowest(event.rise + 1, event.rise + 1 + scales_.midPoints);
     while (static_cast<double>(Lin(end)) - Lin(end + 1) > scales_.noiseLin) ++end;
     event.end = trace_.Held(end);
-    if (event.type != kDouble || events_.closed() == 1) event.type = kStep;
+    if (event.type != letter::kDouble || events_.closed() == 1) event.type = letter::kStep;
   }
   event.gradeDown = 0;
   launch_ = 0;
@@ -414,12 +406,12 @@ void AutoFilterScan::FinishReflection(TFEvent& event) {
 }
 
 void AutoFilterScan::NameReflection(TFEvent& event, long index) {
-  constexpr double kSaturatedDb = 0.15;  // below the top of the scale
-  constexpr int kStrongGrade = 14;
-  event.type = strongest_.ghosts != 0 ? kGhost : kReflection;
-  const bool isStrong = strongest_.grade == 0 ? event.Am() > kStrongGrade : event.Am() >= strongest_.grade;
-  if (!isStrong && !(sor_.GetMaxLevel() - Db(event.peak) < kSaturatedDb)) return;
-  event.type = kStrongReflection;
+  constexpr int kFirstStrongGrade = 14;  // the first strong reflection has to exceed it
+  event.type = strongest_.ghosts != 0 ? letter::kAmongGhosts : letter::kReflection;
+  const bool isStrong =
+      strongest_.grade == 0 ? event.Am() > kFirstStrongGrade : event.Am() >= strongest_.grade;
+  if (!isStrong && !(sor_.GetMaxLevel() - Db(event.peak) < kFlatNearTopDb)) return;
+  event.type = letter::kStrongReflection;
   strongest_.grade = event.Am();
   strongest_.index = index;
 }

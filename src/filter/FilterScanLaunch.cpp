@@ -6,17 +6,12 @@
 
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
+#include "src/filter/EventLetters.h"
 #include "src/filter/FilterScan.h"
 #include "src/filter/LinearTrace.h"
 #include "util/convert.h"
 
 namespace reflyze {
-
-namespace {
-
-constexpr char kStep = 's';
-
-}  // namespace
 
 void AutoFilterScan::FindFibreStart() {
   constexpr int kAtVeryStart = 2;
@@ -125,7 +120,7 @@ void AutoFilterScan::ShapeLaunch(long grade) {
   const long zero = scales_.zeroPoint;
   event.gradeDown = 1;
   event.gradeUp = static_cast<int>(grade);
-  event.type = kStep;
+  event.type = letter::kStep;
   event.tail = 0;
   if (zero < 0) return;
   long width = grade == 0 ? 0 : scales_.pulsePoints;
@@ -145,9 +140,9 @@ void AutoFilterScan::ShapeLaunch(long grade) {
 
 // Whether the top hardly stands above what lies in front of it and behind.
 bool AutoFilterScan::IsFlatLaunch() {
-  constexpr double kMarginDb = 0.1;
+  constexpr double kFlatMarginDb = 0.1;
   const TFEvent& event = events_.current();
-  const double leastDb = scales_.rippleDb + kMarginDb;
+  const double leastDb = scales_.rippleDb + kFlatMarginDb;
   const long behind = event.begin + scales_.pulsePoints + 2 * scales_.midPoints;
   if (!(Db(event.peak) - Db(event.begin) < leastDb)) return false;
   return Db(event.peak) - Db(behind) < leastDb || event.gradeDown == 0;
@@ -166,15 +161,16 @@ void AutoFilterScan::EndLaunchAtOnce() {
 
 // The launch ends where the trace has fallen, and then no longer falls faster than a fibre may behind it.
 void AutoFilterScan::FindLaunchEnd() {
-  constexpr double kFallDb = 0.05;        // below the ripple
-  constexpr double kSmallLaunchDb = 0.3;  // behind such a fall the fibre is looked for near by
+  constexpr double kLaunchFallDb = 0.05;  // below the ripple
+  constexpr double kFibreNearDb = 0.3;    // behind such a fall the fibre is looked for near by
   constexpr double kLevelStepDb = 0.001;  // of the scale: a smaller fall is not seen as one
   constexpr double kGradeLimitDb = 0.01;
   TFEvent& event = events_.current();
   const long from = event.rise + scales_.nearPoints;
-  event.end = trace_.Held(trace_.FirstBelow(from, Db(from) - scales_.rippleDb - kFallDb, scales_.slopeDb));
+  event.end =
+      trace_.Held(trace_.FirstBelow(from, Db(from) - scales_.rippleDb - kLaunchFallDb, scales_.slopeDb));
   const double fallDb = Db(event.peak) - Db(event.end);
-  const long stop = event.rise + (fallDb < kSmallLaunchDb ? 3 * scales_.midPoints : scales_.farPoints);
+  const long stop = event.rise + (fallDb < kFibreNearDb ? 3 * scales_.midPoints : scales_.farPoints);
   const double rateDb = std::max(fallDb / (event.end - event.peak) / 10.0, 2.0 * scales_.slopeDb);
   const long calm = RefAutoSearchStraightLoss2(&sor_, event.end, stop, scales_.nearPoints + 1,
                                                static_cast<float>(rateDb), 0.0F, 0);

@@ -7,6 +7,7 @@
 #include "sor/sorData.h"
 #include "src/filter/AutoLimits.h"
 #include "src/filter/FilterScan.h"
+#include "src/filter/Optics.h"
 #include "util/convert.h"
 
 namespace reflyze {
@@ -64,7 +65,6 @@ namespace {
 
 constexpr double kLeastSpacingOwt = 1e-06;
 constexpr double kLeastNoiseLin = 0.1;  // below, the noise floor lies at the bottom of the scale
-constexpr int kMeanPoints = 16;         // of the filter's second look at the trace
 constexpr int kMostDoublings = 14;      // a width and a half of it still fits the 16 bits of the width map
 
 // The stored noise floor, unless the instrument noted another one: then it is settled anew.
@@ -76,12 +76,11 @@ double NoiseFloorDb(TSorData& sor) {
 
 // Windows by the time in which the receiver falls by 1.5 dB, and by the pulse.
 void MeasureWindows(const TSorFilter& filter, TSorData& sor, ScanScales& s) {
-  constexpr double kFallDb = 1.5;
   constexpr double kRecoverDb = 2.5;
   constexpr double kLeastRateDb = 0.01;  // keeps an unknown rate from making an endless recovery
   const double ds = s.spacingOwt, rateDb = filter.dbOnOwt;
   const auto window = [&s](double points) { return HeldWindow(points, s.points); };
-  s.fallOwt = rateDb > 0.0 ? kFallDb / rateDb : rateDb;
+  s.fallOwt = rateDb > 0.0 ? kRecoveryDb / rateDb : rateDb;
   s.recoverPoints = window(kRecoverDb / (rateDb + kLeastRateDb) / ds + 1.0);
   s.nearPoints = HeldShift((s.fallOwt + 16.0) / ds, s.points) / 2 + 1;
   s.midPoints = HeldShift((2.0 * s.fallOwt + 16.0) / ds + 0.5, s.points) / 3 + 1;
@@ -119,8 +118,7 @@ float RippleByPulse(const TSorData& sor) {
 // levels above which nothing is averaged and from which the backscatter is known.
 void MeasureBackscatter(TSorFilter& filter, TSorData& sor, ScanScales& s) {
   constexpr long kMostSteps = 400, kMostCells = 20;
-  constexpr float kLeastRippleDb = 0.001F, kStrongRippleDb = 0.05F;
-  constexpr short kMultimodeFibre = 651;
+  constexpr float kLeastRippleDb = 0.001F, kRippledFibreDb = 0.05F;
   long start = s.farPoints + s.eventPoints;
   s.stepPoints = s.eventPoints / 2 + s.nearPoints;
   const long cell = std::max(s.nearPoints, 10L);
@@ -136,7 +134,7 @@ void MeasureBackscatter(TSorFilter& filter, TSorData& sor, ScanScales& s) {
 
   const HeldSamples lin = filter.HeldLinf();
   s.referenceLin = lin[stop] > s.noiseLin ? static_cast<double>(lin[stop]) : lin[start] / 3.0;
-  s.hiLimitLin = 5000.0 * s.noiseLin * (s.rippleDb > kStrongRippleDb ? 100.0 : 1.0);
+  s.hiLimitLin = 5000.0 * s.noiseLin * (s.rippleDb > kRippledFibreDb ? 100.0 : 1.0);
 }
 
 }  // namespace
@@ -157,7 +155,7 @@ std::optional<ScanScales> MeasureScanScales(TSorFilter& filter, TSorData& sor) {
   MeasureBackscatter(filter, sor, s);
   s.mostDoublings = std::clamp(filter.autoLevel, 0, kMostDoublings);
   s.lastPoint = s.points - (s.recoverPoints < 4 ? 3 : s.recoverPoints);
-  filter.SetLinfAvg(s.points, kMeanPoints);
+  filter.SetLinfAvg(s.points, kNearMeanPoints);
   filter.result.polar = s.rippleDb;
   filter.result.firstBegin = 0;
   return s;

@@ -31,7 +31,7 @@ class LevelEnd {
 
   // Its points; the more, the better known is their mean. 0 when the trace has no level end.
   long Find() const {
-    const long fewest = std::max(points_ / kShortestPart, kFewestPoints);
+    const long fewest = std::max(points_ / kShortestPart, kFewestLevelPoints);
     for (long count = points_ / kLongestPart; count >= fewest; count /= 2) {
       if (IsLevel(count)) return count;
     }
@@ -41,7 +41,7 @@ class LevelEnd {
  private:
   static constexpr long kLongestPart = 4;    // of the trace: more of it is hardly ever free of signal
   static constexpr long kShortestPart = 80;  // less of it does not tell a fibre from an offset
-  static constexpr long kFewestPoints = 100;
+  static constexpr long kFewestLevelPoints = 100;
   // Standard errors of the difference between both halves by which a fibre of that level would have to
   // differ.
   static constexpr double kErrorsToTell = 4.0;

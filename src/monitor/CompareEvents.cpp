@@ -27,13 +27,13 @@ constexpr double kThousandths = 1000.0;
 constexpr double kHalf = 0.5;  // added whatever the sign: it rounds positive values only
 
 short Signed(double thousandths) {
-  constexpr double kMost = 32500.0;
-  return TruncToShort(std::clamp(thousandths, -kMost, kMost));
+  constexpr double kMostSigned = 32500.0;
+  return TruncToShort(std::clamp(thousandths, -kMostSigned, kMostSigned));
 }
 
 short Unsigned(double thousandths) {
-  constexpr double kMost = 65000.0;
-  return reflyze::SignedLowBits16(TruncToUShort(std::clamp(thousandths, 0.0, kMost)));
+  constexpr double kMostUnsigned = 65000.0;
+  return reflyze::SignedLowBits16(TruncToUShort(std::clamp(thousandths, 0.0, kMostUnsigned)));
 }
 
 short SignedDeviation(double value) { return Signed(value * kThousandths + kHalf); }

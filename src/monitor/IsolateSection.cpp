@@ -23,15 +23,14 @@ class SectionAlone {
         slopeDbPerKm_(slopeDbPerKm) {}
 
   void Draw(double fromOwt, double toOwt) {
-    constexpr int kFTTFilter = 5, kUnfiltered = 0;
     if (points_ <= 0) return;
     const long first = Held(TruncToLong(trace_.OwtTofNum(fromOwt)));
     const long last = Held(TruncToLong(trace_.OwtTofNum(toOwt)));
     // Where the section begins and ends is read off the smoothed trace.
     TSorFilter filter(&trace_);
-    filter.SetFilter(kFTTFilter);
+    filter.SetFilter(TSorFilter::kFTTFilter);
     const double firstDb = trace_.NumToLevel(first), lastDb = trace_.NumToLevel(last);
-    filter.SetFilter(kUnfiltered);
+    filter.SetFilter(TSorFilter::kUnfiltered);
     DrawBefore(first, firstDb);
     DrawBehind(last, lastDb);
     trace_.SetLinf();

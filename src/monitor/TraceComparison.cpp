@@ -133,8 +133,7 @@ int TraceComparison::Compare(TSorData* base, TSorData* current, bool recheck) {
 }
 
 void TraceComparison::Filter(TSorData* trace) const {
-  constexpr int kFTTFilter = 5;
-  if (trace->QRTParams->isFilter()) TSorFilter(trace).SetFilter(kFTTFilter);
+  if (trace->QRTParams->isFilter()) TSorFilter(trace).SetFilter(TSorFilter::kFTTFilter);
 }
 
 void TraceComparison::InitRFTSParameters(TSorData* base) { monitoring.Take(*base); }
