@@ -5,12 +5,14 @@
 #include <cstddef>
 #include <set>
 
+#include "sor/blocks/sorPoint.h"
+
 namespace reflyze::sim {
 namespace {
 
 using Document = nlohmann::json;
 
-constexpr long kMostPoints = 1000000;  // what a record's data points block can hold
+constexpr long kMostPoints = TSorBlockDataPoints1SF::kMostPoints;
 constexpr size_t kMostSections = 10000;
 constexpr double kLongestKm = 1000.0;                    // of a range
 constexpr double kFinestM = 0.001, kCoarsestM = 1000.0;  // spacing

@@ -15,18 +15,18 @@
 
 namespace {
 
-constexpr const char* kGenParams = "GenParams";
-constexpr const char* kSupParams = "SupParams";
-constexpr const char* kFxdParams = "FxdParams";
-constexpr const char* kKeyEvents = "KeyEvents";
-constexpr const char* kLnkParams = "LnkParams";
-constexpr const char* kDataPts = "DataPts";
-constexpr const char* kRFTSParams = "RFTSParams";
-constexpr const char* kRFTSEvents = "RFTSEvents";
-constexpr const char* kEmbData = "EmbData";
-constexpr const char* kQRTEvents = "QRTEvents";
-constexpr const char* kQRTParams = "QRTParams";
-constexpr const char* kCksum = "Cksum";
+constexpr const char* kGenParamsId = "GenParams";
+constexpr const char* kSupParamsId = "SupParams";
+constexpr const char* kFxdParamsId = "FxdParams";
+constexpr const char* kKeyEventsId = "KeyEvents";
+constexpr const char* kLnkParamsId = "LnkParams";
+constexpr const char* kDataPtsId = "DataPts";
+constexpr const char* kRFTSParamsId = "RFTSParams";
+constexpr const char* kRFTSEventsId = "RFTSEvents";
+constexpr const char* kEmbDataId = "EmbData";
+constexpr const char* kQRTEventsId = "QRTEvents";
+constexpr const char* kQRTParamsId = "QRTParams";
+constexpr const char* kCksumId = "Cksum";
 
 // The revisions in which this system's own blocks go to file.
 constexpr unsigned short kRFTSParamsRevision = 203;
@@ -45,27 +45,27 @@ struct ListedBlock {
 // The blocks that go to file, in that order.
 std::vector<ListedBlock> BlocksToWrite(const TSorData& record) {
   std::vector<ListedBlock> list = {
-      {kGenParams, record.GenParams}, {kSupParams, record.SupParams}, {kFxdParams, record.FxdParams}};
+      {kGenParamsId, record.GenParams}, {kSupParamsId, record.SupParams}, {kFxdParamsId, record.FxdParams}};
   const auto addFilled = [&list](const char* id, TSorBlock* block) {
     if (!block->IsEmpty()) list.push_back({id, block});
   };
-  addFilled(kKeyEvents, record.KeyEvents);
-  addFilled(kLnkParams, record.LnkParams);
+  addFilled(kKeyEventsId, record.KeyEvents);
+  addFilled(kLnkParamsId, record.LnkParams);
   // Filtered points are work in progress: while there is a raw trace beside them, that is the measurement.
-  addFilled(kDataPts, record.DataPtsBackup != nullptr ? record.DataPtsBackup : record.DataPts);
+  addFilled(kDataPtsId, record.DataPtsBackup != nullptr ? record.DataPtsBackup : record.DataPts);
   if (record.WriteSpecialBlocks != 0) {
     for (int i = 0; i < record.SpecialCount; ++i) {
       list.push_back({record.Special[i]->MapID, record.Special[i]});
     }
   }
   if (record.WriteProprietaryBlocks != 0) {
-    addFilled(kQRTEvents, record.QRTEvents);
-    addFilled(kQRTParams, record.QRTParams);
-    addFilled(kRFTSParams, record.RFTSParams);
-    addFilled(kRFTSEvents, record.RFTSEvents);
-    addFilled(kEmbData, record.EmbData);
+    addFilled(kQRTEventsId, record.QRTEvents);
+    addFilled(kQRTParamsId, record.QRTParams);
+    addFilled(kRFTSParamsId, record.RFTSParams);
+    addFilled(kRFTSEventsId, record.RFTSEvents);
+    addFilled(kEmbDataId, record.EmbData);
   }
-  list.push_back({kCksum, record.Cksum});
+  list.push_back({kCksumId, record.Cksum});
   return list;
 }
 
@@ -179,12 +179,12 @@ class TSorData::Reader {
       const char* id;
       TSorBlock* block;
       bool isMeasurement;
-    } known[] = {{kGenParams, record_.GenParams, true},    {kSupParams, record_.SupParams, true},
-                 {kFxdParams, record_.FxdParams, true},    {kKeyEvents, record_.KeyEvents, true},
-                 {kLnkParams, record_.LnkParams, true},    {kDataPts, record_.DataPts, true},
-                 {kRFTSParams, record_.RFTSParams, false}, {kRFTSEvents, record_.RFTSEvents, false},
-                 {kEmbData, record_.EmbData, false},       {kQRTEvents, record_.QRTEvents, false},
-                 {kQRTParams, record_.QRTParams, true},    {kCksum, record_.Cksum, false}};
+    } known[] = {{kGenParamsId, record_.GenParams, true},    {kSupParamsId, record_.SupParams, true},
+                 {kFxdParamsId, record_.FxdParams, true},    {kKeyEventsId, record_.KeyEvents, true},
+                 {kLnkParamsId, record_.LnkParams, true},    {kDataPtsId, record_.DataPts, true},
+                 {kRFTSParamsId, record_.RFTSParams, false}, {kRFTSEventsId, record_.RFTSEvents, false},
+                 {kEmbDataId, record_.EmbData, false},       {kQRTEventsId, record_.QRTEvents, false},
+                 {kQRTParamsId, record_.QRTParams, true},    {kCksumId, record_.Cksum, false}};
     for (const auto& entry : known) {
       if (id == entry.id) return wanted == Wanted::kAll || entry.isMeasurement ? entry.block : nullptr;
     }

@@ -26,7 +26,7 @@ std::uint32_t TakeOut(BigFixed& a, const BigFixed& unit) {
 // e^z, or e^-z. The series of z / 256 ends soon, and eight squares lead back.
 Scaled ExpOf(BigFixed z, bool isNegative) {
   constexpr int kSquares = 8;
-  constexpr std::uint32_t kTerms = 20;  // 2^-8.5 to the 21st over 21! lies below 2^-224
+  constexpr std::uint32_t kExpTerms = 20;  // 2^-8.5 to the 21st over 21! lies below 2^-224
   int exponent = static_cast<int>(TakeOut(z, kBigLn2));
   if (isNegative) {
     z = Difference(kBigLn2, z);
@@ -34,7 +34,7 @@ Scaled ExpOf(BigFixed z, bool isNegative) {
   }
   z = Shifted(z, -kSquares);
   BigFixed power = kBigOne;
-  for (std::uint32_t n = kTerms; n > 0; --n) power = Sum(kBigOne, Quotient(Product(power, z), n));
+  for (std::uint32_t n = kExpTerms; n > 0; --n) power = Sum(kBigOne, Quotient(Product(power, z), n));
   for (int i = 0; i < kSquares; ++i) power = Product(power, power);
   return {power, exponent};
 }
@@ -81,7 +81,7 @@ double SlowPower(double base, double log, double x) {
 // By the octant: the angle from the next axis is at most pi / 4, and the series is that of the sine or the
 // cosine.
 double SlowSine(double x, bool isCosine) {
-  constexpr std::uint32_t kTerms = 50;  // (pi / 4)^51 over 51! lies below 2^-224
+  constexpr std::uint32_t kSineTerms = 50;  // (pi / 4)^51 over 51! lies below 2^-224
   BigFixed angle = BigOf(x);
   const std::uint32_t quarters = TakeOut(angle, kBigHalfPi);
   // The sine of the quarters and the rest, with what a negative angle and a cosine mean for it.
@@ -100,7 +100,7 @@ double SlowSine(double x, bool isCosine) {
   }
   const BigFixed square = Product(angle, angle);
   BigFixed series = kBigOne;
-  for (std::uint32_t n = fromCrest ? kTerms : kTerms - 1; n >= 2; n -= 2) {
+  for (std::uint32_t n = fromCrest ? kSineTerms : kSineTerms - 1; n >= 2; n -= 2) {
     series = Difference(kBigOne, Quotient(Product(series, square), n * (n - 1)));
   }
   const double size = DoubleOf(fromCrest ? series : Product(series, angle));

@@ -87,8 +87,8 @@ inline double PowerOfTwo(int n) { return OfBits(static_cast<std::uint64_t>(n + 1
 // e^(x.high + x.low) as 2^(k / 128) e^r with |r| at most ln 2 / 256, so that few terms of the series matter.
 // False where the last digit stays open, and outside the normal numbers.
 inline bool IsExpSettled(const Pair& x, double& result) {
-  constexpr double kLargest = 709.0, kLowest = -708.0;
-  if (!(x.high < kLargest && x.high > kLowest)) return false;
+  constexpr double kLargestPower = 709.0, kLowestPower = -708.0;
+  if (!(x.high < kLargestPower && x.high > kLowestPower)) return false;
   constexpr double kPartsPerE = 128 * 0x1.71547652b82fep+0;
   const double parts = Whole(x.high * kPartsPerE);
   const Pair two = ExactSum(x.high - parts * kLn2By128[0], -parts * kLn2By128[1]);
@@ -160,8 +160,8 @@ constexpr double kLogError = 0x1p-64;  // as a share of the logarithm, the produ
 
 // Sine of an angle plus `turn` 64ths of pi, by the series of what is left, r, with |r| at most pi / 128.
 inline bool IsSineSettled(double x, int turn, double& result) {
-  constexpr double kLargest = 0x1p+20;
-  if (!(std::fabs(x) < kLargest)) return false;
+  constexpr double kLargestAngle = 0x1p+20;
+  if (!(std::fabs(x) < kLargestAngle)) return false;
   constexpr double kPartsPerRadian = 0x1.45f306dc9c883p+4;
   const double parts = Whole(x * kPartsPerRadian);
   const Pair two = ExactSum(x - parts * kPiBy64[0], -parts * kPiBy64[1]);

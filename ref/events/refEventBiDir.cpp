@@ -51,8 +51,8 @@ enum class NoRoom {
 
 // Whether a line can be laid through a section: a few points of it.
 bool IsRoom(const TSorData& sor, double fromOwt, double toOwt) {
-  constexpr double kFewestPoints = 4.0;
-  return toOwt - fromOwt >= kFewestPoints * sor.FxdParams->GetOwtDS(0);
+  constexpr double kFewestLinePoints = 4.0;
+  return toOwt - fromOwt >= kFewestLinePoints * sor.FxdParams->GetOwtDS(0);
 }
 
 void InsertMirrored(TSorData* target, TSorData* source, int after, int index, NoRoom noRoom);

@@ -16,8 +16,9 @@
 //   0  merged;
 //   1  the pulse widths, 2 the data spacings differ by more than 1 %: both records stay as they are;
 //   3  the ends differ by more than the trust in them allows: nothing but the ends has moved. Also where a
-//      table has fewer than two events, or the trust interval of the first end is not a positive one: nothing
-//      has changed then.
+//      table has fewer than two events, or the trust interval of the first end is not a positive one: no
+//      event has changed then.
+// Unless the result is 1 or 2, the noise floor of both records is settled (see RefEventTrusting).
 int RefEventBiDir(TSorData* a, TSorData* b);
 
 // Puts the mirror image of an event of `source` into the table of `target`, behind the event at `after`, and

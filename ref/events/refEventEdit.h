@@ -45,7 +45,7 @@ void MeasureEvents(TSorBlockKeyEvents& events, SectionFits& fits);  // all of a 
 void MeasureLoss(TSorBlockKeyEvents1E& event, SectionFits& fits);   // as RefEventSCalculate
 }  // namespace reflyze
 // Reflectance, and whether the event is reflective, as the comparison sees them: the peak over the level at
-// ML1, which counts as `minHeight` dB at least.
+// ML1, which counts as `minHeight` dB at least. Both store the place of the peak in ML4 where that is 0.
 double RefEventGetEventRFTSReflection(TSorData* sor, TSorBlockKeyEvents1E* event, double minHeight);
 bool RefEventIsEventRFTSReflective(TSorData* sor, TSorBlockKeyEvents1E* event, double minHeight);
 

@@ -206,12 +206,13 @@ void reflyze::MeasureEvent(TSorBlockQRTEvents1E& event, SectionFits& fits) {
 }
 
 void RefEventMarkerR(TSorData* sor, TSorBlockKeyEvents1E* event) {
+  constexpr double kBehindPeakPulses = 1.5, kBehindPeakPoints = 3.0;
   const long first = PointAtOwt(*sor, event->ML1);
   const long last = std::min(TruncToLong(sor->OwtTofNum(event->ML4) + 0.5),
                              static_cast<long>(sor->DataPts->GetPointsNum()));
   event->EPT = TruncToInt(sor->NumToOwt(RefAutoSearchRef(sor, first, last)));
-  event->ML2 = TruncToInt(event->ML4 + sor->FxdParams->GetOwtPulse(event->ML4) * 1.5 +
-                          sor->FxdParams->GetOwtDS(0) * 3.0);
+  event->ML2 = TruncToInt(event->ML4 + sor->FxdParams->GetOwtPulse(event->ML4) * kBehindPeakPulses +
+                          sor->FxdParams->GetOwtDS(0) * kBehindPeakPoints);
 }
 
 void RefEventRCalculate(TSorData* sor, TSorBlockKeyEvents1E* event) {

@@ -34,7 +34,7 @@ double RefEventTrusting(TSorData* sor, int index) {
   constexpr double kGrainDbRootOwt = 0.1;  // least step that a pulse of 1 unit shows without any noise
   const TSorBlockKeyEvents1E* event = sor->KeyEvents->events->GetData(index);
   if (event == nullptr) return 0.0;
-  const double noiseDb = RefAutoReSetNF(sor);
+  const double noiseDb = RefAutoReSetNF(sor);  // stores it in the record
   const double pulseOwt = sor->FxdParams->GetOwtPulse(0);
   const double spacingOwt = sor->FxdParams->GetOwtDS(0);
   const double sectionOwt = static_cast<double>(event->ML1) - event->ML0;
@@ -53,12 +53,13 @@ double RefEventTrusting(TSorData* sor, int index) {
 
 int RefEventLossMeasurable(TSorData* sor, TSorBlockKeyEvents1E* event) {
   constexpr double kBeforeTraceEndOwt = 200.0;
-  constexpr double kAboveNoiseDb = 0.7;
+  constexpr double kMeasurableAboveNoiseDb = 0.7;
   constexpr double kEndingLossDb = 5.0;
   Require(sor != nullptr, "SD", kAssertionFile);
   Require(event != nullptr, "event", kAssertionFile);
   if (sor->GetMaxOwt() - event->EPT < kBeforeTraceEndOwt) return 0;
-  const double floorDb = std::min(sor->FxdParams->GetNF(), sor->QRTParams->GetNoisePeak()) + kAboveNoiseDb;
+  const double floorDb =
+      std::min(sor->FxdParams->GetNF(), sor->QRTParams->GetNoisePeak()) + kMeasurableAboveNoiseDb;
   const double beforeDb = MidLevelOfLine(*sor, event->ML0, event->ML1);
   const double behindDb = MidLevelOfLine(*sor, event->ML2, event->ML3);
   if (event->GetEL() > kEndingLossDb && beforeDb > floorDb && behindDb < floorDb) return 2;
@@ -102,10 +103,11 @@ class Launch {
         pulseOwt_(static_cast<float>(sor.FxdParams->GetOwtPulse(0))),
         pulseNs_(sor.GetRealNsPulse(0.0)),
         levelDb_(levelDb) {
+    constexpr double kLaunchRecoveryDb = 0.8;
     start_ = levels_.Near(TruncToLong(sor.LenToNum(0.0) + 0.5));
-    const double recoveryOwt = 0.8 / RefAutoGetDbOnOwt(&sor);
+    const double recoveryOwt = kLaunchRecoveryDb / ReceiverDbPerOwt();
     recovered_ = start_ + levels_.Near(TruncToLong((pulseOwt_ + recoveryOwt) / spacingOwt_ + 2.0));
-    levelDb_ = static_cast<float>(-sor.QRTParams->begLevel * 0.01);
+    levelDb_ = static_cast<float>(-sor.QRTParams->begLevel * 0.01);  // the field counts in 0.01 dB
   }
 
   // The trace has to begin within half a pulse, and the pulse to be long enough to be seen at all.
@@ -128,7 +130,7 @@ class Launch {
 
   // What the level behind the launch, carried back, lacks to that at the launch: lost in the first connector
   // and in what stands close behind it.
-  double GapDb() const { return levelDb_ - LevelBehindDb(); }
+  double GapDb() { return levelDb_ - LevelBehindDb(); }
 
   // Light thrown back at the launch against the backscatter of a metre of fibre, a pulse long.
   double Quality() const {
@@ -139,6 +141,10 @@ class Launch {
   bool LeavesScale() const { return peakDb_ > sor_.GetMaxLevel(); }
 
  private:
+  // The one place that asks for the fall of the receiver. The first answer is stored in the record, in whole
+  // dB/km, and the second is what was stored.
+  double ReceiverDbPerOwt() { return RefAutoGetDbOnOwt(&sor_); }
+
   // A level carried back to the launch over a length in km.
   double AlongFibre(double levelDb, double lengthKm) const { return levelDb + lengthKm * aci_; }
 
@@ -146,26 +152,29 @@ class Launch {
   // where the receiver has recovered.
   bool SettleLevel() {
     constexpr double kLongInside = 10.1;  // pulses
+    // The fibre inside lies in front of 0. Of its last nine tenths, a pulse less, the mean is taken over 0.95
+    // from the begin on. The middle of that lies 1 - 0.95 / 2 of the way in front of 0.
+    constexpr double kInsideShare = 0.9, kMeanShare = 0.95, kMiddleOfMean = 0.525;
     const TSorBlockQRTParameters& scale = *sor_.QRTParams;
     if (scale.IntFiber == 0 && scale.begLevel == 0) {
       levelDb_ = levels_[recovered_];
       return !(levelDb_ > peakDb_);
     }
     if (scale.IntFiber > pulseOwt_ * kLongInside) {
-      const double insideOwt = (static_cast<double>(scale.IntFiber) - pulseOwt_) * 0.9;
-      const double meanDb = RefMathPower(&sor_, -insideOwt, insideOwt * 0.95, 0);
-      levelDb_ = static_cast<float>(meanDb - aci_ * sor_.OwtToLen(insideOwt * 0.525));
+      const double insideOwt = (static_cast<double>(scale.IntFiber) - pulseOwt_) * kInsideShare;
+      const double meanDb = RefMathPower(&sor_, -insideOwt, insideOwt * kMeanShare, 0);
+      levelDb_ = static_cast<float>(meanDb - aci_ * sor_.OwtToLen(insideOwt * kMiddleOfMean));
     }
     return true;
   }
 
-  double LevelBehindDb() const {
+  double LevelBehindDb() {
     constexpr double kHighPeakDb = 10.0;    // the receiver takes twice as long behind a peak above this
     constexpr double kStretchOwt = 5000.0;  // about 100 m of fibre
     constexpr double kReflectionDb = 0.2;   // from this height on the launch is a reflection
     constexpr double kLevelStretchDb = 0.1;
-    // The rate of the receiver's fall is asked for anew: the first asking has stored it, rounded.
-    long from = TruncToLong(2.0 * std::fabs(heightDb_) / RefAutoGetDbOnOwt(&sor_) / spacingOwt_);
+    constexpr double kFallsPastHeight = 2.0;  // the receiver falls by so many heights of the peak first
+    long from = TruncToLong(kFallsPastHeight * std::fabs(heightDb_) / ReceiverDbPerOwt() / spacingOwt_);
     from = levels_.Near(from);
     if (heightDb_ > kHighPeakDb) from *= 2;
     from = levels_.Near(from + recovered_);
@@ -238,8 +247,9 @@ class TwoPulseLoss {
   double Db() const {
     constexpr double kFibreDbPerKm = 0.2;
     constexpr double kAboveNoisePeakDb = 2.0;
+    constexpr double kFibrePulses = 3.0;  // behind the group the fibre is back, where no event follows
     const TSorBlockKeyEvents1E* next = NextOnLonger();
-    const int behindOwt = next != nullptr ? next->EPT : BehindGroup(3.0);
+    const int behindOwt = next != nullptr ? next->EPT : BehindGroup(kFibrePulses);
     const double behindDb = next != nullptr ? BeforeNext(*next) : Attenuation(longer_, behindOwt);
     const double noiseDb =
         std::max(-longer_.QRTParams->GetNoisePeak(), -longer_.FxdParams->GetNF()) + kAboveNoisePeakDb;
@@ -259,7 +269,7 @@ class TwoPulseLoss {
     if (first != nullptr && scale.IntFiber > 0 && 2.0 * sor.FxdParams->GetOwtPulse(0) < scale.IntFiber) {
       return Attenuation(sor, first->EPT);
     }
-    return scale.begLevel / 100.0;
+    return scale.begLevel / 100.0;  // the field counts in 0.01 dB
   }
 
   // Before the event, brought to the power of the longer pulse; what that itself shows counts if it is lower.
@@ -272,7 +282,8 @@ class TwoPulseLoss {
 
   // The first event of the longer pulse clear of the group.
   const TSorBlockKeyEvents1E* NextOnLonger() const {
-    const int clearOwt = BehindGroup(2.0);
+    constexpr double kClearPulses = 2.0;
+    const int clearOwt = BehindGroup(kClearPulses);
     for (int i = 0; i < longer_.KeyEvents->ListedEvents(); ++i) {
       if (longer_.KeyEvents->EventAt(i).EPT > clearOwt) return &longer_.KeyEvents->EventAt(i);
     }

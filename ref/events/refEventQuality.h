@@ -5,7 +5,10 @@
 #include "sor/sorData.h"
 
 // How far a measurement can be believed. Times are one way in 100 ps, levels in dB (5 log10), lengths in km.
-// The noise floor is settled anew where it is needed, and stored in the record.
+//
+// Two of these write into the record. RefEventTrusting settles the noise floor anew each time, and
+// RefEventLinkQuality asks for the fall of the receiver: RefAutoReSetNF and RefAutoGetDbOnOwt say what is
+// stored. The others read the floor as it stands.
 
 // Over how many data spacings an event may lie wrong: little under a peak that stands well above the noise;
 // else the pulse stretched by the noise over the loss, since a step is found where it leaves the noise. 0 for

@@ -30,7 +30,8 @@ class ExcessOverSplice {
   ExcessOverSplice(TSorData& sor, long point, double level, double aci1, double aci2, double loss)
       : sor_(sor), point_(point), level_(level), loss_(loss) {
     const double spacingOwt = sor.FxdParams->GetOwtDS(0);
-    const double dbPerPoint = RefAutoGetDbOnOwt(&sor) * spacingOwt;
+    const double dbPerOwt = RefAutoGetDbOnOwt(&sor);  // may measure it, and store it in the record
+    const double dbPerPoint = dbPerOwt * spacingOwt;
     skipPoints_ = dbPerPoint > 0.0 ? TruncToLong(kRecoveredFallDb / dbPerPoint + 1.0) : 0;
     widthPoints_ = sor.FxdParams->GetOwtPulse(0) / spacingOwt;
     const double spacingKm = sor.NumToLen(point + 1) - sor.NumToLen(point);
@@ -106,7 +107,8 @@ SpanStart StartOfSpan(TSorData& sor, const TSorBlockKeyEvents1E& first, double o
 double RefEventLinAmplPulse(TSorData* sor, double owt) {
   const long point = PointAtOwt(*sor, owt);
   const double pulseNs = sor->FxdParams->GetNsPulse(owt);
-  const double dbPerNs = SorMathNsToOwt(RefAutoGetDbOnOwt(sor));
+  const double dbPerOwt = RefAutoGetDbOnOwt(sor);  // may measure it, and store it in the record
+  const double dbPerNs = SorMathNsToOwt(dbPerOwt);
   return RefMathAmplitudePulse(pulseNs, dbPerNs, sor->FxdParams->GetDS(sor->FxdParams->NumToNPW(point)));
 }
 
@@ -176,8 +178,12 @@ double RefEventReflection(TSorData* sor, long point, double level, double aci1, 
 }
 
 double RefEventMinReflection(TSorData* sor, double level, double base) {
+  // Noise as high as the floor moves a level by 5 log10(1 + 1 / snr) dB, that is about 2.2 dB / snr, and the
+  // noise of the peak adds to that of its base. The other two keep the height finite within the noise, and
+  // above the resolution far from it; both are tuned.
+  constexpr double kNoiseDb = 2.2, kAtNoise = 0.5, kWithoutNoiseDb = 0.01;
   const double overNoise = sor->QRTParams->poww(level - sor->FxdParams->GetNF());
-  return 2.0 * (2.2 / (overNoise + 0.5) + 0.01) + base;
+  return 2.0 * (kNoiseDb / (overNoise + kAtNoise) + kWithoutNoiseDb) + base;
 }
 
 double RefEventReflection1(TSorData* sor, double owtBase, double owtPeak) {

@@ -6,6 +6,10 @@
 //   R = Bc + 10 log10((10^(h/5) - 1) T)
 // with the backscatter coefficient Bc for a pulse of 1 ns and the pulse width T in ns (IEC 61746-1). Times
 // are one way in 100 ps, heights and levels in dB (5 log10), reflectances in dB (negative).
+//
+// Whatever needs the fall of the receiver asks for it with RefAutoGetDbOnOwt, which stores a rate in the
+// record where it has to measure one: RefEventLinAmplPulse, the reflectance of a height at a time where BWU1
+// of the first mode is not 0, and the one above what a splice leaves.
 
 // The share of a pulse's amplitude that the receiver's fall leaves at that time, at most 1 in normal use.
 double RefEventLinAmplPulse(TSorData* sor, double owt);

@@ -99,8 +99,8 @@ class TemplateOnTrace {
 
   TSorData& current_;
   const TSorData& base_;
-  SectionFits
-      fits_;  // neighbouring events share a section, and the instrument's own events have the same ones
+  // Neighbouring events share a section, and the instrument's own events have the same ones.
+  SectionFits fits_;
 };
 
 }  // namespace

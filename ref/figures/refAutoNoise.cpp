@@ -26,6 +26,15 @@ namespace {
 
 constexpr double kSwingDb = 3.0;  // noise swings this far about its level; more is signal
 
+// What a mean and its deviation, both in linear power, say about a stretch. All are tuned.
+constexpr double kOffsetDeviations = 2.5;    // a mean this high is no noise around zero: light, or an offset
+constexpr float kPeakDeviations = 3.0f;      // the peaks of such a stretch lie this far above its mean
+constexpr double kZeroPeakDeviations = 4.5;  // and those of noise around zero
+constexpr double kCentredDeviations = 0.3;   // a mean lower than this lies at zero
+constexpr float kSignalDeviations = 4.0f;    // above the mean by this there is signal
+constexpr double kAtFloorDb = 0.01;          // a lowest level further above the level floor never met it
+constexpr double kPeakRoundingDb = 1.0;      // by which the highest level may exceed the estimated peaks
+
 // Is this stretch noise, and up to which level?
 class StretchNoise {
  public:
@@ -49,8 +58,8 @@ class StretchNoise {
       EstimateBelowZero();
       return 1;
     }
-    if (meanLin_ >= 2.5 * deviationLin_) {
-      nfDb_ = scale_.LinToLog5(3.0f * deviationLin_ + meanLin_);
+    if (meanLin_ >= kOffsetDeviations * deviationLin_) {
+      nfDb_ = scale_.LinToLog5(kPeakDeviations * deviationLin_ + meanLin_);
     } else if (!EstimateAroundZero()) {
       return 0;
     }
@@ -79,7 +88,7 @@ class StretchNoise {
     // The second limit mixes the two scales: a deviation in dB, and so mostly negative, added to a power. It
     // stops the extension almost at once, which a trace that is not offset wants.
     float signalLin = scale_.Log5ToLin(deviationDb_, 0);
-    if (negative_ < 10 * positive_) signalLin = 4.0f * deviationDb_ + meanLin_;
+    if (negative_ < 10 * positive_) signalLin = kSignalDeviations * deviationDb_ + meanLin_;
     long point = first_;
     while (positive_ < negative_ && point > end_ / 2 && lin_[point] < signalLin) Count(--point);
     if (point >= first_) return;
@@ -98,16 +107,17 @@ class StretchNoise {
       for (long i = 0; i < end_; ++i) lin_[i] -= meanLin_;
       nfDb_ = scale_.LinToLog5(deviationLin_);
     } else {
-      nfDb_ = scale_.LinToLog5(3.0f * deviationLin_ - meanLin_);
+      nfDb_ = scale_.LinToLog5(kPeakDeviations * deviationLin_ - meanLin_);
     }
   }
 
   // The ordinary tail: noise around zero, whose peaks lie 4.5 deviations up unless none did.
   bool EstimateAroundZero() {
-    if (minDb_ > floorDb_ + 0.01) return false;
-    if (meanLin_ < 0.3 * deviationLin_ && floorDb_ - minDb_ <= 0.0f) return false;
-    const float peaksDb = scale_.LinToLog5(static_cast<float>(meanLin_ + 4.5 * deviationLin_));
-    nfDb_ = maxDb_ < peaksDb + 1.0 ? maxDb_ : peaksDb;
+    if (minDb_ > floorDb_ + kAtFloorDb) return false;
+    if (meanLin_ < kCentredDeviations * deviationLin_ && floorDb_ - minDb_ <= 0.0f) return false;
+    const float peaksDb =
+        scale_.LinToLog5(static_cast<float>(meanLin_ + kZeroPeakDeviations * deviationLin_));
+    nfDb_ = maxDb_ < peaksDb + kPeakRoundingDb ? maxDb_ : peaksDb;
     return true;
   }
 
@@ -128,7 +138,11 @@ class StretchNoise {
 
 // --- The whole trace ---
 
-constexpr float kTailFrom = 0.98f;  // the tail of the trace begins here
+// Where the tail of the trace and the three stretches before its end begin, as shares of its points and, in
+// double precision, of its length in time.
+constexpr float kTailFromF = 0.98f, kLastFromF = 0.95f, kMiddleFromF = 0.9f, kFirstFromF = 0.8f;
+constexpr double kTailFrom = 0.98, kLastFrom = 0.95, kMiddleFrom = 0.9, kFirstFrom = 0.8;
+constexpr double kPeaksOverNoiseDb = TSorBlockQRTParameters::kPeaksOverNoiseDb;
 
 class NoiseFloor {
  public:
@@ -171,7 +185,9 @@ class NoiseFloor {
   bool EchoBacksMiddle() const;
   void Adjust(double chosenDb);
 
-  bool Estimate(float from, float to, int mode, float& nfDb) const {
+  // The one place that asks for the noise of a stretch. It may write `nfDb` even where it gives false, and
+  // may lift the linear trace of the record.
+  bool Estimate(float from, float to, int mode, float& nfDb) {
     return RefAutoReGetNF(sor_, from, to, nfDb, mode) > 0;
   }
   // A share of the trace's length in time, in whole units.
@@ -182,20 +198,23 @@ class NoiseFloor {
   }
   double OffStored(double levelDb) const { return std::fabs(levelDb - storedDb_); }
 
+  // By how much the tail may lie below the candidate: the finer the points, the less.
+  static constexpr double kWidestMarginDb = 3.0, kNarrowestMarginDb = 0.5;
+
   TSorData* const sor_;
   TSorBlockFixedParameters& fixed_;
   TSorBlockQRTParameters& scale_;
   const unsigned int instrument_;  // not 0 when the instrument noted a noise figure and its level floor
   const long maxOwt_;              // end of the trace, whole units
 
-  double storedDb_ = 0.0;       // as the record has it
-  double candidateDb_ = 0.0;    // the answer, once settled
-  float tailDb_ = 0.0f;         // what the tail says; its highest level while no estimate has succeeded
-  float tailMinDb_ = 0.0f;      // lowest level of the tail
-  float floorDb_ = 0.0f;        // level floor
-  float unquietDb_ = 0.0f;      // how unquiet the tail is; only measured without instrument figures
-  double marginDb_ = 3.0;       // by which the candidate may exceed the tail
-  double fineSpacingDb_ = 0.0;  // by which finely spaced points raise the peaks of noise
+  double storedDb_ = 0.0;     // as the record has it
+  double candidateDb_ = 0.0;  // the answer, once settled
+  float tailDb_ = 0.0f;       // what the tail says; its highest level while no estimate has succeeded
+  float tailMinDb_ = 0.0f;    // lowest level of the tail
+  float floorDb_ = 0.0f;      // level floor
+  float unquietDb_ = 0.0f;    // how unquiet the tail is; only measured without instrument figures
+  double marginDb_ = kWidestMarginDb;  // by which the candidate may exceed the tail
+  double fineSpacingDb_ = 0.0;         // by which finely spaced points raise the peaks of noise
   float last_ = 0.0f, middle_ = 0.0f, first_ = 0.0f;  // estimates of the stretches up to 1, 0.95 and 0.9
 };
 
@@ -216,8 +235,9 @@ void NoiseFloor::TakeStoredFigures() {
 
 // A tail that is noise and agrees with no stored figure has the last word.
 bool NoiseFloor::TailContradictsBoth() {
-  if (!Estimate(kTailFrom, 1.0f, 1, tailDb_)) return false;
-  if (!(OffStored(tailDb_) > 1.5 && std::fabs(tailDb_ - candidateDb_) > 1.5)) return false;
+  constexpr double kAgreeDb = 1.5;
+  if (!Estimate(kTailFromF, 1.0f, 1, tailDb_)) return false;
+  if (!(OffStored(tailDb_) > kAgreeDb && std::fabs(tailDb_ - candidateDb_) > kAgreeDb)) return false;
   if (scale_.GetMAX() < tailDb_) {
     candidateDb_ = tailDb_;
     fixed_.SetNF(candidateDb_);
@@ -228,9 +248,10 @@ bool NoiseFloor::TailContradictsBoth() {
 // A noise log that can't be true takes the instrument's figure out of the game.
 bool NoiseFloor::StoredAgreesDespiteLog() {
   constexpr unsigned short kWholeLog = 10000;
+  constexpr double kNearStoredDb = 1.0;
   unsigned short snr;
   long averages;
-  if (scale_.GetNL(kWholeLog, snr, averages) == 0 || !(OffStored(tailDb_) < 1.0)) return false;
+  if (scale_.GetNL(kWholeLog, snr, averages) == 0 || !(OffStored(tailDb_) < kNearStoredDb)) return false;
   candidateDb_ = storedDb_;
   return true;
 }
@@ -238,10 +259,13 @@ bool NoiseFloor::StoredAgreesDespiteLog() {
 // Behind the end of the points the range goes on, so the tail may well be fibre: the instrument's figure
 // counts, unless the tail is noise and says otherwise.
 bool NoiseFloor::TraceEndsBeforeRange() {
-  if (!(0.99 * fixed_.AR > fixed_.GetMaxOwt()) || scale_.SNL == 0) return false;
-  if (candidateDb_ > storedDb_ + 0.5 && Estimate(kTailFrom, 1.0f, 0, tailDb_)) {
+  constexpr double kWholeRange = 0.99;      // a trace that covers this share of the range has reached its end
+  constexpr double kClearlyHigherDb = 0.5;  // the instrument's figure over the stored one
+  constexpr double kFarFromFiguresDb = 3.0;  // a tail this far from both figures goes its own way
+  if (!(kWholeRange * fixed_.AR > fixed_.GetMaxOwt()) || scale_.SNL == 0) return false;
+  if (candidateDb_ > storedDb_ + kClearlyHigherDb && Estimate(kTailFromF, 1.0f, 0, tailDb_)) {
     const double offCandidate = std::fabs(tailDb_ - candidateDb_);
-    if (OffStored(tailDb_) > 3.0 && offCandidate > 3.0) {
+    if (OffStored(tailDb_) > kFarFromFiguresDb && offCandidate > kFarFromFiguresDb) {
       candidateDb_ = tailDb_;
     } else if (OffStored(tailDb_) < offCandidate) {
       candidateDb_ = storedDb_;
@@ -252,7 +276,7 @@ bool NoiseFloor::TraceEndsBeforeRange() {
   return true;
 }
 
-void NoiseFloor::MeasureTail() { sor_->GetMinMax(Share(0.98), maxOwt_, tailMinDb_, tailDb_); }
+void NoiseFloor::MeasureTail() { sor_->GetMinMax(Share(kTailFrom), maxOwt_, tailMinDb_, tailDb_); }
 
 // Without figures from the instrument. A record that has a level floor, and a stored noise floor well above
 // it and below the tail, is trusted. In any other the level floor becomes the lowest level that the reading
@@ -260,10 +284,11 @@ void NoiseFloor::MeasureTail() { sor_->GetMinMax(Share(0.98), maxOwt_, tailMinDb
 // however often it was settled, and whoever had set the field since. A record whose levels were never worked
 // out has nothing to set it to, and keeps what it has or takes the lowest level of its points.
 bool NoiseFloor::SettleLevelFloor() {
+  constexpr double kClearOfFloorDb = 1.0;
   const double lowestDb = sor_->HasCalculatedLevels() ? sor_->GetMinLevel()
                           : scale_.MAX != 0           ? scale_.GetMAX()
                                                       : sor_->DataPts->GetMinLevel();
-  if (scale_.MAX != 0 && storedDb_ < tailDb_ && storedDb_ - lowestDb > 1.0) {
+  if (scale_.MAX != 0 && storedDb_ < tailDb_ && storedDb_ - lowestDb > kClearOfFloorDb) {
     candidateDb_ = storedDb_;
     return true;
   }
@@ -272,7 +297,7 @@ bool NoiseFloor::SettleLevelFloor() {
   const float slopeDbPerPoint = static_cast<float>(RefAutoGetLoss(sor_) * fixed_.LenDS());
   // The last difference ends behind the last point and sees the -65.5 dB there: only a tail that lies as low
   // counts as quiet.
-  unquietDb_ = RefAutoSearchMaxdbRiseFall(sor_, TruncToLong(0.98 * static_cast<double>(points)), points,
+  unquietDb_ = RefAutoSearchMaxdbRiseFall(sor_, TruncToLong(kTailFrom * static_cast<double>(points)), points,
                                           points / 500 + 1, slopeDbPerPoint);
   candidateDb_ = tailDb_;
   return false;
@@ -280,32 +305,36 @@ bool NoiseFloor::SettleLevelFloor() {
 
 void NoiseFloor::JudgeTail() {
   constexpr double kFineSpacingKm = 0.0025;
-  RefAutoReGetNF(sor_, kTailFrom, 1.0f, tailDb_, instrument_ == 0 ? 1 : 0);
+  constexpr double kFinePeaksDb = 0.4;  // rise of the peaks at half of that spacing
+  constexpr double kBelowFloorDb = 0.02;
+  Estimate(kTailFromF, 1.0f, instrument_ == 0 ? 1 : 0, tailDb_);  // what it writes counts, found or not
   floorDb_ = scale_.GetfMAX();
-  if (tailMinDb_ + 0.02 < floorDb_) {
+  if (tailMinDb_ + kBelowFloorDb < floorDb_) {
     // The trace reaches below its floor: real noise. The more points, the higher the highest of them.
     const double spacingKm = fixed_.LenDS();
-    if (spacingKm < kFineSpacingKm) fineSpacingDb_ = 0.4 * std::sqrt((kFineSpacingKm / spacingKm) / 2.0);
+    if (spacingKm < kFineSpacingKm)
+      fineSpacingDb_ = kFinePeaksDb * std::sqrt((kFineSpacingKm / spacingKm) / 2.0);
     marginDb_ -= fineSpacingDb_;
-    if (marginDb_ < 0.5) marginDb_ = 0.5;
+    if (marginDb_ < kNarrowestMarginDb) marginDb_ = kNarrowestMarginDb;
   }
 }
 
 bool NoiseFloor::CandidateAgreesWithTail() {
-  constexpr double kLowestDb = -65.0, kHighestDb = -5.0;  // no noise floor lies outside
-  if (!(candidateDb_ >= kLowestDb && candidateDb_ < kHighestDb)) return false;
+  constexpr double kLowestFloorDb = -65.0, kHighestFloorDb = -5.0;  // no noise floor lies outside
+  constexpr double kWorthStoringDb = 0.1;
+  if (!(candidateDb_ >= kLowestFloorDb && candidateDb_ < kHighestFloorDb)) return false;
   if (tailDb_ + marginDb_ < candidateDb_) return false;
   // A tail that lies above the candidate with its middle well above the floor is fibre.
   const double middleDb = (static_cast<double>(tailDb_) + tailMinDb_) / 2.0;
   if (candidateDb_ < tailDb_ && middleDb + kSwingDb > floorDb_) return false;
-  if (std::fabs(fixed_.GetNF() - candidateDb_) > 0.1) fixed_.SetNF(candidateDb_);
+  if (std::fabs(fixed_.GetNF() - candidateDb_) > kWorthStoringDb) fixed_.SetNF(candidateDb_);
   return true;
 }
 
 void NoiseFloor::EstimateThreeStretches() {
-  if (!Estimate(0.95f, 1.0f, 0, last_)) last_ = tailDb_;
-  if (!Estimate(0.9f, 0.95f, 0, middle_)) middle_ = last_;
-  if (!Estimate(0.8f, 0.9f, 0, first_)) first_ = middle_;
+  if (!Estimate(kLastFromF, 1.0f, 0, last_)) last_ = tailDb_;
+  if (!Estimate(kMiddleFromF, kLastFromF, 0, middle_)) middle_ = last_;
+  if (!Estimate(kFirstFromF, kMiddleFromF, 0, first_)) first_ = middle_;
 }
 
 bool NoiseFloor::StoredIsNearAnEstimate() const {
@@ -314,9 +343,9 @@ bool NoiseFloor::StoredIsNearAnEstimate() const {
          (OffStored(last_) < kNearDb || OffStored(middle_) < kNearDb || OffStored(first_) < kNearDb);
 }
 
-// A stored floor may mean the level of noise or that of its peaks, which lie 2.4 dB higher.
+// A stored floor may mean the level of noise or that of its peaks.
 double NoiseFloor::StoredOrItsPeaks() const {
-  const double peaksDb = storedDb_ + 2.4;
+  const double peaksDb = storedDb_ + kPeaksOverNoiseDb;
   return std::fabs(peaksDb - last_) < OffStored(last_) ? peaksDb : storedDb_;
 }
 
@@ -324,35 +353,42 @@ double NoiseFloor::StoredOrItsPeaks() const {
 // Such a reflection has a stronger original at half the distance, or at two thirds where it is an echo of
 // higher order: so the highest levels there tell which it is.
 double NoiseFloor::LargestCredibleEstimate() const {
+  constexpr double kSameLevelDb = 1.0;  // two stretches that differ by less show the same noise
   if (last_ >= middle_ && last_ >= first_) {
-    if (last_ - middle_ < 1.0) return last_;
-    const bool echo = HighestDb(Share(0.95) / 2, maxOwt_ / 2) > HighestDb(Share(0.9) / 2, Share(0.95) / 2);
+    if (last_ - middle_ < kSameLevelDb) return last_;
+    const bool echo = HighestDb(Share(kLastFrom) / 2, maxOwt_ / 2) >
+                      HighestDb(Share(kMiddleFrom) / 2, Share(kLastFrom) / 2);
     return echo ? middle_ : last_;
   }
   if (middle_ >= last_ && middle_ >= first_) {
-    return middle_ - last_ < 1.0 || EchoBacksMiddle() ? middle_ : last_;
+    return middle_ - last_ < kSameLevelDb || EchoBacksMiddle() ? middle_ : last_;
   }
-  if (first_ > last_ && first_ > middle_ && first_ - last_ < 1.0) return first_;
+  if (first_ > last_ && first_ > middle_ && first_ - last_ < kSameLevelDb) return first_;
   return first_ < candidateDb_ ? first_ : last_;
 }
 
 bool NoiseFloor::EchoBacksMiddle() const {
-  const long owt80 = Share(0.8), owt90 = Share(0.9), owt95 = Share(0.95);
+  constexpr double kStrongerDb = 3.0;
+  const long owt80 = Share(kFirstFrom), owt90 = Share(kMiddleFrom), owt95 = Share(kLastFrom);
   if (!(HighestDb(owt80 / 2, owt90 / 2) > HighestDb(owt90 / 2, owt95 / 2))) return false;
-  return HighestDb(2 * owt80 / 3, 2 * owt90 / 3) - HighestDb(2 * owt90 / 3, 2 * owt95 / 3) > 3.0;
+  return HighestDb(2 * owt80 / 3, 2 * owt90 / 3) - HighestDb(2 * owt90 / 3, 2 * owt95 / 3) > kStrongerDb;
 }
 
 void NoiseFloor::Adjust(double chosenDb) {
+  constexpr double kSmoothedDb = 0.75;        // a tail that is less unquiet than this was smoothed
+  constexpr double kSmoothedDropDb = 1.5;     // its floor lies this much lower than its peaks tell
+  constexpr double kAboveLevelFloorDb = 0.3;  // but no lower than this above the level floor
+  constexpr double kNearlyWholeRange = 0.95;
   candidateDb_ = chosenDb;
   if (OffStored(candidateDb_ + fineSpacingDb_) < OffStored(candidateDb_)) candidateDb_ += fineSpacingDb_;
-  if (instrument_ == 0 && unquietDb_ >= 0.0f && unquietDb_ < 0.75) {
-    // So quiet a tail was smoothed, and the floor lies lower than its peaks tell.
-    candidateDb_ -= 1.5;
-    candidateDb_ = std::max(candidateDb_, floorDb_ + 0.3);
+  if (instrument_ == 0 && unquietDb_ >= 0.0f && unquietDb_ < kSmoothedDb) {
+    candidateDb_ -= kSmoothedDropDb;
+    candidateDb_ = std::max(candidateDb_, floorDb_ + kAboveLevelFloorDb);
   }
-  constexpr double kLowestPeaksDb = 2.4;  // above the level floor
-  if (floorDb_ + kLowestPeaksDb > candidateDb_ && fixed_.GetMaxOwt() > 0.95 * fixed_.AR && instrument_ != 0) {
-    candidateDb_ = scale_.GetfMAX() + kLowestPeaksDb;
+  // The peaks of noise lie no lower than noise at the level floor has them.
+  if (floorDb_ + kPeaksOverNoiseDb > candidateDb_ && fixed_.GetMaxOwt() > kNearlyWholeRange * fixed_.AR &&
+      instrument_ != 0) {
+    candidateDb_ = scale_.GetfMAX() + kPeaksOverNoiseDb;
   }
 }
 

@@ -22,16 +22,14 @@ using reflyze::TruncToLong;
 
 namespace {
 
-constexpr short kMultimodeFibre = 651;
-
 class PolarRipple {
  public:
   PolarRipple(TSorData* sor, long a, float slopeDb)
       : sor_(*sor), levelDb_(sor), slopeDb_(slopeDb), noiseFloorDb_(sor->FxdParams->GetNF()) {
     // A coherent laser speckles: twice the swing is still ripple. The wide cores of multimode fibre average
     // it out.
-    limitDb_ = sor_.QRTParams->LaserFreq != 0 ? 0.9f : 0.45f;
-    if (sor_.GenParams->FT == kMultimodeFibre) limitDb_ /= 2;
+    limitDb_ = sor_.QRTParams->LaserFreq != 0 ? kCoherentLimitDb : kLimitDb;
+    if (sor_.GenParams->FT == TSorBlockGeneralParameters::kMultimodeFibre) limitDb_ /= 2;
     const double fibreStart = sor_.LenToNum(0.0);
     start_ = static_cast<double>(a) < fibreStart ? TruncToLong(fibreStart) + 1 : a;
     start_ = levelDb_.Near(start_);
@@ -43,22 +41,31 @@ class PolarRipple {
     // Each round ends before the one before, so the stretch soon gets too short to measure.
     while (true) {
       at_ = start_;
-      if (b - start_ < kFewestPoints) break;
+      if (b - start_ < kShortestStretchPoints) break;
       MeasureCells(b, w);
       if (IsTooShort() || !EndedEarly()) break;
       b = atFall_;
     }
     at = at_;
-    if (b - start_ < kFewestPoints) return NoiseSwingDb(start_, w);
+    if (b - start_ < kShortestStretchPoints) return NoiseSwingDb(start_, w);
     return IsTooShort() ? kShortStretchDb : Judge();
   }
 
  private:
-  static constexpr long kFewestPoints = 16;
+  // Tuned, without derivation.
+  static constexpr float kLimitDb = 0.45f, kCoherentLimitDb = 0.9f;  // a swing above is no ripple
+  static constexpr long kShortestStretchPoints = 16;
   static constexpr long kMostCells = 20;
-  static constexpr double kShortestKm = 0.1;      // a stretch that ends within is not measured ...
-  static constexpr float kShortStretchDb = 0.1f;  // ... but gets this figure
-  static constexpr float kAboveNoiseDb = 3.0f;    // nearer to the noise floor the trace is noise
+  static constexpr double kShortestKm = 0.1;          // a stretch that ends within is not measured ...
+  static constexpr float kShortStretchDb = 0.1f;      // ... but gets this figure
+  static constexpr float kSignalAboveNoiseDb = 3.0f;  // nearer to the noise floor the trace is noise
+  static constexpr double kCoverAboveNoiseDb = 5.0;   // a large figure has to come from this far above it
+  static constexpr double kNoiseSwingDb = 0.22;       // of a single point at the noise floor
+  static constexpr float kCentredShare = 1.9f;        // of the swing to one side, for the swing to both
+  static constexpr float kCloseToBest = 1.5f;         // swings below this many times the best one are like it
+  static constexpr float kSmallSwingDb = 0.05f;  // a mean up to this counts even where swings differ much
+  static constexpr float kLargeSwingDb = 0.2f;   // a mean above this needs more than a few swings
+  static constexpr float kUnitDb = 0.001f;  // of the samples; a mean of two swings is lifted by half of it
 
   // One measurement of a stretch: the extremes over the base, the larger of both and the smaller.
   struct Swing {
@@ -75,12 +82,12 @@ class PolarRipple {
     return swing;
   }
 
-  // What noise would swing by at a point after averaging over `points`.
+  // What noise would swing by at a point. Averaging over `points` lowers it by 2.5 log10(points) dB.
   float NoiseSwingDb(long point, long points) const {
     return static_cast<float>(
         TSorBlockQRTParameters::poww(noiseFloorDb_ - levelDb_[point] -
                                      2.5 * elementary::Log10(static_cast<double>(points))) *
-        0.22);
+        kNoiseSwingDb);
   }
 
   void MeasureCells(long b, long w) {
@@ -102,8 +109,8 @@ class PolarRipple {
       }
       atFall_ = swing.atFall;
       if (swing.largerDb < 0) continue;
-      if (levelDb_[swing.atRise] > noiseFloorDb_ + kAboveNoiseDb) swingsDb_.push_back(swing.riseDb);
-      if (levelDb_[swing.atFall + base_] < noiseFloorDb_ + kAboveNoiseDb) return;
+      if (levelDb_[swing.atRise] > noiseFloorDb_ + kSignalAboveNoiseDb) swingsDb_.push_back(swing.riseDb);
+      if (levelDb_[swing.atFall + base_] < noiseFloorDb_ + kSignalAboveNoiseDb) return;
       swingsDb_.push_back(-swing.fallDb);
       TakeCell(swing, to - from_, b);
     }
@@ -127,7 +134,7 @@ class PolarRipple {
       }
     }
     if (2 * smallerDb > largerDb && (smallerDb + largerDb) / 2 < bestDb_) {
-      bestDb_ = (smallerDb + largerDb + 0.001f) / 2;
+      bestDb_ = (smallerDb + largerDb + kUnitDb) / 2;
       at_ = from_;
     }
   }
@@ -138,7 +145,7 @@ class PolarRipple {
     const float meanDb = (swing.riseDb + swing.fallDb) / 2;
     swing.riseDb -= meanDb;
     swing.fallDb -= meanDb;
-    swing.largerDb = 1.9f * swing.riseDb;
+    swing.largerDb = kCentredShare * swing.riseDb;
   }
 
   bool IsTooShort() const { return sor_.NumToLen(from_) - sor_.NumToLen(start_) < kShortestKm; }
@@ -150,11 +157,11 @@ class PolarRipple {
   }
 
   float Judge() {
-    if (1.5f * bestDb_ > limitDb_ && !IsWellCovered()) return 0;
+    if (kCloseToBest * bestDb_ > limitDb_ && !IsWellCovered()) return 0;
     const long listed = static_cast<long>(swingsDb_.size());
     Count similar = CountSimilar();
     if (2 * similar.close - similar.far < listed && from_ - start_ < 50 * base_) {
-      if (similar.meanDb > 0.05f || 3 * similar.close - 2 * similar.far < listed) return 0;
+      if (similar.meanDb > kSmallSwingDb || 3 * similar.close - 2 * similar.far < listed) return 0;
     }
     float ripple = std::max(bestDb_, NoiseSwingDb(at_, base_));
     if (similar.meanDb > ripple && similar.meanDb < limitDb_) ripple = similar.meanDb;
@@ -166,7 +173,7 @@ class PolarRipple {
   bool IsWellCovered() const {
     return swingsDb_.size() > 20 &&
            sor_.NumToLen(from_ - cellPoints_) - sor_.NumToLen(start_) >= kShortestKm &&
-           levelDb_[(from_ + start_) / 2] - noiseFloorDb_ >= 5.0;
+           levelDb_[(from_ + start_) / 2] - noiseFloorDb_ >= kCoverAboveNoiseDb;
   }
 
   struct Count {
@@ -180,7 +187,7 @@ class PolarRipple {
     if (swingsDb_.size() > 4) {
       double sumDb = 0;
       for (const float swingDb : swingsDb_) {
-        if (swingDb < 1.5f * bestDb_) {
+        if (swingDb < kCloseToBest * bestDb_) {
           sumDb += swingDb;
           ++count.close;
         } else if (swingDb > 3 * bestDb_) {
@@ -189,7 +196,7 @@ class PolarRipple {
       }
       if (count.close != 0) count.meanDb = static_cast<float>(sumDb / static_cast<double>(count.close));
     }
-    if (count.close < kFewSwings && count.meanDb > 0.2f) {
+    if (count.close < kFewSwings && count.meanDb > kLargeSwingDb) {
       const float trust = static_cast<float>(count.close) / static_cast<float>(count.close + 4);
       count.meanDb *= trust;
       bestDb_ *= trust;
@@ -230,7 +237,10 @@ float RefAutoCalcPolar2(TSorData* sor, long a, long b, long w, float slope, shor
   while (i < b && std::fabs(levelDb.FallDb(i, i + 1) - slope) > 2 * slope) ++i;
   if (w < 1 || b - i < 3 * w) return 0;
 
-  // The line through the means at both ends or, over a long stretch, through four means.
+  // The line through the means at both ends. Over a long stretch it is the least-squares line through four
+  // means at equal distances: its level at the first of them is 0.7, 0.4, 0.1 and -0.2 of the four, and it
+  // falls by 0.3 (3 (first - last) + second - third) in all. That fall is taken with the first level as just
+  // smoothed.
   const long n = b - i - w, third = n / 3;
   double firstDb = RefMathPower(sor, i, w, 0);
   const double lastDb = RefMathPower(sor, b - w, w, 0);

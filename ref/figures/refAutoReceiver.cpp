@@ -32,35 +32,41 @@ class LaunchFall {
   double DbPerKm() {
     if (!ExpectFall()) return kNoFallDbPerKm;
     FindFall();
+    noiseFloorDb_ = RefAutoReSetNF(sor_);  // stores it in the record
     return end_ - start_ < kFewestFallPoints ? RateDownToNoise() : RateOfFall();
   }
 
  private:
   // The depth of the fall to look for: the shorter the pulse, the further its reflection stands out of the
-  // backscatter.
+  // backscatter. Tuned: 10 dB below the top of the scale for the shortest pulses, and no fall is looked for
+  // where less than 3 dB are left, from 2.4 us on.
   bool ExpectFall() {
+    constexpr double kLongestPulseNs = 10000.0, kShortestPulseNs = 100.0;
+    constexpr double kShallowestFootDb = -3.0;
     const double pulseNs = sor_->FxdParams->GetNsPulse(0);
-    footDb_ = -TSorBlockQRTParameters::Log5(10000.0 / (pulseNs + 100.0), 1.0);
-    return !(sor_->FxdParams->GetMinOwt() > pulseOwt_) && !(footDb_ > -3.0);
+    footDb_ = -TSorBlockQRTParameters::Log5(kLongestPulseNs / (pulseNs + kShortestPulseNs), 1.0);
+    return !(sor_->FxdParams->GetMinOwt() > pulseOwt_) && !(footDb_ > kShallowestFootDb);
   }
 
   // From half a dB below the launch peak down to the foot.
   void FindFall() {
-    constexpr double kConnectorKm = 0.0075;  // behind the pulse, where the instrument's connector still is
+    constexpr double kConnectorKm = 0.0075;    // behind the pulse, where the instrument's connector still is
+    constexpr double kStartBelowPeakDb = 0.5;  // where the fall begins
+    constexpr double kPeakAboveFootDb = 1.0, kLowFootDb = 3.0;  // a peak nearer to the foot moves it down
     const long peakEnd = PointAtOwt(*sor_, pulseOwt_ + sor_->dLenToOwt(kConnectorKm)) + 2;
     pulsePoints_ = PointAtOwt(*sor_, pulseOwt_) + 1;
     float peakDb;
     const long peak = RefAutoGetMax(sor_, 0, peakEnd, peakDb, -1);
-    start_ = Below(peak, peakDb - 0.5);
-    if (peakDb - 1.0 < footDb_) footDb_ = peakDb - 3.0;
+    start_ = Below(peak, peakDb - kStartBelowPeakDb);
+    if (peakDb - kPeakAboveFootDb < footDb_) footDb_ = peakDb - kLowFootDb;
     end_ = Below(start_, footDb_);
-    noiseFloorDb_ = RefAutoReSetNF(sor_);
   }
 
   // No usable fall at that level: whatever falls steepest between the pulse and the noise.
   double RateDownToNoise() {
+    constexpr double kOverNoiseDb = 5.0;
     start_ = TruncToLong(sor_->OwtTofNum(pulseOwt_) + 1.0);
-    end_ = Below(start_, noiseFloorDb_ + 5.0);
+    end_ = Below(start_, noiseFloorDb_ + kOverNoiseDb);
     if (end_ - start_ < kFewestFallPoints) return kNoFallDbPerKm;
     long at;
     return RefAutoSearchMaxFall(sor_, start_, end_, 1, at);
@@ -80,10 +86,11 @@ class LaunchFall {
     return rate;
   }
 
-  // The base over which the fall is taken: half of the way that the next 1.5 dB need where the fall goes on
-  // steeply, else a third of the fall.
+  // The base over which the fall is taken: half of the way to a deeper level where the fall goes on steeply
+  // behind its foot, else a third of the fall.
   double SteepestDbPerKm(long& steepest) const {
-    const long deeper = Below(start_, footDb_ - 1.5);
+    constexpr double kBelowFootDb = 1.5;
+    const long deeper = Below(start_, footDb_ - kBelowFootDb);
     const bool goesOn = 2 * (deeper - end_) < end_ - start_;
     const long base = goesOn ? (deeper - end_ - 1) / 2 : (end_ - start_ - 2) / 3;
     return RefAutoSearchMaxFall(sor_, pulsePoints_, deeper, std::min(base, pulsePoints_ / 3) + 1, steepest);
@@ -121,4 +128,7 @@ double RefAutoGetDbOnOwt(TSorData* sor) {
   return dbPerKm / sor->dLenToOwt(1.0);
 }
 
-float RefAutoGetOwtBW(TSorData* sor) { return static_cast<float>(1.5 / RefAutoGetDbOnOwt(sor)); }
+float RefAutoGetOwtBW(TSorData* sor) {
+  constexpr double kRecoveryDb = 1.5;
+  return static_cast<float>(kRecoveryDb / RefAutoGetDbOnOwt(sor));
+}

@@ -49,8 +49,13 @@ class ReflectionWidth {
  private:
   static constexpr long kTooSteep = -1;
   static constexpr long kOverlapping = -2;
-  static constexpr long kShortRisePoints =
-      10;  // the top is searched with windows of a fifth of a longer rise
+  static constexpr long kShortRisePoints = 10;  // in a longer rise the top is searched with a fifth of it
+  // Tuned, without derivation.
+  static constexpr float kEasySlope = 0.8f;        // share of the fibre's slope that a threshold falls with
+  static constexpr float kTopOverNoise = 1.5f;     // times the noise that a top has to stand over half height
+  static constexpr float kSmallFallShare = 0.33f;  // of what a top in the noise stands over half height
+  static constexpr double kLongRises = 1.5;        // rises that two reflections take together at least
+  static constexpr float kEqualTopsDb = 0.01f;     // tops that differ by less are the same
 
   // Follows the rise back to where it begins, and takes its half height and the noise there.
   void FindFoot() {
@@ -58,7 +63,7 @@ class ReflectionWidth {
     halfDb_ = (levelDb_[begin_] + levelDb_[peak_]) / 2;
     noiseDb_ = RefMathAddNoise(sor_, begin_, window_, 1);
     halfRise_ = (begin_ + peak_) / 2;
-    halfCrossing_ = RefAutoSearchStraightLess(sor_, peak_, halfDb_, 0.8f * slopeDb_);
+    halfCrossing_ = RefAutoSearchStraightLess(sor_, peak_, halfDb_, kEasySlope * slopeDb_);
     rise_ = peak_ - begin_;
   }
 
@@ -76,20 +81,20 @@ class ReflectionWidth {
     while (levelDb_[top_] < levelDb_[top_ + 1] + slopeDb_ && top_ < limit_ - 2) ++top_;
     hasTop_ = true;
     overHalfDb_ = levelDb_[top_] - halfDb_;
-    return !(1.5f * noiseDb_ > overHalfDb_);
+    return !(kTopOverNoise * noiseDb_ > overHalfDb_);
   }
 
   // How far the trace has to fall behind the top for the fall to have begun.
   float ClearFallDb() const {
     if (3 * noiseDb_ < overHalfDb_ || (rise_ >= kShortRisePoints && overHalfDb_ > noiseDb_))
       return overHalfDb_;
-    return overHalfDb_ > noiseDb_ ? noiseDb_ : 0.33f * overHalfDb_;
+    return overHalfDb_ > noiseDb_ ? noiseDb_ : kSmallFallShare * overHalfDb_;
   }
 
   // Where the fall behind the top ends. False when a higher crest comes before: then this is not the top.
   bool FindFallEnd() {
     const long fallen =
-        RefAutoSearchStraightLess(sor_, top_, levelDb_[top_] - ClearFallDb(), 0.8f * slopeDb_);
+        RefAutoSearchStraightLess(sor_, top_, levelDb_[top_] - ClearFallDb(), kEasySlope * slopeDb_);
     if (fallen - peak_ > rise_ && top_ > peak_) {
       float crestDb;
       const long crest = RefAutoGetMax(sor_, top_ + 1, fallen, crestDb, 1);
@@ -113,7 +118,7 @@ class ReflectionWidth {
     const long length = fallEnd_ - begin_;
     if (!(length > rise_ + window_ && begin_ - before > rise_)) return false;
     return (length < 2 * rise_ && levelDb_[begin_] > levelDb_[fallEnd_]) ||
-           (static_cast<double>(length) > 1.5 * static_cast<double>(rise_) &&
+           (static_cast<double>(length) > kLongRises * static_cast<double>(rise_) &&
             levelDb_[begin_] < levelDb_[begin_ + rise_]);
   }
 
@@ -127,7 +132,7 @@ class ReflectionWidth {
     if (end - halfCrossing_ > peak_ - begin_) end = halfCrossing_;
     end = std::min(end, limit_);
     top_ = RefAutoGetMax(sor_, peak_, end, topDb, 1);
-    if (!(riseTopDb < topDb + static_cast<float>(top_ - riseTop) * slopeDb_ - 0.01f)) return width;
+    if (!(riseTopDb < topDb + static_cast<float>(top_ - riseTop) * slopeDb_ - kEqualTopsDb)) return width;
     heightDb_ = topDb - (levelDb_[halfRise_] + levelDb_[end]) / 2;
     const long wide = std::max(end - halfRise_, 0L);
     return wide > 2 * width ? (wide + width) / 2 : width;

@@ -2,7 +2,7 @@
 
 // The numeric floor of the analysis: mean powers, straight lines through stretches of a trace, the scatter
 // about them, and closed-form models of a pulse and of a splice. Free functions without state. They read the
-// record through its accessors and write nothing to it, with the one exception told at RefMathCalcPower1uS.
+// record through its accessors and write nothing to it. RefMathCalcPower1uS alone does, and says what.
 //
 // Quantities. A point is named by its index. One-way times (OWT) are in units of 100 ps, lengths in km.
 // Levels are in dB on the one-way scale, 5 log10 of power; a trace falls with distance, and a point outside

@@ -19,7 +19,8 @@ double RefMathAmplitudePulse(double pulse, double dbPerUnit, double spacing) {
   // The receiver rises towards the peak as it falls behind it, and has a pulse's length to do so.
   const double rise = 1.0 - SorMathPow5(-pulse * dbPerUnit);
   // The sample that shows the peak is a mean over a part of the spacing.
-  const double window = std::min(spacing, pulse) / 1.2;
+  constexpr double kSpacingOverWindow = 1.2;
+  const double window = std::min(spacing, pulse) / kSpacingOverWindow;
   return rise * ((pulse / window) * (1.0 - elementary::Exp(-window / pulse)));
 }
 
@@ -82,13 +83,14 @@ float RefMathCalcPower0(TSorData* sor, float len1, float len2) {
 
 float RefMathCalcPower1uS(TSorData* sor, float len1, float len2, float att) {
   constexpr double kNoAttenuatorDb = 0.001;
-  constexpr double kShortPulseNs = 30.0;
+  constexpr double kShortPulseNs = 30.0, kReferencePulseNs = 1000.0;
+  constexpr double kLeastMissingDb = 1.0;  // a smaller difference is that of rounding, or of the power offset
   constexpr short kShortPulseForce = 700;  // 0.001 dB by which the instrument lifts its short pulses
   const double power0Db = RefMathCalcPower0(sor, len1, len2);
   TSorBlockQRTParameters& params = *sor->QRTParams;
   double pulseNs = sor->FxdParams->GetNsPulse(0);
   if (pulseNs <= 0.0) pulseNs = 1.0;
-  double pulseDb = 5.0 * elementary::Log10(pulseNs / 1000.0);
+  double pulseDb = 5.0 * elementary::Log10(pulseNs / kReferencePulseNs);
 
   const double offsetDb = sor->FxdParams->GetPO();
   double attenuatorDb;
@@ -99,7 +101,8 @@ float RefMathCalcPower1uS(TSorData* sor, float len1, float len2, float att) {
     attenuatorDb = att > kNoAttenuatorDb ? att : params.GetSW(1);
   }
   double missingDb = offsetDb - attenuatorDb;
-  if (missingDb < 1.0) missingDb = 0.0;
+  if (missingDb < kLeastMissingDb) missingDb = 0.0;
+  // Both fields count in 0.001 dB.
   pulseDb += params.Force * 0.001 + params.LaserAtt * -0.001;
   return static_cast<float>((power0Db + missingDb) - pulseDb);
 }

@@ -113,8 +113,8 @@ double RefMathAveragePointInSection(TSorData* sor, double owt1, double owt2, dou
   if (first == last) return sor->NumToLevel(first) * scale;
   if (last < first) return 0.0;  // an empty section, answered like an empty stretch
   // A time before the trace is point -1, so that the number of points may be one more than a number can tell.
-  constexpr long kMostPoints = std::numeric_limits<long>::max();
-  const long count = last - std::max(first, 0L) >= kMostPoints - 1 ? kMostPoints : last - first + 1;
+  constexpr long kMostCountable = std::numeric_limits<long>::max();
+  const long count = last - std::max(first, 0L) >= kMostCountable - 1 ? kMostCountable : last - first + 1;
   const Window window(first, count, sor->DataPts->GetPointsNum());
   const auto outsideDb = [&] { return sor->NumToLevel(kOutside) * scale; };
   double sum = SumOutside(window.before, outsideDb);

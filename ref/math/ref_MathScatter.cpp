@@ -9,8 +9,8 @@
 
 namespace {
 
-constexpr long kFewestSteps = 3;   // for a scatter about a fitted line
-constexpr long kFewestPoints = 4;  // for a scatter in linear power
+constexpr long kFewestSteps = 3;      // for a scatter about a fitted line
+constexpr long kFewestScattered = 4;  // points, for a scatter in linear power
 
 float RootMean(double sumOfSquares, long count) {
   return static_cast<float>(std::sqrt(sumOfSquares / static_cast<double>(count)));
@@ -37,7 +37,7 @@ float RefMathLinSQO(TSorData* sor, float from, float to, float mean) {
   const long points = sor->DataPts->GetPointsNum();
   const long first = std::clamp(reflyze::TruncToLong(static_cast<float>(points) * from), 0L, points);
   const long last = std::clamp(reflyze::TruncToLong(static_cast<float>(points) * to), 0L, points);
-  if (last - first < kFewestPoints) return 0.0f;
+  if (last - first < kFewestScattered) return 0.0f;
   const TSorBlockQRTParameters& scale = *sor->QRTParams;
   if (float* lin = RefEmbGetLinf(sor)) return scale.LinToLog5(RefMathLinSQO(lin, first, last));
   double sum = 0.0;
@@ -49,7 +49,7 @@ float RefMathLinSQO(TSorData* sor, float from, float to, float mean) {
 }
 
 float RefMathLinSQO(float* lin, long first, long last) {
-  if (last - first < kFewestPoints) return 0.0f;
+  if (last - first < kFewestScattered) return 0.0f;
   double sum = 0.0;
   for (long i = first; i < last; ++i) {
     const double value = lin[i];

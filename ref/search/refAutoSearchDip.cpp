@@ -24,7 +24,7 @@ class DipMeasure {
 
   // The point where the fibre shows again, or 0.
   long Run(float& ratio, float& width) {
-    if (end_ - first_ < kFewestPoints) return 0;
+    if (end_ - first_ < kShortestDipPoints) return 0;
     if (!FindBottom()) return 0;
     FindRecovery();
     if (halfDb_ < kShallowestDb) return 0;
@@ -39,15 +39,16 @@ class DipMeasure {
   }
 
  private:
-  static constexpr long kFewestPoints = 16;
+  static constexpr long kShortestDipPoints = 16;
   static constexpr float kShallowestDb = 0.01f;  // half depth below which a dip is ripple
   static constexpr float kSaturatedDb = -0.1f;   // above, the receiver clips
-  static constexpr double kHalfOfWidth =
-      0.714285714286;  // share of the width after which half is recovered: 1 / 1.4
+  // Half is recovered after this share of the width: 1 / 1.4.
+  static constexpr double kHalfOfWidth = 0.714285714286;
+  static constexpr double kBaseFactor = 1.2;  // base of the search: root of this times the stretch; tuned
 
   // The dip ends in the largest rise of the first half; its bottom lies before.
   bool FindBottom() {
-    const long base = TruncToLong(std::sqrt(1.2 * static_cast<double>(end_ - first_)));
+    const long base = TruncToLong(std::sqrt(kBaseFactor * static_cast<double>(end_ - first_)));
     float fallDb, riseDb;
     long atFall, atRise;
     RefAutoSearchMaxdbRiseFall(&sor_, first_, first_ + (end_ - first_) / 2 + base, base, fallDb, atFall,

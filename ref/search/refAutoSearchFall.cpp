@@ -141,7 +141,7 @@ float RefAutoSearchMaxLinFall(float* samples, long a, long b, long gap, long wid
   gap = std::max(gap, 1 - width);  // the second window never starts before the first
   if (samples == nullptr || width < 1 || b < 2 * width + a + gap) return 0;
 
-  // What the fibre itself loses from one window to the next, as a share of the first.
+  // What the fibre itself loses from one window to the next, as a share of the first: levels are 5 log10.
   const double ownLoss = elementary::Exp10(static_cast<double>(gap + width) * dec / 5.0) - 1;
   long i = a, j = a + width - 1 + gap;
   double before = RefAutoGetAverage(samples, i, width) * static_cast<float>(width);

@@ -20,12 +20,13 @@ struct BandDb {
 float RefAutoDopuskLosPin(TSorData* sor, long p1, long p2, long p3, long p4, float loss, float slope,
                           float noise) {
   const TraceLevels levelDb(sor);
+  constexpr float kLeastSlope = 0.8f, kMostSlope = 1.25f;  // times the nominal one
   p1 = levelDb.Near(p1), p2 = levelDb.Near(p2), p3 = levelDb.Near(p3), p4 = levelDb.Near(p4);
   if (!(loss > 0)) noise = -noise;
   float aroundDb =
       (levelDb[p3] + levelDb[p1] - levelDb[p4] - levelDb[p2] + noise) / static_cast<float>(p2 + p4 - p3 - p1);
-  if (aroundDb < 0.8f * slope) aroundDb = 0.8f * slope;
-  if (aroundDb > 1.25f * slope) aroundDb = 1.25f * slope;
+  if (aroundDb < kLeastSlope * slope) aroundDb = kLeastSlope * slope;
+  if (aroundDb > kMostSlope * slope) aroundDb = kMostSlope * slope;
   const float excessDb = (aroundDb - slope) * static_cast<float>(p3 - p2);
   const bool sameSign = (loss > 0 && excessDb > 0) || (loss < 0 && excessDb < 0);
   if (!sameSign) return loss;
@@ -40,9 +41,10 @@ float CalcLossPin(TSorData* sor, long a, long b, float slope) {
   RefMathLSLf(sor, end - third, end, lastSlope, intercept);
   if (!(lastSlope > slope)) return slope;
   // A slope that is about the same in both thirds is the fibre's; one that falls off is trusted half.
+  constexpr float kSameSlope = 0.95f, kNearlySameSlope = 0.9f;
   const float mean = (middleSlope + lastSlope) / 2;
-  if (lastSlope > 0.95f * middleSlope) return mean;
-  if (lastSlope > 0.9f * middleSlope) return (mean + slope) / 2;
+  if (lastSlope > kSameSlope * middleSlope) return mean;
+  if (lastSlope > kNearlySameSlope * middleSlope) return (mean + slope) / 2;
   return slope;
 }
 

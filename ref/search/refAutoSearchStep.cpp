@@ -137,6 +137,7 @@ class SpliceBegin {
 
  private:
   static constexpr float kMostNoiseDb = 1.0f;
+  static constexpr float kSteep = 1.5f;  // times the fibre's slope: the splice has begun
 
   long BeginOfFall(long start, float noiseDb) const {
     double meanDb = RefMathPower(sor_, first_, 2 * width_, 0);
@@ -149,7 +150,7 @@ class SpliceBegin {
     }
     const long early = Below(start, meanDb - noiseDb / 2);
     if (levelDb_.FallDb(early, end) > static_cast<float>(end - early) * slopeDb_) end = early;
-    while (end > 0 && levelDb_.FallDb(end - 1, end) > 1.5f * slopeDb_ && early - end <= width_) --end;
+    while (end > 0 && levelDb_.FallDb(end - 1, end) > kSteep * slopeDb_ && early - end <= width_) --end;
     return end;
   }
 

@@ -56,7 +56,8 @@ class MovingMean {
 
 class EventPin {
  public:
-  EventPin(TSorData* sor, long start, long stop, long n, float down, float up, float guard, float slopeDb)
+  EventPin(TSorData* sor, long start, long stop, long n, float down, float up, float guard, float slopeDb,
+           double receiverDbPerOwt)
       : sor_(sor),
         lin_(RefEmbGetLinf(sor)),
         levelDb_(sor),
@@ -67,7 +68,7 @@ class EventPin {
         upDb_(up),
         guardDb_(guard),
         slopeDb_(slopeDb),
-        receiverDbPerPoint_(RefAutoGetDbOnOwt(sor) * sor->FxdParams->GetOwtDS(0)),
+        receiverDbPerPoint_(receiverDbPerOwt * sor->FxdParams->GetOwtDS(0)),
         near_(sor, lin_, meanPoints_),
         far_(sor, lin_, meanPoints_) {
     const double spacingOwt = sor->FxdParams->GetOwtDS(0);
@@ -101,6 +102,8 @@ class EventPin {
   static constexpr long kShortestLossPoints = 8;  // a loss that lasts less is left to its noise
   static constexpr long kSlidingMeanPoints = 4;   // shorter means are cheaper to take than to slide
   static constexpr long kShortestJudgedRise = 2;  // points; as few have no middle that could be looked at
+  // A rise of more points than this, and of this share of a pulse, is judged by the first half of the pulse.
+  static constexpr double kManyPoints = 10.0, kNearlyPulse = 0.9;
 
   float MeanDb(long first, long points, int mode) const {
     return RefMathPower(sor_, lin_, first, points, mode);
@@ -214,8 +217,10 @@ class EventPin {
   }
 
   bool StandsOver(long rise) const {
-    if (static_cast<double>(rise) > receiverDbPerPoint_ + 10.0 &&
-        static_cast<double>(rise) >= 0.9 * static_cast<double>(width_)) {
+    // On purpose: the rate, in dB a point, is added to a number of points. A fast receiver raises the limit
+    // by it.
+    if (static_cast<double>(rise) > receiverDbPerPoint_ + kManyPoints &&
+        static_cast<double>(rise) >= kNearlyPulse * static_cast<double>(width_)) {
       rise = width_ / 2;
     }
     const float meanDb = MeanDb(RunBegin(), rise, mode_);
@@ -243,10 +248,10 @@ class EventPin {
   const float downDb_, upDb_, guardDb_;
   float slopeDb_;  // of the fibre, as measured last
 
-  const double receiverDbPerPoint_;  // settles the floor of the scale, on which the means rest
-  long recoverPoints_ = 0;           // points in which the receiver falls by twice the gain limit
-  long width_ = 0;                   // pulse
-  float centre_ = 0;                 // points from the middle of the mean to the point behind it
+  const double receiverDbPerPoint_;
+  long recoverPoints_ = 0;  // points in which the receiver falls by twice the gain limit
+  long width_ = 0;          // pulse
+  float centre_ = 0;        // points from the middle of the mean to the point behind it
 
   MovingMean near_, far_;  // before the point, and one pulse behind it
   bool farActive_ = false;
@@ -264,7 +269,10 @@ class EventPin {
 
 long RefAutoSearchEventPin(TSorData* sor, long start, long stop, long n, float down, float up, float guard,
                            float slope, float& value) {
-  EventPin search(sor, start, stop, n, down, up, guard, slope);
+  // Before all else: it stores the rate in the record, and where it has to measure, it settles the floor of
+  // the scale, on which all means rest.
+  const double receiverDbPerOwt = RefAutoGetDbOnOwt(sor);
+  EventPin search(sor, start, stop, n, down, up, guard, slope, receiverDbPerOwt);
   const bool found = search.Run();
   value = search.valueDb;
   return found ? search.point : stop;

@@ -50,6 +50,9 @@ class EdgeLoss {
   }
 
  private:
+  static constexpr double kRippleAboveNoiseDb = 3.0;  // nearer to the noise floor ripple looks like noise
+  static constexpr float kSmallestPeakedDb = 0.01f;   // a smaller loss keeps samples that stick out
+  static constexpr float kSteepLean = 1.5f;  // times the sides' slope: a step that is steeper is an edge
   static constexpr float kSmallestLossDb = 0.02f;  // below, fits would only fit noise
   static constexpr float kLongSlopeDb = 0.05f;     // own fall of the fibre that hides a small step ...
   static constexpr long kLongSlopePoints = 20;     // ... over at least this distance
@@ -76,7 +79,7 @@ class EdgeLoss {
 
   // Sides whose slope is nothing like the fibre's, above the noise: do they swing as far as the loss itself?
   void MeasureRipple() {
-    if (!(std::fabs(sideSlopeDb_ - slopeDb_) > slopeDb_ && rightDb_ > noiseDb_ + 3.0)) return;
+    if (!(std::fabs(sideSlopeDb_ - slopeDb_) > slopeDb_ && rightDb_ > noiseDb_ + kRippleAboveNoiseDb)) return;
     long minAt, maxAt;
     sor_->DataPts->GetMinMax(&leftMinDb_, &leftMaxDb_, a_ - nL_, a_, minAt, maxAt);
     sor_->DataPts->GetMinMax(&rightMinDb_, &rightMaxDb_, b_, b_ + nR_, minAt, maxAt);
@@ -86,8 +89,8 @@ class EdgeLoss {
 
   // The sides reach further up from their means than down.
   bool OneSampleSticksOut() const {
-    return lossDb_ > 0.01f && leftMaxDb_ - leftDb_ + rightMaxDb_ - rightDb_ >
-                                  2 * (leftDb_ - leftMinDb_ + rightDb_ - rightMinDb_);
+    return lossDb_ > kSmallestPeakedDb && leftMaxDb_ - leftDb_ + rightMaxDb_ - rightDb_ >
+                                              2 * (leftDb_ - leftMinDb_ + rightDb_ - rightMinDb_);
   }
 
   float LossWithoutPeaks() const {
@@ -102,7 +105,7 @@ class EdgeLoss {
     const float leanDb = (leftDb_ - rightDb_ - static_cast<float>((nL_ + nR_) / 2) * sideSlopeDb_) /
                          static_cast<float>(b_ - a_);
     return rightDb_ > noiseDb_ && (bothSteep || sideSlopeDb_ > 2 * slopeDb_ || flagged_) &&
-           lossDb_ > kSmallestLossDb && (leanDb < 1.5f * sideSlopeDb_ || flagged_);
+           lossDb_ > kSmallestLossDb && (leanDb < kSteepLean * sideSlopeDb_ || flagged_);
   }
 
   // Loss between lines fitted to twice the sides, freed of their mean slope: between the middles of the
@@ -159,15 +162,19 @@ class SettledFibre {
     pulseEnd_ = TruncToLong(sor->OwtTofNum(start + sor->FxdParams->GetOwtPulse(start) / 2));
     const double owtPerKm = SorMathLenToOwt(1.0, sor->FxdParams->GetRI());
     const double spacingOwt = sor->FxdParams->GetOwtDS(0);
-    flatLowDb_ = -0.2 / owtPerKm * spacingOwt;
-    flatHighDb_ = 0.1 / owtPerKm * spacingOwt;
-    riseDb_ = 1.0 / owtPerKm * spacingOwt;
-    plungeDb_ = -10.0 / owtPerKm * spacingOwt;
+    flatLowDb_ = kFlatLowDbPerKm / owtPerKm * spacingOwt;
+    flatHighDb_ = kFlatHighDbPerKm / owtPerKm * spacingOwt;
+    riseDb_ = kRiseDbPerKm / owtPerKm * spacingOwt;
+    plungeDb_ = kPlungeDbPerKm / owtPerKm * spacingOwt;
   }
 
   long Owt() { return TruncToLong(sor_->NumToOwt(Point())); }
 
  private:
+  // Between the first two rates the trace is flat, above the third it rises to a reflection, below the last
+  // it plunges behind one.
+  static constexpr double kFlatLowDbPerKm = -0.2, kFlatHighDbPerKm = 0.1;
+  static constexpr double kRiseDbPerKm = 1.0, kPlungeDbPerKm = -10.0;
   static constexpr long kFlatPoints = 4;  // flat for more than these: the fibre is back
 
   long Point() {
@@ -214,8 +221,7 @@ class SettledFibre {
 
   TSorData* const sor_;
   long first_ = 0, last_ = 0, pulseEnd_ = 0;
-  double flatLowDb_ = 0, flatHighDb_ = 0, riseDb_ = 0,
-         plungeDb_ = 0;  // per point: -0.2, 0.1, 1 and -10 dB per km
+  double flatLowDb_ = 0, flatHighDb_ = 0, riseDb_ = 0, plungeDb_ = 0;  // the same per point
   bool rising_ = false, peaked_ = false, falling_ = false;
   long count_ = 0, quiet_ = 0;
 };
@@ -227,9 +233,9 @@ float RefAutoGetSpl(TSorData* sor, long a, long low, long b, long high, long nL,
 }
 
 double RefAutoCalcEDZ(TSorData* sor, long p) {
-  constexpr float kBelowPeakDb = 1.5f;
+  constexpr float kDeadZoneDb = 1.5f;
   const TraceLevels levelDb(sor);
-  const float edgeDb = levelDb[p] - kBelowPeakDb;
+  const float edgeDb = levelDb[p] - kDeadZoneDb;
   const long right = RefAutoSearchStraightLess(sor, p, edgeDb);
   const long left = RefAutoSearchBackLess(sor, p, edgeDb, 0);
   return static_cast<double>(right - left) - FractionBeyond(levelDb, edgeDb, right, right - 1) -

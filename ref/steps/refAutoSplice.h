@@ -1,10 +1,12 @@
 #pragma once
 
 // Detectors for steps of the level: where a step begins, how much is lost over it, how wide an event is and
-// where it has settled. They read the record and change nothing. Levels are in dB on the one-way scale (5
-// log10 of power), slopes in dB per point, positive for a fibre that loses light; points are named by index,
-// and one-way times (OWT) are in units of 100 ps. None of them fails: each says what it returns when it finds
-// nothing.
+// where it has settled. Levels are in dB on the one-way scale (5 log10 of power). Slopes are in dB per point,
+// positive for a fibre that loses light. Points are named by index, and one-way times (OWT) are in units of
+// 100 ps. None of them fails: each says what it returns when it finds nothing.
+//
+// RefAutoSearchEventPin and RefAutoSearchSpliceEvent ask for the fall of the receiver first, and write what
+// RefAutoGetDbOnOwt writes. The others change nothing.
 
 class TSorData;
 

@@ -43,6 +43,17 @@ constexpr float kNearNoiseDb = 3.0F;  // this close to the noise floor threshold
 constexpr float kSureNoise = 3.0F;  // times the share of the noise floor in a mean that a step has to exceed
 constexpr long kLongestMeans = 4;   // in windows
 
+// What a search works with beside the pulse; tuned.
+constexpr float kRecoveredDb = 3.0F;    // fall after which the receiver has recovered
+constexpr float kHalfPoint = 0.5F;      // rounds
+constexpr float kWindowFallDb = 2.5F;   // a window lasts while the receiver falls by this ...
+constexpr float kWindowPoints = 8.0F;   // ... and this many points longer, at any spacing
+constexpr float kLongStretch = 200.0F;  // pulses and widths: the pulse counts in full for a swing
+// A step that exceeds the threshold by this share of the swing and this many dB is pinned down where it is
+// met.
+constexpr float kPinnedShare = 0.7F, kPinnedDb = 0.01F;
+constexpr float kAnyFallDb = 100.0F;  // no trace falls so far
+
 // How a step shows: it slides over the pulse, the receiver follows, the filter has averaged. As a share of
 // the step, by points from its begin.
 class Edge {
@@ -82,15 +93,16 @@ class SpliceEventSearch {
         lossThrDb_(lossThrDb),
         gainThrDb_(gainThrDb),
         slopeDb_(slopeDb) {
+    // Stores the rate in the record. A receiver whose rate is not on record is measured on the launch, and
+    // that settles both the noise floor and the floor of the scale: so they are asked for only behind it.
+    const auto dbPerOwt = static_cast<float>(RefAutoGetDbOnOwt(sor));
     const auto ds = static_cast<float>(sor->FxdParams->GetOwtDS(0));
     const auto pulseOwt = static_cast<float>(sor->FxdParams->GetOwtPulse(sor->NumToOwt(s_)));
-    const float dbPerPoint = static_cast<float>(RefAutoGetDbOnOwt(sor)) * ds;
+    const float dbPerPoint = dbPerOwt * ds;
     pulsePts_ = Held(pulseOwt / ds) + 1;
-    recoverPts_ = Held(3.0F / dbPerPoint + pulseOwt / ds + 0.5F) + 2;
-    window_ = Held(2.5F / dbPerPoint + pulseOwt / ds / 4 + spanOwt / ds + 8.0F);
+    recoverPts_ = Held(kRecoveredDb / dbPerPoint + pulseOwt / ds + kHalfPoint) + 2;
+    window_ = Held(kWindowFallDb / dbPerPoint + pulseOwt / ds / 4 + spanOwt / ds + kWindowPoints);
     stopAt_ = z_ - 2 * window_ - recoverPts_;
-    // A receiver whose rate is not on record is measured on the launch, and that settles both the noise floor
-    // and the floor of the scale. So they are asked for only now.
     nfDb_ = static_cast<float>(sor->FxdParams->GetNF());
     slopeSumDb_ = 3 * slopeDb_ * static_cast<float>(recoverPts_ + window_);
     floorSumDb_ = 3 * sor->QRTParams->GetfMAX();
@@ -142,7 +154,7 @@ class SpliceEventSearch {
     }
     noiseDb_ = NoiseOfStretch();
     if (levelDb_[(s_ + z_) / 2] < nfDb_ + kNearNoiseDb) lossThrDb_ *= 3;
-    limitDb_ = 0.7F * noiseDb_ + lossThrDb_ + 0.01F;
+    limitDb_ = kPinnedShare * noiseDb_ + lossThrDb_ + kPinnedDb;
     // From here on they meet sums of three levels.
     lossThrDb_ *= 3;
     gainThrDb_ *= 3;
@@ -160,15 +172,20 @@ class SpliceEventSearch {
       return 3 * std::max(first, second);
     }
     // The longer the stretch, the more of the pulse belongs to the width over which a swing counts.
-    const float share = static_cast<float>(z_ - s_) / (200.0F * static_cast<float>(WidthAt(s_) + pulsePts_));
+    const float share =
+        static_cast<float>(z_ - s_) / (kLongStretch * static_cast<float>(WidthAt(s_) + pulsePts_));
     const long width = WidthAt(s_) + Held(static_cast<float>(pulsePts_) * std::min(share, 1.0F));
     return 3 * RefAutoCalcPolar(sor_, s_, z_, width, slopeDb_, at);
   }
 
   // Where the trace has settled on its slope behind s, within a factor that grows near the noise.
   long FindStraightRun() const {
+    constexpr float kLittleDb = 3.0F, kSomeDb = 5.0F;  // over the noise floor
+    constexpr float kLooseFactor = 1.6F, kMiddleFactor = 1.4F, kTightFactor = 1.2F;
     const float overNoiseDb = levelDb_[s_] - nfDb_;
-    float factor = overNoiseDb < 3.0F ? 1.6F : overNoiseDb < 5.0F ? 1.4F : 1.2F;
+    float factor = overNoiseDb < kLittleDb ? kLooseFactor
+                   : overNoiseDb < kSomeDb ? kMiddleFactor
+                                           : kTightFactor;
     if (2 * static_cast<float>(window_ + pulsePts_) * slopeDb_ < noiseDb_) factor *= 2;
     return RefAutoSearchStraightLoss(sor_, s_, z_, window_ + pulsePts_, slopeDb_, factor);
   }
@@ -309,7 +326,8 @@ class SpliceEventSearch {
     const float ownDb = static_cast<float>(recoverPts_) * slopeDb_;
     long at = from, atRise = from;
     if (stepDb > 0.0F) {
-      return RefAutoSearchMaxdbFall(sor_, from, to, recoverPts_, at, 100.0F) - ownDb > kEdgeShare * stepDb;
+      return RefAutoSearchMaxdbFall(sor_, from, to, recoverPts_, at, kAnyFallDb) - ownDb >
+             kEdgeShare * stepDb;
     }
     float fallDb = 0.0F, riseDb = 0.0F;
     RefAutoSearchMaxdbRiseFall(sor_, from, to, recoverPts_, fallDb, at, riseDb, atRise, slopeDb_);

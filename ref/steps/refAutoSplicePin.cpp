@@ -47,6 +47,9 @@ class SplicePin {
   }
 
  private:
+  // The level under which the middle of the slide lies, tuned. Of a straight slide it is a little less than
+  // half of the drop, of a modelled one a little above the model.
+  static constexpr float kMiddleShare = 0.45f, kMiddleDb = 0.002f, kAboveModelShare = 0.05f;
   // Below this height the slide of a splice is straight within the resolution of the levels.
   static constexpr float kModelledStepDb = 0.02f;
   // Behind a fall this deep the trace is noise and says nothing about the place of the step.
@@ -82,14 +85,14 @@ class SplicePin {
   void BuildModel() {
     const long half = width_ / 2;
     fallPerPointDb_ = dropDb_ / static_cast<float>(width_) + slopeDb_;
-    guideDb_ = beforeDb_ - 0.45f * dropDb_ + 0.002f - static_cast<float>(half) * slopeDb_;
+    guideDb_ = beforeDb_ - kMiddleShare * dropDb_ + kMiddleDb - static_cast<float>(half) * slopeDb_;
     if (!IsModelled()) return;
     slideDb_.reserve(static_cast<size_t>(width_));
     for (long i = 0; i < width_; ++i) {
       slideDb_.push_back(
           -RefMathSplicePower(dropDb_, slopeDb_, slopeDb_, static_cast<int>(width_), static_cast<int>(i)));
     }
-    guideDb_ = slideDb_[static_cast<size_t>(half)] + beforeDb_ + 0.05f * dropDb_;
+    guideDb_ = slideDb_[static_cast<size_t>(half)] + beforeDb_ + kAboveModelShare * dropDb_;
   }
 
   // First place from which on the middle of the slide stays under its level; a few points more are asked for
@@ -158,8 +161,9 @@ class SplicePin {
   // search can afford to climb further out of a side valley before it gives up.
   void Accept(long t, double costDb2) {
     constexpr float kClearStepDb = 0.1f;
-    acceptDb2_ = 1.001 * costDb2;
-    giveUpDb2_ = costDb2 * (dropDb_ > kClearStepDb ? 1.2 : 1.03);
+    constexpr double kRounding = 1.001, kClearClimb = 1.2, kUnclearClimb = 1.03;  // times the error
+    acceptDb2_ = kRounding * costDb2;
+    giveUpDb2_ = costDb2 * (dropDb_ > kClearStepDb ? kClearClimb : kUnclearClimb);
     best_ = t;
     bestDb2_ = costDb2;
     if (t == tail_ - 1) ++tail_;

@@ -116,16 +116,17 @@ void TSorBlockFixedParameters::SetBC(double v) { BC = TruncToShort(v / -0.1 + 0.
 void TSorBlockFixedParameters::SetLT(double v) { LT = TruncToUShort(v * 1000.0 + 0.5); }
 
 void TSorBlockFixedParameters::SetRT(double v) {
-  constexpr double kLowestDb = -65.0;  // what 16 bits hold in 0.001 dB, rounded to whole dB
-  RT = TruncToUShort(std::max(v, kLowestDb) * -1000.0 + 0.5);
+  constexpr double kLowestThresholdDb = -65.0;  // what 16 bits hold in 0.001 dB, rounded to whole dB
+  RT = TruncToUShort(std::max(v, kLowestThresholdDb) * -1000.0 + 0.5);
 }
 
 void TSorBlockFixedParameters::SetET(double v) { ET = TruncToUShort(v * 1000.0 + 0.5); }
 
 void TSorBlockFixedParameters::SetNF(double v) {
   constexpr double kLowestUnscaledDb = -65.535;  // 16 bits at a scale of 1000
-  if (v < kLowestUnscaledDb) NFSF = TruncToShort(v / -65.0 * 1000.0);
-  if (NFSF == 0) NFSF = 1000;
+  constexpr short kUsualScale = 1000;
+  if (v < kLowestUnscaledDb) NFSF = TruncToShort(v / -65.0 * 1000.0);  // so that it stands near -65,000
+  if (NFSF == 0) NFSF = kUsualScale;
   NF = TruncToUShort(-v / NFSF * 1000000.0);
 }
 

@@ -172,8 +172,8 @@ inline int TSorBlockFixedParameters::NumToNPW(long n) const {
 
 inline double TSorBlockFixedParameters::NumToOwt(long n) const {
   double owt = GetOwtDataOffset();
-  std::int64_t first =
-      0;  // first point of stretch i; the difference to n is taken only where it can't overflow
+  // First point of stretch i. The difference to n is taken only where it can't overflow.
+  std::int64_t first = 0;
   for (int i = 0; i < TPW; ++i) {
     const double spacingOwt = DS[i] / kPointsPerDS;
     if (n < first + NPPW[i]) return owt + spacingOwt * static_cast<double>(n - first);

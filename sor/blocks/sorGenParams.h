@@ -7,6 +7,8 @@
 // measurement: `UO`, the place on the fibre from which all positions count.
 class TSorBlockGeneralParameters : public TSorBlock {
  public:
+  static constexpr short kMultimodeFibre = 651;  // `FT` of multimode fibre, by ITU-T G.651
+
   TString LC = "EN";   // language code
   TString CID = " ";   // cable
   TString FID = " ";   // fibre

@@ -139,9 +139,9 @@ void TSorBlockQRTParameters::ReadAssociatedFilesPathsIfRequired(TSorFile* file) 
 
 // No filter is stronger than level 10: a number beyond it is a mistake and stands for the plain filter.
 void TSorBlockQRTParameters::OnFLevelRead() {
-  constexpr short kLargest = 100;
+  constexpr short kStrongest = 100;
   constexpr short kFull = 10;
-  if (FLevel > kLargest) FLevel = kFull;
+  if (FLevel > kStrongest) FLevel = kFull;
 }
 
 // A file that knows the old form only says whether there are splitters, and how many outputs they have.

@@ -57,6 +57,7 @@ class Expansion {
 class TSorBlockQRTParameters : public TSorBlock {
  public:
   static constexpr int kNewestRevisionNo = 232;
+  static constexpr double kPeaksOverNoiseDb = 2.4;  // the peaks of noise lie this far above its level
 
   short Flags = 0;  // see the accessors below
   short dOwt0 = 0;  // time corrections
@@ -206,8 +207,10 @@ class TSorBlockQRTParameters : public TSorBlock {
   int GetNL(unsigned short n, unsigned short& level, long& averages) const;
   // Appends the steps from the end of the log to a new state. A log without room for them stays as it is.
   void AddNL(unsigned short level, long averages);
-  double GetSNR() const;                                  // at the end of the log, dB
-  double GetNoisePeak() const { return 2.4 - GetSNR(); }  // level that the peaks of the noise reach, dB
+  double GetSNR() const;  // at the end of the log, dB
+  double GetNoisePeak() const {
+    return kPeaksOverNoiseDb - GetSNR();
+  }  // level that the peaks of the noise reach, dB
 
   // --- Level scale ---
   double GetMAX() const { return static_cast<double>(MaxMicroDb()) * 1e-06; }  // dB, negative

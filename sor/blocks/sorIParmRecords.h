@@ -47,12 +47,12 @@ struct TMeasurementMode {
 // State of the instrument at the measurement. On file the record says its own length, so that a later version
 // may append to it: what lies beyond the known bytes is passed over and dropped.
 struct TQRTServiceInfo {
-  static constexpr unsigned int kLength = 36;
+  static constexpr unsigned int kServiceBytes = 36;
 
-  unsigned int valid = 0;         // 0 or 1
-  unsigned int charger = 0;       // 0 or 1: the charger was connected
-  unsigned int battery_mv = 0;    // battery voltage, mV
-  unsigned int length = kLength;  // bytes of this record
+  unsigned int valid = 0;               // 0 or 1
+  unsigned int charger = 0;             // 0 or 1: the charger was connected
+  unsigned int battery_mv = 0;          // battery voltage, mV
+  unsigned int length = kServiceBytes;  // bytes of this record
   unsigned int ram_total = 0;
   unsigned int ram_free = 0;
   unsigned int brightness = 0;  // of the display, per cent
@@ -73,18 +73,18 @@ struct TQRTServiceInfo {
     v.OnRead(b, [](auto& info, auto& reader) {
       info.valid = info.valid != 0;
       info.charger = info.charger != 0;
-      reflyze::SkipExtension(reader, info.length, kLength);
+      reflyze::SkipExtension(reader, info.length, kServiceBytes);
     });
   }
 };
 
 // One end of the fibre span in the trace, with its own length on file as above.
 struct TSpanLocationInfo {
-  static constexpr unsigned int kLength = 12;
+  static constexpr unsigned int kSpanBytes = 12;
   static constexpr unsigned int kBegin = 3;
   static constexpr unsigned int kEnd = 4;
 
-  unsigned int length = kLength;
+  unsigned int length = kSpanBytes;
   int value = 0;
   unsigned int type = kBegin;
 
@@ -93,7 +93,7 @@ struct TSpanLocationInfo {
     v.Int("length", b.length);
     v.Int("value", b.value);
     v.Int("type", b.type);
-    v.OnRead(b, [](auto& span, auto& reader) { reflyze::SkipExtension(reader, span.length, kLength); });
+    v.OnRead(b, [](auto& span, auto& reader) { reflyze::SkipExtension(reader, span.length, kSpanBytes); });
   }
 };
 
@@ -101,11 +101,11 @@ struct TSpanLocationInfo {
 // in the block itself; reading keeps the two in step. Its two halves stand apart on file, the second with its
 // own length as above.
 struct PonParameters {
-  static constexpr unsigned int kLength = 8;
+  static constexpr unsigned int kPonBytes = 8;
 
   int PonEnabled = 0;            // 0 or 1
   unsigned int PonSplitter = 1;  // outputs of the splitter
-  unsigned int PonLength = kLength;
+  unsigned int PonLength = kPonBytes;
   unsigned int PonRecordVersion = 1;  // 2: two splitters in a row
 
   template <class Self, class Visitor>
@@ -118,6 +118,6 @@ struct PonParameters {
   static void Fields2(Self& b, Visitor& v) {
     v.Int("PonLength", b.PonLength, 224);
     v.Int("PonRecordVersion", b.PonRecordVersion, 224);
-    v.OnRead(b, [](auto& pon, auto& reader) { reflyze::SkipExtension(reader, pon.PonLength, kLength); });
+    v.OnRead(b, [](auto& pon, auto& reader) { reflyze::SkipExtension(reader, pon.PonLength, kPonBytes); });
   }
 };

@@ -35,11 +35,11 @@ void TSorBlockKeyEvents1E::SetACI(double v) { ACI = TruncToShort(v * 1000.0); }
 // The two bounds of the 16-bit copy are taken on different values: a loss just below 32767.5 thousandths
 // meets neither, and the copy keeps what it had.
 void TSorBlockKeyEvents1E::SetEL(double v) {
-  constexpr int kLargest = 32767;
+  constexpr int kLargestLoss = 32767;
   ELWide = TruncToInt(v * 1000.0 + 0.5);
-  if (ELWide > kLargest) {
-    EL = kLargest;
-  } else if (TruncToInt(v * 1000.0) < kLargest) {
+  if (ELWide > kLargestLoss) {
+    EL = kLargestLoss;
+  } else if (TruncToInt(v * 1000.0) < kLargestLoss) {
     EL = TruncToShort(v * 1000.0 + 0.5);
   }
 }

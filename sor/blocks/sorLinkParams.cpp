@@ -141,11 +141,11 @@ int TSorBlockLinkParameters::ReinsertLandmark(short i) {
 }
 
 unsigned short TSorBlockLinkParameters::GenerateUniqueLMN() const {
-  constexpr int kLargestNumber = 65534;
+  constexpr int kLargestNumberNumber = 65534;
   std::bitset<65536> taken;
   for (const short number : usedNumbers_) taken.set(LowBits16(number));
   for (int i = 0; i < landmarks->GetSize(); ++i) taken.set(LowBits16(LandmarkAt(i).LMN));
-  for (int n = 1; n <= kLargestNumber; ++n) {
+  for (int n = 1; n <= kLargestNumberNumber; ++n) {
     if (!taken.test(static_cast<std::size_t>(n))) return static_cast<unsigned short>(n);
   }
   return 0;
@@ -153,11 +153,11 @@ unsigned short TSorBlockLinkParameters::GenerateUniqueLMN() const {
 
 void TSorBlockLinkParameters::OnKeyEventAdd(int i) {
   if (IsEmpty()) return;
-  constexpr short kLargest = std::numeric_limits<short>::max();
+  constexpr short kLargestNumber = std::numeric_limits<short>::max();
   for (int k = 0; k < landmarks->GetSize(); ++k) {
     short& number = LandmarkAt(k).REN;
     // The largest number stays: no table of events reaches it, so it points at nothing.
-    if (number > i && number < kLargest) ++number;
+    if (number > i && number < kLargestNumber) ++number;
   }
 }
 

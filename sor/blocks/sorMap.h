@@ -35,8 +35,8 @@ class TSorBlockMap : public TSorBlock {
  public:
   int Size = 0;  // bytes of the map itself
   short NB = 1;  // number of blocks, the map counted in
-  TOxArray<TSorBlockMapBlockInfo, TSorBlockMapBlockInfo*>*
-      blocks;  // a line for each block but the map; owned
+  // A line for each block but the map; owned.
+  TOxArray<TSorBlockMapBlockInfo, TSorBlockMapBlockInfo*>* blocks;
 
   TSorBlockMap();
   // A map without an ID that announces n blocks beside itself and has no lines for them yet.

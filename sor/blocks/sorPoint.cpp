@@ -33,9 +33,9 @@ T LevelOf(T signedSample, T scaleFactor) {
 // given.
 template <class T>
 unsigned short SampleOf(T level, short scaleFactor) {
-  constexpr int kLowest = 65535;
+  constexpr int kLowestSample = 65535;
   const T sample = -level / static_cast<T>(scaleFactor) * static_cast<T>(1000000.0);
-  return reflyze::LowBits16(std::min(reflyze::TruncToInt(sample), kLowest));
+  return reflyze::LowBits16(std::min(reflyze::TruncToInt(sample), kLowestSample));
 }
 
 // The lowest and highest of the levels in a range, each with its first point; `visit` sees every level.

@@ -20,12 +20,13 @@ extern const std::array<float, kPowEntries> tpow10Array;  // 10^(i / 50000)
 extern const std::array<int, kLogEntries> tlog10Array;    // 500000 log10(1 + i / 64), truncated
 
 constexpr int kLogUnits = 500000;  // of the integer logarithm, one decade
-constexpr int kLogTenThousand =
-    4 * kLogUnits;               // its value for 10^4, by which arguments are brought into range
-constexpr int kLogTwo = 150515;  // and for 2
-constexpr double kLargestPlainArgument =
-    2000000000.0;                                 // above this 32 bits might not hold the truncated argument
-constexpr double kSmallestFineArgument = 4000.0;  // below this truncation would cost more than the table does
+// Its value for 10^4, by which arguments are brought into range, and for 2.
+constexpr int kLogTenThousand = 4 * kLogUnits;
+constexpr int kLogTwo = 150515;
+// Above the one, 32 bits might not hold the truncated argument. Below the other, to truncate would cost more
+// than the table does.
+constexpr double kLargestPlainArgument = 2000000000.0;
+constexpr double kSmallestFineArgument = 4000.0;
 
 // 500000 log10(m) of the truncated argument: the place of its highest bit, and from the table the fraction
 // that the next 14 bits make. Arguments below 1, and those that are no number, count as 1.
