@@ -28,12 +28,6 @@ constexpr const char* kQRTEventsId = "QRTEvents";
 constexpr const char* kQRTParamsId = "QRTParams";
 constexpr const char* kCksumId = "Cksum";
 
-// The revisions in which this system's own blocks go to file.
-constexpr unsigned short kRFTSParamsRevision = 203;
-constexpr unsigned short kRFTSEventsRevision = 204;
-constexpr unsigned short kEmbDataRevision = 200;
-constexpr unsigned short kQRTEventsRevision = 201;
-
 constexpr int kMostBlocks = SHRT_MAX;  // a map counts them, itself included, in 16 bits
 
 // A block, and the ID under which it stands in the map.
@@ -69,15 +63,16 @@ std::vector<ListedBlock> BlocksToWrite(const TSorData& record) {
   return list;
 }
 
+// The standard blocks go to file in the revision of the record, this system's own in their newest one.
 void StampRevisions(TSorData& record) {
   const auto revision = static_cast<unsigned short>(record.Revision);
   TSorBlock* const standard[] = {record.Map,       record.GenParams, record.SupParams, record.FxdParams,
                                  record.KeyEvents, record.LnkParams, record.DataPts,   record.Cksum};
   for (TSorBlock* block : standard) block->RevisionNo = revision;
-  record.RFTSParams->RevisionNo = kRFTSParamsRevision;
-  record.RFTSEvents->RevisionNo = kRFTSEventsRevision;
-  record.EmbData->RevisionNo = kEmbDataRevision;
-  record.QRTEvents->RevisionNo = kQRTEventsRevision;
+  record.RFTSParams->RevisionNo = TSorBlockRFTSParameters::kNewestRevisionNo;
+  record.RFTSEvents->RevisionNo = TSorBlockRFTSEvents::kNewestRevisionNo;
+  record.EmbData->RevisionNo = TSorBlockEmbData::kNewestRevisionNo;
+  record.QRTEvents->RevisionNo = TSorBlockQRTEvents::kNewestRevisionNo;
   record.QRTParams->RevisionNo = TSorBlockQRTParameters::kNewestRevisionNo;
 }
 

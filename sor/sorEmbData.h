@@ -103,6 +103,8 @@ class TEmbData1E : public TSorBlock {
 // The "EmbData" block, this system's own: the data that a trace carries with it.
 class TSorBlockEmbData : public TSorBlock {
  public:
+  static constexpr int kNewestRevisionNo = 200;  // goes to file in this one
+
   unsigned short TNED = 0;  // number of records; follows the table
 
   TSorBlockEmbData();

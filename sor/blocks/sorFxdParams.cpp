@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "sor/fields/sorDamp.h"
+#include "sor/fields/sorFieldCopy.h"
 #include "sor/stream/sorFile.h"
 #include "util/convert.h"
 #include "util/timeutil.h"
@@ -39,33 +40,11 @@ void TSorBlockFixedParameters::Assign(const TSorBlock& other) {
 void TSorBlockFixedParameters::Assign(const TSorBlockFixedParameters& other) {
   if (this == &other) return;
   TSorBlock::operator=(other);
-  DTS = other.DTS;
-  UD = other.UD;
-  AW = other.AW;
-  AO = other.AO;
-  AOD = other.AOD;
   SetTPW(other.TPW);
   std::copy_n(other.PWU, std::max<int>(TPW, 0), PWU);
   std::copy_n(other.DS, std::max<int>(TPW, 0), DS);
   std::copy_n(other.NPPW, std::max<int>(TPW, 0), NPPW);
-  GI = other.GI;
-  BC = other.BC;
-  NAV = other.NAV;
-  AT = other.AT;
-  AR = other.AR;
-  ARD = other.ARD;
-  FPO = other.FPO;
-  NF = other.NF;
-  NFSF = other.NFSF;
-  PO = other.PO;
-  LT = other.LT;
-  RT = other.RT;
-  ET = other.ET;
-  TT = other.TT;
-  WC0 = other.WC0;
-  WC1 = other.WC1;
-  WC2 = other.WC2;
-  WC3 = other.WC3;
+  reflyze::CopyPlainFields(other, *this);
 }
 
 void TSorBlockFixedParameters::Read(TSorFile* file) {

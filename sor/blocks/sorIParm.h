@@ -56,7 +56,7 @@ class Expansion {
 // without end, so that noise keeps its sign, and levels below `MAX` may be compressed by a whole factor.
 class TSorBlockQRTParameters : public TSorBlock {
  public:
-  static constexpr int kNewestRevisionNo = 232;
+  static constexpr int kNewestRevisionNo = 232;     // goes to file in this one
   static constexpr double kPeaksOverNoiseDb = 2.4;  // the peaks of noise lie this far above its level
 
   short Flags = 0;  // see the accessors below

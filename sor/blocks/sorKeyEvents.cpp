@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "sor/fields/sorDamp.h"
+#include "sor/fields/sorFieldCopy.h"
 #include "sor/stream/sorFile.h"
 #include "util/convert.h"
 
@@ -79,12 +80,7 @@ void TSorBlockKeyEvents::Assign(const TSorBlockKeyEvents& other) {
   delete events;
   events = copies.release();
   TNKE = other.TNKE;
-  EEL = other.EEL;
-  ELMP1 = other.ELMP1;
-  ELMP2 = other.ELMP2;
-  ORL = other.ORL;
-  RLMP1 = other.RLMP1;
-  RLMP2 = other.RLMP2;
+  reflyze::CopyPlainFields(other, *this);
 }
 
 void TSorBlockKeyEvents::Read(TSorFile* file) {

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "sor/fields/sorDamp.h"
+#include "sor/fields/sorFieldCopy.h"
 #include "sor/stream/sorFile.h"
 #include "util/convert.h"
 
@@ -59,6 +60,7 @@ void TSorBlockLinkParameters::Assign(const TSorBlockLinkParameters& other) {
   delete landmarks;
   landmarks = copies.release();
   TNL = other.TNL;
+  reflyze::CopyPlainFields(other, *this);
   usedNumbers_ = other.usedNumbers_;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "sor/fields/sorDamp.h"
+#include "sor/fields/sorFieldCopy.h"
 #include "sor/stream/sorFile.h"
 #include "util/convert.h"
 
@@ -58,6 +59,7 @@ void TSorBlockQRTEvents::Assign(const TSorBlockQRTEvents& other) {
   delete events;
   events = copies.release();
   TNE = other.TNE;
+  reflyze::CopyPlainFields(other, *this);
 }
 
 void TSorBlockQRTEvents::Read(TSorFile* file) {

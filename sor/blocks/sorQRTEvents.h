@@ -53,6 +53,8 @@ class TSorBlockQRTEvents1E : public TSorBlock {
 // event.
 class TSorBlockQRTEvents : public TSorBlock {
  public:
+  static constexpr int kNewestRevisionNo = 201;  // goes to file in this one
+
   short TNE = 0;                                                  // number of events
   TOxArray<TSorBlockQRTEvents1E, TSorBlockQRTEvents1E*>* events;  // owned, never null
 

@@ -40,12 +40,8 @@ TSorBlockRFTSEvents::TSorBlockRFTSEvents(const TSorBlockRFTSEvents& other) : TSo
 TSorBlockRFTSEvents& TSorBlockRFTSEvents::operator=(const TSorBlockRFTSEvents& other) {
   if (this == &other) return *this;
   TSorBlock::operator=(other);
-  BaseSorName = other.BaseSorName;
-  LevelName = other.LevelName;
-  MonitorVersion = other.MonitorVersion;
-  Flags = other.Flags;
+  reflyze::CopyPlainFields(other, *this);
   EELD = other.EELD;
-  MonitorResult = other.MonitorResult;
   reflyze::ReplaceByCopies(entries_, other.entries_);
   CountEntries();
   return *this;

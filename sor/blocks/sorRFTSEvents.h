@@ -102,6 +102,8 @@ class TSorBlockRFTSEvents1E : public TSorBlock {
 // inserted. Where the table has no such place to set, the entry stays with the caller.
 class TSorBlockRFTSEvents : public TSorBlock {
  public:
+  static constexpr int kNewestRevisionNo = 204;  // goes to file in this one
+
   TString BaseSorName;  // the baseline
   TString LevelName;    // the alarm level compared against
   TString MonitorVersion;

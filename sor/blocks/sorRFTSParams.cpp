@@ -34,8 +34,7 @@ TRFTSLevel::TRFTSLevel(const TRFTSLevel& other) : TSorBlock(other) { *this = oth
 TRFTSLevel& TRFTSLevel::operator=(const TRFTSLevel& other) {
   if (this == &other) return *this;
   TSorBlock::operator=(other);
-  Enabled = other.Enabled;
-  LevelName = other.LevelName;
+  reflyze::CopyPlainFields(other, *this);
   LevelThresholdsSet = other.LevelThresholdsSet;
   EELT = other.EELT;
   reflyze::ReplaceByCopies(sets_, other.sets_);
@@ -125,9 +124,8 @@ TSorBlockRFTSParameters::TSorBlockRFTSParameters(const TSorBlockRFTSParameters& 
 TSorBlockRFTSParameters& TSorBlockRFTSParameters::operator=(const TSorBlockRFTSParameters& other) {
   if (this == &other) return *this;
   TSorBlock::operator=(other);
+  reflyze::CopyPlainFields(other, *this);
   BlockThresholdsSet = other.BlockThresholdsSet;
-  ActiveLevel = other.ActiveLevel;
-  UseUParameters = other.UseUParameters;
   reflyze::ReplaceByCopies(levels_, other.levels_);
   reflyze::ReplaceByCopies(parameters_, other.parameters_);
   CountLevels();

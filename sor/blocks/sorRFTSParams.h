@@ -188,6 +188,8 @@ class TRFTSUniversalParameter {
 // The block itself. Its tables own what they are given, as those of a level do.
 class TSorBlockRFTSParameters : public TSorBlock {
  public:
+  static constexpr int kNewestRevisionNo = 203;  // goes to file in this one
+
   TThresholdsRFTSSet BlockThresholdsSet;
   short ActiveLevel = -1;    // index of the level in force
   unsigned short TNL = 0;    // number of levels; follows the table

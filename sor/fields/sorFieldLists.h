@@ -5,6 +5,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "sor/fields/sorFieldCopy.h"
 #include "sor/fields/sorFields.h"
 #include "sor/stream/sorReadBudget.h"
 #include "util/tarray.h"
@@ -28,7 +29,9 @@ template <class Visitor, class Items, class Each>
 void OwnedList(Visitor& v, const char* countLabel, const char* label, const char* heading, Items& items,
                Each&& each, int since = 0) {
   using Item = std::remove_reference_t<decltype(*items.GetData(0))>;
-  if constexpr (std::is_same<Visitor, FieldReader>::value) {
+  if constexpr (std::is_base_of<PlainFields, Visitor>::value) {
+    return;  // its owner copies it
+  } else if constexpr (std::is_same<Visitor, FieldReader>::value) {
     if (!v.Has(since)) return;
     unsigned short count = 0;
     v.Int(countLabel, count);
