@@ -12,7 +12,7 @@ using AssertionHandler = void (*)(const char* text, const char* file, int line);
 // and else prints text, file and line on standard error and stops the process.
 AssertionHandler SetAssertionHandler(AssertionHandler handler);
 
-// The one way that a failed assertion takes.
+// What every failed assertion calls: the handler, or the default above. Does not return.
 [[noreturn]] void AssertionFailed(const char* text, const char* file, int line);
 
 // States a condition that only a programming error or a broken record can violate.

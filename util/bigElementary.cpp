@@ -23,7 +23,7 @@ std::uint32_t TakeOut(BigFixed& a, const BigFixed& unit) {
   return times + 1;
 }
 
-// e^z, or e^-z. The series of z / 256 ends soon, and eight squares lead back.
+// e^z, or e^-z. The series of e^(z / 256) is short; squared eight times it gives e^z.
 Scaled ExpOf(BigFixed z, bool isNegative) {
   constexpr int kSquares = 8;
   constexpr std::uint32_t kExpTerms = 20;  // 2^-8.5 to the 21st over 21! lies below 2^-224
@@ -41,8 +41,9 @@ Scaled ExpOf(BigFixed z, bool isNegative) {
 
 double Rounded(const Scaled& a) { return Rounded(a.value, a.exponent); }
 
-// |log(x)|: e^-log is so near 1 / x that of log(x e^-log) = log(1 + d) four terms are enough. |d| is at most
-// about 2^-43, an ulp of the largest logarithm.
+// |log(x)|. `log` is nearly the result, so that x e^-log = 1 + d with |d| of at most about 2^-43, an ulp of
+// the largest logarithm. The exact logarithm is log + log(1 + d), and of the series of log(1 + d) five terms
+// are enough.
 BigFixed BigLog(double x, double log) {
   const Scaled inverse = ExpOf(BigOf(log), log > 0.0);
   int exponent = 0;
@@ -78,13 +79,14 @@ double SlowPower(double base, double log, double x) {
   return Rounded(ExpOf(z, (x < 0.0) != (log < 0.0)));
 }
 
-// By the octant: the angle from the next axis is at most pi / 4, and the series is that of the sine or the
-// cosine.
+// The angle is taken from the nearest axis, so that it is at most pi / 4. By the axis, the series is that of
+// the sine or of the cosine.
 double SlowSine(double x, bool isCosine) {
   constexpr std::uint32_t kSineTerms = 50;  // (pi / 4)^51 over 51! lies below 2^-224
   BigFixed angle = BigOf(x);
   const std::uint32_t quarters = TakeOut(angle, kBigHalfPi);
-  // The sine of the quarters and the rest, with what a negative angle and a cosine mean for it.
+  // `turn` quarters and the rest, and the sign. A cosine is the sine of a quarter more; of a negative angle
+  // the sine changes its sign and the cosine does not.
   std::uint32_t turn = quarters;
   bool isNegative = x < 0.0;
   if (isCosine) {

@@ -2,8 +2,8 @@
 
 #include "util/bigFixed.h"
 
-// The slow way of the elementary functions: whole numbers of 256 bits, rounded once. For arguments whose
-// result is a finite number and no 0.
+// The slow way of the elementary functions: computed in whole numbers of 256 bits and rounded once. Only for
+// arguments whose result is finite and not 0.
 namespace reflyze::elementary {
 
 double SlowExp(double x);

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <cstdlib>
 
-// Numbers from 0 to 2^32 with 224 binary places, all that is needed to tell to which side a function value
-// that lies next to the middle of two doubles is to be rounded. Whole numbers alone: the same on every
-// machine.
+// Numbers from 0 to 2^32 with 224 binary places. So many places always tell to which of two doubles a
+// function value is to be rounded, however near it lies to the middle between them. Everything is computed in
+// whole numbers, so that the result is the same on every machine.
 namespace reflyze::elementary {
 
 struct BigFixed {
@@ -116,7 +116,7 @@ inline BigFixed BigOf(double x) {
   return Shifted(big, BigFixed::kPlaces + exponent - 53);
 }
 
-// Place of the highest bit set, counted from the lowest; -1 of 0.
+// Place of the highest bit set, counted from the lowest; -1 for a number of 0.
 inline int HighestBit(const BigFixed& a) {
   for (int bit = 32 * BigFixed::kLimbs - 1; bit >= 0; --bit) {
     if ((a.limb[bit / 32] >> bit % 32 & 1u) != 0) return bit;
@@ -124,9 +124,9 @@ inline int HighestBit(const BigFixed& a) {
   return -1;
 }
 
-// The double next to a * 2^n. A value within 2^-90 of the middle between two is taken to be that middle,
-// which goes to the even one: no function value that is not a middle comes nearer than about 2^-65, and what
-// is computed here is never off by as much.
+// The double next to a * 2^n. A value within 2^-90 of the middle between two doubles is taken for the middle
+// itself, and goes to the even one. That is safe: a function value that is no middle stays about 2^-65 away
+// from one, and the error of what is computed here is far smaller.
 inline double Rounded(const BigFixed& a, int n) {
   constexpr int kDigits = 53, kLowestExponent = -1074;
   const int top = HighestBit(a);

@@ -2,12 +2,12 @@
 
 namespace reflyze {
 
-// Searches for the few places that matter among many. Where a test can be made of any place at no risk, it
-// is made for a block of places at once, without a branch, which compilers turn into a few instructions. Each
+// Searches for the few places that matter among many. The test has to be harmless at every place, since it is
+// made for a block of places at once: without a branch, compilers turn that into a few instructions. Each
 // place has a bit in the answer, so that the one looked for is known without another test.
 constexpr int kSearchBlock = 16;
 
-// Which of the places from `first` on pass, the first as the lowest bit.
+// Which of the kSearchBlock places from `first` on pass, the first as the lowest bit.
 template <class Passes>
 inline unsigned int PassingInBlock(long first, Passes passes) {
   // (Shifts by a variable would keep compilers from testing several places in one instruction.)
@@ -19,7 +19,8 @@ inline unsigned int PassingInBlock(long first, Passes passes) {
   return passing;
 }
 
-// First place from `from` up to but not including `end` that passes; `end`, or `from` behind it, for none.
+// First place from `from` up to but not including `end` that passes. Where none does, `end`, or `from` if
+// that lies behind `end`.
 template <class Passes>
 inline long FirstThatPasses(long from, long end, Passes passes) {
   for (; from <= end - kSearchBlock; from += kSearchBlock) {

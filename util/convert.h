@@ -3,9 +3,9 @@
 #include <limits>
 #include <type_traits>
 
-// Floating values become integers in one way only: truncated towards zero, held at the nearest bound of the
-// type where they lie outside it, and 0 for a value that is not a number. The language leaves the last two
-// undefined, and a trace from a broken file reaches them.
+// Floating values become integers in one way only. They are truncated towards zero; a value outside the type
+// becomes its nearest bound, and one that is not a number becomes 0. The language leaves the last two
+// undefined, and a trace from a broken file has such values.
 namespace reflyze {
 
 template <class Integer, class Floating>

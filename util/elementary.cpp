@@ -8,9 +8,9 @@
 #include "util/bigElementary.h"
 #include "util/elementaryTables.h"
 
-// Each function is computed twice at most. The quick way has about 13 digits more than a double holds twice
-// over the last: a sum of two doubles with a bound on its error. Where both ends of that bound round to the
-// same double, as nearly always, that is the result; else the slow way of util/bigElementary.h settles it.
+// Each function is computed twice at most. The quick way gives a sum of two doubles, which has some 13 binary
+// digits more than one double, and a bound on its error. Nearly always both ends of that bound round to the
+// same double: that is the result. Where they don't, the slow way of util/bigElementary.h settles it.
 namespace reflyze::elementary {
 namespace {
 
@@ -96,7 +96,7 @@ inline bool IsExpSettled(const Pair& x, double& result) {
   const int k = static_cast<int>(parts);
   const int index = k & 127;
   const double* const power = kPowersOfTwo[index];
-  // The first 20 digits of r, by which the 32 of the power multiply exactly.
+  // The first 20 digits of r. The power has 32, so that their product is exact.
   constexpr double kFirstDigits = 0x1.8p+23;  // the last of them is 2^-29
   const double first = (r.high + kFirstDigits) - kFirstDigits;
   const double rest = (r.high - first) + r.low;
@@ -105,7 +105,8 @@ inline bool IsExpSettled(const Pair& x, double& result) {
   const Pair sum = QuickSum(power[0], power[0] * first);
   const Pair whole = {sum.high,
                       sum.low + (power[1] + (power[1] * (h + series) + power[0] * (rest + series)))};
-  // Terms that are left out, 2^-71; the sum of the small ones, of 2^-17 at most, is off by less than 2^-69.
+  // The terms that are left out come to 2^-71. The sum of the small ones, 2^-17 at most, is off by less than
+  // 2^-69.
   constexpr double kError = 0x1p-67;
   if (!IsSettled(whole, kError, result)) return false;
   result *= PowerOfTwo((k - index) / 128);
@@ -147,7 +148,7 @@ inline Pair LogOf(double x) {
   return QuickSum(second.high, second.low + first.low + low);
 }
 
-// Of 0, of what is below it and of what has no end; false for all other numbers.
+// Logarithm of 0, of a negative number, of infinity or of no number; false for all others.
 inline bool HasNoLog(double x, double& result) {
   if (x > 0.0 && x < kInfinity) return false;
   result = x == 0.0 ? -kInfinity : x > 0.0 ? x : kNoNumber;
@@ -177,7 +178,7 @@ inline bool IsSineSettled(double x, int turn, double& result) {
   const Pair sum = ExactSum(sine[0], product.high);
   const double low = product.low + (sine[1] + cosine[0] * r.low + cosine[1] * h) +
                      (cosine[0] * sineTail + sine[0] * (cosineTail - h * r.low));
-  // The tails are at most 2^-11 of the sine and 2^-13 of r; what is left of more than r itself is off by
+  // The tails are at most 2^-11 of the sine and 2^-13 of r. What has been taken off x to get r is off by
   // 2^-90.
   const double error = std::fabs(sine[0]) * 0x1p-61 + std::fabs(h) * 0x1p-62 + (parts == 0.0 ? 0.0 : 0x1p-88);
   return IsSettled(QuickSum(sum.high, sum.low + low), error, result);

@@ -2,10 +2,10 @@
 
 #include <cfloat>
 
-// Logarithms, powers and waves, each the double next to the exact value, on every machine alike: only
-// operations whose result is settled to the last digit enter. The C library's own differ in the last digits
-// from one to the next, and a table of events must not depend on where it was made. Special values are those
-// of the C library.
+// Logarithms, powers and waves. Each gives the double next to the exact value, on every machine alike, since
+// it uses only operations whose result is defined to the last digit. The functions of C libraries differ in
+// the last digits, and a table of events must not depend on where it was made. For arguments without a finite
+// value the result is that of the C library.
 namespace reflyze::elementary {
 
 // Sums and products that are wider in the registers than in memory would be rounded twice.
@@ -17,12 +17,13 @@ double Log(double x);
 double Log2(double x);
 double Log10(double x);
 
-// base^x for a base that is no less than 0. One below has no power but the first.
+// base^x for a base of 0 or more. For a base below 0 only the powers 0 and 1 are computed; any other gives no
+// number.
 double Power(double base, double x);
 
-// Of an angle in radians. From 2^30 on, where doubles are too far apart for the angle to mean much, it is
-// first brought within a turn of 2 pi as a double: the same everywhere, but no longer rounded as the others
-// are.
+// Sine and cosine of an angle in radians. An angle of 2^30 or more is first brought within one turn of 2 pi,
+// rounded to a double. Doubles lie so far apart there that the angle means little: the result is still the
+// same on every machine, but not the double next to the exact value.
 double Sin(double x);
 double Cos(double x);
 

@@ -4,12 +4,12 @@
 
 #include "util/assertion.h"
 
-// Owning array of pointers: a table of exactly as many entries as it has elements, with no capacity to spare,
-// so that a host built apart from this library sees the same three members. Each call that changes the size
-// copies the table: fill a long array with one SetSize and then SetData, not with AddData.
+// Owning array of pointers. Its table has exactly as many entries as there are elements and no capacity to
+// spare, so that a host built apart from this library sees the same three members. Each call that changes the
+// size copies the table: fill a long array with one SetSize and then SetData, not with AddData.
 //
-// Null entries are allowed. Indices past the end mean the last element, as told at each operation, and
-// negative ones the first, so that no index reaches outside the table.
+// Null entries are allowed. An index past the end means the last element, as told at each operation, and a
+// negative one the first, so that no index reaches outside the table.
 template <class T, class TPtr = T*>
 class TOxArray {
  public:
@@ -47,7 +47,7 @@ class TOxArray {
   void InsData(TPtr p, int i) {
     i = std::clamp(i, 0, size_);
     TPtr* longer = MakeTable(size_ + 1);
-    // By hand: for std::copy GCC 12 warns of an overflow that isn't there.
+    // Copied by hand: for std::copy GCC 12 warns of an overflow that isn't there.
     for (int k = 0; k < i; ++k) longer[k] = table_[k];
     longer[i] = p;
     for (int k = i; k < size_; ++k) longer[k + 1] = table_[k];

@@ -7,11 +7,11 @@ namespace {
 constexpr unsigned int kCcittPolynomial = 0x1021;
 constexpr unsigned int kCrc16ReflectedPolynomial = 0xA001;
 
-// A trace is tens of thousands of samples, and writing a record runs the checksum over each of them twice:
-// once where the block is measured, once where it is written. A step for every bit would take longer than all
-// else, and a step for every byte waits for the one before. So eight bytes are taken in at once: the checksum
-// is linear, and what each of the eight adds to it after its followers have been shifted in stands in a table
-// of its own.
+// A trace has tens of thousands of samples, and writing a record runs the checksum over each of them twice:
+// once to measure the block, once to write it. A step for every bit would take longer than all else, and a
+// step for every byte waits for the one before. So eight bytes are taken in at once. The checksum is linear:
+// each of the eight adds its own part, which depends on how many bytes follow it, and has a table of these
+// parts.
 constexpr int kStride = 8;
 using Table = std::array<unsigned short, 256>;
 

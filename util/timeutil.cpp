@@ -9,7 +9,7 @@
 
 namespace {
 
-// The zone is one for the whole process: a thread that looks it up anew does so alone.
+// The time zone belongs to the whole process: only one thread at a time may look it up anew.
 std::mutex zone;
 
 long SecondsOfDay(const tm& time) { return time.tm_hour * 3600L + time.tm_min * 60L; }

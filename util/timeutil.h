@@ -19,12 +19,12 @@ TString FormatTimeStamp(long t);
 
 namespace reflyze {
 
-// The local time of an instant, in the zone of now; false for a time beyond the calendar. Threads may ask at
-// once.
+// The local time of an instant, in the time zone that is set now; false for a time beyond the calendar.
+// Several threads may ask at once.
 bool ToLocalTime(long utcSeconds, std::tm& local);
 
-// Local time minus UTC at an instant, in seconds, from hours and minutes alone. While the two stand on
-// different dates the result is a day off; readers of the stamp know it so.
+// Local time minus UTC at an instant, in seconds. Only hours and minutes are compared, so the result is a day
+// off while the two have different dates. It stays so: readers of the stamp expect it.
 long LocalOffsetSeconds(long utcSeconds);
 
 }  // namespace reflyze

@@ -128,7 +128,7 @@ void TIniKey::SetInt(int number) { SetString(TString(number)); }
 
 double TIniKey::GetDouble(double def) const {
   if (value == nullptr) return def;
-  // The end of the text before any number is no failure of the scan, only silence: the value is 0 then.
+  // A text that ends before any number is no failure of the scan: the value is 0 then.
   double number = 0.0;
   return std::sscanf(value.get(), "%lg", &number) != 0 ? number : def;
 }
@@ -327,8 +327,8 @@ int TIni::Read(const char* file) {
   return 0;
 }
 
-// Without a line feed at its end, a last line is a key whatever it looks like, unless it looks like a header:
-// no key could follow that one, so there is nothing to open.
+// A last line without a line feed is a key, whatever it looks like. If it looks like a header it is dropped:
+// no key could follow, so there is no section to open.
 int TIni::FromString(TString text) {
   Restart();
   Filler filler(*this);

@@ -4,10 +4,12 @@
 
 // The log of a host process, which hands it over once; it may hand over an object of a derived class. An
 // entry is
+//
 //   "<time>  <area> <letter>\t <id> <text>"
-// where the area is a letter of the subsystem, the letter the kind (E error, M message, W warning) and the id
-// the part concerned, such as a block of the record. The first entry of an object is preceded by a header
-// with the time. Not for several threads at once.
+//
+// The area is a letter for the subsystem, the letter is the kind (E error, M message, W warning), and the id
+// is the part concerned, such as a block of the record. A header with the time precedes the first entry of an
+// object. Not for several threads at once.
 class TLogFile {
  public:
   enum WritingMode : int {
