@@ -16,7 +16,8 @@ using reflyze::TruncToLong;
 
 namespace {
 
-// Times of a broken file may lie anywhere; where their sum leaves 32 bits it wraps, as it always has.
+// Times of a broken file may lie anywhere. Where their sum does not fit into 32 bits it wraps, as it always
+// has.
 int WrappedSum(int a, int b) {
   return static_cast<int>(static_cast<unsigned int>(a) + static_cast<unsigned int>(b));
 }
@@ -233,8 +234,8 @@ double TSorData::GetENOB() {
 
 // --- Embedded data ---
 
-// What stands under a description that another file or a caller has given need not be what it says; then it
-// counts as absent, and no reader runs past its end.
+// Descriptions come from files and callers, so the data may be of another kind than the description says, or
+// too short. Such data count as absent, so that no reader runs past their end.
 void* TSorData::GetEmbData(const char* description) const {
   const TEmbData1E* embedded = EmbData->GetEmbData(description);
   if (embedded == nullptr) return nullptr;
@@ -306,7 +307,8 @@ void TSorData::CalculateValues() {
 
 void TSorData::FixUserOffset() {
   if (GenParams == nullptr || GenParams->UO >= 0) return;
-  // The lowest number has no counterpart; negated by wrapping it would shift the times at every reading.
+  // The lowest number has no positive counterpart. Wrapped to itself it would shift the times at every
+  // reading.
   const int offset = -std::max(GenParams->UO, -INT_MAX);
   GenParams->UO = offset;
   const auto shift = [offset](int& time) { time = WrappedSum(time, offset); };

@@ -46,8 +46,7 @@ class TSorData {
   TSorBlockSpecial** Special = nullptr;  // unknown blocks in the order of the file
   int SpecialCount = 0;                  // those in use
   int Reserved[12] = {};                 // of the host; copied and not read
-  // Whether the record comes from an instrument of this family. That is not judged here: every record counts
-  // as one.
+  // Whether the record comes from an instrument of this family. Nobody judges that here: it stays 1.
   unsigned char OriginFlag = 1;
   static constexpr double kUncalculatedDb = -1.0;
   double MinLevel = kUncalculatedDb;  // range of the display scale, dB; see CalculateValues
@@ -153,7 +152,7 @@ class TSorData {
   void FixUserOffset();    // an offset stored negated, and times that do not count it
   void FixScaleFactor();   // of temperature traces
   void FixNFScaleFactor();
-  // Levels follow a data type that was changed in QRTParams.
+  // To be called after the data type in QRTParams was changed: the levels are worked out anew.
   void UpdateChildrenWithNewDataType();
   // Builds the linear trace that filter and analysis work on, one float a point, as embedded data that never
   // go to file. Gives the number of points; 0 for a temperature trace, which has no linear trace.

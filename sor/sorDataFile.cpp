@@ -105,8 +105,8 @@ class TSorData::Reader {
     record_.SetLinf();
   }
 
-  // The order at the end is not that of a full reading: levels and their range are those of the scale factor
-  // on file.
+  // At the end the order differs from that of a full reading: levels and their range are worked out before
+  // the scale factors are repaired.
   void RunMinimal() {
     if (!ReadMap()) return;
     if (!ReadBlocks(Wanted::kMeasurement)) return;
@@ -129,8 +129,8 @@ class TSorData::Reader {
     return true;
   }
 
-  // Whether the record is as complete as the file allows. A file that ends early is for a full reading, and
-  // is not where only the measurement is asked for.
+  // False where the reading has failed. A file that ends early is no failure of a full reading, which takes
+  // what there is, but is one where only the measurement is asked for.
   bool ReadBlocks(Wanted wanted) {
     const TSorBlockMap& map = *record_.Map;
     for (int i = 0; i < map.blocks->GetSize(); ++i) {
@@ -140,15 +140,15 @@ class TSorData::Reader {
       if (file_.state != sfOk) return false;
       SeekNextBlock();
       nextBlock_ += line.Size;
-      // At a place before the stream there is no block, and what stands at the old place is another one.
+      // Where the stream could not go to the place of the block, it stands at another block.
       if (file_.state == sfOk) ReadBlock(line, wanted);
     }
     return true;
   }
 
-  // A file on disk can stand behind its end and is read into sfEndOfData there, as one that is cut short. A
-  // buffer has no such place, and ends the same way from its last: where the bytes of a record are kept makes
-  // no difference to what is read of it.
+  // A file on disk can be positioned behind its end; reading there ends in sfEndOfData, as in a file that is
+  // cut short. A buffer has no such place, so it is positioned at its end, where reading ends in the same
+  // way. What is read must not depend on where the bytes are kept.
   void SeekNextBlock() {
     const bool isBuffer = file_.FileType == TSorFile::ftMemory || file_.FileType == TSorFile::ftFixedBuffer;
     const long long end = isBuffer ? static_cast<long long>(file_.GetDataSize())

@@ -151,7 +151,8 @@ void TEmbData1E::Read(TSorFile* file) {
 }
 
 // The record stands here as a file of its own and finds its own end. Its size is what it takes in the form in
-// which it will be written; inside a record that is itself measured afterwards it need not be known yet.
+// which it will be written. It is not measured here if it stands inside a record that will be measured with
+// all that it holds.
 void TEmbData1E::ReadRecord(TSorFile& file) {
   if (!reflyze::ReadBudget::MayNest(file)) return;
   auto record = std::make_unique<TSorData>();
@@ -161,8 +162,8 @@ void TEmbData1E::ReadRecord(TSorFile& file) {
   Take(record.release(), Kind::kRecord, size);
 }
 
-// A block of a revision that cannot be read is written in full all the same; what follows it stands behind
-// its size.
+// A block of a revision that cannot be read was written in full all the same. What follows it stands where
+// its size says.
 void TEmbData1E::ReadRFTSEvents(TSorFile& file, int size) {
   const unsigned long start = file.Tell();
   auto events = std::make_unique<TSorBlockRFTSEvents>();

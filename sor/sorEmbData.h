@@ -19,7 +19,7 @@ class TEmbData1E : public TSorBlock {
   static constexpr const char* kRFTSEvents = "RFTSEVENTS";
   static constexpr const char* kLinearTrace = "LINF";
 
-  // The identifier stands in the member ID of every block: a record of this kind has none of its own on file.
+  // The identifier of the data is the member ID, which other blocks have for their own name.
   TString Comment;
   TString Description;
   int DataSize = 0;  // bytes of the data on file
@@ -44,11 +44,11 @@ class TEmbData1E : public TSorBlock {
   long GetBlockSize() override;
   int GetBlockType() const override { return btEmbData1E; }
   int GetBlockLastKnownRevisionNo() const override { return kLastKnownRevisionNo; }
-  // Deep copy. The data go first, so that an assignment to itself leaves none.
+  // Deep copy. The old data are dropped first, so that an assignment to itself leaves none.
   void Assign(const TSorBlock& other) override;
   void Assign(const TEmbData1E& other);
-  // A record inside more than kDeepestNesting others ends in the stream state sfReadError. Bytes that the
-  // file does not have are not there afterwards: the size is that of what was found.
+  // A record inside more than kDeepestNesting others ends in the stream state sfReadError. Where the file
+  // ends before the data do, DataSize becomes the number of bytes that were found.
   void Read(TSorFile* file) override;
   void Write(TSorFile* file) override;
   void Damp(FILE* out) const override;
@@ -119,7 +119,8 @@ class TSorBlockEmbData : public TSorBlock {
   int GetBlockLastKnownRevisionNo() const override { return kLastKnownRevisionNo; }
   void Assign(const TSorBlock& other) override;
   void Assign(const TSorBlockEmbData& other);
-  // The record in which the data end is kept; those that the count promises behind it are empty.
+  // Where the data end, the record that was being read is kept, and those that the count promises behind it
+  // are empty.
   void Read(TSorFile* file) override;
   void Write(TSorFile* file) override;
   // Writes with the sizes that GetBlockSize has found, and measures nothing.

@@ -10,10 +10,10 @@
 
 // The "FxdParams" block (SR-4731): how the trace was acquired, and the time base of its points.
 //
-// A trace is a row of stretches, each taken with a pulse width and a data spacing of its own, so every step
-// between a point and its time walks the stretches. Times are one-way times in units of 100 ps. The
-// conversions allocate nothing and accept whatever a file put into the fields: counts and spacings of 0 or
-// below follow the arithmetic.
+// A trace is a row of stretches, each taken with a pulse width and a data spacing of its own. Every
+// conversion between a point and its time walks the stretches. Times are one-way times in units of 100 ps.
+// The conversions allocate nothing and accept whatever a file has put into the fields: counts and spacings of
+// 0 or below are computed with like all others.
 class TSorBlockFixedParameters : public TSorBlock {
  public:
   int DTS;                    // time of the measurement, s since 1970, UTC; a new block takes the present

@@ -137,14 +137,15 @@ void TSorBlockQRTParameters::ReadAssociatedFilesPathsIfRequired(TSorFile* file) 
 
 // --- What follows from a field that was read ---
 
-// No filter is stronger than level 10: a number beyond it is a mistake and stands for the plain filter.
+// The field counts in tenths of a level. No filter is stronger than level 10: a number beyond it is a mistake
+// and is taken for the plain filter, level 1.
 void TSorBlockQRTParameters::OnFLevelRead() {
   constexpr short kStrongest = 100;
   constexpr short kFull = 10;
   if (FLevel > kStrongest) FLevel = kFull;
 }
 
-// A file that knows the old form only says whether there are splitters, and how many outputs they have.
+// The old form only says whether there are splitters, and how many outputs they have.
 void TSorBlockQRTParameters::OnOldPonRead() {
   PonType = Pon.PonEnabled != 0 ? 1 : 0;
   FirstSplitterRatio = Pon.PonSplitter;
@@ -191,8 +192,9 @@ double TSorBlockQRTParameters::GetSW(int i) const {
   return GetSW(1) + GetSW(2);
 }
 
-// Half a unit is added whatever the sign, so a negative value comes out a unit towards zero. The numbers on
-// both sides of 1 and 2 reach the fields on both sides of the two; all others reach nothing.
+// Half a unit is added whatever the sign, so a negative value is stored a unit nearer to zero. The numbers 0
+// and 3 set the fields that stand before and behind the two on file, LaserAtt and Reserved1: hosts may rely
+// on it. All other numbers set nothing.
 void TSorBlockQRTParameters::SetSW(int i, double v) {
   const short raw = TruncToShort(v * 1000.0 + 0.5);
   if (i == 0) LaserAtt = raw;
@@ -211,7 +213,8 @@ int TSorBlockQRTParameters::GetSWdG() const {
   return SW2 > 0 ? 2 : 0;
 }
 
-// Before the signs told the two ways apart, the first was the one and the second the other.
+// From this revision on the sign tells which of the two ways is dM and which is dG. Before, the first was dM
+// and the second dG.
 namespace {
 constexpr int kSinceSignedSwitch = 229;
 }
@@ -229,7 +232,7 @@ double TSorBlockQRTParameters::GetFilterLevel() const {
   return 1 + (IsFlag(kFilterLevelFull) ? 2 : 0) + (IsFlag(kFilterLevelHalf) ? 1 : 0);
 }
 
-// The level stands in two places: exactly, and in the two bits that were its only place before.
+// The level is stored twice: exactly, and roughly in the two flags, which older readers know.
 void TSorBlockQRTParameters::SetFilterLevel(double v, int dynamic) {
   SetFlag(kDynFilter, dynamic);
   FLevel = TruncToShort(v * 10.0 + 0.5);
@@ -237,8 +240,8 @@ void TSorBlockQRTParameters::SetFilterLevel(double v, int dynamic) {
   SetFlag(kFilterLevelHalf, v >= 0.9 && v < 1.5);
 }
 
-// A factor below 3 stands as it is, with four decimals, and a greater one as its logarithm, which the top bit
-// says.
+// A factor below 3 is stored as it is, in units of 0.0001. A greater one is stored as its logarithm, and the
+// top bit says so.
 namespace {
 constexpr int kLogarithmBit = 0x8000;
 constexpr double kLogarithmFrom = 3.0;

@@ -10,8 +10,8 @@
 
 namespace reflyze {
 
-// From levels in dB to linear values, for loops over many levels: counted from `maxDb`, with the sign of what
-// lies above and below; levels below are expanded by a whole factor.
+// From levels in dB to linear values, for loops over many levels. A level is counted from `maxDb`: a level
+// above it has a positive value, one below a negative one. Levels below are expanded by a whole factor first.
 class LinearScale {
  public:
   LinearScale(double maxDb, int expansion) : maxDb_(maxDb), expansion_(expansion) {}
@@ -32,7 +32,7 @@ class LinearScale {
   int expansion_;
 };
 
-// Levels below `maxDb` as they would stand without compression, by a whole factor.
+// Undoes the compression of levels below `maxDb` by a whole factor.
 template <class Real>
 class Expansion {
  public:
@@ -189,7 +189,7 @@ class TSorBlockQRTParameters : public TSorBlock {
   void SetFlagVL(int v);
   // Losses of the two ways through the optical switch, in dB, and of both for any other i.
   double GetSW(int i) const;
-  // Stores for i of 1 or 2. The fields on both sides have always been within reach, as 0 and 3.
+  // Stores a loss in dB, for an i of 1 or 2. An i of 0 or 3 sets LaserAtt or Reserved1 instead.
   void SetSW(int i, double v);
   int GetSWdM() const;   // which way is stored negative: 1, 2, or 0 for none
   int GetSWdG() const;   // which way is stored positive: 1, 2, or 0 for none
@@ -222,7 +222,7 @@ class TSorBlockQRTParameters : public TSorBlock {
   int GetNegScale() const { return 1 + ((Flags >> kNegScaleShift) & kMaxNegScale); }
   void SetNegScale(int n);
 
-  // 5 log10(x) for x of at least 1, low by up to 0.0002 dB, and by 0.0008 dB just above 4000.
+  // 5 log10(x) for x of at least 1; too low by up to 0.0002 dB, and just above 4000 by up to 0.0008 dB.
   static double log5t(double x) { return reflyze::QuickLog(x); }
   static float flog5t(float x) { return static_cast<float>(reflyze::QuickLog(x)); }
   // 500000 log10(x) for x of at least 1.
@@ -232,8 +232,8 @@ class TSorBlockQRTParameters : public TSorBlock {
   static float Log5(float x, float k) { return reflyze::SignedLog5(x, k); }
   // 10^(x / 5), in single precision for x of at least 0.
   static double poww(double x) { return reflyze::Pow5(x); }
-  // Linear value of a level in dB: counted from MAX, with the sign of what lies above and below. With `raw`
-  // the levels below MAX are taken as they stand, otherwise they are expanded.
+  // Linear value of a level in dB, counted from MAX: positive for a level above it, negative for one below.
+  // With `raw` a level below MAX is taken as it stands, otherwise it is expanded.
   double Log5ToLin(double level, int raw = 0) const;
   reflyze::LinearScale ToLinear() const { return {GetMAX(), GetNegScale()}; }  // the same, not raw
   float Log5ToLin(float level, int raw = 0) const;
@@ -313,7 +313,7 @@ void TSorBlockQRTParameters::Fields(Self& b, Visitor& v) {
   v.Pairs("TypeEvent", b.TypeEvent.data(), "PosInPoint", b.PosInPoint.data(),
           reflyze::Listed(b.TVL, b.TypeEvent, b.PosInPoint), 203);
   v.Int("TEMP(K)", b.TEMP, 204);
-  // The files that a file names are not followed, and go no further.
+  // The paths of other files are passed over in reading, and none are written.
   if constexpr (std::is_same<Visitor, reflyze::FieldReader>::value) {
     b.SkipAssociatedFilesPathsIfRequired(&v.file());
   } else {

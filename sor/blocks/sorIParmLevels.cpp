@@ -20,8 +20,8 @@ void TSorBlockQRTParameters::SetMAX(double v) {
   MAX = TruncToUShort(-v / Scale * 1000000.0);
 }
 
-// The two bits hold the factor less one, and so does n. A number below 0 has never been held back: its low
-// bits count from the place of the two upwards.
+// n is the factor less one, as the two bits hold it. A number below 0 is not refused: it is shifted to the
+// place of the two bits and added, and changes the flags above them too.
 void TSorBlockQRTParameters::SetNegScale(int n) {
   const unsigned int scale = static_cast<unsigned int>(std::min(n, kMaxNegScale)) << kNegScaleShift;
   const unsigned int others = static_cast<unsigned int>(Flags) & ~static_cast<unsigned int>(kNegScaleBits);
@@ -42,21 +42,21 @@ double TSorBlockQRTParameters::fPow5(unsigned short raw) const { return fPow5(ra
 
 namespace {
 
-// How linear values become raw samples, which count downwards from 0 dB. Around zero the samples run straight
-// between -1 and 1; their slope is the logarithm of 2 although the logarithms meet the line elsewhere, and
-// the step of the logarithm is right for the scale factor of 1000 alone, the one that instruments write. So
-// it has always been stored.
+// How linear values become raw samples, which count downwards from 0 dB. Between -1 and 1 the samples follow
+// a straight line. Two things are not exact, and stay so because traces have always been stored that way. The
+// slope of the line is the logarithm of 2, although the logarithms meet the line elsewhere. And the step of
+// the logarithm is right only for the scale factor of 1000, which is what instruments write.
 class RawScale {
  public:
   // `scaleFactor` is that of the samples, `negScale` the factor by which levels below `max` are compressed.
   RawScale(unsigned short max, short scaleFactor, int negScale) : max_(max), maxf_(max) {
-    // A factor of 0 makes every sample read 0 dB. Samples of the usual factor are then the ones that make
-    // sense of a repaired record.
+    // With a factor of 0 every sample reads 0 dB. Then the samples are made for the usual factor, so that
+    // they are right once somebody repairs the record.
     constexpr int kUsualFactor = 1000;
     constexpr int kUnitsPerDb = 100000;  // of the integer logarithm
     step_ = kUnitsPerDb / (scaleFactor != 0 ? scaleFactor : kUsualFactor);
-    // The compressed step has 16 bits. They wrap for factors far below those of any instrument, and should
-    // nothing be left, the uncompressed step stands in.
+    // The compressed step has 16 bits, and wraps for factors far below those of any instrument. Where that
+    // leaves 0, the uncompressed step is taken.
     negStep_ = reflyze::SignedLowBits16(step_ * negScale);
     if (negStep_ == 0) negStep_ = step_;
     const int logTwo = reflyze::Log500k(2.0f);

@@ -71,9 +71,9 @@ class TSorBlockMap : public TSorBlock {
   void Write(TSorFile* file) override;
   void Damp(FILE* out) const override;
 
-  // Some instruments put a second, broken head before the map. Whether the bytes at `start` look like one,
-  // and the search for the true map behind it: the number of bytes between, with the stream behind the map's
-  // ID; or 0, with the stream back at the start, where there is none.
+  // Some instruments put a second, broken head before the map. The first function says whether the bytes at
+  // `start` look like one. The second looks for the true map behind it: it gives the number of bytes between,
+  // and leaves the stream behind the map's ID. Without a map it gives 0, with the stream back at the start.
   bool SuspectJdsuCorrupted(TSorFile* file, unsigned int start);
   unsigned int ReadUntilJdsuCorruptedMap(TSorFile* file, unsigned int start);
 

@@ -28,9 +28,8 @@ T LevelOf(T signedSample, T scaleFactor) {
   return signedSample * scaleFactor * static_cast<T>(1e-06);
 }
 
-// The sign is not looked at: a positive level, as a temperature trace has it, passes the limit as a negative
-// number and leaves its low 16 bits. No one relies on that sample, and the cache holds the level that was
-// given.
+// The sign is not looked at. A positive level, as a temperature trace has it, becomes a negative number and
+// leaves its low 16 bits in the sample. Nobody relies on that sample, and the cache holds the level as given.
 template <class T>
 unsigned short SampleOf(T level, short scaleFactor) {
   constexpr int kLowestSample = 65535;
@@ -279,8 +278,8 @@ void TSorBlockDataPoints::SetRawLevel(long n, unsigned short raw) {
   if (static_cast<size_t>(n) < levels_.size()) levels_[static_cast<size_t>(n)] = level;
 }
 
-// The filters set every level of a trace, so that the one stretch of points that all traces have is looked up
-// at once; what is wrong with any other is said by the checks behind.
+// The filters set every level of a trace, so the usual case goes first: one sub-block, and a point inside.
+// For any other, the checks below say what is wrong.
 template <class T>
 void TSorBlockDataPoints::GenericSetLevel(long n, T level) {
   TSorBlockDataPoints1SF* only = DPSF_ != nullptr && DPSF_->GetSize() == 1 ? DPSF_->GetData(0) : nullptr;

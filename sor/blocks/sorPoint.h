@@ -20,8 +20,8 @@ struct LevelView {
   float operator[](long point) const {
     return static_cast<unsigned long>(point) < count ? levels[point] : kOutsideDb;
   }
-  // Calls `work(levels)` for work that reads no point outside `first` up to but not including `end`: with the
-  // bare levels where all of these are there, which is seen here once, and else with this view.
+  // Calls `work(levels)`, for work that reads only points from `first` up to but not including `end`. Where
+  // all of them exist it gets the bare array, so that no point is checked again; else it gets this view.
   template <class Work>
   auto Over(long first, long end, Work work) const {
     return first >= 0 && end <= static_cast<long>(count) ? work(levels) : work(*this);

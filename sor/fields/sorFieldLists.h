@@ -21,10 +21,10 @@ long Listed(long count, const Arrays&... arrays) {
   return std::max(0L, std::min({count, static_cast<long>(arrays.size())...}));
 }
 
-// Sub-blocks that the block owns in `items`, after their 2-byte count: each(item, visitor) walks the fields
-// of one. There are as many as the count says, wherever the data end: what is missing keeps its defaults, so
-// that an entry for each event is one for each event still. A reading that can't afford them keeps those that
-// it has found.
+// Sub-blocks that the block owns in `items`, after their 2-byte count. each(item, visitor) walks the fields
+// of one. A reading makes as many as the count says, even where the data end before: those that are missing
+// keep their defaults, so that a table with one entry for each event stays one. Where the reading can't
+// afford them (see ReadBudget), it keeps those that it has found.
 template <class Visitor, class Items, class Each>
 void OwnedList(Visitor& v, const char* countLabel, const char* label, const char* heading, Items& items,
                Each&& each, int since = 0) {
@@ -60,8 +60,8 @@ void OwnedList(Visitor& v, const char* countLabel, const char* label, const char
   }
 }
 
-// Integers after their 4-byte count, as many as the file has: a short file can't ask for much memory. The
-// count itself is a matter of the file only.
+// Integers after their 4-byte count. A reading takes as many as the file has, so that a short file can't ask
+// for much memory. The count stands on file only; in memory it is the size of the array.
 template <class Visitor, class Values>
 void CountedArray(Visitor& v, const char* label, Values& values, int since) {
   if constexpr (std::is_same<Visitor, FieldReader>::value) {

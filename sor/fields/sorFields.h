@@ -24,22 +24,24 @@
 // width of the value's type (1, 2 or 4 bytes, little-endian), and the default is the member's initialiser.
 //
 // A visitor has these operations; `since` is the lowest block revision that has the field:
-//   Id(label, text)                             the block's ID, on file from revision 200
-//   Int(label, value, since)                    an integer of 1, 2 or 4 bytes
-//   Text(label, text, since)                    a text that ends with a zero byte
-//   FixedText(label, text, width, since)        a text of exactly `width` bytes
-//   Bytes(label, data, count, since)            raw bytes
-//   Count(label, block, value, set, since)      a count: the reader calls set(block, n), which stores it and
-//   sizes
-//                                               the arrays that follow; other visitors take it as an Int
-//   Array(label, values, count, since)          `count` integers
-//   Pairs(labelA, a, labelB, b, count, since)   `count` pairs, interleaved on file
-//   List(label, heading, count, each, since)    sub-blocks: each(i, visitor) walks the fields of number i
-//   Group(label, body, since)                   fields that belong together: body(visitor) walks them
-//   OnRead(block, action)                       action(block), or action(block, reader) where the action
-//   needs the
-//                                               stream or its revision, runs at this place of a reading, and
-//                                               only then
+//
+//   Id(label, text)                            the block's ID, on file from revision 200
+//   Int(label, value, since)                   an integer of 1, 2 or 4 bytes
+//   Text(label, text, since)                   a text that ends with a zero byte
+//   FixedText(label, text, width, since)       a text of exactly `width` bytes
+//   Bytes(label, data, count, since)           raw bytes
+//   Count(label, block, value, set, since)     a count (1)
+//   Array(label, values, count, since)         `count` integers
+//   Pairs(labelA, a, labelB, b, count, since)  `count` pairs, which take turns on file
+//   List(label, heading, count, each, since)   sub-blocks: each(i, visitor) walks the fields of number i
+//   Group(label, body, since)                  fields that belong together: body(visitor) walks them
+//   OnRead(block, action)                      what a reading does at this place (2)
+//
+// (1) The reader calls set(block, n), which stores the count and sizes the arrays that follow. Other visitors
+// take the count as an Int.
+//
+// (2) Only the reader calls it: action(block), or action(block, reader) where the action needs the stream or
+// its revision.
 namespace reflyze {
 
 constexpr int kSinceRev200 = 200;
@@ -108,8 +110,8 @@ class FieldReader {
   }
 
  private:
-  // The stream empties a text that begins behind the end of the data; as a field it keeps its value, like all
-  // others.
+  // The stream empties a text that begins behind the end of the data. A field that is not on file keeps its
+  // value, so the text gets it back.
   template <class Read>
   void ReadText(TString& text, Read&& read) {
     const TString before = text;
@@ -188,8 +190,8 @@ class FieldWriter {
   void OnRead(Block&, Action&&) {}
 
  private:
-  // A reader takes so many bytes and the zero, no more: the closing zero of a longer text, or what is left of
-  // it, would be read as the next field.
+  // A reader takes this many bytes and the closing zero, and no more. The rest of a longer text would be read
+  // as the next field.
   static constexpr int kMostTextBytes = static_cast<int>(kMaxVariableStringBytes) - 1;
 
   template <class T>

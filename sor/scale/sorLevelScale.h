@@ -8,9 +8,9 @@
 
 // The arithmetic of the level scale, 5 log10 of the linear power, for every point of a trace.
 //
-// Logarithm and power are table look-ups with integer arithmetic around them: fast where there is no floating
-// point unit, and the same to the last bit everywhere. Event tables depend on their exact values, so a better
-// logarithm would be a worse one here.
+// Logarithm and power are looked up in tables, with integer arithmetic around: fast where there is no
+// floating point unit, and the same to the last bit everywhere. Event tables depend on these very values, so
+// they must not be made more exact.
 namespace reflyze {
 
 // Filled while the program is loaded, before any thread can ask.
@@ -66,9 +66,9 @@ inline int Log500k(float x) {
   return IntegerLog(x) + bias;
 }
 
-// The scale runs straight through 0: between -2 and 2 the logarithm, which would fall without end, gives way
-// to the line that meets it at both ends. Its slope is 5 log10(2) / 2. The values in single precision are
-// those that traces have always been made with, and not the ones in double precision rounded.
+// The scale runs straight through 0. Between -2 and 2 the logarithm, which would fall without end, is
+// replaced by the line that meets it at both ends; its slope is 5 log10(2) / 2. The constants in single
+// precision are not those in double precision rounded: traces have always been made with them.
 constexpr double kStraightUpTo = 2.0;
 constexpr double kStraightDb = 0.752574989159953;   // dB per unit of linear value
 constexpr double kStraightLin = 1.328771237954945;  // linear value per dB
@@ -132,7 +132,7 @@ inline double Pow5InTable(double x) {
 // 10^(x / 5) of a level below 0, or far above what traces hold.
 double Pow5OutsideTable(double x);
 
-// 10^(x / 5), for x of at least 0 from the table: 40 dB at a time, of which a trace has two.
+// 10^(x / 5); for x of at least 0 from the table, which holds 40 dB. A trace has levels in two such ranges.
 inline double Pow5(double x) {
   if (x >= 0.0 && x <= kLargestTableDb) return Pow5InTable(x);
   if (x > kLargestTableDb && x <= 2.0 * kLargestTableDb) {
@@ -141,8 +141,8 @@ inline double Pow5(double x) {
   return Pow5OutsideTable(x);
 }
 
-// Pow5 for values that change little from one to the next, as levels along a trace do: most lie in the octave
-// of the one before, where decade and octave need no looking up.
+// Pow5 for values that change little from one to the next, as levels along a trace do. Most lie in the same
+// octave as the one before, so that decade and octave need not be looked up again.
 class Pow5Run {
  public:
   double operator()(double x) {

@@ -42,9 +42,9 @@ constexpr std::size_t kMaxVariableStringBytes = 1024;
 // What stands behind a stream. It runs the checksum and sets the state of the stream that owns it; both start
 // anew with a new backend.
 //
-// The checksum takes in what is written, whether or not the writing succeeded, and what is read as bytes or
-// text. Of the scalars that are read only those from disk go in: a checksum is never compared on reading, so
-// the writer's value is the one that has to be right, and it depends on no read.
+// The checksum takes in all that is written, whether or not the writing succeeds, and all that is read as
+// bytes or text. Scalars that are read go in from disk only. That does no harm: nobody compares a checksum in
+// reading, and the value that a writer stores depends on no read.
 class SorFileBackend {
  public:
   SorFileBackend(unsigned short* crc, int* state);
@@ -240,7 +240,7 @@ class FixedBufferSorFileBackend : public reflyze::BytesBackend<FixedBufferSorFil
   unsigned long size_;
 };
 
-// Stores nothing and only counts: the way to measure a block is to write it here. Reads leave their targets
+// Stores nothing and only counts bytes. A block is measured by writing it here. Reads leave their targets
 // alone.
 class VirtualSorFileBackend : public reflyze::ScalarBackend<VirtualSorFileBackend> {
  public:

@@ -52,7 +52,7 @@ void ReadBudget::Charge(TSorFile& file, unsigned long start, long objects) {
   if (level == nullptr) return;
   const unsigned long position = file.Tell();
   const unsigned long long bytes = position > start ? position - start : 0;
-  // A file on disk may stand anywhere behind its end: only a place where something was read is in it.
+  // A file on disk may be positioned behind its end. Only where something was read it surely has a place.
   level->account_->Add(bytes + static_cast<unsigned long long>(std::max(objects, 0L)) * kObjectBytes,
                        bytes > 0 ? position : 0);
 }
