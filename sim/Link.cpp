@@ -26,8 +26,8 @@ constexpr size_t kMostEchoing = 100;  // reflections whose echoes are followed, 
   throw LinkError(field + ": " + why);
 }
 
-// One JSON object while it is read: knows where it stands in the document, and at the end that nothing was
-// left unread, so that a misspelt field is an error and not a default.
+// One JSON object while it is read. It knows its place in the document, for messages. At its end it checks
+// that every field was read, so that a misspelt field is an error and not a default.
 class Object {
  public:
   Object(const Document& value, std::string place) : value_(value), place_(std::move(place)) {

@@ -14,8 +14,8 @@ namespace {
 constexpr short kScaleFactor = 1000;  // samples in steps of 0.001 dB
 constexpr double kDsPerOwt = 10000.0;
 
-// White noise with a variance of 1. Twelve uniform numbers added have that variance, and no library function
-// whose last digit is open enters.
+// White noise with a variance of 1: the sum of twelve uniform numbers. No library function enters whose last
+// digit differs from one machine to the next.
 class Noise {
  public:
   explicit Noise(std::uint64_t seed) : bits_(seed) {}
@@ -38,8 +38,8 @@ unsigned short SampleOf(double levelDb) {
   return TruncToUShort(std::max(steps, 0.0));
 }
 
-// The record first gets its scales, since their fields are integers: the trace is then computed for the
-// spacing, offset, group index and pulse that the record really states.
+// The scales of the record. They are set first, since their fields are integers: the trace is then computed
+// for the spacing, offset, group index and pulse that the record really states.
 void FillScales(const Link& link, TSorData& record) {
   TSorBlockFixedParameters& fixed = *record.FxdParams;
   fixed.DTS = static_cast<int>(link.dateUtc);

@@ -92,8 +92,8 @@ void Waveform::LayFibre(const Link& link) {
   }
 }
 
-// Light that goes to a reflector, back to an earlier one, and to the first again looks like an event as far
-// behind the later as that lies behind the earlier (text-book: ghosts).
+// Ghosts. Light that goes to a reflector, back to a nearer one, and to the first again comes later by the way
+// between the two. It looks like an event behind the far reflector, as far as that lies behind the near one.
 void Waveform::AddEchoes(const Link& link) {
   std::vector<std::pair<size_t, double>> reflecting;  // joint, reflectance as a ratio
   for (size_t i = 0; i < jointKm_.size(); ++i) {

@@ -19,13 +19,16 @@ struct Reflector {
   double power = 0.0;  // at the receiver, linear
 };
 
-// The noise-free power at the receiver input and output, in the time after the pulse that a position stands
-// for.
+// The noise-free power at the receiver's input and output. A position stands for the time at which light of
+// the front of the pulse comes back from there.
 //
 // The pulse is rectangular, of a length in the fibre of c T / (2 n). At the position z its front returns from
 // z and its back from one pulse length before, so the receiver sees the backscatter of that stretch,
-// exponential in each section (text-book), and every reflection on it. Reflectance and height are tied by R =
-// Bc + 10 log10((10^(h/5) - 1) T) (IEC 61746-1), Bc for a pulse of 1 ns, T in ns.
+// exponential in each section, and every reflection on it. Reflectance R and height h are tied by
+//
+//   R = Bc + 10 log10((10^(h/5) - 1) T)    (IEC 61746-1)
+//
+// with the backscatter coefficient Bc for a pulse of 1 ns and the pulse width T in ns.
 class Waveform {
  public:
   explicit Waveform(const Link& link);

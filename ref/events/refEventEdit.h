@@ -35,6 +35,7 @@ int RefEventRecalculate(TSorData* sor, TSorBlockKeyEvents1E* event, int unused);
 int RefEventRecalculate(TSorData* sor, TSorBlockQRTEvents1E* event);
 // All key events of a table. With the flag, only the first, and the result is 1; else 0.
 int RefEventRecalculate(TSorData* sor, TSorBlockKeyEvents* events, int onlyFirst);
+
 // The same for callers that measure many events of a trace: sections that begin at the same point share the
 // sums of their lines.
 namespace reflyze {
@@ -44,6 +45,7 @@ void MeasureEvent(TSorBlockQRTEvents1E& event, SectionFits& fits);
 void MeasureEvents(TSorBlockKeyEvents& events, SectionFits& fits);  // all of a table
 void MeasureLoss(TSorBlockKeyEvents1E& event, SectionFits& fits);   // as RefEventSCalculate
 }  // namespace reflyze
+
 // Reflectance, and whether the event is reflective, as the comparison sees them: the peak over the level at
 // ML1, which counts as `minHeight` dB at least. Both store the place of the peak in ML4 where that is 0.
 double RefEventGetEventRFTSReflection(TSorData* sor, TSorBlockKeyEvents1E* event, double minHeight);

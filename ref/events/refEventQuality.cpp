@@ -17,7 +17,7 @@ using namespace reflyze;
 
 namespace {
 
-// A host finds these failures under the name of the whole of the event operations.
+// Hosts know these assertions under the name of this file, which stands for all event operations.
 constexpr char kAssertionFile[] = "../ref/refEvent.cpp";
 
 double MidLevelOfLine(TSorData& sor, double fromOwt, double toOwt) {
@@ -128,11 +128,12 @@ class Launch {
     return true;
   }
 
-  // What the level behind the launch, carried back, lacks to that at the launch: lost in the first connector
-  // and in what stands close behind it.
+  // By how much the level behind the launch, carried back to it, lies below the level at the launch, in dB:
+  // the loss of the first connector and of what stands close behind it.
   double GapDb() { return levelDb_ - LevelBehindDb(); }
 
-  // Light thrown back at the launch against the backscatter of a metre of fibre, a pulse long.
+  // Light that the launch reflects, over the backscatter of the pulse, times the loss of a metre of fibre in
+  // dB: 10^((R - Bc) / 10) / T * 10^-3 * aci.
   double Quality() const {
     const double reflectance = RefEventReflection(&sor_, 0.0, heightDb_);
     return elementary::Exp10((reflectance - sor_.FxdParams->GetBC()) / 10.0 - 3.0) / pulseNs_ * aci_;

@@ -13,7 +13,7 @@ using namespace reflyze;
 
 namespace {
 
-// A peak that is no peak still has a logarithm.
+// Stands for a height of 0 or less, which has no logarithm.
 constexpr double kLeastHeightDb = 0.001;
 // Up to this height the receiver's fall is taken from the dB value, above it from the power.
 constexpr double kLinearCorrectionDb = 0.2;
@@ -153,8 +153,8 @@ double RefEventReflection(TSorData* sor, long point, double startLevel, long end
   const long begin = std::clamp(-point, 1L, pulsePoints);  // of the pulse's part on the trace
   const long end = std::clamp(points - point, begin, pulsePoints);
   double sum = 0.0;
-  // However long a pulse is beyond the trace: the levels there are all the same, and the line through them is
-  // at its middle what it is on the average.
+  // A pulse may reach far beyond the trace. The levels there are all the same, and the mean of the line over
+  // them is its value in their middle.
   const auto addOutside = [&](long from, long to) {
     const double count = static_cast<double>(to) - static_cast<double>(from);
     const double middle = (static_cast<double>(from) + static_cast<double>(to) - 1.0) / 2.0;

@@ -48,8 +48,7 @@ double RefEventORL(TSorData* sor, double owt1, double owt2);
 double RefEventCalcORL(TSorData* sor, double owt1, double owt2);
 // Stores the return loss between the markers of the end-to-end loss. 2 for a temperature trace, else 0.
 int RefEventSetORL(TSorData* sor);
-// The end-to-end loss is the analysis' own matter; this is where an instrument of another make would settle
-// it.
+// Does nothing: the analysis itself stores the end-to-end loss. Hosts of other instruments settle it here.
 void RefEventSetEEL(TSorData* sor);
 // A new backscatter coefficient shifts every reflectance with it; events without one keep their 0. 2 for a
 // temperature trace, which stays as it is, else 0.

@@ -218,8 +218,8 @@ class NoiseFloor {
   float last_ = 0.0f, middle_ = 0.0f, first_ = 0.0f;  // estimates of the stretches up to 1, 0.95 and 0.9
 };
 
-// Some instruments wrote the inverse of the scale factor. What the repair gives can't be taken for an inverse
-// again. 16 bits hold it, with a sign for the largest.
+// Some instruments wrote the inverse of the scale factor: 17 to 100. Repaired it is 10,000 to 58,823, which
+// is no such inverse, so that a second call changes nothing. The field keeps the low 16 bits.
 void NoiseFloor::RepairScaleFactor() {
   const long factor = reflyze::LowBits16(fixed_.NFSF);
   if (factor >= 17 && factor <= 100) fixed_.NFSF = reflyze::SignedLowBits16(1000000 / factor);
@@ -245,7 +245,8 @@ bool NoiseFloor::TailContradictsBoth() {
   return true;
 }
 
-// A noise log that can't be true takes the instrument's figure out of the game.
+// Where the noise log can't be true, the figure of the instrument says nothing. The stored floor is taken if
+// the tail agrees with it.
 bool NoiseFloor::StoredAgreesDespiteLog() {
   constexpr unsigned short kWholeLog = 10000;
   constexpr double kNearStoredDb = 1.0;
@@ -256,8 +257,8 @@ bool NoiseFloor::StoredAgreesDespiteLog() {
   return true;
 }
 
-// Behind the end of the points the range goes on, so the tail may well be fibre: the instrument's figure
-// counts, unless the tail is noise and says otherwise.
+// Where the points end before the range does, the tail may well be fibre. The figure of the instrument counts
+// then, unless the tail is noise and says otherwise.
 bool NoiseFloor::TraceEndsBeforeRange() {
   constexpr double kWholeRange = 0.99;      // a trace that covers this share of the range has reached its end
   constexpr double kClearlyHigherDb = 0.5;  // the instrument's figure over the stored one

@@ -81,7 +81,7 @@ class LaunchFall {
     if (rate < kSlowDbPerKm) {
       rate = (sor_->NumToLevel(start_) - sor_->NumToLevel(end_)) /
              (sor_->NumToALen(end_) - sor_->NumToALen(start_));
-      if (!(rate >= kSlowestDbPerKm)) rate = kSlowestDbPerKm;  // nor is a fall over no distance a rate
+      if (!(rate >= kSlowestDbPerKm)) rate = kSlowestDbPerKm;  // also where the fall has no length
     }
     return rate;
   }

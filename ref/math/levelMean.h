@@ -4,9 +4,9 @@
 
 namespace reflyze {
 
-// Means of levels in dB over many windows of a trace, compression of low levels undone: what RefMathPower
-// gives for a window inside the trace, and what a window one point further on makes of it. The trace and the
-// floor of its scale stay as they are meanwhile.
+// Means of levels in dB over many windows of a trace, with the compression of low levels undone. A mean is
+// what RefMathPower gives for a window inside the trace, or is moved on by one point from the mean before.
+// The trace and the floor of its scale must not change meanwhile.
 template <class Real>
 class LevelMean {
  public:
@@ -44,8 +44,9 @@ class LevelMean {
   Expansion<Real> expansion_;
 };
 
-// Means over short windows of one length that begin at points in a row. Each is added up in the order of its
-// own points, as LevelMean::Over does, but several at once: they share most of their points.
+// Means over short windows of one length that begin at points in a row. Several are added up at once, since
+// they share most of their points. Each is added in the order of its own points, so that it equals
+// LevelMean::Over to the last bit.
 template <class Real>
 class MeansInARow {
  public:

@@ -15,10 +15,10 @@
 //   from the last point, so a fibre that loses light has a positive slope, in dB per point, and the intercept
 //   is the level of the line at the last point.
 //
-// None of these functions fails. What can't be computed has a fixed answer that callers rely on: each says
-// which. Points may lie outside the trace. Means count those at their level however many they are; of fits
-// the work grows with their number, so whoever computes one from data holds it near the trace. One-way times
-// are held there by the fits that take them.
+// None of these functions fails. Where something can't be computed, each says what it gives instead; callers
+// rely on it. Points may lie outside the trace. A mean counts them at their level and takes no longer for
+// many of them. A fit visits each, so a caller that computes a point from data has to hold it near the trace.
+// Fits that take one-way times do so themselves.
 
 class TSorData;
 

@@ -81,8 +81,8 @@ void RefMathLSL2f(TSorData* sor, long first, long last, float& yFirst, float& yL
   yLast = intercept;
 }
 
-// Weights 3, 1, -1, -3 over four equidistant levels give three times the slope of their line per third of the
-// section, over a sum of squares of 10.
+// With the four points at x = -3, -1, 1 and 3, the slope by least squares is the sum of x y over the sum of x
+// x, which is 20. The section is 6 units long: 6 / 20 = 0.3.
 float RefMathLSL4f(TSorData* sor, long first, long last) {
   using reflyze::TruncToLong;
   const float third = static_cast<float>(static_cast<double>(last - first) / 3.0);

@@ -61,9 +61,9 @@ void RefMathLSL2(TSorData* sor, double owt1, double owt2, double& y1, double& y2
   y2 = slope * owt2 + intercept;
 }
 
-// The trace is taken as a staircase: a point's level holds until the next point. With x counted from owt1,
-// S is the staircase's integral and M its integral times the x of each step's beginning; the closing formulas
-// are those of a line with the same two integrals.
+// The trace is taken as a staircase: a point's level holds until the next point. `sum` is the integral of the
+// staircase. `moment` is that integral with each step times its beginning, counted from owt1. The line wanted
+// has the same two integrals, which gives the formulas at the end.
 void RefMathLeastSquareLoss(TSorData* sor, double owt1, double owt2, double& slope, double& intercept) {
   const double f1 = std::max(sor->OwtTofNum(owt1), 0.0);
   const double f2 = std::max(sor->OwtTofNum(owt2), 0.0);

@@ -28,7 +28,7 @@ struct Window {
   long before, behind;  // points outside
 
   Window(long wantedFirst, long wantedCount, long points) {
-    // Behind the last point that a number can name there is no room for a window.
+    // A window may not reach further than the largest number of a long.
     wantedFirst = std::min(wantedFirst, std::numeric_limits<long>::max() - 1);
     const long room = std::numeric_limits<long>::max() - std::max(wantedFirst, 0L);
     const long wantedEnd = wantedFirst + std::min(wantedCount, room);
@@ -40,7 +40,7 @@ struct Window {
   long count() const { return before + (end - first) + behind; }
 };
 
-// What `count` points outside add to a sum. `value` gives that of one; it may be dear, and is rarely asked.
+// What `count` points outside add to a sum. `value` gives that of one, and is only called if there are any.
 template <class Value>
 auto SumOutside(long count, Value value) {
   using Real = decltype(value());
@@ -112,7 +112,7 @@ double RefMathAveragePointInSection(TSorData* sor, double owt1, double owt2, dou
   const long last = TruncToLong(sor->OwtTofNum(owt2));
   if (first == last) return sor->NumToLevel(first) * scale;
   if (last < first) return 0.0;  // an empty section, answered like an empty stretch
-  // A time before the trace is point -1, so that the number of points may be one more than a number can tell.
+  // A time before the trace is point -1, so that the number of points may exceed the largest long by one.
   constexpr long kMostCountable = std::numeric_limits<long>::max();
   const long count = last - std::max(first, 0L) >= kMostCountable - 1 ? kMostCountable : last - first + 1;
   const Window window(first, count, sor->DataPts->GetPointsNum());

@@ -8,7 +8,7 @@ namespace reflyze {
 
 namespace {
 
-// A trace has as many sections as it takes to cover it a few times.
+// The sections of a table cover the trace a few times at most.
 constexpr long kMostNotesPerPlace = 16;
 
 }  // namespace
@@ -52,7 +52,7 @@ SectionFits::Line SectionFits::Of(double fromOwt, double toOwt) {
 }
 
 LineSums SectionFits::SumsOver(long first, long end) {
-  // Sections of a broken table may all begin somewhere else: then nothing is lost with the notes.
+  // The sections of a broken table may all begin at different points. Notes are of no use then, and go.
   if (count_ > sor_.DataPts->GetPointsNum() / kPointsPerNote * kMostNotesPerPlace) {
     notes_.clear();
     count_ = 0;

@@ -19,11 +19,12 @@ struct LineSums {
   void Solve(double& slope, double& intercept) const;
 };
 
-// Lines of level against one-way time through many sections of one trace, the levels and the time base of
-// which stay meanwhile: what RefMathLSL gives. The sections in front of an event and behind the one before
-// it, those of a table and of the instrument's own events begin at the same point and end close to each
-// other: sums from a point on are noted now and then, so that a section is only summed from the last note
-// before its end.
+// Lines of level against one-way time through many sections of one trace, as RefMathLSL gives them. Levels
+// and time base of the trace must not change meanwhile.
+//
+// Many sections begin at the same point and end close to each other: the one in front of an event and the one
+// behind the event before it, those of the key events and of the instrument's own. So the sums from a point
+// on are noted every 256 points, and a section is only summed from the last note before its end.
 class SectionFits {
  public:
   explicit SectionFits(TSorData& sor) : sor_(sor) {}

@@ -10,8 +10,8 @@
 namespace reflyze {
 
 // The point at or before a one-way time: -1 for a time before the trace, the number of points for one behind
-// it. The time base of a broken record may promise any number of points; those that the trace lacks all read
-// alike, and nobody walks over more than one of them.
+// it. The time base of a broken record may promise any number of points. Those that the trace lacks all have
+// the same level, so the first of them stands for all.
 inline long PointAtOwt(const TSorData& sor, double owt) {
   return std::clamp(TruncToLong(sor.OwtTofNum(owt)), -1L, static_cast<long>(sor.DataPts->GetPointsNum()));
 }

@@ -78,7 +78,7 @@ long SlideWindow(const float* samples, long a, long b, float& out, int width, fl
 
 }  // namespace
 
-// The end is left out here and only here.
+// This form alone leaves out the end of the range.
 long RefAutoGetMin(TSorData* sor, long a, long b, float& min) {
   const TraceLevels levelDb(sor);
   return Search<std::less<float>>(levelDb, levelDb.Near(a), levelDb.Near(b) - 1, min, -1);
@@ -97,9 +97,9 @@ long RefAutoGetMax(float* samples, long a, long b, float& max, int side) {
   return Search<std::greater<float>>(samples, std::max(a, 0L), b, max, side);
 }
 
-// What a window has to reach is, at first, the first sample alone and not the first window: where the samples
-// are positive the first window of several samples gives way to the second as soon as that sums up to a
-// single sample, so that a peak is never placed at the very edge of its range.
+// The sum that a window has to reach is, at first, the first sample and not the sum of the first window.
+// Where the samples are positive, the second window nearly always reaches it, and the first one is given up.
+// So a peak is not placed at the very edge of its range.
 long RefAutoGetAvrMax(float* samples, long a, long b, float& out, int width, float dec) {
   if (samples == nullptr) return -1;
   a = std::max(a, 0L);

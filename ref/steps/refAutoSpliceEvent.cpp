@@ -7,7 +7,7 @@
 //
 // Against noise: a candidate is where two sums of three levels, `recoverPts` apart, differ by more than the
 // thresholds, which are not below the swing that the stretch itself shows (see RefAutoCalcPolar). Three
-// levels out of a window are cheap and not much: noise alone passes now and then. So every candidate is
+// levels out of a window are quick to add, but few: noise alone passes now and then. So every candidate is
 // measured again between the full means of both windows, and has to exceed three times what noise of the
 // height of the floor adds to such a mean. The floor stands 2.05 times above the root mean square of the
 // noise; a difference of two means scatters by the square root of 2 times one; so three times the floor's

@@ -157,8 +157,8 @@ class SplicePin {
     }
   }
 
-  // A place that is better, or worse by less than rounding. A clear step has a sharper minimum, so that the
-  // search can afford to climb further out of a side valley before it gives up.
+  // Takes a place that is better, or no worse than by rounding. A clear step has a sharper minimum, so that
+  // the search can climb further out of a side valley before it gives up.
   void Accept(long t, double costDb2) {
     constexpr float kClearStepDb = 0.1f;
     constexpr double kRounding = 1.001, kClearClimb = 1.2, kUnclearClimb = 1.03;  // times the error
