@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -54,6 +55,16 @@ class Listing {
     return *this;
   }
   const std::vector<std::string>& lines() const { return lines_; }
+  // The whole in 16 digits.
+  std::string Digest() const {
+    std::uint64_t digest = 14695981039346656037u;
+    for (const std::string& line : lines_) {
+      for (const char c : line + "\n") digest = (digest ^ static_cast<unsigned char>(c)) * 1099511628211u;
+    }
+    char text[20];
+    std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(digest));
+    return text;
+  }
 
  private:
   std::vector<std::string> lines_;
@@ -167,10 +178,15 @@ class Subject {
 
   std::string name() const { return json_.at("name"); }
   bool HasLater() const { return json_.contains("later"); }
+  // Whether a part of what is known of it is to be listed.
+  bool Lists(const std::string& part) const {
+    const nlohmann::json& lists = json_.at("lists");
+    return std::find(lists.begin(), lists.end(), part) != lists.end();
+  }
   // What is measured; what is measured later on the same fibre; the same fibre from its other end.
   nlohmann::json Link() const {
     nlohmann::json link = json_.at("link");
-    link["launch_level_db"] = -18;
+    if (!link.contains("launch_level_db")) link["launch_level_db"] = -18;
     link["averages"] = 20000;
     return link;
   }
@@ -196,8 +212,18 @@ class Subject {
     thresholds.THRef = values[1];
     thresholds.THEnd = values[2];
     thresholds.dBkm = values[3];
-    thresholds.fromAutomat = name().find("metro") == 0 ? 0 : 1;
+    thresholds.fromAutomat = Set("automat", 1);
+    thresholds.polar = Set("ripple", thresholds.polar);
+    thresholds.MinLine = Set("least_km", thresholds.MinLine);
+    thresholds.MinPin = Set("least_window", thresholds.MinPin);
+    thresholds.MaxPin = Set("most_window", thresholds.MaxPin);
+    thresholds.NFMargin = Set("margin_db", thresholds.NFMargin);
     return thresholds;
+  }
+  // What an instrument, an operator or a host may set otherwise, by its name under "set".
+  template <class Value>
+  Value Set(const char* what, Value usual) const {
+    return json_.contains("set") ? json_.at("set").value(what, usual) : usual;
   }
 
  private:
@@ -206,17 +232,66 @@ class Subject {
         reflyze::sim::Simulate(reflyze::sim::LinkFromText(link.dump()),
                                json_.at("seed").get<std::uint64_t>() + static_cast<std::uint64_t>(other));
     trace.record->GenParams->UO = json_.value("user_offset", 0);
+    TSorBlockQRTParameters& instrument = *trace.record->QRTParams;
+    instrument.IntFiber = Set("inside", 0);
+    instrument.begLevel = static_cast<short>(Set("launch_level", 0));
+    instrument.PonType = Set("splitters", 0U);
+    instrument.FirstSplitterRatio = Set("first_ratio", 1U);
+    instrument.SecondSplitterRatio = Set("second_ratio", 1U);
+    instrument.modes[0].BWU1 = static_cast<short>(Set("fall", static_cast<int>(instrument.modes[0].BWU1)));
+    instrument.SetFilterLevel(Set("filter_level", instrument.GetFilterLevel()), 0);
+    if (Set("no_floor", false)) instrument.MAX = 0;
     return std::move(trace.record);
   }
 
   nlohmann::json json_;
 };
 
-inline std::vector<Subject> Subjects() {
+inline std::vector<Subject> Subjects(const std::string& name = "links.jsonl") {
   std::vector<Subject> subjects;
-  std::ifstream links(std::string(REFLYZE_SOURCE_DIR) + "/tests/pinned/links.jsonl");
+  std::ifstream links(std::string(REFLYZE_SOURCE_DIR) + "/tests/pinned/" + name);
   for (std::string line; std::getline(links, line);) subjects.emplace_back(nlohmann::json::parse(line));
   return subjects;
+}
+
+// A part of what is known of a subject, by its name in the subject's lists.
+struct Part {
+  const char* name;
+  void (*list)(Listing& to, const Subject& subject);
+};
+
+// Holds every line of the parts against a file.
+template <class Parts>
+void HoldLines(const Parts& parts, const std::string& links, const std::string& kept) {
+  Comparison comparison(kept);
+  for (const Subject& subject : Subjects(links)) {
+    Listing listing;
+    for (const Part& part : parts) {
+      if (subject.Lists(part.name)) part.list(listing, subject);
+    }
+    if (!listing.lines().empty()) comparison.Add(subject.name(), listing);
+    if (comparison.IsEnough()) break;
+  }
+  comparison.Finish();
+}
+
+// Holds no more than a digest of each part against a file: for as many traces as it takes to come by what is
+// rare. To see what is behind two digests, take the subject over into links.jsonl before and after.
+template <class Parts>
+void HoldDigests(const Parts& parts, const std::string& links, const std::string& kept) {
+  Comparison comparison(kept);
+  for (const Subject& subject : Subjects(links)) {
+    Listing digests;
+    for (const Part& part : parts) {
+      if (!subject.Lists(part.name)) continue;
+      Listing listing;
+      part.list(listing, subject);
+      digests.Line(part.name).Text("digest", listing.Digest());
+    }
+    if (!digests.lines().empty()) comparison.Add(subject.name(), digests);
+    if (comparison.IsEnough()) break;
+  }
+  comparison.Finish();
 }
 
 // Levels at places, and the sum of all of them in thousandths, which tells where nothing else does.

@@ -34,6 +34,7 @@ struct Place {
   Place(TSorData& record, long point)
       : sor(record), points(record.DataPts->GetPointsNum()), lin(RefEmbGetLinf(&record)) {
     w = std::max(static_cast<long>(record.FxdParams->GetOwtPulse(0.0) / record.FxdParams->GetOwtDS(0)), 4L);
+    w = std::min(w, points / 14);  // there is room for six windows on both sides
     at = std::clamp(point, 6 * w, points - 6 * w - 1);
     slope = static_cast<float>(0.2 * record.FxdParams->LenDS());
   }
@@ -206,6 +207,73 @@ void ListNetwork(Listing& to, const Subject& subject) {
   pinned::ListLevels(to, "network levels", *record);
 }
 
+// What each detector of steps finds between the events of the filter, one find behind the other: an analysis
+// keeps few of them.
+void ListDetectors(Listing& to, const Subject& subject) {
+  constexpr int kMostFinds = 4;
+  const auto record = subject.Trace();
+  TTH thresholds = subject.Thresholds();
+  TAuto engine;
+  engine.AnalysisSorData(record.get(), &thresholds);
+  std::vector<TFEvent> events(100);
+  std::vector<short> widths(static_cast<size_t>(record->DataPts->GetPointsNum()));
+  TSorFilter filter(record.get());
+  filter.result.events = events.data();
+  filter.result.pointMap = widths.data();
+  filter.SetFilter(7);
+  engine.linf = RefEmbGetLinf(record.get());
+  const long side = static_cast<long>(2000.0 / engine.owtDS / 4.0) + 2;
+  const auto list = [&](const char* name, auto detector) {
+    for (long i = 1; i < std::min(filter.result.count, 100L); ++i) {
+      TFEvent& front = events[static_cast<size_t>(i) - 1];
+      long from = front.end;
+      const long end = events[static_cast<size_t>(i)].begin;
+      float limit = 0.0F;
+      for (int k = 0; k < kMostFinds && end - from > 3 * side; ++k) {
+        TFEvent find;
+        const long at = (engine.*detector)(from, end, side, front, limit, find, &filter.result);
+        to.Line(name + std::to_string(i)).Whole("find", at).Number("limit", limit);
+        if (at == 0) break;
+        to.Whole("begin", find.begin).Whole("rise", find.rise).Whole("peak", find.peak);
+        to.Whole("end", find.end).Whole("grade", find.gradeDown).Whole("width", find.width);
+        from = std::max<long>(from + 1, find.end);
+      }
+    }
+  };
+  list("big ", &TAuto::SearchBigSplices);
+  list("weak ", &TAuto::SearchWeakSplices);
+  list("noisy ", &TAuto::SearchNoiseSplices);
+  to.Line("ripples").Whole("over", engine.overCount).Whole("peaks", engine.peakCount);
+  to.Whole("widest", engine.peakWidthMax).Whole("widths", engine.peakWidthSum);
+  to.Number("overMax", engine.overMax).Number("overSum", engine.overSum);
+  to.Number("fallMin", engine.peakFallMin).Number("fallSum", engine.peakFallSum);
+  to.Number("riseMax", engine.peakRiseMax).Number("riseSum", engine.peakRiseSum);
+}
+
+// The alternative search inside the whole fibre as one line, and the dead zones as they would be drawn.
+void ListAlternative(Listing& to, const Subject& subject) {
+  const auto record = subject.Trace();
+  TTH thresholds = subject.Thresholds();
+  thresholds.noShortAnalysis = 1;
+  TAuto engine;
+  engine.AnalysisSorData(record.get(), &thresholds);
+  auto* line = new TEventLine;
+  line->L[0] = engine.lBeg;
+  line->L[1] = line->L[2] = engine.lEnd;
+  engine.LossSquare(record.get(), *line, 1);
+  engine.lines->Clear();
+  engine.lines->AddData(line);
+  engine.Analysis();
+  for (int i = 0; i < engine.lines->GetSize(); ++i) {
+    TEventLine& found = *engine.lines->GetData(i);
+    to.Line("alternative " + std::to_string(i)).Number("from", found.L[0]).Number("to", found.L[1]);
+    to.Number("at", found.L[2]).Number("p0", found.P[0]).Number("p1", found.P[1]).Number("p2", found.P[2]);
+    to.Number("loss", found.spliceLoss).Number("peak", found.peakLevel).Number("peakAt", found.peakLen);
+    if (found.L[1] > found.L[0])
+      to.Number("deadZone", engine.CalcAttDZ(record.get(), engine.lLaunch, &found, 0.5));
+  }
+}
+
 // Where something stands, and fixed places between.
 std::set<long> PlacesOf(TSorData& record) {
   TSorData copy;
@@ -224,28 +292,28 @@ std::set<long> PlacesOf(TSorData& record) {
   return places;
 }
 
-TEST(Pinned, EveryPartAroundWhatStandsOnAFibre) {
-  pinned::Comparison comparison("parts.txt");
-  int number = 0;
-  for (const Subject& subject : pinned::Subjects()) {
-    if (subject.HasLater() || number++ % 4 != 0 || comparison.IsEnough()) continue;
-    const auto record = subject.Trace();
-    RefAutoReSetNF(record.get());
-    Listing listing;
-    ListOtherFilters(listing, subject);
-    ListNetwork(listing, subject);
-    ListModel(listing, *record);
-    for (const long point : PlacesOf(*record)) {
-      const Place place(*record, point);
-      const std::string name = " " + std::to_string(place.at);
-      ListSearches(listing.Line("searches" + name), place);
-      ListFits(listing.Line("fits" + name), place);
-      ListEvents(listing.Line("events" + name), place);
-      ListSteps(listing.Line("steps" + name), place, *record);
-    }
-    comparison.Add(subject.name(), listing);
+// Every search, fit and measure around what stands on a fibre.
+void ListPlaces(Listing& to, const Subject& subject) {
+  const auto record = subject.Trace();
+  RefAutoReSetNF(record.get());
+  ListOtherFilters(to, subject);
+  ListNetwork(to, subject);
+  ListModel(to, *record);
+  for (const long point : PlacesOf(*record)) {
+    const Place place(*record, point);
+    const std::string name = " " + std::to_string(place.at);
+    ListSearches(to.Line("searches" + name), place);
+    ListFits(to.Line("fits" + name), place);
+    ListEvents(to.Line("events" + name), place);
+    ListSteps(to.Line("steps" + name), place, *record);
   }
-  comparison.Finish();
 }
+
+constexpr pinned::Part kParts[] = {
+    {"places", ListPlaces}, {"detectors", ListDetectors}, {"alternative", ListAlternative}};
+
+TEST(Pinned, EveryPartAroundWhatStandsOnAFibre) { pinned::HoldLines(kParts, "links.jsonl", "parts.txt"); }
+
+TEST(Pinned, DigestsOfManyParts) { pinned::HoldDigests(kParts, "more.jsonl", "more-parts.txt"); }
 
 }  // namespace

@@ -121,9 +121,11 @@ std::unique_ptr<TSorData> Analysed(std::unique_ptr<TSorData> record, TTH thresho
 void ListAnalyses(Listing& to, const Subject& subject) {
   for (const int direct : {0, 1}) {
     const auto record = subject.Trace();
+    record->QRTParams->SetFlagFilter(subject.Set("filtered", 0));
     TTH thresholds = subject.Thresholds();
     thresholds.noShortAnalysis = direct;
     TAuto engine;
+    engine.algoMask = subject.Set("detectors", engine.algoMask);
     engine.AnalysisSorData(record.get(), &thresholds);
     to.Line(direct == 1 ? "directly" : "from the filter");
     ListScale(to, engine);
@@ -159,12 +161,24 @@ void ListDeviation(Listing& to, const std::string& what, const TShortDeviation& 
   to.Text(what, std::to_string(deviation.Deviation) + "/" + std::to_string(deviation.Flags));
 }
 
-void ListComparison(Listing& to, const Subject& subject) {
-  const auto baseline = Analysed(subject.Trace(), subject.Thresholds()), current = subject.Later();
+reflyze::cli::Monitoring Watched(const Subject& subject) {
   reflyze::cli::Monitoring monitoring;
   monitoring.level = "main";
-  reflyze::cli::MakeBaseline(*baseline, monitoring);
-  const int result = TAuto().Compare(baseline.get(), current.get(), false);
+  monitoring.ltDb = subject.Set("lt", monitoring.ltDb);
+  monitoring.rtDb = subject.Set("rt", monitoring.rtDb);
+  monitoring.ctDbPerKm = subject.Set("ct", monitoring.ctDbPerKm);
+  monitoring.eelDb = subject.Set("eel", monitoring.eelDb);
+  const auto settings = subject.Set("watch", std::map<std::string, double>());
+  monitoring.settings.assign(settings.begin(), settings.end());
+  return monitoring;
+}
+
+void ListComparison(Listing& to, const Subject& subject) {
+  const auto baseline = Analysed(subject.Trace(), subject.Thresholds()), current = subject.Later();
+  reflyze::cli::MakeBaseline(*baseline, Watched(subject));
+  TAuto engine;
+  int result = engine.Compare(baseline.get(), current.get(), false);
+  if (subject.Set("again", false)) result = engine.Compare(baseline.get(), current.get(), true);
   const TSorBlockRFTSEvents& entries = *current->RFTSEvents;
   to.Line("comparison").Whole("result", result).Whole("fail", entries.IsFail() ? 1 : 0);
   to.Whole("stored", entries.GetMonitorResult()).Text("level", entries.GetLevelName().c_str());
@@ -183,23 +197,15 @@ void ListComparison(Listing& to, const Subject& subject) {
   }
 }
 
-TEST(Pinned, WholeResultsOfSimulatedTraces) {
-  pinned::Comparison comparison("results.txt");
-  for (const Subject& subject : Subjects()) {
-    if (comparison.IsEnough()) break;
-    Listing listing;
-    if (subject.HasLater()) {
-      ListComparison(listing, subject);
-    } else {
-      ListFilters(listing, subject);
-      ListAnalyses(listing, subject);
-      ListQuality(listing, subject);
-      if (subject.name().find("metro") == 0 || subject.name().find("close") == 0) ListMerge(listing, subject);
-    }
-    comparison.Add(subject.name(), listing);
-  }
-  comparison.Finish();
-}
+constexpr pinned::Part kParts[] = {{"filters", ListFilters},
+                                   {"analyses", ListAnalyses},
+                                   {"quality", ListQuality},
+                                   {"merge", ListMerge},
+                                   {"comparison", ListComparison}};
+
+TEST(Pinned, WholeResultsOfSimulatedTraces) { pinned::HoldLines(kParts, "links.jsonl", "results.txt"); }
+
+TEST(Pinned, DigestsOfManyResults) { pinned::HoldDigests(kParts, "more.jsonl", "more-results.txt"); }
 
 // Output of the program; JSON with a line for each field, and for each entry of its lists.
 std::string LinesOf(const std::string& output) {
