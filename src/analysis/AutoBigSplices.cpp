@@ -20,7 +20,11 @@ class BigSpliceScan final : public StepScan {
   static constexpr Rules kRules{/*pulseOfEdgePoint=*/100, /*belowNoiseDb=*/3.0, /*deeperLevelDb=*/1.5,
                                 /*readsMeans=*/false};
 
-  double LeastLossDb() const override { return std::max(2.0 * filter_.polarEnd, 0.2); }
+  // A fall of twice the swing, however quiet the trace is.
+  double LeastLossDb() const override {
+    constexpr double kLeastDb = 0.2;
+    return std::max(2.0 * filter_.polarEnd, kLeastDb);
+  }
   long LeastMeanWindow() const override { return sidePoints_; }
   long FineWindow() const override { return winDead_ / 3; }
   double FrontDb(long point) const override { return LevelDb(point); }
@@ -32,7 +36,8 @@ class BigSpliceScan final : public StepScan {
 
   // A short side has to confirm a little more.
   bool IsConfirmed(const Step& step) const override {
-    const double share = windows_.side < windows_.fall / 2 ? 0.6 : 0.5;
+    constexpr double kShare = 0.5, kShareOfShortSide = 0.6;
+    const double share = windows_.side < windows_.fall / 2 ? kShareOfShortSide : kShare;
     return LossAt(step.end, windows_.side) >= share * limits_.eventDb;
   }
 };

@@ -31,7 +31,15 @@ namespace {
 
 constexpr double kStrongPeakDb = -3.0;       // a peak up here drives the receiver hard and makes echoes
 constexpr double kAsGoodAsClippedDb = 15.0;  // above the noise: as good as clipped
-constexpr double kFarthestEchoKm = 30.0;     // a reflection further out is too weak for an echo
+constexpr double kLoudPeakDb = -5.0;         // and from here on it may make one that is nearly as high
+constexpr double kAsHighDb = 0.02;           // by which such an echo may be higher
+constexpr double kEchoToleranceKm = 0.003;   // by which an echo may miss its place, and some points
+constexpr double kSureDb = 0.05;             // by which levels and steps have to clear what noise explains
+constexpr double kSteepestFall = 10.0;  // times the slope of the fibre: it ends where nothing falls so slowly
+constexpr double kClearOfEndDb = 5.0;   // beyond the end threshold: the peak hides the fibre behind it
+constexpr float kDipDb = 0.5F;          // between two reflections
+constexpr double kPartOfPoint = 0.99;   // a part of a point counts as one
+constexpr double kFarthestEchoKm = 30.0;  // a reflection further out is too weak for an echo
 // A fibre has some tens of strong events. The walk moves forward with every one of them; the limits only keep
 // a broken record from making it endless.
 constexpr int kMostPassed = 1000;
@@ -112,7 +120,7 @@ class FibreEndSearch {
     stepOwt_ = sor_->NumToOwt(point + 1) - sor_->NumToOwt(point);
     stepKm_ = sor_->dOwtToLen(stepOwt_);
     const double steepestDb =
-        std::min(table_.maxDbKm * stepKm_, stepOwt_ / scale_.owtRecover * kRecoveryDb / 8.0);
+        std::min(table_.maxDbKm * stepKm_, stepOwt_ / scale_.owtRecover * kRecoveryDb / kReceiverOverFibre);
     fallToEnd_ = levels_.Near(TruncToLong(endDb_ / steepestDb));
   }
 
@@ -125,7 +133,9 @@ class FibreEndSearch {
     // The band holds for one point while the slope stands per km, so that nearly every trace starts with the
     // nominal slope; the first section measures its own.
     const double nominal = scale_.aciNominal * stepKm_;
-    if (slope_ / stepKm_ < 0.8 * nominal || slope_ / stepKm_ > 1.5 * nominal) slope_ = nominal;
+    constexpr double kLeastOfNominal = 0.8, kMostOfNominal = 1.5;
+    if (slope_ / stepKm_ < kLeastOfNominal * nominal || slope_ / stepKm_ > kMostOfNominal * nominal)
+      slope_ = nominal;
     OpenLine(start_);
   }
 
@@ -134,7 +144,7 @@ class FibreEndSearch {
     if (!FindStep()) return Fibre::kEnds;
     PinStepDown();
     MeasureSection();
-    if (topDb_ - 0.05 < guardDb_) return Fibre::kEnds;
+    if (topDb_ - kSureDb < guardDb_) return Fibre::kEnds;
     if (!FindDrop()) return Fibre::kEnds;
     PassHiddenReflection();
     MeasurePeak();
@@ -147,7 +157,7 @@ class FibreEndSearch {
     levelDb_ = AveragePower(scale_, cur_ - window_, window_, 0);
     if (levelDb_ < guardDb_) return false;
     window_ = SetAvgPin(scale_, levelDb_ - endDb_ / 2, endDb_ / 2, winEvent_, settings_.th.MaxPin);
-    needDb_ = RequireFault(levelDb_ - scale_.nf, window_) + 0.05;
+    needDb_ = RequireFault(levelDb_ - scale_.nf, window_) + kSureDb;
     end_ = SearchStep(window_);
     if (end_ - start_ < 3 * window_) end_ = SearchStep(window_ / 3 + 1);
     return true;
@@ -205,7 +215,7 @@ class FibreEndSearch {
     const double measured = (lastTopDb - topDb_) / sectionKm * stepKm_;
     if (measured < slope_) slope_ = measured;
     slope_ = std::max(slope_, leastSlope);
-    fallToEnd_ = levels_.Near(TruncToLong(endDb_ / (slope_ * 10.0)));
+    fallToEnd_ = levels_.Near(TruncToLong(endDb_ / (slope_ * kSteepestFall)));
   }
 
   // The point where the trace lies below the fibre by the end threshold. False when that is the step itself.
@@ -253,7 +263,7 @@ class FibreEndSearch {
   Fibre JudgePeak() {
     const double baseDb = std::max(levelDb_, guardDb_);
     const double heightDb = line_.peakLevel - baseDb;
-    if (heightDb > kAsGoodAsClippedDb && heightDb > endDb_ + 5.0) saturated_ = 1;
+    if (heightDb > kAsGoodAsClippedDb && heightDb > endDb_ + kClearOfEndDb) saturated_ = 1;
     const long overTop = RecoveryPoints(line_.peakLevel - topDb_);
     const long run = (saturated_ == 0 ? 3 * RecoveryPoints(heightDb) : winPulse_ + fallToEnd_) + overTop;
     if (saturated_ == 0) SplitAtDip();
@@ -288,7 +298,7 @@ class FibreEndSearch {
 
   // Two near reflections leave a dip between them, which is an event of its own.
   void SplitAtDip() {
-    const long dip = GetLocalMinMax(scale_, cur_, lastAbove_, winEvent_, window_ / 2, 0.5F);
+    const long dip = GetLocalMinMax(scale_, cur_, lastAbove_, winEvent_, window_ / 2, kDipDb);
     if (dip == 0) return;
     CloseLine(cur_);
     TEventLine between;
@@ -316,7 +326,7 @@ class FibreEndSearch {
     long steepest = lastAbove_;
     RefAutoSearchMaxFall(sor_, lastAbove_, floor, 1, steepest);
     const double pulse = sor_->FxdParams->GetOwtPulse(0) / sor_->FxdParams->GetOwtDS(0);
-    end_ = std::min(end_, steepest - levels_.Near(TruncToLong(std::ceil(pulse + 0.99))));
+    end_ = std::min(end_, steepest - levels_.Near(TruncToLong(std::ceil(pulse + kPartOfPoint))));
   }
 
   // A reflection ends the fibre at its foot.
@@ -339,7 +349,8 @@ class FibreEndSearch {
   // Light runs to a strong reflection, back, and there once more: its echo stands at twice the distance. An
   // end found there is none; the fibre ends at the reflection.
   void DropEchoes() {
-    const double toleranceKm = (2 * (table_.firstRefl > kStrongPeakDb ? 1 : 0) + 3) * stepKm_ + 0.003;
+    const double toleranceKm =
+        (2 * (table_.firstRefl > kStrongPeakDb ? 1 : 0) + 3) * stepKm_ + kEchoToleranceKm;
     const auto atTwice = [&](const TEventLine& one, const TEventLine& echo) {
       return std::fabs(2 * one.L[1] - echo.L[1]) < toleranceKm;
     };
@@ -357,8 +368,8 @@ class FibreEndSearch {
         line_.Assign(&second);
         table_.lines->DelData(1);
       }
-      if (atTwice(first, second) && levelDb_ < guardDb_ && first.peakLevel > -5.0 &&
-          first.peakLevel > second.peakLevel - 0.02) {
+      if (atTwice(first, second) && levelDb_ < guardDb_ && first.peakLevel > kLoudPeakDb &&
+          first.peakLevel > second.peakLevel - kAsHighDb) {
         line_.Assign(&first);
         table_.lines->Clear();
       }

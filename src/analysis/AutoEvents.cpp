@@ -57,7 +57,7 @@ class EventScan {
     const TSorBlockFixedParameters& base = *scale_.sor->FxdParams;
     const double pointOwt = base.GetOwtDS(base.NumToNPW(to_));
     pointKm_ = scale_.sor->dOwtToLen(pointOwt);
-    slope_ = static_cast<float>(pointOwt / scale_.owtRecover * kRecoveryDb / 8.0);
+    slope_ = static_cast<float>(pointOwt / scale_.owtRecover * kRecoveryDb / kReceiverOverFibre);
     guardDb_ = scale_.nf + settings_.th.NFMargin;
   }
 
@@ -239,6 +239,12 @@ class BehindEvent {
 
  private:
   static constexpr double kSmallPeakDb = 1.5;
+  static constexpr double kFirstFallDb = 2.15;  // of the receiver over an event window; a recovery when deep
+  static constexpr double kDeepEventDb = 5.0;   // a fall by this much leaves a longer tail
+  // Slopes of the section in front, between which the fall behind an event has become fibre; behind a deep
+  // one the band is wider.
+  static constexpr double kSteeper = 1.2, kSteeperBehindDeep = 1.4;
+  static constexpr double kFlatter = 2.0, kFlatterBehindDeep = 3.0;
 
   void PassPulse() {
     const double behindDb = head_.P[1] - head_.spliceLoss;
@@ -258,14 +264,14 @@ class BehindEvent {
   // How many event windows behind the peak the trace has come down to where it stays. Ends, since each round
   // looks further than the one before it and the trace has a lowest level.
   void CountWindowsOfFall() {
-    double fallPerWindowDb = 2.15;
+    double fallPerWindowDb = kFirstFallDb;
     behindDb_ = AveragePower(scale_, q_ + windows_ * scale_.winEvent, scale_.winEvent, 0);
     if (head_.peakLevel - behindDb_ <= 2.0 * fallPerWindowDb) return;
     long needed = Windows(fallPerWindowDb);
     do {
       windows_ = needed;
       behindDb_ = AveragePower(scale_, q_ + windows_ * scale_.winEvent, scale_.winEvent, 0);
-      if (head_.P[1] - behindDb_ > 2.0 * fallPerWindowDb) fallPerWindowDb = 1.5;
+      if (head_.P[1] - behindDb_ > 2.0 * fallPerWindowDb) fallPerWindowDb = kRecoveryDb;
       needed = Windows(fallPerWindowDb);
     } while (windows_ < needed);
   }
@@ -274,11 +280,12 @@ class BehindEvent {
   }
 
   long PassFall() {
-    const bool deep = head_.P[1] - behindDb_ > 5.0;
+    const bool deep = head_.P[1] - behindDb_ > kDeepEventDb;
     const double slopeDbPerKm = head_.LossKm();
     const long limit = q_ + windows_ * scale_.winEvent + recovery_;
-    return NakatDZ(scale_, q_, scale_.winEvent / 2 + 1, limit, slopeDbPerKm * (deep ? 1.4 : 1.2),
-                   slopeDbPerKm / (deep ? 3.0 : 2.0));
+    return NakatDZ(scale_, q_, scale_.winEvent / 2 + 1, limit,
+                   slopeDbPerKm * (deep ? kSteeperBehindDeep : kSteeper),
+                   slopeDbPerKm / (deep ? kFlatterBehindDeep : kFlatter));
   }
 
   const AnalysisSettings& settings_;

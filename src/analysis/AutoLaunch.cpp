@@ -24,6 +24,14 @@ namespace reflyze {
 namespace {
 
 constexpr double kSaturatedTopDb = -0.5;  // above this the receiver clips, and the top has a length
+constexpr double kTopDb = 0.5;            // the top lasts as long as the trace stays within this
+constexpr double kHighPeakDb = -1.0;      // a peak below this, with a ...
+constexpr double kShallowDb = 3.0;        // ... fall of less than that, leaves a short tail
+constexpr double kSpansBehind = 2.5;      // an event on the slope peaks within so many spans of the tail
+constexpr double kAssumedLossDb = 0.1;    // of an event on the slope, which can't be measured
+constexpr double kFallMarginDb = 0.5;     // what the receiver may fall beyond the low
+constexpr double kFallStartDb = 0.1;      // below a top the fall has begun, above a low it has not ended
+constexpr double kRiseFootShare = 0.05;   // of its height, at which a rise begins
 constexpr double kReadableFloorDb = 5.0;  // a window without any signal stays this near to the level floor
 constexpr double kEventOnSlopeDb = 0.5;   // rise on the launch slope that is an event of its own
 constexpr double kClippedReflectionDb = -0.1;  // a reflection up here has no shape left to judge
@@ -132,7 +140,7 @@ class FibreStartSearch {
 
   void MeasurePeak() {
     if (highDb_ > kSaturatedTopDb) {
-      const long topEnd = FallsBelow(peak_, highDb_ - 0.5);
+      const long topEnd = FallsBelow(peak_, highDb_ - kTopDb);
       if (winPulse_ != 0) saturatedPulses_ = (topEnd - peak_) / winPulse_;
     }
     if (from_ == 0) {
@@ -153,12 +161,14 @@ class FibreStartSearch {
       peak_ = behind.highAt < behind.lowAt + winDead_ ? behind.lowAt - winDead_ : next - 1;
     }
     long span = winDead_;
-    if (highDb_ < -1.0 && highDb_ - lowDb_ < 3.0) span = winDead_ / 2 + 2 * (winDead_ - winPulse_);
+    if (highDb_ < kHighPeakDb && highDb_ - lowDb_ < kShallowDb)
+      span = winDead_ / 2 + 2 * (winDead_ - winPulse_);
     if (from_ > 0) span += winPulse_ / 2;
     if (behind.lowAt > peak_ + span) return;
 
-    const Extremes rise = Between(
-        peak_ + winDead_, TruncToLong(static_cast<double>(peak_) + static_cast<double>(span) * 2.5 + 1.0));
+    const Extremes rise =
+        Between(peak_ + winDead_,
+                TruncToLong(static_cast<double>(peak_) + static_cast<double>(span) * kSpansBehind + 1.0));
     TakeLevels(rise);
     if (rise.highAt <= behind.lowAt + 1 || highDb_ - lowDb_ <= kEventOnSlopeDb) return;
     const long foot = rise.lowAt < rise.highAt ? rise.lowAt : behind.lowAt;
@@ -166,7 +176,7 @@ class FibreStartSearch {
     event_.L[0] = Km(foot - 1);
     event_.L[1] = event_.L[2] = Km(foot);
     event_.P[0] = event_.P[1] = lowDb_;
-    event_.spliceLoss = 0.1;
+    event_.spliceLoss = kAssumedLossDb;
     event_.peakLen = Km(rise.highAt);
     event_.type = 'S';
     peak_ = rise.highAt;
@@ -195,7 +205,7 @@ class FibreStartSearch {
     long seenTo = 0;
     double lastLowDb = 0.0;
     do {
-      const double points = std::ceil((highDb_ - lowDb_ + 0.5) / rateDbPerPoint_);
+      const double points = std::ceil((highDb_ - lowDb_ + kFallMarginDb) / rateDbPerPoint_);
       fallPoints_ = levels_.Near(TruncToLong(points));
       fallEnd_ = TruncToLong(static_cast<double>(fallPoints_ + halfWay_ + 10) +
                              static_cast<double>(winPulse_) * 0.1);
@@ -214,7 +224,7 @@ class FibreStartSearch {
       RaiseLowToNoise();
       // A rate that is not positive would let the walk stand still.
     } while (rateDbPerPoint_ > 0.0 && lowAt_ == fallEnd_ - 1 && lastLowDb - lowDb_ >= rateDbPerPoint_);
-    if (halfWay_ - peak_ > 1) halfWay_ = FallsBelow(peak_, highDb_ - 0.1);
+    if (halfWay_ - peak_ > 1) halfWay_ = FallsBelow(peak_, highDb_ - kFallStartDb);
   }
 
   void Extend(Extremes& seen, long seenTo, long end) const {
@@ -237,7 +247,7 @@ class FibreStartSearch {
     } else if (lowAt_ == fallEnd_ - 1) {
       begin = fallEnd_;
     } else {
-      begin = SearchBackGreather(scale_, lowAt_, lowDb_ + 0.1) + 1;
+      begin = SearchBackGreather(scale_, lowAt_, lowDb_ + kFallStartDb) + 1;
     }
     if (Level(begin) > Level(begin + 1)) ++begin;
     return std::max(begin, from_ + winDead_);
@@ -254,7 +264,8 @@ class FibreStartSearch {
     const double leastDb = RefEventReflectionPower(scale_.sor, 0.0, settings_.th.THRef);
     double heightDb = rise.highDb - lowDb_;
     long run = laterPeak_ - lowAt_;
-    long foot = SearchBackLess(scale_, laterPeak_, heightDb * 0.05 + lowDb_ + settings_.th.THLoss, 0) - 1;
+    long foot =
+        SearchBackLess(scale_, laterPeak_, heightDb * kRiseFootShare + lowDb_ + settings_.th.THLoss, 0) - 1;
     if (foot > lowAt_) {
       run = laterPeak_ - foot;
       lowDb_ = Level(foot);

@@ -20,7 +20,9 @@ namespace reflyze {
 // --- Noise and slope ---
 
 double GetTypPol(const TraceScale& scale) {
-  return 0.5 / std::sqrt(scale.sor->FxdParams->GetNsPulse(0.0)) + 0.002;
+  // Backscatter of a source swings the less the longer the pulse is, over which it is averaged.
+  constexpr double kSwingDb = 0.5;  // of a pulse of 1 ns
+  return kSwingDb / std::sqrt(scale.sor->FxdParams->GetNsPulse(0.0)) + kResolutionDb;
 }
 
 int GetPol(const TraceScale& scale, long a, long b, double& pol, double& slope) {
@@ -39,7 +41,7 @@ int GetPol(const TraceScale& scale, long a, long b, double& pol, double& slope) 
     return 1;  // the stretch sinks into the noise: its scatter tells nothing
   // Two sigma up and down, with the receiver's own noise taken off above and added below.
   const double swingDb = 2.0 * sigmaDb;
-  const double receiverNoise = 2.0 * SorMathPow5(scale.nf - 2.4);
+  const double receiverNoise = 2.0 * SorMathPow5(scale.nf - kNoiseMeanDb);
   const double swing = SorMathLog5(SorMathPow5(level + swingDb) - receiverNoise) -
                        SorMathLog5(SorMathPow5(level - swingDb) + receiverNoise);
   pol = std::clamp(swing, kLeastPolDb, kMostPolDb);
@@ -190,7 +192,7 @@ long SearchBackLess(const TraceScale& scale, long from, double level, long limit
 }
 
 long SearchStraightLess(const TraceScale& scale, long from, float level, long pin, float guard) {
-  if (guard >= 0.0F) guard = static_cast<float>(scale.nf - 2.4);
+  if (guard >= 0.0F) guard = static_cast<float>(scale.nf - kNoiseMeanDb);
   pin = std::max(pin, 1L);
   if (pin == 1) {
     long p = from;
@@ -207,7 +209,7 @@ long SearchStraightLess(const TraceScale& scale, long from, float level, long pi
   double mean = AveragePower(scale, from, pin, 0);
   long p = from;
   while (p < scale.nPoints - pin) {
-    if (!linear && mean < guard + 3.0F) {
+    if (!linear && mean < guard + static_cast<float>(kOverNoiseDb)) {
       linear = true;
       mean = AveragePower(scale, p, pin, 1);
     }

@@ -25,6 +25,18 @@ namespace reflyze {
 namespace {
 
 constexpr double kShapesTellDb = 7.0;         // above the noise floor the shape of a step can be read
+constexpr float kHiddenTopDb = 1.5F;          // a clipped top was higher than it looks by so much
+constexpr double kReferenceDropDb = 5.0;      // the tail of a pulse grows with the drop behind the peak
+constexpr double kRecoveries = 3.0;           // after which the receiver has left ...
+constexpr double kRecoveriesDb = 2.4;         // ... a drop by this much behind
+constexpr double kNoiseStepDb = 2.2;          // step of noise as high as the level: 5 log10(e), rounded up
+constexpr double kFallIntoNoiseDb = 5.0;      // so deep a fall ends in the noise
+constexpr double kDeepDb = 3.0;               // so far below the floor there is nothing but noise
+constexpr double kClearOfPeakDb = 3.0;        // below the peak in front: its tail is over
+constexpr double kRougher = 1.5;              // times the swing of the near half: the far one is rough
+constexpr double kMoreThanSwing = 1.2;        // times its swing, by which a quiet part leaves its slope
+constexpr double kClearlyBetter = 0.9;        // of the error of a fit
+constexpr double kUsualError = 0.25;          // of the fibre's slope, by which a fit may miss it
 constexpr double kReferenceSpanOwt = 5000.0;  // 500 ns one way, about 100 m of fibre
 constexpr long kFewestSearched = 16;          // shorter sections leave nothing to search
 constexpr double kLongSectionKm = 5.0;        // a section so long can spare its start
@@ -62,7 +74,7 @@ class TrustedRange {
     if (TooShortToSearch()) return Line(begin_, end_);
 
     MeasureSwing();
-    if (farSwingDb_ > 1.5 * nearSwingDb_ && type_ != '_') return LineOfRoughEnd();
+    if (farSwingDb_ > kRougher * nearSwingDb_ && type_ != '_') return LineOfRoughEnd();
     FindQuietStart();
     // The last splice may well lie behind this stretch: what starts there starts at its end.
     const long late = std::min(std::max(spliceEnd_, begin_), end_);
@@ -102,13 +114,13 @@ class TrustedRange {
         static_cast<double>(from_ - 2 * levels_.Near(scale_.winDead)) - kReferenceSpanOwt / scale_.owtDS;
     const long peak = RefAutoGetMax(sor_, TruncToLong(searchFrom), from_, topDb, 1);
     if (peak < from_) RefAutoGetMin(sor_, peak + 1, from_, lowDb);
-    if (topDb > kMayClipLevelDb) topDb += 1.5F;  // a clipped top was higher than it looks
+    if (topDb > kMayClipLevelDb) topDb += kHiddenTopDb;
     if (lowDb < noiseDb_ + kOverNoiseDb) lowDb = static_cast<float>(noiseDb_ + kOverNoiseDb);
     const float dropDb = topDb - lowDb;
 
     const double pulseTail = std::sqrt(static_cast<double>(window_) * scale_.owtDS / kReferenceSpanOwt) *
-                             dropDb / 5.0 * kReferenceSpanOwt / scale_.owtDS;
-    const double receiverTail = dropDb * 3.0 / 2.4 / (scale_.owtRecover / scale_.owtDS);
+                             dropDb / kReferenceDropDb * kReferenceSpanOwt / scale_.owtDS;
+    const double receiverTail = dropDb * kRecoveries / kRecoveriesDb / (scale_.owtRecover / scale_.owtDS);
     const long tail = std::max(levels_.Near(TruncToLong(pulseTail)), levels_.Near(TruncToLong(receiverTail)));
     const long reach = tail + window_ / 2 + peak;
     if (from_ < reach) begin_ = std::min(reach, from_ + points_ / 5);
@@ -122,8 +134,8 @@ class TrustedRange {
     float fallDb = 0.0F, riseDb = 0.0F;
     long fallAt = 0, riseAt = 0;
     RefAutoSearchMaxdbRiseFall(sor_, around, to_ + quarter, 2, fallDb, fallAt, riseDb, riseAt, slope_);
-    const double stepDb =
-        2.2 / TSorBlockQRTParameters::poww(Level(to_) - noiseDb_) + 0.002 + (-fallDb - 2 * slope_);
+    const double stepDb = kNoiseStepDb / TSorBlockQRTParameters::poww(Level(to_) - noiseDb_) + kResolutionDb +
+                          (-fallDb - 2 * slope_);
     if (riseDb + 2 * slope_ > 2 * (-fallDb - 2 * slope_) &&
         riseDb > static_cast<float>(window_) * slope_ / 10 && FindFoot(riseAt, stepDb)) {
       return true;
@@ -168,7 +180,7 @@ class TrustedRange {
       while (top > event_ - 3 && Level(top - 1) < Level(top)) --top;
       edge = top + 1;
     }
-    if (Level(edge) - Level(edge + window_) > 5.0 && Level(edge) > noiseDb_ + kPointsTellDb) {
+    if (Level(edge) - Level(edge + window_) > kFallIntoNoiseDb && Level(edge) > noiseDb_ + kPointsTellDb) {
       // So deep a fall ends in the noise: the step can't begin later than one window before that.
       const long inNoise = RefAutoSearchStraightLess(sor_, event_, static_cast<float>(noiseDb_)) - window_;
       if (inNoise < edge) edge = inNoise + 1;
@@ -181,7 +193,7 @@ class TrustedRange {
   void CutAtNoise() {
     end_ = event_;
     if (!(levels_[event_ - base_] < noiseDb_ && levels_[begin_] > noiseDb_ + kOverNoiseDb)) return;
-    const float deepDb = static_cast<float>(noiseDb_ - 3.0);
+    const float deepDb = static_cast<float>(noiseDb_ - kDeepDb);
     const long firstDeep = std::min(RefAutoSearchStraightLess(sor_, begin_, deepDb), event_);
     const long lastHigh = RefAutoSearchBackGreather(sor_, event_ - base_, deepDb) + 1;
     end_ = spliceEnd_ <= firstDeep ? (firstDeep + lastHigh) / 2 : lastHigh;
@@ -227,7 +239,7 @@ class TrustedRange {
 
   // The far half is rougher than the near one: only what is next to the event describes the level there.
   std::unique_ptr<TEventLine> LineOfRoughEnd() {
-    const bool clearOfPeak = prev_ == nullptr || prev_->peakLevel - levels_[begin_] > 3.0;
+    const bool clearOfPeak = prev_ == nullptr || prev_->peakLevel - levels_[begin_] > kClearOfPeakDb;
     if (event_ > begin_ + window_ && clearOfPeak) begin_ = event_ - window_;
     begin_ = std::min(begin_, spliceEnd_);
     if (end_ < begin_) end_ = (begin_ + event_) / 2;
@@ -242,7 +254,7 @@ class TrustedRange {
     const long first = begin_ + base_ + 1;
     if (quiet_ < first) return;
     levels_.Over(first - base_, quiet_ + 1, [&, base = base_](auto levels) {
-      const double mostDb = 1.2 * farSwingDb_;
+      const double mostDb = kMoreThanSwing * farSwingDb_;
       quiet_ = LastThatPasses(quiet_, first, [=](long i) {
         return !(std::fabs(levels[i - base] - fibreDb - levels[i]) < mostDb);
       });
@@ -263,7 +275,7 @@ class TrustedRange {
       float laterP1 = p1, laterP2 = p2, laterError = error;
       const long later =
           RefMathGetPinWithLsp(sor_, quiet_, (end_ + quiet_) / 2, end_, slope_, laterP1, laterP2, laterError);
-      if (std::fabs(laterError) < 0.9 * std::fabs(error)) {
+      if (std::fabs(laterError) < kClearlyBetter * std::fabs(error)) {
         pin = later;
         p1 = laterP1;
         p2 = laterP2;
@@ -272,7 +284,7 @@ class TrustedRange {
     }
     // A last point that stands off to the side of the slope's own error belongs to the event.
     if ((levels_[end_] > p2 && error < 0.0F) || (levels_[end_] < p2 && error > 0.0F)) --end_;
-    const double tiltDb = (std::fabs(error) - 0.25) * slope_ * static_cast<double>(end_ - quiet_);
+    const double tiltDb = (std::fabs(error) - kUsualError) * slope_ * static_cast<double>(end_ - quiet_);
     if (tiltDb > noise_.noiseAmp / 3.0 && spliceEnd_ - begin_ >= base_) {
       // A fit over nothing has no slope.
       if (late >= end_) late = (3 * end_ + begin_) / 4 - 1;

@@ -27,8 +27,16 @@ namespace reflyze {
 
 namespace {
 
-constexpr double kWidePeakDb = 5.0;            // a peak so tall takes the receiver more than the event window
-constexpr double kNoPeakDb = 0.001;            // a peak lower than this above the line is none
+constexpr double kWidePeakDb = 5.0;        // a peak so tall takes the receiver more than the event window
+constexpr double kNoPeakDb = 0.001;        // a peak lower than this above the line is none
+constexpr double kShortWindows = 1.5;      // a section shorter than so many event windows is short
+constexpr double kShadowMarginKm = 0.001;  // of the event in front; and with it ...
+constexpr double kShadowDbPerKm = 4000.0;  // ... a metre for 4 dB of its height
+constexpr float kFittedDropDb = 1.0F;      // a section that loses more, or has more points, is fitted
+constexpr long kFittedPoints = 100;
+constexpr double kGainPeakDb = 1.0;            // a peak no higher than this above the level behind is a gain
+constexpr double kGainMarginDb = 0.2;          // by which the receiver's tail may lift a level
+constexpr double kLowPeakDb = 0.75;            // behind a gain, a peak lower than this is none
 constexpr double kSectionKm = 0.2;             // a section so long is a section, however few points it has
 constexpr double kImpossibleGainDb = -0.5;     // a larger gain is a reflection whose tail was taken for fibre
 constexpr double kShortestRealKm = 0.005;      // nearer to the start there is no fibre in front of an event
@@ -61,7 +69,7 @@ class SectionBuilder {
 
   std::unique_ptr<TEventLine> Run() {
     StepBackFromEvent();
-    if (static_cast<double>(last_ - first_) < 1.5 * static_cast<double>(window_) + 2) FindStart();
+    if (static_cast<double>(last_ - first_) < kShortWindows * static_cast<double>(window_) + 2) FindStart();
     PlaceLine();
     FitLevels();
     NameEvent();
@@ -79,7 +87,9 @@ class SectionBuilder {
   double HeightOverNoise(double peakDb) const { return RefEventMinReflection(sor_, peakDb, noise_.noiseAmp); }
   // Least height of a reflection above what noise explains: a short pulse leaves less room to see one.
   double LeastReflectionDb() const {
-    return window_ < 101 ? 0.2 / std::sqrt(static_cast<double>(window_ + 1)) : 0.0;
+    constexpr long kLongWindow = 101;    // points: there a reflection needs no more than noise explains
+    constexpr double kOfOnePoint = 0.2;  // dB
+    return window_ < kLongWindow ? kOfOnePoint / std::sqrt(static_cast<double>(window_ + 1)) : 0.0;
   }
 
   // Where the stretch ends at the event point itself and the trace jumps there, the last point already lies
@@ -151,16 +161,17 @@ class SectionBuilder {
     line_->peakLevel = GetMax(scale_, event_, window_ + 2, peak);
     const double heightDb = line_->peakLevel - line_->P[1];
     if (heightDb > kWidePeakDb) {
-      const double wider = static_cast<double>(window_ + 2) +
-                           static_cast<double>(TruncToLong(heightDb)) / (scale_.dbOnOwt * 5.0 * scale_.owtDS);
+      const double wider =
+          static_cast<double>(window_ + 2) +
+          static_cast<double>(TruncToLong(heightDb)) / (scale_.dbOnOwt * kWidePeakDb * scale_.owtDS);
       line_->peakLevel = GetMax(scale_, event_, levels_.Near(TruncToLong(wider)), peak);
     }
     line_->peakLen = Km(peak);
     // A section that ends before this still lies in the shadow of the event in front.
     const double windowKm = sor_->NumToLen((window_ + 2) / 3 + 4) - sor_->NumToLen(0);
-    shadowKm_ = prev_ == nullptr
-                    ? line_->L[0]
-                    : prev_->peakLen + 3 * (windowKm + 0.001 + (prev_->peakLevel - prev_->P[1]) / 4000.0);
+    shadowKm_ = prev_ == nullptr ? line_->L[0]
+                                 : prev_->peakLen + 3 * (windowKm + kShadowMarginKm +
+                                                         (prev_->peakLevel - prev_->P[1]) / kShadowDbPerKm);
   }
 
   void FitLevels() {
@@ -171,7 +182,7 @@ class SectionBuilder {
       line_->P[1] = Level(last_);
       line_->P[0] = line_->P[1] + dropDb;
       if (std::fabs(Level(start_) - line_->P[0]) > noise_.noiseAmp) line_->P[0] = Level(start_);
-      if (NoFit() && (dropDb > 1.0F || points_ > 100)) LossfSquare(sor_, *line_);
+      if (NoFit() && (dropDb > kFittedDropDb || points_ > kFittedPoints)) LossfSquare(sor_, *line_);
     }
     line_->Pe() = line_->P1();
     // In the shadow of the event in front the level can't be higher than before it.
@@ -188,11 +199,11 @@ class SectionBuilder {
       if (prev_->Pe() - levelDb > 10 * std::fabs(riseDb)) points = static_cast<double>(window_ + 2);
     }
     const double apart = sor_->LenToNum(line_->L[2]) - sor_->LenToNum(prev_->peakLen);
-    if (prev_->peakLevel - line_->P[0] < 1.0 && apart > static_cast<double>(window_ / 2 + 2)) {
+    if (prev_->peakLevel - line_->P[0] < kGainPeakDb && apart > static_cast<double>(window_ / 2 + 2)) {
       points = static_cast<double>(window_ / 2 + 2);
     }
     if (prev_->Pe() < line_->P[1]) {
-      const double gainDb = line_->P[1] - prev_->Pe() + 0.2 + noise_.noiseAmp;
+      const double gainDb = line_->P[1] - prev_->Pe() + kGainMarginDb + noise_.noiseAmp;
       points -= 3 * gainDb / (scale_.dbOnOwt * sor_->FxdParams->GetOwtDS(0)) + 1;
     }
     return points;
@@ -227,7 +238,7 @@ class SectionBuilder {
       const double gapPoints = sor_->dLenToNum(prev_->L[1] - line_->L[0]);
       prev_->spliceLoss = prev_->P[1] - line_->P[0] + slope_ * gapPoints;
     }
-    if (prev_->spliceLoss < 0.0 && prev_->peakLevel - line_->P[0] < 1.0) {
+    if (prev_->spliceLoss < 0.0 && prev_->peakLevel - line_->P[0] < kGainPeakDb) {
       // A gain explains the peak: what stood above the old level is the new one.
       prev_->type = 'N';
       prev_->peakLevel = line_->P[0] > prev_->peakLevel - noise_.noiseAmp
@@ -238,7 +249,7 @@ class SectionBuilder {
       if (prev_->type != 'V') prev_->type = 'R';
       prev_->spliceLoss = 0.0;
     }
-    if (line_->type != 'V' && line_->peakLevel < line_->P[1] + 0.75 && prev_->P[1] < line_->P[0]) {
+    if (line_->type != 'V' && line_->peakLevel < line_->P[1] + kLowPeakDb && prev_->P[1] < line_->P[0]) {
       line_->type = 'N';
     }
   }

@@ -30,7 +30,8 @@ std::unique_ptr<TSorData> SorGenerate(const TraceScale& scale, LineTable& table)
     TEventLine& line = *lines.GetData(i);
     const long from = std::max(TruncToLong(sor->dLenToNum(line.L[0]) + 0.5), 0L);
     long to = TruncToLong(sor->dLenToNum(line.L[2]) + 0.5);
-    if (line.P[1] < nf - 0.7 && line.P[0] > nf - 0.7 && line.peakLevel < nf) {
+    constexpr double kIntoNoiseDb = 0.7;
+    if (line.P[1] < nf - kIntoNoiseDb && line.P[0] > nf - kIntoNoiseDb && line.peakLevel < nf) {
       // The fit ran on into the noise; the fibre shows only down to it.
       line.L[2] -= (nf - line.P[1]) / line.LossKm();
       LossSquare(scale.sor, line);

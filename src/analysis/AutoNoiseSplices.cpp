@@ -118,7 +118,8 @@ class NoiseSpliceScan : private SpliceSearch {
     const bool drifts = at_ - frontEvent_.end < 3L * (static_cast<long>(frontEvent_.end) - frontEvent_.peak);
     if (frontFallDb_ > kTallDb && drifts) limitDb_ *= DriftFactor();
     sideLimitDb_ = 2 * limitDb_ / 3;
-    return levelDb - limitDb_ / 2 - 0.2 >= scale_.nf - kInNoiseDb;
+    constexpr double kRoomDb = 0.2;
+    return levelDb - limitDb_ / 2 - kRoomDb >= scale_.nf - kInNoiseDb;
   }
 
   // Whether the trace falls alike elsewhere: in front and behind, over half a window and a whole one, or far

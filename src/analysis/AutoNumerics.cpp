@@ -7,6 +7,7 @@
 #include "ref/math/ref_Math.h"
 #include "ref/math/sectionFits.h"
 #include "sor/sorData.h"
+#include "src/analysis/FibreLimits.h"
 #include "src/filter/AutoLimits.h"
 #include "util/convert.h"
 #include "util/elementary.h"
@@ -48,13 +49,14 @@ double RequirePower(double fault, long pts) {
 long RequireAvgPin(double level, double fault) {
   double points = elementary::Exp10((RequirePower(fault, 1) - level) / 2.5);
   if (points > kLongestWindowPoints) points = kLongestWindowPoints;
-  return TruncToLong(points + 0.999);
+  constexpr double kWholePoint = 0.999;  // a part of a point counts as one, but not a rounding error
+  return TruncToLong(points + kWholePoint);
 }
 
 double RequireFault(double level, long pts) {
   const double averaged = static_cast<double>(std::max(pts, 1L));
   const double noiseToSignal = powDb(-(level - kStepMarginDb)) / std::sqrt(averaged);
-  const double faultDb = 5.0 * elementary::Log10(noiseToSignal + 1.0) + 0.002;
+  const double faultDb = 5.0 * elementary::Log10(noiseToSignal + 1.0) + kResolutionDb;
   return faultDb < kLeastCredibleDb ? kLeastCredibleDb : faultDb;
 }
 

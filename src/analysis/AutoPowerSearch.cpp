@@ -30,9 +30,10 @@ class PowerScan {
         aciEnd_(aciEnd),
         polDb_(settings_.th.polar),
         limitDb_(settings_.th.Event) {
+    constexpr double kPointsPerDb = 40.0;  // of noise, by which the shortest window grows
     begin_ = HeldPoint(scale_.sor->dLenToNum(line.L[0]), scale_.nPoints);
     end_ = HeldPoint(scale_.sor->dLenToNum(line.L[2]), scale_.nPoints);
-    shortestPin_ = scale_.winEvent + HeldShift(settings_.th.polar * 40.0, scale_.nPoints);
+    shortestPin_ = scale_.winEvent + HeldShift(settings_.th.polar * kPointsPerDb, scale_.nPoints);
     pin_ = Window(line.P[0]);
     slope_ = line.LossKm() * scale_.lenDS;
     s_ = begin_;
@@ -178,6 +179,8 @@ void PowerScan::Describe(TEventLine& head) const {
 
 long PowerScan::NextStart(const TEventLine& head) const {
   constexpr double kTailedPeakDb = 1.5;
+  // Slopes of the line, between which the fall behind an event has become fibre.
+  constexpr double kSteepestLines = 1.4, kFlattestLines = 3.0;
   const double slopeDbPerKm = head.LossKm();
   long q = pos_ + scale_.winPulse;
   if (head.peakLevel >= settings_.th.RefSat || head.peakLevel - head.P[1] > kTailedPeakDb) {
@@ -189,7 +192,7 @@ long PowerScan::NextStart(const TEventLine& head) const {
   const double recoveries = (head.P[1] - afterDb_) / kRecoveryDb;
   q += std::max(0L, HeldShift(recoveries * scale_.owtRecover / scale_.owtDS, scale_.nPoints));
   return NakatDZ(scale_, q, scale_.winEvent / 2 + 1, q + 3 * scale_.winDead,
-                 std::max(1.4 * slopeDbPerKm, aciEnd_), slopeDbPerKm / 3.0);
+                 std::max(kSteepestLines * slopeDbPerKm, aciEnd_), slopeDbPerKm / kFlattestLines);
 }
 
 // What the fibre loses at its end: from the last line to the level far enough behind it.

@@ -15,6 +15,7 @@
 #include "ref/math/ref_Math.h"
 #include "ref/math/sectionFits.h"
 #include "sor/sorData.h"
+#include "src/analysis/FibreLimits.h"
 #include "util/convert.h"
 
 namespace reflyze {
@@ -139,7 +140,10 @@ class EventTableWriter {
   void TakeSectionBehind(TSorBlockKeyEvents1E& event, const TEventLine& line, const TEventLine& next) {
     event.ML2 = Owt(next.L[0]);
     event.ML3 = Owt(next.L[1]);
-    const double limitDb = std::min(line.Loss() > 0.2 ? 2 * line.Loss() : 0.5, kMostSectionLossDb);
+    constexpr double kTellingLossDb = 0.2;  // a section that loses less says nothing of the next ...
+    constexpr double kShortLossDb = 0.5;    // ... which then counts over this loss
+    const double limitDb =
+        std::min(line.Loss() > kTellingLossDb ? 2 * line.Loss() : kShortLossDb, kMostSectionLossDb);
     if (next.Loss() > limitDb) {
       // Over so long a section its slope may change: only its first part says what the event lost.
       const double cut = (1.0 - limitDb / next.Loss()) * (static_cast<double>(event.ML3) - event.ML2);
@@ -159,7 +163,7 @@ class EventTableWriter {
 
   void SetEndToEndLoss() {
     const int inside = sor_.QRTParams->IntFiber;
-    if (inside > 0 && 1.5 * pulseOwt_ < inside) {
+    if (inside > 0 && kInnerFibrePulses * pulseOwt_ < inside) {
       SetLossFromLaunchFibre();
       return;
     }

@@ -13,6 +13,7 @@
 #include "ref/math/sectionFits.h"
 #include "sor/sorData.h"
 #include "src/analysis/AutoNumerics.h"
+#include "src/analysis/FibreLimits.h"
 #include "src/filter/Optics.h"
 #include "util/convert.h"
 #include "util/elementary.h"
@@ -41,6 +42,12 @@ bool IsMerged(const TEventLine& line) { return line.type == 'S' || line.type == 
 
 class EventSelection {
  public:
+  static constexpr double kUnderNoiseDb = 5.0;     // no level counts as lower
+  static constexpr double kLowDb = 0.4;            // steps and peaks below are measured over a pulse
+  static constexpr double kJustAbove = 1.001;      // so that the section itself still counts as fibre
+  static constexpr double kFlatDbPerKm = 0.1;      // no fibre loses so little
+  static constexpr double kNearThresholdDb = 3.0;  // of the reflectance threshold
+
   EventSelection(const AnalysisSettings& settings, const TraceScale& scale, LineTable& table,
                  double leastLossDb)
       : settings_(settings),
@@ -77,9 +84,8 @@ class EventSelection {
   // Fall below the level in front that a real end shows. A splitter loses nearly as much as an end does, so
   // the fall has to exceed what it takes.
   double StopDropDb() const {
-    constexpr double kUnknownSplittersDb =
-        18.0;                             // what splitters of unknown ratios take at most, with a margin
-    constexpr double kEndMarginDb = 3.0;  // by which an end falls further than the splitters
+    constexpr double kUnknownSplittersDb = 18.0;  // what splitters of unknown ratios take, with the margin
+    constexpr double kEndMarginDb = 3.0;          // by which an end falls further than the splitters
     const TSorBlockQRTParameters& params = *sor_->QRTParams;
     if (params.PonType == kUnknownSplitters) return kUnknownSplittersDb;
     if (params.PonType == 0) return 0.0;
@@ -87,7 +93,7 @@ class EventSelection {
     return 10 * elementary::Log10(outputs) + kEndMarginDb;
   }
 
-  double FarDb(const TEventLine& behind) const { return std::max(behind.P[0], scale_.nf - 5.0); }
+  double FarDb(const TEventLine& behind) const { return std::max(behind.P[0], scale_.nf - kUnderNoiseDb); }
 
   bool EndsFibre(const TEventLine& before, const TEventLine& behind, double stopDropDb) const {
     return before.L[2] - before.L[0] >= settings_.th.MinLine && before.spliceLoss > settings_.th.THEnd &&
@@ -108,7 +114,7 @@ class EventSelection {
     const double baseDb = IsMerged(before) ? behind.P[0] : before.P[1];
     const double heightDb = before.peakLevel - baseDb;
     const double r = RefEventReflection(sor_, sor_->dLenToOwt(before.peakLen), heightDb);
-    if (settings_.th.THRef > r || std::fabs(before.spliceLoss) >= 0.4 || heightDb >= 0.4) return r;
+    if (settings_.th.THRef > r || std::fabs(before.spliceLoss) >= kLowDb || heightDb >= kLowDb) return r;
     // So low a peak beside a loss step is measured from its mean height.
     return RefEventReflection(sor_, NearestPoint(before.L[2]), before.P[1], NearestPoint(behind.L[0]),
                               FarDb(behind), before.spliceLoss);
@@ -118,7 +124,7 @@ class EventSelection {
     const double r = Reflectance(before, behind);
     const double slopeBefore = before.LossKm();
     const double slopeBehind = behind.LossKm();
-    if (table_.maxDbKm < slopeBefore && slopeBefore < slopeBehind) table_.maxDbKm = 1.001 * slopeBefore;
+    if (table_.maxDbKm < slopeBefore && slopeBefore < slopeBehind) table_.maxDbKm = kJustAbove * slopeBefore;
 
     Reason why = Reason::kNone;
     if (IsMerged(before)) {
@@ -129,7 +135,8 @@ class EventSelection {
     } else {
       why = WhyDropLoss(before, behind);
     }
-    if (slopeBefore < 0.1 && r < settings_.th.THRef + 3.0 && scale_.refLevelMin > leastLossDb_ &&
+    if (slopeBefore < kFlatDbPerKm && r < settings_.th.THRef + kNearThresholdDb &&
+        scale_.refLevelMin > leastLossDb_ &&
         (slopeBehind - slopeBefore) * before.Length() + leastLossDb_ > before.spliceLoss) {
       why = Reason::kRippleOfFlatSection;
     }
@@ -280,6 +287,7 @@ class WeakZone {
   static constexpr double kLeastSplitterLossDb = 6.0;  // a larger loss is that of a splitter
   static constexpr double kDepthDb = 17.0;             // below the start of the fibre
   static constexpr double kSteepDbPerKm = 2.0;
+  static constexpr double kSureLossDb = 2.0;  // a larger loss is no guess
 
   // Levels grow with distance here.
   double LossTo(int owt) const { return -sor_->OwtToLevel(owt, 1); }
@@ -287,8 +295,8 @@ class WeakZone {
   // Index of the event where the weak zone starts, the number of events if there is none.
   int First() const {
     const TSorBlockQRTParameters& params = *sor_->QRTParams;
-    double startDb = params.begLevel / 100.0;
-    if (params.IntFiber > 0 && 1.5 * sor_->FxdParams->GetOwtPulse(0) < params.IntFiber) {
+    double startDb = params.begLevel / 100.0;  // stored in 0.01 dB
+    if (params.IntFiber > 0 && kInnerFibrePulses * sor_->FxdParams->GetOwtPulse(0) < params.IntFiber) {
       startDb = LossTo(events_.EventAt(0).EPT);
     }
     int splitters = 0;
@@ -305,7 +313,7 @@ class WeakZone {
 
   // A loss between sections that no fibre has.
   bool IsSuspicious(const TSorBlockKeyEvents1E& event) const {
-    if (event.EC.Len() == 0 || event.EC.c_str()[0] != '0' || event.GetEL() >= 2.0) return false;
+    if (event.EC.Len() == 0 || event.EC.c_str()[0] != '0' || event.GetEL() >= kSureLossDb) return false;
     const bool noSections = event.ML0 == event.ML1 && event.ML2 == event.ML3;
     return noSections || SlopeOf(event.ML0, event.ML1) > kSteepDbPerKm ||
            SlopeOf(event.ML2, event.ML3) > kSteepDbPerKm;
@@ -346,14 +354,19 @@ void SetLinesSplice(const TraceScale& scale, LineTable& table) {
 }
 
 void SetMaxDbKm(LineTable& table, double aci) {
-  table.maxDbKm = std::min(table.maxDbKm, 10.0 * aci);
-  table.maxDbKm = std::max(table.maxDbKm, 1.0);
+  constexpr double kSteeperSections = 10.0, kLeastDbPerKm = 1.0;
+  table.maxDbKm = std::min(table.maxDbKm, kSteeperSections * aci);
+  table.maxDbKm = std::max(table.maxDbKm, kLeastDbPerKm);
 }
 
 bool IsNormACI(const TraceScale& scale, double aci, double base) {
-  double limit = base > 0.01 ? 2 * base : 2.0;
-  if (scale.sor->GenParams->NW < 1000) limit = 5.0;  // multimode windows lose more
-  return aci > -0.5 && aci < limit;
+  constexpr double kKnownDbPerKm = 0.01;
+  constexpr double kSingleModeDbPerKm = 2.0, kMultimodeDbPerKm = 5.0;
+  constexpr int kSingleModeNm = 1000;     // multimode fibre is used below, and loses more
+  constexpr double kNoiseDbPerKm = -0.5;  // noise may let a fibre seem to gain
+  double limit = base > kKnownDbPerKm ? 2 * base : kSingleModeDbPerKm;
+  if (scale.sor->GenParams->NW < kSingleModeNm) limit = kMultimodeDbPerKm;
+  return aci > kNoiseDbPerKm && aci < limit;
 }
 
 int DeleteShortSplices(const TraceScale& scale, LineTable& table, int count, float spanOwt, float lossThr,

@@ -37,8 +37,10 @@ constexpr long kMostListed = 200;            // of the final list
 constexpr double kSpanOwt = 2000.0;          // 200 ns one way, about 41 m of fibre: the reference distance
 constexpr float kSpliceStepDb = 0.02F;       // smallest step worth reporting; tuned
 constexpr float kGhostStepFactor = 5.0F;     // ghosts ripple the whole trace, so the step grows with them
-constexpr double kBehindStrongEndDb =
-    2.4;                               // the noise lies this far under its floor where nothing can be read
+constexpr double kPulseMarginOwt = 100.0;    // 10 ns one way, about 2 m
+constexpr double kMuchHigherDb = 10.0;       // a peak so much higher rules what is behind the next one too
+constexpr double kNoLevelDb = -65.0;         // start level of a trace that does not show it
+constexpr double kLaunchFibrePulses = 1.2;   // a fibre inside the instrument so long shows the start level
 constexpr double kSelectEndDb = 25.0;  // thresholds of the selection in a plain analysis: nearly all stays
 constexpr double kSelectReflectanceDb = -100.0;
 
@@ -57,7 +59,8 @@ class ShortAnalysisRun {
         sor_(*scale.sor),
         filter_(std::make_unique<TSorFilter>(scale.sor)) {
     stepD_ = TruncToLong((kSpanOwt / scale_.owtDS) / 4 + 2);
-    stepP_ = TruncToLong((sor_.FxdParams->GetOwtPulse(0) + 100.0) / sor_.FxdParams->GetOwtDS(0) + 2);
+    stepP_ =
+        TruncToLong((sor_.FxdParams->GetOwtPulse(0) + kPulseMarginOwt) / sor_.FxdParams->GetOwtDS(0) + 2);
     stepD_ = std::min(stepD_, LongestWindow(scale_.nPoints));
     stepP_ = std::min(stepP_, LongestWindow(scale_.nPoints));
     slopeRef_ = scale_.lossDS;
@@ -142,7 +145,8 @@ class ShortAnalysisRun {
     if (i <= 1) return before;
     const TFEvent& strong = filt_[At(i - 2)];
     if (strong.Am() <= 9 || strong.Am() - before.Am() <= 3) return before;
-    const bool buried = LevelDb(s) < scale_.nf + 5.0 || LevelDb(strong.peak) - LevelDb(before.peak) > 10.0;
+    const bool buried =
+        LevelDb(s) < scale_.nf + kPointsTellDb || LevelDb(strong.peak) - LevelDb(before.peak) > kMuchHigherDb;
     const bool close = s - strong.end < (stepD_ - 2) * 2;
     return buried && close ? strong : before;
   }
@@ -192,6 +196,9 @@ class ShortAnalysisRun {
 
   // The fibre's own slope from the stretches that look like fibre, if together they lose enough to tell.
   void MeasureWorkingSlope() {
+    constexpr double kBothAgree = 0.2;  // nominal slopes by which whole and inner part may differ
+    constexpr double kSteepest = 2.0, kFlattest = 0.8;  // nominal slopes, between which a stretch is fibre
+    constexpr double kTellingDb = 1.0;                  // together they have to lose more
     double totalDb = 0.0;
     long points = 0;
     for (long j = 1; j < n_; ++j) {
@@ -202,19 +209,22 @@ class ShortAnalysisRun {
       const double inner = (LevelDb((2 * s + z) / 3) - LevelDb(z)) / length;
       const double apart = std::fabs(slope - scale_.lossDS), innerApart = std::fabs(inner - scale_.lossDS);
       if (innerApart < apart) {
-        if (std::fabs(apart / scale_.lossDS - innerApart / scale_.lossDS) > 0.2) continue;
+        if (std::fabs(apart / scale_.lossDS - innerApart / scale_.lossDS) > kBothAgree) continue;
         slope = inner;
       }
-      if (LevelDb(z) > scale_.nf && slope < 2.0 * scale_.lossDS && slope > 0.8 * scale_.lossDS) {
+      if (LevelDb(z) > scale_.nf && slope < kSteepest * scale_.lossDS && slope > kFlattest * scale_.lossDS) {
         totalDb += LevelDb(s) - LevelDb(z);
         points += z - s;
       }
     }
-    if (points != 0 && totalDb > 1.0) slopeRef_ = static_cast<float>(totalDb / static_cast<double>(points));
+    if (points != 0 && totalDb > kTellingDb)
+      slopeRef_ = static_cast<float>(totalDb / static_cast<double>(points));
   }
 
   // A trace whose noise ripples are too wide or too high has no fine splices to find.
   void JudgeNoise() {
+    constexpr double kQuietDb = 0.02, kRatherNoisyDb = 0.15, kNoisyDb = 0.5;
+    constexpr double kRatherWideRipple = 1.2, kWideRipple = 2.0;  // times what a step takes
     noise_.spliceWidth = noise_.peakCount == 0 ? static_cast<double>(scale_.winDead)
                                                : static_cast<double>(noise_.peakWidthSum) /
                                                      static_cast<double>(noise_.peakCount);
@@ -223,10 +233,11 @@ class ShortAnalysisRun {
           noise_.noiseAmp, static_cast<double>(-noise_.peakFallSum / static_cast<float>(noise_.peakCount)));
     }
     const auto q = static_cast<double>(scale_.winDead + stepD_);
-    const bool rippled = noise_.spliceWidth > q || noise_.noiseAmp > 0.5 || noise_.peakWidthMax >= 2.0 * q ||
-                         (noise_.peakWidthMax >= 1.2 * q && noise_.noiseAmp > 0.15);
+    const bool rippled = noise_.spliceWidth > q || noise_.noiseAmp > kNoisyDb ||
+                         noise_.peakWidthMax >= kWideRipple * q ||
+                         (noise_.peakWidthMax >= kRatherWideRipple * q && noise_.noiseAmp > kRatherNoisyDb);
     // Ripples and ghosts look like weak steps. The mask stays cut for the next trace of the same host.
-    if ((noise_.noiseAmp > 0.02 && rippled) || result().ghostCount != 0) detectors_ &= kDetectorsOnRipple;
+    if ((noise_.noiseAmp > kQuietDb && rippled) || result().ghostCount != 0) detectors_ &= kDetectorsOnRipple;
     noiseStop_ = scale_.nPoints;
   }
 
@@ -303,10 +314,13 @@ class ShortAnalysisRun {
   // A long stretch above the noise tells its own slope, if that is near the one known; multimode fibre may
   // lose much less than its nominal value.
   void FollowSlope(long s, long z) {
-    if (!(sor_.NumToOwt(z) - sor_.NumToOwt(s) > 10.0 * kSpanOwt && LevelDb(z) > scale_.nf)) return;
+    constexpr double kLongSpans = 10.0;
+    constexpr double kLeastOfMultimode = 0.3, kLeastOfKnown = 0.9, kMostOfKnown = 1.1;  // slopes so far
+    if (!(sor_.NumToOwt(z) - sor_.NumToOwt(s) > kLongSpans * kSpanOwt && LevelDb(z) > scale_.nf)) return;
     const double slope = (LevelDb(s) - LevelDb(z)) / static_cast<double>(z - s);
-    const double least = sor_.GenParams->FT == kMultimodeFibre ? 0.3 : 0.9;
-    if (slope >= least * slopeRef_ && slope <= 1.1 * slopeRef_) slopeRef_ = static_cast<float>(slope);
+    const double least = sor_.GenParams->FT == kMultimodeFibre ? kLeastOfMultimode : kLeastOfKnown;
+    if (slope >= least * slopeRef_ && slope <= kMostOfKnown * slopeRef_)
+      slopeRef_ = static_cast<float>(slope);
   }
 
   // The dip that a saturated receiver leaves is filled in both traces.
@@ -321,13 +335,14 @@ class ShortAnalysisRun {
   }
 
   void FindFineSplices(long& s, long z, char nextType) {
+    constexpr double kStepRoomDb = 0.5;  // a step has to leave its fibre above the noise
     long carry = 0;
     float bestDb = 0.0F;
     while (z - s > stepP_ && nEv_ < kMostListed - n_ && nextType != 'G' && IsOn(kFineSplices) &&
            s < noiseStop_) {
       const long p = RefAutoSearchSpliceEvent(&sor_, s, z, static_cast<float>(kSpanOwt), lossThrDb_,
                                               gainThrDb_, slopeRef_, bestDb, widths_.data(), after_, carry);
-      if (p == 0 || LevelDb(p) < scale_.nf + kOverNoiseDb + 0.5) return;
+      if (p == 0 || LevelDb(p) < scale_.nf + kOverNoiseDb + kStepRoomDb) return;
       ++Event.insideSplices;
       after_ = p + std::max(scale_.winEvent, WidthAt(p));
       if (after_ + stepD_ >= z || p <= s + 3) return;
@@ -349,8 +364,8 @@ class ShortAnalysisRun {
 
   void BuildLines() {
     const bool launchFibre =
-        sor_.QRTParams->IntFiber > static_cast<double>(scale_.winPulse) * scale_.owtDS * 1.2;
-    table_.pZero = launchFibre ? sor_.LenToLevel(0.0, 0) : -65.0;
+        sor_.QRTParams->IntFiber > static_cast<double>(scale_.winPulse) * scale_.owtDS * kLaunchFibrePulses;
+    table_.pZero = launchFibre ? sor_.LenToLevel(0.0, 0) : kNoLevelDb;
     filter_->SwitchDataPointsBlocks();
     bool unfiltered = true;
     TEventLine* previous = nullptr;
@@ -378,7 +393,7 @@ class ShortAnalysisRun {
   // The loss of the last event is measured against what is left behind it.
   void MeasureEnd() {
     const TFEvent& last = filt_[At(n_ - 1)];
-    double endDb = scale_.nf - kBehindStrongEndDb;
+    double endDb = scale_.nf - kNoiseMeanDb;
     if (LevelDb(last.peak) < kClipsLevelDb) {
       const long k = lastZ_ + stepP_ + stepD_ * ((last.Am() + 5) / 5);
       // The count is formed like a position, and reaches to the end of the trace.

@@ -91,11 +91,15 @@ reflyze::HeldSamples TSorFilter::HeldLinf() const {
 
 double TSorFilter::CalcFPin(double e) const {
   if (pSorData == nullptr) return 0.0;
+  constexpr double kMorePoints = 10.5;
   const TSorBlockFixedParameters& fixed = *pSorData->FxdParams;
-  return elementary::Power(fixed.GetOwtPulse(0) / fixed.GetOwtDS(0) + 10.5, e);
+  return elementary::Power(fixed.GetOwtPulse(0) / fixed.GetOwtDS(0) + kMorePoints, e);
 }
 
-void TSorFilter::SetLvlK(double e) { SetK(TruncToInt(CalcFPin(e) + 0.75)); }
+void TSorFilter::SetLvlK(double e) {
+  constexpr double kRoundUp = 0.75;
+  SetK(TruncToInt(CalcFPin(e) + kRoundUp));
+}
 
 double TSorFilter::GetFLevel() const {
   if (pSorData == nullptr) return 0.0;
@@ -168,6 +172,7 @@ void TSorFilter::Filter(TSorData* sor) {
 
 namespace {
 
+constexpr double kTempStrength = 0.5;
 constexpr int kErased = 1;  // state of the filter story in which the filtered levels are final
 
 // How wide the automatic filter may average: what the first figures say, widened for coarse and for very long
@@ -199,7 +204,7 @@ void TSorFilter::SetFilter(int kind) {
       FTTFilter(pSorData);
       break;
     case kTempFilter:
-      TempFilter(pSorData, nullptr, 0.5);
+      TempFilter(pSorData, nullptr, kTempStrength);
       break;
     case kAutoFilter:
       PrepareAutoFilter();
@@ -225,7 +230,10 @@ void TSorFilter::PrepareAutoFilter() {
     autoLevel = kLongRangeAutoLevel;
   }
   const double filterLevel = pSorData->QRTParams->GetFilterLevel();
-  if (filterLevel < kFullFilterLevel) autoLevel += TruncToInt(filterLevel * 10.0 - 10.0);
+  if (filterLevel < kFullFilterLevel) {
+    // A doubling less for each tenth of the level.
+    autoLevel += TruncToInt(filterLevel * 10.0 - 10.0);
+  }
 }
 
 void TSorFilter::BackupRestoreDataPointsBeforeFilterApply(int kind) {

@@ -156,7 +156,7 @@ class DeadZone {
 void DeadZone::PassOverload() {
   constexpr long kOverload = 14;
   if (strength_ <= kOverload) return;
-  const double startDb = sor_.QRTParams->begLevel / -100.0;
+  const double startDb = sor_.QRTParams->begLevel / -100.0;  // stored as a loss, in 0.01 dB
   const double expectedDb = std::max(
       startDb - static_cast<double>(RefAutoGetLoss(&sor_)) * sor_.NumToALen(rise_), Db(event_.begin - 1));
   while (limit_ < lastPoint_ && limit_ < furthest_ && Db(limit_) > expectedDb) ++limit_;
@@ -236,14 +236,17 @@ long DeadZone::EndWhereFibreShows() {
 long DeadZone::EndOfSlowFall(long& end, double steepDb) {
   const double base = static_cast<double>(base_);
   const double rippleDb = static_cast<double>(filter_.result.polar) / base / 2;
+  constexpr double kSteepTailSlopes = 20.0;  // a fall that is nowhere steeper leaves no tail
   const double meanDb = std::sqrt(FibreDb() * steepDb / 10);
-  if (!(20.0 * FibreDb() + rippleDb < steepDb)) return 0;
+  if (!(kSteepTailSlopes * FibreDb() + rippleDb < steepDb)) return 0;
   const long settled = FibreFrom(end, fullBase_, meanDb + rippleDb);
   if (settled >= 0 || limit_ - end <= base_) return settled;
+  constexpr double kNoSteeper = 1.1;
   float fallDb = 0.0F, riseDb = 0.0F;
   long atFall = 0, atRise = 0;
   RefAutoSearchMaxdbRiseFall(&sor_, end, limit_, base_, fallDb, atFall, riseDb, atRise, 0.0F);
-  if (-fallDb < 1.1 * (FibreDb() + steepDb / 10) * base && -meanDb * base > riseDb) end = atRise + base_;
+  if (-fallDb < kNoSteeper * (FibreDb() + steepDb / 10) * base && -meanDb * base > riseDb)
+    end = atRise + base_;
   return settled;
 }
 
@@ -288,9 +291,11 @@ void DeadZone::PassUndershoot() {
 // lowest point without any light has no such measure.
 long DeadZone::EndBehind(long end) {
   constexpr double kDeepFall = 25.0;
+  constexpr double kLogOfPlainFall = 3.0;  // a fall to a twentieth stretches nothing yet
   const double beginLin = lin_[event_.begin], lowestLin = lin_[lowest_];
   if (!(lowestDb_ > sor_.FxdParams->GetNF() && beginLin > kDeepFall * lowestLin)) return end;
-  const double stretch = static_cast<double>(filter_.pulsePoints / 4) * (Log(beginLin / lowestLin) - 3.0);
+  const double stretch =
+      static_cast<double>(filter_.pulsePoints / 4) * (Log(beginLin / lowestLin) - kLogOfPlainFall);
   return end + std::clamp(TruncToLong(stretch), 0L, lastPoint_);
 }
 

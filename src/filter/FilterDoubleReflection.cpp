@@ -56,7 +56,9 @@ class DoubleReflection {
 
  private:
   static constexpr long kOne = 0;
-  static constexpr double kAlmost = 0.999;  // of a level, against rounding
+  static constexpr double kSameLevel = 1.02;  // two levels that differ by less are one
+  static constexpr double kSamePeak = 1.05;   // and two tops of one rise
+  static constexpr double kAlmost = 0.999;    // of a level, against rounding
 
   struct Bend {
     double db;
@@ -130,8 +132,9 @@ void DoubleReflection::FollowRise(long end) {
     };
     while (peak < lin_.count() - 1 && goesOn()) ++peak;
   }
-  const bool isSamePeak = lin_[peak] - 1.05 * lin_[first_] < limitLin_ && peak - first_ <= recovery_ / 2 &&
-                          lin_[peak] - 1.02 * lin_[peak - 1] < limitLin_;
+  const bool isSamePeak = lin_[peak] - kSamePeak * lin_[first_] < limitLin_ &&
+                          peak - first_ <= recovery_ / 2 &&
+                          lin_[peak] - kSameLevel * lin_[peak - 1] < limitLin_;
   if (isSamePeak) {
     first_ = peak;
   } else {
@@ -163,11 +166,12 @@ DoubleReflection::Bend DoubleReflection::SharpestBend() const {
 // parts the reflections. A bend up that comes last is the foot of a single late rise.
 std::optional<long> DoubleReflection::JudgeBend() const {
   constexpr double kSharpDb = -0.5;
-  const bool rises = before_ > pulse_ && second_ > dip_ &&
-                     static_cast<double>(second_ - from_) >
-                         1.3 * static_cast<double>(recovery_) + static_cast<double>(pulse_ / 5 + samples_) &&
-                     lin_[second_] - 1.02 * lin_[first_] > limitLin_ / 2 &&
-                     lin_[second_] / 20 < Rise(before_, first_);
+  constexpr double kRecoveriesApart = 1.3;  // two rises closer than that look like one
+  const bool rises =
+      before_ > pulse_ && second_ > dip_ &&
+      static_cast<double>(second_ - from_) >
+          kRecoveriesApart * static_cast<double>(recovery_) + static_cast<double>(pulse_ / 5 + samples_) &&
+      lin_[second_] - kSameLevel * lin_[first_] > limitLin_ / 2 && lin_[second_] / 20 < Rise(before_, first_);
   if (!rises) return std::nullopt;
   const Bend bend = SharpestBend();
   if (bend.db < kSharpDb && bend.atDown - bend.atUp > bend_) {
@@ -212,8 +216,9 @@ long DoubleReflection::LateFall() const {
   if (Db(dip_) > sor_.GetMaxLevel() - reflyze::kClipsNearTopDb) return kOne;
   const long fall =
       RefAutoSearchStraightLess(&sor_, second_, static_cast<float>((2.0 * Db(dip_) + Db(far_)) / 3));
+  constexpr double kLongestPulses = 1.3;  // of a single reflection
   const double longestSingle =
-      1.3 * static_cast<double>(pulse_) + static_cast<double>(2 * recovery_ + window_);
+      kLongestPulses * static_cast<double>(pulse_) + static_cast<double>(2 * recovery_ + window_);
   if (static_cast<double>(fall - from_) <= longestSingle) return kOne;
   return fall - pulse_ - recovery_ / 2 - window_;
 }
@@ -221,7 +226,8 @@ long DoubleReflection::LateFall() const {
 // A second peak that is clearly higher, a pulse behind the first, is one of its own: parted by a dip, or by a
 // bend.
 std::optional<long> DoubleReflection::JudgeHigherSecond() const {
-  if (!(second_ >= first_ + pulse_ && secondLin_ > 1.3 * firstLin_)) return std::nullopt;
+  constexpr double kClearlyHigher = 1.3;
+  if (!(second_ >= first_ + pulse_ && secondLin_ > kClearlyHigher * firstLin_)) return std::nullopt;
   if (dipLin_ + limitLin_ < firstLin_) return dip_ - samples_ / 2;
   const Bend bend = SharpestBend();
   if (bend.db < 0.0) return bend.atDown - 1;

@@ -104,7 +104,8 @@ void Echo::MeasurePeaks() {
   sourceLin_ = Peak(source_);
   echoLin_ = Peak(echo_);
   if (!(IsPeakTrue() && pulsePoints_ < 2.0)) return;
-  const double wide = std::max(static_cast<double>(source_.width), pulsePoints_) + 0.75;
+  constexpr double kEdgePoints = 0.75;  // of the receiver, beside the pulse
+  const double wide = std::max(static_cast<double>(source_.width), pulsePoints_) + kEdgePoints;
   sourceLin_ = Around(source_) * wide / pulsePoints_ * (isEarlier_ + 1);
   echoLin_ = Around(echo_);
 }
@@ -113,8 +114,10 @@ void Echo::MeasurePeaks() {
 // source: with the strongest source, on a good part of it, else on a hundredth, and on what comes back of it.
 bool Echo::HasLoss() const {
   if (!(groundLin_ > noiseLin_)) return false;
-  double scale = 100.0;
-  if (IsStrongest()) scale = FallsAtSource() ? 30.0 : 10.0;
+  // The light at the source is so many times what an echo of it may pretend.
+  constexpr double kAny = 100.0, kOfStrongest = 10.0, kOfStrongestWithLoss = 30.0;
+  double scale = kAny;
+  if (IsStrongest()) scale = FallsAtSource() ? kOfStrongestWithLoss : kOfStrongest;
   const double sourceLin = FallsAtSource() ? frontLin_ : lin_[source_.end];
   const double lossLin = groundLin_ - mean_[echo_.end + filter_.pulseFallPoints + kNearMeanPoints];
   if ((lossLin - noiseLin_) * scale > sourceLin) return true;

@@ -291,7 +291,10 @@ bool AutoFilterEndPhase::MeasureStretch(Round& round) {
 // (A stretch that begins far behind the trace needs no case of its own: an end always lies behind it.)
 void AutoFilterEndPhase::MeasureNeed(Round& round) {
   constexpr double kDbPerGrade = 1.5;
-  constexpr double kSeenDb = 2.0;  // above the noise
+  constexpr double kGradeAtNoise = 10.0;  // that a signal at the noise needs
+  constexpr float kSteepestSeen = 1.25F,
+                  kFlattestSeen = 0.8F;  // nominal slopes between which a stretch is fibre
+  constexpr double kSeenDb = 2.0;        // above the noise
   constexpr double kSteepDb = 1.5;
   round.noiseDb = scales_.noiseDb - NoiseGainDb(static_cast<double>(mean_.target));
   const double slopeDb = FibreDb(round.stretch);
@@ -300,12 +303,12 @@ void AutoFilterEndPhase::MeasureNeed(Round& round) {
   const double meanDb = (round.stretchDb + Db(from_)) / 2.0;
   const bool isEven = !(meanDb < round.stretchDb) && !(std::fabs(round.fallDb) > kSteepDb);
   round.overDb = (isEven ? meanDb : round.stretchDb) - (round.noiseDb + kSeenDb);
-  round.need = TruncToLong(round.overDb / kDbPerGrade + 10.0);
+  round.need = TruncToLong(round.overDb / kDbPerGrade + kGradeAtNoise);
   if (!(std::fabs(round.fallDb) < round.overDb / 2.0)) return;
   ++round.need;
   const long base = std::max((upTo_ - from_) / 20 + scales_.farPoints, 1L);
-  const long fibre = RefAutoSearchStraightLoss2(&sor_, from_, upTo_, base, 1.25F * scales_.slopeDb,
-                                                0.8F * scales_.slopeDb, 0);
+  const long fibre = RefAutoSearchStraightLoss2(&sor_, from_, upTo_, base, kSteepestSeen * scales_.slopeDb,
+                                                kFlattestSeen * scales_.slopeDb, 0);
   if (fibre > from_ && round.stretchDb > scales_.noiseDb) round.need += (upTo_ - fibre) / base;
 }
 
@@ -344,11 +347,14 @@ bool AutoFilterEndPhase::IsEnd(const Round& round, double goesOnDb) {
 
 // The end is reported if it lies clear of what the last event may still do.
 void AutoFilterEndPhase::AddEnd(const Round& round) {
+  constexpr double kEndMarginOwt = 50.0;                   // 5 ns, a metre
+  constexpr double kCautiousDb = 5.0, kMostCaution = 5.0;  // the nearer to the noise, the more recoveries
   constexpr double kPeakShare = 0.7;  // of ripple and noise, by which a peak has to exceed the end
   const long e = round.end, window = scales_.eventPoints, width = widths_[e];
   const double overDb = round.stretchDb - round.noiseDb;
-  const double recoverOwt = (Db(Last().peak) - round.stretchDb) / kRecoveryDb * scales_.fallOwt + 50.0;
-  const double caution = overDb > 0.0 ? 5.0 / overDb + 1.0 : 5.0;
+  const double recoverOwt =
+      (Db(Last().peak) - round.stretchDb) / kRecoveryDb * scales_.fallOwt + kEndMarginOwt;
+  const double caution = overDb > 0.0 ? kCautiousDb / overDb + 1.0 : kMostCaution;
   const double clear = std::ceil(recoverOwt / scales_.spacingOwt) * caution;
   if (strongest_ >= kExplainsGrade || !(Db(from_) > round.noiseDb) || e <= 0) return;
   if (!(clear + static_cast<double>(window) < static_cast<double>(e - from_))) return;
@@ -413,10 +419,11 @@ struct Beard {
 
 // Behind the pulse of a strong event, for half a window where the event is long, else for a window.
 Beard BeardBehind(const TFEvent& event, long window) {
+  constexpr double kMostOfWindow = 0.9;
   const long half = window / 2 + 1;
   Beard beard;
-  beard.from =
-      std::max<long>(reflyze::TruncToLong(event.begin + 0.9 * static_cast<double>(window)), event.end);
+  beard.from = std::max<long>(reflyze::TruncToLong(event.begin + kMostOfWindow * static_cast<double>(window)),
+                              event.end);
   const bool isLong = event.rise - event.begin > half;
   beard.to = isLong ? beard.from + half : event.rise + window;
   return beard;

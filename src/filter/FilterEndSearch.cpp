@@ -194,6 +194,7 @@ std::optional<long> EndSearch::FindNoise() {
 // it, and so do the averaged levels. Moves `noiseAt_` to where that ends, or finds the end on the way.
 std::optional<long> EndSearch::FollowFibre() {
   constexpr double kRoomBelowNoiseDb = 5.0;
+  constexpr double kBeyond = 1.2;       // of the way to the lowered noise
   constexpr double kUsablePart = 0.97;  // of the stretch: the rest is kept for the noise
   const long p = noiseAt_, averaged = Averaged(p);
   const long look = levels_.Near(std::max(2 * (averaged + window_), TruncToLong(1.0 / slopeDb_)));
@@ -202,7 +203,7 @@ std::optional<long> EndSearch::FollowFibre() {
   if (!(fallDb > 0.0 && fallDb < 2.0 * FibreDb(look))) return std::nullopt;
 
   const double usable = kUsablePart * static_cast<double>(to_);
-  const double toLowered = 1.2 * (noiseDb_ - loweredDb_) / slopeDb_;
+  const double toLowered = kBeyond * (noiseDb_ - loweredDb_) / slopeDb_;
   long lineEnd = levels_.Near(TruncToLong(static_cast<double>(p) + toLowered));
   if (static_cast<double>(lineEnd + window_) > usable) {
     lineEnd = TruncToLong(usable - static_cast<double>(window_));

@@ -30,7 +30,8 @@ double Blend(double state, double kept, double sample) { return state * kept + s
 // smoother by itself and bears a longer one.
 double ForgettingKm(const TSorData& sor, double kmPerRootPulse) {
   constexpr double kReferencePulseNs = 20000.0;
-  return std::sqrt((sor.FxdParams->GetNsPulse(0) + 0.1) / kReferencePulseNs) * kmPerRootPulse;
+  constexpr double kLeastPulseNs = 0.1;  // so that a record without a pulse has a length too
+  return std::sqrt((sor.FxdParams->GetNsPulse(0) + kLeastPulseNs) / kReferencePulseNs) * kmPerRootPulse;
 }
 
 constexpr double kFilterKm = 0.067;  // at the reference pulse

@@ -53,20 +53,25 @@ void RunningMean::Set(float mean, long width) {
 
 void EdgeLimits::Renew(const ScanScales& scales, long restarts, bool isInNoise, bool hasGhosts) {
   const double noise = scales.noiseLin + rippleLin;
-  rise = noise * (static_cast<double>(restarts) + 0.5);
-  if (isInNoise) rise *= 1.2;
-  strongRise = (scales.nearPoints < scales.midPoints ? 4.0 : 3.0) * rise;
-  fall = -noise * (static_cast<double>(restarts) + 0.7);
-  strongFall = 1.5 * fall;
+  // Tuned: shares of noise and ripple, and what makes an edge a strong one.
+  constexpr double kRiseShare = 0.5, kFallShare = 0.7;
+  constexpr double kMoreInNoise = 1.2, kWithGhosts = 3.0;
+  constexpr double kStrongRise = 4.0, kStrongRiseOfFastReceiver = 3.0, kStrongFall = 1.5;
+  rise = noise * (static_cast<double>(restarts) + kRiseShare);
+  if (isInNoise) rise *= kMoreInNoise;
+  strongRise = (scales.nearPoints < scales.midPoints ? kStrongRise : kStrongRiseOfFastReceiver) * rise;
+  fall = -noise * (static_cast<double>(restarts) + kFallShare);
+  strongFall = kStrongFall * fall;
   if (hasGhosts) {
-    fall *= 3.0;
-    strongFall *= 3.0;
+    fall *= kWithGhosts;
+    strongFall *= kWithGhosts;
   }
 }
 
 void EdgeLimits::CentreOn(double lin, const ScanScales& scales) {
-  bandHigh = 1.3 * lin + scales.noiseLin / 2.0;
-  bandLow = 0.75 * lin;
+  constexpr double kHighest = 1.3, kLowest = 0.75;
+  bandHigh = kHighest * lin + scales.noiseLin / 2.0;
+  bandLow = kLowest * lin;
 }
 
 // --- Weak events ---
@@ -170,9 +175,9 @@ void AutoFilterScan::RestoreLevels(long from, long to) {
 // --- Limits ---
 
 void AutoFilterScan::RenewLimits() {
-  constexpr double kUnderNoiseDb = 2.0;
+  constexpr double kInsideNoiseDb = 2.0;
   if (!edge_.isRising()) MeasureRipple();
-  limits_.Renew(scales_, weakRun_.restarts(), Db(at_ - 1) < scales_.noiseDb - kUnderNoiseDb,
+  limits_.Renew(scales_, weakRun_.restarts(), Db(at_ - 1) < scales_.noiseDb - kInsideNoiseDb,
                 strongest_.ghosts != 0);
 }
 
@@ -289,11 +294,13 @@ void AutoFilterScan::CatchUpWithFall(const Differences& diff) {
 // A strong reflection is followed by a pair of echoes from the instrument itself. Between the two nothing has
 // to rise out of the mean only, but out of what lies behind them too.
 void AutoFilterScan::LookBetweenPair(Differences& diff) const {
+  // Parts of the mean: above which the limit lies, that the pair may pretend, below which a rise is weak.
+  constexpr double kFarBelow = 50.0, kPairShare = 20.0, kWeakShare = 5.0;
   if (!(at_ > dead_.pairBegin && at_ < dead_.pairEnd)) return;
-  if (!(diff.now > 0.0) || !lastEdge_.isFalling() || !(mean_.mean() / 50.0 < limits_.rise)) return;
-  diff.ahead -= mean_.mean() / 20.0;
+  if (!(diff.now > 0.0) || !lastEdge_.isFalling() || !(mean_.mean() / kFarBelow < limits_.rise)) return;
+  diff.ahead -= mean_.mean() / kPairShare;
   const double behind = Above(dead_.pairEnd + 1);
-  if (mean_.mean() / 5.0 > diff.ahead && behind < diff.ahead) diff.ahead = behind;
+  if (mean_.mean() / kWeakShare > diff.ahead && behind < diff.ahead) diff.ahead = behind;
 }
 
 // --- Averaging ---
@@ -342,13 +349,14 @@ inline bool AutoFilterScan::FollowSinkingTrace() {
 
 // At an edge the mean is given up; behind a fall that goes on, it is only narrowed.
 void AutoFilterScan::NarrowAtEdge(const Differences& diff) {
+  constexpr double kFallGoesOn = 2.5, kFallToThird = 1.5;  // limits
   const bool goesOn = lastEdge_.isFalling() && edge_.isFalling() && mean_.width() > 2 &&
-                      (diff.now < 2.5 * limits_.fall || diff.now > limits_.rise);
+                      (diff.now < kFallGoesOn * limits_.fall || diff.now > limits_.rise);
   if (!goesOn) {
     mean_.SetSingle();
     return;
   }
-  mean_.Narrow(trace_.samples(), at_, diff.now < 1.5 * limits_.fall ? 3 : 2);
+  mean_.Narrow(trace_.samples(), at_, diff.now < kFallToThird * limits_.fall ? 3 : 2);
 }
 
 inline void AutoFilterScan::WritePoint() {

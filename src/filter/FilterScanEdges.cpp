@@ -141,12 +141,13 @@ void AutoFilterScan::DecideEdge(Differences& diff) {
 // A rise that does not last is rather noise where the trace has sunk far below its level a pulse ago, and
 // rather the tail of the event before where that has hardly ended.
 void AutoFilterScan::DampBehindEvent(Differences& diff) {
+  constexpr double kSunk = 10.0, kRatherNoise = 3.0;
   const TFEvent& last = events_.last();
   if (!(diff.ahead < 2.0 * limits_.strongRise) && !(Lin(last.end) > Lin(at_ + 1))) return;
   const long behind = at_ - last.end, look = scales_.pulsePoints + scales_.farPoints;
-  if (behind > look && 10.0 * Lin(at_) < Lin(at_ - look)) {
-    diff.now /= 3.0;
-    diff.ahead /= 3.0;
+  if (behind > look && kSunk * Lin(at_) < Lin(at_ - look)) {
+    diff.now /= kRatherNoise;
+    diff.ahead /= kRatherNoise;
   }
   if (behind < scales_.farPoints || last.rise + at_ < 2L * last.end) {
     const double share = at_ < dead_.end ? 0.0 : 2.0 / static_cast<double>(strongest_.grade / 5 + 3);
@@ -194,11 +195,11 @@ bool AutoFilterScan::IsFall(const Differences& diff) {
 // A fall counts once the samples ahead confirm it, and for certain where the reflection was expected to fall.
 // The end of a strong reflection is not looked for within the pulse, unless there are ghosts.
 void AutoFilterScan::TakeFall(const Differences& diff) {
-  constexpr double kInNoise = 1.5;
+  constexpr double kAtNoise = 1.5;
   constexpr int kLastsAPulseGrade = 9;  // a stronger event lasts a pulse at least
   const TFEvent& event = events_.current();
   const long inside = at_ - event.begin;
-  if (edge_.isNone() && Lin(at_) < kInNoise * scales_.noiseLin && inside < scales_.pulsePoints - 1) {
+  if (edge_.isNone() && Lin(at_) < kAtNoise * scales_.noiseLin && inside < scales_.pulsePoints - 1) {
     limits_.strongFall *= 2.0;
   }
   if (at_ == secondFallAt_) {

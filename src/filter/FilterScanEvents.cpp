@@ -123,9 +123,10 @@ void AutoFilterScan::RefineBegin(const Differences& diff) {
 
 // A small rise right in front of a large one is its foot, and no event of its own.
 bool AutoFilterScan::HoldsBack(const Differences& diff, long second) const {
+  constexpr double kMuchHigher = 10.0;
   return second - at_ < scales_.pulsePoints / 2 + scales_.recoverPoints && diff.now < 2.0 * limits_.rise &&
          Above(second - 1) < 2.0 * limits_.strongRise &&
-         Above(second + scales_.recoverPoints) > 10.0 * diff.ahead;
+         Above(second + scales_.recoverPoints) > kMuchHigher * diff.ahead;
 }
 
 // Of two reflections that share one rise the first ends where the second begins, and the scan goes on there.
@@ -200,17 +201,19 @@ void AutoFilterScan::GradeRise(Differences& diff) {
 // are wider than it, before the trace is back on its slope, and where the instrument's pair of echoes stands.
 long AutoFilterScan::PassMark() {
   constexpr long kFar = 7, kNear = 9, kHarder = 2;
+  constexpr double kWider = 1.1;      // than the strong one, and two points
+  constexpr double kPairWays = 1.15;  // of the way to the pair, to which it may reach
   constexpr int kHighGrade = 6;
   const TFEvent& event = events_.current();
   const TFEvent& strong = events_[strongest_.index];
   long mark = at_ - strong.end <= scales_.farPoints ? kNear : kFar;
-  if (event.width > 1.1 * strong.width + 2.0) mark += kHarder;
+  if (event.width > kWider * strong.width + 2.0) mark += kHarder;
   if (events_.closed() > 1 && event.gradeUp > kHighGrade) {
     const long behind = events_.last().end + scales_.farPoints;
     const double level = static_cast<double>(Lin(at_)) + Lin(at_ + scales_.pulsePoints) - Lin(at_ - 1);
     if (at_ > behind && Lin(behind) > level) mark += kHarder;
   }
-  const double pairReach = strong.rise + 1.15 * static_cast<double>(scales_.pairPoints);
+  const double pairReach = strong.rise + kPairWays * static_cast<double>(scales_.pairPoints);
   if (at_ >= strong.begin + scales_.pairPoints && static_cast<double>(at_) <= pairReach) mark += kHarder;
   return mark;
 }

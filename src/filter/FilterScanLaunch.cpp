@@ -29,7 +29,8 @@ void AutoFilterScan::FindFibreStart() {
 // Whether time 0 stands among the first points, with no fibre of the instrument in front of it.
 bool AutoFilterScan::IsLaunchNearStart() const {
   const long zero = scales_.zeroPoint;
-  const double near = 300.0 / scales_.spacingOwt + static_cast<double>(scales_.pulsePoints / 10) + 1.0;
+  constexpr double kNearOwt = 300.0;  // 30 ns, about 6 m
+  const double near = kNearOwt / scales_.spacingOwt + static_cast<double>(scales_.pulsePoints / 10) + 1.0;
   return scales_.innerFibre <= scales_.pulsePoints / 2 && zero >= 0 && static_cast<double>(zero) <= near;
 }
 

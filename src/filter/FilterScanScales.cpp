@@ -76,21 +76,24 @@ double NoiseFloorDb(TSorData& sor) {
 
 // Windows by the time in which the receiver falls by 1.5 dB, and by the pulse.
 void MeasureWindows(const TSorFilter& filter, TSorData& sor, ScanScales& s) {
+  constexpr double kMarginOwt = 16.0;      // 1.6 ns
+  constexpr double kFarMarginOwt = 500.0;  // 50 ns
+  constexpr double kGradePulseNs = 30.0;   // the grade grows with the root of the pulse, in such pulses
   constexpr double kRecoverDb = 2.5;
   constexpr double kLeastRateDb = 0.01;  // keeps an unknown rate from making an endless recovery
   const double ds = s.spacingOwt, rateDb = filter.dbOnOwt;
   const auto window = [&s](double points) { return HeldWindow(points, s.points); };
   s.fallOwt = rateDb > 0.0 ? kRecoveryDb / rateDb : rateDb;
   s.recoverPoints = window(kRecoverDb / (rateDb + kLeastRateDb) / ds + 1.0);
-  s.nearPoints = HeldShift((s.fallOwt + 16.0) / ds, s.points) / 2 + 1;
-  s.midPoints = HeldShift((2.0 * s.fallOwt + 16.0) / ds + 0.5, s.points) / 3 + 1;
-  s.farPoints = HeldShift((3.0 * s.fallOwt + 500.0) / ds + 0.5, s.points) + 8;
+  s.nearPoints = HeldShift((s.fallOwt + kMarginOwt) / ds, s.points) / 2 + 1;
+  s.midPoints = HeldShift((2.0 * s.fallOwt + kMarginOwt) / ds + 0.5, s.points) / 3 + 1;
+  s.farPoints = HeldShift((3.0 * s.fallOwt + kFarMarginOwt) / ds + 0.5, s.points) + 8;
   for (long* points : {&s.nearPoints, &s.midPoints, &s.farPoints}) *points = std::max(*points, 1L);
 
   s.pulsePoints = std::clamp(filter.pulseFallPoints, 1L, LongestWindow(s.points));
   s.eventPoints = s.pulsePoints + 2;
   s.leastPoints = sor.FxdParams->GetOwtPulse(0) > ds ? 2 : 1;
-  s.pulseGrade = TruncToLong(std::sqrt(sor.FxdParams->GetNsPulse(0) / 30.0 + 1.0));
+  s.pulseGrade = TruncToLong(std::sqrt(sor.FxdParams->GetNsPulse(0) / kGradePulseNs + 1.0));
 }
 
 // Where the fibre begins, and the lengths of the instrument's own optics.
@@ -109,9 +112,11 @@ void MeasureOrigin(TSorData& sor, ScanScales& s) {
 // Where the ripple can't be trusted, the speckle of the source stands in for it: the longer the pulse, the
 // more of the fibre it averages. Multimode fibre has no such speckle.
 float RippleByPulse(const TSorData& sor) {
+  constexpr double kPlainDbNs = 4.0, kNarrowDbNs = 20.0;  // of a plain source and of one of known frequency
+  constexpr double kCoherenceNs = 100.0;                  // a shorter pulse averages no more speckle
   const double pulseNs = sor.FxdParams->GetNsPulse(0);
-  if (sor.QRTParams->LaserFreq == 0) return static_cast<float>(4.0 / (pulseNs + 100.0));
-  return static_cast<float>(20.0 / (std::fabs(pulseNs - 100.0) + 100.0));
+  if (sor.QRTParams->LaserFreq == 0) return static_cast<float>(kPlainDbNs / (pulseNs + kCoherenceNs));
+  return static_cast<float>(kNarrowDbNs / (std::fabs(pulseNs - kCoherenceNs) + kCoherenceNs));
 }
 
 // The swing of the backscatter on the first part of the fibre, behind the dead zone of the launch, and the
@@ -119,6 +124,7 @@ float RippleByPulse(const TSorData& sor) {
 void MeasureBackscatter(TSorFilter& filter, TSorData& sor, ScanScales& s) {
   constexpr long kMostSteps = 400, kMostCells = 20;
   constexpr float kLeastRippleDb = 0.001F, kRippledFibreDb = 0.05F;
+  constexpr double kHighNoises = 5000.0, kHigherOnRipple = 100.0;  // times the noise: averaged no more
   long start = s.farPoints + s.eventPoints;
   s.stepPoints = s.eventPoints / 2 + s.nearPoints;
   const long cell = std::max(s.nearPoints, 10L);
@@ -134,7 +140,7 @@ void MeasureBackscatter(TSorFilter& filter, TSorData& sor, ScanScales& s) {
 
   const HeldSamples lin = filter.HeldLinf();
   s.referenceLin = lin[stop] > s.noiseLin ? static_cast<double>(lin[stop]) : lin[start] / 3.0;
-  s.hiLimitLin = 5000.0 * s.noiseLin * (s.rippleDb > kRippledFibreDb ? 100.0 : 1.0);
+  s.hiLimitLin = kHighNoises * s.noiseLin * (s.rippleDb > kRippledFibreDb ? kHigherOnRipple : 1.0);
 }
 
 }  // namespace
