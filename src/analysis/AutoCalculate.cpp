@@ -18,6 +18,7 @@
 #include "src/analysis/FibreLimits.h"
 #include "src/filter/AutoLimits.h"
 #include "src/filter/Optics.h"
+#include "src/filter/RecordFigures.h"
 
 // The driver of one analysis. It settles the scale of the trace: where the noise lies, how fast fibre and
 // receiver fall, and from that the three windows that all searches are made of. Then the lines come either
@@ -38,7 +39,7 @@ class ScaleMeasurement {
   // False when the trace can't be analysed.
   bool Run() {
     if (sor_.DataPts->GetPointsNum() <= 0) return false;
-    SettleNoiseFloor();
+    MeasureNoiseFloor();
     return ReadTimeBase() && SettleRates() && AllowForFilter() && (SetWindows(), true);
   }
   double levelFloorDb() const { return levelFloorDb_; }
@@ -46,8 +47,8 @@ class ScaleMeasurement {
  private:
   // The noise floor first: finding it may lift the linear trace or build it anew, so that the trace is looked
   // up only afterwards.
-  void SettleNoiseFloor() {
-    scale_.nf = RefAutoReSetNF(&sor_);
+  void MeasureNoiseFloor() {
+    scale_.nf = SettleNoiseFloor(sor_);
     levelFloorDb_ = sor_.QRTParams->GetMAX();
     if (scale_.nf < levelFloorDb_) scale_.nf = levelFloorDb_;
     if (RefEmbGetLinf(&sor_) == nullptr) sor_.SetLinf();
@@ -65,7 +66,7 @@ class ScaleMeasurement {
   bool SettleRates() {
     pulseOwt_ = sor_.FxdParams->GetOwtPulse(0.0);
     scale_.aciNominal = RefAutoGetLoss(&sor_);
-    scale_.dbOnOwt = RefAutoGetDbOnOwt(&sor_);
+    scale_.dbOnOwt = SettleReceiverRate(sor_);
     return scale_.dbOnOwt > 0.0 && std::isfinite(scale_.dbOnOwt);
   }
 

@@ -6,6 +6,7 @@
 #include "ref/math/ref_Math.h"
 #include "ref/refAuto.h"
 #include "sor/sorData.h"
+#include "src/filter/RecordFigures.h"
 #include "util/convert.h"
 #include "util/elementary.h"
 
@@ -75,7 +76,7 @@ void TSorFilter::SetSorData(TSorData* sor) {
   pSorData = sor;
   Linf = RefEmbGetLinf(sor);
   owtDS = static_cast<float>(sor->FxdParams->GetOwtDS(0));
-  dbOnOwt = static_cast<float>(RefAutoGetDbOnOwt(sor));
+  dbOnOwt = static_cast<float>(reflyze::SettleReceiverRate(*sor));
   // An integer's worth of points at most: a record without spacing makes them endless, and windows are summed
   // up from them.
   const double pulseOwt = sor->FxdParams->GetOwtPulse(0);
@@ -125,7 +126,7 @@ double TSorFilter::GetDbOnOwt(TSorData* sor) const {
   if (sor == nullptr) sor = pSorData;
   if (sor == nullptr) return 0.0;
   const double spacingOwt = sor->FxdParams->GetOwtDS(0);
-  const double ratio = DbP(elementary::Exp10(-RefAutoGetDbOnOwt(sor) * spacingOwt / 5.0));
+  const double ratio = DbP(elementary::Exp10(-reflyze::SettleReceiverRate(*sor) * spacingOwt / 5.0));
   return -5.0 * elementary::Log10(RatioWithLogarithm(ratio)) / spacingOwt;
 }
 
@@ -219,7 +220,7 @@ void TSorFilter::SetFilter(int kind) {
 void TSorFilter::PrepareAutoFilter() {
   const TSorBlockFixedParameters& fixed = *pSorData->FxdParams;
   if (Linf == nullptr) {
-    RefAutoReSetNF(pSorData);
+    reflyze::SettleNoiseFloor(*pSorData);
     pSorData->SetLinf();
     Linf = RefEmbGetLinf(pSorData);
   }

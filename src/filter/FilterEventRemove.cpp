@@ -15,6 +15,7 @@
 #include "src/filter/EventLetters.h"
 #include "src/filter/FilterScan.h"
 #include "src/filter/Optics.h"
+#include "src/filter/RecordFigures.h"
 #include "util/convert.h"
 
 namespace reflyze {
@@ -97,7 +98,7 @@ void EchoRemoval::MeasureScales() {
   constexpr double kStretch = 1.0 / 8000.0;
   constexpr double kToleranceOwt = 100.0;
   spacingOwt_ = static_cast<float>(sor_.FxdParams->GetOwtDS(0));
-  const double rateDb = RefAutoGetDbOnOwt(&sor_), pulseOwt = sor_.FxdParams->GetOwtPulse(0);
+  const double rateDb = SettleReceiverRate(sor_), pulseOwt = sor_.FxdParams->GetOwtPulse(0);
   const auto held = [this](double points) { return HeldShift(points, trace_.points()); };
   recoverPoints_ = held(kRecoveryDb / rateDb / spacingOwt_ + End().begin * kStretch + 0.5);
   innerPoints_ = held(sor_.QRTParams->IntFiber / spacingOwt_ + 0.5);

@@ -12,6 +12,7 @@
 #include "sor/sorData.h"
 #include "src/filter/Filter.h"
 #include "src/filter/Optics.h"
+#include "src/filter/RecordFigures.h"
 #include "util/convert.h"
 #include "util/elementary.h"
 
@@ -93,7 +94,7 @@ class TwoStageFilter {
   // Each run of points below the limit starts anew from its first point, so that no light from in front of it
   // leaks in.
   void SmoothNoise() {
-    const double limitDb = RefAutoReSetNF(&sor_) + kStillNoiseDb;
+    const double limitDb = reflyze::SettleNoiseFloor(sor_) + kStillNoiseDb;
     bool inRun = false;
     double levelDb = 0.0, power = 0.0;
     for (long i = kFirstNoisePoint; i < points_; ++i) {

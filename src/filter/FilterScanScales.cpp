@@ -8,6 +8,7 @@
 #include "src/filter/AutoLimits.h"
 #include "src/filter/FilterScan.h"
 #include "src/filter/Optics.h"
+#include "src/filter/RecordFigures.h"
 #include "util/convert.h"
 
 namespace reflyze {
@@ -70,7 +71,7 @@ constexpr int kMostDoublings = 14;      // a width and a half of it still fits t
 // The stored noise floor, unless the instrument noted another one: then it is settled anew.
 double NoiseFloorDb(TSorData& sor) {
   constexpr double kAgreementDb = 0.1;
-  if (std::fabs(sor.FxdParams->GetNF() - sor.QRTParams->GetNoisePeak()) > kAgreementDb) RefAutoReSetNF(&sor);
+  if (std::fabs(sor.FxdParams->GetNF() - sor.QRTParams->GetNoisePeak()) > kAgreementDb) SettleNoiseFloor(sor);
   return sor.FxdParams->GetNF();
 }
 

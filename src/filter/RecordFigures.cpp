@@ -1,0 +1,11 @@
+#include "src/filter/RecordFigures.h"
+
+#include "ref/refAuto.h"
+
+namespace reflyze {
+
+double SettleNoiseFloor(TSorData& sor) { return RefAutoReSetNF(&sor); }
+
+double SettleReceiverRate(TSorData& sor) { return RefAutoGetDbOnOwt(&sor); }
+
+}  // namespace reflyze
