@@ -74,8 +74,7 @@ class ShortAnalysisRun {
     FindBigSplices();
     MeasureWorkingSlope();
     JudgeNoise();
-    FindNoiseSplices();
-    FindWeakSplices();
+    FindOnLongStretches();
     BuildEventList();
     BuildLines();
     MeasureEnd();
@@ -249,10 +248,22 @@ class ShortAnalysisRun {
     return (WidthAt(z) + stepD_) * 3 < z - filt_[At(i - 1)].end;
   }
 
-  // Looks for steps on every long stretch, each behind the one before. `goesOn(s, z)` says whether what is
-  // left of a stretch is worth a look; `take(point)` is told of each find.
+  // The detectors that look at every long stretch, in this order. A new one is a line here: its bit, its
+  // function, and whether what is left of a stretch is worth a look.
+  void FindOnLongStretches() {
+    const auto touchesNoise = [&](long s, long z) {
+      return !(LevelDb(s) >= scale_.nf + kOverNoiseDb && LevelDb(z) >= scale_.nf + kOverNoiseDb);
+    };
+    // Fine splices are sought up to the last step that noise has hidden.
+    Ask(kNoiseSplices, SearchNoiseSplices, touchesNoise, [&](long find) { noiseStop_ = find; });
+    Ask(kWeakSplices, SearchWeakSplices, [&](long, long) { return IsOn(kBigSplices); });
+  }
+
+  // Asks a detector, if it is on, for steps on every long stretch, each behind the one before. `goesOn(s, z)`
+  // says whether what is left of a stretch is worth a look; `take(point)` is told of each find.
   template <class GoesOn, class Take>
-  void FindOnLongStretches(Detector detector, GoesOn goesOn, Take take) {
+  void Ask(DetectorBit bit, Detector detector, GoesOn goesOn, Take take) {
+    if (!IsOn(bit)) return;
     for (long i = 1; i < n_; ++i) {
       if (!IsLongStretch(i)) continue;
       long s = filt_[At(i - 1)].end;
@@ -269,20 +280,9 @@ class ShortAnalysisRun {
       if (!Merge(m, i)) return;
     }
   }
-
-  // Fine splices are sought up to the last step that noise has hidden.
-  void FindNoiseSplices() {
-    if (!IsOn(kNoiseSplices)) return;
-    const auto touchesNoise = [&](long s, long z) {
-      return !(LevelDb(s) >= scale_.nf + kOverNoiseDb && LevelDb(z) >= scale_.nf + kOverNoiseDb);
-    };
-    FindOnLongStretches(SearchNoiseSplices, touchesNoise, [&](long r) { noiseStop_ = r; });
-  }
-
-  void FindWeakSplices() {
-    if (!IsOn(kWeakSplices)) return;
-    FindOnLongStretches(
-        SearchWeakSplices, [&](long, long) { return IsOn(kBigSplices); }, [](long) {});
+  template <class GoesOn>
+  void Ask(DetectorBit bit, Detector detector, GoesOn goesOn) {
+    Ask(bit, detector, goesOn, [](long) {});
   }
 
   // --- The final list ---
