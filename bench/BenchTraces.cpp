@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "cli/Baseline.h"
+#include "lib/Baseline.h"
 #include "sim/Simulate.h"
 #include "sim/Waveform.h"
 #include "src/module/Auto.h"
@@ -43,9 +43,9 @@ std::unique_ptr<TSorData> MetroBaseline(long points) {
   std::unique_ptr<TSorData> baseline = MetroTrace(points);
   TTH thresholds = BenchThresholds();
   TAuto().AnalysisSorData(baseline.get(), &thresholds);
-  cli::Monitoring monitoring;
+  Monitoring monitoring;
   monitoring.level = "bench";
-  cli::MakeBaseline(*baseline, monitoring);
+  MakeBaselineOf(*baseline, monitoring);
   return baseline;
 }
 

@@ -15,7 +15,7 @@
 
 #include "bench/BenchSizes.h"
 #include "bench/BenchTraces.h"
-#include "cli/Baseline.h"
+#include "lib/Baseline.h"
 #include "measure/PlausibleComparison.h"
 #include "src/filter/Filter.h"
 #include "src/module/Module.h"
@@ -160,7 +160,7 @@ void CompareUnchanged(benchmark::State& state) {
     auto copy = std::make_unique<TSorData>();
     copy->Assign(*trace);
     state.ResumeTiming();
-    cli::MakeComparable(*baseline, *copy);
+    MakeComparable(*baseline, *copy);
     ComparePlausibly(*baseline, *copy, compare);
     state.PauseTiming();
     state.counters["changed"] = copy->RFTSEvents->IsFail() ? 1.0 : 0.0;

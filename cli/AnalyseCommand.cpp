@@ -5,31 +5,24 @@
 #include <thread>
 #include <vector>
 
-#include "cli/Analysis.h"
 #include "cli/Aside.h"
-#include "cli/EngineCall.h"
-#include "cli/EventTable.h"
+#include "cli/Commands.h"
 #include "cli/Options.h"
 #include "cli/OrderedWork.h"
-#include "cli/RecordFile.h"
 #include "cli/Session.h"
-#include "cli/StoredBlocks.h"
-#include "cli/Stretches.h"
-#include "cli/Text.h"
-#include "cli/UsableTrace.h"
+#include "reflyze/reflyze.h"
 
 namespace reflyze::cli {
 namespace {
 
 constexpr unsigned kMostJobs = 1024;
 
-struct AnalyseOptions {
+struct AnalyseCommand {
   std::vector<std::string> traces;
   std::string output;
-  bool endsOnly = false;
   bool module = false;  // its answer alone
-  bool dropUnknown = false;
   ThresholdOptions thresholds;
+  AnalyseOptions analysis;
   std::string format = "text";
   unsigned jobs = 0;  // 0: as many as the machine has cores
   bool quiet = false;
@@ -41,67 +34,37 @@ std::string Listing(const EventTable& table, const std::string& format) {
   return TextOf(table);
 }
 
-// What a reader of the table should know of the trace, beside what its file is worth.
-void AddWarnings(LoadedRecord& loaded, bool storesUnknown) {
-  if (!KnowsBackscatter(*loaded.record))
-    loaded.warnings.push_back("states no backscatter coefficient, without which no reflectance can be told");
-  const std::string kept = storesUnknown ? UnknownBlocksStay(*loaded.record) : "";
-  if (!kept.empty()) loaded.warnings.push_back(kept + " (--drop-unknown leaves them out)");
-}
-
 // What stands between two listings.
 std::string Between(const std::string& format) { return format == "text" ? "\n" : ""; }
 
 // Standard input can be read once, and by the first that asks for it, whichever thread is faster.
 void RequireFirstOfStandardInput(const std::vector<std::string>& traces, size_t index) {
   if (traces[index] != "-" || std::find(traces.begin(), traces.end(), "-") == traces.begin() + index) return;
-  throw Problem(kUnreadable, "standard input: was read for an earlier trace");
+  throw Error(ErrorKind::kUnreadable, "standard input", "was read for an earlier trace");
 }
 
-// Several traces in a file are each a record of its own, under the one name.
-std::vector<LoadedRecord> TracesOf(LoadedRecord loaded) {
-  std::vector<LoadedRecord> traces;
-  const int count = TracesIn(*loaded.record);
-  if (count < 2) {
-    traces.push_back(std::move(loaded));
-    return traces;
+std::string AnalyseTrace(Session& session, const AnalyseCommand& options, Trace trace) {
+  const std::string name = ShownName(trace.Name()), secondTable = trace.SecondTableWarning();
+  EventTable table = options.module ? AnalyseBy(session.Module(), std::move(trace), options.analysis)
+                                    : Analyse(std::move(trace), options.analysis);
+  if (!options.output.empty()) {
+    if (!secondTable.empty() && !options.analysis.dropUnknown)
+      table.warnings.push_back({name, secondTable + " (--drop-unknown leaves them out)"});
+    table.record.Save(options.output);
   }
-  for (int i = 0; i < count; ++i) {
-    LoadedRecord trace;
-    trace.given = loaded.given;
-    trace.name = loaded.name;
-    trace.record = TraceOf(*loaded.record, i);
-    traces.push_back(std::move(trace));
-  }
-  traces.front().warnings = loaded.warnings;
-  return traces;
-}
-
-std::string AnalyseTrace(Session& session, const AnalyseOptions& options, const ThresholdSource& source,
-                         LoadedRecord& loaded) {
-  TTH thresholds = source.For(*loaded.record);
-  const auto analyse = options.module ? AnalyseByModule : Analyse;
-  analyse(session, loaded, thresholds, options.endsOnly);
-  EventTable table = MakeEventTable(loaded.given, *loaded.record, thresholds,
-                                    options.module ? Numbers::kAsStored : Numbers::kMeasured);
-  if (options.dropUnknown) loaded.record->WriteSpecialBlocks = 0;
-  AddWarnings(loaded, !options.output.empty() && !options.dropUnknown);
-  table.warnings = loaded.warnings;
-  if (!options.output.empty()) SaveRecord(*loaded.record, options.output);
-  WarnOfFile(session, loaded);
+  session.Warn(table.warnings);
   return Listing(table, options.format);
 }
 
-std::string AnalyseFile(Session& session, const AnalyseOptions& options, const ThresholdSource& source,
-                        size_t index) {
+// Several traces in a file are each a record of its own, under the one name.
+std::string AnalyseFile(Session& session, const AnalyseCommand& options, size_t index) {
   RequireFirstOfStandardInput(options.traces, index);
-  const bool stored = !options.output.empty();  // as one trace
+  Trace file = session.Open(options.traces[index]);
+  const int traces = options.output.empty() ? file.TraceCount() : 1;  // what is stored is one trace
+  if (traces < 2) return AnalyseTrace(session, options, std::move(file));
   std::string listing;
-  for (LoadedRecord& trace : TracesOf(
-           LoadRecord(session, options.traces[index], stored ? NeedPoints::kYes : NeedPoints::kSeveral))) {
-    if (!listing.empty()) listing += Between(options.format);
-    listing += AnalyseTrace(session, options, source, trace);
-  }
+  for (int i = 0; i < traces; ++i)
+    listing += (i == 0 ? "" : Between(options.format)) + AnalyseTrace(session, options, file.Part(i));
   return listing;
 }
 
@@ -113,16 +76,15 @@ struct Outcome {
 };
 
 // Whatever is wrong with a trace, it is that trace's line on standard error and not the end of the others.
-Outcome AnalyseAside(Session& session, const AnalyseOptions& options, const ThresholdSource& source,
-                     size_t index) {
+Outcome AnalyseAside(Session& session, const AnalyseCommand& options, size_t index) {
   Outcome outcome;
   const Aside aside(outcome.sayings);
   const std::string name = options.traces[index] == "-" ? "standard input" : options.traces[index];
   try {
-    CallEngine(name, "listed", [&] { outcome.listing = AnalyseFile(session, options, source, index); });
-  } catch (const Problem& problem) {
-    session.Warn(problem.what());
-    outcome.status = problem.status();
+    outcome.listing = AnalyseFile(session, options, index);
+  } catch (const Error& error) {
+    session.Warn(error.what());
+    outcome.status = StatusOf(error);
   } catch (const std::exception& error) {
     session.Warn(name + ": " + error.what());
     outcome.status = kUnreadable;
@@ -132,15 +94,16 @@ Outcome AnalyseAside(Session& session, const AnalyseOptions& options, const Thre
 
 // One result a trace, in order. Traces are analysed on several threads, each with an engine and a record of
 // its own. What they share is filled before they start and only read then: the module with its tables, the
-// texts of the thresholds, the options. Warnings and the log are spoken in order by this thread. Standard
-// input belongs to one trace, and only a single trace is stored.
-int RunAnalyse(Session& session, const AnalyseOptions& options) {
+// options with their document of thresholds. Warnings and the log are spoken in order by this thread.
+// Standard input belongs to one trace, and only a single trace is stored.
+int RunAnalyse(Session& session, AnalyseCommand& options) {
   int status = kDone;
-  const ThresholdSource source(session, options.thresholds);
-  session.Module();
+  options.analysis.thresholds = options.thresholds.thresholds;
+  options.analysis.document = ReadDocument(session, options.thresholds);
+  if (options.module) session.Module();
   const size_t total = options.traces.size();
   OrderedWork<Outcome> work(total, options.jobs != 0 ? options.jobs : std::thread::hardware_concurrency(),
-                            [&](size_t index) { return AnalyseAside(session, options, source, index); });
+                            [&](size_t index) { return AnalyseAside(session, options, index); });
   // Stands before the next listing: a heading once, and an empty line between texts.
   std::string before = options.format == "csv" ? CsvHeader() : "";
   for (size_t i = 0; i < total; ++i) {
@@ -159,7 +122,7 @@ int RunAnalyse(Session& session, const AnalyseOptions& options) {
 }  // namespace
 
 void AddAnalyseCommand(CLI::App& app, Session& session) {
-  auto options = std::make_shared<AnalyseOptions>();
+  auto options = std::make_shared<AnalyseCommand>();
   CLI::App* command = app.add_subcommand("analyse", "Find the events of a trace and print the event table");
   command
       ->add_option("TRACE", options->traces, "SOR file, or - for standard input; several give a result each")
@@ -167,10 +130,10 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
       ->check(InputName());
   command->add_option("-o,--output", options->output, "Store the record with its event table")
       ->check(OutputName());
-  command->add_flag("--ends-only", options->endsOnly, "Keep only the first and the last event");
+  command->add_flag("--ends-only", options->analysis.endsOnly, "Keep only the first and the last event");
   command->add_flag("--module", options->module, "Show what the analysis module itself answers");
   command
-      ->add_flag("--drop-unknown", options->dropUnknown,
+      ->add_flag("--drop-unknown", options->analysis.dropUnknown,
                  "Store no blocks that no one here knows, such as a maker's own event table")
       ->needs("--output");
   AddThresholdOptions(*command, options->thresholds);

@@ -3,7 +3,7 @@
 #include <functional>
 #include <vector>
 
-#include "util/tlogfile.h"
+#include "reflyze/record.h"
 
 namespace reflyze::cli {
 

@@ -2,17 +2,13 @@
 #include <iostream>
 #include <new>
 
+#include "cli/Commands.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
-#include "cli/Text.h"
-#include "util/assertion.h"
+#include "reflyze/version.h"
 
 namespace reflyze::cli {
 namespace {
-
-[[noreturn]] void ThrowAssertion(const char* text, const char* file, int line) {
-  throw AssertionProblem(Format("%s (%s:%d)", text, file, line));
-}
 
 const std::string kSeeHelp = " (see reflyze --help)";
 
@@ -31,15 +27,7 @@ void DescribeProgram(CLI::App& app, Session& session) {
       ->check(TextEncoding())
       ->capture_default_str();
   app.fallthrough();
-  AddAnalyseCommand(app, session);
-  AddDumpCommand(app, session);
-  AddCopyCommand(app, session);
-  AddFilterCommand(app, session);
-  AddBaselineCommand(app, session);
-  AddCompareCommand(app, session);
-  AddMergeCommand(app, session);
-  AddQualityCommand(app, session);
-  AddSimulateCommand(app, session);
+  for (const auto add : kCommands) add(app, session);
 }
 
 int Run(CLI::App& app, int argc, const char* const* argv, Session& session) {
@@ -60,10 +48,9 @@ int Run(CLI::App& app, int argc, const char* const* argv, Session& session) {
     session.Warn(error.what() + kSeeHelp);
     return kUsage;
   }
-  SetTextEncoding(session.encoding);
   if (!session.logName.empty()) session.OpenLog(session.logName);
   if (version) {
-    session.Print("reflyze " + session.Module().Version() + "\n");
+    session.Print("reflyze " + ModuleVersion() + "\n");
     return kDone;
   }
   if (!session.command) {
@@ -76,17 +63,14 @@ int Run(CLI::App& app, int argc, const char* const* argv, Session& session) {
 }  // namespace
 
 int Main(int argc, const char* const* argv, std::istream& in, std::ostream& out, std::ostream& err) {
-  SetAssertionHandler(ThrowAssertion);
   const LogGuard logGuard;
   Session session(in, out, err);
   CLI::App app("Reads, analyses and compares the traces of optical time-domain reflectometers.", "reflyze");
   try {
     return Run(app, argc, argv, session);
-  } catch (const Problem& problem) {
-    session.Warn(problem.what());
-    return problem.status();
-  } catch (const AssertionProblem& problem) {
-    session.Warn(std::string("a trace broke a rule of the engine: ") + problem.what());
+  } catch (const Error& error) {
+    session.Warn(error.what());
+    return StatusOf(error);
   } catch (const std::bad_alloc&) {
     session.Warn("an input asks for more memory than there is");
   } catch (const std::exception& error) {
@@ -104,5 +88,5 @@ int Main(int argc, const char* const* argv, std::istream& in, std::ostream& out,
 // The module's assertions end in the same handler, see util/assertion.h.
 extern "C" __attribute__((visibility("default"))) void ReflyzeHostAssertion(const char* text,
                                                                             const char* file, int line) {
-  reflyze::cli::ThrowAssertion(text, file, line);
+  reflyze::ThrowAssertion(text, file, line);
 }

@@ -10,7 +10,7 @@
 
 #include <vector>
 
-#include "cli/Problem.h"
+#include "cli/ExitStatus.h"
 
 namespace reflyze::cli {
 namespace {
@@ -45,15 +45,15 @@ void* LoadModule() {
     if (void* handle = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL)) return handle;
     reasons = dlerror();
   }
-  throw Problem(kUnreadable,
-                std::string(kModuleName) + ": " +
-                    (reasons.empty() ? "not found beside the program nor where it was installed" : reasons));
+  throw Error(ErrorKind::kUnreadable, kModuleName,
+              reasons.empty() ? "not found beside the program nor where it was installed" : reasons);
 }
 
 template <class Function>
 Function Find(void* handle, const char* name) {
   void* symbol = dlsym(handle, name);
-  if (symbol == nullptr) throw Problem(kUnreadable, std::string(kModuleName) + ": has no function " + name);
+  if (symbol == nullptr)
+    throw Error(ErrorKind::kUnreadable, kModuleName, std::string("has no function ") + name);
   return reinterpret_cast<Function>(symbol);
 }
 #endif
@@ -88,10 +88,10 @@ int ModuleHost::Call(int command, long value, void** parameters) {
   return serviceFunction_(static_cast<TCmdASF>(command), value, parameters);
 }
 
-int ModuleHost::Analyse(TSorData& trace, TTH* thresholds, bool endsOnly) {
+int ModuleHost::Analyse(TSorData& trace, TTH& thresholds, bool endsOnly) {
   void* parameters[kSlots] = {};
   parameters[kCurrentSlot] = &trace;
-  parameters[kThresholdsSlot] = thresholds;
+  parameters[kThresholdsSlot] = &thresholds;
   return Call(endsOnly ? kAnalyseEndsOnly : kAnalyse, 0, parameters);
 }
 

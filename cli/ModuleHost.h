@@ -2,27 +2,23 @@
 
 #include <string>
 
-class TLogFile;
-class TSorData;
-class TTH;
+#include "reflyze/record.h"
+
 enum TCmdASF : int;
 
 namespace reflyze::cli {
 
 // The analysis module as a host process uses it: loaded at run time, reached through its four functions. The
 // module stays loaded until the process ends, since records keep objects that it made.
-class ModuleHost {
+class ModuleHost : public AnalysisService {
  public:
   // Loads the module from beside the executable, else from the library folder of the installation, and hands
-  // it the log (null: none). Throws Problem if it is not there or lacks a function.
+  // it the log (null: none). Throws Error kUnreadable if it is not there or lacks a function.
   explicit ModuleHost(TLogFile* log);
 
   std::string Version() const;
-  // Service commands 0 and 1: events of the trace, or only its first and last. `thresholds` null: from the
-  // trace.
-  int Analyse(TSorData& trace, TTH* thresholds, bool endsOnly);
-  // Service command 2: `current` against `baseline`; `recheck` leaves the current trace as filtered before.
-  int Compare(TSorData& baseline, TSorData& current, bool recheck);
+  int Analyse(TSorData& trace, TTH& thresholds, bool endsOnly) override;
+  int Compare(TSorData& baseline, TSorData& current, bool recheck) override;
 
  private:
   using DllMainFunction = int (*)(void*, int, void*);

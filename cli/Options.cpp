@@ -1,13 +1,15 @@
 #include "cli/Options.h"
 
 #include <charconv>
-#include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 
-#include "cli/Text.h"
+#include "cli/Session.h"
+#include "reflyze/events.h"
+#include "reflyze/text.h"
 
 namespace reflyze::cli {
 namespace {
@@ -22,14 +24,11 @@ CLI::Validator Unnamed(Check check) {
 
 CLI::Validator NumberBetween(double least, double most) {
   return Unnamed([least, most](std::string& text) -> std::string {
-    char* end = nullptr;
-    const double number = std::strtod(text.c_str(), &end);
-    if (text.empty() || end != text.c_str() + text.size() || std::isnan(number)) {
-      return "\"" + text + "\" is no number";
-    }
-    if (number < least || number > most)
-      return Format("%s is not between %g and %g", text.c_str(), least, most);
-    text = Format("%a", number);
+    const std::string wrong = WhyNoNumber(text, least, most);
+    if (!wrong.empty()) return wrong;
+    char exact[64];
+    std::snprintf(exact, sizeof exact, "%a", std::strtod(text.c_str(), nullptr));
+    text = exact;
     return "";
   });
 }
@@ -66,6 +65,35 @@ CLI::Validator OutputName() {
     if (text.empty()) return "the name is empty";
     return text == "-" ? "a file must be named, standard output takes none" : "";
   });
+}
+
+CLI::Option* AddFormatOption(CLI::App& command, std::string& format) {
+  return command.add_option("--format", format, "text or json")
+      ->check(CLI::IsMember({"text", "json"}))
+      ->capture_default_str();
+}
+
+void AddThresholdOptions(CLI::App& command, ThresholdOptions& options) {
+  Thresholds& asked = options.thresholds;
+  command.add_option("--lt", asked.lossDb, "Loss threshold, dB")
+      ->transform(NumberBetween(0.0, kLargestThreshold));
+  command.add_option("--rt", asked.reflectanceDb, "Reflectance threshold, dB (negative)")
+      ->transform(NumberBetween(-kLargestThreshold, 0.0));
+  command.add_option("--et", asked.endDb, "End of fibre threshold, dB")
+      ->transform(NumberBetween(0.0, kLargestThreshold));
+  command.add_option("--ct", asked.slopeDbPerKm, "Slope threshold, dB/km")
+      ->transform(NumberBetween(0.0, kLargestThreshold));
+  CLI::Option* file =
+      command.add_option("--thresholds", options.file, "INI document with thresholds")->check(InputName());
+  command.add_option("--section", options.section, "Section of that document")
+      ->needs(file)
+      ->capture_default_str();
+}
+
+ThresholdDocument ReadDocument(Session& session, const ThresholdOptions& options) {
+  if (options.file.empty()) return {};
+  const std::vector<char> bytes = session.Read(options.file, kLargestThresholdDocument);
+  return ThresholdDocument::FromText(options.file, {bytes.begin(), bytes.end()}, options.section);
 }
 
 }  // namespace reflyze::cli

@@ -3,7 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "reflyze/events.h"
+
 namespace reflyze::cli {
+
+class Session;
 
 // What the options of several commands take. The library's own range lets "not a number" and the empty text
 // of an unset variable pass.
@@ -26,5 +30,20 @@ CLI::Validator InputName();
 
 // The name of a file to write: not empty, and not "-", since standard output takes the listings.
 CLI::Validator OutputName();
+
+// "text" or "json".
+CLI::Option* AddFormatOption(CLI::App& command, std::string& format);
+
+// Where the thresholds of an analysis come from: single values before the document, the document before the
+// trace.
+struct ThresholdOptions {
+  Thresholds thresholds;
+  std::string file;             // INI document
+  std::string section = "NON";  // the section that such a document holds by default
+};
+
+void AddThresholdOptions(CLI::App& command, ThresholdOptions& options);
+// The document is read once for all traces, so that it may come through a pipe. None without a file.
+ThresholdDocument ReadDocument(Session& session, const ThresholdOptions& options);
 
 }  // namespace reflyze::cli

@@ -1,50 +1,29 @@
 #include <CLI/CLI.hpp>
 #include <memory>
-#include <optional>
 
-#include "cli/AnalysedRecord.h"
-#include "cli/EngineCall.h"
+#include "cli/Commands.h"
 #include "cli/Options.h"
-#include "cli/QualityTable.h"
 #include "cli/Session.h"
-#include "cli/Text.h"
+#include "reflyze/quality.h"
+#include "reflyze/report.h"
 
 namespace reflyze::cli {
 namespace {
 
-struct QualityOptions {
+struct QualityCommand {
   std::string trace;
   std::string longPulse;
   int lastPercent = 10;
   std::string format = "text";
 };
 
-void WarnIfNotLonger(Session& session, const LoadedRecord& loaded, const LoadedRecord& longer) {
-  const double ns = loaded.record->FxdParams->GetNsPulse(0.0);
-  const double longerNs = longer.record->FxdParams->GetNsPulse(0.0);
-  if (longerNs > ns) return;
-  session.Warn(longer.name + Format(": warning: its pulse of %.0f ns is no longer than the %.0f ns of %s",
-                                    longerNs, ns, loaded.name.c_str()));
-}
-
-int RunQuality(Session& session, const QualityOptions& options) {
-  const ThresholdSource thresholds(session, ThresholdOptions());
-  AnalysedRecord loaded = LoadAnalysedRecord(session, options.trace, thresholds, false);
-  std::optional<AnalysedRecord> longer;
-  if (!options.longPulse.empty()) longer = LoadAnalysedRecord(session, options.longPulse, thresholds, false);
-  QualityTable table;
-  CallEngine(loaded.name, "judged", [&] {
-    const UnmeasuredReflectances unmeasured(*loaded.record);
-    table = MakeQualityTable(*loaded.record, longer ? longer->record.get() : nullptr, options.lastPercent);
-  });
-  table.file = loaded.given;
-  if (longer) table.longPulseFile = longer->given;
-  WarnOfReading(session, loaded);
-  if (longer) {
-    WarnOfReading(session, *longer);
-    WarnIfNotLonger(session, loaded, *longer);
-    WarnIfOtherWavelength(session, loaded, *longer);
-  }
+int RunQuality(Session& session, const QualityCommand& options) {
+  Trace trace = session.Open(options.trace);
+  QualityOptions asked;
+  asked.lastPercent = options.lastPercent;
+  if (!options.longPulse.empty()) asked.longPulse = session.Open(options.longPulse);
+  const QualityTable table = Quality(std::move(trace), asked);
+  session.Warn(table.warnings);
   session.Print(options.format == "json" ? JsonOf(table) : TextOf(table));
   return kDone;
 }
@@ -52,7 +31,7 @@ int RunQuality(Session& session, const QualityOptions& options) {
 }  // namespace
 
 void AddQualityCommand(CLI::App& app, Session& session) {
-  auto options = std::make_shared<QualityOptions>();
+  auto options = std::make_shared<QualityCommand>();
   CLI::App* command = app.add_subcommand(
       "quality", "Tell how far each event's place and loss can be trusted; analyses what has no events");
   command->add_option("TRACE", options->trace, "SOR file, or - for standard input")
@@ -68,9 +47,7 @@ void AddQualityCommand(CLI::App& app, Session& session) {
       ->check(WholeNumber())
       ->check(NumberBetween(0.0, 100.0))
       ->capture_default_str();
-  command->add_option("--format", options->format, "text or json")
-      ->check(CLI::IsMember({"text", "json"}))
-      ->capture_default_str();
+  AddFormatOption(*command, options->format);
   command->callback([options, &session] {
     session.command = [options](Session& running) { return RunQuality(running, *options); };
   });

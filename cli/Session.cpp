@@ -5,17 +5,40 @@
 #include <iostream>
 
 #include "cli/Aside.h"
-#include "cli/Text.h"
+#include "reflyze/files.h"
+#include "reflyze/text.h"
 
 namespace reflyze::cli {
 
 void Session::Print(const std::string& text) {
   out_ << text << std::flush;
-  if (!out_) throw Problem(kUnwritable, "standard output: cannot be written");
+  if (!out_) throw Error(ErrorKind::kUnwritable, "standard output", "cannot be written");
 }
 
 void Session::Warn(const std::string& line) {
   Aside::Say([this, line] { err_ << "reflyze: " << OneLine(line) << "\n" << std::flush; });
+}
+
+void Session::Warn(const std::vector<Warning>& warnings) {
+  for (const Warning& warning : warnings) Warn(warning.file + ": warning: " + warning.text);
+}
+
+std::vector<char> Session::Read(const std::string& name, size_t most) {
+  if (name != "-") return ReadFile(name, most);
+  std::vector<char> bytes;
+  char chunk[65536];
+  while (in_.read(chunk, sizeof chunk), in_.gcount() > 0) {
+    bytes.insert(bytes.end(), chunk, chunk + in_.gcount());
+    if (bytes.size() > most) throw Error(ErrorKind::kUnreadable, "standard input", "is too large");
+  }
+  if (in_.bad()) throw Error(ErrorKind::kUnreadable, "standard input", "cannot be read");
+  return bytes;
+}
+
+Trace Session::Open(const std::string& name) {
+  OpenOptions options;
+  options.encoding = encoding;
+  return Trace::FromBytes(name, Read(name), options);
 }
 
 void Session::Progress(size_t number, size_t total, const std::string& what) {
@@ -32,7 +55,7 @@ void Session::OpenLog(const std::string& name) {
   const bool toStandardError = name == "-";
   log_ = std::make_unique<SpokenLog>(toStandardError ? "/dev/null" : name.c_str(), TLogFile::wmAppend,
                                      toStandardError ? TLogFile::lmStdErr : TLogFile::lmPrimaryFile);
-  if (!log_->IsEnabled()) throw Problem(kUnwritable, name + ": the log cannot be written");
+  if (!log_->IsEnabled()) throw reflyze::Error(ErrorKind::kUnwritable, name, "the log cannot be written");
   LogFile = log_.get();
 }
 

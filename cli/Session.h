@@ -4,10 +4,11 @@
 #include <iosfwd>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "cli/ExitStatus.h"
 #include "cli/ModuleHost.h"
-#include "cli/Problem.h"
-#include "util/tlogfile.h"
+#include "reflyze/record.h"
 
 namespace CLI {
 class App;
@@ -21,19 +22,23 @@ class Session {
  public:
   Session(std::istream& in, std::ostream& out, std::ostream& err) : in_(in), out_(out), err_(err) {}
 
-  std::istream& in() { return in_; }
+  // All bytes of a file, or of standard input for "-". Throws Error kUnreadable, also for more bytes than
+  // `most`.
+  std::vector<char> Read(const std::string& name, size_t most = kLargestInput);
+  Trace Open(const std::string& name);
 
   // Results, on standard output. A stream that does not take them is an unwritable output.
   void Print(const std::string& text);
   // One line on standard error; control characters in it are replaced, so that a file's name or a record's
   // text can't break it. Where the thread speaks aside (cli/Aside.h), it is kept until its turn.
   void Warn(const std::string& line);
+  void Warn(const std::vector<Warning>& warnings);  // a line each
   // "[3/12] file" on a terminal, over itself; nothing elsewhere. An empty text wipes it.
   void Progress(size_t number, size_t total, const std::string& what);
 
-  // Opens the log: a file's name, or "-" for standard error. Problem kUnwritable where it does not open.
+  // Opens the log: a file's name, or "-" for standard error. Error kUnwritable where it does not open.
   void OpenLog(const std::string& name);
-  // The module, loaded and initialised on first use. Problem kUnreadable where it is not found. Loading fills
+  // The module, loaded and initialised on first use. Error kUnreadable where it is not found. Loading fills
   // the module's tables and texts; threads may share it once that is done, each call on a record of its own.
   ModuleHost& Module();
 
@@ -49,17 +54,6 @@ class Session {
   std::unique_ptr<TLogFile> log_;
   std::unique_ptr<ModuleHost> module_;
 };
-
-// Each adds one command to the program.
-void AddAnalyseCommand(CLI::App& app, Session& session);
-void AddDumpCommand(CLI::App& app, Session& session);
-void AddCopyCommand(CLI::App& app, Session& session);
-void AddFilterCommand(CLI::App& app, Session& session);
-void AddBaselineCommand(CLI::App& app, Session& session);
-void AddCompareCommand(CLI::App& app, Session& session);
-void AddMergeCommand(CLI::App& app, Session& session);
-void AddQualityCommand(CLI::App& app, Session& session);
-void AddSimulateCommand(CLI::App& app, Session& session);
 
 // The whole program: parses, runs, turns every failure into one line and an exit status.
 int Main(int argc, const char* const* argv, std::istream& in, std::ostream& out, std::ostream& err);

@@ -217,9 +217,7 @@ SimulatedTrace Simulate(const Link& link, std::uint64_t seed) {
   return trace;
 }
 
-nlohmann::ordered_json JsonOfTruth(const std::string& file, const SimulatedTrace& trace) {
-  const TSorData& record = *trace.record;
-  const Truth& truth = trace.truth;
+nlohmann::ordered_json JsonOfTruth(const std::string& file, const TSorData& record, const Truth& truth) {
   nlohmann::ordered_json json = {{"file", file},
                                  {"points", record.DataPts->GetPointsNum()},
                                  {"wavelength_nm", record.FxdParams->AW / 10.0},

@@ -3,15 +3,15 @@
 #include <functional>
 #include <regex>
 
-#include "cli/Baseline.h"
-#include "cli/CompareTable.h"
+#include "lib/Baseline.h"
 #include "measure/PlausibleComparison.h"
+#include "reflyze/monitor.h"
 #include "tests/cli/program.h"
 
 namespace {
 
-using reflyze::cli::CompareRow;
-using reflyze::cli::CompareTable;
+using reflyze::ComparedEvent;
+using reflyze::Comparison;
 using reflyze::sim::Link;
 
 class MonitoringTest : public ProgramTest {
@@ -251,7 +251,7 @@ TEST_F(CompareTest, AsksAgainOnlyWhereSomethingSpeaksAgainstTheAnswer) {
   for (const auto& now : kCases) {
     const auto trace = reflyze::sim::Simulate(now.link, 12);
     TSorData& record = *trace.record;
-    reflyze::cli::MakeComparable(baseline, record);
+    reflyze::MakeComparable(baseline, record);
     std::vector<int> directly;
     reflyze::ComparePlausibly(baseline, record, [&](TSorData& base, TSorData& current) {
       directly.push_back(current.QRTParams->DataPointsFiltered);
@@ -273,7 +273,7 @@ TEST_F(CompareTest, DoubtsWhatTheLevelsContradict) {
   link.sections.push_back({2.0, 0.2, -81.9});
   link.joints.push_back({0.3, {}});
   const auto right = reflyze::sim::Simulate(link, 12), silent = reflyze::sim::Simulate(link, 12);
-  reflyze::cli::MakeComparable(baseline, *right.record);
+  reflyze::MakeComparable(baseline, *right.record);
   reflyze::ComparePlausibly(baseline, *right.record, [](TSorData& base, TSorData& current) {
     return TAuto().Compare(&base, &current, false);
   });
@@ -361,39 +361,41 @@ TEST_F(CompareTest, RealTracesAreThemselvesAndTwoDirectionsAreNotOne) {
 }
 
 TEST(CompareSentences, ValuesAndChanges) {
-  using reflyze::cli::Deviation;
+  using reflyze::Deviation;
   const struct {
-    Deviation CompareRow::*quantity;
+    Deviation ComparedEvent::*quantity;
     Deviation deviation;
     const char* sentence;
   } kCases[] = {
-      {&CompareRow::loss, {0.42, false, true, true, 0.2}, "loss at 12.713 km rose by 0.42 dB (limit 0.20)"},
-      {&CompareRow::loss,
+      {&ComparedEvent::loss,
+       {0.42, false, true, true, 0.2},
+       "loss at 12.713 km rose by 0.42 dB (limit 0.20)"},
+      {&ComparedEvent::loss,
        {0.419, false, true, true, 0.418},
        "loss at 12.713 km rose by 0.419 dB (limit 0.418)"},
-      {&CompareRow::reflectance,
+      {&ComparedEvent::reflectance,
        {35.003, true, true, true, 35.004},
        "reflectance at 12.713 km is -35.003 dB (limit -35.004)"},
-      {&CompareRow::loss, {0.62, true, true, true, 0.5}, "loss at 12.713 km is 0.62 dB (limit 0.50)"},
-      {&CompareRow::reflectance,
+      {&ComparedEvent::loss, {0.62, true, true, true, 0.5}, "loss at 12.713 km is 0.62 dB (limit 0.50)"},
+      {&ComparedEvent::reflectance,
        {-3.1, false, true, true, 2},
        "reflectance at 12.713 km fell by 3.10 dB (limit 2.00)"},
-      {&CompareRow::reflectance,
+      {&ComparedEvent::reflectance,
        {30, true, true, true, 35},
        "reflectance at 12.713 km is -30.00 dB (limit -35.00)"},
-      {&CompareRow::attenuation,
+      {&ComparedEvent::attenuation,
        {0.06, false, true, true, 0.05},
        "attenuation before 12.713 km rose by 0.060 dB/km (limit 0.050)"},
-      {&CompareRow::attenuation,
+      {&ComparedEvent::attenuation,
        {0.3, true, true, true, 0.25},
        "attenuation before 12.713 km is 0.300 dB/km (limit 0.250)"}};
   for (const auto& c : kCases) {
-    CompareTable table;
+    Comparison table;
     table.result = 1, table.fail = true;
     table.rows.resize(3);
     table.rows[1].event.distanceKm = 12.713;
     table.rows[1].*c.quantity = c.deviation;
-    EXPECT_EQ(reflyze::cli::ChangesOf(table), std::vector<std::string>{c.sentence});
+    EXPECT_EQ(reflyze::ChangesOf(table), std::vector<std::string>{c.sentence});
   }
 }
 

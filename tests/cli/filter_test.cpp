@@ -3,14 +3,13 @@
 #include <cmath>
 #include <memory>
 
-#include "cli/FilterTable.h"
 #include "ref/math/ref_Math.h"
+#include "reflyze/report.h"
 #include "tests/cli/program.h"
 
 namespace {
 
-using reflyze::cli::FilterKind;
-using reflyze::cli::FilterTable;
+using reflyze::FilterTable;
 
 class FilterTest : public ProgramTest {
  protected:
@@ -148,53 +147,21 @@ TEST_F(FilterTest, WhatCannotBeSmoothedIsRefusedInOneLine) {
 
 // --- The listing ---
 
-TFEvent Event(int begin, int peak, int end, char type) {
-  TFEvent event;
-  event.begin = begin, event.rise = begin + 3, event.peak = peak, event.end = end;
-  event.tail = end + 40, event.gradeUp = 14, event.gradeDown = -12, event.width = 7;
-  event.type = type;
-  return event;
-}
+TEST(FilterListing, FitsATerminalAndNamesNoNoiseThatWasNotMeasured) {
+  FilterTable table;
+  table.file = "a.sor", table.noiseLowDb = -30.5;
+  EXPECT_TRUE(nlohmann::json::parse(JsonOf(table))["noise_high"].is_null());
+  EXPECT_NE(TextOf(table).find("running mean not measured"), std::string::npos);
+  EXPECT_NE(TextOf(table).find("no events"), std::string::npos);
 
-class FilterListing : public FilterTest {
- protected:
-  FilterListing() : record(reflyze::sim::Simulate(MetroLink(), 3).record) {}
-
-  FilterTable Table(std::vector<TFEvent> events) {
-    AutoFilterResultData found;
-    found.events = events.data();
-    found.count = static_cast<long>(events.size());
-    found.firstBegin = 11, found.ghostCount = 2, found.ringCount = 33;
-    found.polar = 0.125F, found.polarEnd = 0.25F, found.noiseLow = -30.5F, found.noiseHigh = noiseHigh;
-    return MakeFilterTable("a.sor", FilterKind::kAuto, *record, found);
-  }
-
-  std::unique_ptr<TSorData> record;
-  float noiseHigh = -33.5F;
-};
-
-TEST_F(FilterListing, NoiseThatWasNotMeasuredIsNoNumber) {
-  for (const float unmeasured : {0.0F, -100.0F}) {
-    noiseHigh = unmeasured;
-    const FilterTable table = Table({});
-    EXPECT_TRUE(nlohmann::json::parse(JsonOf(table))["noise_high"].is_null());
-    EXPECT_NE(TextOf(table).find("running mean not measured"), std::string::npos);
-    EXPECT_NE(TextOf(table).find("no events"), std::string::npos);
-  }
-}
-
-TEST_F(FilterListing, TextFitsATerminalWhateverTheFilterReports) {
-  std::vector<TFEvent> events(100, Event(0, 100, 8999, 'r'));
-  events[1] = Event(-1, 0, 8999, '\n');
-  events[2] = TFEvent();
-  events[99].gradeDown = -1000, events[99].width = 99999;
-  record->FxdParams->DS[0] *= 40;  // 720 km
-  const FilterTable table = Table(events);
+  reflyze::FilterEvent event;
+  event.type = "\n", event.width = 99999, event.gradeDown = -1000;
+  event.begin = {-1, -0.004, -60.5}, event.peak = {100, 720.1234, 0.0}, event.end = {8999, 720.9999, -65.5};
+  table.events.assign(100, event);
   std::istringstream lines(TextOf(table));
   int count = 0;
   for (std::string line; std::getline(lines, line); ++count) EXPECT_LE(line.size(), 80u) << line;
   EXPECT_GE(count, 100);
-  EXPECT_EQ(table.events.size(), 100u);
 }
 
 }  // namespace

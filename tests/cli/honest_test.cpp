@@ -2,9 +2,10 @@
 
 #include <regex>
 
-#include "cli/JsonText.h"
-#include "cli/OutputFile.h"
-#include "cli/Text.h"
+#include "lib/Decimal.h"
+#include "lib/Text.h"
+#include "reflyze/files.h"
+#include "report/JsonText.h"
 #include "src/analysis/th.h"
 #include "src/module/Auto.h"
 #include "tests/cli/program.h"
@@ -93,8 +94,8 @@ TEST_F(HonestTest, NamesAndTextsAreToldAsTheyAre) {
 }
 
 TEST_F(HonestTest, NumbersAreShortAndHaveNoSignAtZero) {
-  using reflyze::cli::JsonText;
-  using reflyze::cli::NearestDecimal;
+  using reflyze::JsonText;
+  using reflyze::NearestDecimal;
   EXPECT_EQ(JsonText({-0.0, 51.995, 2.5e-7, 1e23, 1548.0, -3, 0.1 + 0.2, std::nan("")}),
             "[0.0,51.995,2.5e-07,1e+23,1548.0,-3,0.30000000000000004,null]");
   EXPECT_EQ(JsonText(NearestDecimal(51995 * 0.001, 1000.0)), "51.995");
@@ -107,8 +108,7 @@ TEST_F(HonestTest, NumbersAreShortAndHaveNoSignAtZero) {
     const char* text;
   } kCases[] = {{-0.0, 2, "0.00"}, {-0.00004, 4, "0.0000"}, {-0.00006, 4, "-0.0001"}, {0.3, 0, "0"}};
   for (const auto& c : kCases)
-    EXPECT_EQ(reflyze::cli::Format("%.*f", c.decimals, reflyze::cli::NoMinusZero(c.value, c.decimals)),
-              c.text);
+    EXPECT_EQ(reflyze::Format("%.*f", c.decimals, reflyze::NoMinusZero(c.value, c.decimals)), c.text);
 }
 
 // Thresholds that held, and nothing in the place of what was not measured.

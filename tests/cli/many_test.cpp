@@ -9,8 +9,8 @@
 #include <random>
 #include <thread>
 
-#include "cli/Baseline.h"
 #include "cli/OrderedWork.h"
+#include "lib/Baseline.h"
 #include "src/module/Module.h"
 #include "tests/cli/program.h"
 
@@ -113,10 +113,10 @@ class DeterminismTest : public ProgramTest {
   static std::string Compare(const std::string& baselineBytes, const std::string& bytes) {
     const auto baseline = Read(baselineBytes), current = Read(bytes);
     Serve(cmdAnalyse, *baseline, nullptr, nullptr);
-    reflyze::cli::Monitoring monitoring;
+    reflyze::Monitoring monitoring;
     monitoring.level = "main";
-    reflyze::cli::MakeBaseline(*baseline, monitoring);
-    reflyze::cli::MakeComparable(*baseline, *current);
+    reflyze::MakeBaselineOf(*baseline, monitoring);
+    reflyze::MakeComparable(*baseline, *current);
     return Serve(cmdCompare, *current, nullptr, baseline.get());
   }
 

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 
-#include "cli/Baseline.h"
+#include "lib/Baseline.h"
 #include "ref/events/refEventBiDir.h"
 #include "ref/events/refEventQuality.h"
 #include "ref/math/ref_Math.h"
@@ -161,8 +161,8 @@ void ListDeviation(Listing& to, const std::string& what, const TShortDeviation& 
   to.Text(what, std::to_string(deviation.Deviation) + "/" + std::to_string(deviation.Flags));
 }
 
-reflyze::cli::Monitoring Watched(const Subject& subject) {
-  reflyze::cli::Monitoring monitoring;
+reflyze::Monitoring Watched(const Subject& subject) {
+  reflyze::Monitoring monitoring;
   monitoring.level = "main";
   monitoring.ltDb = subject.Set("lt", monitoring.ltDb);
   monitoring.rtDb = subject.Set("rt", monitoring.rtDb);
@@ -175,7 +175,7 @@ reflyze::cli::Monitoring Watched(const Subject& subject) {
 
 void ListComparison(Listing& to, const Subject& subject) {
   const auto baseline = Analysed(subject.Trace(), subject.Thresholds()), current = subject.Later();
-  reflyze::cli::MakeBaseline(*baseline, Watched(subject));
+  reflyze::MakeBaselineOf(*baseline, Watched(subject));
   TAuto engine;
   int result = engine.Compare(baseline.get(), current.get(), false);
   if (subject.Set("again", false)) result = engine.Compare(baseline.get(), current.get(), true);

@@ -22,6 +22,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   reflyze::sim::SimulatedTrace trace = Simulate(link, size);
   Check(trace.record->DataPts->GetPointsNum() == link.points);
   fuzzing::CheckStorable(*trace.record);
-  Check(!JsonOfTruth("trace", trace).dump().empty());
+  Check(!reflyze::sim::JsonOfTruth("trace", *trace.record, trace.truth).dump().empty());
   return 0;
 }

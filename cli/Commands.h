@@ -1,0 +1,26 @@
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace reflyze::cli {
+
+class Session;
+
+// Each adds one command to the program, in the order of its help.
+void AddAnalyseCommand(CLI::App& app, Session& session);
+void AddDumpCommand(CLI::App& app, Session& session);
+void AddCopyCommand(CLI::App& app, Session& session);
+void AddFilterCommand(CLI::App& app, Session& session);
+void AddBaselineCommand(CLI::App& app, Session& session);
+void AddCompareCommand(CLI::App& app, Session& session);
+void AddMergeCommand(CLI::App& app, Session& session);
+void AddQualityCommand(CLI::App& app, Session& session);
+void AddSimulateCommand(CLI::App& app, Session& session);
+
+constexpr void (*kCommands[])(CLI::App&, Session&) = {
+    AddAnalyseCommand, AddDumpCommand,  AddCopyCommand,    AddFilterCommand,  AddBaselineCommand,
+    AddCompareCommand, AddMergeCommand, AddQualityCommand, AddSimulateCommand};
+
+}  // namespace reflyze::cli

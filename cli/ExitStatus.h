@@ -1,0 +1,29 @@
+#pragma once
+
+#include "reflyze/error.h"
+
+namespace reflyze::cli {
+
+// Exit statuses that scripts rest on.
+enum ExitStatus {
+  kDone = 0,
+  kChanged = 1,     // a comparison found something
+  kUsage = 2,       // the command line is wrong
+  kUnreadable = 3,  // an input could not be read or is not a usable trace
+  kUnwritable = 4,  // an output could not be written
+};
+
+// What stops a command, as a status.
+inline ExitStatus StatusOf(const Error& error) {
+  switch (error.kind()) {
+    case ErrorKind::kUsage:
+      return kUsage;
+    case ErrorKind::kUnwritable:
+      return kUnwritable;
+    case ErrorKind::kUnreadable:
+      break;
+  }
+  return kUnreadable;
+}
+
+}  // namespace reflyze::cli

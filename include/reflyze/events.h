@@ -1,0 +1,108 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "reflyze/trace.h"
+
+namespace reflyze {
+
+// What an analysis takes for an event. Each that is not given comes from the trace, and where that has none,
+// is 0.2 dB, -60 dB, 3 dB, 0.25 dB/km.
+struct Thresholds {
+  std::optional<double> lossDb;         // of an event
+  std::optional<double> reflectanceDb;  // of an event, negative
+  std::optional<double> endDb;          // loss that ends the fibre
+  std::optional<double> slopeDbPerKm;   // change of slope
+};
+
+// No fibre loses or reflects more than this, in dB or dB/km; the bound catches slips, such as a reflectance
+// without its sign.
+constexpr double kLargestThreshold = 1000.0;
+
+// A document of thresholds is a page of text.
+constexpr std::size_t kLargestThresholdDocument = 1u << 16;  // bytes
+
+// Thresholds from a document of an instrument (INI): one section of it. More is forgiven than by instruments:
+// any line ends, blanks around "=", the mark that some editors put at the head; a key without a value does
+// not count.
+class REFLYZE_API ThresholdDocument {
+ public:
+  ThresholdDocument() = default;  // none
+  // Throws Error kUnreadable for a section that is not there or holds no threshold, and for what is no
+  // number.
+  static ThresholdDocument FromText(const std::string& name, const std::string& text,
+                                    const std::string& section = "NON");
+  static ThresholdDocument FromFile(const std::string& file, const std::string& section = "NON");
+
+  struct Section;
+  const Section* section() const { return section_.get(); }
+
+ private:
+  std::shared_ptr<const Section> section_;
+};
+
+struct AnalyseOptions {
+  Thresholds thresholds;             // before the document
+  ThresholdDocument document;        // before the trace
+  std::optional<double> mostLossDb;  // wherever the loss threshold comes from, it is no larger than this
+  bool endsOnly = false;             // keep only the first and the last event
+  bool dropUnknown = false;          // store no blocks that nobody here knows
+};
+
+// A record has a number in every place. The launch and the end have a step of the trace for a loss, a splice
+// the reflectance that noise leaves to it, a return loss of 0 says that there is none.
+enum class Numbers {
+  kMeasured,  // of all those only what is one, for readers
+  kAsStored,
+};
+
+// A place on the fibre where light is lost, gained or reflected.
+struct Event {
+  int number = 0;
+  int eptOwt = 0;           // one-way time from the first sample, 100 ps
+  double distanceKm = 0.0;  // from the user's zero
+  std::string code;         // SR-4731 event code
+  std::string technique;    // of the loss measurement
+  std::string type;         // in words
+  std::optional<double> lossDb;
+  std::optional<double> reflectanceDb;
+  bool reflectanceAtLeast = false;           // the receiver was saturated
+  std::optional<double> attenuationDbPerKm;  // of the section before the event
+  double cumulatedDb = 0.0;                  // sections and events from the launch up to and with this event
+  std::array<int, 5> markersOwt{};           // ML0 to ML4, one-way times, 100 ps
+  std::string comment;
+};
+
+// The events of one trace, with what they were found by.
+struct EventTable {
+  std::string file;
+  long points = 0;
+  double wavelengthNm = 0.0;
+  double pulseNs = 0.0;
+  double spacingM = 0.0;
+  double rangeKm = 0.0;
+  double groupIndex = 0.0;
+  Thresholds thresholds;  // that held when the events were found
+  double noiseFloorDb = 0.0;
+  bool fibre = true;  // the trace shows one
+  std::optional<double> lengthKm;
+  std::optional<double> totalLossDb;   // end to end, on the trace itself
+  std::optional<double> returnLossDb;  // at most, where the receiver was saturated
+  std::vector<Warning> warnings;
+  std::vector<Event> events;
+  StoredRecord record;  // the trace with these events
+};
+
+// Finds the events of a trace. Throws Error kUnreadable for a trace that can't be measured, and for a file
+// that holds several. Here as everywhere, a trace that is moved in and that nobody else holds needs no copy.
+REFLYZE_API EventTable Analyse(Trace trace, const AnalyseOptions& options = {});
+
+// The events that stand in the file. They are told as they are.
+REFLYZE_API EventTable StoredEvents(Trace trace, Numbers numbers = Numbers::kMeasured);
+
+}  // namespace reflyze

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "reflyze/events.h"
+
+namespace reflyze {
+
+// An event as one direction measured it; without a loss at the launch and at the end, which are no joints.
+struct DirectionOfEvent {
+  bool listed = false;  // in its table
+  bool seen = false;    // by its own measurement
+  std::string code;     // SR-4731 event code
+  std::optional<double> lossDb;
+  std::optional<double> reflectanceDb;
+};
+
+struct MergedEvent {
+  double distanceKm = 0.0;  // from the first end
+  DirectionOfEvent a, b;
+  std::optional<double> meanLossDb;
+};
+
+// Two directions of one fibre in one table.
+struct MergedTable {
+  std::string fileA, fileB;
+  double pulseNs = 0.0;
+  double lengthKm = 0.0;
+  std::vector<MergedEvent> rows;
+  std::vector<Warning> warnings;
+  StoredRecord recordA, recordB;  // each direction with the events of both
+};
+
+struct MergeOptions {
+  Thresholds thresholds;  // with any, or with a document, both traces are analysed first
+  ThresholdDocument document;
+};
+
+// Brings the events of both directions of a fibre together; what has no events is analysed first. A joint's
+// loss is the mean of both directions, which the change of the backscatter drops out of (IEC 61280-4-2).
+// Throws Error kUnreadable for traces that can't be measured or are no two directions of one fibre.
+REFLYZE_API MergedTable Merge(Trace a, Trace b, const MergeOptions& options = {});
+
+}  // namespace reflyze

@@ -1,0 +1,115 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "reflyze/events.h"
+
+namespace reflyze {
+
+struct Stretch {
+  double fromKm = 0.0, toKm = 0.0;  // from the user's zero
+};
+
+// A setting of the comparison that a baseline carries, by the name under which a record stores it.
+struct ComparisonSetting {
+  const char* name;
+  double least, most;
+  const char* meaning;
+};
+REFLYZE_API const std::vector<ComparisonSetting>& ComparisonSettings();
+REFLYZE_API const ComparisonSetting* FindComparisonSetting(
+    const std::string& name);  // null where there is none
+
+// Limits are stored in thousandths in 16 bits.
+constexpr double kLargestLimit = 32.5;  // dB, dB/km
+
+// How a fibre is to be watched. Limits are of changes against the baseline, those of the loss of what grows.
+struct Monitoring {
+  std::string level;  // name of the alarm level, UTF-8, not empty
+  double ltDb = 0.2;  // loss of an event
+  double rtDb = 2.0;  // reflectance
+  double ctDbPerKm = 0.05;
+  double eelDb = 0.5;           // end-to-end loss
+  std::vector<Stretch> search;  // where new events are searched; else in each section between two events
+  std::vector<std::pair<std::string, double>> settings;  // by the names of ComparisonSettings
+};
+
+// A trace that others of its fibre are compared with.
+struct Baseline {
+  EventTable events;
+  Monitoring monitoring;  // as the record holds it: limits in thousandths, all stretches and settings
+  std::vector<Warning> warnings;
+  StoredRecord record;
+};
+
+// Makes the baseline of a fibre, from a trace with usable events or analysed for it. Throws Error kUnreadable
+// for a trace that can't be measured or shows no fibre, kUsage for a stretch that is not on it, for a level
+// without a name and for a setting or limit out of its bounds.
+REFLYZE_API Baseline MakeBaseline(Trace trace, const Monitoring& monitoring);
+
+// What became of one quantity of an event, and its limit; dB or dB/km.
+struct Deviation {
+  double value = 0.0;  // the change against the baseline, or the quantity itself where that is limited
+  bool absolute = false;
+  bool compared = false;
+  bool exceeded = false;
+  double limit = 0.0;
+};
+
+struct ComparedEvent {
+  Event event;
+  bool monitored = false;
+  bool isNew = false;
+  bool fail = false;
+  bool fiberBreak = false;
+  Deviation loss, reflectance, attenuation;  // a limit of the reflectance itself is one of the return loss
+};
+
+// Where the fibre was looked for and not found.
+struct LinkTest {
+  double distanceKm = 0.0;
+  double baselineDb = 0.0, currentDb = 0.0;  // levels there
+  bool noLight = false;                      // the current one is noise
+};
+
+// What a comparison comes to, by the codes that a host is given.
+enum ComparisonCode : int {
+  kCompared = 1,           // the flags of the events say what has changed
+  kNoLink = 10002,         // the current trace does not show the fibre
+  kNoActiveLevel = 10003,  // the baseline does not say what to hold the fibre against
+  kFibreBreak = 10004,     // the fibre ends before the end of monitoring
+};
+
+// What a comparison says of a current trace.
+struct Comparison {
+  std::string baselineFile, file;
+  Numbers numbers = Numbers::kMeasured;
+  int result = kCompared;  // a ComparisonCode, or what else a module answers
+  bool fail = false;       // of the trace as a whole
+  bool recheck = false;    // results of an earlier comparison, held against limits again
+  std::string level;
+  double baselineLengthKm = 0.0;
+  std::optional<LinkTest> linkTest;  // where another fibre was found, or none
+  std::vector<ComparedEvent> rows;
+  std::vector<Warning> warnings;
+  StoredRecord record;  // the current trace with its results
+
+  bool Changed() const { return fail || result != kCompared; }
+};
+
+struct CompareOptions {
+  bool recheck = false;  // hold the results that are stored in the current trace against the limits again
+};
+
+// What changed on a fibre since its baseline, which MakeBaseline or an instrument has made. Throws Error
+// kUnreadable for traces that can't be measured, a baseline with events or limits missing, and, for a
+// recheck, a trace without results.
+REFLYZE_API Comparison Compare(Trace baseline, Trace current, const CompareOptions& options = {});
+
+// One plain sentence for each change, in the order of their places; one that reassures if there is none.
+REFLYZE_API std::vector<std::string> ChangesOf(const Comparison& comparison);
+
+}  // namespace reflyze

@@ -1,0 +1,42 @@
+#pragma once
+
+// The record itself, for those who need every field of it, and for hosts of the analysis module. The rest of
+// the library does without these headers; their names are those of the record and not in a namespace.
+
+#include <string>
+
+#include "reflyze/events.h"
+#include "reflyze/monitor.h"
+#include "sor/sorData.h"
+#include "src/analysis/th.h"
+#include "util/tlogfile.h"
+
+namespace reflyze {
+
+// The record of a trace as its file has it. Event times of most files count from the user offset.
+REFLYZE_API const TSorData& RecordOf(const Trace& trace);
+
+// The service commands of an analysis module, as a host gives them.
+class REFLYZE_API AnalysisService {
+ public:
+  AnalysisService() = default;
+  AnalysisService(const AnalysisService&) = delete;
+  AnalysisService& operator=(const AnalysisService&) = delete;
+  virtual ~AnalysisService() = default;
+
+  // Service commands 0 and 1: events of the trace, or only its first and last.
+  virtual int Analyse(TSorData& trace, TTH& thresholds, bool endsOnly) = 0;
+  // Service command 2: `current` against `baseline`; `recheck` leaves the current trace as filtered before.
+  virtual int Compare(TSorData& baseline, TSorData& current, bool recheck) = 0;
+};
+
+// What a module leaves in the record, with nothing of the library before or behind it.
+REFLYZE_API EventTable AnalyseBy(AnalysisService& service, Trace trace, const AnalyseOptions& options = {});
+REFLYZE_API Comparison CompareBy(AnalysisService& service, Trace baseline, Trace current,
+                                 const CompareOptions& options = {});
+
+// What a host gives its module as handler of assertions: ends in an Error of whatever was asked of the
+// library.
+[[noreturn]] REFLYZE_API void ThrowAssertion(const char* text, const char* file, int line);
+
+}  // namespace reflyze

@@ -1,0 +1,18 @@
+#pragma once
+
+// The library: reads, analyses, compares, merges, judges and simulates traces of optical time-domain
+// reflectometers. Everything is in the namespace reflyze, everything is a value, units stand in the names,
+// and every failure is an Error. Threads may work side by side, and share what is const.
+
+#include "reflyze/error.h"
+#include "reflyze/events.h"
+#include "reflyze/files.h"
+#include "reflyze/filter.h"
+#include "reflyze/merge.h"
+#include "reflyze/monitor.h"
+#include "reflyze/quality.h"
+#include "reflyze/report.h"
+#include "reflyze/simulate.h"
+#include "reflyze/text.h"
+#include "reflyze/trace.h"
+#include "reflyze/version.h"

@@ -1,0 +1,166 @@
+#include "lib/Baseline.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "lib/Text.h"
+#include "measure/Plausible.h"
+#include "ref/events/refEvent.h"
+#include "src/filter/Filter.h"
+#include "src/monitor/RFTSUParams.h"
+#include "util/convert.h"
+#include "util/latin1.h"
+
+namespace reflyze {
+namespace {
+
+short Thousandths(double value) { return TruncToShort(value * 1000.0 + 0.5); }
+
+TShortThreshold Relative(double limit) { return {0, Thousandths(limit), false}; }
+
+// One level, in force. The block's own hooks give it a set of limits for each event.
+void SetLevel(TSorData& record, const Monitoring& monitoring) {
+  TSorBlockRFTSParameters& block = *record.RFTSParams;
+  block.Clear();
+  auto level = std::make_unique<TRFTSLevel>();
+  level->SetName(Latin1(monitoring.level).c_str());
+  level->Enable();
+  TThresholdsRFTSSet limits;
+  limits.SetLT(Relative(monitoring.ltDb));
+  limits.SetRT(Relative(monitoring.rtDb));
+  limits.SetCT(Relative(monitoring.ctDbPerKm));
+  level->SetLevelThresholdsSet(limits);
+  level->SetEELT(Relative(monitoring.eelDb));
+  block.AddLevel(level.release());
+  block.SetActiveLevel(0);
+  for (int i = 0; i < record.KeyEvents->ListedEvents(); ++i) block.OnKeyEventAdd(i);
+}
+
+// By itself a comparison searches new events only where slopes have changed. A splice near the end of a
+// section hardly turns its slope, and a reflection may turn it back: the search is cheap enough to be made
+// each time.
+constexpr double kAnyChangeOfSlope = 0.0;
+
+void SetSettings(TSorData& record, const Monitoring& monitoring) {
+  TSorBlockRFTSParameters& block = *record.RFTSParams;
+  block.SetTNUP(0);
+  block.SetUseUParameters(true);
+  SetSetting(block, "EvtDetectDeltaCT", kAnyChangeOfSlope);
+  // What counts as a change of an event counts as a new one too.
+  SetSetting(block, "AutoLT", std::max(monitoring.ltDb, TRFTSUParams().AutoLT));
+  for (const auto& [name, value] : monitoring.settings) SetSetting(block, name, value);
+}
+
+// Where to search between two events. Their own places are known to a pulse or two, on long pulses and near
+// the noise: nearer to them an event is theirs. Behind an event the search waits until the table's section
+// begins, but not long: a section may have shrunk to what its slope could be trusted on, up to the next
+// event.
+void ClearSearch(TSorData& record) {
+  constexpr double kNearPulses = 3.0;
+  constexpr double kFarPulses = 5.0, kFarKm = 0.5;
+  const TSorBlockKeyEvents& events = *record.KeyEvents;
+  TSorBlockQRTEvents& sections = *record.QRTEvents;
+  if (sections.ListedEvents() + 1 != events.ListedEvents()) return;
+  const double pulseOwt = record.FxdParams->GetOwtPulse(0);
+  const int nearOwt = TruncToInt(kNearPulses * pulseOwt);
+  const int farOwt = TruncToInt(std::max(kFarPulses * pulseOwt, record.dLenToOwt(kFarKm)));
+  for (int i = 0; i < sections.ListedEvents(); ++i) {
+    TSorBlockQRTEvents1E& section = sections.EventAt(i);
+    const int before = events.EventAt(i).EPT, behind = events.EventAt(i + 1).EPT;
+    const int from = std::clamp(section.ML0, before + nearOwt, before + farOwt);
+    if (from >= behind - nearOwt) continue;
+    section.ML0 = from;
+    section.ML1 = behind - nearOwt;
+    RefEventRecalculate(&record, &section);
+  }
+}
+
+void AddStretch(TSorData& record, const Stretch& stretch) {
+  auto section = std::make_unique<TSorBlockQRTEvents1E>();
+  section->ML0 = TruncToInt(record.LenToOwt(stretch.fromKm) + 0.5);
+  section->ML1 = TruncToInt(record.LenToOwt(stretch.toKm) + 0.5);
+  section->LMT = "LS";
+  section->EC = "DU9999";
+  if (RefEventAdd(&record, section.get()) != 0) {
+    throw Error(ErrorKind::kUsage, "",
+                Format("--search %g:%g is not on the trace, which goes from %.3f to %.3f km", stretch.fromKm,
+                       stretch.toKm, record.GetMinLen(), record.GetMaxLen()));
+  }
+  section.release();
+}
+
+// Lets each section end clear of its event. An event's place is known to a few points only, and another
+// acquisition has its points elsewhere: one that stands on the foot of a reflection would pass for the level
+// before it.
+void ClearSectionEnds(TSorData& record) {
+  constexpr double kClearPoints = 3.0;
+  constexpr double kShortestSectionPoints = 30.0;
+  const double spacingOwt = record.FxdParams->GetOwtDS(0);
+  for (int i = 1; i < record.KeyEvents->ListedEvents(); ++i) {
+    TSorBlockKeyEvents1E& event = record.KeyEvents->EventAt(i);
+    const double clearOwt = event.EPT - kClearPoints * spacingOwt;
+    if (event.ML1 > event.EPT || event.ML1 <= clearOwt) continue;
+    if (clearOwt - event.ML0 < kShortestSectionPoints * spacingOwt) continue;
+    event.ML1 = TruncToInt(clearOwt);
+  }
+}
+
+// On file, a loss ends at 32.767 dB. That of a fibre's end reaches down to the bottom of the scale and may be
+// larger; against the whole loss of the current trace it would look like another end.
+void RegainLargestLosses(TSorData& record) {
+  constexpr short kLargestOnFile = 32767;
+  for (int i = 0; i < record.KeyEvents->ListedEvents(); ++i) {
+    TSorBlockKeyEvents1E& event = record.KeyEvents->EventAt(i);
+    if (event.EL != kLargestOnFile) continue;
+    TSorBlockKeyEvents1E measured(event);
+    RefEventSCalculate(&record, &measured);
+    if (measured.EL == kLargestOnFile) event.ELWide = measured.ELWide;
+  }
+}
+
+}  // namespace
+
+void MakeBaselineOf(TSorData& record, const Monitoring& monitoring) {
+  // A comparison measures the events on the current trace in its own way and on its raw points. Losses from
+  // elsewhere (a smoothed trace, another maker's analysis, the mean of two directions) would differ from that
+  // by their method alone.
+  GiveReceiverRate(record);
+  TSorFilter(&record).SetFilter(0);
+  ClearSectionEnds(record);
+  RefEventRecalculate(&record, record.KeyEvents, 0);
+  SetLevel(record, monitoring);
+  SetSettings(record, monitoring);
+  if (monitoring.search.empty()) {
+    RefEventSORToQRTSync(&record);
+    ClearSearch(record);
+  } else {
+    record.QRTEvents->events->Clear();
+    record.QRTEvents->TNE = 0;
+    for (const Stretch& stretch : monitoring.search) AddStretch(record, stretch);
+  }
+  // A baseline holds no result, also where it was the current trace of an earlier comparison.
+  record.RFTSEvents->Assign(TSorBlockRFTSEvents());
+  record.WriteProprietaryBlocks = 1;
+  HoldMarkers(record);
+}
+
+void HoldMarkers(TSorData& record) {
+  constexpr short kFirstWithMarkers = 200;
+  record.Revision = std::max(record.Revision, kFirstWithMarkers);
+}
+
+void MakeComparable(TSorData& baseline, TSorData& current) {
+  RegainLargestLosses(baseline);
+  TSorBlockQRTParameters &baselineParams = *baseline.QRTParams, &params = *current.QRTParams;
+  // Smoothing takes height from reflections.
+  if (baselineParams.isFilter() != params.isFilter()) {
+    TSorFilter(&baseline).SetFilter(0);
+    TSorFilter(&current).SetFilter(0);
+  }
+  if (baselineParams.modes.empty() || params.modes.empty()) return;
+  short &baselineBandwidth = baselineParams.modes[0].BWU1, &bandwidth = params.modes[0].BWU1;
+  if (baselineBandwidth == 0) baselineBandwidth = bandwidth;
+  if (bandwidth == 0) bandwidth = baselineBandwidth;
+}
+
+}  // namespace reflyze

@@ -1,0 +1,12 @@
+#pragma once
+
+#include "lib/LoadedRecord.h"
+#include "reflyze/monitor.h"
+
+namespace reflyze {
+
+// Takes both records as the comparison left them. May settle the noise floor of a copy.
+Comparison MakeCompareTable(const LoadedRecord& baseline, const LoadedRecord& current, int result,
+                            Numbers numbers);
+
+}  // namespace reflyze

@@ -1,0 +1,79 @@
+#include "lib/Engine.h"
+
+#include <vector>
+
+#include "lib/EngineCall.h"
+#include "lib/Text.h"
+#include "reflyze/version.h"
+#include "src/module/Module.h"
+#include "util/assertion.h"
+#include "util/tlogfile.h"
+
+namespace reflyze {
+namespace {
+
+constexpr int kProcessAttach = 0;  // the reason with which a host announces itself once
+
+// Slots of the parameter block of a service command.
+constexpr size_t kCurrentSlot = 0;
+constexpr size_t kThresholdsSlot = 1;
+constexpr size_t kBaselineSlot = 10;
+constexpr size_t kSlots = 11;
+
+class LinkedEngine : public AnalysisService {
+ public:
+  // Makes the version known and fills what all threads then share. The log stays the one that there is.
+  LinkedEngine() {
+    DllMain(nullptr, kProcessAttach, nullptr);
+    DllInit(LogFile);
+  }
+
+  int Analyse(TSorData& trace, TTH& thresholds, bool endsOnly) override {
+    void* parameters[kSlots] = {};
+    parameters[kCurrentSlot] = &trace;
+    parameters[kThresholdsSlot] = &thresholds;
+    return Call(endsOnly ? cmdAnalyseEndsOnly : cmdAnalyse, 0, parameters);
+  }
+
+  int Compare(TSorData& baseline, TSorData& current, bool recheck) override {
+    void* parameters[kSlots] = {};
+    parameters[kCurrentSlot] = &current;
+    parameters[kBaselineSlot] = &baseline;
+    return Call(cmdCompare, recheck ? 1 : 0, parameters);
+  }
+
+ private:
+  static int Call(TCmdASF command, long value, void** parameters) {
+    return ServiceFunction(command, value, parameters);
+  }
+};
+
+}  // namespace
+
+AnalysisService& Engine() {
+  static LinkedEngine engine;
+  return engine;
+}
+
+void ThrowAssertion(const char* text, const char* file, int line) {
+  throw AssertionProblem(Format("%s (%s:%d)", text, file, line));
+}
+
+void UseOwnAssertions() {
+  static const bool used = [] {
+    SetAssertionHandler(ThrowAssertion);
+    return true;
+  }();
+  static_cast<void>(used);
+}
+
+std::string ModuleVersion() {
+  Engine();
+  std::vector<char> text(static_cast<size_t>(GetModuleVersion(nullptr, 0)));
+  GetModuleVersion(text.data(), static_cast<int>(text.size()));
+  return text.data();
+}
+
+std::string LibraryVersion() { return REFLYZE_LIBRARY_VERSION; }
+
+}  // namespace reflyze

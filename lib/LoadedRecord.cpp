@@ -1,0 +1,157 @@
+#include "lib/LoadedRecord.h"
+
+#include <cstring>
+#include <new>
+
+#include "lib/EngineCall.h"
+#include "lib/StoredBlocks.h"
+#include "lib/Stretches.h"
+#include "lib/UsableTrace.h"
+#include "lib/UserOffset.h"
+#include "sor/stream/sorFile.h"
+
+namespace reflyze {
+namespace {
+
+constexpr int kDeepestNesting = 16;  // records inside records
+
+[[noreturn]] void Unreadable(const std::string& name, const std::string& why) {
+  throw Error(ErrorKind::kUnreadable, name, why);
+}
+
+// A record begins with its map; without a whole one nothing behind it can be placed.
+void CheckMap(const std::string& name, const std::vector<char>& bytes) {
+  TSorFile file(bytes.data(), bytes.size());
+  TSorBlockMap map;
+  map.ReadRN(&file, TSorBlock::kLastKnownRevisionNo);
+  if (file.state == sfEndOfData) Unreadable(name, "ends inside its map of blocks");
+  if (file.state != sfOk) Unreadable(name, "is not a trace record (SR-4731)");
+  if (map.NB < 2) Unreadable(name, "is not a trace record (SR-4731): its map lists no blocks");
+}
+
+void ForgetTimeOfReadingInside(TSorData& record) {
+  for (int i = 0; i < record.EmbData->GetTNED(); ++i) {
+    TEmbData1E* embedded = record.EmbData->GetEmbData(i);
+    TSorData* inner = embedded != nullptr ? embedded->GetRecord() : nullptr;
+    if (inner == nullptr) continue;
+    if (!Lists(*inner->Map, "FxdParams")) inner->FxdParams->DTS = 0;
+    ForgetTimeOfReadingInside(*inner);
+  }
+}
+
+// A new record is as old as the moment. One whose file tells no time of measurement has none: the time of its
+// reading would pass for it, and be another one at the next.
+void ForgetTimeOfReading(const LoadedRecord& loaded) {
+  TSorBlockFixedParameters stored;
+  stored.DTS = 0;
+  ReadStoredBlock(loaded, "FxdParams", stored);
+  loaded.record->FxdParams->DTS = stored.DTS;
+  ForgetTimeOfReadingInside(*loaded.record);
+}
+
+void RequireTrace(const LoadedRecord& loaded) {
+  RequireReadThrough(loaded);
+  const std::string why = WhyUnusable(loaded);
+  if (!why.empty()) Unreadable(loaded.name, why);
+  if (TracesIn(*loaded.record) < 2) return;
+  Unreadable(loaded.name,
+             StretchWarning(*loaded.record) + "; take one out first: reflyze copy IN OUT --native --trace N");
+}
+
+}  // namespace
+
+bool LoadedRecord::Truncated() const { return state != sfOk; }
+
+// The linear trace is the last that a reading makes. Temperature traces have none.
+bool LoadedRecord::BrokenOff() const {
+  return state != sfOk && state != sfEndOfData &&
+         record->EmbData->GetEmbData(TEmbData1E::kLinearTrace) == nullptr;
+}
+
+void RequireReadThrough(const LoadedRecord& loaded) {
+  if (!loaded.BrokenOff()) return;
+  Unreadable(loaded.name,
+             "is damaged: a block is not where the map puts it, or leads nowhere (stream state " +
+                 std::to_string(loaded.state) + ")");
+}
+
+int StoredUserOffset(const LoadedRecord& loaded) {
+  TSorBlockGeneralParameters stored;
+  ReadStoredBlock(loaded, "GenParams", stored);
+  return stored.UO;
+}
+
+void CountTimesFromFirstSample(LoadedRecord& loaded) {
+  if (loaded.fromFirstSample) return;
+  CountFromFirstSample(*loaded.record, StoredUserOffset(loaded));
+  loaded.fromFirstSample = true;
+}
+
+LoadedRecord ReadRecord(const std::string& given, std::vector<char> bytes, const TextEncoding& texts) {
+  LoadedRecord loaded;
+  loaded.given = given;
+  loaded.name = given == "-" ? "standard input" : given;
+  loaded.bytes = std::move(bytes);
+  loaded.texts = texts;
+  if (loaded.bytes.empty()) Unreadable(loaded.name, "is empty");
+  loaded.record = std::make_unique<TSorData>();
+  CallEngine(loaded.name, "is not a record that can be held", [&] {
+    CheckMap(loaded.name, loaded.bytes);
+    TSorFile file(static_cast<const char*>(loaded.bytes.data()), loaded.bytes.size());
+    loaded.record->Read(&file);
+    loaded.state = file.state;
+  });
+  if (NestingDepth(*loaded.record) > kDeepestNesting)
+    Unreadable(loaded.name, "holds records nested more than 16 deep");
+  loaded.warnings = FileWarnings(loaded);
+  ForgetTimeOfReading(loaded);
+  return loaded;
+}
+
+LoadedRecord CopyOfLoaded(const LoadedRecord& loaded) {
+  if (!loaded.bytes.empty()) return ReadRecord(loaded.given, loaded.bytes, loaded.texts);
+  LoadedRecord copy;
+  copy.given = loaded.given;
+  copy.name = loaded.name;
+  copy.fromFirstSample = loaded.fromFirstSample;
+  copy.warnings = loaded.warnings;
+  copy.texts = loaded.texts;
+  copy.record = std::make_unique<TSorData>();
+  copy.record->Assign(*loaded.record);
+  return copy;
+}
+
+LoadedRecord ForMeasuring(Trace trace) {
+  LoadedRecord loaded = std::move(trace).Take();
+  // One of several traces of a file has been looked at with them.
+  if (!loaded.fromFirstSample) RequireTrace(loaded);
+  CountTimesFromFirstSample(loaded);
+  return loaded;
+}
+
+std::string RecordBytes(TSorData& record, const std::string& name) {
+  TSorFile memory(nullptr, "m");
+  {
+    const CountedFromOffset counted(record);
+    record.Write(&memory);
+  }
+  if (memory.state != sfOk)
+    throw Error(ErrorKind::kUnwritable, name, "the record has more blocks than a map can list");
+  return {memory.GetData(), memory.GetDataSize()};
+}
+
+StoredRecord Keep(LoadedRecord& loaded) {
+  auto kept = std::make_shared<KeptRecord>();
+  kept->record = std::move(loaded.record);
+  kept->name = loaded.name;
+  kept->encoding = loaded.texts.name();
+  return StoredRecord(std::move(kept));
+}
+
+std::vector<Warning> WarningsOf(const LoadedRecord& loaded) {
+  std::vector<Warning> warnings;
+  for (const std::string& text : loaded.warnings) warnings.push_back({loaded.name, text});
+  return warnings;
+}
+
+}  // namespace reflyze

@@ -1,0 +1,193 @@
+#include "reflyze/files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "reflyze/error.h"
+
+namespace reflyze {
+namespace {
+
+// The folder part of a path, with its slash.
+std::string FolderOf(const std::string& name) {
+  const size_t slash = name.rfind('/');
+  return slash == std::string::npos ? "" : name.substr(0, slash + 1);
+}
+
+// A file that takes the target's name only when it is whole and on disk.
+class AtomicFile {
+ public:
+  // `name` stands in the messages.
+  AtomicFile(const std::string& target, const std::string& name)
+      : target_(target), name_(name), beside_(FolderOf(target) + ".reflyze-XXXXXX") {
+    const int descriptor = mkstemp(beside_.data());
+    if (descriptor < 0) {
+      beside_.clear();
+      Fail();
+    }
+    fchmod(descriptor, Permissions());
+    file_ = fdopen(descriptor, "wb");
+    if (file_ == nullptr) {
+      close(descriptor);
+      unlink(beside_.c_str());
+      Fail();
+    }
+  }
+  AtomicFile(const AtomicFile&) = delete;
+  AtomicFile& operator=(const AtomicFile&) = delete;
+  ~AtomicFile() {
+    if (file_ != nullptr) std::fclose(file_);
+    for (const std::string& passing : {beside_, before_}) {
+      if (!passing.empty()) unlink(passing.c_str());
+    }
+  }
+
+  // Down to the disk.
+  void Write(const std::string& bytes) {
+    if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) Fail();
+    if (std::fflush(file_) != 0 || fsync(fileno(file_)) != 0) Fail();
+    FILE* file = file_;
+    file_ = nullptr;
+    if (std::fclose(file) != 0) Fail();
+  }
+  // Holds what stands in the target's place, so that Restore can put it back.
+  void KeepEarlier() {
+    struct stat info;
+    if (stat(target_.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
+      errno = EISDIR;
+      Fail();
+    }
+    const std::string before = beside_ + "-before";
+    if (link(target_.c_str(), before.c_str()) == 0) {
+      before_ = before;
+    } else if (errno != ENOENT) {
+      // A file system without links: the name is free for a moment.
+      if (std::rename(target_.c_str(), before.c_str()) == 0) {
+        before_ = before;
+      } else if (errno != ENOENT) {
+        Fail();
+      }
+    }
+  }
+  void TakePlace() {
+    if (std::rename(beside_.c_str(), target_.c_str()) != 0) Fail();
+    beside_.clear();
+  }
+  void Restore() {
+    if (before_.empty()) {
+      if (beside_.empty()) unlink(target_.c_str());
+    } else {
+      std::rename(before_.c_str(), target_.c_str());
+      before_.clear();  // where it could not go back, it stays under its passing name
+    }
+  }
+
+ private:
+  [[noreturn]] void Fail() const {
+    throw Error(ErrorKind::kUnwritable, name_, std::string("cannot be written: ") + std::strerror(errno));
+  }
+  // Those of the file that is replaced, else what the user gives to new files.
+  mode_t Permissions() const {
+    struct stat info;
+    if (stat(target_.c_str(), &info) == 0) return info.st_mode & 0777;
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+  }
+
+  std::string target_;
+  std::string name_;
+  std::string beside_;  // while it waits
+  std::string before_;  // what was there
+  FILE* file_ = nullptr;
+};
+
+// Where the bytes for a name go. Links are followed here: the rename would put a file in a link's place.
+struct Target {
+  std::filesystem::path path;
+  // A device, a pipe or an open descriptor takes the bytes as they come: a file over it would do away with
+  // it.
+  bool stream = false;
+};
+
+Target FindTarget(const std::string& name) {
+  namespace fs = std::filesystem;
+  constexpr int kMostLinks = 40;  // as many as the system follows itself
+  std::error_code error;
+  fs::path path = name;
+  for (int i = 0; fs::is_symlink(path, error); ++i) {
+    if (i == kMostLinks)
+      throw Error(ErrorKind::kUnwritable, name, "cannot be written: is a link that leads nowhere");
+    const fs::path folder = fs::canonical(path.has_parent_path() ? path.parent_path() : ".", error);
+    // What looks like a link there is a descriptor of a process: /dev/stdout, /dev/fd/3.
+    if (folder.string().rfind("/proc/", 0) == 0) return {path, true};
+    path = path.parent_path() / fs::read_symlink(path, error);
+  }
+  const fs::file_status status = fs::status(path, error);
+  return {path, fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status)};
+}
+
+// What a stream has taken can't be taken back.
+void WriteToStream(const Target& target, const Output& output) {
+  std::ofstream out(target.path, std::ios::binary | std::ios::app);
+  out.write(output.bytes.data(), static_cast<std::streamsize>(output.bytes.size()));
+  out.close();
+  if (!out) throw Error(ErrorKind::kUnwritable, output.name, "cannot be written");
+}
+
+void TakePlaces(const std::vector<std::unique_ptr<AtomicFile>>& files) {
+  try {
+    for (size_t i = 0; i < files.size(); ++i) {
+      if (i + 1 < files.size()) files[i]->KeepEarlier();
+      files[i]->TakePlace();
+    }
+  } catch (const Error&) {
+    for (size_t i = 0; i + 1 < files.size(); ++i) files[i]->Restore();
+    throw;
+  }
+}
+
+}  // namespace
+
+void SaveTogether(const std::vector<Output>& outputs) {
+  std::vector<std::unique_ptr<AtomicFile>> files;
+  std::vector<std::pair<Target, const Output*>> streams;
+  for (const Output& output : outputs) {
+    const Target target = FindTarget(output.name);
+    if (target.stream) {
+      streams.emplace_back(target, &output);
+      continue;
+    }
+    files.push_back(std::make_unique<AtomicFile>(target.path, output.name));
+    files.back()->Write(output.bytes);
+  }
+  for (const auto& [target, output] : streams) WriteToStream(target, *output);
+  TakePlaces(files);
+}
+
+std::vector<char> ReadFile(const std::string& name, std::size_t most) {
+  const auto unreadable = [&](const std::string& why) { return Error(ErrorKind::kUnreadable, name, why); };
+  struct stat info;
+  if (stat(name.c_str(), &info) != 0) throw unreadable(std::strerror(errno));
+  if (S_ISDIR(info.st_mode)) throw unreadable("is a folder");
+  std::ifstream in(name, std::ios::binary);
+  if (!in) throw unreadable(std::strerror(errno));
+  std::vector<char> bytes;
+  char chunk[65536];
+  while (in.read(chunk, sizeof chunk), in.gcount() > 0) {
+    bytes.insert(bytes.end(), chunk, chunk + in.gcount());
+    if (bytes.size() > most) throw unreadable("is too large");
+  }
+  if (in.bad()) throw unreadable("cannot be read");
+  return bytes;
+}
+
+}  // namespace reflyze

@@ -1,0 +1,103 @@
+#include "reflyze/quality.h"
+
+#include "lib/AnalysedRecord.h"
+#include "lib/EngineCall.h"
+#include "lib/EventRows.h"
+#include "ref/events/refEvent.h"
+
+namespace reflyze {
+namespace {
+
+constexpr double kNotInNoise = -1.0;  // in place of a loss: the longer pulse shows noise only
+
+JudgedEvent RowOf(TSorData& record, const TSorData* longPulse, const Event& event, int index) {
+  JudgedEvent row;
+  row.number = event.number;
+  row.distanceKm = event.distanceKm;
+  row.code = event.code;
+  row.lossDb = event.lossDb;
+  row.trustM = RefEventTrusting(&record, index) * record.FxdParams->LenDS() * 1000.0;
+  row.measurable = static_cast<Measurable>(RefEventLossMeasurable(&record, index));
+  // Launch and end are no joints.
+  if (longPulse != nullptr && index > 0 && index + 1 < record.KeyEvents->ListedEvents()) {
+    const double lossDb = RefEventGetEventLossFromTwoSorPulses(&record, index, {longPulse});
+    if (lossDb != kNotInNoise) row.twoPulseLossDb = lossDb;
+  }
+  return row;
+}
+
+// Nothing is lost at the launch, so that it ends no range.
+void SettleRange(QualityTable& table) {
+  table.allMeasurable = true;
+  table.measurableKm = table.lengthKm;
+  for (size_t i = 1; i < table.rows.size(); ++i) {
+    if (table.rows[i].measurable == Measurable::kYes) continue;
+    table.allMeasurable = false;
+    table.measurableKm = table.rows[i].distanceKm;
+    return;
+  }
+}
+
+void JudgeLaunch(TSorData& record, QualityTable& table) {
+  float quality = 0.0f, levelDb = 0.0f;
+  // The level and the loss of the fibre come from the record.
+  table.launch = static_cast<LaunchState>(RefEventLinkQuality(&record, quality, levelDb, 0.0f, 0.0f, 0.0f));
+  table.launchQuality = quality;
+  table.launchLevelDb = levelDb;
+}
+
+QualityTable MakeQualityTable(const LoadedRecord& loaded, const TSorData* longPulse, int lastPercent) {
+  TSorData& record = *loaded.record;
+  QualityTable table;
+  table.file = loaded.given;
+  table.pulseNs = record.FxdParams->GetNsPulse(0.0);
+  table.noiseFloorDb = NoiseFloorDb(record);
+  table.lastPercent = lastPercent;
+  table.fibre = ShowsFibre(record);
+  if (!table.fibre) return table;
+  const int count = record.KeyEvents->ListedEvents();
+  for (const Event& event : MakeEventRows(record, loaded.texts, Numbers::kMeasured))
+    table.rows.push_back(RowOf(record, longPulse, event, static_cast<int>(table.rows.size())));
+  table.lengthKm = count > 0 ? table.rows.back().distanceKm : 0.0;
+  table.noiseFloorDb = NoiseFloorDb(record);  // settled by what has judged the events
+  SettleRange(table);
+  JudgeLaunch(record, table);
+  table.endInLastPercent = RefEventIsEofInLastNpercent(&record, lastPercent, 0.0) != 0;
+  return table;
+}
+
+void WarnIfNotLonger(const LoadedRecord& loaded, const LoadedRecord& longer, std::vector<Warning>& warnings) {
+  const double ns = loaded.record->FxdParams->GetNsPulse(0.0);
+  const double longerNs = longer.record->FxdParams->GetNsPulse(0.0);
+  if (longerNs > ns) return;
+  warnings.push_back({longer.name, Format("its pulse of %.0f ns is no longer than the %.0f ns of %s",
+                                          longerNs, ns, loaded.name.c_str())});
+}
+
+void WarnOfLongPulse(const AnalysedRecord& analysed, const AnalysedRecord& longer,
+                     std::vector<Warning>& warnings) {
+  for (Warning& warning : WarningsOf(longer)) warnings.push_back(std::move(warning));
+  WarnIfNotLonger(analysed.loaded, longer.loaded, warnings);
+  WarnIfOtherWavelength(analysed.loaded, longer.loaded, warnings);
+}
+
+}  // namespace
+
+QualityTable Quality(Trace trace, const QualityOptions& options) {
+  const AnalysedRecord analysed = WithEvents(std::move(trace), {}, false);
+  std::optional<AnalysedRecord> longer;
+  if (options.longPulse) longer = WithEvents(*options.longPulse, {}, false);
+  QualityTable table;
+  CallEngine(analysed.loaded.name, "is not a trace that can be judged", [&] {
+    const UnmeasuredReflectances unmeasured(*analysed.loaded.record);
+    table = MakeQualityTable(analysed.loaded, longer ? longer->loaded.record.get() : nullptr,
+                             options.lastPercent);
+  });
+  table.warnings = WarningsOf(analysed);
+  if (!longer) return table;
+  table.longPulseFile = longer->loaded.given;
+  WarnOfLongPulse(analysed, *longer, table.warnings);
+  return table;
+}
+
+}  // namespace reflyze

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "reflyze/events.h"
+#include "src/analysis/th.h"
+#include "util/tinifile.h"
+
+namespace reflyze {
+
+// A section of a document that holds usable thresholds.
+struct ThresholdDocument::Section {
+  explicit Section(TIniSection* section) : keys(section) {}
+  mutable TIniSection keys;  // which lacks a form of reading that promises not to write
+};
+
+// The thresholds of an analysis of that record. Foreign instruments store 0 for a threshold that was never
+// set; usual limits take its place.
+TTH ThresholdsFor(const TSorData& record, const AnalyseOptions& options);
+
+}  // namespace reflyze

@@ -1,0 +1,162 @@
+#include "reflyze/trace.h"
+
+#include "lib/EventRows.h"
+#include "lib/LoadedRecord.h"
+#include "lib/StoredBlocks.h"
+#include "lib/Stretches.h"
+#include "lib/UsableTrace.h"
+#include "reflyze/record.h"
+
+namespace reflyze {
+namespace {
+
+Points& PointsOf(const LoadedRecord& loaded) {
+  Points& points = *loaded.points;
+  std::call_once(points.once, [&] {
+    const TSorData& record = *loaded.record;
+    const long count = record.DataPts->GetPointsNum();
+    for (long i = 0; i < count; ++i) {
+      points.levelsDb.push_back(record.NumToLevel(i));
+      points.distancesKm.push_back(record.NumToLen(i));
+    }
+  });
+  return points;
+}
+
+// A record of our own writing has all its samples, those too that its file does not have: nobody could see
+// any more that they were never measured.
+std::string WrittenAnew(LoadedRecord loaded, const CopyOptions& options) {
+  RequireReadThrough(loaded);
+  if (EndsInsideSamples(loaded)) {
+    throw Error(ErrorKind::kUnreadable, loaded.name,
+                "ends inside its samples; it can only be copied as it stands", "DataPts");
+  }
+  CountTimesFromFirstSample(loaded);
+  loaded.record->WriteProprietaryBlocks = options.noProprietary ? 0 : 1;
+  loaded.record->WriteSpecialBlocks = options.noUnknown ? 0 : 1;
+  return RecordBytes(*loaded.record, loaded.name);
+}
+
+}  // namespace
+
+Trace Trace::Open(const std::string& file, const OpenOptions& options) {
+  return FromBytes(file, ReadFile(file), options);
+}
+
+Trace Trace::FromBytes(const std::string& name, std::vector<char> bytes, const OpenOptions& options) {
+  const TextEncoding texts(options.encoding);
+  return Trace(std::make_shared<LoadedRecord>(ReadRecord(name, std::move(bytes), texts)));
+}
+
+const std::string& Trace::Name() const { return loaded_->given; }
+
+std::vector<Warning> Trace::Warnings() const { return WarningsOf(*loaded_); }
+
+Card Trace::GetCard() const {
+  const TSorData& record = *loaded_->record;
+  const TSorBlockGeneralParameters& general = *record.GenParams;
+  const TSorBlockSupplierParameters& supplier = *record.SupParams;
+  const TSorBlockFixedParameters& fixed = *record.FxdParams;
+  const auto text = [&](const TString& stored) { return loaded_->texts.Utf8(stored); };
+  Card card;
+  card.cable = text(general.CID);
+  card.fibre = text(general.FID);
+  card.cableCode = text(general.CCD);
+  card.from = text(general.OL);
+  card.to = text(general.TL);
+  card.operatorName = text(general.OP);
+  card.comment = text(general.CMT);
+  card.supplier = text(supplier.SN);
+  card.instrument = text(supplier.MFID);
+  card.instrumentSerial = text(supplier.OTDR);
+  card.module = text(supplier.OMID);
+  card.moduleSerial = text(supplier.OMSN);
+  card.software = text(supplier.SR);
+  card.fibreType = general.FT;
+  card.dateUtc = fixed.DTS;
+  card.wavelengthNm = WavelengthNm(record);
+  card.pulseNs = fixed.GetNsPulse(0.0);
+  card.points = record.DataPts->GetPointsNum();
+  card.spacingM = fixed.LenDS() * 1000.0;
+  card.rangeKm = record.GetMaxLen() - record.GetMinLen();
+  card.groupIndex = fixed.GetRI();
+  if (KnowsBackscatter(record)) card.backscatterDb = fixed.GetBC();
+  card.averages = fixed.NAV;
+  card.userOffsetKm = fixed.OwtToLen(general.UO);
+  return card;
+}
+
+const std::vector<double>& Trace::LevelsDb() const { return PointsOf(*loaded_).levelsDb; }
+
+const std::vector<double>& Trace::DistancesKm() const { return PointsOf(*loaded_).distancesKm; }
+
+std::string Trace::WhyUnusable() const { return reflyze::WhyUnusable(*loaded_); }
+
+int Trace::TraceCount() const { return WhyUnusable().empty() ? TracesIn(*loaded_->record) : 1; }
+
+Trace Trace::Part(int index) const {
+  const int count = TraceCount();
+  if (count < 2 || index < 0 || index >= count) {
+    throw Error(ErrorKind::kUnreadable, loaded_->name,
+                Format("has no trace %d of its own; it holds %d", index + 1, count));
+  }
+  LoadedRecord whole = CopyOfLoaded(*loaded_);
+  CountTimesFromFirstSample(whole);
+  auto part = std::make_shared<LoadedRecord>();
+  part->given = whole.given;
+  part->name = whole.name;
+  part->texts = whole.texts;
+  part->fromFirstSample = true;
+  part->record = TraceOf(*whole.record, index);
+  if (index == 0) part->warnings = whole.warnings;
+  return Trace(part);
+}
+
+std::string Trace::Bytes(const CopyOptions& options) const {
+  const bool made = loaded_->bytes.empty();
+  if (options.native || made) return WrittenAnew(CopyOfLoaded(*loaded_), options);
+  return CopyOfFile(*loaded_, [&](const std::string& id) {
+    return !(options.noProprietary && IsProprietary(id)) && !(options.noUnknown && IsUnknown(id));
+  });
+}
+
+void Trace::Save(const std::string& file, const CopyOptions& options) const {
+  SaveTogether({{file, Bytes(options)}});
+}
+
+std::string Trace::SecondTableWarning() const { return UnknownBlocksStay(*loaded_->record, loaded_->texts); }
+
+LoadedRecord Trace::Take() && {
+  if (loaded_.use_count() > 1) return CopyOfLoaded(*loaded_);
+  return std::move(*loaded_);
+}
+
+const TSorData& RecordOf(const Trace& trace) { return *trace.Loaded().record; }
+
+const std::string& StoredRecord::Bytes() const {
+  if (!kept_) throw Error(ErrorKind::kUnwritable, "", "there is no record to store");
+  std::call_once(kept_->once, [&] {
+    kept_->bytes = RecordBytes(*kept_->record, kept_->name);
+    kept_->record.reset();
+  });
+  return kept_->bytes;
+}
+
+Output StoredRecord::To(const std::string& file) const {
+  try {
+    return {file, Bytes()};
+  } catch (const Error& error) {
+    throw Error(error.kind(), file, error.sentence());
+  }
+}
+
+void StoredRecord::Save(const std::string& file) const { SaveTogether({To(file)}); }
+
+Trace StoredRecord::Read() const {
+  const std::string& bytes = Bytes();
+  OpenOptions options;
+  options.encoding = kept_->encoding;
+  return Trace::FromBytes(kept_->name, {bytes.begin(), bytes.end()}, options);
+}
+
+}  // namespace reflyze

@@ -1,0 +1,196 @@
+#include "lib/Decimal.h"
+#include "reflyze/report.h"
+#include "report/JsonText.h"
+#include "report/Words.h"
+
+namespace reflyze {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+Json JsonOfRow(const Event& row) {
+  Json event;
+  event["number"] = row.number;
+  event["ept"] = row.eptOwt;
+  event["distance_km"] = row.distanceKm;
+  event["type"] = row.type;
+  event["code"] = row.code;
+  event["technique"] = row.technique;
+  event["loss_db"] = NumberOrNull(row.lossDb);
+  event["reflectance_db"] = NumberOrNull(row.reflectanceDb);
+  event["reflectance_at_least"] = row.reflectanceAtLeast;
+  event["attenuation_db_per_km"] = NumberOrNull(row.attenuationDbPerKm);
+  event["cumulated_db"] = row.cumulatedDb;
+  event["markers"] = row.markersOwt;
+  event["comment"] = row.comment;
+  return event;
+}
+
+Json JsonOfRow(const FilterEvent& row) {
+  Json event;
+  event["begin"] = row.begin.point;
+  event["rise"] = row.rise;
+  event["peak"] = row.peak.point;
+  event["end"] = row.end.point;
+  event["tail"] = row.tail;
+  event["gradeUp"] = row.gradeUp;
+  event["gradeDown"] = row.gradeDown;
+  event["width"] = row.width;
+  event["type"] = row.type;
+  event["level_db"] = {{"begin", row.begin.levelDb}, {"peak", row.peak.levelDb}, {"end", row.end.levelDb}};
+  event["distance_km"] = {
+      {"begin", row.begin.distanceKm}, {"peak", row.peak.distanceKm}, {"end", row.end.distanceKm}};
+  return event;
+}
+
+Json JsonOf(const Deviation& deviation, Numbers numbers) {
+  const bool told = deviation.compared || numbers == Numbers::kAsStored;
+  return {{"deviation_db", told ? Json(deviation.value) : Json(nullptr)},
+          {"absolute", deviation.absolute},
+          {"compared", deviation.compared},
+          {"exceeded", deviation.exceeded}};
+}
+
+Json JsonObjectOf(const EventTable& table) {
+  Json json;
+  json["file"] = table.file;
+  json["points"] = table.points;
+  json["wavelength_nm"] = table.wavelengthNm;
+  json["pulse_ns"] = table.pulseNs;
+  json["spacing_m"] = table.spacingM;
+  json["thresholds"] = {{"lt_db", NumberOrNull(table.thresholds.lossDb)},
+                        {"rt_db", NumberOrNull(table.thresholds.reflectanceDb)},
+                        {"et_db", NumberOrNull(table.thresholds.endDb)},
+                        {"ct_db_per_km", NumberOrNull(table.thresholds.slopeDbPerKm)}};
+  json["noise_floor_db"] = table.noiseFloorDb;
+  json["length_km"] = NumberOrNull(table.lengthKm);
+  json["total_loss_db"] = NumberOrNull(table.totalLossDb);
+  json["orl_db"] = NumberOrNull(table.returnLossDb);
+  json["fibre"] = table.fibre;
+  json["warnings"] = Json::array();
+  for (const Warning& warning : table.warnings) json["warnings"].push_back(warning.text);
+  json["events"] = Json::array();
+  for (const Event& row : table.events) json["events"].push_back(JsonOfRow(row));
+  return json;
+}
+
+}  // namespace
+
+std::string JsonOf(const EventTable& table) { return JsonText(JsonObjectOf(table)) + "\n"; }
+
+std::string JsonOf(const Baseline& baseline) {
+  const Monitoring& monitoring = baseline.monitoring;
+  Json json = JsonObjectOf(baseline.events);
+  json["level"] = {{"name", monitoring.level},
+                   {"lt_db", monitoring.ltDb},
+                   {"rt_db", monitoring.rtDb},
+                   {"ct_db_per_km", monitoring.ctDbPerKm},
+                   {"eel_db", monitoring.eelDb}};
+  json["search"] = Json::array();
+  for (const Stretch& stretch : monitoring.search)
+    json["search"].push_back({{"from_km", stretch.fromKm}, {"to_km", stretch.toKm}});
+  json["settings"] = Json::object();
+  for (const auto& [name, value] : monitoring.settings) json["settings"][name] = value;
+  return JsonText(json) + "\n";
+}
+
+std::string JsonOf(const Comparison& table) {
+  Json json;
+  json["file"] = table.file;
+  json["baseline"] = table.baselineFile;
+  json["result"] = table.result;
+  json["fail"] = table.fail;
+  json["level"] = table.level;
+  json["sentences"] = ChangesOf(table);
+  json["events"] = Json::array();
+  for (const ComparedEvent& row : table.rows) {
+    Json event = JsonOfRow(row.event);
+    event["monitored"] = row.monitored;
+    event["new"] = row.isNew;
+    event["fail"] = row.fail;
+    event["fiber_break"] = row.fiberBreak;
+    event["lt"] = JsonOf(row.loss, table.numbers);
+    event["rt"] = JsonOf(row.reflectance, table.numbers);
+    event["ct"] = JsonOf(row.attenuation, table.numbers);
+    json["events"].push_back(std::move(event));
+  }
+  return JsonText(json) + "\n";
+}
+
+std::string JsonOf(const MergedTable& table) {
+  Json json;
+  json["a"] = table.fileA;
+  json["b"] = table.fileB;
+  json["pulse_ns"] = table.pulseNs;
+  json["length_km"] = table.lengthKm;
+  json["events"] = Json::array();
+  for (size_t i = 0; i < table.rows.size(); ++i) {
+    const MergedEvent& row = table.rows[i];
+    Json event;
+    event["number"] = i + 1;
+    event["distance_km"] = row.distanceKm;
+    event["code"] = row.a.listed ? row.a.code : row.b.code;
+    event["loss_a_db"] = NumberOrNull(row.a.lossDb);
+    event["loss_b_db"] = NumberOrNull(row.b.lossDb);
+    event["loss_db"] = NumberOrNull(row.meanLossDb);
+    event["reflectance_a_db"] = NumberOrNull(row.a.reflectanceDb);
+    event["reflectance_b_db"] = NumberOrNull(row.b.reflectanceDb);
+    event["seen_from"] = SeenFrom(row.a.seen, row.b.seen);
+    json["events"].push_back(std::move(event));
+  }
+  return JsonText(json) + "\n";
+}
+
+std::string JsonOf(const QualityTable& table) {
+  Json json;
+  json["file"] = table.file;
+  if (table.longPulseFile) json["long_pulse"] = *table.longPulseFile;
+  json["pulse_ns"] = table.pulseNs;
+  json["fibre"] = table.fibre;
+  json["length_km"] = table.fibre ? Json(table.lengthKm) : Json(nullptr);
+  json["noise_floor_db"] = table.noiseFloorDb;
+  json["measurable_km"] = table.fibre ? Json(table.measurableKm) : Json(nullptr);
+  json["all_measurable"] = table.allMeasurable;
+  const bool judged = table.launch != LaunchState::kUnknown;
+  json["launch"] = {{"state", Word(table.launch)},
+                    {"quality", judged ? Json(NearestDecimal(table.launchQuality)) : Json(nullptr)},
+                    {"level_db", judged ? Json(NearestDecimal(table.launchLevelDb)) : Json(nullptr)}};
+  json["end_in_last_percent"] = {{"percent", table.lastPercent},
+                                 {"result", table.fibre ? Json(table.endInLastPercent) : Json(nullptr)}};
+  json["events"] = Json::array();
+  for (const JudgedEvent& row : table.rows) {
+    Json event;
+    event["number"] = row.number;
+    event["distance_km"] = row.distanceKm;
+    event["code"] = row.code;
+    event["loss_db"] = NumberOrNull(row.lossDb);
+    event["trust_m"] = row.trustM;
+    event["measurable"] = Word(row.measurable);
+    if (table.longPulseFile) event["two_pulse_loss_db"] = NumberOrNull(row.twoPulseLossDb);
+    json["events"].push_back(std::move(event));
+  }
+  return JsonText(json) + "\n";
+}
+
+std::string JsonOf(const FilterTable& table) {
+  Json json;
+  json["file"] = table.file;
+  json["kind"] = NameOf(table.kind);
+  json["level"] = table.filterLevel;
+  json["points"] = table.points;
+  json["spacing_m"] = table.spacingM;
+  json["kernel_points"] = table.kernelPoints;
+  json["count"] = table.count;
+  json["first_begin"] = table.firstBegin;
+  json["ghost_count"] = table.ghostCount;
+  json["ring_count"] = table.ringCount;
+  json["polar"] = table.rippleDb;
+  json["polar_end"] = table.rippleToEndDb;
+  json["noise_low"] = NumberOrNull(table.noiseLowDb);
+  json["noise_high"] = NumberOrNull(table.noiseHighDb);
+  json["events"] = Json::array();
+  for (const FilterEvent& row : table.events) json["events"].push_back(JsonOfRow(row));
+  return JsonText(json) + "\n";
+}
+
+}  // namespace reflyze

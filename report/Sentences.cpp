@@ -1,0 +1,127 @@
+#include <cmath>
+
+#include "lib/Text.h"
+#include "reflyze/monitor.h"
+#include "report/Words.h"
+
+// What a comparison has found, as one would tell it on the telephone.
+
+namespace reflyze {
+namespace {
+
+const char* RoseOrFell(const Deviation& deviation) { return deviation.value < 0.0 ? "fell" : "rose"; }
+
+// A value and its limit with as many decimals as set them apart; both are held in thousandths.
+struct ValueAndLimit {
+  ValueAndLimit(double value, double limit, int decimals, const char* unit) {
+    constexpr int kThousandths = 3;
+    const auto text = [&](double number) { return Format("%.*f", decimals, NoMinusZero(number, decimals)); };
+    if (text(value) == text(limit)) decimals = kThousandths;
+    told = text(value) + " " + unit + " (limit " + text(limit) + ")";
+  }
+  std::string told;  // "0.42 dB (limit 0.20)"
+};
+
+std::string ChangeSentence(const char* quantity, const ComparedEvent& row, const Deviation& deviation,
+                           const char* happened, const ValueAndLimit& values) {
+  return Format("%s %.3f km %s%s %s", quantity, NoMinusZero(row.event.distanceKm, 3),
+                deviation.absolute ? "is" : happened, deviation.absolute ? "" : " by", values.told.c_str());
+}
+
+std::string LossSentence(const ComparedEvent& row) {
+  const Deviation& d = row.loss;
+  return ChangeSentence("loss at", row, d, "rose", {d.value, d.limit, 2, "dB"});
+}
+
+std::string ReflectanceSentence(const ComparedEvent& row) {
+  const Deviation& d = row.reflectance;
+  const double value = d.absolute ? -d.value : std::fabs(d.value);
+  return ChangeSentence("reflectance at", row, d, RoseOrFell(d),
+                        {value, d.absolute ? -d.limit : d.limit, 2, "dB"});
+}
+
+std::string AttenuationSentence(const ComparedEvent& row) {
+  const Deviation& d = row.attenuation;
+  return ChangeSentence("attenuation before", row, d, RoseOrFell(d),
+                        {d.absolute ? d.value : std::fabs(d.value), d.limit, 3, "dB/km"});
+}
+
+std::string NewEventSentence(const ComparedEvent& row) {
+  std::string sentence = Format("new event at %.3f km", row.event.distanceKm);
+  const char* before = ": ";
+  if (row.event.lossDb) {
+    sentence += before + ("loss " + NumberOrDash(row.event.lossDb, 2)) + " dB";
+    before = ", ";
+  }
+  if (row.event.reflectanceDb && row.event.code[0] != '0')
+    sentence += before + ("reflectance " + ReflectanceText(row.event)) + " dB";
+  return sentence;
+}
+
+std::string BreakSentence(const Comparison& table, const ComparedEvent& row) {
+  return Format("fibre broken at %.3f km, %.3f km before the end", row.event.distanceKm,
+                table.baselineLengthKm - row.event.distanceKm);
+}
+
+// A new last event that is no break: behind it the current trace has nothing to miss.
+std::string ShortTraceSentence(const Comparison& table, const ComparedEvent& row) {
+  return Format("nothing is seen behind %.3f km, %.3f km before the end of the baseline",
+                row.event.distanceKm, table.baselineLengthKm - row.event.distanceKm);
+}
+
+void AddChangesOf(const Comparison& table, const ComparedEvent& row, std::vector<std::string>& sentences) {
+  if (row.fiberBreak) {
+    sentences.push_back(BreakSentence(table, row));
+    return;  // all that differs there differs because of it
+  }
+  const bool last = &row == &table.rows.back();
+  if (row.isNew) sentences.push_back(last ? ShortTraceSentence(table, row) : NewEventSentence(row));
+  if (row.loss.exceeded) sentences.push_back(LossSentence(row));
+  if (row.reflectance.exceeded) sentences.push_back(ReflectanceSentence(row));
+  if (row.attenuation.exceeded) sentences.push_back(AttenuationSentence(row));
+}
+
+std::string NoLinkSentence(const Comparison& table) {
+  const LinkTest test = table.linkTest.value_or(LinkTest());
+  if (test.noLight) {
+    return Format("dead fibre: no light comes back from %.3f km, where the baseline shows %.2f dB",
+                  test.distanceKm, test.baselineDb);
+  }
+  return Format("another fibre: the level at %.3f km lies %.2f dB %s that of the baseline", test.distanceKm,
+                std::fabs(test.currentDb - test.baselineDb),
+                test.currentDb < test.baselineDb ? "below" : "above");
+}
+
+std::string UnchangedSentence(const Comparison& table) {
+  size_t monitored = 0;
+  for (const ComparedEvent& row : table.rows) monitored += row.monitored ? 1 : 0;
+  const char* events = monitored == 1 ? "event" : "events";
+  // A recheck counts new events no more: somebody has seen them.
+  if (table.recheck) return Format("no limit is exceeded: %zu %s checked again", monitored, events);
+  return Format("same fibre, no change: %zu %s within the limits, nothing new, no break", monitored, events);
+}
+
+}  // namespace
+
+std::vector<std::string> ChangesOf(const Comparison& table) {
+  switch (table.result) {
+    case kNoLink:
+      return {NoLinkSentence(table)};
+    case kNoActiveLevel:
+      return {"nothing was compared: the baseline has no active alarm level (reflyze baseline makes one)"};
+    case kCompared:
+    case kFibreBreak:
+      break;
+    default:
+      return {Format("the comparison ended with the code %d", table.result)};
+  }
+  std::vector<std::string> sentences;
+  if (table.recheck && !table.Changed()) sentences.push_back(UnchangedSentence(table));
+  for (const ComparedEvent& row : table.rows) AddChangesOf(table, row, sentences);
+  if (!sentences.empty()) return sentences;
+  if (table.result == kFibreBreak) return {"fibre broken before the end of the baseline"};
+  if (table.fail) return {"something changed in the trace as a whole"};
+  return {UnchangedSentence(table)};
+}
+
+}  // namespace reflyze

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "score/RandomLinks.h"
+#include "sim/Link.h"
+
+namespace reflyze::bench {
+
+// What happens to a fibre between a baseline and the current trace.
+enum class Happening {
+  kNothing,           // only the noise is another
+  kOtherAcquisition,  // spacing and range are others
+  kOtherGroupIndex,   // the instrument is set to another group index
+  kMoreLoss,          // at a joint
+  kNewSplice,         // 0.3 dB, between joints
+  kNewReflection,     // a connector put in between joints
+  kWorseReflectance,  // of a connector, by 3 dB
+  kBreakBeforeFirst,  // before the first joint
+  kBreakInLastSection,
+  kBreakAtJoint,
+  kBreakAnywhere,
+  kDeadFibre,           // nothing behind the launch connector
+  kOtherFibre,          // of another level
+  kOtherFibreSameLevel  // which shows by its joints and its end only
+};
+
+const std::vector<Happening>& AllHappenings();
+const char* NameOf(Happening happening);
+
+// A fibre before and after.
+struct TracePair {
+  sim::Link baseline, current;
+  double placeKm = 0.0;   // of what happened
+  double changeDb = 0.0;  // of a loss or a reflectance
+};
+
+// Whether it happens to a joint, so that it can only be told where the baseline lists that joint.
+bool IsAtJoint(Happening happening);
+
+// A link as operators watch them: 20 to 80 km of fibre at 1550 nm, spliced every 4 to 10 km, some of its
+// joints connectors.
+constexpr const char* kMonitored = "monitored";
+
+// Draws a link, monitored or of one of the scorecard's classes, whose far end stands `marginDb` above the
+// noise, and lets it happen. Nothing where the drawn link has no room for it.
+std::optional<TracePair> DrawPair(Happening happening, const std::string& links, double marginDb,
+                                  Random& random);
+
+}  // namespace reflyze::bench

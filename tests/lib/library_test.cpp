@@ -1,0 +1,139 @@
+// The library as a program that links it meets it: values that can be copied, one kind of failure, and the
+// same tables as the program's, whichever way a trace comes in.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <thread>
+
+#include "reflyze/reflyze.h"
+
+namespace {
+
+using namespace reflyze;
+
+std::string Example(const std::string& name) { return std::string(REFLYZE_SOURCE_DIR) + "/examples/" + name; }
+
+std::string LinkText(const std::string& name) {
+  std::ifstream in(Example(name));
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+Trace Baseline40() { return Trace::Open(Example("baseline-40km.sor")); }
+
+ErrorKind KindOf(const std::function<void()>& work, const std::string& part) {
+  try {
+    work();
+  } catch (const Error& error) {
+    EXPECT_NE(std::string(error.what()).find(part), std::string::npos) << error.what();
+    EXPECT_EQ(error.file().empty() ? error.sentence() : error.file() + ": " + error.sentence(), error.what());
+    return error.kind();
+  }
+  ADD_FAILURE() << "no error: " << part;
+  return ErrorKind::kUsage;
+}
+
+// A trace that somebody else holds is copied, one that is moved in is not: nobody can tell from the table.
+TEST(Library, TracesAreValues) {
+  const Trace trace = Baseline40();
+  const std::string bytes = trace.Bytes();
+  const std::vector<double> levels = trace.LevelsDb();
+  const EventTable kept = Analyse(trace), moved = Analyse(Baseline40()), again = Analyse(trace);
+  EXPECT_EQ(JsonOf(kept), JsonOf(moved));
+  EXPECT_EQ(JsonOf(kept), JsonOf(again));
+  EXPECT_EQ(kept.record.Bytes(), moved.record.Bytes());
+  EXPECT_EQ(trace.Bytes(), bytes);
+  EXPECT_EQ(trace.LevelsDb(), levels);
+  ASSERT_EQ(trace.DistancesKm().size(), levels.size());
+  EXPECT_EQ(static_cast<size_t>(trace.GetCard().points), levels.size());
+  ASSERT_GT(kept.events.size(), 2u);
+
+  // What was found stands in the file, and is read from it as it was told.
+  EventTable stored = StoredEvents(kept.record.Read());
+  stored.thresholds = kept.thresholds;
+  EXPECT_EQ(TextOf(stored), TextOf(kept));
+}
+
+TEST(Library, SideBySideAsAlone) {
+  const Trace trace = Baseline40();
+  const std::string alone = JsonOf(Analyse(trace));
+  std::vector<std::string> found(4);
+  std::vector<std::thread> threads;
+  for (std::string& text : found) threads.emplace_back([&] { text = JsonOf(Analyse(trace)); });
+  for (std::thread& thread : threads) thread.join();
+  for (const std::string& text : found) EXPECT_EQ(text, alone);
+}
+
+TEST(Library, WatchesAFibre) {
+  Monitoring monitoring;
+  monitoring.level = "main";
+  monitoring.search = {{5.0, 30.0}};
+  const Baseline baseline = MakeBaseline(Baseline40(), monitoring);
+  EXPECT_EQ(baseline.monitoring.level, "main");
+  ASSERT_EQ(baseline.monitoring.search.size(), 1u);
+  EXPECT_NEAR(baseline.monitoring.search[0].toKm, 30.0, 0.001);
+  const Trace watched = baseline.record.Read();
+  EXPECT_FALSE(Compare(watched, Baseline40()).Changed());
+  const Comparison changed = Compare(watched, Trace::Open(Example("current-40km.sor")));
+  EXPECT_TRUE(changed.Changed());
+  EXPECT_FALSE(ChangesOf(changed).empty());
+  CompareOptions recheck;
+  recheck.recheck = true;
+  EXPECT_TRUE(Compare(watched, changed.record.Read(), recheck).fail);
+
+  const auto refused = [&](const std::function<void(Monitoring&)>& spoil, const char* part) {
+    Monitoring wrong = monitoring;
+    spoil(wrong);
+    EXPECT_EQ(KindOf([&] { MakeBaseline(Baseline40(), wrong); }, part), ErrorKind::kUsage) << part;
+  };
+  refused([](Monitoring& m) { m.level = "  "; }, "no name");
+  refused([](Monitoring& m) { m.level = "a\nb"; }, "one line");
+  refused([](Monitoring& m) { m.ltDb = 32.6; }, "32.6 is not between 0 and 32.5");
+  refused([](Monitoring& m) { m.search = {{3.0, 3.0}}; }, "no length");
+  refused([](Monitoring& m) { m.search = {{3.0, 3000.0}}; }, "not on the trace");
+  refused([](Monitoring& m) { m.settings = {{"AutoLt", 1.0}}; }, "\"AutoLt\"");
+  refused([](Monitoring& m) { m.settings = {{"AutoLT", -0.1}}; }, "AutoLT: -0.1");
+}
+
+TEST(Library, SimulatesMergesJudgesAndFilters) {
+  const std::string link = LinkText("links/metro-40km.json");
+  const Simulation one = Simulate(link, 3, "one.sor");
+  EXPECT_EQ(one.trace.Name(), "one.sor");
+  EXPECT_EQ(one.trace.Bytes(), Simulate(link, 3, "two.sor").trace.Bytes());
+  const QualityTable quality = Quality(one.trace);
+  ASSERT_TRUE(quality.fibre);
+  EXPECT_NEAR(quality.lengthKm, one.truth.lengthKm, 0.01);
+  EXPECT_FALSE(Filter(one.trace).events.empty());
+  EXPECT_EQ(KindOf([&] { Merge(one.trace, one.trace); }, "same trace"), ErrorKind::kUnreadable);
+  const MergedTable merged = Merge(one.trace, Simulate(link, 4, "b.sor").trace);
+  EXPECT_FALSE(merged.warnings.empty());  // both look along the fibre in the same direction
+  EXPECT_EQ(KindOf([&] { Simulate("{}", 1, "x", "my.json"); }, "my.json: "), ErrorKind::kUnreadable);
+}
+
+TEST(Library, FailuresAreOfOneKind) {
+  EXPECT_EQ(KindOf([] { Trace::Open("/nowhere/a.sor"); }, "/nowhere/a.sor: "), ErrorKind::kUnreadable);
+  EXPECT_EQ(KindOf([] { Trace::Open("/"); }, "is a folder"), ErrorKind::kUnreadable);
+  EXPECT_EQ(KindOf([] { Trace::FromBytes("-", {}); }, "standard input: is empty"), ErrorKind::kUnreadable);
+  EXPECT_EQ(KindOf([] { Trace::Open("a", {"klingon"}); }, "a: "), ErrorKind::kUnreadable);
+  EXPECT_EQ(KindOf([] { Trace::FromBytes("a", {'a'}, {"klingon"}); }, "klingon"), ErrorKind::kUsage);
+  EXPECT_EQ(KindOf([] { Baseline40().Part(0); }, "has no trace 1 of its own"), ErrorKind::kUnreadable);
+  EXPECT_EQ(KindOf([] { Baseline40().Save("/nowhere/a.sor"); }, "/nowhere/a.sor: "), ErrorKind::kUnwritable);
+  EXPECT_EQ(KindOf([] { StoredRecord().Bytes(); }, "no record"), ErrorKind::kUnwritable);
+  const std::string bytes = Baseline40().Bytes();
+  const Trace cut = Trace::FromBytes("cut", {bytes.begin(), bytes.begin() + bytes.size() / 2});
+  EXPECT_EQ(cut.WhyUnusable(), "ends inside its samples");
+  EXPECT_FALSE(cut.Warnings().empty());
+  EXPECT_EQ(KindOf([&] { Analyse(cut); }, "cut: ends inside its samples"), ErrorKind::kUnreadable);
+  CopyOptions native;
+  native.native = true;
+  EXPECT_EQ(KindOf([&] { cut.Bytes(native); }, "only be copied as it stands"), ErrorKind::kUnreadable);
+  EXPECT_EQ(cut.Bytes(), bytes.substr(0, bytes.size() / 2));
+  EXPECT_EQ(KindOf([] { ThresholdDocument::FromText("t.ini", "[A]\nx=1\n"); }, "t.ini: section [NON]"),
+            ErrorKind::kUnreadable);
+}
+
+}  // namespace
