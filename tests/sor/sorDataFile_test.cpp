@@ -421,16 +421,20 @@ TEST(SorDataFile, TextsWithoutEndDoNotShiftWhatFollows) {
 }
 
 TEST(SorDataFile, RealTraces) {
-  if (!std::filesystem::is_directory(REFLYZE_TRACES_DIR)) GTEST_SKIP() << "no real traces here";
-  int count = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(REFLYZE_TRACES_DIR)) {
-    if (entry.path().extension() != ".sor") continue;
-    ++count;
-    const std::string name = entry.path().string();
+  std::vector<std::string> names;
+  for (const char* folder : {REFLYZE_SOURCE_DIR "/examples", REFLYZE_TRACES_DIR}) {
+    if (!std::filesystem::is_directory(folder)) continue;  // the traces of other makers may not be here
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+      if (entry.path().extension() == ".sor") names.push_back(entry.path().string());
+    }
+  }
+  ASSERT_GE(names.size(), 5u);
+  for (const std::string& name : names) {
     TSorData record, back;
     ASSERT_EQ(record.Read(name.c_str(), "rb"), sfOk) << name;
     EXPECT_GT(record.DataPts->GetPointsNum(), 1000) << name;
-    EXPECT_GT(record.KeyEvents->TNKE, 1) << name;
+    // The simulator lists no events, every maker does.
+    EXPECT_TRUE(name.rfind(REFLYZE_TRACES_DIR, 0) != 0 || record.KeyEvents->TNKE > 1) << name;
     EXPECT_NEAR(record.GetMaxLen(), record.NumToLen(record.DataPts->GetPointsNum()), 1e-9) << name;
     ASSERT_EQ(ReadInto(back, BytesOf(record)), sfOk) << name;
     EXPECT_EQ(back.DataPts->GetSubBlock()->samples, record.DataPts->GetSubBlock()->samples) << name;
@@ -442,7 +446,6 @@ TEST(SorDataFile, RealTraces) {
       EXPECT_NE(original.find(block), Bytes::npos) << name << ' ' << back.Special[i]->MapID.c_str();
     }
   }
-  EXPECT_GT(count, 0);
 }
 
 }  // namespace
