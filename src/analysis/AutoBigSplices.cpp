@@ -1,10 +1,10 @@
 // Steps that stand out from the noise.
 //
-// A splice with loss lowers the level by its loss within a pulse, and the level stays low. On a trace whose
-// backscatter swings, every ripple does the first and not the second. So the limit is twice the swing that
-// the filter has measured, with what noise adds at the level of the stretch; and a fall counts only if the
-// levels on both sides confirm at least half of it. Levels are taken point by point: a step that can be seen
-// at all by this limit can be seen in single points.
+// A splice with loss lowers the level within a pulse, and the level stays low behind it. A ripple of the
+// backscatter lowers the level too, but the level comes back. So the limit is twice the swing that the
+// filter has measured, with what noise adds at the level of the stretch, and a fall counts only if the
+// levels on both sides confirm at least half of it. Levels are read point by point: a step larger than
+// this limit shows in single points.
 
 #include "src/analysis/SpliceScan.h"
 

@@ -130,8 +130,8 @@ class FibreEndSearch {
     cur_ = start_;
     levelDb_ = AveragePower(scale_, cur_ + winEvent_, winEvent_, 0);
     slope_ = (topDb_ - levelDb_) / static_cast<double>(winEvent_);
-    // The band holds for one point while the slope stands per km, so that nearly every trace starts with the
-    // nominal slope; the first section measures its own.
+    // The slope is in dB/km here and the band in dB per point, so that nearly every trace starts with the
+    // nominal slope. The first section measures its own.
     const double nominal = scale_.aciNominal * stepKm_;
     constexpr double kLeastOfNominal = 0.8, kMostOfNominal = 1.5;
     if (slope_ / stepKm_ < kLeastOfNominal * nominal || slope_ / stepKm_ > kMostOfNominal * nominal)
@@ -168,8 +168,8 @@ class FibreEndSearch {
                       stepDb_);
   }
 
-  // The step again, with the noise and the slope that the fibre in front of it really shows; as long as that
-  // moves it forward, there is more fibre to measure them on.
+  // Searches the step again, with noise and slope measured on the fibre in front of it. As long as the
+  // step moves forward there is more fibre to measure on, and the search is repeated.
   void PinStepDown() {
     long first = end_ - 2 * window_;
     long last = 0;
@@ -388,7 +388,7 @@ class FibreEndSearch {
     table_.endRefl = line_.peakLevel;
   }
 
-  // Where the fibre sinks into the noise, its end may still send a reflection out of it.
+  // A fibre may sink into the noise and its end still show a reflection above it.
   void LookBehindNoise() {
     levelDb_ = AveragePower(scale_, end_ - window_, window_, 1);
     if (levelDb_ - scale_.nf > settings_.th.NFMargin) return;

@@ -117,7 +117,7 @@ class EventScan {
     const double slope =
         2 * pin_ < begin_ - from_ ? (startDb_ - hereDb_) / (hereMiddle_ - startMiddle_) : localSlope_;
     slope_ = static_cast<float>(slope);
-    // Also where the two windows fell on one another and there is no slope at all.
+    // Also where both windows are one and the slope is no number.
     if (!(slope_ / pointKm_ >= kFlattestDbPerKm)) slope_ = static_cast<float>(kFlattestDbPerKm * pointKm_);
   }
 

@@ -76,7 +76,7 @@ class TrustedRange {
     MeasureSwing();
     if (farSwingDb_ > kRougher * nearSwingDb_ && type_ != '_') return LineOfRoughEnd();
     FindQuietStart();
-    // The last splice may well lie behind this stretch: what starts there starts at its end.
+    // The last splice may lie behind this stretch. Then the section starts at its end.
     const long late = std::min(std::max(spliceEnd_, begin_), end_);
     if (FrontIsRough(late)) {
       const long early = std::min(spliceEnd_, quiet_);
@@ -147,9 +147,8 @@ class TrustedRange {
     return true;
   }
 
-  // Where events are closer than the window, the places of two of them may change sides as each is refined by
-  // itself, and in a record that no instrument writes a place may be sought in front of the stretch. The
-  // later event stays behind the one in front of it.
+  // Events closer than the window may change places when each is refined by itself, and in a broken record
+  // a place may be searched in front of the stretch. The later event stays behind the one in front of it.
   void StayBehindLast() {
     if (prev_ == nullptr || Km(event_) >= prev_->L[2]) return;
     const long lastPoint = sor_->DataPts->GetPointsNum() - 1;
@@ -282,11 +281,11 @@ class TrustedRange {
         error = laterError;
       }
     }
-    // A last point that stands off to the side of the slope's own error belongs to the event.
+    // The last point belongs to the event where it lies off the line, on the side to which the slope errs.
     if ((levels_[end_] > p2 && error < 0.0F) || (levels_[end_] < p2 && error > 0.0F)) --end_;
     const double tiltDb = (std::fabs(error) - kUsualError) * slope_ * static_cast<double>(end_ - quiet_);
     if (tiltDb > noise_.noiseAmp / 3.0 && spliceEnd_ - begin_ >= base_) {
-      // A fit over nothing has no slope.
+      // A fit needs points.
       if (late >= end_) late = (3 * end_ + begin_) / 4 - 1;
       pin = RefMathGetPinWithLsp(sor_, begin_, late, end_, slope_, p1, p2, error);
     }

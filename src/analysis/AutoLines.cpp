@@ -92,8 +92,8 @@ class SectionBuilder {
     return window_ < kLongWindow ? kOfOnePoint / std::sqrt(static_cast<double>(window_ + 1)) : 0.0;
   }
 
-  // Where the stretch ends at the event point itself and the trace jumps there, the last point already lies
-  // on the event.
+  // Where the stretch ends at the event point itself and the trace jumps there, the last point belongs to
+  // the event.
   void StepBackFromEvent() {
     if (first_ > event_ || given_ != event_) return;
     const double jumpDb = Level(event_ - 1) - Level(event_);
@@ -239,7 +239,7 @@ class SectionBuilder {
       prev_->spliceLoss = prev_->P[1] - line_->P[0] + slope_ * gapPoints;
     }
     if (prev_->spliceLoss < 0.0 && prev_->peakLevel - line_->P[0] < kGainPeakDb) {
-      // A gain explains the peak: what stood above the old level is the new one.
+      // The peak is no reflection: behind it the trace stays at the higher level.
       prev_->type = 'N';
       prev_->peakLevel = line_->P[0] > prev_->peakLevel - noise_.noiseAmp
                              ? prev_->P[1]

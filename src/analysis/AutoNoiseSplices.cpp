@@ -1,10 +1,10 @@
 // Steps on stretches that touch the noise.
 //
-// Where the fibre sinks into the noise, a single point tells nothing about a step; a fall over a window may
-// only hint at one. What is left is that the mean in front and the mean behind, over hundreds of points,
-// agree with the fall, and that the fibre is not simply steeper there. The longer the fibre behind the event
-// in front, the longer the window and the smaller the step that can be believed. A candidate is held until
-// the next one, or the end of the stretch, has shown how much fibre there is behind it to measure it against.
+// Where the fibre sinks into the noise, a single point tells nothing of a step, and a fall over a window
+// is only a hint. A step is believed where the means in front of it and behind it, over hundreds of
+// points, agree with the fall, and where the fibre is not simply steeper. The more fibre there is behind
+// the event in front, the longer the window and the smaller the step that can be believed. A candidate is
+// held until the next one, or the end of the stretch, shows how much fibre lies behind it.
 
 #include <cmath>
 
@@ -26,7 +26,8 @@ class NoiseSpliceScan : private SpliceSearch {
     SetFirstLimit();
     PassStrongSignal();
     if (!Walk() || !candidate_.IsSet()) return 0;
-    // The scan ran to the end of the stretch: what waits has all the fibre behind it that there is.
+    // The scan has reached the end of the stretch: the candidate is measured against all the fibre behind
+    // it.
     if (!stands_ && at_ + fall_ >= end_ - window_ - stride_) {
       candidate_.lossDb = LossUpTo(end_);
       if (std::fabs(candidate_.lossDb) < limitDb_) return 0;
@@ -35,7 +36,7 @@ class NoiseSpliceScan : private SpliceSearch {
   }
 
  private:
-  // The level of the fibre on one side of a step: a mean over at least one point, and what the stretch has.
+  // The level of the fibre on one side of a step, and the points that it is the mean of: at least one.
   struct Side {
     double levelDb;
     double points;
@@ -178,8 +179,9 @@ class NoiseSpliceScan : private SpliceSearch {
 
   bool IsStep(const Candidate& step) const { return std::fabs(step.lossDb) >= limitDb_; }
 
-  // False when the candidate held so far stands, now that the next step shows where the fibre behind it ends.
-  // Only a loss can stand so: a gain in front of another step is as likely the noise between two.
+  // Takes `next` as the candidate, or keeps the present one. False where the present one is confirmed: the
+  // next step shows where the fibre behind it ends. Only a loss is confirmed so. A gain in front of
+  // another step may be the noise between two steps.
   bool Keep(const Candidate& next) {
     if (candidate_.IsSet()) {
       if (std::labs(next.at - candidate_.at) < fall_) {

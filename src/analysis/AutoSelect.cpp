@@ -22,7 +22,7 @@ namespace reflyze {
 
 namespace {
 
-// Why an event goes. Only that it goes has an effect; the reason is for whoever steps through a trace.
+// Why an event is dropped.
 enum class Reason {
   kNone = 0,
   kWeakLoss = 1,

@@ -294,8 +294,8 @@ class ShortAnalysisRun {
       long s = std::max(before.end, before.tail);
       long z = next.begin;
       table_.pEnd = LevelDb(before.begin);
-      // A tail may reach over the next event; what is between the two is looked at all the same. And in light
-      // that no fibre gives back an event may end before its begin. What follows keeps its order.
+      // A tail may reach over the next event; the stretch between both is searched all the same. On a
+      // trace that is no fibre an event may end before its begin; the stretch still keeps its order.
       if (s >= z) s = before.rise;
       s = std::max(s, static_cast<long>(ev_[At(nEv_ - 1)].begin));
       z = std::max(z, s);
@@ -381,7 +381,7 @@ class ShortAnalysisRun {
                              CreateEventLin2(scale_, noise_, table_, previous, s, z, scale_.winEvent,
                                              slopeRef_, after_, ev_[At(i)].type),
                              previous);
-      // Counts from behind the line just added, and so has nothing to join yet.
+      // The count includes the line just added, so that there is nothing to join yet.
       DeleteShortSplices(scale_, table_, table_.lines->GetSize(), static_cast<float>(kSpanOwt), lossThrDb_,
                          gainThrDb_, strong);
       if (previous->type != 'S' && strong) table_.pEnd = previous->P[1];
@@ -396,7 +396,7 @@ class ShortAnalysisRun {
     double endDb = scale_.nf - kNoiseMeanDb;
     if (LevelDb(last.peak) < kClipsLevelDb) {
       const long k = lastZ_ + stepP_ + stepD_ * ((last.Am() + 5) / 5);
-      // The count is formed like a position, and reaches to the end of the trace.
+      // The count is worked out like a place and is too large: the mean reaches to the end of the trace.
       const long count = (scale_.nPoints - k) / 20 + k;
       const double behindDb = RefMathPower(&sor_, RefEmbGetLinf(&sor_), k, count, 1);
       endDb = behindDb < scale_.nf ? std::max(behindDb, sor_.GetMinLevel()) : scale_.nf;

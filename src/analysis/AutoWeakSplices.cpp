@@ -1,10 +1,10 @@
 // Steps that only show in means.
 //
 // On a quiet stretch a splice of a few hundredths of a dB is real, and still less than what neighbouring
-// points differ by. Averaged over a window on each side it stands out. The scan is that for large steps; the
-// level in front of a step is the mean of the fibre before it, the level behind it the mean of the fibre that
-// follows, each brought to the end of the step along the fibre's slope. What the windows cost is that two
-// steps closer than a window blur into each other.
+// points differ by. Averaged over a window on each side it stands out. The scan is the one for large
+// steps. The level in front of a step is the mean of the fibre before it, the level behind it the mean of
+// the fibre that follows, each brought to the end of the step along the fibre's slope. The price is that
+// two steps closer than a window become one.
 
 #include <vector>
 

@@ -83,8 +83,8 @@ long StepScan::Run() {
   return verdict == Verdict::kFound ? find_.begin : 0;
 }
 
-// A long stretch without a single ripple was held against too much noise: it is searched once more with what
-// it shows itself.
+// A long stretch without a single ripple was searched with too much noise in mind. It is searched once
+// more with the swing that it shows itself.
 bool StepScan::NoiseIsLower() {
   if (noise_.peakCount != 0 || windows_.side * kLongStretch >= end_ - from_) return false;
   if (noise_.noiseAmp <= kWorthMeasuringDb) return false;
@@ -139,7 +139,8 @@ void StepScan::SetLimits() {
   limits_.leastPerOwnFall = limits_.leastDb / static_cast<double>(winEvent_) / fibreDb_;
 }
 
-// How far the event in front may still be felt: as long behind its end as it took to get there from its top.
+// How far the event in front may still be felt: behind its end for as many points as lie between its top
+// and its end.
 void StepScan::PlaceFront() {
   const long fall = windows_.fall;
   tail_ = 2L * frontEvent_.end - frontEvent_.rise;
@@ -208,7 +209,8 @@ double StepScan::LargestStepInFront(long stop) {
   return stepDb;
 }
 
-// Forward while neighbouring points differ by more than noise; back to `stop` when a step was passed so.
+// Moves forward while neighbouring points differ by more than noise. Where a step was passed so, goes back
+// to `stop`.
 void StepScan::PassUnquiet(long stop) {
   const double noiseDb = std::max(noise_.noiseAmp, limits_.faultDb);
   const long stride = windows_.stride;

@@ -71,8 +71,8 @@ bool StepScan::PassGrowingFall(const Step& step) {
   return false;
 }
 
-// Behind a strong event a fall from one point to the next is the edge of an echo, unless the whole fall lies
-// in it.
+// Behind a strong event a fall from one point to the next is the edge of an echo, unless it is the whole
+// fall.
 bool StepScan::IsSharpBehindStrongEvent(const Step& step) const {
   if (winEvent_ < 2 || frontEvent_.Am() < kSharpEdgeGrade) return false;
   const double lastDb = PointFallDb(step.end - 1, step.end);
@@ -243,9 +243,9 @@ void StepScan::PlaceEnd(double steepestDb) {
   find_.end = Held(std::min(end, end_ - 1));
 }
 
-// The step begins where the first stretch that falls by a good part of its steepest rate ends: there the
-// window has just reached it. Noise on a short window would do the same, so that the middle has to serve
-// then; and somewhere on a long stretch noise always does it, so that the search keeps to the surroundings.
+// The step begins at the end of the first stretch that falls by a good part of the steepest rate: there
+// the window has just reached the step. On a short window noise looks the same, and the middle of the step
+// is taken. On a long stretch noise falls like that somewhere, so that only the surroundings are searched.
 void StepScan::PlaceBegin(const Edges& edges) {
   const double steepestDb = edges.steepestDb;
   const long m = windows_.stride;
@@ -315,7 +315,7 @@ long StepScan::BeginOfSteepStep(long width) const {
   return begin;
 }
 
-// What a point a fine window behind another may lie lower without being part of a step.
+// By how much a level may lie below that a fine window in front of it without being part of a step, in dB.
 double StepScan::JitterDb(long point) const {
   return GetFault(scale_, noise_, LevelDb(point), 1) / 4 + static_cast<double>(windows_.fine) * fibreDb_;
 }

@@ -150,7 +150,7 @@ StepScan::Verdict StepScan::JudgeWideCrest(const Step& step, const Crest& crest)
   return Verdict::kUndecided;
 }
 
-// A ripple tells how the trace swings. Past one that ends at the level at which it began.
+// Notes how the trace swings. A ripple that ends at the level at which it began is passed.
 void StepScan::NoteRipple(const Step& step, const Crest& crest) {
   const float fallDb = static_cast<float>(step.fallDb);
   noise_.peakWidthMax = static_cast<int>(std::max<long>(noise_.peakWidthMax, crest.width));
@@ -167,9 +167,9 @@ void StepScan::NoteRipple(const Step& step, const Crest& crest) {
   }
 }
 
-// A small fall is measured from the levels on both sides, over two ripples where there are any. One that the
-// sides confirm counts as twice its size, as it lies on a trace that is known to be straight, or in front of
-// one that the filter has measured more finely.
+// A small fall is measured from the levels on both sides, over two ripples where there are any. Where the
+// sides confirm it, it counts as twice its size if the trace in front of it is straight, or if the filter
+// has averaged fewer points behind it.
 StepScan::Verdict StepScan::WeighSmallStep(Step& step) {
   if (step.fallDb > ownFallDb_) {
     const float excessDb = static_cast<float>(step.fallDb - ownFallDb_);

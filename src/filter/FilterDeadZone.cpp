@@ -187,13 +187,13 @@ void DeadZone::SetScales() {
   strength_ = TruncToLong(std::ceil(fallDb / kLaunchGradeDb));
 }
 
-// A pulse that is long against the receiver's fall fills the dead zone itself.
+// Whether the pulse is short against the receiver's fall. A long one fills the dead zone itself.
 bool DeadZone::IsPulseShort() const {
   return limit_ - rise_ > 4 * base_ && (filter_.pulsePoints <= 3 * base_ || isSmallLaunch_);
 }
 
-// Where the receiver should be done with the fall; but while the trace stands above the level in front of the
-// event, it is not.
+// Where the receiver should have finished its fall. While the trace stands above the level in front of the
+// event, it has not.
 long DeadZone::ExpectedEnd() {
   constexpr long kLastingGrade = 15;
   constexpr double kGradeDb = 1.5;  // a doubling in linear power
@@ -250,9 +250,8 @@ long DeadZone::EndOfSlowFall(long& end, double steepDb) {
   return settled;
 }
 
-// Without a fibre to be seen, the dead zone ends with the fall itself: at twice the way to nine tenths of its
-// depth. (The lowest point never lies before the fall begins, as it would have to for a rate of the fall
-// behind the event to be taken there.)
+// Without a fibre to be seen, the dead zone ends with the fall itself: at twice the way to nine tenths of
+// its depth.
 long DeadZone::EndOfFall() {
   constexpr double kJitterDb = 0.01, kLeft = 0.1, kDepth = 0.9;
   limit_ = AsPoint(RefAutoOtkatEnd(&sor_, limit_, rise_, kJitterDb));

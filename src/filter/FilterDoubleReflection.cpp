@@ -18,8 +18,8 @@ namespace {
 
 using reflyze::LinearTrace;
 
-// The rise at `from`: the first peak, the dip and the second peak are pinned down,
-// then tested in turn. A test that settles the matter gives the result.
+// The rise at `from`. The first peak, the dip and the second peak are found and then tested in turn; a
+// test that decides gives the result.
 class DoubleReflection {
  public:
   DoubleReflection(const TSorFilter& filter, long from, long recover, long w, double limitLin)

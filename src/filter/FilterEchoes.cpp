@@ -110,8 +110,8 @@ void Echo::MeasurePeaks() {
   echoLin_ = Around(echo_);
 }
 
-// A loss behind it makes an event real. How much of one an echo may pretend depends on the light at the
-// source: with the strongest source, on a good part of it, else on a hundredth, and on what comes back of it.
+// A loss behind it makes an event real. An echo may pretend a small loss: of the strongest source a good
+// part of the light there, of any other a hundredth, and no more than the source sends back.
 bool Echo::HasLoss() const {
   if (!(groundLin_ > noiseLin_)) return false;
   // The light at the source is so many times what an echo of it may pretend.

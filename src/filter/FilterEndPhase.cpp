@@ -2,9 +2,9 @@
 // end of the fibre that was too quiet for the scan, drops echoes, and smooths the ragged stretches behind
 // strong events.
 //
-// A fibre that sinks into the noise has no edge there. What tells that it ended is that its light is gone
-// where, falling on at its own rate, it would still be seen, behind a stretch on which nothing else happens;
-// and the weaker the light, the less a strong reflection far in front of it may still have to do with it.
+// A fibre that sinks into the noise has no edge there. It has ended where its light is gone although,
+// falling at its own rate, it would still be seen, behind a stretch on which nothing else happens. A
+// strong reflection in front may explain what light there is; the farther it is, the less.
 
 #include <cmath>
 
@@ -154,8 +154,8 @@ void AutoFilterEndPhase::MeasureTail() {
 
 // --- A quiet end ---
 
-// Whether a short pulse still gives light at the end of a trace that does not fill the range: then the fibre
-// ends with the trace.
+// Whether a short pulse still gives light at the end of a trace that does not fill the range. Then the
+// fibre ends with the trace.
 bool AutoFilterEndPhase::MayEndQuietly() {
   constexpr double kUnfilled = 1.02;
   constexpr double kShortPulseNs = 30.0;
@@ -286,9 +286,9 @@ bool AutoFilterEndPhase::MeasureStretch(Round& round) {
   return true;
 }
 
-// How strong an event would have to be for its echoes and its tail to explain the signal in front of the end:
-// the more, the higher that stands above the noise under the widest mean, and the longer a fibre is seen.
-// (A stretch that begins far behind the trace needs no case of its own: an end always lies behind it.)
+// How strong an event would have to be for its echoes and its tail to explain the signal in front of the
+// end: the stronger, the higher the signal stands above the noise under the widest mean, and the longer a
+// fibre is seen.
 void AutoFilterEndPhase::MeasureNeed(Round& round) {
   constexpr double kDbPerGrade = 1.5;
   constexpr double kGradeAtNoise = 10.0;  // that a signal at the noise needs
@@ -312,9 +312,9 @@ void AutoFilterEndPhase::MeasureNeed(Round& round) {
   if (fibre > from_ && round.stretchDb > scales_.noiseDb) round.need += (upTo_ - fibre) / base;
 }
 
-// Takes what is seen behind the end off the levels in front of it. Gives the level that the signal would
-// still have where it is in fact gone, if it went on as it came: below the noise where nothing is left to go
-// on.
+// Takes what is seen behind the end off the levels in front of it. Gives the level in dB that the signal
+// would have behind the end if it had gone on at its rate; one below the noise where nothing of it is
+// left.
 double AutoFilterEndPhase::TakeNoiseOff(Round& round) {
   constexpr double kNoiseShare = 1.5;
   constexpr double kGoneDb = 3.0;  // below the noise
@@ -328,10 +328,12 @@ double AutoFilterEndPhase::TakeNoiseOff(Round& round) {
   return trace_.ToDb(static_cast<float>(endLin)) - static_cast<double>(reach) * round.fadeDb;
 }
 
-// Whether the signal really ends there: going on as it came it would still be seen behind, it stands out of
-// the noise in front, no event is strong enough to explain it, and the last event has either taken much of
-// the signal or none can have. A signal that had to sink into the noise there has no end that could be seen:
-// the fibre may go on.
+// Whether the signal really ends there. Four things have to be true:
+//  - going on at its rate it would still be seen behind the end; what had to sink into the noise there may
+//    go on;
+//  - it stands out of the noise in front of the end;
+//  - no event is strong enough to explain it;
+//  - the last event has taken much of the signal, or no event can have.
 bool AutoFilterEndPhase::IsEnd(const Round& round, double goesOnDb) {
   constexpr double kLeastOverDb = 0.5;
   constexpr double kEventLossDb = 3.0, kMostEventLossDb = 12.0;

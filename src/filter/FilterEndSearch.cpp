@@ -176,7 +176,7 @@ double EndSearch::SplitterDb() const {
 }
 
 // Before a splitter has been passed, all that rises above the lowered noise may still be signal. So it may
-// where the end threshold stands above any loss, which takes a wider threshold than that of the record.
+// with an end threshold that no loss reaches; the threshold of a record can not be set so high.
 std::optional<long> EndSearch::FindNoise() {
   constexpr double kUnderFloorDb = 3.0;
   constexpr double kAnyLossDb = 100.5;
@@ -221,8 +221,8 @@ std::optional<long> EndSearch::FollowFibre() {
   return std::nullopt;
 }
 
-// The line reaches the lowered noise at `lineEnd` and has not left the fibre before. It ends where it takes
-// long to pass the last part of the way, else at the largest fall there.
+// The trace has followed the fibre down to the lowered noise at `lineEnd`. The end lies where it gets
+// there, if it takes as long for the last part of the way as a fibre does, and else at the largest fall.
 long EndSearch::EndOfLine(long lineEnd) {
   const long half = (Averaged(noiseAt_) + window_) / 2;
   const long upper = LastAbove(lineEnd, (loweredDb_ + noiseDb_) / 2);
@@ -294,7 +294,8 @@ std::optional<long> EndSearch::FindPeak() {
   if (front_ < from_) {
     if (fall_ == Fall::kUnknown) return kNoPeak;
     if (fall_ == Fall::kFibre) return AsPoint(RefAutoOtkatEnd(&sor_, FirstPeak(), from_, kNoJitterDb));
-    // Nothing was found as far back as the signal reaches: its first peak has to do, with no second chance.
+    // Nothing was found as far back as the signal reaches. Its first peak is taken, and if that fails too
+    // the search ends.
     above_ = FirstPeak() + 1;
     limitDb_ = topDb_ + kFirstLimitDb;
     front_ = above_ - window_ - Averaged(above_);
@@ -414,8 +415,8 @@ long EndSearch::PlaceEnd() {
   return BeforeRoundedEdge(edge, foot, averaged, needDb, edgeLin);
 }
 
-// The fall was found over a base: where it begins lies the less an event's width before its end. Averaging
-// has smeared it over half of the points averaged, of which the base covers a part.
+// The fall was found over a base, and begins an event's width before the end of that. Averaging has
+// smeared it over half of the points averaged; a long base covers a part of these.
 long EndSearch::FootOfFall() {
   long foot = fallAt_ + base_ - window_;
   if (base_ > window_) foot -= Averaged(fallAt_ - window_) / (base_ > 2 * window_ ? 2 : 4);

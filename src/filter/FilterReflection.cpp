@@ -1,18 +1,16 @@
 // Whether a rise of the linear trace is a reflection, and of what grade.
 //
 // A reflection lifts the trace by the pulse as the receiver shows it: up within the receiver's recovery, a
-// top as wide as the pulse, and back, by the receiver's exponential, to a level no higher than the fibre had
-// before. What rises without being one:
-//  - noise, and the ripple on the tail of a strong event: no wider than a few samples, and no higher than
-//  what
-//    stands in front of it;
+// top as wide as the pulse, and back, by the receiver's exponential, to a level no higher than the fibre
+// had before. Other rises are:
+//  - noise, and the ripple on the tail of a strong event: a few samples wide, and no higher than the trace
+//    in front;
 //  - a spike of interference: narrower than the pulse, with a flank too steep for the receiver;
-//  - a slow rise, such as the recovery from a dip: no top within a pulse, though only a receiver that
-//  saturates
-//    may hide one;
+//  - a slow rise, such as the recovery from a dip: no top within a pulse, unless the receiver is
+//    saturated;
 //  - a step up, a gain: the trace stays where it rose to.
-// So the rise is followed to its top, its width taken at a third of its height, its foot and its end found,
-// and the height measured over a pulse from the level on both sides.
+// So the rise is followed to its top, its width is taken at a third of its height, its foot and its end
+// are found, and its height is measured over a pulse from the level on both sides.
 //
 // All heights are in linear power. `limit` is what noise and the swing of the backscatter may pretend.
 
@@ -91,8 +89,8 @@ class RiseMeasure {
     return grade_;
   }
 
-  // Where the rise was placed. The walk up to half its height serves its width alone: what lies below is
-  // reflection already, and no fibre that a section could end on.
+  // Where the rise was placed. The walk up to half its height is not part of it: what lies below that is
+  // reflection already, and a section of fibre can not end on it.
   long placed() const { return placed_; }
   long width() const { return topPoints_; }
   long fallAt() const { return fallAt_; }
@@ -195,11 +193,11 @@ void RiseMeasure::FindPeak() {
   }
 }
 
-// Only a rise that stands clear of the last event has something before it to be compared with. Where its top
-// does not stand out of that by more than the limit, the running mean of 16 samples decides, which sees what
-// single samples hide in noise. It does not judge the others: it would leave a fraction of the height of a
-// short pulse, place every rise where the mean has followed it, and take a gain for a reflection without an
-// end.
+// Only a rise that stands clear of the last event has something before it to be compared with. Where its
+// top does not stand out of that by more than the limit, the running mean of 16 samples decides, which
+// sees what single samples hide in noise. It does not judge other rises: it would leave a fraction of the
+// height of a short pulse, place every rise where the mean has followed it, and take a gain for a
+// reflection without an end.
 std::optional<long> RiseMeasure::CompareWithBefore() {
   if (prev_ == nullptr || look_ <= 2 || rise_ <= look_ + pulse_ + prevEnd_) return std::nullopt;
   const LinearTrace::Found before = lin_.HighestMean(rise_ - look_, rise_, recovery_);
@@ -273,8 +271,8 @@ void RiseMeasure::FollowRise() {
 
 bool RiseMeasure::IsSlow() const { return peak_ > rise_ + recovery_ + pulse_ + 1 && !IsSaturatedAt(peak_); }
 
-// A top that is still there where the search for it ended is a plateau: its last point is the peak. At the
-// end of the trace, where there is nothing left to walk on, that is the point before.
+// A top at the very end of the search is a plateau: its last point is the peak. At the end of the trace,
+// where nothing is left to walk on, that is the point before.
 void RiseMeasure::MeasureFlatTop() {
   if (peak_ != top_) return;
   while (peak_ < last_ && lin_[peak_] == lin_[top_]) ++peak_;
@@ -292,9 +290,8 @@ void RiseMeasure::LowerBase() {
   }
 }
 
-// Moves the rise to the last point that lies below half the height, and takes the width at a third of it. A
-// width that the mean has given was returned at once, so that it is always still to be measured here. In a
-// low event noise may leave a sample without any light on the way; that alone is not its back.
+// Moves the rise to the last point that lies below half the height, and takes the width at a third of it.
+// In a low event noise may leave a sample without any light on the way; that alone is not its back.
 void RiseMeasure::MeasureWidth() {
   midLin_ = (peakLin_ + baseLin_) / 2;
   const long steepEnd = std::min(rise_ + pulse_, last_);

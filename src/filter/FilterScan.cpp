@@ -106,7 +106,7 @@ float LevelWriter::LevelDb(float mean, float lin, const ScanTrace& trace) {
   const bool isQuick = !(kSmallStep * std::fabs(step) > lastMean_) && quickSteps_ <= kMostQuickSteps &&
                        lin != 0.0F && lastMean_ != 0.0F;
   if (isQuick) {
-    // Small steps take an offset of 0: in noise the size of a step is chance, and not worth a branch.
+    // Small steps take an offset of 0 instead of a branch, which is slow where noise decides.
     const double x = (step + (std::fabs(step) > kLargeStepLin ? kLargeStepOffsetLin : 0.0)) / lastMean_;
     lastDb_ = static_cast<float>(lastDb_ + kDbPerRatio * x * (1.0 - x / 2.0));
     ++quickSteps_;
@@ -203,11 +203,11 @@ constexpr double kUndecidedLin = -1.0;  // neither a rise nor a fall
 
 }  // namespace
 
-// Most points are backscatter or noise between events, clear of launch and dead zones. Below the limit of a
-// rise there is no edge then, and looks ahead and guards change nothing, but that a wide mean catches up with
-// a fall, and a growing one asks how quiet the trace is. On which side of zero or of the limit of a fall a
-// noisy sample lies is chance, and a processor guesses chance wrong: it is not asked where nothing depends on
-// it. (A limit so near to zero that an undecided sample counts as fallen leaves no such choice.)
+// Most points are backscatter or noise between events, clear of launch and dead zones. A sample below the
+// limit of a rise is no edge there, and the full tests change nothing but two things: a wide mean catches
+// up with a fall, and a growing one asks how quiet the trace is. Only these are looked at, as branches
+// that depend on noise are slow. A limit of a fall so near to zero that an undecided sample exceeds it
+// takes the full tests.
 inline bool AutoFilterScan::TakePlainPoint(Differences& diff) {
   const bool isClear = edge_.isNone() && lastEdge_.isFalling() && launch_ == 0 &&
                        at_ >= dead_.end + scales_.pulsePoints && at_ >= dead_.ringEnd &&

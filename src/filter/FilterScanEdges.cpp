@@ -58,7 +58,8 @@ bool AutoFilterScan::MayRing() {
          static_cast<double>(behind) <= scales_.ringReach;
 }
 
-// Nothing rises out of ringing. Where the backscatter is gone when it is noticed, so is the fibre.
+// While the receiver rings, no rise counts. Where it rings and the backscatter is gone, the fibre has
+// ended.
 AutoFilterScan::Verdict AutoFilterScan::GuardRinging(Differences& diff) {
   // A trace asks for a few hundred tests; where the figures of a broken record ask for one at each point, and
   // each looks at much of the trace, this is a second of work.
@@ -138,8 +139,8 @@ void AutoFilterScan::DecideEdge(Differences& diff) {
   }
 }
 
-// A rise that does not last is rather noise where the trace has sunk far below its level a pulse ago, and
-// rather the tail of the event before where that has hardly ended.
+// A rise that does not last is damped: behind a trace that has sunk far below its level of a pulse ago it
+// is likely noise, and close behind an event it is likely its tail.
 void AutoFilterScan::DampBehindEvent(Differences& diff) {
   constexpr double kSunk = 10.0, kRatherNoise = 3.0;
   const TFEvent& last = events_.last();
@@ -166,8 +167,8 @@ bool AutoFilterScan::IsRise(const Differences& diff) const {
   return diff.now > limits_.strongRise && scales_.pulsePoints <= 1;
 }
 
-// A rise has to lift the trace over a pulse above what the fibre loses there. (That a rise fails to leaves
-// the edge as it was.)
+// A rise has to lift the trace over a pulse above what the fibre loses there. Otherwise the edge stays
+// what it was.
 void AutoFilterScan::TakeRise(const Differences& diff) {
   const long half = scales_.pulsePoints / 2;
   const double lossDb = static_cast<double>(scales_.pulsePoints) * scales_.slopeDb;
@@ -178,8 +179,8 @@ void AutoFilterScan::TakeRise(const Differences& diff) {
   }
 }
 
-// Inside an event, whether the trace falls from the mean, or has fallen from the top though not far below the
-// begin; and far enough behind the begin, the nearer the deeper the fall.
+// Whether the trace falls inside an event: below the mean, or below the top but not far below the begin.
+// The fall has to lie some way behind the begin; a deep one may be nearer.
 bool AutoFilterScan::IsFall(const Differences& diff) {
   if (!lastEdge_.isRising() || !(diff.ahead < limits_.strongFall)) return false;
   const TFEvent& event = events_.current();

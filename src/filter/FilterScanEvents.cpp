@@ -27,7 +27,7 @@ void AutoFilterScan::TakeEdge(Differences& diff) {
   NarrowAtEdge(diff);
 }
 
-// A turn that makes no event of it leaves the last decision as it was: the next point is asked again.
+// A turn that makes no event leaves the last decision as it was. The next point is tested again.
 void AutoFilterScan::TakeTurn(Differences& diff) {
   if (edge_.isRising()) {
     if (!OpenEvent(diff)) return;
@@ -197,8 +197,9 @@ void AutoFilterScan::GradeRise(Differences& diff) {
   event.gradeUp = diff.now > 0.0 ? static_cast<int>(grade) : -1;
 }
 
-// What a rise has to reach while the strongest reflection is very strong: more close behind it, where echoes
-// are wider than it, before the trace is back on its slope, and where the instrument's pair of echoes stands.
+// The grade that a rise needs while the strongest reflection is very strong. It needs more close behind
+// that, if it is wider than that, as long as the trace is not back on its slope, and where the
+// instrument's own pair of echoes may stand.
 long AutoFilterScan::PassMark() {
   constexpr long kFar = 7, kNear = 9, kHarder = 2;
   constexpr double kWider = 1.1;      // than the strong one, and two points
@@ -251,7 +252,8 @@ void AutoFilterScan::MeasureFall(const Differences& diff) {
   if (strongest_.ghosts != 0 && event.gradeDown == 0) edge_ = Edge::None();
 }
 
-// Two reflections that stand close look like one whose top comes late: its steep part is at the end.
+// Two reflections that stand close look like one with a late top: the steep part is at the end of the
+// rise.
 void AutoFilterScan::SplitCloseReflections() {
   TFEvent& first = events_.current();
   if (top_ - scales_.recoverPoints * (3 + first.gradeUp / 4) <= first.begin + 1) return;
@@ -306,7 +308,7 @@ void AutoFilterScan::SettleEvent() {
     dead_.tailEnd = 0;
   }
   if (IsGhostSource()) ++strongest_.ghosts;
-  // (Of a surge no rise has to be taken back to its top: where it is over, only the fall will say.)
+  // Behind a surge the tail is longer, by the fall of the event before it.
   if (edge_.isSurge() && events_.isPastFirst()) {
     dead_.tailEnd += scales_.eventPoints * std::abs(events_.last().gradeDown);
   }

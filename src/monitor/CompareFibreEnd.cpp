@@ -108,8 +108,8 @@ void TraceComparison::srCompare_DeleteExcessEvents(TSorData* current, long eof) 
     TSorBlockKeyEvents1E& before = events.EventAt(i - 1);
     before.EC.SetAt(kSourceOfEvent, source);
     before.ML2 = before.ML3 = TruncToInt(current->GetMaxOwt());
-    // What goes next itself need not be measured: what it would say of the whole trace, the event in front of
-    // it says anew.
+    // An event that is deleted next need not be measured: the event in front of it measures the whole
+    // trace anew.
     const bool goesNext = i > 1 && before.EPT > eof && events.EventAt(i - 2).EC.Len() > kSourceOfEvent;
     if (!goesNext) RefEventRecalculate(current, &before, 0);
   }

@@ -158,7 +158,7 @@ class SlopeComparison {
   TSorData& current_;
 };
 
-// The next time, as far as there is one.
+// The next unit of time, or the last one that there is.
 int JustBehind(int owt) { return owt < std::numeric_limits<int>::max() ? owt + 1 : owt; }
 
 // Makes a new event and its neighbours agree about who holds which stretch of fibre.
