@@ -172,7 +172,11 @@ class DirectSearch {
     const int last = table_.lines->GetSize() - 1;
     const double endKm = table_.lines->GetData(last)->L[2];
     for (int i = last - 1; i >= 0; --i) {
-      if (table_.lines->GetData(i)->L[2] > endKm) table_.lines->DelData(i);
+      const TEventLine& line = *table_.lines->GetData(i);
+      if (!(line.L[2] > endKm)) continue;
+      NoteAt(settings_, sor_, Stage::kWalk, Choice::kDropped, line.L[2], line.peakLevel, kNoLimit, "dB",
+             "it stands behind the end of the fibre");
+      table_.lines->DelData(i);
     }
   }
 

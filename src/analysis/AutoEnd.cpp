@@ -141,15 +141,27 @@ class FibreEndSearch {
 
   // One round: to the next step that noise can't explain, and the verdict on it.
   Fibre PassEvent() {
-    if (!FindStep()) return Fibre::kEnds;
+    if (!FindStep()) return Ends(levelDb_, guardDb_, "the fibre has sunk into the noise");
     PinStepDown();
     MeasureSection();
-    if (topDb_ - kSureDb < guardDb_) return Fibre::kEnds;
-    if (!FindDrop()) return Fibre::kEnds;
+    if (topDb_ - kSureDb < guardDb_) return Ends(topDb_, guardDb_, "the fibre has sunk into the noise");
+    if (!FindDrop()) return Ends(topDb_, guardDb_, "the step itself falls into the noise");
     PassHiddenReflection();
     MeasurePeak();
     if (lastAbove_ - firstBelow_ > winPulse_ + (saturated_ + 1) * window_ * 2) return PassLongRise();
     return JudgePeak();
+  }
+
+  void Note(Stage stage, Choice choice, double km, double valueDb, double limitDb, const char* reason) const {
+    NoteAt(settings_, *sor_, stage, choice, km, valueDb, limitDb, "dB", reason);
+  }
+  Fibre Ends(double valueDb, double limitDb, const char* reason) const {
+    Note(Stage::kWalk, Choice::kEnd, Km(end_), valueDb, limitDb, reason);
+    return Fibre::kEnds;
+  }
+  Fibre GoesOn(long point, double valueDb, double limitDb, const char* reason) const {
+    Note(Stage::kWalk, Choice::kNoEnd, Km(point), valueDb, limitDb, reason);
+    return Fibre::kGoesOn;
   }
 
   // False when the level has sunk into the noise.
@@ -249,14 +261,14 @@ class FibreEndSearch {
   Fibre PassLongRise() {
     if (-stepDb_ <= 3 * needDb_) {
       cur_ = firstBelow_;
-      return Fibre::kGoesOn;
+      return GoesOn(cur_, -stepDb_, 3 * needDb_, "behind a weak rise the trace stays high");
     }
     CloseLine(cur_);
     TEventLine launchEvent;
     end_ = FindFibreBehind(cur_, launchEvent);
     if (launchEvent.L[0] >= 0.0) Append(launchEvent);
     OpenLine(end_);
-    return Fibre::kGoesOn;
+    return GoesOn(cur_, -stepDb_, 3 * needDb_, "a reflection, and the fibre shows behind it");
   }
 
   // One peak and a drop. Is the drop later than pulse and receiver explain, or shallower than an end?
@@ -279,21 +291,23 @@ class FibreEndSearch {
         OpenLine(end_);
       }
       cur_ = end_;
-      return Fibre::kGoesOn;
+      return GoesOn(cur_, line_.peakLevel - topDb_, kNoLimit,
+                    "the drop comes later than pulse and receiver explain: there is fibre in between");
     }
 
     levelDb_ = std::min(AveragePower(scale_, end_, endWindow_, 1),
                         AveragePower(scale_, end_ + endWindow_, endWindow_, 1));
     if (topDb_ - levelDb_ < endDb_ && levelDb_ >= guardDb_ && saturated_ == 0) {
       cur_ = end_;
-      return Fibre::kGoesOn;
+      return GoesOn(cur_, topDb_ - levelDb_, endDb_, "the loss is less than that of an end");
     }
     if (stepDb_ < 0.0F) {
       PlaceReflectiveEnd();
     } else {
       PlaceLossEnd();
     }
-    return Fibre::kEnds;
+    return Ends(topDb_ - levelDb_, endDb_,
+                stepDb_ < 0.0F ? "a reflection, and nothing behind it" : "a loss, and nothing behind it");
   }
 
   // Two near reflections leave a dip between them, which is an event of its own.
@@ -354,6 +368,7 @@ class FibreEndSearch {
     const auto atTwice = [&](const TEventLine& one, const TEventLine& echo) {
       return std::fabs(2 * one.L[1] - echo.L[1]) < toleranceKm;
     };
+    const double foundKm = line_.L[2];
     const TEventLine first = *table_.lines->GetData(0);
     const bool near = first.L[1] < kFarthestEchoKm;
     if (near && table_.lines->GetSize() == 1) {
@@ -374,7 +389,12 @@ class FibreEndSearch {
         table_.lines->Clear();
       }
     }
-    end_ = TruncToLong(sor_->dLenToNum(line_.L[2]));
+    const double endKm = line_.L[2];
+    if (endKm != foundKm) {
+      Note(Stage::kEndEchoes, Choice::kNoEnd, foundKm, first.peakLevel, kStrongPeakDb,
+           "the echo of a strong reflection at half the distance, which is the end");
+    }
+    end_ = TruncToLong(sor_->dLenToNum(endKm));
   }
 
   void MeasureLastLine() {
@@ -398,7 +418,12 @@ class FibreEndSearch {
     table_.lEnd = Km(back);
     table_.endRefl = GetMax(scale_, back, winEvent_);
     table_.pEnd = levelDb_;
-    if (back - end_ < window_) {
+    const bool isNear = back - end_ < window_;
+    Note(Stage::kEndEchoes, isNear ? Choice::kEnd : Choice::kNoEnd, table_.lEnd, table_.endRefl,
+         scale_.nf + kOverNoiseDb,
+         isNear ? "a reflection out of the noise, right behind the end"
+                : "a reflection out of the noise, far behind the last fibre seen");
+    if (isNear) {
       line_.L[1] = line_.L[2] = table_.lEnd;
       line_.peakLevel = table_.endRefl;
     }

@@ -321,6 +321,8 @@ char SearchEvent(const AnalysisSettings& settings, const TraceScale& scale, TEve
     return '_';
   }
 
+  NoteAt(settings, *scale.sor, Stage::kInside, Choice::kFound, scale.sor->NumToALen(pos), value, kNoLimit,
+         "dB", "the trace leaves its line by more than noise explains");
   head.L[0] = line.L[0];
   head.L[1] = head.L[2] = scale.sor->NumToALen(pos);
   long peak = 0;

@@ -134,6 +134,13 @@ class EventTableWriter {
                   &sor_);
     event->EC += !last ? "F" : line.spliceLoss >= settings_.th.THEnd ? "E" : "O";
     event->EC += "9999";
+    if (last) {
+      const bool isEnd = line.spliceLoss >= settings_.th.THEnd;
+      NoteAt(settings_, sor_, Stage::kTable, isEnd ? Choice::kEnd : Choice::kNoEnd, line.L[2],
+             line.spliceLoss, settings_.th.THEnd, "dB",
+             isEnd ? "the last event loses enough for an end"
+                   : "the end lies out of range: the loss is too small");
+    }
     Add(std::move(event));
   }
 

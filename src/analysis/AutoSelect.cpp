@@ -69,11 +69,13 @@ class EventSelection {
         CutBehind(i);
         return;
       }
-      if (WhyDrop(before, behind) == Reason::kNone) {
+      const Reason why = WhyDrop(before, behind);
+      if (why == Reason::kNone) {
         // A section long enough to be measured tells how steep this fibre is.
         if (scale_.aciNominal * before.Length() > leastLossDb_) SetMaxDbKm(table_, before.LossKm());
         ++i;
       } else {
+        if (settings_.decisions != nullptr) NoteDropped(why, before, behind);
         Drop(i);
         i = 0;
       }
@@ -102,6 +104,8 @@ class EventSelection {
 
   void CutBehind(int i) {
     const TEventLine& last = *lines_.GetData(i);
+    NoteAt(settings_, *sor_, Stage::kSelection, Choice::kEnd, last.L[2], last.spliceLoss, settings_.th.THEnd,
+           "dB", "a loss that ends the fibre: what lies behind is cut off");
     lines_.SetSize(i + 1);
     table_.lEnd = last.L[2];
     table_.endRefl = last.peakLevel;
@@ -162,6 +166,37 @@ class EventSelection {
       if (std::fabs(lossDb) < fallDb) return Reason::kSteepBehind;
     }
     return Reason::kNone;
+  }
+
+  void NoteDropped(Reason why, const TEventLine& before, const TEventLine& behind) const {
+    const auto note = [&](double value, double limit, const char* unit, const char* reason) {
+      NoteAt(settings_, *sor_, Stage::kSelection, Choice::kDropped, before.L[2], value, limit, unit, reason);
+    };
+    const double reflectanceDb = Reflectance(before, behind), leastDb = settings_.th.THRef;
+    switch (why) {
+      case Reason::kNone:
+        return;
+      case Reason::kWeakLoss:
+        return note(before.spliceLoss, leastLossDb_, "dB", "its loss does not pass the threshold");
+      case Reason::kWeakReflection:
+        return note(reflectanceDb, leastDb, "dB", "neither reflectance nor loss passes the threshold");
+      case Reason::kSteepBeforeReflection:
+        return note(reflectanceDb, leastDb, "dB",
+                    "its reflectance does not pass, and no fibre is as steep as the section in front");
+      case Reason::kWeakMergedPeak:
+        return note(reflectanceDb, leastDb, "dB", "a weak peak without fibre of its own in front");
+      case Reason::kRippleOfFlatSection:
+        return note(before.LossKm(), kFlatDbPerKm, "dB/km", "a ripple at the end of a flat section");
+      case Reason::kSectionTooShort:
+        return note(before.L[2] - before.L[0], settings_.th.MinLine, "km",
+                    "the section in front is too short");
+      case Reason::kSteepBefore:
+        return note(before.LossKm(), kNoLimit, "dB/km", "the section in front is too steep for a fibre");
+      case Reason::kSteeperThanStep:
+      case Reason::kSteepBehind:
+        return note(behind.LossKm(), kNoLimit, "dB/km",
+                    "the section behind is too steep for a fibre: it is part of the step");
+    }
   }
 
   // Takes the event behind line i away. The next line takes over what the event says about it.

@@ -97,12 +97,18 @@ class ShortAnalysisRun {
     return {scale_, noise_, result(), s, z, stepD_, front, lossDb, find};
   }
 
+  // Notes a find at a point, with its loss in dB.
+  void NoteFind(Stage stage, long point, double lossDb, const char* reason, double limitDb = kNoLimit) const {
+    NoteAt(settings_, sor_, stage, Choice::kFound, sor_.NumToALen(point), lossDb, limitDb, "dB", reason);
+  }
+
   // --- Events of the filter ---
 
   void RunFilter() {
     widths_.assign(static_cast<size_t>(std::max(scale_.nPoints, 1L)), 1);
     result().events = &filt_[0];
     result().pointMap = widths_.data();
+    result().decisions = settings_.decisions;
     filter_->SetFilter(TSorFilter::kAutoFilter);
     n_ = result().count;
     Event.filterEvents += n_;
@@ -172,6 +178,7 @@ class ShortAnalysisRun {
       if (r <= before.rise) break;
       if (e.end > before.end && found_[At(m)].rise > next.begin) break;
       if (m != 0 && found_[At(m - 1)].rise >= r) break;
+      NoteFind(Stage::kDetectors, r, thrDb, "a step that stands out from the noise");
       s = found_[At(m)].end;
       ++m;
     }
@@ -273,6 +280,8 @@ class ShortAnalysisRun {
       while (m < kMostFinds && goesOn(s, z)) {
         const long r = detector(Task(s, z, filt_[At(i - 1)], thrDb, found_[At(m)]));
         if (r == 0) break;
+        NoteFind(Stage::kDetectors, r, thrDb,
+                 bit == kNoiseSplices ? "a step on a stretch that touches the noise" : "a step of the means");
         s = found_[At(m)].end;
         ++m;
         take(r);
@@ -344,6 +353,7 @@ class ShortAnalysisRun {
                                               gainThrDb_, slopeRef_, bestDb, widths_.data(), after_, carry);
       if (p == 0 || LevelDb(p) < scale_.nf + kOverNoiseDb + kStepRoomDb) return;
       ++Event.insideSplices;
+      NoteFind(Stage::kFineSplices, p, bestDb, "a step between two straight lines", lossThrDb_);
       after_ = p + std::max(scale_.winEvent, WidthAt(p));
       if (after_ + stepD_ >= z || p <= s + 3) return;
       ev_[At(nEv_ - 1)].rise = static_cast<int>(s);
@@ -402,7 +412,11 @@ class ShortAnalysisRun {
       endDb = behindDb < scale_.nf ? std::max(behindDb, sor_.GetMinLevel()) : scale_.nf;
     }
     TEventLine* line = table_.lines->GetData(table_.lines->GetSize() - 1);
-    if (line != nullptr) line->spliceLoss = line->P[1] - endDb;
+    if (line != nullptr) {
+      line->spliceLoss = line->P[1] - endDb;
+      NoteAt(settings_, sor_, Stage::kTail, Choice::kEnd, line->L[2], line->spliceLoss, kNoLimit, "dB",
+             "the last event that the filter has left; its loss is that to the level behind it");
+    }
     long peak = 0;
     table_.firstRefl = GetMax(scale_, filt_[0].begin, filt_[0].rise - filt_[0].begin, peak);
     table_.firstReflOwt = sor_.NumToOwt(peak);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "src/analysis/th.h"
+#include "src/filter/Decisions.h"
 
 namespace reflyze {
 
@@ -22,6 +23,12 @@ struct AnalysisSettings {
   TTH th;
   // Detectors in use, DetectorBit. A rippled trace turns some off, and they stay off for the next trace.
   unsigned int algoMask = kDefaultDetectors;
+  // Who wants to know why the stages decide as they do; null for nobody. Not owned.
+  DecisionSink* decisions = nullptr;
 };
+
+// Tells whoever listens of a decision at a place in km.
+void NoteAt(const AnalysisSettings& settings, const TSorData& sor, Stage stage, Choice choice, double km,
+            double value, double limit, const char* unit, const char* reason);
 
 }  // namespace reflyze

@@ -12,6 +12,7 @@
 
 #include <vector>
 
+#include "src/filter/Decisions.h"
 #include "src/filter/FilterEvent.h"
 #include "src/filter/HeldSamples.h"
 
@@ -37,6 +38,7 @@ class TFilter {
 // What the automatic filter is given and what it reports. Everything starts at 0.
 struct AutoFilterResultData {
   TFEvent* events = nullptr;  // of the caller, room for 100. Null: the events found are not reported
+  reflyze::DecisionSink* decisions = nullptr;  // of the caller; null: nobody listens
   short* pointMap = nullptr;  // of the caller, one for each point: how many samples the mean there holds
   long count = 0;             // events found; 0 for none, -1 for a trace that can't be worked on
   long firstBegin = 0;        // point where the fibre really starts; 0: where the first event begins

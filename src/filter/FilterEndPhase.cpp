@@ -93,7 +93,9 @@ class AutoFilterEndPhase {
   bool MeasureStretch(Round& round);
   void MeasureNeed(Round& round);
   double TakeNoiseOff(Round& round);
-  bool IsEnd(const Round& round, double goesOnDb);
+  const char* WhyNoEnd(const Round& round, double goesOnDb);
+  void Note(Choice choice, long point, double value, double limit, const char* unit,
+            const char* reason) const;
   void AddEnd(const Round& round);
   TFEvent& Append();
   int Report();
@@ -129,7 +131,13 @@ class AutoFilterEndPhase {
 
 void AutoFilterEndPhase::DropBehindSuspectedEnd() {
   if (suspectAt_ == 0 || suspectAt_ >= count_) return;
-  if (Last().begin <= 2L * Strong().peak) count_ = suspectAt_;
+  if (Last().begin > 2L * Strong().peak) return;
+  for (long i = suspectAt_; i < count_; ++i) {
+    Note(Choice::kDropped, events_[i].begin, events_[i].Am(), static_cast<double>(strongest_), "grade",
+         "behind a reflection so strong the fibre seems to have ended, and all ends within twice its "
+         "distance");
+  }
+  count_ = suspectAt_;
 }
 
 void AutoFilterEndPhase::SmoothRest() {
@@ -181,6 +189,9 @@ void AutoFilterEndPhase::AddQuietEnd() {
     const long behind = last - Strong().end;
     if (reach > 0) grade = reach < behind ? 0 : strongest_ - behind * strongest_ / reach;
   }
+  const char* const why = "light up to the end of a trace that does not fill its range";
+  Note(grade >= kStillStrong ? Choice::kNoEnd : Choice::kEnd, last, static_cast<double>(grade), kStillStrong,
+       "grade", grade >= kStillStrong ? "a strong reflection may still rule the end of the trace" : why);
   if (grade >= kStillStrong) return;
   TFEvent& event = Append();
   event.begin = event.peak = trace_.Held(last);
@@ -214,7 +225,11 @@ bool AutoFilterEndPhase::TryEnd(Round& round) {
   if (!MeasureStretch(round)) return false;
   MeasureNeed(round);
   const double goesOnDb = TakeNoiseOff(round);
-  if (IsEnd(round, goesOnDb)) AddEnd(round);
+  if (const char* const reason = WhyNoEnd(round, goesOnDb)) {
+    Note(Choice::kNoEnd, round.end, goesOnDb, round.noiseDb, "dB", reason);
+  } else {
+    AddEnd(round);
+  }
   return true;
 }
 
@@ -334,17 +349,20 @@ double AutoFilterEndPhase::TakeNoiseOff(Round& round) {
 //  - it stands out of the noise in front of the end;
 //  - no event is strong enough to explain it;
 //  - the last event has taken much of the signal, or no event can have.
-bool AutoFilterEndPhase::IsEnd(const Round& round, double goesOnDb) {
+const char* AutoFilterEndPhase::WhyNoEnd(const Round& round, double goesOnDb) {
   constexpr double kLeastOverDb = 0.5;
   constexpr double kEventLossDb = 3.0, kMostEventLossDb = 12.0;
   const double seenDb = round.noiseDb + (isPon() ? kLeastSignalDb : 0.0);
-  if (!(goesOnDb > seenDb && round.endDb >= round.noiseDb + kLeastOverDb)) return false;
-  if (Last().Am() >= round.need || strongest_ > round.need) return false;
+  if (!(goesOnDb > seenDb)) return "a fibre that goes on would have sunk into the noise too";
+  if (!(round.endDb >= round.noiseDb + kLeastOverDb)) return "the signal does not stand out of the noise";
+  if (Last().Am() >= round.need || strongest_ > round.need) return "a strong event explains the signal";
   const double beforeDb = Db(Last().begin - 1), fromDb = Db(from_);
-  if (fromDb + kEventLossDb <= beforeDb || count_ == 1) return true;
-  if (strongest_ >= 1) return false;
-  return (fromDb + kMostEventLossDb > beforeDb && round.overDb - std::fabs(round.fallDb) > kEventLossDb) ||
-         (isPon() && round.overDb > 0.0);
+  if (fromDb + kEventLossDb <= beforeDb || count_ == 1) return nullptr;
+  if (strongest_ >= 1) return "the strongest reflection has not faded yet";
+  const bool isSeen =
+      (fromDb + kMostEventLossDb > beforeDb && round.overDb - std::fabs(round.fallDb) > kEventLossDb) ||
+      (isPon() && round.overDb > 0.0);
+  return isSeen ? nullptr : "the last event has taken too little, and the signal shows too little";
 }
 
 // The end is reported if it lies clear of what the last event may still do.
@@ -358,8 +376,13 @@ void AutoFilterEndPhase::AddEnd(const Round& round) {
       (Db(Last().peak) - round.stretchDb) / kRecoveryDb * scales_.fallOwt + kEndMarginOwt;
   const double caution = overDb > 0.0 ? kCautiousDb / overDb + 1.0 : kMostCaution;
   const double clear = std::ceil(recoverOwt / scales_.spacingOwt) * caution;
-  if (strongest_ >= kExplainsGrade || !(Db(from_) > round.noiseDb) || e <= 0) return;
-  if (!(clear + static_cast<double>(window) < static_cast<double>(e - from_))) return;
+  const bool isFar = clear + static_cast<double>(window) < static_cast<double>(e - from_);
+  if (strongest_ >= kExplainsGrade || !(Db(from_) > round.noiseDb) || e <= 0 || !isFar) {
+    Note(Choice::kNoEnd, e, static_cast<double>(strongest_), kExplainsGrade, "grade",
+         "it lies in what the last event or a strong reflection may still do");
+    return;
+  }
+  Note(Choice::kEnd, e, overDb, 0.0, "dB", "the light is gone where a fibre that goes on would be seen");
   TFEvent& event = Append();
   event.begin = trace_.Held(e);
   event.rise = trace_.Held(e + window + width / 2);
@@ -368,6 +391,13 @@ void AutoFilterEndPhase::AddEnd(const Round& round) {
   event.peak = trace_.Held(peak);
   const double limit = scales_.rippleDb / kRippleToLin * static_cast<double>(Lin(e)) + scales_.noiseLin;
   event.type = Lin(e) + kPeakShare * limit < Lin(peak) ? letter::kEndReflection : letter::kEnd;
+}
+
+void AutoFilterEndPhase::Note(Choice choice, long point, double value, double limit, const char* unit,
+                              const char* reason) const {
+  DecisionSink* const sink = filter_.result.decisions;
+  if (sink == nullptr) return;
+  sink->Note({Stage::kTail, choice, sor_.dLenToOwt(sor_.NumToALen(point)), value, limit, unit, reason});
 }
 
 TFEvent& AutoFilterEndPhase::Append() {
@@ -387,6 +417,8 @@ int AutoFilterEndPhase::Report() {
   filter_.BeardFilter(&sor_, out_, count_);
   if (count_ == 0) return lastEnd;
   if (count_ == 1) {
+    Note(Choice::kEnd, out_[0].begin, 1.0, kNoLimit, "events",
+         "a lone event stands for both ends of the fibre");
     out_[1] = out_[0];
     out_[1].type = letter::kLast;
     count_ = 2;

@@ -31,14 +31,14 @@ class EchoRemoval {
     MeasureScales();
     SettleOrigin();
     if (kept_ > 2) {
-      DropWeakPartner();
-      DropEchoOfStrongest();
+      Apply(&EchoRemoval::DropWeakPartner, "part of the stronger event right in front of it");
+      Apply(&EchoRemoval::DropEchoOfStrongest, "behind a strong reflection, by a distance that repeats");
     }
     if (kept_ > 3) {
-      DropThirdMultiples();
-      DropThirdMultiplesOfPeaks();
+      Apply(&EchoRemoval::DropThirdMultiples, "the last event stands at three times a distance");
+      Apply(&EchoRemoval::DropThirdMultiplesOfPeaks, "the last peak stands at three times a distance");
     }
-    DropEchoedEnds();
+    Apply(&EchoRemoval::DropEchoedEnds, "an echo, or behind what is the end without it");
     DropEchoesOfInnerFibre();
     DropSumsOfTwo();
     skip = InFrontOfFibre();
@@ -46,6 +46,13 @@ class EchoRemoval {
   }
 
  private:
+  // Runs a rule, and notes the events that it cuts off the end.
+  void Apply(void (EchoRemoval::*rule)(), const char* reason) {
+    const long before = kept_;
+    (this->*rule)();
+    for (long i = kept_; i < before; ++i) NoteDropped(i, reason);
+  }
+  void NoteDropped(long index, const char* reason) const;
   void MeasureScales();
   void SettleOrigin();
   void DropWeakPartner();
@@ -61,7 +68,7 @@ class EchoRemoval {
   void DropEchoesOfInnerFibre();
   void DropSumsOfTwo();
   long StrongerOfSum(long weak);
-  void RemoveAt(long index);
+  void RemoveAt(long index, const char* reason);
   long InFrontOfFibre() const;
 
   const TFEvent& Event(long i) const { return events_[i]; }
@@ -270,7 +277,7 @@ void EchoRemoval::DropEchoesOfInnerFibre() {
   if (Event(0).gradeUp <= kInnerLaunchGrade) return;
   for (long i = top_ + 1; i < kept_;) {
     if (IsNear(static_cast<long>(Event(i).begin) - Event(top_).begin - originAt_)) {
-      RemoveAt(i);
+      RemoveAt(i, "it repeats the distance of the fibre inside the instrument");
     } else {
       events_[i++].type = letter::kDoubtful;
     }
@@ -288,7 +295,7 @@ void EchoRemoval::DropSumsOfTwo() {
       continue;
     }
     events_[source].end = Event(i).end;
-    RemoveAt(i);
+    RemoveAt(i, "it stands at the sum of the distances of two stronger events");
   }
 }
 
@@ -304,7 +311,15 @@ long EchoRemoval::StrongerOfSum(long weak) {
   return -1;
 }
 
-void EchoRemoval::RemoveAt(long index) {
+void EchoRemoval::NoteDropped(long index, const char* reason) const {
+  DecisionSink* const sink = filter_.result.decisions;
+  if (sink == nullptr) return;
+  sink->Note({Stage::kEchoes, Choice::kDropped, sor_.dLenToOwt(sor_.NumToALen(Event(index).begin)),
+              static_cast<double>(Event(index).Am()), kNoLimit, "grade", reason});
+}
+
+void EchoRemoval::RemoveAt(long index, const char* reason) {
+  NoteDropped(index, reason);
   std::copy(events_ + index + 1, events_ + kept_, events_ + index);
   --kept_;
 }

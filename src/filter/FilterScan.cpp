@@ -150,12 +150,21 @@ void AutoFilterScan::Run() {
   }
 }
 
+void AutoFilterScan::Note(Choice choice, long point, double value, double limit, const char* unit,
+                          const char* reason) const {
+  DecisionSink* const sink = filter_.result.decisions;
+  if (sink == nullptr) return;
+  sink->Note({Stage::kScan, choice, sor_.dLenToOwt(sor_.NumToALen(point)), value, limit, unit, reason});
+}
+
 // A run of weak events over quiet stretches is noise that the limits let through: all of it is scanned again
 // with higher ones, from the untouched levels.
 inline void AutoFilterScan::RescanIfEventsAreNoise() {
   if (!weakRun_.IsNoise()) return;
   const long kept = std::min(weakRun_.Restart(), events_.closed());
   const long from = std::max(events_[kept].begin, 0);
+  Note(Choice::kDropped, from, static_cast<double>(events_.closed() - kept), kNoLimit, "events",
+       "weak events in a row are noise: scanned again with higher limits");
   RestoreLevels(from, at_);
   events_.ReturnTo(kept);
   at_ = from;

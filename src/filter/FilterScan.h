@@ -400,6 +400,8 @@ class AutoFilterScan {
   float Lin(long point) const { return trace_.Lin(point); }
   double Db(long point) const { return trace_.Db(point); }
   double Above(long point) const { return static_cast<double>(Lin(point)) - mean_.mean(); }
+  void Note(Choice choice, long point, double value, double limit, const char* unit,
+            const char* reason) const;
 
   TSorFilter& filter_;
   TSorData& sor_;

@@ -73,7 +73,12 @@ AutoFilterScan::Verdict AutoFilterScan::GuardRinging(Differences& diff) {
   if (at_ >= dead_.ringEnd) return Verdict::kGoOn;
   TFEvent& last = events_.last();
   last.tail = std::max(last.tail, trace_.Held(dead_.ringEnd));
-  if (events_.isPastFirst() && FibreEndedInRinging()) return Verdict::kFibreEnded;
+  if (events_.isPastFirst() && FibreEndedInRinging()) {
+    Note(Choice::kEnd, last.begin, trace_.ToDb(trace_.NearMean(at_)),
+         trace_.ToDb(static_cast<float>(kNearNoises * scales_.noiseLin)), "dB",
+         "the receiver rings behind it and the backscatter is gone: the scan stops");
+    return Verdict::kFibreEnded;
+  }
   diff.now = 0.0;
   return Verdict::kGoOn;
 }

@@ -174,7 +174,13 @@ void AutoFilterScan::MeasureRise(Differences& diff) {
   if (!edge_.isSurge()) diff.now = Above(event.peak);
   GradeRise(diff);
   SuspectFibreEnd();
-  if (IsNoise(event.gradeUp, PassMark())) RejectNoise();
+  const long passMark = PassMark();
+  if (!IsNoise(event.gradeUp, passMark)) return;
+  const bool isRise = event.gradeUp >= 0;
+  Note(Choice::kDropped, event.begin, event.gradeUp, isRise ? static_cast<double>(passMark) : kNoLimit,
+       "grade",
+       isRise ? "too low beside the strongest reflection" : "a rise of the trace that is no reflection");
+  RejectNoise();
 }
 
 // The grade of the rise; -1 for none. A rise that is weak against the noise is judged by two samples.
@@ -223,7 +229,11 @@ long AutoFilterScan::PassMark() {
 void AutoFilterScan::SuspectFibreEnd() {
   if (!events_.isPastFirst() || strongest_.suspectAt != 0 || !IsNearNoise()) return;
   const bool isTailed = events_.last().tail != 0 && strongest_.grade >= kTailedGrade;
-  if (strongest_.grade >= kRulingGrade || isTailed) strongest_.suspectAt = events_.closed();
+  if (!(strongest_.grade >= kRulingGrade || isTailed)) return;
+  strongest_.suspectAt = events_.closed();
+  Note(Choice::kNoEnd, at_, static_cast<double>(strongest_.grade),
+       static_cast<double>(isTailed ? kTailedGrade : kRulingGrade), "grade",
+       "a rise out of the noise behind so strong a reflection: the fibre may have ended in front");
 }
 
 bool AutoFilterScan::IsNoise(int grade, long passMark) const {
@@ -401,7 +411,13 @@ void AutoFilterScan::FinishReflection(TFEvent& event) {
 
   weakRun_.Add(event, before, index, scales_.farPoints);
   NameReflection(event, index);
-  if (before != nullptr && IsRipple(event, *before, halfFallen)) events_.TakeBackStep();
+  if (before != nullptr && IsRipple(event, *before, halfFallen)) {
+    Note(Choice::kDropped, event.begin, event.Am(), kNoLimit, "grade",
+         "a low and long hump close behind an event is the ripple of its tail");
+    events_.TakeBackStep();
+  } else {
+    Note(Choice::kFound, event.begin, event.Am(), kNoLimit, "grade", "a rise and a fall of the trace");
+  }
   if (event.gradeUp > kPairGrade) {
     dead_.pairBegin = event.begin + scales_.pairPoints;
     dead_.pairEnd = std::min(
