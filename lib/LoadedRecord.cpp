@@ -15,8 +15,11 @@ namespace {
 
 constexpr int kDeepestNesting = 16;  // records inside records
 
-[[noreturn]] void Unreadable(const std::string& name, const std::string& why) {
-  throw Error(ErrorKind::kUnreadable, name, why);
+constexpr const char* kMap = "Map";
+
+[[noreturn]] void Unreadable(const std::string& name, const std::string& why, const std::string& block = "",
+                             long long offset = -1) {
+  throw Error(ErrorKind::kUnreadable, name, why, block, offset);
 }
 
 // A record begins with its map; without a whole one nothing behind it can be placed.
@@ -24,9 +27,11 @@ void CheckMap(const std::string& name, const std::vector<char>& bytes) {
   TSorFile file(bytes.data(), bytes.size());
   TSorBlockMap map;
   map.ReadRN(&file, TSorBlock::kLastKnownRevisionNo);
-  if (file.state == sfEndOfData) Unreadable(name, "ends inside its map of blocks");
-  if (file.state != sfOk) Unreadable(name, "is not a trace record (SR-4731)");
-  if (map.NB < 2) Unreadable(name, "is not a trace record (SR-4731): its map lists no blocks");
+  if (file.state == sfEndOfData) {
+    Unreadable(name, "ends inside its map of blocks", kMap, static_cast<long long>(bytes.size()));
+  }
+  if (file.state != sfOk) Unreadable(name, "is not a trace record (SR-4731)", kMap, 0);
+  if (map.NB < 2) Unreadable(name, "is not a trace record (SR-4731): its map lists no blocks", kMap, 0);
 }
 
 void ForgetTimeOfReadingInside(TSorData& record) {
@@ -35,6 +40,7 @@ void ForgetTimeOfReadingInside(TSorData& record) {
     TSorData* inner = embedded != nullptr ? embedded->GetRecord() : nullptr;
     if (inner == nullptr) continue;
     if (!Lists(*inner->Map, "FxdParams")) inner->FxdParams->DTS = 0;
+    if (!Lists(*inner->Map, "QRTParams")) inner->QRTParams->LDTS = 0;
     ForgetTimeOfReadingInside(*inner);
   }
 }
@@ -46,13 +52,31 @@ void ForgetTimeOfReading(const LoadedRecord& loaded) {
   stored.DTS = 0;
   ReadStoredBlock(loaded, "FxdParams", stored);
   loaded.record->FxdParams->DTS = stored.DTS;
+  if (!Stores(loaded, "QRTParams")) loaded.record->QRTParams->LDTS = 0;
   ForgetTimeOfReadingInside(*loaded.record);
+}
+
+// The first block whose bytes don't begin with its name, as those of the newer revisions do; none without a
+// name.
+StoredBlock FirstMisplaced(const LoadedRecord& loaded) {
+  constexpr unsigned short kFirstWithNames = 200;
+  for (const StoredBlock& block : StoredBlocksOf(loaded)) {
+    if (block.revision < kFirstWithNames || IsUnknown(block.id)) continue;
+    if (block.end - block.start < block.id.size() ||
+        std::memcmp(loaded.bytes.data() + block.start, block.id.data(), block.id.size()) != 0)
+      return block;
+  }
+  return {};
 }
 
 void RequireTrace(const LoadedRecord& loaded) {
   RequireReadThrough(loaded);
   const std::string why = WhyUnusable(loaded);
-  if (!why.empty()) Unreadable(loaded.name, why);
+  if (!why.empty()) {
+    const bool cut = EndsInsideSamples(loaded);
+    Unreadable(loaded.name, why, cut ? "DataPts" : "",
+               cut ? static_cast<long long>(loaded.bytes.size()) : -1);
+  }
   if (TracesIn(*loaded.record) < 2) return;
   Unreadable(loaded.name,
              StretchWarning(*loaded.record) + "; take one out first: reflyze copy IN OUT --native --trace N");
@@ -70,9 +94,11 @@ bool LoadedRecord::BrokenOff() const {
 
 void RequireReadThrough(const LoadedRecord& loaded) {
   if (!loaded.BrokenOff()) return;
+  const StoredBlock block = FirstMisplaced(loaded);
   Unreadable(loaded.name,
              "is damaged: a block is not where the map puts it, or leads nowhere (stream state " +
-                 std::to_string(loaded.state) + ")");
+                 std::to_string(loaded.state) + ")",
+             block.id, block.id.empty() ? -1 : static_cast<long long>(block.start));
 }
 
 int StoredUserOffset(const LoadedRecord& loaded) {

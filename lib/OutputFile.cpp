@@ -98,8 +98,12 @@ class AtomicFile {
   mode_t Permissions() const {
     struct stat info;
     if (stat(target_.c_str(), &info) == 0) return info.st_mode & 0777;
-    const mode_t mask = umask(0);
-    umask(mask);
+    // The mask can only be read by setting it, for the whole process: once, so that threads don't meet.
+    static const mode_t mask = [] {
+      const mode_t kept = umask(0);
+      umask(kept);
+      return kept;
+    }();
     return 0666 & ~mask;
   }
 

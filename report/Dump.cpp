@@ -75,6 +75,7 @@ void DropDerivedData(TSorData& record) {
 
 std::vector<std::string> TextsOf(const std::vector<Warning>& warnings) {
   std::vector<std::string> texts;
+  texts.reserve(warnings.size());
   for (const Warning& warning : warnings) texts.push_back(warning.text);
   return texts;
 }

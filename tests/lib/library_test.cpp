@@ -127,6 +127,12 @@ TEST(Library, FailuresAreOfOneKind) {
   const Trace cut = Trace::FromBytes("cut", {bytes.begin(), bytes.begin() + bytes.size() / 2});
   EXPECT_EQ(cut.WhyUnusable(), "ends inside its samples");
   EXPECT_FALSE(cut.Warnings().empty());
+  try {
+    Analyse(cut);
+  } catch (const Error& error) {
+    EXPECT_EQ(error.block(), "DataPts");
+    EXPECT_EQ(error.offset(), static_cast<long long>(bytes.size() / 2));
+  }
   EXPECT_EQ(KindOf([&] { Analyse(cut); }, "cut: ends inside its samples"), ErrorKind::kUnreadable);
   CopyOptions native;
   native.native = true;
