@@ -17,13 +17,14 @@
 #include "sor/blocks/sorSupParams.h"
 #include "sor/sorEmbData.h"
 #include "sor/stream/sorFile.h"
+#include "util/export.h"
 
 // A whole trace record (Telcordia SR-4731, with this system's own blocks), one object for each block, and
 // what ties them together: point index, one-way time (in 100 ps), length (in km) and level (in dB) are four
 // views of a trace, and every step between them goes through here.
 //
 // The record owns its blocks. Copies are made by Assign.
-class TSorData {
+class REFLYZE_API TSorData {
  public:
   int WriteSpecialBlocks = 1;      // put unknown blocks on file
   int WriteProprietaryBlocks = 1;  // put this system's own blocks on file

@@ -2,6 +2,7 @@
 
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFields.h"
+#include "util/export.h"
 #include "util/tarray.h"
 
 class TSorBlockRFTSEvents;
@@ -13,7 +14,7 @@ class TSorData;
 //
 // Reading or writing through a null stream throws the text "Null pointer exception", and a size below 0 on
 // file the text "Bad data exception".
-class TEmbData1E : public TSorBlock {
+class REFLYZE_API TEmbData1E : public TSorBlock {
  public:
   static constexpr const char* kRecord = "SOR";
   static constexpr const char* kRFTSEvents = "RFTSEVENTS";
@@ -101,7 +102,7 @@ class TEmbData1E : public TSorBlock {
 };
 
 // The "EmbData" block, this system's own: the data that a trace carries with it.
-class TSorBlockEmbData : public TSorBlock {
+class REFLYZE_API TSorBlockEmbData : public TSorBlock {
  public:
   static constexpr int kNewestRevisionNo = 200;  // goes to file in this one
 
@@ -153,6 +154,6 @@ class TSorBlockEmbData : public TSorBlock {
 namespace reflyze {
 
 // How many records a record has inside itself, one in the other: 0 for none.
-int NestingDepth(const TSorData& record);
+REFLYZE_API int NestingDepth(const TSorData& record);
 
 }  // namespace reflyze

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "util/export.h"
+
 namespace reflyze {
 
 // Called when a stated condition does not hold: the text of the condition, the file and the line. A handler
@@ -10,10 +12,10 @@ using AssertionHandler = void (*)(const char* text, const char* file, int line);
 // Replaces the handler and returns the one before. Null brings back the default, which calls the function
 // `ReflyzeHostAssertion` if the host's executable exports one (this is how a host reaches the module's copy),
 // and else prints text, file and line on standard error and stops the process.
-AssertionHandler SetAssertionHandler(AssertionHandler handler);
+REFLYZE_API AssertionHandler SetAssertionHandler(AssertionHandler handler);
 
 // What every failed assertion calls: the handler, or the default above. Does not return.
-[[noreturn]] void AssertionFailed(const char* text, const char* file, int line);
+[[noreturn]] REFLYZE_API void AssertionFailed(const char* text, const char* file, int line);
 
 // States a condition that only a programming error or a broken record can violate.
 inline void Require(bool holds, const char* text, const char* file = __builtin_FILE(),

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "util/export.h"
 #include "util/tarray.h"
 #include "util/tstring.h"
 
@@ -17,7 +18,7 @@
 
 // One line of a section. A line without "=" has a name and no value (null), which is not the same as an empty
 // one.
-class TIniKey {
+class REFLYZE_API TIniKey {
  public:
   std::unique_ptr<char[]> name;
   std::unique_ptr<char[]> value;
@@ -42,7 +43,7 @@ class TIniKey {
   void SetDouble(double number);  // six significant digits
 };
 
-class TIniSection {
+class REFLYZE_API TIniSection {
  public:
   std::unique_ptr<char[]> name;
 
@@ -86,7 +87,7 @@ class TIniSection {
   std::unique_ptr<TOxArray<TIniKey, TIniKey*>> IniKeys;
 };
 
-class TIni {
+class REFLYZE_API TIni {
  public:
   // Whether Write puts the headers of sections without keys into the file.
   char WriteEmptySections = 0;

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "util/export.h"
+
 // The log of a host process, which hands it over once; it may hand over an object of a derived class. An
 // entry is
 //
@@ -10,7 +12,7 @@
 // The area is a letter for the subsystem, the letter is the kind (E error, M message, W warning), and the id
 // is the part concerned, such as a block of the record. A header with the time precedes the first entry of an
 // object. Not for several threads at once.
-class TLogFile {
+class REFLYZE_API TLogFile {
  public:
   enum WritingMode : int {
     wmAppend = 0,
@@ -64,4 +66,4 @@ class TLogFile {
 };
 
 // The host's log, not owned; null until a host hands one over, and then every user leaves logging out.
-extern TLogFile* LogFile;
+REFLYZE_API extern TLogFile* LogFile;

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <memory>
 
+#include "util/export.h"
 #include "util/tarray.h"
 
 class TString;
@@ -11,28 +12,28 @@ class TwString;
 // Helpers that C libraries for other systems bring along. Case follows the current locale of the process.
 
 // Change case in place and return the argument; null gives null.
-char* strupr(char* text);
-char* strlwr(char* text);
-wchar_t* _wcsupr(wchar_t* text);
-wchar_t* _wcslwr(wchar_t* text);
+REFLYZE_API char* strupr(char* text);
+REFLYZE_API char* strlwr(char* text);
+REFLYZE_API wchar_t* _wcsupr(wchar_t* text);
+REFLYZE_API wchar_t* _wcslwr(wchar_t* text);
 
 // Compare without regard to case: the difference of the first two characters that differ in lower case, 0 for
 // equal texts. Null equals everything.
-int strcmpi(const char* a, const char* b);
-int _wcsicmp(const wchar_t* a, const wchar_t* b);
+REFLYZE_API int strcmpi(const char* a, const char* b);
+REFLYZE_API int _wcsicmp(const wchar_t* a, const wchar_t* b);
 
 namespace reflyze {
 
 // Reads a decimal integer at the head of a text, as "%d" of the scanf family does: 1 if there is one, 0 if
 // there is something else, -1 if the text ends before anything but blanks. `value` changes only with a result
 // of 1. A number beyond 32 bits gives the nearest bound, which scanf leaves undefined.
-int ScanInt(const char* text, int* value);
-int ScanInt(const wchar_t* text, int* value);
+REFLYZE_API int ScanInt(const char* text, int* value);
+REFLYZE_API int ScanInt(const wchar_t* text, int* value);
 
 // What the narrow and the wide string share: one heap buffer of exactly Len() + 1 characters, never null,
 // that ends with a zero. `Self` is the string class itself.
 template <class Self, class Char>
-class OwnedText {
+class REFLYZE_API OwnedText {
  public:
   // Number of characters, without the zero at the end.
   int Len() const { return length_; }
@@ -104,7 +105,7 @@ class OwnedText {
 }  // namespace reflyze
 
 // Narrow string of the record classes and of everything that a host shares with them.
-class TString : public reflyze::OwnedText<TString, char> {
+class REFLYZE_API TString : public reflyze::OwnedText<TString, char> {
  public:
   // Longest text that Format makes; the rest of a longer one is cut off.
   static constexpr int kMaxFormattedLength = 32767;
@@ -157,7 +158,7 @@ class TString : public reflyze::OwnedText<TString, char> {
 };
 
 // Wide string, with what its few users need.
-class TwString : public reflyze::OwnedText<TwString, wchar_t> {
+class REFLYZE_API TwString : public reflyze::OwnedText<TwString, wchar_t> {
  public:
   TwString() = default;
   TwString(const wchar_t* text) : OwnedText(text) {}

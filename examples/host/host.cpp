@@ -1,6 +1,6 @@
 // A small host: loads the analysis module, hands it a trace and prints where its events are.
 //
-//   c++ -std=c++17 -I<source folder> host.cpp <build folder>/libreflyze_engine.a -ldl -rdynamic -o host
+//   c++ -std=c++17 -I<source folder> host.cpp <build folder>/libreflyze.a -ldl -rdynamic -o host
 //   ./host <build folder>/reflyze.so trace.sor
 
 #include <dlfcn.h>

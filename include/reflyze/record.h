@@ -9,6 +9,7 @@
 #include "reflyze/monitor.h"
 #include "sor/sorData.h"
 #include "src/analysis/th.h"
+#include "util/tinifile.h"
 #include "util/tlogfile.h"
 
 namespace reflyze {

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "util/export.h"
 #include "util/tstring.h"
 
 class TSorFile;
@@ -38,11 +39,11 @@ enum TBlockType {
 };
 
 // The text under which a block type stands in the map of a record, "?" for types that have none here.
-const char* GetBlockID(TBlockType type);
+REFLYZE_API const char* GetBlockID(TBlockType type);
 
 // Base of every block and sub-block of a record (SR-4731): a revision, an ID, and the operations by which a
 // record reads, writes, measures and shows its blocks.
-class TSorBlock {
+class REFLYZE_API TSorBlock {
  public:
   // Newest revision that the standard's issues promise to stay readable: any 2xx is accepted.
   static constexpr int kLastKnownRevisionNo = 209;

@@ -4,11 +4,12 @@
 
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFields.h"
+#include "util/export.h"
 
 // The "Cksum" block (SR-4731), the last of a record: the checksum of every byte before it, from the first of
 // the map to the zero behind its own ID, as CRC-16/CCITT-FALSE. It is loaded and not compared: files of many
 // instruments hold a wrong one or none, and the stored value stays until the next writing.
-class TSorBlockCRC : public TSorBlock {
+class REFLYZE_API TSorBlockCRC : public TSorBlock {
  public:
   unsigned short CRC = 0;
 

@@ -7,6 +7,7 @@
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFields.h"
 #include "sor/scale/sorMath.h"
+#include "util/export.h"
 
 // The "FxdParams" block (SR-4731): how the trace was acquired, and the time base of its points.
 //
@@ -14,7 +15,7 @@
 // conversion between a point and its time walks the stretches. Times are one-way times in units of 100 ps.
 // The conversions allocate nothing and accept whatever a file has put into the fields: counts and spacings of
 // 0 or below are computed with like all others.
-class TSorBlockFixedParameters : public TSorBlock {
+class REFLYZE_API TSorBlockFixedParameters : public TSorBlock {
  public:
   int DTS;                    // time of the measurement, s since 1970, UTC; a new block takes the present
   TString UD = "km";          // units of distance

@@ -2,10 +2,11 @@
 
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFields.h"
+#include "util/export.h"
 
 // The "GenParams" block (SR-4731): cable, fibre and job, as texts from the user. One value enters the
 // measurement: `UO`, the place on the fibre from which all positions count.
-class TSorBlockGeneralParameters : public TSorBlock {
+class REFLYZE_API TSorBlockGeneralParameters : public TSorBlock {
  public:
   static constexpr short kMultimodeFibre = 651;  // `FT` of multimode fibre, by ITU-T G.651
 

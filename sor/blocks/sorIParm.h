@@ -7,6 +7,7 @@
 #include "sor/blocks/sorPoint.h"
 #include "sor/fields/sorFieldLists.h"
 #include "sor/scale/sorLevelScale.h"
+#include "util/export.h"
 
 namespace reflyze {
 
@@ -54,7 +55,7 @@ class Expansion {
 // The level scale is 5 log10 of the linear power, the one-way decibel of IEC 61746-1, counted from `MAX`, the
 // lowest level that the instrument records. Around 0 the scale runs straight through instead of falling
 // without end, so that noise keeps its sign, and levels below `MAX` may be compressed by a whole factor.
-class TSorBlockQRTParameters : public TSorBlock {
+class REFLYZE_API TSorBlockQRTParameters : public TSorBlock {
  public:
   static constexpr int kNewestRevisionNo = 232;     // goes to file in this one
   static constexpr double kPeaksOverNoiseDb = 2.4;  // the peaks of noise lie this far above its level

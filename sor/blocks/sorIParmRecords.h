@@ -1,6 +1,7 @@
 #pragma once
 
 #include "sor/fields/sorFields.h"
+#include "util/export.h"
 
 // The records inside the block of the instrument's own parameters.
 
@@ -17,7 +18,7 @@ inline void SkipExtension(FieldReader& reader, unsigned int& length, unsigned in
 }  // namespace reflyze
 
 // How the points were taken in one measurement mode.
-struct TMeasurementMode {
+struct REFLYZE_API TMeasurementMode {
   int NPMM = 0;  // number of points
   int AVMM = 0;  // number of averages
   short PWU = 0;
@@ -46,7 +47,7 @@ struct TMeasurementMode {
 
 // State of the instrument at the measurement. On file the record says its own length, so that a later version
 // may append to it: what lies beyond the known bytes is passed over and dropped.
-struct TQRTServiceInfo {
+struct REFLYZE_API TQRTServiceInfo {
   static constexpr unsigned int kServiceBytes = 36;
 
   unsigned int valid = 0;               // 0 or 1
@@ -79,7 +80,7 @@ struct TQRTServiceInfo {
 };
 
 // One end of the fibre span in the trace, with its own length on file as above.
-struct TSpanLocationInfo {
+struct REFLYZE_API TSpanLocationInfo {
   static constexpr unsigned int kSpanBytes = 12;
   static constexpr unsigned int kBegin = 3;
   static constexpr unsigned int kEnd = 4;

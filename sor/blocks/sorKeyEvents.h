@@ -3,10 +3,11 @@
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFields.h"
 #include "sor/fields/sorSubBlocks.h"
+#include "util/export.h"
 
 // One event of the table (SR-4731). `ML0` and `ML1` bound the section before the event, `ML2` and `ML3` the
 // section after it, `ML4` is the peak.
-class TSorBlockKeyEvents1E : public TSorBlock {
+class REFLYZE_API TSorBlockKeyEvents1E : public TSorBlock {
  public:
   short EN = 1;           // event number, from 1; from 0 in files of some instruments
   int EPT = 0;            // place of the event, one-way time in 100 ps
@@ -63,7 +64,7 @@ class TSorBlockKeyEvents1E : public TSorBlock {
 
 // The "KeyEvents" block (SR-4731): the event table of a trace and its sums. Whoever adds or deletes events
 // keeps `TNKE` equal to the size of the table.
-class TSorBlockKeyEvents : public TSorBlock {
+class REFLYZE_API TSorBlockKeyEvents : public TSorBlock {
  public:
   short TNKE = 0;                                                 // number of key events
   TOxArray<TSorBlockKeyEvents1E, TSorBlockKeyEvents1E*>* events;  // owned, never null

@@ -5,9 +5,10 @@
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFields.h"
 #include "sor/fields/sorSubBlocks.h"
+#include "util/export.h"
 
 // A landmark (SR-4731): a place along the route, such as a manhole or a pole, that may point at a key event.
-class TSorBlockLinkParamLandmark : public TSorBlock {
+class REFLYZE_API TSorBlockLinkParamLandmark : public TSorBlock {
  public:
   short LMN = 1;        // landmark number, see GenerateUniqueLMN
   TString LMC = "?";    // landmark code
@@ -50,7 +51,7 @@ class TSorBlockLinkParamLandmark : public TSorBlock {
 // The "LnkParams" block (SR-4731): landmarks in order of their location. It keeps their event numbers right
 // while the event table changes, and never gives the number of a landmark of the file to another one, even
 // after the landmark is gone: somebody may have written the number down.
-class TSorBlockLinkParameters : public TSorBlock {
+class REFLYZE_API TSorBlockLinkParameters : public TSorBlock {
  public:
   short TNL = 0;                                                                 // number of landmarks
   TOxArray<TSorBlockLinkParamLandmark, TSorBlockLinkParamLandmark*>* landmarks;  // owned, never null

@@ -4,10 +4,11 @@
 
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFields.h"
+#include "util/export.h"
 #include "util/tarray.h"
 
 // One line of the map: a block's ID, its revision, and its bytes on file.
-class TSorBlockMapBlockInfo : public TSorBlock {
+class REFLYZE_API TSorBlockMapBlockInfo : public TSorBlock {
  public:
   int Size = 0;
 
@@ -31,7 +32,7 @@ class TSorBlockMapBlockInfo : public TSorBlock {
 
 // The "Map" block (SR-4731), the first of every record: which blocks follow, and how long each is. The place
 // of a block is the sum of the sizes before it.
-class TSorBlockMap : public TSorBlock {
+class REFLYZE_API TSorBlockMap : public TSorBlock {
  public:
   int Size = 0;  // bytes of the map itself
   short NB = 1;  // number of blocks, the map counted in

@@ -6,6 +6,7 @@
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFields.h"
 #include "util/assertion.h"
+#include "util/export.h"
 #include "util/tarray.h"
 
 namespace reflyze {
@@ -38,7 +39,7 @@ enum DataType {
 };
 
 // The samples of a trace that share one scale factor, as they stand on file.
-class TSorBlockDataPoints1SF : public TSorBlock {
+class REFLYZE_API TSorBlockDataPoints1SF : public TSorBlock {
  public:
   // More points than this are no trace: reading them throws the integer 0.
   static constexpr int kMostPoints = 1000000;
@@ -94,7 +95,7 @@ class TSorBlockDataPoints1SF : public TSorBlock {
 //
 // The standard allows several scale factors in a trace. One is supported here, and asserted wherever a level
 // is worked out.
-class TSorBlockDataPoints : public TSorBlock {
+class REFLYZE_API TSorBlockDataPoints : public TSorBlock {
  public:
   using SubBlocks = TOxArray<TSorBlockDataPoints1SF, TSorBlockDataPoints1SF*>;
 

@@ -3,9 +3,10 @@
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFields.h"
 #include "sor/fields/sorSubBlocks.h"
+#include "util/export.h"
 
 // One event of the instrument's own list: a short form of the key event with thresholds of its own.
-class TSorBlockQRTEvents1E : public TSorBlock {
+class REFLYZE_API TSorBlockQRTEvents1E : public TSorBlock {
  public:
   // From this revision an event has its thresholds on file.
   static constexpr int kSinceThresholds = 201;
@@ -51,7 +52,7 @@ class TSorBlockQRTEvents1E : public TSorBlock {
 
 // The "QRTEvents" block, the instrument's own: an event list beside the key events, with thresholds for each
 // event.
-class TSorBlockQRTEvents : public TSorBlock {
+class REFLYZE_API TSorBlockQRTEvents : public TSorBlock {
  public:
   static constexpr int kNewestRevisionNo = 201;  // goes to file in this one
 

@@ -2,6 +2,7 @@
 
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFieldLists.h"
+#include "util/export.h"
 
 // The "RFTSEvents" block: the result of a comparison with a baseline, stored inside the current trace. It has
 // one entry for each key event, with the deviations and what became of them.
@@ -10,7 +11,7 @@
 
 // One measured change, in thousandths: of a dB, of a dB/km, of a km. An absolute value may use all 16 bits
 // without a sign.
-class TShortDeviation : public TSorBlock {
+class REFLYZE_API TShortDeviation : public TSorBlock {
  public:
   unsigned short Flags = 0;
   short Deviation = 0;
@@ -49,7 +50,7 @@ class TShortDeviation : public TSorBlock {
 };
 
 // The comparison of one key event.
-class TSorBlockRFTSEvents1E : public TSorBlock {
+class REFLYZE_API TSorBlockRFTSEvents1E : public TSorBlock {
  public:
   TShortDeviation LT;  // loss
   TShortDeviation RT;  // reflectance
@@ -100,7 +101,7 @@ class TSorBlockRFTSEvents1E : public TSorBlock {
 // an empty block does not follow the event table. Its table owns what it is given; a null pointer stands for
 // a new entry. Indices past the end mean what they mean to TOxArray: the last entry, or the end where one is
 // inserted. Where the table has no such place to set, the entry stays with the caller.
-class TSorBlockRFTSEvents : public TSorBlock {
+class REFLYZE_API TSorBlockRFTSEvents : public TSorBlock {
  public:
   static constexpr int kNewestRevisionNo = 204;  // goes to file in this one
 

@@ -2,6 +2,7 @@
 
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFieldLists.h"
+#include "util/export.h"
 
 // The "RFTSParams" block: what a baseline trace says about how its fibre is monitored. It names alarm levels,
 // gives each key event a set of thresholds in each level, and holds named numbers that tune the comparison.
@@ -10,7 +11,7 @@
 
 // One limit in two forms, both in thousandths: of a dB, of a dB/km, of a km. `Absolute` says which of the two
 // is in force.
-class TShortThreshold : public TSorBlock {
+class REFLYZE_API TShortThreshold : public TSorBlock {
  public:
   short Absolute = 0;           // 0 relative, else absolute
   short AbsoluteThreshold = 0;  // limit of the value itself
@@ -46,7 +47,7 @@ class TShortThreshold : public TSorBlock {
 };
 
 // The limits of one event.
-class TThresholdsRFTSSet : public TSorBlock {
+class REFLYZE_API TThresholdsRFTSSet : public TSorBlock {
  public:
   unsigned short Enabled = 1;  // whether the event is monitored
   TShortThreshold LT;          // loss
@@ -93,7 +94,7 @@ class TThresholdsRFTSSet : public TSorBlock {
 // The tables of this block own what they are given; a null pointer stands for a new entry in its default
 // state. Indices past the end mean what they mean to TOxArray: the last entry, or the end where one is
 // inserted. Where the table has no such place to set, the entry stays with the caller.
-class TRFTSLevel : public TSorBlock {
+class REFLYZE_API TRFTSLevel : public TSorBlock {
  public:
   unsigned short Enabled = 0;
   TString LevelName;
@@ -155,7 +156,7 @@ class TRFTSLevel : public TSorBlock {
 };
 
 // A named number, stored as an integer over a power of ten.
-class TRFTSUniversalParameter {
+class REFLYZE_API TRFTSUniversalParameter {
  public:
   TString Name = "?";
   int Value = 0;
@@ -186,7 +187,7 @@ class TRFTSUniversalParameter {
 };
 
 // The block itself. Its tables own what they are given, as those of a level do.
-class TSorBlockRFTSParameters : public TSorBlock {
+class REFLYZE_API TSorBlockRFTSParameters : public TSorBlock {
  public:
   static constexpr int kNewestRevisionNo = 203;  // goes to file in this one
 

@@ -3,9 +3,10 @@
 #include <vector>
 
 #include "sor/blocks/sorBlock.h"
+#include "util/export.h"
 
 // A block that nobody here knows, carried from file to file byte for byte, its own ID included.
-class TSorBlockSpecial : public TSorBlock {
+class REFLYZE_API TSorBlockSpecial : public TSorBlock {
  public:
   static constexpr int kAnyRevisionNo = 65099;
 

@@ -2,10 +2,11 @@
 
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFields.h"
+#include "util/export.h"
 
 // The "SupParams" block (SR-4731): the instrument that took the trace. `SR` also carries the stamp by which a
 // record says which analysis made its event table.
-class TSorBlockSupplierParameters : public TSorBlock {
+class REFLYZE_API TSorBlockSupplierParameters : public TSorBlock {
  public:
   TString SN = " ";    // supplier
   TString MFID = " ";  // mainframe

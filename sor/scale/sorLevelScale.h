@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "util/convert.h"
+#include "util/export.h"
 
 // The arithmetic of the level scale, 5 log10 of the linear power, for every point of a trace.
 //
@@ -16,8 +17,8 @@ namespace reflyze {
 // Filled while the program is loaded, before any thread can ask.
 constexpr int kPowEntries = 15060;
 constexpr int kLogEntries = 65;
-extern const std::array<float, kPowEntries> tpow10Array;  // 10^(i / 50000)
-extern const std::array<int, kLogEntries> tlog10Array;    // 500000 log10(1 + i / 64), truncated
+REFLYZE_API extern const std::array<float, kPowEntries> tpow10Array;  // 10^(i / 50000)
+REFLYZE_API extern const std::array<int, kLogEntries> tlog10Array;    // 500000 log10(1 + i / 64), truncated
 
 constexpr int kLogUnits = 500000;  // of the integer logarithm, one decade
 // Its value for 10^4, by which arguments are brought into range, and for 2.
@@ -130,7 +131,7 @@ inline double Pow5InTable(double x) {
 }
 
 // 10^(x / 5) of a level below 0, or far above what traces hold.
-double Pow5OutsideTable(double x);
+REFLYZE_API double Pow5OutsideTable(double x);
 
 // 10^(x / 5); for x of at least 0 from the table, which holds 40 dB. A trace has levels in two such ranges.
 inline double Pow5(double x) {
@@ -143,7 +144,7 @@ inline double Pow5(double x) {
 
 // Pow5 for values that change little from one to the next, as levels along a trace do. Most lie in the same
 // octave as the one before, so that decade and octave need not be looked up again.
-class Pow5Run {
+class REFLYZE_API Pow5Run {
  public:
   double operator()(double x) {
     if (!(x >= fromDb_ && x < endDb_)) {

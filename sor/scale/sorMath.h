@@ -1,5 +1,7 @@
 #pragma once
 
+#include "util/export.h"
+
 // The units in which a trace is measured. One-way time (OWT) counts 100 ps from the launch to a place on the
 // fibre; lengths are in kilometres. A pulse width is given as the duration of the light, in nanoseconds, of
 // which half is seen one way: a nanosecond of pulse is 5 units of one-way time. Levels stand on the scale of
@@ -28,6 +30,6 @@ inline double SorMathOwtToNs(double owt) { return owt * reflyze::kPulseNsPerOwt;
 inline double SorMathNsToLen(double ns, double ri) { return SorMathOwtToLen(SorMathNsToOwt(ns), ri); }
 
 // Linear power of a level in dB of the 5 log10 scale.
-double SorMathPow5(double x);
+REFLYZE_API double SorMathPow5(double x);
 // Level in dB of a linear power. There is no level for no light: 0 for a power of 0 or less, and for a NaN.
-double SorMathLog5(double x);
+REFLYZE_API double SorMathLog5(double x);

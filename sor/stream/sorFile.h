@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "util/export.h"
 #include "util/tstring.h"
 
 class SorFileBackend;
@@ -24,7 +25,7 @@ enum TSorFileState {
 //
 // On the wire every scalar is little-endian, `short` 2 bytes wide and `int` and `long` 4, whatever the host's
 // own. Belongs to one thread.
-class TSorFile {
+class REFLYZE_API TSorFile {
  public:
   enum TFileType : int {
     ftDisk = 1,
@@ -116,7 +117,7 @@ unsigned int TSorFile::Read<unsigned int>();
 
 // Undoes a speculative read: unless cancelled, its end brings checksum, position and state of the stream back
 // to what they were at its start.
-class TSorFileStateBackup {
+class REFLYZE_API TSorFileStateBackup {
  public:
   explicit TSorFileStateBackup(TSorFile& file);
   TSorFileStateBackup(const TSorFileStateBackup&) = delete;

@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "util/export.h"
 #include "util/tcrc.h"
 #include "util/tstring.h"
 
@@ -45,7 +46,7 @@ constexpr std::size_t kMaxVariableStringBytes = 1024;
 // The checksum takes in all that is written, whether or not the writing succeeds, and all that is read as
 // bytes or text. Scalars that are read go in from disk only. That does no harm: nobody compares a checksum in
 // reading, and the value that a writer stores depends on no read.
-class SorFileBackend {
+class REFLYZE_API SorFileBackend {
  public:
   SorFileBackend(unsigned short* crc, int* state);
   SorFileBackend(const SorFileBackend&) = delete;
@@ -162,7 +163,7 @@ class BytesBackend : public ScalarBackend<Backend> {
 }  // namespace reflyze
 
 // A stdio file. Where it did not open, every operation leaves the state sfOpenError.
-class DiskSorFileBackend : public reflyze::ScalarBackend<DiskSorFileBackend> {
+class REFLYZE_API DiskSorFileBackend : public reflyze::ScalarBackend<DiskSorFileBackend> {
  public:
   DiskSorFileBackend(unsigned short* crc, int* state, const char* name, const char* mode);
   ~DiskSorFileBackend() override;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "util/export.h"
+
 class TSorFile;
 
 namespace reflyze {
@@ -15,7 +17,7 @@ namespace reflyze {
 // An object of this class stands for one level of reading and lives on the stack. Levels on the same stream
 // share the account of the outermost. Streams are read by one thread at a time, each thread has accounts of
 // its own.
-class ReadBudget {
+class REFLYZE_API ReadBudget {
  public:
   static constexpr int kDeepestNesting = 64;  // records inside records; harmless to a stack of 1 MB
 

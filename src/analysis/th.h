@@ -5,12 +5,13 @@ class TSorData;
 // The thresholds of the event analysis and of the comparison with a baseline, and how they live in INI files.
 // They are plain values: a host fills one and hands it over with the trace.
 
+#include "util/export.h"
 #include "util/tstring.h"
 
 class TIniSection;
 
 // Every threshold and limit of the event analysis. Layout and defaults are shared with the host.
-class TTH {
+class REFLYZE_API TTH {
  public:
   double THLoss = 0.2;      // dB, smallest loss that counts as an event (LT)
   double THRef = -60.0;     // dB, smallest reflectance that counts as a reflection (RT)
@@ -59,7 +60,7 @@ class TTH {
 };
 
 // The changes that a monitored trace may show against its baseline.
-class TdTH {
+class REFLYZE_API TdTH {
  public:
   double dTHLoss = 0.2;     // dB
   double dTHRef = -60.0;    // dB
@@ -79,14 +80,14 @@ class TdTH {
 };
 
 // One detected point, for listing in an INI file.
-class TEventPoint {
+class REFLYZE_API TEventPoint {
  public:
   double EventPointValue = 0.0;
   double EventPointAccuracy = 0.0;
   int EventPointType = 0;  // one character
 
-  // Writes the key "Ev" followed by `index`, or "Ev" alone for a negative index. Both figures are first
-  // cut to three decimals towards zero, in the object too: it holds what is written.
+  // Writes the key "Ev" followed by `index`, or "Ev" alone for a negative index. Both figures are first cut
+  // to three decimals towards zero, in the object itself, so that what is kept is what is written.
   void SetIni(TIniSection* section, int index);
   // The text form is for readers only and is not read back.
   void GetIni(TIniSection* section);
