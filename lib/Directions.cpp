@@ -20,6 +20,7 @@ std::vector<double> Joints(const TSorData& record) {
 
 double LengthKm(const TSorData& record) {
   const TSorBlockKeyEvents& table = *record.KeyEvents;
+  if (table.ListedEvents() == 0) return 0.0;
   return record.dOwtToLen(table.EventAt(table.ListedEvents() - 1).EPT - table.EventAt(0).EPT);
 }
 

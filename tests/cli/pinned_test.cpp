@@ -223,7 +223,7 @@ std::string LinesOf(const std::string& output) {
 
 // When a record was stored, and so its checksum, is another each time.
 std::string WithoutTimes(const std::string& text) {
-  static const std::regex kOfTheTime(R"((LDTS|CRC|computed)("?)( = |:)\d+)");
+  static const std::regex kOfTheTime(R"((LDTS|CRC|computed)("?)( *= |:)\d+)");
   return std::regex_replace(text, kOfTheTime, "$1$2$3any");
 }
 
@@ -240,6 +240,15 @@ class PinnedProgram : public ProgramTest {
   }
   ~PinnedProgram() override { std::filesystem::current_path(before_); }
 
+  const std::string kCommands = std::string(REFLYZE_SOURCE_DIR) + "/tests/pinned/commands.txt";
+
+  void ListRun(Listing& to, const std::string& command) const {
+    std::istringstream words(command);
+    const Result result = Run({std::istream_iterator<std::string>(words), {}});
+    to.Line("status").Whole("is", result.status);
+    to.Verbatim(WithoutTimes(LinesOf(result.out))).Verbatim(result.err);
+  }
+
  private:
   const std::filesystem::path before_ = std::filesystem::current_path();
 };
@@ -247,15 +256,33 @@ class PinnedProgram : public ProgramTest {
 // Everything that the program says to a list of command lines, each in the files of those before it.
 TEST_F(PinnedProgram, SaysWhatItSaid) {
   pinned::Comparison comparison("program.txt");
-  std::ifstream commands(std::string(REFLYZE_SOURCE_DIR) + "/tests/pinned/commands.txt");
-  for (std::string line; std::getline(commands, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    std::istringstream words(line);
-    const Result result = Run({std::istream_iterator<std::string>(words), {}});
+  auto commands = pinned::Load(kCommands);
+  for (const std::string& line : commands["once"]) {
     Listing listing;
-    listing.Line("status").Whole("is", result.status);
-    listing.Verbatim(WithoutTimes(LinesOf(result.out))).Verbatim(result.err);
+    ListRun(listing, line);
     comparison.Add(line, listing);
+  }
+  comparison.Finish();
+}
+
+// Digests of what it says to other lists, for each of many traces and pairs.
+TEST_F(PinnedProgram, SaysOfManyTracesWhatItSaid) {
+  pinned::Comparison comparison("more-program.txt");
+  auto commands = pinned::Load(kCommands);
+  for (const Subject& subject : Subjects("more.jsonl")) {
+    if (!subject.Lists("program") || comparison.IsEnough()) continue;
+    Store("link.json", subject.Link().dump());
+    Store("back.json", subject.ReversedLink().dump());
+    if (subject.HasLater()) Store("later.json", subject.LaterLink().dump());
+    for (const char* file : {"t.sor", "b.sor", "a.sor", "f.sor", "m.sor", "n.sor", "l.sor", "c.sor"})
+      std::filesystem::remove(file);  // of the subject before
+    Listing digests;
+    for (const std::string& line : commands[subject.HasLater() ? "each pair" : "each trace"]) {
+      Listing listing;
+      ListRun(listing, line);
+      digests.Line(line).Text("digest", listing.Digest());
+    }
+    comparison.Add(subject.name(), digests);
   }
   comparison.Finish();
 }
