@@ -50,7 +50,7 @@ class HonestTest : public ProgramTest {
 };
 
 TEST_F(HonestTest, NamesAndTextsAreToldAsTheyAre) {
-  const std::string path = StoreEdited("Gr\u00f6\u00dfe.sor", [](TSorData& record) {
+  const std::string path = StoreEdited("Gr\u00f6\u00dfe \u0915.sor", [](TSorData& record) {
     record.GenParams->CMT = "Gr\u00f6\u00dfe";  // UTF-8
     record.GenParams->CID =
         "Stra\xDF"
@@ -85,7 +85,8 @@ TEST_F(HonestTest, NamesAndTextsAreToldAsTheyAre) {
   EXPECT_NE(Run({"dump", path, "--no-data"}).out.find("Stra\u00dfe"), std::string::npos);
   for (const char* name : {"klingon", "", "utf-16//IGNORE"})
     ExpectOneLineError(Run({"dump", path, "--encoding", name}), 2, name);
-  EXPECT_NE(Run({"analyse", path, "--format", "csv"}).out.find("Gr\u00f6\u00dfe.sor"), std::string::npos);
+  EXPECT_NE(Run({"analyse", path, "--format", "csv"}).out.find("Gr\u00f6\u00dfe \u0915.sor"),
+            std::string::npos);
 
   const std::string odd = Store("\xE9\u00e9.sor", Load(path));
   for (const char* command : {"analyse", "dump"})
