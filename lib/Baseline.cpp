@@ -83,8 +83,8 @@ void AddStretch(TSorData& record, const Stretch& stretch) {
   section->EC = "DU9999";
   if (RefEventAdd(&record, section.get()) != 0) {
     throw Error(ErrorKind::kUsage, "",
-                Format("--search %g:%g is not on the trace, which goes from %.3f to %.3f km", stretch.fromKm,
-                       stretch.toKm, record.GetMinLen(), record.GetMaxLen()));
+                Format("the stretch from %g to %g km is not on the trace, which goes from %.3f to %.3f km",
+                       stretch.fromKm, stretch.toKm, record.GetMinLen(), record.GetMaxLen()));
   }
   section.release();
 }

@@ -9,9 +9,10 @@
 namespace reflyze {
 
 // A stated condition of the engine that a broken trace violated; see util/assertion.h.
-class AssertionProblem : public std::runtime_error {
+// An Error also where it comes up outside of CallEngine: the library has no other failures.
+class AssertionProblem : public Error {
  public:
-  using std::runtime_error::runtime_error;
+  explicit AssertionProblem(const std::string& what) : Error(ErrorKind::kUnreadable, "", what) {}
 };
 
 // From now on a violated condition is an AssertionProblem and not the end of the process.
@@ -29,6 +30,8 @@ void CallEngine(const std::string& name, const std::string& cannot, Work work) {
     throw Error(ErrorKind::kUnreadable, name, cannot + ": " + problem.what());
   } catch (const std::bad_alloc&) {
     throw Error(ErrorKind::kUnreadable, name, "asks for more memory than there is");
+  } catch (const std::length_error&) {
+    throw Error(ErrorKind::kUnreadable, name, "a count or size in it cannot be right");
   } catch (int) {
     throw Error(ErrorKind::kUnreadable, name, "a count or size in it cannot be right");
   } catch (const char* text) {

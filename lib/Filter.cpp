@@ -63,6 +63,17 @@ FilterTable MakeFilterTable(const LoadedRecord& loaded, FilterKind kind, const A
   return table;
 }
 
+void CheckOptions(const FilterOptions& options) {
+  const FilterKind kind = options.kind;
+  if (kind != FilterKind::kKernel && kind != FilterKind::kFast && kind != FilterKind::kAuto)
+    throw Error(ErrorKind::kUsage, "", Format("there is no filter of kind %d", static_cast<int>(kind)));
+  const double level = options.level.value_or(1.0);
+  if (level >= kLeastFilterLevel && level <= kLargestFilterLevel) return;
+  throw Error(
+      ErrorKind::kUsage, "",
+      Format("the filter level %g is not between %g and %g", level, kLeastFilterLevel, kLargestFilterLevel));
+}
+
 void RequireRawTrace(const LoadedRecord& loaded) {
   constexpr int kFinal = 1;  // state of the filter story
   if (loaded.record->QRTParams->DataPointsFiltered == kFinal)
@@ -113,6 +124,7 @@ const char* NameOf(FilterKind kind) {
 }
 
 FilterTable Filter(Trace trace, const FilterOptions& options) {
+  CheckOptions(options);
   LoadedRecord loaded = ForMeasuring(std::move(trace));
   RequireRawTrace(loaded);
   FilterTable table;

@@ -157,10 +157,10 @@ LoadedRecord ForMeasuring(Trace trace) {
 
 std::string RecordBytes(TSorData& record, const std::string& name) {
   TSorFile memory(nullptr, "m");
-  {
+  CallEngine(name, "is not a record that can be written", [&] {
     const CountedFromOffset counted(record);
     record.Write(&memory);
-  }
+  });
   if (memory.state != sfOk)
     throw Error(ErrorKind::kUnwritable, name, "the record has more blocks than a map can list");
   return {memory.GetData(), memory.GetDataSize()};

@@ -17,8 +17,7 @@ namespace {
 void CheckMonitoring(const Monitoring& monitoring) {
   const std::string& name = monitoring.level;
   if (name.find_first_not_of(' ') == std::string::npos) Refuse("the alarm level has no name");
-  if (std::any_of(name.begin(), name.end(), IsControl))
-    Refuse("the name of an alarm level is one line of text");
+  if (OneLine(name) != name) Refuse("the name of an alarm level is one line of text");
   for (const double limit : {monitoring.ltDb, monitoring.rtDb, monitoring.ctDbPerKm, monitoring.eelDb}) {
     if (!(limit >= 0.0 && limit <= kLargestLimit))
       Refuse(Format("the limit %g is not between 0 and %g", limit, kLargestLimit));

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <set>
 
 #include "reflyze/error.h"
 
@@ -147,6 +148,14 @@ void WriteToStream(const Target& target, const Output& output) {
   if (!out) throw Error(ErrorKind::kUnwritable, output.name, "cannot be written");
 }
 
+// Of two outputs under one name, one would be lost.
+void RequireOtherName(const Target& target, const std::string& name, std::set<std::filesystem::path>& taken) {
+  std::error_code unknown;
+  const std::filesystem::path whole = std::filesystem::weakly_canonical(target.path, unknown);
+  if (taken.insert(unknown ? target.path : whole).second) return;
+  throw Error(ErrorKind::kUnwritable, name, "cannot be written: it is named for two outputs");
+}
+
 void TakePlaces(const std::vector<std::unique_ptr<AtomicFile>>& files) {
   try {
     for (size_t i = 0; i < files.size(); ++i) {
@@ -164,12 +173,14 @@ void TakePlaces(const std::vector<std::unique_ptr<AtomicFile>>& files) {
 void SaveTogether(const std::vector<Output>& outputs) {
   std::vector<std::unique_ptr<AtomicFile>> files;
   std::vector<std::pair<Target, const Output*>> streams;
+  std::set<std::filesystem::path> taken;
   for (const Output& output : outputs) {
     const Target target = FindTarget(output.name);
     if (target.stream) {
       streams.emplace_back(target, &output);
       continue;
     }
+    RequireOtherName(target, output.name, taken);
     files.push_back(std::make_unique<AtomicFile>(target.path, output.name));
     files.back()->Write(output.bytes);
   }

@@ -84,6 +84,8 @@ void WarnOfLongPulse(const AnalysedRecord& analysed, const AnalysedRecord& longe
 }  // namespace
 
 QualityTable Quality(Trace trace, const QualityOptions& options) {
+  if (options.lastPercent < 0 || options.lastPercent > 100)
+    throw Error(ErrorKind::kUsage, "", Format("%d %% is no part of the range", options.lastPercent));
   const AnalysedRecord analysed = WithEvents(std::move(trace), {}, false);
   std::optional<AnalysedRecord> longer;
   if (options.longPulse) longer = WithEvents(*options.longPulse, {}, false);

@@ -80,7 +80,11 @@ int ReadStoredBlock(const LoadedRecord& loaded, const std::string& id, TSorBlock
   if (found == blocks.rend()) return sfReadError;
   TSorFile file(static_cast<const char*>(loaded.bytes.data()), loaded.bytes.size());
   file.Seek(found->start);
-  block.ReadRN(&file, found->revision);
+  try {
+    block.ReadRN(&file, found->revision);
+  } catch (int) {  // a count or size that can't be right
+    return sfReadError;
+  }
   return file.state;
 }
 

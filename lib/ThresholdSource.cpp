@@ -70,6 +70,21 @@ void CheckKeys(TIniSection& section, const std::string& name, const std::string&
   if (!any) throw Error(ErrorKind::kUnreadable, name, place + " holds no threshold, such as THLoss or THRef");
 }
 
+void RequireBetween(const char* what, std::optional<double> value, double least, double most) {
+  if (!value || (*value >= least && *value <= most)) return;
+  throw Error(ErrorKind::kUsage, "",
+              Format("the threshold of %s, %g, is not between %g and %g", what, *value, least, most));
+}
+
+void CheckThresholds(const AnalyseOptions& options) {
+  const Thresholds& asked = options.thresholds;
+  RequireBetween("loss", asked.lossDb, 0.0, kMost);
+  RequireBetween("loss", options.mostLossDb, 0.0, kMost);
+  RequireBetween("reflectance", asked.reflectanceDb, -kMost, 0.0);
+  RequireBetween("the end", asked.endDb, 0.0, kMost);
+  RequireBetween("slope", asked.slopeDbPerKm, 0.0, kMost);
+}
+
 }  // namespace
 
 ThresholdDocument ThresholdDocument::FromText(const std::string& name, const std::string& text,
@@ -93,6 +108,7 @@ ThresholdDocument ThresholdDocument::FromFile(const std::string& file, const std
 }
 
 TTH ThresholdsFor(const TSorData& record, const AnalyseOptions& options) {
+  CheckThresholds(options);
   TTH thresholds(nullptr);
   thresholds.THLoss = OrUsual(record.FxdParams->GetLT(), kUsualLtDb);
   thresholds.THRef = OrUsual(record.FxdParams->GetRT(), kUsualRtDb);

@@ -48,16 +48,21 @@ Trace Trace::FromBytes(const std::string& name, std::vector<char> bytes, const O
   return Trace(std::make_shared<LoadedRecord>(ReadRecord(name, std::move(bytes), texts)));
 }
 
-const std::string& Trace::Name() const { return loaded_->given; }
+const LoadedRecord& Trace::Loaded() const {
+  if (!loaded_) throw Error(ErrorKind::kUsage, "", "the trace was moved away");
+  return *loaded_;
+}
 
-std::vector<Warning> Trace::Warnings() const { return WarningsOf(*loaded_); }
+const std::string& Trace::Name() const { return Loaded().given; }
+
+std::vector<Warning> Trace::Warnings() const { return WarningsOf(Loaded()); }
 
 Card Trace::GetCard() const {
-  const TSorData& record = *loaded_->record;
+  const TSorData& record = *Loaded().record;
   const TSorBlockGeneralParameters& general = *record.GenParams;
   const TSorBlockSupplierParameters& supplier = *record.SupParams;
   const TSorBlockFixedParameters& fixed = *record.FxdParams;
-  const auto text = [&](const TString& stored) { return loaded_->texts.Utf8(stored); };
+  const auto text = [&](const TString& stored) { return Loaded().texts.Utf8(stored); };
   Card card;
   card.cable = text(general.CID);
   card.fibre = text(general.FID);
@@ -86,21 +91,22 @@ Card Trace::GetCard() const {
   return card;
 }
 
-const std::vector<double>& Trace::LevelsDb() const { return PointsOf(*loaded_).levelsDb; }
+const std::vector<double>& Trace::LevelsDb() const { return PointsOf(Loaded()).levelsDb; }
 
-const std::vector<double>& Trace::DistancesKm() const { return PointsOf(*loaded_).distancesKm; }
+const std::vector<double>& Trace::DistancesKm() const { return PointsOf(Loaded()).distancesKm; }
 
-std::string Trace::WhyUnusable() const { return reflyze::WhyUnusable(*loaded_); }
+std::string Trace::WhyUnusable() const { return reflyze::WhyUnusable(Loaded()); }
 
-int Trace::TraceCount() const { return WhyUnusable().empty() ? TracesIn(*loaded_->record) : 1; }
+int Trace::TraceCount() const { return WhyUnusable().empty() ? TracesIn(*Loaded().record) : 1; }
 
 Trace Trace::Part(int index) const {
   const int count = TraceCount();
-  if (count < 2 || index < 0 || index >= count) {
-    throw Error(ErrorKind::kUnreadable, loaded_->name,
-                Format("has no trace %d of its own; it holds %d", index + 1, count));
+  if (index < 0 || index >= count) {
+    throw Error(ErrorKind::kUnreadable, Loaded().name,
+                Format("has no trace %lld of its own; it holds %d", index + 1LL, count));
   }
-  LoadedRecord whole = CopyOfLoaded(*loaded_);
+  if (count == 1) return *this;
+  LoadedRecord whole = CopyOfLoaded(Loaded());
   CountTimesFromFirstSample(whole);
   auto part = std::make_shared<LoadedRecord>();
   part->given = whole.given;
@@ -113,9 +119,9 @@ Trace Trace::Part(int index) const {
 }
 
 std::string Trace::Bytes(const CopyOptions& options) const {
-  const bool made = loaded_->bytes.empty();
-  if (options.native || made) return WrittenAnew(CopyOfLoaded(*loaded_), options);
-  return CopyOfFile(*loaded_, [&](const std::string& id) {
+  const bool made = Loaded().bytes.empty();
+  if (options.native || made) return WrittenAnew(CopyOfLoaded(Loaded()), options);
+  return CopyOfFile(Loaded(), [&](const std::string& id) {
     return !(options.noProprietary && IsProprietary(id)) && !(options.noUnknown && IsUnknown(id));
   });
 }
@@ -124,10 +130,10 @@ void Trace::Save(const std::string& file, const CopyOptions& options) const {
   SaveTogether({{file, Bytes(options)}});
 }
 
-std::string Trace::SecondTableWarning() const { return UnknownBlocksStay(*loaded_->record, loaded_->texts); }
+std::string Trace::SecondTableWarning() const { return UnknownBlocksStay(*Loaded().record, Loaded().texts); }
 
 LoadedRecord Trace::Take() && {
-  if (loaded_.use_count() > 1) return CopyOfLoaded(*loaded_);
+  if (!loaded_ || loaded_.use_count() > 1) return CopyOfLoaded(Loaded());
   return std::move(*loaded_);
 }
 

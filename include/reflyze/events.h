@@ -99,7 +99,8 @@ struct EventTable {
 };
 
 // Finds the events of a trace. Throws Error kUnreadable for a trace that can't be measured, and for a file
-// that holds several. Here as everywhere, a trace that is moved in and that nobody else holds needs no copy.
+// that holds several, kUsage for a threshold out of its bounds. Here as everywhere, a trace that is moved in
+// and that nobody else holds needs no copy.
 REFLYZE_API EventTable Analyse(Trace trace, const AnalyseOptions& options = {});
 
 // The events that stand in the file. They are told as they are.

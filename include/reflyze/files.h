@@ -15,7 +15,7 @@ struct Output {
 
 // Writes beside the targets and renames over them: a file appears whole or not at all, and one that was there
 // before leaves it its permissions. A link is followed. What is no file but a device, a pipe or an open
-// descriptor (/dev/stdout) is written to. Throws Error kUnwritable.
+// descriptor (/dev/stdout) is written to. Throws Error kUnwritable, also for two outputs of one name.
 //
 // Several outputs appear together or none does: all are on disk before the first name changes, and names that
 // have changed change back where a later one can't. What no program can exclude is its end between two

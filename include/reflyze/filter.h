@@ -60,7 +60,7 @@ struct FilterTable {
 };
 
 // Smooths a trace. Throws Error kUnreadable for one that can't be measured, holds no raw points any more, or
-// can't be worked on by the automatic filter.
+// can't be worked on by the automatic filter; kUsage for a level out of its bounds.
 REFLYZE_API FilterTable Filter(Trace trace, const FilterOptions& options = {});
 
 }  // namespace reflyze

@@ -40,7 +40,8 @@ struct MergeOptions {
 
 // Brings the events of both directions of a fibre together; what has no events is analysed first. A joint's
 // loss is the mean of both directions, which the change of the backscatter drops out of (IEC 61280-4-2).
-// Throws Error kUnreadable for traces that can't be measured or are no two directions of one fibre.
+// Throws Error kUnreadable for traces that can't be measured or are no two directions of one fibre, kUsage
+// for a threshold out of its bounds.
 REFLYZE_API MergedTable Merge(Trace a, Trace b, const MergeOptions& options = {});
 
 }  // namespace reflyze

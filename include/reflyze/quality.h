@@ -52,7 +52,7 @@ struct QualityOptions {
 };
 
 // Tells how far each event's place and loss can be trusted; what has no events is analysed first. Throws
-// Error kUnreadable for traces that can't be measured.
+// Error kUnreadable for traces that can't be measured, kUsage for a percentage not from 0 to 100.
 REFLYZE_API QualityTable Quality(Trace trace, const QualityOptions& options = {});
 
 }  // namespace reflyze

@@ -49,12 +49,12 @@ struct Card {
 };
 
 // A trace as its file has it. A value: copies share what was read, and none can be changed. Several threads
-// may use one trace.
+// may use one trace. One that was moved away throws Error kUsage, until another is assigned to it.
 class REFLYZE_API Trace {
  public:
   // Reads a record (SR-4731). Throws Error kUnreadable for what is none: missing, empty, cut inside its map,
   // of a foreign revision, nested too deep. A record that can't be measured is read all the same; only what
-  // measures it refuses it.
+  // measures it refuses it. kUsage for an encoding that is not known here.
   static Trace Open(const std::string& file, const OpenOptions& options = {});
   // The same of bytes at hand; `name` stands for the file, "-" for standard input.
   static Trace FromBytes(const std::string& name, std::vector<char> bytes, const OpenOptions& options = {});
@@ -73,8 +73,8 @@ class REFLYZE_API Trace {
   std::string WhyUnusable() const;
 
   // Some instruments put several whole traces into one file. The number of them, and each by itself, from 0,
-  // without the events of the file, which don't tell which trace they are of. Throws Error kUnreadable for a
-  // number that the file does not have.
+  // without the events of the file, which don't tell which trace they are of. The one trace of a usual file
+  // keeps its events. Throws Error kUnreadable for a number that the file does not have.
   int TraceCount() const;
   Trace Part(int index) const;
 
@@ -90,7 +90,7 @@ class REFLYZE_API Trace {
 
   // For the library: what was read, and the same for whoever changes it; a copy where somebody else holds it
   // too.
-  const LoadedRecord& Loaded() const { return *loaded_; }
+  const LoadedRecord& Loaded() const;
   LoadedRecord Take() &&;
 
  private:

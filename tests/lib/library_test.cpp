@@ -92,6 +92,13 @@ TEST(Library, WatchesAFibre) {
   };
   refused([](Monitoring& m) { m.level = "  "; }, "no name");
   refused([](Monitoring& m) { m.level = "a\nb"; }, "one line");
+  refused(
+      [](Monitoring& m) {
+        m.level =
+            "a\xC2\x85"
+            "b";
+      },
+      "one line");
   refused([](Monitoring& m) { m.ltDb = 32.6; }, "32.6 is not between 0 and 32.5");
   refused([](Monitoring& m) { m.search = {{3.0, 3.0}}; }, "no length");
   refused([](Monitoring& m) { m.search = {{3.0, 3000.0}}; }, "not on the trace");
@@ -114,13 +121,64 @@ TEST(Library, SimulatesMergesJudgesAndFilters) {
   EXPECT_EQ(KindOf([&] { Simulate("{}", 1, "x", "my.json"); }, "my.json: "), ErrorKind::kUnreadable);
 }
 
+// The program checks its options before it calls; the library's other users rest on the library.
+TEST(Library, RefusesWhatMakesNoSense) {
+  const Trace trace = Baseline40();
+  const auto refused = [](const std::function<void()>& work, const char* part) {
+    EXPECT_EQ(KindOf(work, part), ErrorKind::kUsage) << part;
+  };
+  for (const double slip : {52.0, std::nan(""), -HUGE_VAL}) {
+    AnalyseOptions options;
+    options.thresholds.reflectanceDb = slip;
+    refused([&] { Analyse(trace, options); }, "threshold of reflectance");
+    refused([&] { Merge(trace, trace, {options.thresholds, {}}); }, "threshold of reflectance");
+    FilterOptions filter;
+    filter.level = slip;
+    refused([&] { Filter(trace, filter); }, "is not between 0.1 and 10");
+  }
+  refused([&] { Filter(trace, {static_cast<FilterKind>(6), {}}); }, "no filter of kind 6");
+  for (const int percent : {-1, 101}) refused([&] { Quality(trace, {{}, percent}); }, " % is no part");
+
+  Trace away = trace;
+  const Trace there = std::move(away);
+  refused([&] { away.GetCard(); }, "moved away");
+  refused([&] { Analyse(std::move(away)); }, "moved away");
+  away = there;
+  EXPECT_EQ(JsonOf(StoredEvents(away.Part(0))), JsonOf(StoredEvents(trace)));
+
+  const std::string name = testing::TempDir() + "one", same = testing::TempDir() + "./one";
+  EXPECT_EQ(KindOf([&] { SaveTogether({{name, "a"}, {same, "b"}}); }, "two outputs"), ErrorKind::kUnwritable);
+  EXPECT_FALSE(std::filesystem::exists(name));
+}
+
+// Wherever the map of a file is wrong, whatever is asked of the trace is answered or ends in an Error.
+TEST(Library, NothingElseIsThrownOverADamagedMap) {
+  constexpr size_t kMapBytes = 102;
+  const std::vector<char> whole = ReadFile(Example("metro-40km.sor"));
+  CopyOptions native;
+  native.native = true;
+  int refused = 0;
+  for (size_t at = 0; at < kMapBytes; ++at) {
+    std::vector<char> bytes = whole;
+    bytes[at] = '\3';
+    try {
+      const Trace trace = Trace::FromBytes("damaged", bytes);
+      EXPECT_EQ(trace.LevelsDb().size(), static_cast<size_t>(trace.GetCard().points));
+      trace.Part(0).Bytes(native);
+    } catch (const Error&) {
+      ++refused;
+    }
+  }
+  EXPECT_GT(refused, 0);
+}
+
 TEST(Library, FailuresAreOfOneKind) {
   EXPECT_EQ(KindOf([] { Trace::Open("/nowhere/a.sor"); }, "/nowhere/a.sor: "), ErrorKind::kUnreadable);
   EXPECT_EQ(KindOf([] { Trace::Open("/"); }, "is a folder"), ErrorKind::kUnreadable);
   EXPECT_EQ(KindOf([] { Trace::FromBytes("-", {}); }, "standard input: is empty"), ErrorKind::kUnreadable);
   EXPECT_EQ(KindOf([] { Trace::Open("a", {"klingon"}); }, "a: "), ErrorKind::kUnreadable);
   EXPECT_EQ(KindOf([] { Trace::FromBytes("a", {'a'}, {"klingon"}); }, "klingon"), ErrorKind::kUsage);
-  EXPECT_EQ(KindOf([] { Baseline40().Part(0); }, "has no trace 1 of its own"), ErrorKind::kUnreadable);
+  EXPECT_EQ(KindOf([] { Baseline40().Part(1); }, "has no trace 2 of its own"), ErrorKind::kUnreadable);
   EXPECT_EQ(KindOf([] { Baseline40().Save("/nowhere/a.sor"); }, "/nowhere/a.sor: "), ErrorKind::kUnwritable);
   EXPECT_EQ(KindOf([] { StoredRecord().Bytes(); }, "no record"), ErrorKind::kUnwritable);
   const std::string bytes = Baseline40().Bytes();
