@@ -131,7 +131,10 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
   command->add_option("-o,--output", options->output, "Store the record with its event table")
       ->check(OutputName());
   command->add_flag("--ends-only", options->analysis.endsOnly, "Keep only the first and the last event");
-  command->add_flag("--module", options->module, "Show what the analysis module itself answers");
+  CLI::Option* explain = command->add_flag("--explain", options->analysis.explain,
+                                           "Tell why each event was found, dropped or taken for the end");
+  command->add_flag("--module", options->module, "Show what the analysis module itself answers")
+      ->excludes(explain);
   command
       ->add_flag("--drop-unknown", options->analysis.dropUnknown,
                  "Store no blocks that no one here knows, such as a maker's own event table")

@@ -25,8 +25,12 @@ EventTable TableOf(LoadedRecord loaded, const std::optional<TTH>& thresholds, Nu
 EventTable Analyse(Trace trace, const AnalyseOptions& options) {
   LoadedRecord loaded = ForMeasuring(std::move(trace));
   TTH thresholds = ThresholdsFor(*loaded.record, options);
-  AnalyseRecord(loaded, thresholds, options.endsOnly);
-  return TableOf(std::move(loaded), thresholds, Numbers::kMeasured, options.dropUnknown);
+  ExplainingEngine explaining;
+  AnalysisService& engine = options.explain ? explaining : Engine();
+  AnalyseBest(engine, loaded, thresholds, options.endsOnly);
+  EventTable table = TableOf(std::move(loaded), thresholds, Numbers::kMeasured, options.dropUnknown);
+  table.reasons = explaining.TakeReasons();
+  return table;
 }
 
 EventTable AnalyseBy(AnalysisService& service, Trace trace, const AnalyseOptions& options) {

@@ -31,16 +31,16 @@ AnalysedRecord WithEvents(Trace trace, const AnalyseOptions& options, bool anew)
   if (!anew && HasMarkers(record)) return analysed;
   analysed.eventsReplaced = !anew && record.KeyEvents->ListedEvents() > 0;
   TTH thresholds = ThresholdsFor(record, options);
-  AnalyseRecord(analysed.loaded, thresholds, false);
+  AnalyseBest(Engine(), analysed.loaded, thresholds, false);
   analysed.thresholds = thresholds;
   return analysed;
 }
 
-void AnalyseRecord(LoadedRecord& loaded, TTH& thresholds, bool endsOnly) {
+void AnalyseBest(AnalysisService& engine, LoadedRecord& loaded, TTH& thresholds, bool endsOnly) {
   TSorData& record = *loaded.record;
   CallEngine(loaded.name, "is not a trace that can be analysed", [&] {
-    AnalysePlausibly(record, thresholds, [&](TTH& values) { Engine().Analyse(record, values, false); });
-    if (endsOnly) Engine().Analyse(record, thresholds, true);
+    AnalysePlausibly(record, thresholds, [&](TTH& values) { engine.Analyse(record, values, false); });
+    if (endsOnly) engine.Analyse(record, thresholds, true);
   });
 }
 

@@ -6,6 +6,7 @@
 
 #include "lib/LoadedRecord.h"
 #include "lib/ThresholdSource.h"
+#include "reflyze/record.h"
 
 namespace reflyze {
 
@@ -21,7 +22,7 @@ struct AnalysedRecord {
 AnalysedRecord WithEvents(Trace trace, const AnalyseOptions& options, bool anew);
 
 // The best table of a record that is measured; what the engine throws or asserts becomes an Error.
-void AnalyseRecord(LoadedRecord& loaded, TTH& thresholds, bool endsOnly);
+void AnalyseBest(AnalysisService& engine, LoadedRecord& loaded, TTH& thresholds, bool endsOnly);
 
 // What a user should know of the reading.
 std::vector<Warning> WarningsOf(const AnalysedRecord& analysed);

@@ -1,5 +1,7 @@
 #include "lib/Engine.h"
 
+#include <cmath>
+#include <memory>
 #include <vector>
 
 #include "lib/EngineCall.h"
@@ -65,6 +67,36 @@ void UseOwnAssertions() {
     return true;
   }();
   static_cast<void>(used);
+}
+
+int ExplainingEngine::Analyse(TSorData& trace, TTH& thresholds, bool endsOnly) {
+  Engine();
+  const auto analysis = std::make_unique<TAuto>();
+  analysis->decisions = this;
+  trace_ = &trace;
+  ++search_;
+  void* parameters[kSlots] = {};
+  parameters[kCurrentSlot] = &trace;
+  parameters[kThresholdsSlot] = &thresholds;
+  long value = 0;
+  return analysis->ServiceFunction(endsOnly ? cmdAnalyseEndsOnly : cmdAnalyse, value, parameters);
+}
+
+int ExplainingEngine::Compare(TSorData& baseline, TSorData& current, bool recheck) {
+  return Engine().Compare(baseline, current, recheck);
+}
+
+void ExplainingEngine::Note(const Decision& decision) {
+  Reason reason;
+  reason.search = search_;
+  reason.stage = NameOf(decision.stage);
+  reason.choice = NameOf(decision.choice);
+  reason.distanceKm = trace_->OwtToLen(decision.owt);
+  reason.value = decision.value;
+  if (!std::isnan(decision.limit)) reason.limit = decision.limit;
+  reason.unit = decision.unit;
+  reason.sentence = decision.reason;
+  reasons_.push_back(std::move(reason));
 }
 
 std::string ModuleVersion() {

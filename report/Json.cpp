@@ -51,6 +51,21 @@ Json JsonOf(const Deviation& deviation, Numbers numbers) {
           {"exceeded", deviation.exceeded}};
 }
 
+Json JsonOfReasons(const std::vector<Reason>& reasons) {
+  Json list = Json::array();
+  for (const Reason& reason : reasons) {
+    list.push_back({{"search", reason.search},
+                    {"stage", reason.stage},
+                    {"choice", reason.choice},
+                    {"distance_km", reason.distanceKm},
+                    {"value", reason.value},
+                    {"limit", NumberOrNull(reason.limit)},
+                    {"unit", reason.unit},
+                    {"reason", reason.sentence}});
+  }
+  return list;
+}
+
 Json JsonObjectOf(const EventTable& table) {
   Json json;
   json["file"] = table.file;
@@ -71,6 +86,7 @@ Json JsonObjectOf(const EventTable& table) {
   for (const Warning& warning : table.warnings) json["warnings"].push_back(warning.text);
   json["events"] = Json::array();
   for (const Event& row : table.events) json["events"].push_back(JsonOfRow(row));
+  if (!table.reasons.empty()) json["why"] = JsonOfReasons(table.reasons);
   return json;
 }
 

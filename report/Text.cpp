@@ -2,6 +2,7 @@
 
 #include "lib/Text.h"
 #include "reflyze/report.h"
+#include "report/Reasons.h"
 #include "report/Words.h"
 
 namespace reflyze {
@@ -103,6 +104,7 @@ std::string TextOf(const EventTable& table) {
                  saturated && table.returnLossDb ? "<" : "",
                  WithUnit(NumberOrDash(table.returnLossDb, 2), "dB").c_str(), table.noiseFloorDb);
   if (!table.fibre) text += "The trace shows no fibre\n";
+  if (!table.reasons.empty()) text += ReasonsText(table);
   return text;
 }
 

@@ -51,6 +51,7 @@ struct AnalyseOptions {
   ThresholdDocument document;        // before the trace
   std::optional<double> mostLossDb;  // wherever the loss threshold comes from, it is no larger than this
   bool endsOnly = false;             // keep only the first and the last event
+  bool explain = false;              // tell why the analysis decided as it did; see Reason
   bool dropUnknown = false;          // store no blocks that nobody here knows
 };
 
@@ -78,6 +79,19 @@ struct Event {
   std::string comment;
 };
 
+// Why a stage of the analysis decided as it did: what it looked at, what it chose, and by which limit. Places
+// count as those of events do. docs/ends.md lists the stages.
+struct Reason {
+  int search = 1;           // the analysis searches again where a table can't be true: which time
+  std::string stage;        // "scan", "tail", "detectors", "selection", ...
+  std::string choice;       // "found", "dropped", "end", "no end"
+  double distanceKm = 0.0;  // from the user's zero
+  double value = 0.0;
+  std::optional<double> limit;
+  std::string unit;      // of value and limit: "dB", "dB/km", "km", "grade", "events"
+  std::string sentence;  // the reason
+};
+
 // The events of one trace, with what they were found by.
 struct EventTable {
   std::string file;
@@ -95,7 +109,8 @@ struct EventTable {
   std::optional<double> returnLossDb;  // at most, where the receiver was saturated
   std::vector<Warning> warnings;
   std::vector<Event> events;
-  StoredRecord record;  // the trace with these events
+  std::vector<Reason> reasons;  // in the order of the decisions; none unless asked for
+  StoredRecord record;          // the trace with these events
 };
 
 // Finds the events of a trace. Throws Error kUnreadable for a trace that can't be measured, and for a file

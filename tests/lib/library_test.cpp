@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -66,6 +67,33 @@ TEST(Library, SideBySideAsAlone) {
   for (std::string& text : found) threads.emplace_back([&] { text = JsonOf(Analyse(trace)); });
   for (std::thread& thread : threads) thread.join();
   for (const std::string& text : found) EXPECT_EQ(text, alone);
+}
+
+// Reasons change no result. Each end of the fibre and each event between has one; so has what was dropped.
+TEST(Library, TellsWhy) {
+  AnalyseOptions options;
+  options.explain = true;
+  for (const char* name : {"metro-40km.sor", "access-2km.sor", "long-80km.sor", "current-40km.sor"}) {
+    SCOPED_TRACE(name);
+    const Trace trace = Trace::Open(Example(name));
+    EventTable told = Analyse(trace, options);
+    const EventTable silent = Analyse(trace);
+    EXPECT_TRUE(silent.reasons.empty());
+    EXPECT_EQ(told.record.Bytes(), silent.record.Bytes());
+    bool end = false;
+    for (const Reason& reason : told.reasons) {
+      end = end || (reason.choice == "end" && std::fabs(reason.distanceKm - *told.lengthKm) < 0.01);
+      EXPECT_FALSE(reason.sentence.empty());
+      EXPECT_GE(reason.search, 1);
+    }
+    EXPECT_TRUE(end);
+    const std::string text = TextOf(told);
+    EXPECT_NE(text.find("\nWhy\n"), std::string::npos);
+    EXPECT_NE(JsonOf(told).find("\"why\":[{"), std::string::npos);
+    told.reasons.clear();
+    EXPECT_EQ(TextOf(told), TextOf(silent));
+    EXPECT_EQ(JsonOf(told), JsonOf(silent));
+  }
 }
 
 TEST(Library, WatchesAFibre) {
