@@ -127,8 +127,10 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
   command
       ->add_option("TRACE", options->traces, "SOR file, or - for standard input; several give a result each")
       ->required()
+      ->type_name(kFileValue)
       ->check(InputName());
   command->add_option("-o,--output", options->output, "Store the record with its event table")
+      ->type_name(kFileValue)
       ->check(OutputName());
   command->add_flag("--ends-only", options->analysis.endsOnly, "Keep only the first and the last event");
   CLI::Option* explain = command->add_flag("--explain", options->analysis.explain,
@@ -146,6 +148,7 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
   command
       ->add_option("-j,--jobs", options->jobs,
                    "Traces to analyse at once; as many as there are cores, if not given")
+      ->type_name("N")
       ->check(NumberBetween(1, kMostJobs));
   command->add_flag("-q,--quiet", options->quiet, "Don't show on a terminal which trace is being analysed");
   command->callback([options, &session] {

@@ -96,26 +96,35 @@ void AddBaselineCommand(CLI::App& app, Session& session) {
       "baseline", "Make a trace the baseline of its fibre's monitoring; analyses what has no events");
   command->add_option("TRACE", options->trace, "SOR file, or - for standard input")
       ->required()
+      ->type_name(kFileValue)
       ->check(InputName());
-  command->add_option("-o,--output", options->output, "SOR file to write")->required()->check(OutputName());
+  command->add_option("-o,--output", options->output, "SOR file to write")
+      ->required()
+      ->type_name(kFileValue)
+      ->check(OutputName());
   command->add_option("--level", monitoring.level, "Name of the alarm level")
+      ->type_name("NAME")
       ->required()
       ->check(Check(LevelNameProblem));
-  const auto addLimit = [&](const char* name, double& limit, const char* meaning) {
+  const auto addLimit = [&](const char* name, double& limit, const char* unit, const char* meaning) {
     command->add_option(name, limit, meaning)
+        ->type_name(unit)
         ->transform(NumberBetween(0.0, kLargestLimit))
         ->capture_default_str();
   };
-  addLimit("--lt", monitoring.ltDb, "Largest growth of an event's loss, dB");
-  addLimit("--rt", monitoring.rtDb, "Largest change of its reflectance, dB");
-  addLimit("--ct", monitoring.ctDbPerKm, "Largest change of the attenuation before it, dB/km");
-  addLimit("--eel", monitoring.eelDb, "Largest change of the end-to-end loss, dB; stored for other hosts");
+  addLimit("--lt", monitoring.ltDb, "DB", "Largest growth of an event's loss, dB");
+  addLimit("--rt", monitoring.rtDb, "DB", "Largest change of its reflectance, dB");
+  addLimit("--ct", monitoring.ctDbPerKm, "DB_PER_KM", "Largest change of the attenuation before it, dB/km");
+  addLimit("--eel", monitoring.eelDb, "DB",
+           "Largest change of the end-to-end loss, dB; stored for other hosts");
   command
       ->add_option("--search", options->search,
-                   "KM:KM, a stretch to search for new events; else each section between two events")
+                   "A stretch to search for new events; else each section between two events")
+      ->type_name("KM:KM")
       ->allow_extra_args(false)
       ->check(Check(StretchProblem));
-  command->add_option("--set", options->settings, "NAME=VALUE, a setting of the comparison, see below")
+  command->add_option("--set", options->settings, "A setting of the comparison, see below")
+      ->type_name("NAME=VALUE")
       ->allow_extra_args(false)
       ->check(Check(SettingProblem));
   AddFormatOption(*command, options->format);

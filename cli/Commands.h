@@ -23,4 +23,7 @@ constexpr void (*kCommands[])(CLI::App&, Session&) = {
     AddAnalyseCommand, AddDumpCommand,  AddCopyCommand,    AddFilterCommand,  AddBaselineCommand,
     AddCompareCommand, AddMergeCommand, AddQualityCommand, AddSimulateCommand};
 
+// Adds all commands, and the options that each of them takes.
+void DescribeProgram(CLI::App& app, Session& session);
+
 }  // namespace reflyze::cli

@@ -42,11 +42,14 @@ void AddCompareCommand(CLI::App& app, Session& session) {
       app.add_subcommand("compare", "Tell what changed since the baseline; status 1 if anything did");
   command->add_option("BASELINE", options->baseline, "SOR file that reflyze baseline made")
       ->required()
+      ->type_name(kFileValue)
       ->check(InputName());
   command->add_option("CURRENT", options->current, "SOR file of the same fibre, or - for standard input")
       ->required()
+      ->type_name(kFileValue)
       ->check(InputName());
   command->add_option("-o,--output", options->output, "Store the current record with its results")
+      ->type_name(kFileValue)
       ->check(OutputName());
   command->add_flag("--recheck", options->compare.recheck,
                     "Hold the results in CURRENT, stored by an earlier comparison, against the limits again");

@@ -32,8 +32,12 @@ void AddCopyCommand(CLI::App& app, Session& session) {
   CLI::App* command = app.add_subcommand("copy", "Copy a record, whole or without some of its blocks");
   command->add_option("IN", options->input, "SOR file, or - for standard input")
       ->required()
+      ->type_name(kFileValue)
       ->check(InputName());
-  command->add_option("OUT", options->output, "File to write")->required()->check(OutputName());
+  command->add_option("OUT", options->output, "File to write")
+      ->required()
+      ->type_name(kFileValue)
+      ->check(OutputName());
   CLI::Option* native =
       command->add_flag("--native", options->copy.native,
                         "Write the record anew, in the revisions and with the blocks of reflyze");
@@ -43,6 +47,7 @@ void AddCopyCommand(CLI::App& app, Session& session) {
   command
       ->add_option("--trace", options->trace,
                    "Of a record that holds several traces, this one alone, without the events of the file")
+      ->type_name("N")
       ->needs(native)
       ->check(NumberBetween(1, kMostTraces));
   command->callback([options, &session] {

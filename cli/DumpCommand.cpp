@@ -29,6 +29,7 @@ void AddDumpCommand(CLI::App& app, Session& session) {
   CLI::App* command = app.add_subcommand("dump", "Show every field of every block of a file");
   command->add_option("TRACE", options->trace, "SOR file, or - for standard input")
       ->required()
+      ->type_name(kFileValue)
       ->check(InputName());
   command->add_flag("--no-data{false}", options->dump.samples, "Leave the samples out");
   command->add_flag("--native", options->dump.native,

@@ -41,9 +41,11 @@ void AddFilterCommand(CLI::App& app, Session& session) {
   CLI::App* command = app.add_subcommand("filter", "Smooth a trace and print what the filter found");
   command->add_option("TRACE", options->trace, "SOR file, or - for standard input")
       ->required()
+      ->type_name(kFileValue)
       ->check(InputName());
   command->add_option("-o,--output", options->output, "Store the trace with its smoothed levels")
       ->required()
+      ->type_name(kFileValue)
       ->check(OutputName());
   command
       ->add_option("--kind", options->kind,
@@ -53,6 +55,7 @@ void AddFilterCommand(CLI::App& app, Session& session) {
   command
       ->add_option("--level", options->filter.level,
                    "Strength of the filter, 1 is usual; without it the trace's")
+      ->type_name("L")
       ->transform(NumberBetween(kLeastFilterLevel, kLargestFilterLevel));
   AddFormatOption(*command, options->format);
   command->callback([options, &session] {

@@ -8,6 +8,26 @@
 #include "reflyze/version.h"
 
 namespace reflyze::cli {
+
+void DescribeProgram(CLI::App& app, Session& session) {
+  app.name("reflyze");
+  app.description("Reads, analyses and compares the traces of optical time-domain reflectometers.");
+  app.require_subcommand(0, 1);
+  app.add_flag("--version", session.showVersion, "Show the version of the analysis module");
+  app.set_help_flag("-h,--help", "Show this help");
+  app.add_option("--log", session.logName, "Log file, or - for standard error")
+      ->type_name(kFileValue)
+      ->check(InputName());
+  app.add_option("--encoding", session.encoding,
+                 "Of texts in records: auto (UTF-8 where they are valid, else ISO 8859-1), utf-8, iso-8859-1 "
+                 "or another")
+      ->type_name("NAME")
+      ->check(TextEncoding())
+      ->capture_default_str();
+  app.fallthrough();
+  for (const auto add : kCommands) add(app, session);
+}
+
 namespace {
 
 const std::string kSeeHelp = " (see reflyze --help)";
@@ -17,22 +37,7 @@ struct LogGuard {
   ~LogGuard() { LogFile = nullptr; }
 };
 
-void DescribeProgram(CLI::App& app, Session& session) {
-  app.require_subcommand(0, 1);
-  app.set_help_flag("-h,--help", "Show this help");
-  app.add_option("--log", session.logName, "Log file, or - for standard error")->check(InputName());
-  app.add_option("--encoding", session.encoding,
-                 "Of texts in records: auto (UTF-8 where they are valid, else ISO 8859-1), utf-8, iso-8859-1 "
-                 "or another")
-      ->check(TextEncoding())
-      ->capture_default_str();
-  app.fallthrough();
-  for (const auto add : kCommands) add(app, session);
-}
-
 int Run(CLI::App& app, int argc, const char* const* argv, Session& session) {
-  bool version = false;
-  app.add_flag("--version", version, "Show the version of the analysis module");
   DescribeProgram(app, session);
   try {
     app.parse(argc, argv);
@@ -49,7 +54,7 @@ int Run(CLI::App& app, int argc, const char* const* argv, Session& session) {
     return kUsage;
   }
   if (!session.logName.empty()) session.OpenLog(session.logName);
-  if (version) {
+  if (session.showVersion) {
     session.Print("reflyze " + ModuleVersion() + "\n");
     return kDone;
   }
@@ -65,7 +70,7 @@ int Run(CLI::App& app, int argc, const char* const* argv, Session& session) {
 int Main(int argc, const char* const* argv, std::istream& in, std::ostream& out, std::ostream& err) {
   const LogGuard logGuard;
   Session session(in, out, err);
-  CLI::App app("Reads, analyses and compares the traces of optical time-domain reflectometers.", "reflyze");
+  CLI::App app;
   try {
     return Run(app, argc, argv, session);
   } catch (const Error& error) {

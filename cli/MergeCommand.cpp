@@ -39,11 +39,16 @@ void AddMergeCommand(CLI::App& app, Session& session) {
       "Bring the events of both directions of a fibre together; with thresholds, analyse both first");
   command->add_option("A", options->traceA, "SOR file from the first end, or - for standard input")
       ->required()
+      ->type_name(kFileValue)
       ->check(InputName());
-  command->add_option("B", options->traceB, "SOR file from the other end")->required()->check(InputName());
+  command->add_option("B", options->traceB, "SOR file from the other end")
+      ->required()
+      ->type_name(kFileValue)
+      ->check(InputName());
   command->add_option("-o,--output", options->outputs, "Store both records with their merged events")
       ->required()
       ->expected(2)
+      ->type_name(kFileValue)
       ->check(OutputName());
   AddThresholdOptions(*command, options->thresholds);
   AddFormatOption(*command, options->format);

@@ -76,16 +76,22 @@ CLI::Option* AddFormatOption(CLI::App& command, std::string& format) {
 void AddThresholdOptions(CLI::App& command, ThresholdOptions& options) {
   Thresholds& asked = options.thresholds;
   command.add_option("--lt", asked.lossDb, "Loss threshold, dB")
+      ->type_name("DB")
       ->transform(NumberBetween(0.0, kLargestThreshold));
   command.add_option("--rt", asked.reflectanceDb, "Reflectance threshold, dB (negative)")
+      ->type_name("DB")
       ->transform(NumberBetween(-kLargestThreshold, 0.0));
   command.add_option("--et", asked.endDb, "End of fibre threshold, dB")
+      ->type_name("DB")
       ->transform(NumberBetween(0.0, kLargestThreshold));
   command.add_option("--ct", asked.slopeDbPerKm, "Slope threshold, dB/km")
+      ->type_name("DB_PER_KM")
       ->transform(NumberBetween(0.0, kLargestThreshold));
-  CLI::Option* file =
-      command.add_option("--thresholds", options.file, "INI document with thresholds")->check(InputName());
+  CLI::Option* file = command.add_option("--thresholds", options.file, "INI document with thresholds")
+                          ->type_name(kFileValue)
+                          ->check(InputName());
   command.add_option("--section", options.section, "Section of that document")
+      ->type_name("NAME")
       ->needs(file)
       ->capture_default_str();
 }

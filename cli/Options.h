@@ -31,6 +31,9 @@ CLI::Validator InputName();
 // The name of a file to write: not empty, and not "-", since standard output takes the listings.
 CLI::Validator OutputName();
 
+// What help, manual page and completion show for a value that names a file.
+constexpr char kFileValue[] = "FILE";
+
 // "text" or "json".
 CLI::Option* AddFormatOption(CLI::App& command, std::string& format);
 

@@ -36,14 +36,17 @@ void AddQualityCommand(CLI::App& app, Session& session) {
       "quality", "Tell how far each event's place and loss can be trusted; analyses what has no events");
   command->add_option("TRACE", options->trace, "SOR file, or - for standard input")
       ->required()
+      ->type_name(kFileValue)
       ->check(InputName());
   command
       ->add_option("--long-pulse", options->longPulse,
                    "The same fibre with a longer pulse, for losses within dead zones")
+      ->type_name(kFileValue)
       ->check(InputName());
   command
       ->add_option("--last-percent", options->lastPercent,
                    "Does the fibre end in the last N percent of the range?")
+      ->type_name("N")
       ->check(WholeNumber())
       ->check(NumberBetween(0.0, 100.0))
       ->capture_default_str();

@@ -44,6 +44,7 @@ class Session {
 
   // What the chosen command does; set while the command line is parsed.
   std::function<int(Session&)> command;
+  bool showVersion = false;
   std::string logName;
   std::string encoding = "auto";
 

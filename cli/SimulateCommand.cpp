@@ -38,11 +38,17 @@ void AddSimulateCommand(CLI::App& app, Session& session) {
   CLI::App* command = app.add_subcommand("simulate", "Make the trace that a described link would give");
   command->add_option("LINK", options->link, "JSON description of a link, or - for standard input")
       ->required()
+      ->type_name(kFileValue)
       ->check(InputName());
-  command->add_option("-o,--output", options->output, "SOR file to write")->required()->check(OutputName());
+  command->add_option("-o,--output", options->output, "SOR file to write")
+      ->required()
+      ->type_name(kFileValue)
+      ->check(OutputName());
   command->add_option("--truth", options->truth, "Store what stands on the fibre, as JSON")
+      ->type_name(kFileValue)
       ->check(OutputName());
   command->add_option("--seed", options->seed, "Seed of the noise")
+      ->type_name("N")
       ->check(WholeNumber())
       ->capture_default_str();
   AddFormatOption(*command, options->format);
