@@ -71,7 +71,7 @@ TTH BenchThresholds() {
   TTH thresholds(nullptr);
   thresholds.THLoss = 0.05;
   thresholds.THEnd = 3.0;
-  thresholds.fromAutomat = 1;  // taken literally, as the program does
+  thresholds.fromAutomat = 1;  // thresholds are taken literally, as by the program
   return thresholds;
 }
 

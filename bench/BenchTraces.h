@@ -7,8 +7,8 @@
 
 namespace reflyze::bench {
 
-// A metro link of a dozen joints, sampled finer the more points it has: as many points a pulse for every
-// size, so that windows in points, and with them the work a point, stay alike.
+// A metro link of a dozen joints. With more points it is sampled finer, but a pulse has as many points in
+// every size. Windows in points, and with them the work for each point, stay alike.
 std::unique_ptr<TSorData> MetroTrace(long points);
 
 // What may have happened to that link since its baseline.

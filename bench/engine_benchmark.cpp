@@ -1,6 +1,7 @@
-// What the engine costs per point, measured against a plain pass that sums the levels of the same trace in
-// the same run: the counter `passes` is the one to look at, since it does not depend on the machine. That of
-// a comparison is `analyses`; `bytes_kept` is what it leaves in use when its records are gone.
+// What the engine costs for each point. The counter `passes` compares it with a plain pass that sums the
+// levels of the same trace in the same run; it is the one to look at, since it does not depend on the
+// machine. The counter of a comparison is `analyses`. `bytes_kept` is what it leaves in use when its records
+// are gone.
 
 #include <benchmark/benchmark.h>
 #include <malloc.h>
@@ -71,7 +72,8 @@ double AnalysisSeconds(const TSorData& trace) {
   return best;
 }
 
-// Counters: passes is the time of one iteration over that of the plain pass, ns_per_point speaks for itself.
+// Counters: `passes` is the time of one iteration over that of the plain pass, `ns_per_point` the time for
+// each point.
 void Report(benchmark::State& state, const TSorData& trace) {
   const auto points = static_cast<double>(trace.DataPts->GetPointsNum());
   using benchmark::Counter;
@@ -143,8 +145,8 @@ void Analyse(benchmark::State& state) {
   Report(state, trace);
 }
 
-// A fibre on which nothing has changed, as the program compares it: with a search for new events in every
-// section, and its answer held against the levels.
+// Compares a fibre on which nothing has changed, as the program does: with a search for new events in every
+// section, and with the answer held against the levels.
 void CompareUnchanged(benchmark::State& state) {
   const std::unique_ptr<TSorData> baseline = bench::MetroBaseline(state.range(0));
   const std::unique_ptr<TSorData> trace = bench::LaterTrace(state.range(0), bench::Change::kNothing);

@@ -1,5 +1,5 @@
-// The commands of the module on a simulated metro link: the time a point, and what they hold on the heap
-// meanwhile.
+// The commands of the module on a simulated metro link: the time for each point, and the memory that they
+// hold on the heap.
 
 #include <benchmark/benchmark.h>
 
@@ -13,7 +13,7 @@ namespace {
 using namespace reflyze;
 using namespace reflyze::bench;
 
-// Times `work(given)`, for what `prepare` gives anew outside of the time.
+// Times `work(given)`. `prepare` makes what it is given anew each time, outside of the time.
 template <class Prepare, class Work>
 void Time(benchmark::State& state, Prepare prepare, Work work) {
   long heapBytes = 0;

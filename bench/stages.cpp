@@ -1,5 +1,5 @@
-// One piece of the engine's work on a simulated trace, and nothing else inside `MeasuredWork`: what a
-// profiler that counts from there sees (bench/run).
+// Runs one piece of the engine's work on a simulated trace, and nothing else, inside `MeasuredWork`. A
+// profiler counts from that function on (bench/run).
 
 #include <cstdio>
 #include <cstdlib>

@@ -20,7 +20,7 @@ constexpr unsigned kMostJobs = 1024;
 struct AnalyseCommand {
   std::vector<std::string> traces;
   std::string output;
-  bool module = false;  // its answer alone
+  bool module = false;  // show the module's answer alone
   ThresholdOptions thresholds;
   AnalyseOptions analysis;
   std::string format = "text";
@@ -37,7 +37,7 @@ std::string Listing(const EventTable& table, const std::string& format) {
 // What stands between two listings.
 std::string Between(const std::string& format) { return format == "text" ? "\n" : ""; }
 
-// Standard input can be read once, and by the first that asks for it, whichever thread is faster.
+// Standard input can be read once. The first trace that names it gets it, whichever thread is faster.
 void RequireFirstOfStandardInput(const std::vector<std::string>& traces, size_t index) {
   if (traces[index] != "-" || std::find(traces.begin(), traces.end(), "-") == traces.begin() + index) return;
   throw Error(ErrorKind::kUnreadable, "standard input", "was read for an earlier trace");
@@ -56,11 +56,11 @@ std::string AnalyseTrace(Session& session, const AnalyseCommand& options, Trace 
   return Listing(table, options.format);
 }
 
-// Several traces in a file are each a record of its own, under the one name.
+// A file may hold several traces. Each is listed as a record of its own, under the name of the file.
 std::string AnalyseFile(Session& session, const AnalyseCommand& options, size_t index) {
   RequireFirstOfStandardInput(options.traces, index);
   Trace file = session.Open(options.traces[index]);
-  const int traces = options.output.empty() ? file.TraceCount() : 1;  // what is stored is one trace
+  const int traces = options.output.empty() ? file.TraceCount() : 1;  // only one trace can be stored
   if (traces < 2) return AnalyseTrace(session, options, std::move(file));
   std::string listing;
   for (int i = 0; i < traces; ++i)
@@ -68,14 +68,14 @@ std::string AnalyseFile(Session& session, const AnalyseCommand& options, size_t 
   return listing;
 }
 
-// What comes of one trace.
+// The result of one trace.
 struct Outcome {
   std::optional<std::string> listing;  // none where the trace could not be analysed
   int status = kDone;
   Sayings sayings;  // warnings, errors and log entries
 };
 
-// Whatever is wrong with a trace, it is that trace's line on standard error and not the end of the others.
+// A trace that can't be analysed costs one line on standard error. The others go on.
 Outcome AnalyseAside(Session& session, const AnalyseCommand& options, size_t index) {
   Outcome outcome;
   const Aside aside(outcome.sayings);
@@ -92,10 +92,10 @@ Outcome AnalyseAside(Session& session, const AnalyseCommand& options, size_t ind
   return outcome;
 }
 
-// One result a trace, in order. Traces are analysed on several threads, each with an engine and a record of
-// its own. What they share is filled before they start and only read then: the module with its tables, the
-// options with their document of thresholds. Warnings and the log are spoken in order by this thread.
-// Standard input belongs to one trace, and only a single trace is stored.
+// One result for each trace, in order. Traces are analysed on several threads, each with an engine and a
+// record of its own. What they share is filled before they start and only read then: the module with its
+// tables, the options with their document of thresholds. This thread says the warnings and the log entries,
+// in order. Standard input belongs to one trace, and only a single trace is stored.
 int RunAnalyse(Session& session, AnalyseCommand& options) {
   int status = kDone;
   options.analysis.thresholds = options.thresholds.thresholds;
@@ -104,7 +104,7 @@ int RunAnalyse(Session& session, AnalyseCommand& options) {
   const size_t total = options.traces.size();
   OrderedWork<Outcome> work(total, options.jobs != 0 ? options.jobs : std::thread::hardware_concurrency(),
                             [&](size_t index) { return AnalyseAside(session, options, index); });
-  // Stands before the next listing: a heading once, and an empty line between texts.
+  // What goes before the next listing: a heading before the first, and an empty line between texts.
   std::string before = options.format == "csv" ? CsvHeader() : "";
   for (size_t i = 0; i < total; ++i) {
     if (!options.quiet) session.Progress(i + 1, total, options.traces[i]);

@@ -6,7 +6,7 @@
 namespace reflyze::cli {
 namespace {
 
-thread_local Sayings* keeping = nullptr;  // where this thread's sayings go; null: straight out
+thread_local Sayings* keeping = nullptr;  // where this thread's sayings are kept; null: they are said at once
 
 std::string Copy(const char* text) { return text == nullptr ? "" : text; }
 

@@ -7,12 +7,12 @@
 
 namespace reflyze::cli {
 
-// What a thread had to say, in order; each is said by calling it.
+// What a thread had to say, in order. Calling an entry says it.
 using Sayings = std::vector<std::function<void()>>;
 
-// Several traces may be analysed at once, yet the program speaks with one voice: while an object of this
-// class lives, all that its thread says is kept, for the thread that talks to the user to say when its turn
-// has come.
+// Several traces may be analysed at once, but one thread alone talks to the user. While an object of this
+// class lives, what its thread says is kept. The thread that talks to the user says it when its turn has
+// come.
 class Aside {
  public:
   explicit Aside(Sayings& kept);
@@ -20,15 +20,15 @@ class Aside {
   Aside& operator=(const Aside&) = delete;
   ~Aside();
 
-  // Says it now, or keeps it where the thread speaks aside.
+  // Says it now, or keeps it where the thread has an Aside.
   static void Say(std::function<void()> saying);
 
  private:
   Sayings* const outer_;
 };
 
-// The log of the program, which records and the module write to from any thread. A log itself is not for
-// several threads at once: its header goes out once, and entries are to stand in the order of the traces.
+// The log of the program. Records and the module write to it from any thread, which a TLogFile by itself does
+// not allow: its header goes out once, and its entries are to stand in the order of the traces.
 class SpokenLog : public TLogFile {
  public:
   using TLogFile::TLogFile;

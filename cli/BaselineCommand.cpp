@@ -24,7 +24,7 @@ struct BaselineCommand {
 constexpr double kFarthestKm = 10000.0;
 
 std::string LevelNameProblem(const std::string& name) {
-  // A record takes a comparison with a level that has no name for no comparison.
+  // A level without a name tells a record that there was no comparison.
   if (name.find_first_not_of(' ') == std::string::npos) return "the name is empty";
   return OneLine(name) != name ? "a name is one line of text" : "";
 }
@@ -63,7 +63,7 @@ std::pair<std::string, double> SettingOf(const std::string& text) {
   return {text.substr(0, equals), std::strtod(text.c_str() + equals + 1, nullptr)};
 }
 
-// A check without a name of its own in the help: the option's text tells.
+// A check that adds nothing to the help, since the option's text says what it takes.
 CLI::Validator Check(std::string (*problem)(const std::string&)) {
   return CLI::Validator([problem](std::string& text) { return problem(text); }, "");
 }

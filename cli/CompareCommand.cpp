@@ -15,7 +15,7 @@ struct CompareCommand {
   std::string baseline, current;
   std::string output;
   CompareOptions compare;
-  bool module = false;  // its answer alone
+  bool module = false;  // show the module's answer alone
   std::string format = "text";
 };
 

@@ -13,7 +13,7 @@ enum ExitStatus {
   kUnwritable = 4,  // an output could not be written
 };
 
-// What stops a command, as a status.
+// The exit status for an error that has stopped a command.
 inline ExitStatus StatusOf(const Error& error) {
   switch (error.kind()) {
     case ErrorKind::kUsage:

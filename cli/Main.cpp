@@ -32,7 +32,7 @@ namespace {
 
 const std::string kSeeHelp = " (see reflyze --help)";
 
-// The log outlives no session.
+// The global log belongs to a session and goes with it.
 struct LogGuard {
   ~LogGuard() { LogFile = nullptr; }
 };

@@ -8,12 +8,12 @@ enum TCmdASF : int;
 
 namespace reflyze::cli {
 
-// The analysis module as a host process uses it: loaded at run time, reached through its four functions. The
-// module stays loaded until the process ends, since records keep objects that it made.
+// The analysis module as a host process uses it: loaded at run time and reached through its four functions.
+// It stays loaded until the process ends, because records keep objects that it made.
 class ModuleHost : public AnalysisService {
  public:
   // Loads the module from beside the executable, else from the library folder of the installation, and hands
-  // it the log (null: none). Throws Error kUnreadable if it is not there or lacks a function.
+  // it the log, or null for none. Throws Error kUnreadable if it is not there or lacks a function.
   explicit ModuleHost(TLogFile* log);
 
   std::string Version() const;

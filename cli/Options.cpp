@@ -14,7 +14,7 @@
 namespace reflyze::cli {
 namespace {
 
-// A check without a name of its own in the help: the option's text tells.
+// A check that adds nothing to the help, since the option's text says what it takes.
 template <class Check>
 CLI::Validator Unnamed(Check check) {
   return CLI::Validator([check](std::string& text) { return check(text); }, "");
@@ -49,7 +49,7 @@ CLI::Validator TextEncoding() {
 }
 
 bool NameTheSame(const std::string& one, const std::string& other) {
-  std::error_code unknown;  // then the names decide
+  std::error_code unknown;  // where it is set, the names as given decide
   const std::filesystem::path path = std::filesystem::weakly_canonical(one, unknown);
   const std::filesystem::path otherPath = std::filesystem::weakly_canonical(other, unknown);
   return one == other || (!unknown && path == otherPath);

@@ -9,11 +9,12 @@ namespace reflyze::cli {
 
 class Session;
 
-// What the options of several commands take. The library's own range lets "not a number" and the empty text
-// of an unset variable pass.
+// Checks and options that several commands share. CLI11's own range check lets "not a number" and the empty
+// text of an unset variable pass.
 
-// A plain finite number between two bounds. As a transformation it says the double next to the text digit by
-// digit: the library reads a wider type, which is rounded twice, and not equally wide on all machines.
+// A finite number between two bounds. As a transformation it writes the double nearest to the text in
+// hexadecimal. CLI11 reads a long double and rounds that to a double: it would round twice, and long doubles
+// are not equally wide on all machines.
 CLI::Validator NumberBetween(double least, double most);
 
 // A whole number from 0 to 2^64 - 1.
@@ -37,16 +38,17 @@ constexpr char kFileValue[] = "FILE";
 // "text" or "json".
 CLI::Option* AddFormatOption(CLI::App& command, std::string& format);
 
-// Where the thresholds of an analysis come from: single values before the document, the document before the
-// trace.
+// Where the thresholds of an analysis come from. A single value overrides the document, and the document
+// overrides the trace.
 struct ThresholdOptions {
   Thresholds thresholds;
   std::string file;             // INI document
-  std::string section = "NON";  // the section that such a document holds by default
+  std::string section = "NON";  // the section that instruments write
 };
 
 void AddThresholdOptions(CLI::App& command, ThresholdOptions& options);
-// The document is read once for all traces, so that it may come through a pipe. None without a file.
+// The thresholds of the document, none without a file. It is read once for all traces, so that it may come
+// through a pipe.
 ThresholdDocument ReadDocument(Session& session, const ThresholdOptions& options);
 
 }  // namespace reflyze::cli

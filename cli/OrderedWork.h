@@ -13,14 +13,14 @@
 
 namespace reflyze::cli {
 
-// Pieces of work 0, 1, 2 ... done by several threads and handed out in order. Pieces are begun in order; how
-// many are begun or done and not yet handed out is bounded, so that one long piece does not heap up results
-// behind it.
+// Pieces of work 0, 1, 2 ..., done by several threads and handed out in order. Pieces are begun in order. How
+// many are begun or done and not yet handed out is bounded, so that results do not pile up behind one long
+// piece.
 template <class Result>
 class OrderedWork {
  public:
   // `work(i)` does one piece, on any thread and several at once. With one thread, or where the system gives
-  // none, the pieces are done as they are asked for, on the caller's.
+  // none, a piece is done on the caller's thread when it is asked for.
   OrderedWork(size_t pieces, size_t threads, std::function<Result(size_t)> work)
       : pieces_(pieces), work_(std::move(work)) {
     const size_t most = std::min(threads, pieces);
@@ -29,7 +29,7 @@ class OrderedWork {
     try {
       while (threads_.size() < most) threads_.emplace_back([this] { DoPieces(); });
     } catch (const std::system_error&) {
-      // The system is short of threads: those that there are do the work.
+      // The system gives no more threads. Those that have started do the work.
     }
   }
   OrderedWork(const OrderedWork&) = delete;
@@ -45,8 +45,8 @@ class OrderedWork {
     for (std::thread& thread : threads_) thread.join();
   }
 
-  // The result of the next piece in order, once it is there, or the exception that it ended in. Not to be
-  // called more often than there are pieces.
+  // The result of the next piece in order, once it is there, or the exception that it ended in. May be called
+  // once for each piece.
   Result Next() {
     if (threads_.empty()) return work_(next_++);
     for (; next_ < pieces_ && begun_.size() < ahead_; ++next_) Begin(next_);
@@ -83,9 +83,9 @@ class OrderedWork {
   const std::function<Result(size_t)> work_;
   size_t ahead_ = 0;                       // most pieces begun and not handed out
   size_t next_ = 0;                        // first piece that was not begun
-  std::deque<std::future<Result>> begun_;  // of the caller's thread, as are the two above
+  std::deque<std::future<Result>> begun_;  // only the caller's thread uses it and the two above
 
-  std::mutex mutex_;  // over the two below
+  std::mutex mutex_;  // guards the two below
   std::deque<std::packaged_task<Result()>> waiting_;
   bool closed_ = false;
   std::condition_variable wake_;

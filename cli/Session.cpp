@@ -51,7 +51,7 @@ void Session::Progress(size_t number, size_t total, const std::string& what) {
 }
 
 void Session::OpenLog(const std::string& name) {
-  // A log that only goes to standard error still wants a primary file that opens.
+  // A log needs a file that opens, even where all of it goes to standard error.
   const bool toStandardError = name == "-";
   log_ = std::make_unique<SpokenLog>(toStandardError ? "/dev/null" : name.c_str(), TLogFile::wmAppend,
                                      toStandardError ? TLogFile::lmStdErr : TLogFile::lmPrimaryFile);

@@ -16,8 +16,8 @@ class App;
 
 namespace reflyze::cli {
 
-// One run of the program: the streams it talks to, the log, and the module once a command needs it. Commands
-// take what they print to Print, so that a command that fails has printed nothing.
+// One run of the program: the streams it talks to, the log, and the module once a command needs it. A command
+// prints at its end and through Print, so that one that fails has printed nothing.
 class Session {
  public:
   Session(std::istream& in, std::ostream& out, std::ostream& err) : in_(in), out_(out), err_(err) {}
@@ -27,19 +27,21 @@ class Session {
   std::vector<char> Read(const std::string& name, size_t most = kLargestInput);
   Trace Open(const std::string& name);
 
-  // Results, on standard output. A stream that does not take them is an unwritable output.
+  // Prints results on standard output. Throws Error kUnwritable where the stream does not take them.
   void Print(const std::string& text);
-  // One line on standard error; control characters in it are replaced, so that a file's name or a record's
-  // text can't break it. Where the thread speaks aside (cli/Aside.h), it is kept until its turn.
+  // Prints one line on standard error. Control characters in it are replaced, so that a file's name or a
+  // record's text can't break it. Where the thread has an Aside (cli/Aside.h), the line is kept until its
+  // turn.
   void Warn(const std::string& line);
   void Warn(const std::vector<Warning>& warnings);  // a line each
-  // "[3/12] file" on a terminal, over itself; nothing elsewhere. An empty text wipes it.
+  // Shows "[3/12] file" on a terminal, over the line before; shows nothing elsewhere. An empty text wipes it.
   void Progress(size_t number, size_t total, const std::string& what);
 
-  // Opens the log: a file's name, or "-" for standard error. Error kUnwritable where it does not open.
+  // Opens the log. `name` is that of a file, or "-" for standard error. Throws Error kUnwritable where it
+  // does not open.
   void OpenLog(const std::string& name);
-  // The module, loaded and initialised on first use. Error kUnreadable where it is not found. Loading fills
-  // the module's tables and texts; threads may share it once that is done, each call on a record of its own.
+  // The module, loaded and initialised on first use. Throws Error kUnreadable where it is not found. Loading
+  // fills the module's tables and texts. After that, threads may share it, each with a record of its own.
   ModuleHost& Module();
 
   // What the chosen command does; set while the command line is parsed.
@@ -56,7 +58,7 @@ class Session {
   std::unique_ptr<ModuleHost> module_;
 };
 
-// The whole program: parses, runs, turns every failure into one line and an exit status.
+// The whole program: parses, runs, and turns every failure into one line and an exit status.
 int Main(int argc, const char* const* argv, std::istream& in, std::ostream& out, std::ostream& err);
 
 }  // namespace reflyze::cli

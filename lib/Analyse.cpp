@@ -6,7 +6,7 @@
 namespace reflyze {
 namespace {
 
-// The table of a record that has just been analysed, with what a reader of it should know of the trace.
+// The table of a record that has just been analysed, with warnings about the trace.
 EventTable TableOf(LoadedRecord loaded, const std::optional<TTH>& thresholds, Numbers numbers,
                    bool dropUnknown) {
   EventTable table = MakeEventTable(loaded, thresholds, numbers);

@@ -12,27 +12,28 @@ namespace reflyze {
 
 struct AnalysedRecord {
   LoadedRecord loaded;
-  std::optional<TTH> thresholds;  // of the analysis, where one was made
-  bool eventsReplaced = false;    // it had events, of which nothing said what they were measured on
+  std::optional<TTH> thresholds;  // of the analysis; none where there was none
+  bool eventsReplaced = false;    // its own events had no usable markers
 };
 
-// Makes a trace ready for what rests on its events. One without events is analysed; so is one whose events
+// Makes a trace ready for what needs its events. A trace without events is analysed. So is one whose events
 // have no usable markers (older revisions of the record have none, and some instruments leave junk there),
-// and any if `anew`. Throws Error kUnreadable for one that can't be measured.
+// and any trace if `anew`. Throws Error kUnreadable for one that can't be measured.
 AnalysedRecord WithEvents(Trace trace, const AnalyseOptions& options, bool anew);
 
-// The best table of a record that is measured; what the engine throws or asserts becomes an Error.
+// Finds the best table of a record that is to be measured. What the engine throws or asserts becomes an
+// Error.
 void AnalyseBest(AnalysisService& engine, LoadedRecord& loaded, TTH& thresholds, bool endsOnly);
 
-// What a user should know of the reading.
+// What a user should know of how the record was made ready.
 std::vector<Warning> WarningsOf(const AnalysedRecord& analysed);
 
-// Losses grow and shrink with the wavelength: what was measured at two of them tells nothing together.
+// A warning where two records were measured at different wavelengths: losses change with the wavelength.
 void WarnIfOtherWavelength(const LoadedRecord& one, const LoadedRecord& other,
                            std::vector<Warning>& warnings);
 
-// While it lives, events for which no reflectance is stored reflect nothing. What weighs an event by its peak
-// would take the 0 that stands for "none" as 0 dB, a mirror, and trust the place of every splice.
+// While it lives, events without a stored reflectance reflect nothing. The record has 0 for "none"; a measure
+// that weighs an event by its peak would take that as 0 dB, a mirror, and trust the place of every splice.
 class UnmeasuredReflectances {
  public:
   explicit UnmeasuredReflectances(TSorData& record);
@@ -41,7 +42,7 @@ class UnmeasuredReflectances {
   ~UnmeasuredReflectances();
 
  private:
-  std::vector<TSorBlockKeyEvents1E*> events_;  // of the record, which keeps them
+  std::vector<TSorBlockKeyEvents1E*> events_;  // owned by the record
 };
 
 }  // namespace reflyze

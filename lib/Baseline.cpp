@@ -18,7 +18,7 @@ short Thousandths(double value) { return TruncToShort(value * 1000.0 + 0.5); }
 
 TShortThreshold Relative(double limit) { return {0, Thousandths(limit), false}; }
 
-// One level, in force. The block's own hooks give it a set of limits for each event.
+// One alarm level, in force. The block itself gives it a set of limits for each event.
 void SetLevel(TSorData& record, const Monitoring& monitoring) {
   TSorBlockRFTSParameters& block = *record.RFTSParams;
   block.Clear();
@@ -36,9 +36,9 @@ void SetLevel(TSorData& record, const Monitoring& monitoring) {
   for (int i = 0; i < record.KeyEvents->ListedEvents(); ++i) block.OnKeyEventAdd(i);
 }
 
-// By itself a comparison searches new events only where slopes have changed. A splice near the end of a
-// section hardly turns its slope, and a reflection may turn it back: the search is cheap enough to be made
-// each time.
+// A comparison left to itself searches new events only where slopes have changed. A splice near the end of a
+// section hardly changes its slope, and a reflection may hide the change. The search is cheap enough to be
+// made each time.
 constexpr double kAnyChangeOfSlope = 0.0;
 
 void SetSettings(TSorData& record, const Monitoring& monitoring) {
@@ -46,15 +46,15 @@ void SetSettings(TSorData& record, const Monitoring& monitoring) {
   block.SetTNUP(0);
   block.SetUseUParameters(true);
   SetSetting(block, "EvtDetectDeltaCT", kAnyChangeOfSlope);
-  // What counts as a change of an event counts as a new one too.
+  // A new event counts from the same loss as a change of an event.
   SetSetting(block, "AutoLT", std::max(monitoring.ltDb, TRFTSUParams().AutoLT));
   for (const auto& [name, value] : monitoring.settings) SetSetting(block, name, value);
 }
 
-// Where to search between two events. Their own places are known to a pulse or two, on long pulses and near
-// the noise: nearer to them an event is theirs. Behind an event the search waits until the table's section
-// begins, but not long: a section may have shrunk to what its slope could be trusted on, up to the next
-// event.
+// Where to search between two events. The place of an event is known to a pulse or two where pulses are long
+// or noise is near; a find nearer to it than that is the event itself. Behind an event the search waits until
+// the table's section begins, but not long: a section may have been cut down to the part whose slope could be
+// trusted, and that may begin close to the next event.
 void ClearSearch(TSorData& record) {
   constexpr double kNearPulses = 3.0;
   constexpr double kFarPulses = 5.0, kFarKm = 0.5;
@@ -90,8 +90,8 @@ void AddStretch(TSorData& record, const Stretch& stretch) {
 }
 
 // Lets each section end clear of its event. An event's place is known to a few points only, and another
-// acquisition has its points elsewhere: one that stands on the foot of a reflection would pass for the level
-// before it.
+// acquisition has its points elsewhere. A point that stands on the foot of a reflection would be taken for
+// the level before it.
 void ClearSectionEnds(TSorData& record) {
   constexpr double kClearPoints = 3.0;
   constexpr double kShortestSectionPoints = 30.0;
@@ -105,8 +105,8 @@ void ClearSectionEnds(TSorData& record) {
   }
 }
 
-// On file, a loss ends at 32.767 dB. That of a fibre's end reaches down to the bottom of the scale and may be
-// larger; against the whole loss of the current trace it would look like another end.
+// A file can hold losses of up to 32.767 dB. That of a fibre's end reaches down to the bottom of the scale
+// and may be larger; cut, it would differ from the whole loss of the current trace and look like another end.
 void RegainLargestLosses(TSorData& record) {
   constexpr short kLargestOnFile = 32767;
   for (int i = 0; i < record.KeyEvents->ListedEvents(); ++i) {
@@ -121,9 +121,9 @@ void RegainLargestLosses(TSorData& record) {
 }  // namespace
 
 void MakeBaselineOf(TSorData& record, const Monitoring& monitoring) {
-  // A comparison measures the events on the current trace in its own way and on its raw points. Losses from
-  // elsewhere (a smoothed trace, another maker's analysis, the mean of two directions) would differ from that
-  // by their method alone.
+  // A comparison measures the events on the raw points of the current trace. Losses that were measured
+  // otherwise (on a smoothed trace, by another maker's analysis, as the mean of two directions) would differ
+  // from that by their method alone.
   GiveReceiverRate(record);
   TSorFilter(&record).SetFilter(0);
   ClearSectionEnds(record);
@@ -138,7 +138,7 @@ void MakeBaselineOf(TSorData& record, const Monitoring& monitoring) {
     record.QRTEvents->TNE = 0;
     for (const Stretch& stretch : monitoring.search) AddStretch(record, stretch);
   }
-  // A baseline holds no result, also where it was the current trace of an earlier comparison.
+  // A baseline holds no result, even if it was the current trace of an earlier comparison.
   record.RFTSEvents->Assign(TSorBlockRFTSEvents());
   record.WriteProprietaryBlocks = 1;
   HoldMarkers(record);
@@ -152,7 +152,7 @@ void HoldMarkers(TSorData& record) {
 void MakeComparable(TSorData& baseline, TSorData& current) {
   RegainLargestLosses(baseline);
   TSorBlockQRTParameters &baselineParams = *baseline.QRTParams, &params = *current.QRTParams;
-  // Smoothing takes height from reflections.
+  // Smoothing makes reflections lower.
   if (baselineParams.isFilter() != params.isFilter()) {
     TSorFilter(&baseline).SetFilter(0);
     TSorFilter(&current).SetFilter(0);

@@ -12,7 +12,7 @@
 namespace reflyze {
 namespace {
 
-// What hampers a comparison without forbidding it.
+// Warnings of what makes a comparison worse but not impossible.
 void WarnOfOtherMeasurement(const LoadedRecord& baseline, const LoadedRecord& current,
                             std::vector<Warning>& warnings) {
   constexpr double kSameShare = 0.02;
@@ -28,7 +28,7 @@ void WarnOfOtherMeasurement(const LoadedRecord& baseline, const LoadedRecord& cu
   warn("with a pulse of", nsA, nsB, "ns");
 }
 
-// Where another fibre was found there are no more results than that.
+// Where another fibre was found, the comparison gives no more results than that.
 bool HoldsResults(const TSorData& record) {
   const TSorBlockRFTSEvents& results = *record.RFTSEvents;
   const int events = record.KeyEvents->ListedEvents();
@@ -36,16 +36,17 @@ bool HoldsResults(const TSorData& record) {
   return results.GetMonitorResult() == mrNoLink || (events > 0 && results.GetTNRFTSE() == events);
 }
 
-// Records that the comparison can't take: there would be nothing to lay on the other trace, or nothing to
-// hold against limits again.
+// Refuses records that the comparison can't take: without events in the baseline, or, for a recheck, without
+// results in the current trace.
 void RequireUsable(const LoadedRecord& baseline, const LoadedRecord& current, bool recheck) {
-  // What a cut has taken reads as defaults, and a limit that nobody has set keeps silent.
+  // What the end of a cut file has taken away reads as defaults, and a limit that was never set raises no
+  // alarm.
   if (baseline.Truncated())
     throw Error(ErrorKind::kUnreadable, baseline.name,
                 "ends before its map says: limits may be missing from it");
   const int watched = baseline.record->KeyEvents->ListedEvents();
   const TRFTSLevel* level = baseline.record->RFTSParams->GetActiveLevel();
-  if (level == nullptr) return;  // the comparison has its own answer to that
+  if (level == nullptr) return;  // the comparison answers that by itself
   if (level->GetName().Len() == 0)
     throw Error(ErrorKind::kUnreadable, baseline.name,
                 "its alarm level has no name, so that results can't be kept");
@@ -58,7 +59,7 @@ void RequireUsable(const LoadedRecord& baseline, const LoadedRecord& current, bo
     throw Error(ErrorKind::kUnreadable, current.name, "holds no results of a comparison to check again");
 }
 
-// Whether the answer is that of a module to two records as they are, or the best answer to two records made
+// Whether to give the answer of a module to two records as they are, or the best answer to two records made
 // alike.
 enum class Answer { kOfModule, kBest };
 
@@ -69,7 +70,7 @@ int ResultOf(AnalysisService& service, TSorData& baseline, TSorData& current, bo
   return recheck ? compare(baseline, current) : ComparePlausibly(baseline, current, compare);
 }
 
-// The comparison knows neither files nor versions; its host notes them.
+// The comparison knows neither files nor versions. Its host notes them.
 void NoteOrigin(const LoadedRecord& baseline, TSorData& current) {
   const std::string& path = baseline.name;
   current.RFTSEvents->SetBaseSorName(path.substr(path.rfind('/') + 1).c_str());
@@ -89,7 +90,7 @@ Comparison CompareAs(Answer answer, AnalysisService& service, Trace baselineTrac
                              answer == Answer::kOfModule ? Numbers::kAsStored : Numbers::kMeasured);
   });
   table.recheck = options.recheck;
-  current.record->WriteProprietaryBlocks = 1;  // results are in such a block
+  current.record->WriteProprietaryBlocks = 1;  // the results are in one of these blocks
   if (answer == Answer::kBest) NoteOrigin(baseline, *current.record);
   table.warnings = WarningsOf(baseline);
   for (Warning& warning : WarningsOf(current)) table.warnings.push_back(std::move(warning));

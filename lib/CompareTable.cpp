@@ -16,7 +16,7 @@ static_assert(kCompared == static_cast<int>(mrCompared) && kNoLink == static_cas
 
 constexpr double kThousandths = 1000.0;
 
-// The limits that an event of the current trace was held against: those of the baseline's event at its place.
+// The limits of an event of the current trace: those of the baseline's event at its place.
 const TThresholdsRFTSSet* LimitsAt(const TSorData& baseline, double km) {
   const TRFTSLevel* level = baseline.RFTSParams->GetActiveLevel();
   if (level == nullptr) return nullptr;
@@ -33,7 +33,7 @@ const TThresholdsRFTSSet* LimitsAt(const TSorData& baseline, double km) {
 
 enum class Sign { kSigned, kUnsigned };
 
-// An absolute reflectance or attenuation uses all 16 bits without a sign.
+// An absolute reflectance or attenuation is stored in 16 bits without a sign.
 double Value(short stored, bool absolute, Sign ofAbsolute) {
   const bool wide = absolute && ofAbsolute == Sign::kUnsigned;
   return (wide ? static_cast<unsigned short>(stored) : stored) / kThousandths;
@@ -75,7 +75,7 @@ LinkTest MakeLinkTest(const TSorData& baseline, const TSorData& current) {
   test.distanceKm = settings.NoLinkDistance;
   test.baselineDb = baseline.LenToLevel(test.distanceKm, 1);
   test.currentDb = current.LenToLevel(test.distanceKm, 1);
-  TSorData scratch;  // settling the noise floor writes into the record
+  TSorData scratch;  // a copy, because settling the noise floor writes into the record
   scratch.Assign(current);
   test.noLight = test.currentDb <= RefAutoReSetNF(&scratch);
   return test;

@@ -5,7 +5,7 @@
 
 namespace reflyze {
 
-// Takes both records as the comparison left them. May settle the noise floor of a copy.
+// Both records are as the comparison left them. It may settle the noise floor of a copy.
 Comparison MakeCompareTable(const LoadedRecord& baseline, const LoadedRecord& current, int result,
                             Numbers numbers);
 

@@ -9,7 +9,7 @@
 namespace reflyze {
 namespace {
 
-// Joints between launch and end, in km from the launch.
+// The joints between launch and end, in km from the launch.
 std::vector<double> Joints(const TSorData& record) {
   std::vector<double> km;
   const TSorBlockKeyEvents& table = *record.KeyEvents;
@@ -24,8 +24,8 @@ double LengthKm(const TSorData& record) {
   return record.dOwtToLen(table.EventAt(table.ListedEvents() - 1).EPT - table.EventAt(0).EPT);
 }
 
-// In the same direction joints lie at the same places, from the other end at mirrored ones. A fibre may look
-// alike from both ends; then nothing is said.
+// Whether joints say that both traces were taken from the same end: then they lie at the same places, from
+// different ends at mirrored ones. A fibre may look alike from both ends; then nothing is said.
 bool LooksLikeSameDirection(const TSorData& a, const TSorData& b) {
   constexpr double kNearPulses = 1.0, kNearPoints = 3.0;
   constexpr int kLeastJoints = 2;  // one may lie in the same place by chance
@@ -52,7 +52,7 @@ std::string Trimmed(const TString& text, const TextEncoding& texts) {
   return first == std::string::npos ? "" : name.substr(first, name.find_last_not_of(' ') - first + 1);
 }
 
-// Instruments are given names for each trace; some leave them blank.
+// Users name traces on their instruments, and some leave the names blank.
 void DoubtName(const char* what, const TString& nameA, const LoadedRecord& a, const TString& nameB,
                const LoadedRecord& b, std::vector<std::string>& doubts) {
   const std::string one = Trimmed(nameA, a.texts), other = Trimmed(nameB, b.texts);

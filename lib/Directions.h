@@ -7,12 +7,12 @@
 
 namespace reflyze {
 
-// Throws Error kUnreadable where both traces have the same points: the two names of a merge are easily
-// mixed up, and a direction merges with itself into a table of nothing.
+// Throws Error kUnreadable where both traces have the same points. The two names of a merge are easily mixed
+// up, and a direction merged with itself gives a table without meaning.
 void RequireTwoTraces(const LoadedRecord& a, const LoadedRecord& b);
 
-// What speaks against two traces being two directions of one fibre, told of the second; their tables as they
-// stood before a merge.
+// What makes it doubtful that two traces are two directions of one fibre, as warnings about the second. The
+// tables must be as they stood before a merge.
 std::vector<std::string> DoubtsOfTwoDirections(const LoadedRecord& a, const LoadedRecord& b);
 
 }  // namespace reflyze

@@ -24,7 +24,7 @@ constexpr size_t kSlots = 11;
 
 class LinkedEngine : public AnalysisService {
  public:
-  // Makes the version known and fills what all threads then share. The log stays the one that there is.
+  // Makes the version known and fills the tables that all threads share. The log stays as it is.
   LinkedEngine() {
     DllMain(nullptr, kProcessAttach, nullptr);
     DllInit(LogFile);

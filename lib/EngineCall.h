@@ -18,9 +18,9 @@ class AssertionProblem : public Error {
 // From now on a violated condition is an AssertionProblem and not the end of the process.
 void UseOwnAssertions();
 
-// Runs `work`, a piece of the engine's work on the record of the file `name`. What the engine throws or
-// asserts over a broken record becomes an Error that names the file; `cannot` says what the record then is,
-// as in "is not a trace that can be analysed".
+// Runs `work`, which calls the engine on the record of the file `name`. What the engine throws or asserts
+// over a broken record becomes an Error that names the file. `cannot` says what the record then is, as in "is
+// not a trace that can be analysed".
 template <class Work>
 void CallEngine(const std::string& name, const std::string& cannot, Work work) {
   UseOwnAssertions();

@@ -74,14 +74,14 @@ void TakeStoredThresholds(const TSorData& record, Thresholds& held) {
 double WavelengthNm(const TSorData& record) {
   const int stored = record.FxdParams->AW;
   if (stored == 0) return record.GenParams->NW;
-  // The field is signed on file, but a wavelength in tenths may pass its bound.
+  // The field has a sign in a file, but a wavelength in tenths of a nm may be too large for that.
   const int actual = stored < 0 ? stored + 65536 : stored;
   return actual < kLargestStoredNm ? actual : actual / 10.0;
 }
 
 // Noise stands as high as its floor, and by chance a little higher. Light that comes back from a fibre stands
-// higher at least where it is launched. A floor that another instrument has stored may be anything: before a
-// trace is called dark, it is taken from the trace.
+// higher, at least where it is launched. A noise floor that another instrument has stored may be anything, so
+// it is measured on the trace before a trace is called dark.
 bool ShowsFibre(const TSorData& record) {
   if (record.KeyEvents->ListedEvents() < 2) return false;
   constexpr double kOverNoiseDb = 3.0;
@@ -89,7 +89,7 @@ bool ShowsFibre(const TSorData& record) {
   for (long i = 1; i < record.DataPts->GetPointsNum(); ++i)
     highestDb = std::max<double>(highestDb, record.NumToLevel(i));
   if (highestDb > record.FxdParams->GetNF() + kOverNoiseDb) return true;
-  TSorData scratch;  // settling the noise floor writes into the record
+  TSorData scratch;  // a copy, because settling the noise floor writes into the record
   scratch.Assign(record);
   RefAutoReSetNF(&scratch);
   return highestDb > scratch.FxdParams->GetNF() + kOverNoiseDb;
@@ -108,8 +108,8 @@ std::vector<Event> MakeEventRows(const TSorData& record, const TextEncoding& tex
   const int count = static_cast<int>(record.KeyEvents->events->GetSize());
   for (int i = 0; i < count; ++i) {
     Event row = MakeEventRow(record, texts, i, numbers);
-    // Before the launch there is no fibre to measure a loss against, and what the last event takes is the
-    // light itself, not a loss on the way.
+    // Before the launch there is no fibre to measure a loss against. What is lost at the last event is the
+    // light itself, which is no loss on the way.
     if (i > 0) cumulatedDb += *row.attenuationDbPerKm * (row.distanceKm - rows.back().distanceKm);
     if (i > 0 && i + 1 < count) cumulatedDb += *row.lossDb;
     row.cumulatedDb = cumulatedDb;

@@ -11,9 +11,9 @@
 namespace reflyze {
 namespace {
 
-constexpr long kMostFilterEvents = 100;     // that the automatic filter reports
-constexpr double kLowestNoiseDb = -100.0;   // of a trace whose noise needed no measure
-constexpr double kFilterLevelSteps = 10.0;  // that a record tells apart
+constexpr long kMostFilterEvents = 100;     // the most that the automatic filter reports
+constexpr double kLowestNoiseDb = -100.0;   // stands for noise that was not measured
+constexpr double kFilterLevelSteps = 10.0;  // steps of 1 in which a record stores the strength
 
 // A noise figure of 0 was not measured, and neither was one below every level.
 std::optional<double> Measured(float noiseDb) {
@@ -40,7 +40,8 @@ FilterEvent EventOf(const LoadedRecord& loaded, const TFEvent& found) {
   return event;
 }
 
-// `found` is what the filter reported of the trace that it has left, with room for kMostFilterEvents.
+// Makes rows of the `found` events, which the filter reports of the trace that it has left. There is room for
+// kMostFilterEvents.
 FilterTable MakeFilterTable(const LoadedRecord& loaded, FilterKind kind, const AutoFilterResultData& found) {
   const TSorData& record = *loaded.record;
   FilterTable table;
@@ -82,7 +83,7 @@ void RequireRawTrace(const LoadedRecord& loaded) {
     throw Error(ErrorKind::kUnreadable, loaded.name, "holds no backscatter to smooth");
 }
 
-// One coefficient, or fewer, is no kernel: one that suits the pulse takes its place.
+// A kernel of one coefficient or none does nothing; one that suits the pulse takes its place.
 void GiveKernel(TSorData& record, TSorFilter& filter) {
   if (record.QRTParams->TMC > 1) return;
   record.QRTParams->SetTMC(0);

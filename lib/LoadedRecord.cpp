@@ -22,7 +22,7 @@ constexpr const char* kMap = "Map";
   throw Error(ErrorKind::kUnreadable, name, why, block, offset);
 }
 
-// A record begins with its map; without a whole one nothing behind it can be placed.
+// A record begins with its map. Without a whole map nothing behind it can be placed.
 void CheckMap(const std::string& name, const std::vector<char>& bytes) {
   TSorFile file(bytes.data(), bytes.size());
   TSorBlockMap map;
@@ -45,8 +45,8 @@ void ForgetTimeOfReadingInside(TSorData& record) {
   }
 }
 
-// A new record is as old as the moment. One whose file tells no time of measurement has none: the time of its
-// reading would pass for it, and be another one at the next.
+// A new record has the present time as its time of measurement. Where the file tells none, that would pass
+// for the time of measurement, and be another one at the next reading. This takes the file's time, or none.
 void ForgetTimeOfReading(const LoadedRecord& loaded) {
   TSorBlockFixedParameters stored;
   stored.DTS = 0;
@@ -86,7 +86,7 @@ void RequireTrace(const LoadedRecord& loaded) {
 
 bool LoadedRecord::Truncated() const { return state != sfOk; }
 
-// The linear trace is the last that a reading makes. Temperature traces have none.
+// The linear trace is the last thing that a reading makes. Temperature traces have none.
 bool LoadedRecord::BrokenOff() const {
   return state != sfOk && state != sfEndOfData &&
          record->EmbData->GetEmbData(TEmbData1E::kLinearTrace) == nullptr;
@@ -149,7 +149,7 @@ LoadedRecord CopyOfLoaded(const LoadedRecord& loaded) {
 
 LoadedRecord ForMeasuring(Trace trace) {
   LoadedRecord loaded = std::move(trace).Take();
-  // One of several traces of a file has been looked at with them.
+  // A trace that was taken out of a file of several has been checked there.
   if (!loaded.fromFirstSample) RequireTrace(loaded);
   CountTimesFromFirstSample(loaded);
   return loaded;

@@ -9,7 +9,8 @@
 namespace reflyze {
 namespace {
 
-// Why two traces are no two directions of one fibre, as a merge has found; the ends as they stood before it.
+// Why two traces are no two directions of one fibre, in words: what the merge has found, and the ends as they
+// stood before it.
 [[noreturn]] void RefuseMerge(int code, const LoadedRecord& a, double endA, const LoadedRecord& b,
                               double endB) {
   const TSorBlockFixedParameters &fixedA = *a.record->FxdParams, &fixedB = *b.record->FxdParams;
@@ -36,7 +37,7 @@ double EndKm(const LoadedRecord& loaded) {
   return loaded.record->OwtToLen(table.EventAt(table.ListedEvents() - 1).EPT);
 }
 
-// The blocks that follow the event table take in what the merge has put there.
+// Brings the blocks that have an entry for each event in step with the merged table.
 void TellInsertedEvents(TSorData& record, const OwnEvents& own) {
   const int count = record.KeyEvents->ListedEvents();
   for (int i = 0; i < count; ++i) {
@@ -80,7 +81,7 @@ MergedTable Merge(Trace traceA, Trace traceB, const MergeOptions& options) {
   AnalyseOptions analysis;
   analysis.thresholds = options.thresholds;
   analysis.document = options.document;
-  const bool anew = AnyIn(options);  // thresholds are given for an analysis, so there is to be one
+  const bool anew = AnyIn(options);  // who gives thresholds wants an analysis
   AnalysedRecord a = WithEvents(std::move(traceA), analysis, anew);
   AnalysedRecord b = WithEvents(std::move(traceB), analysis, anew);
   RequireTwoTraces(a.loaded, b.loaded);

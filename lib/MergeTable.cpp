@@ -18,7 +18,7 @@ DirectionOfEvent DirectionAt(const TSorData& record, const std::vector<Event>& r
   const TSorBlockKeyEvents1E& event = record.KeyEvents->EventAt(index);
   direction.seen = own.count(&event) > 0;
   direction.code = row.code;
-  // Hidden from this end, it has what the other end has measured.
+  // The event can't be seen from this end, and has the reflectance that the other end has measured.
   if (!direction.seen && !HasSections(record, event)) return direction;
   direction.reflectanceDb = row.reflectanceDb;
   direction.lossDb = row.lossDb;
@@ -33,8 +33,9 @@ OwnEvents OwnEventsOf(const TSorData& record) {
   return own;
 }
 
-// Event i of the first is the last but i of the second. One that lies too near to the launch of the other
-// direction to be told from it has no partner there: it stands before the end, where both meet again.
+// Event i of the first direction is event (last - i) of the second. One that lies too near to the launch of
+// the other direction has no partner there. It stands right before the end, and at the end both counts agree
+// again.
 MergedTable MakeMergedTable(const LoadedRecord& fileA, const OwnEvents& ownA, const LoadedRecord& fileB,
                             const OwnEvents& ownB) {
   const TSorData &a = *fileA.record, &b = *fileB.record;

@@ -13,7 +13,7 @@ namespace {
 
 [[noreturn]] void Refuse(const std::string& why) { throw Error(ErrorKind::kUsage, "", why); }
 
-// A record takes a comparison with a level that has no name for no comparison.
+// A level without a name tells a record that there was no comparison.
 void CheckMonitoring(const Monitoring& monitoring) {
   const std::string& name = monitoring.level;
   if (name.find_first_not_of(' ') == std::string::npos) Refuse("the alarm level has no name");
@@ -34,8 +34,9 @@ void CheckMonitoring(const Monitoring& monitoring) {
   }
 }
 
-// A joint that the baseline does not list would be told as new with the first search for new events. Whether
-// one is listed is a matter of noise close to the threshold: half of what the search takes keeps clear of it.
+// The loss threshold for the analysis of a baseline is at most half of what the search for new events takes.
+// A joint that the baseline does not list would be reported as new by the first search, and near the
+// threshold noise decides whether a joint is listed.
 AnalyseOptions FineEnough(const Monitoring& monitoring) {
   constexpr double kShareOfSearch = 0.5;
   double searchLtDb = TRFTSUParams().AutoLT;
@@ -46,7 +47,7 @@ AnalyseOptions FineEnough(const Monitoring& monitoring) {
   return options;
 }
 
-// How the fibre is watched, as the record holds it: limits in thousandths.
+// How the fibre is watched, as the record says it: limits are stored in thousandths.
 Monitoring Held(const LoadedRecord& loaded) {
   constexpr double kThousandths = 1000.0;
   const TSorData& record = *loaded.record;

@@ -23,7 +23,7 @@ std::string FolderOf(const std::string& name) {
   return slash == std::string::npos ? "" : name.substr(0, slash + 1);
 }
 
-// A file that takes the target's name only when it is whole and on disk.
+// A file that gets the target's name only when it is whole and on disk.
 class AtomicFile {
  public:
   // `name` stands in the messages.
@@ -51,7 +51,7 @@ class AtomicFile {
     }
   }
 
-  // Down to the disk.
+  // Brings the bytes to the disk.
   void Write(const std::string& bytes) {
     if (!bytes.empty() && std::fwrite(bytes.data(), 1, bytes.size(), file_) != bytes.size()) Fail();
     if (std::fflush(file_) != 0 || fsync(fileno(file_)) != 0) Fail();
@@ -59,7 +59,7 @@ class AtomicFile {
     file_ = nullptr;
     if (std::fclose(file) != 0) Fail();
   }
-  // Holds what stands in the target's place, so that Restore can put it back.
+  // Keeps the file that has the target's name now, so that Restore can put it back.
   void KeepEarlier() {
     struct stat info;
     if (stat(target_.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
@@ -70,7 +70,7 @@ class AtomicFile {
     if (link(target_.c_str(), before.c_str()) == 0) {
       before_ = before;
     } else if (errno != ENOENT) {
-      // A file system without links: the name is free for a moment.
+      // The file system has no links. The target's name is free for a moment.
       if (std::rename(target_.c_str(), before.c_str()) == 0) {
         before_ = before;
       } else if (errno != ENOENT) {
@@ -87,7 +87,7 @@ class AtomicFile {
       if (beside_.empty()) unlink(target_.c_str());
     } else {
       std::rename(before_.c_str(), target_.c_str());
-      before_.clear();  // where it could not go back, it stays under its passing name
+      before_.clear();  // where the old file could not go back, it stays under its passing name
     }
   }
 
@@ -95,7 +95,7 @@ class AtomicFile {
   [[noreturn]] void Fail() const {
     throw Error(ErrorKind::kUnwritable, name_, std::string("cannot be written: ") + std::strerror(errno));
   }
-  // Those of the file that is replaced, else what the user gives to new files.
+  // Permissions: those of the file that is replaced, else what the user gives to new files.
   mode_t Permissions() const {
     struct stat info;
     if (stat(target_.c_str(), &info) == 0) return info.st_mode & 0777;
@@ -110,16 +110,16 @@ class AtomicFile {
 
   std::string target_;
   std::string name_;
-  std::string beside_;  // while it waits
-  std::string before_;  // what was there
+  std::string beside_;  // the new file, while it waits
+  std::string before_;  // the old file
   FILE* file_ = nullptr;
 };
 
-// Where the bytes for a name go. Links are followed here: the rename would put a file in a link's place.
+// Where the bytes for a name go. Links are followed here, since a rename would put a file in a link's place.
 struct Target {
   std::filesystem::path path;
-  // A device, a pipe or an open descriptor takes the bytes as they come: a file over it would do away with
-  // it.
+  // A device, a pipe or an open descriptor takes the bytes as they come. A rename would put a file in its
+  // place.
   bool stream = false;
 };
 
@@ -132,7 +132,7 @@ Target FindTarget(const std::string& name) {
     if (i == kMostLinks)
       throw Error(ErrorKind::kUnwritable, name, "cannot be written: is a link that leads nowhere");
     const fs::path folder = fs::canonical(path.has_parent_path() ? path.parent_path() : ".", error);
-    // What looks like a link there is a descriptor of a process: /dev/stdout, /dev/fd/3.
+    // What looks like a link there is the descriptor of a process: /dev/stdout, /dev/fd/3.
     if (folder.string().rfind("/proc/", 0) == 0) return {path, true};
     path = path.parent_path() / fs::read_symlink(path, error);
   }
@@ -140,7 +140,7 @@ Target FindTarget(const std::string& name) {
   return {path, fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status)};
 }
 
-// What a stream has taken can't be taken back.
+// A stream can't give back what it has taken.
 void WriteToStream(const Target& target, const Output& output) {
   std::ofstream out(target.path, std::ios::binary | std::ios::app);
   out.write(output.bytes.data(), static_cast<std::streamsize>(output.bytes.size()));

@@ -8,7 +8,7 @@
 namespace reflyze {
 namespace {
 
-constexpr double kNotInNoise = -1.0;  // in place of a loss: the longer pulse shows noise only
+constexpr double kNotInNoise = -1.0;  // stands for a loss where the longer pulse shows noise only
 
 JudgedEvent RowOf(TSorData& record, const TSorData* longPulse, const Event& event, int index) {
   JudgedEvent row;
@@ -26,7 +26,7 @@ JudgedEvent RowOf(TSorData& record, const TSorData* longPulse, const Event& even
   return row;
 }
 
-// Nothing is lost at the launch, so that it ends no range.
+// Nothing is lost at the launch, so it can't end the range of the measurement.
 void SettleRange(QualityTable& table) {
   table.allMeasurable = true;
   table.measurableKm = table.lengthKm;
@@ -59,7 +59,7 @@ QualityTable MakeQualityTable(const LoadedRecord& loaded, const TSorData* longPu
   for (const Event& event : MakeEventRows(record, loaded.texts, Numbers::kMeasured))
     table.rows.push_back(RowOf(record, longPulse, event, static_cast<int>(table.rows.size())));
   table.lengthKm = count > 0 ? table.rows.back().distanceKm : 0.0;
-  table.noiseFloorDb = NoiseFloorDb(record);  // settled by what has judged the events
+  table.noiseFloorDb = NoiseFloorDb(record);  // it was settled when the events were judged
   SettleRange(table);
   JudgeLaunch(record, table);
   table.endInLastPercent = RefEventIsEofInLastNpercent(&record, lastPercent, 0.0) != 0;

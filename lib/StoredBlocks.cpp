@@ -18,7 +18,7 @@ bool IsAmong(const char* const (&ids)[N], const std::string& id) {
   return std::any_of(std::begin(ids), std::end(ids), [&](const char* each) { return id == each; });
 }
 
-// The map of those lines whose IDs are wanted.
+// A map with those lines only whose IDs are wanted.
 std::string MapBytes(const TSorBlockMap& stored, const std::function<bool(const std::string&)>& keeps) {
   TSorBlockMap map;
   map.RevisionNo = stored.RevisionNo;

@@ -9,14 +9,14 @@
 namespace reflyze {
 namespace {
 
-// Levels of a stretch are looked at in this many pieces, its beginning in the first of them. The middle level
-// of a piece passes over a reflection, which may be higher in one stretch than in the other.
+// A stretch is looked at in this many pieces, the first of which holds its beginning. The median level of a
+// piece does not see a reflection, which may be higher in one stretch than in the other.
 constexpr long kPieces = 48;
 constexpr long kPiecesAtTheBeginning = 12;
 
 struct StretchLevels {
   double pulseNs = 0.0;
-  double beginDb = 0.0;  // the most light near its beginning
+  double beginDb = 0.0;  // the highest level near its beginning
   double endDb = 0.0;
 };
 
@@ -28,7 +28,7 @@ double MiddleDb(const TSorData& record, long first, long count) {
   return *middle;
 }
 
-// None where stretches and points don't agree, or a stretch is too short to tell.
+// The pieces of each stretch. None where stretches and points don't agree, or a stretch is too short to tell.
 std::vector<StretchLevels> LevelsOfStretches(const TSorData& record) {
   const TSorBlockFixedParameters& fixed = *record.FxdParams;
   std::vector<StretchLevels> stretches;
@@ -49,7 +49,7 @@ std::vector<StretchLevels> LevelsOfStretches(const TSorData& record) {
 }
 
 // How far a step of level is from what the pulses explain. Backscatter grows with the pulse, by half of its
-// decibels one way, and most instruments take that out again.
+// decibels one way. Most instruments take that out again; the smaller of both differences counts.
 double UnexplainedDb(double stepDb, double fromNs, double toNs) {
   const double gainDb = fromNs > 0.0 && toNs > 0.0 ? 5.0 * elementary::Log10(toNs / fromNs) : 0.0;
   return std::min(std::fabs(stepDb), std::fabs(stepDb - gainDb));

@@ -26,8 +26,8 @@ std::string LowerCase(std::string text) {
   return text;
 }
 
-// Bytes of the letter that begins at `at`, 0 if there is none. Letters have one form only, and halves of
-// UTF-16 pairs are none.
+// Bytes of the letter that begins at `at`, 0 if there is none. Only the shortest form of a letter counts, and
+// halves of UTF-16 pairs are no letters.
 size_t LetterLength(const char* bytes, size_t length, size_t at) {
   const auto byte = [&](size_t i) { return static_cast<unsigned char>(bytes[i]); };
   const unsigned first = byte(at);
@@ -77,7 +77,7 @@ class Converter {
     if (works()) iconv_close(handle_);
   }
 
-  // The C library says "none" by the greatest address.
+  // The C library says "none" by the largest address.
   bool works() const { return reinterpret_cast<uintptr_t>(handle_) != UINTPTR_MAX; }
 
   std::string Convert(std::string bytes) {
@@ -121,7 +121,7 @@ std::string Format(const char* format, ...) {
 bool IsTextEncoding(const std::string& name) {
   const std::string lower = LowerCase(name);
   if (lower == kAuto || lower == "utf-8" || lower == "iso-8859-1") return true;
-  // An empty name would be that of this machine; behind a slash stand orders to the converter.
+  // An empty name would stand for the encoding of this machine. Behind a slash stand orders to the converter.
   return !name.empty() && name.find('/') == std::string::npos && Converter(name).works();
 }
 

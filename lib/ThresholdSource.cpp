@@ -31,7 +31,8 @@ std::string Trimmed(const std::string& text) {
   return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
 }
 
-// The document in the strict form: lines that end in CR LF, no blanks around "=", no keys without a value.
+// The document in the strict form that is read here: lines end in CR LF, no blanks stand around "=", and no
+// key lacks its value.
 std::string StrictDocument(std::string text) {
   static const std::string kByteOrderMark = "\xEF\xBB\xBF";
   if (text.rfind(kByteOrderMark, 0) == 0) text.erase(0, kByteOrderMark.size());
@@ -115,7 +116,7 @@ TTH ThresholdsFor(const TSorData& record, const AnalyseOptions& options) {
   thresholds.THEnd = OrUsual(record.FxdParams->GetET(), kUsualEtDb);
   thresholds.dBkm = OrUsual(record.QRTParams->GetCT(), kUsualCtDbPerKm);
   if (const ThresholdDocument::Section* document = options.document.section()) {
-    TIniSection section(&document->keys);  // reading adds the keys that it misses
+    TIniSection section(&document->keys);  // a copy, because reading adds the keys that it misses
     thresholds.ReadSectionTH(&section);
   }
   const Thresholds& asked = options.thresholds;

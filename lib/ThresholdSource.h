@@ -9,11 +9,11 @@ namespace reflyze {
 // A section of a document that holds usable thresholds.
 struct ThresholdDocument::Section {
   explicit Section(TIniSection* section) : keys(section) {}
-  mutable TIniSection keys;  // which lacks a form of reading that promises not to write
+  mutable TIniSection keys;  // mutable, since its reading functions are not const
 };
 
-// The thresholds of an analysis of that record. Foreign instruments store 0 for a threshold that was never
-// set; usual limits take its place.
+// The thresholds of an analysis of that record. Instruments of other makers store 0 for a threshold that was
+// never set; usual limits take its place.
 TTH ThresholdsFor(const TSorData& record, const AnalyseOptions& options);
 
 }  // namespace reflyze

@@ -23,8 +23,8 @@ Points& PointsOf(const LoadedRecord& loaded) {
   return points;
 }
 
-// A record of our own writing has all its samples, those too that its file does not have: nobody could see
-// any more that they were never measured.
+// A record that is written anew has all its samples, also those that its file lacks: nobody could see any
+// more that they were never measured.
 std::string WrittenAnew(LoadedRecord loaded, const CopyOptions& options) {
   RequireReadThrough(loaded);
   if (EndsInsideSamples(loaded)) {

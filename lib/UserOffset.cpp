@@ -12,7 +12,7 @@ constexpr const char* kStampHead = " VA=";
 constexpr size_t kStampLength = 10;       // with its date
 constexpr const char* kMark = " EPT=UO";  // event propagation times count from the user offset
 
-// Broken files hold any number; wrapped, each comes back as it was.
+// Broken files hold any number. Times wrap around, so that each comes back as it was.
 void Shift(int& time, int by) {
   time = static_cast<int>(static_cast<unsigned>(time) + static_cast<unsigned>(by));
 }
@@ -39,8 +39,8 @@ void ShiftAll(TSorData& record, int by) {
 }
 
 struct Software {
-  bool stamped = false;  // the module has analysed the record
-  bool marked = false;   // and this program has stored it
+  bool stamped = false;  // the module has stamped the record
+  bool marked = false;   // and this program has stored it since
   std::string unmarked;  // the text without the mark
 };
 
@@ -51,7 +51,7 @@ Software SoftwareOf(const TSorData& record) {
   software.stamped = stamp != std::string::npos;
   if (!software.stamped) return software;
   const size_t behind = std::min(stamp + kStampLength, software.unmarked.size());
-  // Some programs fill texts up with blanks.
+  // Some programs pad texts with blanks.
   const size_t last = software.unmarked.find_last_not_of(' ') + 1;
   software.marked = software.unmarked.substr(behind, std::max(last, behind) - behind) == kMark;
   if (software.marked) software.unmarked.resize(behind);

@@ -12,24 +12,24 @@
 namespace reflyze {
 namespace {
 
-// Backscatter fills every part of a stretch; the echo of a reflection fills a few. The tail of one may fill
-// them all, but falls faster than a fibre in most.
+// Backscatter fills every part of a stretch; the echo of a reflection fills a few. The tail of a reflection
+// may fill all parts, but falls faster than most fibres do.
 constexpr double kBehindKm = 0.2;
 constexpr double kBehindPulses = 6.0;
 constexpr double kStretchKm = 0.2;
 constexpr double kStretchPulses = 6.0;
 constexpr long kParts = 8;
-constexpr double kSteepestFibre = 1.5;  // of what fibre loses at the wavelength
-constexpr double kTailFallDb = 0.5;     // beyond that; less may be noise
+constexpr double kSteepestFibre = 1.5;  // times what a fibre loses at the wavelength
+constexpr double kTailFallDb = 0.5;     // more than that; less may be noise
 
-// Behind an event the receiver has to recover: so far at most, where anything can be measured behind it at
-// all.
+// Behind an event the receiver has to recover. This is the most that it may take where anything can be
+// measured behind the event.
 constexpr double kShadowKm = 1.0;
 constexpr double kShadowPulses = 12.0;
 constexpr double kSectionKm = 0.2;    // a stretch so long is a section, whatever the pulse
 constexpr double kOverNoiseDb = 3.0;  // from here on a section could have been measured
 
-// What fits, noise and the loss of the launch may add to the loss of the link.
+// By how much fits, noise and the loss of the launch may change the loss of the link.
 constexpr double kToleranceDb = 1.0;
 
 bool FallsLikeATail(TSorData& record, const std::vector<double>& levelsDb, double partKm) {
@@ -75,13 +75,13 @@ bool LosesMoreThanTheLink(const TSorData& record) {
   return false;
 }
 
-// Whether a long stretch of fibre behind an event belongs to no section, though it shows light: a gain, say,
-// was taken for a reflection that goes on until the next event.
+// Whether a long stretch of fibre behind an event belongs to no section, though it shows light. This happens
+// where a gain, say, was taken for a reflection that goes on until the next event.
 bool LeavesFibreOut(TSorData& record) {
   const TSorBlockKeyEvents& table = *record.KeyEvents;
   const double pulseKm = record.dOwtToLen(record.FxdParams->GetOwtPulse(0));
   const double mostKm = kShadowKm + kShadowPulses * pulseKm;
-  for (int i = 1; i + 1 < table.ListedEvents(); ++i) {  // the launch may take what it needs
+  for (int i = 1; i + 1 < table.ListedEvents(); ++i) {  // the launch may be as long as it needs
     const TSorBlockKeyEvents1E& event = table.EventAt(i);
     const TSorBlockKeyEvents1E& next = table.EventAt(i + 1);
     if (record.OwtToLen(next.ML0) - record.OwtToLen(event.EPT) > mostKm &&
@@ -92,7 +92,7 @@ bool LeavesFibreOut(TSorData& record) {
 }
 
 // Whether two events with a section of fibre between them are taken for one doubled reflection. A pulse of
-// few points leads to that behind a splice; losses around such a pair are those of both together.
+// few points leads to that behind a splice. Losses measured around such a pair are those of both together.
 bool DoublesFarEvents(const TSorData& record) {
   const TSorBlockKeyEvents& table = *record.KeyEvents;
   const double farKm = kSectionKm + kShadowPulses * record.dOwtToLen(record.FxdParams->GetOwtPulse(0));

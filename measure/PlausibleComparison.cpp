@@ -12,24 +12,25 @@
 namespace reflyze {
 namespace {
 
-// Behind an event levels are compared from here on. Both traces show the same tail of it, unless the event
+// From here on behind an event, levels are compared. Both traces show the same tail of it, unless the event
 // has changed.
 constexpr double kShadowKm = 0.2;
 constexpr double kShadowPulses = 4.0;
-constexpr double kEndShadowPulses = 2.0;  // an alleged end: the fibre may really end soon behind it
+constexpr double kEndShadowPulses = 2.0;  // behind an alleged end, where the fibre may really end
 constexpr double kClearPoints = 3.0;      // in front of an event, whose place is known to a few points
 constexpr double kWindowKm = 1.0;         // over which a level is taken, where there is room
 constexpr double kLeastPoints = 10.0;     // and at least
 constexpr double kOverNoiseDb = 3.0;      // up to where levels can be compared
-constexpr double kMostDb = 0.5;           // that one place can weigh: the table is right or wrong about it
+constexpr double kMostDb = 0.5;           // the most that one place can weigh
 
 double Km(const TSorData& trace, int index) { return trace.OwtToLen(trace.KeyEvents->EventAt(index).EPT); }
 
-// Two traces of one fibre lie a constant apart, but for what has changed: within a section they stay so, at
-// an event they move by the change of its loss. Holds a table of the current trace against that.
+// Two traces of one fibre lie a constant apart, but for what has changed. Within a section the distance
+// between them stays as it is; at an event it moves by the change of the event's loss. This class holds a
+// table of the current trace against that.
 class ChangeAccount {
  public:
-  // May write into both records: the noise floor has to be settled.
+  // May write into both records, because the noise floor has to be settled.
   ChangeAccount(TSorData& baseline, TSorData& current) : baseline_(baseline), current_(current) {
     RefAutoReSetNF(&baseline);
     RefAutoReSetNF(&current);
@@ -39,14 +40,14 @@ class ChangeAccount {
     lowestDb_ = std::max(current.FxdParams->GetNF(), baseline.FxdParams->GetNF()) + kOverNoiseDb;
   }
 
-  double untoldDb() const { return untoldDb_; }    // that levels come apart within sections
-  double mistoldDb() const { return mistoldDb_; }  // by which changes at events are not what is told of them
+  double untoldDb() const { return untoldDb_; }    // by which levels come apart within sections
+  double mistoldDb() const { return mistoldDb_; }  // by which events change otherwise than the table tells
 
   void Draw() {
     const double shadowKm = std::max(kShadowKm, kShadowPulses * pulseKm_);
     const int events = current_.KeyEvents->ListedEvents();
-    std::optional<double> apartDb;  // in front of the events that were passed since
-    double toldDb = 0.0;            // of them
+    std::optional<double> apartDb;  // distance between the traces, in front of the events passed since
+    double toldDb = 0.0;            // change that the table tells of these events
     for (int i = 0; i + 1 < events; ++i) {
       if (i > 0) toldDb += ToldDb(i);
       const double fromKm = Km(current_, i) + shadowKm;
@@ -80,7 +81,7 @@ class ChangeAccount {
   bool IsClear(double km) const {
     return baseline_.LenToLevel(km, 1) > lowestDb_ && current_.LenToLevel(km, 1) > lowestDb_;
   }
-  // In the middle of a stretch, by its line.
+  // The level in the middle of a stretch, by a line through it.
   static double LevelDb(TSorData& trace, double fromKm, double toKm) {
     const double from = trace.LenToOwt(fromKm), to = trace.LenToOwt(toKm);
     double slope = 0.0, intercept = 0.0;
@@ -91,7 +92,7 @@ class ChangeAccount {
   double ApartDb(double fromKm, double toKm) const {
     return LevelDb(baseline_, fromKm, toKm) - LevelDb(current_, fromKm, toKm);
   }
-  // Growth of loss that the table tells of an event; of a new one, its loss.
+  // The growth of loss that the table tells of an event; of a new event, its loss.
   double ToldDb(int index) const {
     constexpr double kSameKm = 0.001;
     const double lossDb = current_.KeyEvents->EventAt(index).GetEL();
@@ -105,7 +106,7 @@ class ChangeAccount {
   TSorData &baseline_, &current_;
   double pulseKm_, pointKm_;
   double leastKm_;   // shortest window
-  double lowestDb_;  // level
+  double lowestDb_;  // lowest level that can be compared
   double untoldDb_ = 0.0, mistoldDb_ = 0.0;
 };
 

@@ -5,17 +5,17 @@
 
 namespace reflyze {
 
-// How much speaks against what a comparison with this result left in the current record. What counts most is
-// fibre behind an alleged end; then levels of the two traces that come apart within a section, by 4 a dB;
-// then a change of loss that an event is said to have and the levels don't show, and what else speaks against
-// the table as that of any trace (Implausibility). Noise alone stays below kFewDoubts.
+// How much speaks against a comparison with this result, by what it left in the current record. Fibre behind
+// an alleged end counts most. Then come levels of the two traces that come apart within a section, by 4 a dB;
+// then a change of loss that an event is said to have and that the levels don't show; then what speaks
+// against the table as that of any trace (Implausibility). Noise alone stays below kFewDoubts.
 double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int result);
 constexpr double kFewDoubts = 0.3;
 
-// Whether a comparison with this result says that anything is otherwise.
+// Whether a comparison with this result says that anything has changed.
 bool TellsOfChange(const TSorData& compared, int result);
 
-// Takes over what a comparison of the same trace has written.
+// Copies what a comparison of the same trace has written.
 void TakeComparison(TSorData& record, const TSorData& compared);
 
 // A copy of the baseline by which the least loss that an analysis accepts ends the fibre.
@@ -34,7 +34,8 @@ int ComparePlausibly(TSorData& baseline, TSorData& current, Compare compare) {
   TSorData fresh;
   fresh.Assign(current);
   int result = compare(baseline, current);
-  if (fresh.QRTParams->isFilter()) return result;  // the comparison smooths both, the baseline for good
+  if (fresh.QRTParams->isFilter())
+    return result;  // the comparison would smooth both, and the baseline for good
   double doubts = ComparisonDoubts(baseline, current, result);
   for (const bool sensitive : {false, true}) {
     if (doubts <= kFewDoubts || (sensitive && result != mrFibreBreak)) return result;

@@ -13,8 +13,8 @@
 namespace reflyze {
 namespace {
 
-// For a terminal: letters beyond ASCII as such, and no control character of a foreign text but the ends of
-// lines and tabs, which the listing itself has. Texts stand a line each, so that each is read by itself.
+// Makes a text safe for a terminal. Letters beyond ASCII stay. Control characters go, except line ends and
+// tabs, which the listing itself has. Each line is a text of its own, and its encoding is told from it alone.
 std::string Printable(const TextEncoding& texts, const char* bytes, size_t length) {
   std::string text;
   const char* const end = bytes + length;
@@ -62,7 +62,7 @@ std::string TextOfRecord(const LoadedRecord& loaded, const DumpOptions& options)
          text;
 }
 
-// What a reading derives from the samples stands among the data that the file brings along.
+// The listing shows what a reading derives from the samples among the data of the file.
 void DropDerivedData(TSorData& record) {
   TSorBlockEmbData& data = *record.EmbData;
   for (int i = data.GetTNED() - 1; i >= 0; --i) {
@@ -80,7 +80,7 @@ std::vector<std::string> TextsOf(const std::vector<Warning>& warnings) {
   return texts;
 }
 
-// The record as its file has it: one that was made here has none yet.
+// The record as its file has it. One that was made here has no file yet.
 LoadedRecord ToList(const Trace& trace, const DumpOptions& options) {
   const LoadedRecord& loaded = trace.Loaded();
   LoadedRecord listed;

@@ -61,7 +61,7 @@ Json JsonOfEmbeddedData(const TEmbData1E& embedded, const Listing& listing) {
     });
   }
   if (const TSorBlockRFTSEvents* events = embedded.GetRFTSEvents()) return JsonOfBlock(*events, listing);
-  // A record inside that the file broke off before.
+  // The file ended inside this inner record.
   if (embedded.IsKind(TEmbData1E::kRecord) || embedded.IsKind(TEmbData1E::kRFTSEvents)) return nullptr;
   return Hex(static_cast<const char*>(embedded.GetData()), static_cast<size_t>(embedded.DataSize));
 }
@@ -98,9 +98,9 @@ Json JsonOfSpecial(const TSorData& record, const Listing& listing) {
   return list;
 }
 
-// The checksum covers the file from the first byte of the map up to the two bytes of the checksum itself,
-// which end the block "Cksum", of several the last. Null where the map names no such block, or one that lies
-// outside the file.
+// Whether the checksum is right. It covers the file from the first byte of the map up to the checksum itself,
+// which is the last two bytes of the block "Cksum"; of several such blocks the last counts. Null where the
+// map names no such block, or one outside the file.
 Json ComputedChecksum(const LoadedRecord& loaded) {
   const TSorBlockMap& map = *loaded.record->Map;
   const auto start = static_cast<long long>(StartOfMap(loaded.bytes));

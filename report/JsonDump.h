@@ -7,8 +7,8 @@
 
 namespace reflyze {
 
-// Every field of every block under its label, raw as stored: integers, texts, lists, bytes in hexadecimal.
-// The record as it was read, with its file, size, stream state and warnings, and what its checksum is worth.
+// Every field of every block under its label, as stored: integers, texts, lists, bytes in hexadecimal. The
+// object also has the file, its size, the stream state, warnings, and whether the checksum is right.
 nlohmann::ordered_json JsonOfLoadedRecord(const LoadedRecord& loaded, const DumpOptions& options);
 
 }  // namespace reflyze

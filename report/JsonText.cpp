@@ -25,7 +25,7 @@ std::string QuotedText(const std::string& text) {
   return quoted + '"';
 }
 
-// A quantity keeps its decimal point where it happens to be whole, for readers that tell numbers by it.
+// A quantity keeps its decimal point even where it is whole: some readers tell real numbers by it.
 std::string NumberText(double value) {
   if (!std::isfinite(value)) return "null";
   if (value == 0.0) return "0.0";

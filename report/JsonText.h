@@ -6,10 +6,10 @@
 
 namespace reflyze {
 
-// A value as JSON, without a line end; `indent` blanks a level, or one line for a negative one. Numbers have
-// the fewest digits that read back the same, and none is -0; letters that are no UTF-8 become U+FFFD. The
-// JSON library's own writer keeps none of this, and asks the C library for a decimal point in memory that
-// threads share.
+// A value as JSON, without a line end. `indent` is in blanks a level; a negative one gives a single line.
+// Numbers have the fewest digits that read back the same, and none is -0. Letters that are no UTF-8 become
+// U+FFFD. The JSON library's own writer does none of this, and it asks the C library for a decimal point in
+// memory that threads share.
 std::string JsonText(const nlohmann::ordered_json& value, int indent = -1);
 
 nlohmann::ordered_json NumberOrNull(std::optional<double> value);

@@ -4,14 +4,14 @@
 #include "reflyze/monitor.h"
 #include "report/Words.h"
 
-// What a comparison has found, as one would tell it on the telephone.
+// What a comparison has found, in the words in which one would say it on the telephone.
 
 namespace reflyze {
 namespace {
 
 const char* RoseOrFell(const Deviation& deviation) { return deviation.value < 0.0 ? "fell" : "rose"; }
 
-// A value and its limit with as many decimals as set them apart; both are held in thousandths.
+// A value and its limit, with as many decimals as tell them apart. Both are stored in thousandths.
 struct ValueAndLimit {
   ValueAndLimit(double value, double limit, int decimals, const char* unit) {
     constexpr int kThousandths = 3;
@@ -63,7 +63,7 @@ std::string BreakSentence(const Comparison& table, const ComparedEvent& row) {
                 table.baselineLengthKm - row.event.distanceKm);
 }
 
-// A new last event that is no break: behind it the current trace has nothing to miss.
+// The sentence for a new last event that is no break: behind it the current trace shows nothing to compare.
 std::string ShortTraceSentence(const Comparison& table, const ComparedEvent& row) {
   return Format("nothing is seen behind %.3f km, %.3f km before the end of the baseline",
                 row.event.distanceKm, table.baselineLengthKm - row.event.distanceKm);
@@ -72,7 +72,7 @@ std::string ShortTraceSentence(const Comparison& table, const ComparedEvent& row
 void AddChangesOf(const Comparison& table, const ComparedEvent& row, std::vector<std::string>& sentences) {
   if (row.fiberBreak) {
     sentences.push_back(BreakSentence(table, row));
-    return;  // all that differs there differs because of it
+    return;  // whatever else differs there is a consequence
   }
   const bool last = &row == &table.rows.back();
   if (row.isNew) sentences.push_back(last ? ShortTraceSentence(table, row) : NewEventSentence(row));
@@ -96,7 +96,7 @@ std::string UnchangedSentence(const Comparison& table) {
   size_t monitored = 0;
   for (const ComparedEvent& row : table.rows) monitored += row.monitored ? 1 : 0;
   const char* events = monitored == 1 ? "event" : "events";
-  // A recheck counts new events no more: somebody has seen them.
+  // A recheck does not count new events: somebody has seen them.
   if (table.recheck) return Format("no limit is exceeded: %zu %s checked again", monitored, events);
   return Format("same fibre, no change: %zu %s within the limits, nothing new, no break", monitored, events);
 }

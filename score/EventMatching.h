@@ -22,7 +22,8 @@ enum class EventKind { kSplice, kGainer, kReflection };
 EventKind KindOf(const sim::TrueEvent& event);
 EventKind KindOf(const FoundEvent& event);
 
-// What an event must be for a miss of it to count: steps of 0.05 dB, reflections 0.5 dB high.
+// An event counts as missed only if it is at least this large: a step of 0.05 dB, or a reflection 0.5 dB
+// high.
 constexpr double kSmallestFairLossDb = 0.05;
 constexpr double kSmallestFairPeakDb = 0.5;
 bool IsFair(const sim::TrueEvent& event);
@@ -31,8 +32,8 @@ struct MatchedPair {
   size_t truth, found;
 };
 
-// True and found events joined one to one, the nearest first, within the tolerance. The launch and the end
-// are matched by their role: index 0, and the last of each list.
+// True and found events in pairs, the nearest first, within the tolerance. The launch and the end are matched
+// by their role: index 0 and the last index of each list.
 struct Matching {
   std::vector<MatchedPair> pairs;  // events between launch and end
   std::vector<size_t> missed;      // of the truth

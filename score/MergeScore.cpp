@@ -75,7 +75,7 @@ bool HoldsOtherJoint(const sim::SimulatedTrace& trace, const TSorBlockKeyEvents1
   return false;
 }
 
-// What the measurement of an event takes for fibre; it puts usual fibre in the place of anything else.
+// What the measurement of an event accepts as fibre. In place of anything else it puts usual fibre.
 constexpr double kShortKm = 0.5, kLeastDbPerKm = 0.17, kMostDbPerKm = 0.3;
 
 bool HasShortSection(const TSorData& record, const TSorBlockKeyEvents1E& event) {
@@ -144,7 +144,7 @@ void MergeScore::CountTables(const TwoWays& ways, const JointOfEvent& ownA, cons
   std::set<size_t> inA, inB;
   for (const auto& [event, joint] : ownA) inA.insert(joint);
   for (const auto& [event, joint] : ownB) inB.insert(joint);
-  const auto falseEvents = [](const JointOfEvent& own) {  // but for launch and end
+  const auto falseEvents = [](const JointOfEvent& own) {  // without launch and end
     return std::count_if(own.begin(), own.end(), [](const auto& entry) { return entry.second == 0; }) - 2;
   };
   ownFalse_ += falseEvents(ownA) + falseEvents(ownB);

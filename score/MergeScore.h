@@ -11,8 +11,8 @@ namespace reflyze::bench {
 
 // Why a mean loss is more than 0.02 dB off.
 enum class LossCause {
-  // Lines through the same sections would be right, but a section was not taken as measured, but as usual
-  // fibre: for its slope, or for its length.
+  // Lines through the same sections would be right. The measurement took a section for usual fibre instead,
+  // for its slope or its length.
   kSlopeNotBelieved,
   kShortSection,
   kNoise,       // lines through the same sections would be right if there were no noise
@@ -31,8 +31,8 @@ struct MeanLosses {
   std::string Text(const char* what) const;
 };
 
-// How well the tables of two directions come to agree, over pairs of one kind. Only clear joints count: seen
-// from either end, 6 dB above the noise from both, two pulse lengths from the next.
+// How well the tables of two directions agree after a merge, over pairs of one kind. Only clear joints count:
+// those that both ends can see, 6 dB above the noise from both, two pulse lengths from the next.
 class MergeScore {
  public:
   // Merges the two tables as they stand, and counts.
@@ -41,7 +41,7 @@ class MergeScore {
   std::string Text(const std::string& name) const;
 
  private:
-  // Which joint each event of a table stands for; 0, the launch, for one that stands for none.
+  // Which joint each event of a table stands for; 0, the launch, where it stands for none.
   using JointOfEvent = std::map<const TSorBlockKeyEvents1E*, size_t>;
 
   static JointOfEvent JointsOf(const TSorData& record, const sim::Truth& truth, double toleranceKm);

@@ -45,7 +45,7 @@ Recipe RecipeOf(LinkClass linkClass) {
 }
 
 double SpacingFor(double pulseNs, double rangeKm, double groupIndex) {
-  // A dozen points a pulse, as instruments do, within 4 k to 64 k points.
+  // A dozen points in each pulse, as instruments take them, within 4 k to 64 k points.
   const double pulseKm = pulseNs * sim::KmPerNs(groupIndex);
   const double points = std::clamp(rangeKm / (pulseKm / 12.0), 4000.0, 64000.0);
   return rangeKm * 1000.0 / points;
@@ -68,7 +68,7 @@ Joint RandomJoint(const Recipe& recipe, Random& random, Section& behind) {
   return joint;
 }
 
-// Joint positions: anywhere, but a pulse and a bit apart, in pairs where events are to stand close.
+// Positions of joints: at least a bit more than a pulse apart, or in pairs where events are to stand close.
 std::vector<double> RandomPositions(LinkClass linkClass, const Recipe& recipe, Random& random,
                                     double lengthKm, double pulseKm) {
   std::vector<double> positions;
@@ -128,7 +128,7 @@ Link RandomLink(LinkClass linkClass, Random& random) {
   const double attenuation = at1310 ? random.Uniform(0.31, 0.36) : random.Uniform(0.18, 0.22);
   const double backscatterDb = at1310 ? -79.5 : -81.9;
   link.launchLevelDb = -18.0;
-  // Receivers are matched to the pulse: rise in a small part of it.
+  // The receiver suits the pulse: it rises in a small part of it.
   link.receiver.bandwidthMhz = std::min(2000.0 / link.pulseNs, 100.0);
   link.receiver.tailShare = random.Uniform(0.0, 5e-4);
   link.receiver.tailNs = 4.0 * link.pulseNs;

@@ -9,7 +9,7 @@
 
 namespace reflyze::bench {
 
-// Random numbers with their own scaling, so that one seed draws the same links on every machine.
+// Random numbers that are scaled here, so that one seed draws the same links on every machine.
 class Random {
  public:
   explicit Random(std::uint64_t seed) : bits_(seed) {}
@@ -43,7 +43,7 @@ const char* NameOf(LinkClass linkClass);
 
 sim::Link RandomLink(LinkClass linkClass, Random& random);
 
-// Sets the noise so that the far end of the fibre stands the margin above it.
+// Sets the noise so that the far end of the fibre stands `marginDb` above it.
 void SettleNoise(sim::Link& link, double marginDb);
 
 // The same fibre from its other end: sections and joints reversed.

@@ -48,7 +48,7 @@ void Append(std::vector<double>& to, const std::vector<double>& from) {
 
 }  // namespace
 
-// Two pulse lengths from every other event that leaves a mark, and from the end.
+// Whether the event stands two pulse lengths from every other event that leaves a mark, and from the end.
 bool Score::IsIsolated(const TraceResult& result, size_t index) {
   const auto& events = result.trace->truth.events;
   for (size_t i = 0; i < events.size(); ++i) {
@@ -58,8 +58,8 @@ bool Score::IsIsolated(const TraceResult& result, size_t index) {
   return true;
 }
 
-// Within a sample and a tenth of a pulse. Where nothing is connected, a fibre that ends in the light of the
-// launch says so.
+// Whether the end is found within a sample and a tenth of a pulse. Where nothing is connected, an end in the
+// light of the launch is right.
 bool Score::IsEndClose(const TraceResult& result) {
   constexpr double kLaunchPulses = 1.5;
   const double pulses = result.trace->truth.lengthKm > 0.0 ? 0.1 : kLaunchPulses;
@@ -126,8 +126,8 @@ void Score::Add(const TraceResult& result) {
     lossErrorDb_.push_back(found.lossDb - event.lossDb);
     if (event.reflectanceDb && !event.saturated && !found.saturated && found.reflectanceDb != 0.0 &&
         KindOf(event) == EventKind::kReflection) {
-      // A height over the backscatter tells no more: of fibres that scatter otherwise than the record says,
-      // no trace shows how much.
+      // A height above the backscatter does not give the reflectance of a fibre that scatters otherwise than
+      // the record says, and no trace shows how much it does.
       const double seenDb = *event.reflectanceDb - event.backscatterOffDb;
       reflectanceErrorDb_.push_back(found.reflectanceDb - seenDb);
     }
@@ -193,7 +193,7 @@ nlohmann::ordered_json Score::Json() const {
   return json;
 }
 
-// Found of those present, and right of those reported, in each band.
+// In each band, how many of the true events were found, and how many of the reported ones are right.
 std::string Score::KindText(size_t kind) const {
   long present = 0, reported = 0;
   std::string found, right;

@@ -19,7 +19,7 @@ struct Tally {
 
 struct Report {
   long reported = 0;  // events of the table
-  long invented = 0;  // those that no event of the truth stands for
+  long invented = 0;  // those that no true event explains
 };
 
 // What one trace adds to a score.

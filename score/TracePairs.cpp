@@ -11,14 +11,14 @@ namespace {
 
 using sim::Link;
 
-// The fibre is recognised by its level here; what happens before it makes it another fibre.
+// A comparison recognises the fibre by its level here. A change before this place makes it another fibre.
 double RecognisedKm(const Link& link) {
   return link.pulseNs <= 300.0 ? 0.5 : link.pulseNs <= 1000.0 ? 1.0 : link.pulseNs <= 3000.0 ? 1.5 : 2.5;
 }
 
 double PulseKm(const Link& link) { return link.pulseNs * sim::KmPerNs(link.groupIndex); }
 
-// Events so far apart have a section between them whose slope can be measured.
+// Events that are this far apart have a section between them whose slope can be measured.
 double ApartKm(const Link& link) { return std::max(10.0 * PulseKm(link), link.pulseNs < 100.0 ? 0.1 : 1.0); }
 
 Link MonitoredLink(Random& random) {
@@ -67,7 +67,7 @@ double JointKm(const Link& link, size_t joint) {
   return km;
 }
 
-// A place with room on both sides in the section, if it has one.
+// A place in the section with room on both sides, if it has one.
 std::optional<double> PlaceIn(const Link& link, size_t section, Random& random) {
   const double beginKm = section == 0 ? 0.0 : JointKm(link, section - 1);
   const double fromKm = std::max(beginKm + ApartKm(link), RecognisedKm(link) + ApartKm(link));
@@ -98,7 +98,7 @@ void PutJoint(Link& link, double km, const sim::Joint& joint) {
   link.joints.insert(link.joints.begin() + static_cast<long>(section), joint);
 }
 
-// The fibre ends at the place; clean breaks throw light back, crushed ones do not.
+// Ends the fibre at the place. Clean breaks throw light back, crushed ones do not.
 void BreakAt(Link& link, double km, Random& random) {
   const size_t section = SectionAt(link, km);
   link.sections.resize(section + 1);
@@ -118,7 +118,7 @@ std::optional<size_t> DrawJoint(const Link& link, Random& random, bool reflectiv
   return joints[static_cast<size_t>(random.Integer(0, static_cast<long>(joints.size()) - 1))];
 }
 
-// One kind of happening on the current link of a pair; false where there is no room for it.
+// Makes one kind of change to the current link of a pair. False where there is no room for it.
 class Changer {
  public:
   Changer(TracePair& pair, const std::string& links, Random& random)
@@ -208,7 +208,7 @@ class Changer {
     BreakAt(link_, *km, random_);
     return true;
   }
-  // A fibre drawn anew, measured with the settings of the baseline.
+  // Another fibre, drawn anew and measured with the settings of the baseline.
   bool ConnectOther(bool otherLevel) {
     const Link other = DrawLink(links_, random_);
     link_.sections = other.sections;

@@ -11,8 +11,8 @@ namespace reflyze::bench {
 
 // What happens to a fibre between a baseline and the current trace.
 enum class Happening {
-  kNothing,           // only the noise is another
-  kOtherAcquisition,  // spacing and range are others
+  kNothing,           // only the noise differs
+  kOtherAcquisition,  // other spacing and range
   kOtherGroupIndex,   // the instrument is set to another group index
   kMoreLoss,          // at a joint
   kNewSplice,         // 0.3 dB, between joints
@@ -24,7 +24,7 @@ enum class Happening {
   kBreakAnywhere,
   kDeadFibre,           // nothing behind the launch connector
   kOtherFibre,          // of another level
-  kOtherFibreSameLevel  // which shows by its joints and its end only
+  kOtherFibreSameLevel  // of the same level: only its joints and its end show it
 };
 
 const std::vector<Happening>& AllHappenings();
@@ -37,7 +37,7 @@ struct TracePair {
   double changeDb = 0.0;  // of a loss or a reflectance
 };
 
-// Whether it happens to a joint, so that it can only be told where the baseline lists that joint.
+// Whether this happens to a joint. It can then be found only where the baseline lists that joint.
 bool IsAtJoint(Happening happening);
 
 // A link as operators watch them: 20 to 80 km of fibre at 1550 nm, spliced every 4 to 10 km, some of its
@@ -45,7 +45,7 @@ bool IsAtJoint(Happening happening);
 constexpr const char* kMonitored = "monitored";
 
 // Draws a link, monitored or of one of the scorecard's classes, whose far end stands `marginDb` above the
-// noise, and lets it happen. Nothing where the drawn link has no room for it.
+// noise, and changes it. None where the drawn link has no room for the change.
 std::optional<TracePair> DrawPair(Happening happening, const std::string& links, double marginDb,
                                   Random& random);
 

@@ -79,13 +79,13 @@ class TruthTable {
   bool IsEnd(size_t i) const { return i == 0 || i + 1 == truth_.size(); }
   TSorBlockKeyEvents1E& EventAt(size_t i) { return record_.KeyEvents->EventAt(static_cast<long>(i)); }
 
-  // A measurement names a point of the trace.
+  // The place of a measured event is a point of the trace.
   int PlaceOf(size_t i) const {
     const double owt = record_.LenToOwt(truth_[i].distanceKm);
     return static_cast<int>(static_cast<double>(std::lround(owt / spacingOwt_)) * spacingOwt_);
   }
 
-  // Pulse and receiver are done with a joint: a reflection takes longer to fall.
+  // From here on pulse and receiver show the joint no more. A reflection takes longer to fall.
   int ClearOf(size_t i) {
     const bool reflects = truth_[listed_[i]].reflectanceDb.has_value();
     const double pulses = reflects ? 1.1 : 1.0, timeConstants = reflects ? 15.0 : 5.0;

@@ -18,7 +18,7 @@ struct TwoWays {
   double pulseKm = 0.0;
   double spacingKm = 0.0;
 
-  // How far a found event may stand from a true one to be that.
+  // How far a found event may stand from a true one and still count as it.
   double ToleranceKm() const;
   const sim::TrueEvent& FromA(size_t joint) const { return a.truth.events[joint]; }
   const sim::TrueEvent& FromB(size_t joint) const {
@@ -28,19 +28,20 @@ struct TwoWays {
 
 TwoWays MeasureBothWays(const sim::Link& link, std::uint64_t seed);
 
-// A link of a class at 1310, 1550 or 1625 nm: what 1550 nm draws, half of the links measure at 1625 nm.
+// A link of a class at 1310, 1550 or 1625 nm. Half of those that are drawn for 1550 nm become links for 1625
+// nm.
 sim::Link RandomLinkOfThreeWavelengths(LinkClass linkClass, Random& random);
 
-// Loss of an event by straight lines through its two sections, at its place: what its markers can tell of it
-// without any assumption on fibre. None where a section has fewer than a few points.
+// The loss of an event by straight lines through its two sections, at its place: what its markers tell of it
+// without assumptions about the fibre. None where a section has too few points.
 std::optional<double> LossByLines(TSorData& record, const TSorBlockKeyEvents1E& event);
 
 // Replaces the event table by the truth: every joint at its place, sections clear of pulse and receiver where
 // there is room, losses by lines, reflectances as measured there. Joints marked in `leaveOut`, counted from
-// the launch of this trace, are overlooked; launch and end never.
+// the launch of this trace, are left out; launch and end never are.
 void ListTruth(sim::SimulatedTrace& trace, const sim::Link& link, const std::vector<bool>& leaveOut);
 
-// Moves each event but launch and end by up to the interval that its place is trusted within.
+// Moves each event, except launch and end, by up to the interval within which its place is trusted.
 void MovePlaces(TSorData& record, Random& random);
 
 }  // namespace reflyze::bench

@@ -1,5 +1,5 @@
-// How well two directions of a link merge, over random links whose truth is known: from the tables that the
-// analysis finds, and from tables of the truth, which show what is the merge's own doing.
+// How well two directions of a link merge, over random links whose truth is known. The merge gets the tables
+// that the analysis finds, and tables of the truth, which show what the merge itself does wrong.
 
 #include <CLI/CLI.hpp>
 #include <iostream>
@@ -24,7 +24,7 @@ struct Options {
   double etDb = 3.0;
 };
 
-// Joints that one direction or the other has overlooked.
+// The share of joints that one direction or the other has overlooked.
 constexpr double kOverlookedShare = 0.33;
 
 class Program {

@@ -44,9 +44,9 @@ struct Options {
 // What came of one pair.
 struct Verdict {
   bool code = false;   // the result code is right
-  bool flags = false;  // what is to be flagged is
-  bool place = false;  // where it happened
-  bool alone = false;  // and nothing else is
+  bool flags = false;  // the right event is flagged
+  bool place = false;  // at the right place
+  bool alone = false;  // and nothing else is flagged
   bool Right() const { return code && flags && place; }
 };
 
@@ -55,7 +55,7 @@ bool Alarmed(const ComparedEvent& row) {
          row.attenuation.exceeded;
 }
 
-// How far an event may be told from where it is.
+// How far from its true place an event may be reported.
 double ToleranceKm(const TracePair& pair) {
   const double pulseKm = pair.current.pulseNs * sim::KmPerNs(pair.current.groupIndex);
   return std::max(2.0 * pulseKm, 5.0 * pair.current.spacingM / 1000.0);
@@ -69,7 +69,7 @@ bool Lists(const TSorData& baseline, const TracePair& pair) {
   return false;
 }
 
-// A record as the program meets it.
+// A record as the program would read it.
 LoadedRecord ThroughFile(TSorData& record) {
   TSorFile memory(nullptr, "m");
   record.Write(&memory);
@@ -77,7 +77,7 @@ LoadedRecord ThroughFile(TSorData& record) {
   return ForMeasuring(Trace::FromBytes("trace", {bytes, bytes + memory.GetDataSize()}));
 }
 
-// Judges a comparison by what happened.
+// Judges a comparison by what really happened.
 class Judge {
  public:
   Judge(Happening happening, const TracePair& pair, const Comparison& table)
@@ -174,7 +174,7 @@ class Program {
     Random random(options_.seed * 1000003 + static_cast<std::uint64_t>(happening));
     Tally all;
     std::map<std::string, Tally> classes;
-    constexpr long kMostTries = 50;  // per pair: not every link has room for everything
+    constexpr long kMostTries = 50;  // per pair, since not every link has room for every change
     for (long tries = 0; all.pairs < options_.count && tries < kMostTries * options_.count; ++tries) {
       const auto number = static_cast<size_t>(all.pairs) % options_.classes.size();
       const std::string& links = options_.classes[number];
@@ -193,7 +193,7 @@ class Program {
       for (const auto& [name, tally] : classes) tally.Print("  " + name);
   }
 
-  // Nothing where the baseline does not list the joint to which it happened.
+  // The pair is passed over where the baseline does not list the joint that was changed.
   std::optional<Verdict> RunPair(Happening happening, const TracePair& pair, std::uint64_t seed,
                                  const std::string& name) const {
     const sim::SimulatedTrace before = sim::Simulate(pair.baseline, seed);
@@ -218,7 +218,7 @@ class Program {
     return verdict;
   }
 
-  // A miss, for a look: what was said, and the files to say it again with the program.
+  // Keeps a miss to be looked at: what was said, and the files to have the program say it again.
   void Tell(const std::string& name, const TracePair& pair, std::uint64_t seed,
             const Comparison& table) const {
     if (options_.verbose) {

@@ -92,7 +92,7 @@ class Scorecard {
     thresholds.THRef = options_.rtDb;
     thresholds.THEnd = options_.etDb;
     const auto analyse = [&trace](TTH& values) { TAuto().AnalysisSorData(trace.record.get(), &values); };
-    thresholds.fromAutomat = 1;  // taken literally, as the program does
+    thresholds.fromAutomat = 1;  // thresholds are taken literally, as by the program
     thresholds.noShortAnalysis = options_.road == "direct" ? 1 : 0;
     if (options_.road == "program") {
       AnalysePlausibly(*trace.record, thresholds, analyse);
@@ -119,7 +119,7 @@ class Scorecard {
     }
   }
 
-  // The worst traces, each with its link and its truth, for a look.
+  // Keeps the worst traces to be looked at, each with its link and its truth.
   void KeepWorst() {
     std::stable_sort(kept_.begin(), kept_.end(),
                      [](const Kept& a, const Kept& b) { return a.badness > b.badness; });

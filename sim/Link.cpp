@@ -16,9 +16,9 @@ constexpr long kMostPoints = TSorBlockDataPoints1SF::kMostPoints;
 constexpr size_t kMostSections = 10000;
 constexpr double kLongestKm = 1000.0;                    // of a range
 constexpr double kFinestM = 0.001, kCoarsestM = 1000.0;  // spacing
-constexpr size_t kMostEchoing = 100;  // reflections whose echoes are followed, each with each
+constexpr size_t kMostEchoing = 100;  // reflections whose echoes are followed, each with every other
 
-// A name from a document may hold a zero, at which the message would end.
+// A name from a document may hold a zero byte, at which the message would end.
 [[noreturn]] void Fail(std::string field, const std::string& why) {
   for (size_t zero = field.find('\0'); zero != std::string::npos; zero = field.find('\0')) {
     field.replace(zero, 1, "\\u0000");
@@ -26,8 +26,8 @@ constexpr size_t kMostEchoing = 100;  // reflections whose echoes are followed, 
   throw LinkError(field + ": " + why);
 }
 
-// One JSON object while it is read. It knows its place in the document, for messages. At its end it checks
-// that every field was read, so that a misspelt field is an error and not a default.
+// One JSON object while it is read. It knows its place in the document, for messages. When it ends, every
+// field must have been read, so that a misspelt field is an error and not a default.
 class Object {
  public:
   Object(const Document& value, std::string place) : value_(value), place_(std::move(place)) {
@@ -165,7 +165,7 @@ void ReadFibre(Object& object, Link& link) {
   if (const Document* end = object.Child("end")) link.end = ReadJoint(*end, "end");
 }
 
-// Two of spacing, points and range settle the third.
+// Two of spacing, points and range give the third.
 void SettleSampling(Link& link) {
   if (link.spacingM == 0.0 && link.points == 0) Fail("spacing_m", "is missing, and so is points");
   if (link.rangeKm == 0.0 && (link.spacingM == 0.0 || link.points == 0)) Fail("range_km", "is missing");

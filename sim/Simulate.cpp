@@ -14,7 +14,7 @@ namespace {
 constexpr short kScaleFactor = 1000;  // samples in steps of 0.001 dB
 constexpr double kDsPerOwt = 10000.0;
 
-// White noise with a variance of 1: the sum of twelve uniform numbers. No library function enters whose last
+// White noise with a variance of 1: the sum of twelve uniform numbers. It uses no library function whose last
 // digit differs from one machine to the next.
 class Noise {
  public:
@@ -38,7 +38,7 @@ unsigned short SampleOf(double levelDb) {
   return TruncToUShort(std::max(steps, 0.0));
 }
 
-// The scales of the record. They are set first, since their fields are integers: the trace is then computed
+// The scales of the record. They are set first, because their fields are integers: the trace is then computed
 // for the spacing, offset, group index and pulse that the record really states.
 void FillScales(const Link& link, TSorData& record) {
   TSorBlockFixedParameters& fixed = *record.FxdParams;
@@ -81,7 +81,7 @@ double NoiseRms(const Link& link) {
   return PowerOfLevel(link.receiver.noiseDb) / std::sqrt(static_cast<double>(link.averages));
 }
 
-// Clipping, noise and the logarithm: what the instrument makes of the light.
+// What the instrument makes of the light: noise, clipping and the logarithm.
 void FillPoints(const Link& link, const std::vector<double>& light, std::uint64_t seed,
                 SimulatedTrace& trace) {
   const double saturation = PowerOfLevel(link.receiver.saturationDb);
@@ -101,7 +101,7 @@ void FillPoints(const Link& link, const std::vector<double>& light, std::uint64_
     samples[i] = SampleOf(level(light[i] + noiseRms * noise.Next()));
     trace.cleanDb[i] = static_cast<float>(level(light[i]));
   }
-  // What follows a reading, so that a record fresh from here and one from a file are alike.
+  // Does what follows a reading, so that a record from here is like one from a file.
   trace.record->UpdateChildrenWithNewDataType();
   trace.record->CalculateValues();
   trace.record->SetLinf();
@@ -177,7 +177,8 @@ class TruthTeller {
   void AddJoint(size_t i) {
     const double km = waveform_.JointKm(i + 1);
     TrueEvent event = Event(km, link_.joints[i], LevelBehind(km));
-    // A fibre that scatters more behind the joint lifts the trace by half the difference in dB: a gainer.
+    // A fibre that scatters more behind the joint lifts the trace by half the difference in dB. The joint
+    // looks like a gain.
     event.lossDb = link_.joints[i].lossDb -
                    (link_.sections[i + 1].backscatterDb - link_.sections[i].backscatterDb) / 2.0;
     event.attenuationDbPerKm = link_.sections[i].attenuationDbPerKm;

@@ -10,7 +10,8 @@ namespace {
 constexpr double kLightKmPerNs = 299792.458e-9;
 constexpr double kPi = 3.14159265358979323846;
 
-// (1 - e^-x) / x, the mean of a decay that begins at 1; by its series where the difference would lose digits.
+// (1 - e^-x) / x, the mean of a decay that begins at 1. Where the difference would lose digits, its series is
+// used.
 double MeanOfDecay(double x) {
   constexpr double kShort = 0.5;
   constexpr int kTerms = 16;  // 0.5^16 / 17! is less than the last digit of 1
@@ -20,7 +21,8 @@ double MeanOfDecay(double x) {
   return mean;
 }
 
-// A first-order low pass over an input that is a straight line from one end of a step to the other: exact.
+// A first-order low pass whose input is a straight line from one end of a step to the other. The result is
+// exact.
 class LowPass {
  public:
   explicit LowPass(double constantKm) : constantKm_(constantKm) {}
@@ -57,8 +59,8 @@ Waveform::Waveform(const Link& link)
   if (link.ghosts) AddEchoes(link);
 }
 
-// Walks the link from the launch, with the two-way power left. The launch level is that of a full pulse's
-// backscatter behind the launch connector, which fixes the scale.
+// Walks along the link from the launch with the two-way power that is left. The launch level is the
+// backscatter of a full pulse behind the launch connector; it fixes the scale.
 void Waveform::LayFibre(const Link& link) {
   const double launchBackscatterDb = link.sections.empty() ? -81.9 : link.sections.front().backscatterDb;
   powerPerReflectance_ =
@@ -92,8 +94,8 @@ void Waveform::LayFibre(const Link& link) {
   }
 }
 
-// Ghosts. Light that goes to a reflector, back to a nearer one, and to the first again comes later by the way
-// between the two. It looks like an event behind the far reflector, as far as that lies behind the near one.
+// Ghosts. Light that goes to a reflector, back to a nearer one, and to the first again arrives later, by the
+// way between the two. It looks like an event as far behind the far reflector as that is behind the near one.
 void Waveform::AddEchoes(const Link& link) {
   std::vector<std::pair<size_t, double>> reflecting;  // joint, reflectance as a ratio
   for (size_t i = 0; i < jointKm_.size(); ++i) {
@@ -104,7 +106,7 @@ void Waveform::AddEchoes(const Link& link) {
     for (size_t b = a + 1; b < reflecting.size(); ++b) {
       const auto [near, nearRatio] = reflecting[a];
       const auto [far, farRatio] = reflecting[b];
-      // The near joint is met from behind: what lies before it is not passed a second time.
+      // The near joint reflects from behind: the light does not pass what lies before it a second time.
       const double behindNear =
           jointTransmission_[near] * PowerOfLevel(-(near == 0 ? link.launch : link.joints[near - 1]).lossDb);
       const double between = jointTransmission_[far] / behindNear;
@@ -141,7 +143,7 @@ double Waveform::BackscatterPower(double positionKm) const {
   return power * RippleFactor(positionKm);
 }
 
-// Reflections seen all along a stretch of positions that holds no edge.
+// The reflections that are seen all along a stretch of positions without an edge.
 double Waveform::ReflectedPower(double betweenKm, double andKm) const {
   const double middle = (betweenKm + andKm) / 2.0;
   double power = 0.0;
@@ -176,7 +178,7 @@ std::vector<double> Waveform::ReceiverOutput(double firstKm, double stepKm, long
   LowPass fast(fastKm_), slow(slowKm_);
   const std::vector<double> edges = Edges();
   size_t nextEdge = 0;
-  // The receiver rests before the first light: joints begin at 0.
+  // The receiver is at rest before the first light: joints begin at 0.
   double atKm = std::min(firstKm, 0.0);
   double scattered = BackscatterPower(atKm);
   double reflected = 0.0;

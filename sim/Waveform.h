@@ -20,7 +20,7 @@ struct Reflector {
 };
 
 // The noise-free power at the receiver's input and output. A position stands for the time at which light of
-// the front of the pulse comes back from there.
+// the pulse's front comes back from there.
 //
 // The pulse is rectangular, of a length in the fibre of c T / (2 n). At the position z its front returns from
 // z and its back from one pulse length before, so the receiver sees the backscatter of that stretch,
@@ -33,8 +33,8 @@ class Waveform {
  public:
   explicit Waveform(const Link& link);
 
-  // Power at the receiver's input. Reflections switch on and off at their edges; at an edge itself the value
-  // is that behind it.
+  // Power at the receiver's input. Reflections switch on and off at edges; at an edge itself the value is
+  // that behind it.
   double InputPower(double positionKm) const;
   // The same without reflections: what the fibre alone scatters back.
   double BackscatterPower(double positionKm) const;

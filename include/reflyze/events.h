@@ -27,9 +27,9 @@ constexpr double kLargestThreshold = 1000.0;
 // A document of thresholds is a page of text.
 constexpr std::size_t kLargestThresholdDocument = 1u << 16;  // bytes
 
-// Thresholds from a document of an instrument (INI): one section of it. More is forgiven than by instruments:
-// any line ends, blanks around "=", the mark that some editors put at the head; a key without a value does
-// not count.
+// Thresholds from one section of a document of an instrument (INI). It may be less strict than those of
+// instruments: any line ends, blanks around "=", the mark that some editors put at the head. A key without a
+// value does not count.
 class REFLYZE_API ThresholdDocument {
  public:
   ThresholdDocument() = default;  // none
@@ -55,10 +55,11 @@ struct AnalyseOptions {
   bool dropUnknown = false;          // store no blocks that nobody here knows
 };
 
-// A record has a number in every place. The launch and the end have a step of the trace for a loss, a splice
-// the reflectance that noise leaves to it, a return loss of 0 says that there is none.
+// A record has a number in every place, measured or not. The launch and the end have a step of the trace for
+// a loss, a splice has the reflectance that noise leaves to it, and a return loss of 0 says that there is
+// none.
 enum class Numbers {
-  kMeasured,  // of all those only what is one, for readers
+  kMeasured,  // only numbers that were measured, for readers
   kAsStored,
 };
 

@@ -17,10 +17,10 @@ struct Output {
 // before leaves it its permissions. A link is followed. What is no file but a device, a pipe or an open
 // descriptor (/dev/stdout) is written to. Throws Error kUnwritable, also for two outputs of one name.
 //
-// Several outputs appear together or none does: all are on disk before the first name changes, and names that
-// have changed change back where a later one can't. What no program can exclude is its end between two
-// renames, by a kill or a power cut: no file system renames two files in one step. Then the first output is
-// new, and the second lies whole beside its place, under its passing name.
+// Several outputs appear together or not at all. All are on disk before the first name changes, and names
+// that have changed change back where a later one can't. A program can be killed, or lose its power, between
+// two renames, since no file system renames two files in one step. Then the first output is new, and the
+// second lies whole beside its place, under its passing name.
 REFLYZE_API void SaveTogether(const std::vector<Output>& outputs);
 
 // No input is larger; a record of the most points is a few megabytes.

@@ -33,7 +33,7 @@ struct FilterPoint {
 
 // Where the automatic filter stopped: a rise, a fall or both.
 struct FilterEvent {
-  std::string type;  // a letter, "" where it was never set
+  std::string type;  // a letter, or "" where the filter has set none
   FilterPoint begin, peak, end;
   long rise = 0, tail = 0;         // points
   int gradeUp = 0, gradeDown = 0;  // how far the signal stood out

@@ -8,7 +8,7 @@
 
 namespace reflyze {
 
-// An event as one direction measured it; without a loss at the launch and at the end, which are no joints.
+// An event as one direction measured it. The launch and the end are no joints and have no loss.
 struct DirectionOfEvent {
   bool listed = false;  // in its table
   bool seen = false;    // by its own measurement

@@ -26,7 +26,7 @@ REFLYZE_API const ComparisonSetting* FindComparisonSetting(
 // Limits are stored in thousandths in 16 bits.
 constexpr double kLargestLimit = 32.5;  // dB, dB/km
 
-// How a fibre is to be watched. Limits are of changes against the baseline, those of the loss of what grows.
+// How a fibre is to be watched. Limits are of changes against the baseline; of losses only growth counts.
 struct Monitoring {
   std::string level;  // name of the alarm level, UTF-8, not empty
   double ltDb = 0.2;  // loss of an event
@@ -45,12 +45,12 @@ struct Baseline {
   StoredRecord record;
 };
 
-// Makes the baseline of a fibre, from a trace with usable events or analysed for it. Throws Error kUnreadable
+// Makes the baseline of a fibre. A trace without usable events is analysed first. Throws Error kUnreadable
 // for a trace that can't be measured or shows no fibre, kUsage for a stretch that is not on it, for a level
 // without a name and for a setting or limit out of its bounds.
 REFLYZE_API Baseline MakeBaseline(Trace trace, const Monitoring& monitoring);
 
-// What became of one quantity of an event, and its limit; dB or dB/km.
+// What has become of one quantity of an event, and its limit, in dB or dB/km.
 struct Deviation {
   double value = 0.0;  // the change against the baseline, or the quantity itself where that is limited
   bool absolute = false;
@@ -65,7 +65,7 @@ struct ComparedEvent {
   bool isNew = false;
   bool fail = false;
   bool fiberBreak = false;
-  Deviation loss, reflectance, attenuation;  // a limit of the reflectance itself is one of the return loss
+  Deviation loss, reflectance, attenuation;  // a limit of the reflectance itself is stored as return loss
 };
 
 // Where the fibre was looked for and not found.
@@ -109,7 +109,8 @@ struct CompareOptions {
 // recheck, a trace without results.
 REFLYZE_API Comparison Compare(Trace baseline, Trace current, const CompareOptions& options = {});
 
-// One plain sentence for each change, in the order of their places; one that reassures if there is none.
+// One plain sentence for each change, in the order of their places. If there is none, one sentence that says
+// so.
 REFLYZE_API std::vector<std::string> ChangesOf(const Comparison& comparison);
 
 }  // namespace reflyze

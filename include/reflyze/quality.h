@@ -36,7 +36,7 @@ struct QualityTable {
   double lengthKm = 0.0;
   double noiseFloorDb = 0.0;
   std::vector<JudgedEvent> rows;
-  double measurableKm = 0.0;  // up to which losses can be measured: where not all can, the first that can't
+  double measurableKm = 0.0;  // losses can be measured up to here: the first event whose loss can't be
   bool allMeasurable = false;
   LaunchState launch = LaunchState::kUnknown;
   float launchQuality = 0.0f;  // smaller is better

@@ -31,13 +31,13 @@ class REFLYZE_API AnalysisService {
   virtual int Compare(TSorData& baseline, TSorData& current, bool recheck) = 0;
 };
 
-// What a module leaves in the record, with nothing of the library before or behind it.
+// What a module leaves in the record, without what the library does before and after.
 REFLYZE_API EventTable AnalyseBy(AnalysisService& service, Trace trace, const AnalyseOptions& options = {});
 REFLYZE_API Comparison CompareBy(AnalysisService& service, Trace baseline, Trace current,
                                  const CompareOptions& options = {});
 
-// What a host gives its module as handler of assertions: ends in an Error of whatever was asked of the
-// library.
+// The handler of assertions that a host gives its module. It throws, so that the call of the library ends in
+// an Error.
 [[noreturn]] REFLYZE_API void ThrowAssertion(const char* text, const char* file, int line);
 
 }  // namespace reflyze

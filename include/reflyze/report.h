@@ -29,7 +29,7 @@ REFLYZE_API std::string JsonOf(const Comparison& comparison);
 REFLYZE_API std::string JsonOf(const MergedTable& table);
 REFLYZE_API std::string JsonOf(const QualityTable& table);
 REFLYZE_API std::string JsonOf(const FilterTable& table);
-// The truth in the shape of a table of events; several lines with an indent above 0.
+// The truth in the shape of a table of events. An `indent` above 0 gives several lines.
 REFLYZE_API std::string JsonOf(const Simulation& simulation, int indent = -1);
 
 // One line an event, without the heading.
@@ -41,8 +41,8 @@ struct DumpOptions {
   bool native = false;  // every block that a record has in memory, also those that the file does not have
 };
 
-// Every field of every block of a file.
-// What a reader of a dump should know: of the file, and of what is not shown as it stands.
+// Every field of every block of a file. DumpWarnings gives what a reader of a dump should know of the file,
+// and of what is not shown as it stands.
 REFLYZE_API std::vector<Warning> DumpWarnings(const Trace& trace);
 REFLYZE_API std::string DumpText(const Trace& trace, const DumpOptions& options = {});
 REFLYZE_API std::string DumpJson(const Trace& trace, const DumpOptions& options = {});

@@ -8,7 +8,8 @@
 
 namespace reflyze {
 
-// One line for a terminal: control characters, also the second set in UTF-8, become question marks.
+// A text as one line that is safe on a terminal: control characters, also the second set in UTF-8, become
+// question marks.
 REFLYZE_API std::string OneLine(const std::string& text);
 
 // The name of a file for people: "standard input" for "-".

@@ -68,8 +68,8 @@ class REFLYZE_API Trace {
   const std::vector<double>& LevelsDb() const;
   // Distance of each point along the fibre, km from the user's zero.
   const std::vector<double>& DistancesKm() const;
-  // Why it can't be measured: it ends inside its samples, has none, holds temperatures, has no scale of
-  // distances, or the same level everywhere. Empty where it can.
+  // Why the trace can't be measured: its file ends inside the samples, it has none, holds temperatures, has
+  // no scale of distances, or the same level everywhere. Empty where it can be.
   std::string WhyUnusable() const;
 
   // Some instruments put several whole traces into one file. The number of them, and each by itself, from 0,
@@ -78,14 +78,14 @@ class REFLYZE_API Trace {
   int TraceCount() const;
   Trace Part(int index) const;
 
-  // What would be written, and writing it; see SaveTogether. Throws Error kUnwritable, and kUnreadable where
-  // a file is too broken to be written anew.
+  // Bytes gives what would be written, Save writes it; see SaveTogether. Throws Error kUnwritable, and
+  // kUnreadable where a file is too broken to be written anew.
   std::string Bytes(const CopyOptions& options = {}) const;
   void Save(const std::string& file, const CopyOptions& options = {}) const;
 
-  // What a user has to know where this record is stored with events that were found here: some makers keep a
-  // table of their own in a block that nobody here knows, which then stays as it is. Empty where there is
-  // nothing to say.
+  // A warning for a user who stores this record with events that were found here. Some makers keep a table of
+  // their own in a block that nobody here knows, which then stays as it is. Empty where there is nothing to
+  // say.
   std::string SecondTableWarning() const;
 
   // For the library: what was read, and the same for whoever changes it; a copy where somebody else holds it
