@@ -34,8 +34,8 @@ TEST_F(AnalyseTest, TableHoldsWhatStandsOnTheFibre) {
   EXPECT_NEAR(json["length_km"].get<double>(), 12.0, 0.01);
 }
 
-// What the search from the filter's events alone would tell wrongly: a fibre that ends without a reflection,
-// and a link of more events than it has room for.
+// Links on which the search from the filter's events alone goes wrong: a fibre that ends without a
+// reflection, and one with more events than that search has room for.
 TEST_F(AnalyseTest, TableThatCannotBeTrueIsSearchedAgain) {
   reflyze::sim::Link broken = MetroLink();
   broken.sections[2].lengthKm = 1.7;
@@ -131,7 +131,7 @@ TEST_F(CopyTest, UnknownBlocksAndForeignTextsSurviveByteForByte) {
   record.GenParams->CMT = "tab\there \xE9\xFF  ";
   record.WriteProprietaryBlocks = 1;
   const std::string plain = Bytes(record);
-  // A block that nobody knows; a record that was read has room for it.
+  // A block that nobody knows. A record that was read has room for it.
   TSorFile file(plain.data(), plain.size());
   TSorData foreign;
   foreign.Read(&file);
@@ -156,7 +156,7 @@ TEST_F(CopyTest, PipeTakesTheBytesAndStays) {
   ASSERT_EQ(mkfifo(File("pipe").c_str(), 0600), 0);
   const int reader = open(File("pipe").c_str(), O_RDONLY | O_NONBLOCK);
   ASSERT_EQ(Run({"copy", trace, File("pipe"), "--no-proprietary"}).status, 0);
-  std::string bytes(65536, '\0');  // what a pipe holds
+  std::string bytes(65536, '\0');  // as much as a pipe holds
   bytes.resize(static_cast<size_t>(std::max<ssize_t>(read(reader, bytes.data(), bytes.size()), 0)));
   close(reader);
   EXPECT_TRUE(bytes == Load(trace));
@@ -219,7 +219,7 @@ TEST_F(FailureTest, InputsThatAreNoTraceAreStatus3) {
   ExpectOneLineError(Run({"copy", folder, File("out.sor")}), 3, "a folder");
 }
 
-// A block is placed by the sizes before it: one size that lies, and what is behind it can't be found.
+// A block is placed by the sizes before it. After one wrong size nothing can be found.
 TEST_F(FailureTest, RecordThatCouldNotBeReadThroughIsShownAndNotUsed) {
   const std::string whole = Load(StoreTrace("a.sor"));
   for (const std::string block : {"FxdParams", "KeyEvents", "DataPts"}) {
@@ -229,7 +229,7 @@ TEST_F(FailureTest, RecordThatCouldNotBeReadThroughIsShownAndNotUsed) {
     const Result dump = Run({"dump", lying, "--format", "json", "--no-data"});
     ASSERT_EQ(dump.status, 0) << block;
     EXPECT_EQ(Json(dump)["state"], sfEndOfData) << block;
-    const bool all = block == "DataPts";  // behind it stands the checksum alone
+    const bool all = block == "DataPts";  // only the checksum comes after it
     EXPECT_EQ(Json(dump).contains("DataPts"), all) << block;
     ASSERT_EQ(Run({"copy", lying, File("out.sor")}).status, 0) << block;
     EXPECT_TRUE(Load(File("out.sor")) == bytes) << block;

@@ -1,4 +1,4 @@
-// Monitoring as a user meets it: a baseline made, a fibre changed, and what the program says of it.
+// Monitoring as a user meets it: a baseline is made, the fibre changes, and the program tells the change.
 
 #include <functional>
 #include <regex>
@@ -43,7 +43,7 @@ class MonitoringTest : public ProgramTest {
     options.insert(options.begin(), {"compare", baseline, current});
     return Run(options);
   }
-  // A record that holds what was printed.
+  // The record that holds what was printed.
   void ExpectStored(const std::string& path, const nlohmann::json& printed) const {
     const nlohmann::json dump = Dump(path);
     const nlohmann::json& block = dump["RFTSEvents"];
@@ -161,7 +161,7 @@ TEST_F(BaselineTest, RefusesWhatCannotBeWatched) {
 
 class CompareTest : public MonitoringTest {};
 
-// Each fault of a fibre: what the program says first, its status, and what is stored.
+// For each fault of a fibre: the first sentence of the program, its status, and what is stored.
 TEST_F(CompareTest, SaysWhatHappened) {
   const struct {
     const char* what;
@@ -232,14 +232,14 @@ TEST_F(CompareTest, SaysWhatHappened) {
   }
 }
 
-// Another way is asked only where the first has left something open, and leaves no mark of itself.
+// The direct search is asked only where the first answer leaves a doubt, and leaves no mark of its own.
 TEST_F(CompareTest, AsksAgainOnlyWhereSomethingSpeaksAgainstTheAnswer) {
   TSorData baseline;
   ASSERT_EQ(baseline.Read(StoreBaseline("b.sor").c_str(), "rb"), sfOk);
   Link crushed = MetroLink(), hidden = MetroLink();
   crushed.sections[2].lengthKm = 3.0, crushed.end = {};
   hidden.sections.pop_back(), hidden.joints.pop_back(), hidden.sections[1].lengthKm = 0.9, hidden.end = {};
-  // Behind a strong launch the filter takes no fibre's end for one.
+  // Behind a strong launch the filter takes nothing for the end of the fibre.
   Link dazzled = crushed;
   dazzled.launch.reflectanceDb = hidden.launch.reflectanceDb = -45.0;
   const struct {
@@ -285,7 +285,7 @@ TEST_F(CompareTest, DoubtsWhatTheLevelsContradict) {
   EXPECT_GT(doubts(*silent.record), 4 * 0.25) << "0.3 dB, of which noise may hide some";
 }
 
-// Limits may change after a comparison; what it found stays.
+// Limits may change after a comparison. Its results stay.
 TEST_F(CompareTest, ChecksStoredResultsAgain) {
   const std::string baseline = StoreBaseline("b.sor"), result = File("r.sor");
   const std::string lenient = StoreBaseline("lenient.sor", {"--lt", "0.6"});
@@ -334,7 +334,7 @@ TEST_F(CompareTest, NeedsABaselineAndAFibre) {
   EXPECT_NE(warned.err.find("a pulse of 200 ns"), std::string::npos) << warned.err;
 }
 
-// Both have been analysed, or neither, or one: an analysis leaves marks in a record.
+// Both records have been analysed, neither, or one: an analysis leaves marks in a record.
 TEST_F(CompareTest, DoesNotCareWhoWasAnalysedBefore) {
   const std::string trace = StoreTrace("t.sor"), analysed = File("a.sor");
   ASSERT_EQ(Run({"analyse", trace, "-o", analysed}).status, 0);
@@ -345,8 +345,8 @@ TEST_F(CompareTest, DoesNotCareWhoWasAnalysedBefore) {
   }
 }
 
-// Whatever instrument and revision they come from, with the events of their makers where these have markers.
-// The simulated ones are always here, those of instruments where their folder is.
+// Traces of all instruments and revisions, with the events of their makers where these have markers. The
+// simulated ones are always here, those of instruments only where their folder is.
 TEST_F(CompareTest, RealTracesAreThemselvesAndTwoDirectionsAreNotOne) {
   const std::string examples = REFLYZE_SOURCE_DIR "/examples/", makers = REFLYZE_TRACES_DIR "/";
   std::vector<std::string> paths = {examples + "access-2km.sor", examples + "metro-40km.sor"};

@@ -4,8 +4,8 @@
 #include "tests/cli/program.h"
 #include "tests/sor/recordBytes.h"
 
-// What the program makes of files that instruments, hosts and accidents leave: whose zero their times count
-// from, whether they hold a trace, or several, and what a copy or a listing of them shows.
+// Files that instruments, hosts and accidents leave: from which zero their times count, whether they hold one
+// trace or several, and what a copy or a listing shows of them.
 
 namespace {
 
@@ -32,7 +32,7 @@ class OffsetTest : public FilesTest {
  protected:
   static constexpr const char* kStamped = "1.0 VA=170330";
 
-  // The metro link with its first 4 km as a launch reel, told in every way in which files tell it.
+  // The metro link with its first 4 km as a launch reel, stored in each of the ways that files have.
   void SetUp() override {
     ASSERT_EQ(Run({"analyse", StoreTrace("raw.sor"), "-o", File("plain.sor"), "--lt", "0.1"}).status, 0);
     reel_ = RecordOf(Load(File("plain.sor")))->KeyEvents->EventAt(1).EPT;
@@ -74,7 +74,7 @@ TEST_F(OffsetTest, EveryWayToTellItIsTheSameFibre) {
     const std::string trace = File(kind);
     const Result quality = Run({"quality", trace, "--format", "json"});
     ASSERT_EQ(quality.status, 0) << kind << quality.err;
-    EXPECT_EQ(quality.err, "") << kind;  // the table was taken as it is
+    EXPECT_EQ(quality.err, "") << kind;  // the table was taken without an analysis
     const nlohmann::json events = Json(quality)["events"];
     const double kKm[] = {-4.0, 0.0, 4.0, 8.0};
     ASSERT_EQ(events.size(), 4u) << kind;
@@ -111,7 +111,7 @@ TEST_F(OffsetTest, WhatIsStoredReadsBackAsItWas) {
     const std::string before = Load(trace);
     ASSERT_EQ(Run({"copy", trace, File("copy.sor")}).status, 0);
     EXPECT_TRUE(Load(File("copy.sor")) == before) << kind;
-    const nlohmann::json dump = Dump(trace);  // a listing moves nothing, but what reading a record does
+    const nlohmann::json dump = Dump(trace);  // a listing moves only what reading a record moves
     EXPECT_EQ(dump["KeyEvents"]["events"][0]["EPT"], RecordOf(before)->KeyEvents->EventAt(0).EPT);
     EXPECT_EQ(dump["warnings"].size(), std::string(kind) == "negated.sor" ? 1u : 0u) << kind;
     ASSERT_EQ(Run({"copy", trace, File("one.sor"), "--native"}).status, 0);
@@ -127,7 +127,7 @@ TEST_F(OffsetTest, WhatIsStoredReadsBackAsItWas) {
     ASSERT_EQ(Run({"analyse", File("one.sor"), "-o", File("two.sor")}).status, 0);
     EXPECT_TRUE(Load(File("one.sor")) == Load(File("two.sor"))) << kind;
   }
-  // Without an offset there is nothing to tell apart, and nothing is marked.
+  // Without an offset both ways are the same, and there is no mark.
   EXPECT_EQ(Dump(File("plain.sor"))["SupParams"]["SR"], kStamped);
 }
 
@@ -182,7 +182,7 @@ TEST_F(FilesTest, WhatIsNoTraceIsRefusedToMeasureAndSaidToList) {
     EXPECT_EQ(copied.status, 0);
     EXPECT_NE(copied.err.find(c.what), std::string::npos) << copied.err;
     EXPECT_TRUE(Load(File("copy.sor")) == bytes) << c.what;
-    // Samples that are not there would become zeros, and those levels.
+    // Samples that are missing would become zeros, and zeros are levels.
     EXPECT_EQ(Run({"copy", bad, File("copy.sor"), "--native"}).status, c.cut > 0 ? 3 : 0) << c.what;
   }
 }
@@ -251,7 +251,7 @@ TEST_F(FilesTest, SeveralTracesAreMeasuredEachByItself) {
     ASSERT_TRUE(std::getline(lines, line));
     EXPECT_EQ(nlohmann::json::parse(line)["events"], alone(*record));
   }
-  // A first trace that ends while there is still fibre differs from one that goes on by its launch alone.
+  // A first trace that ends while there is still fibre differs from one that goes on only by its launch.
   EXPECT_NE(Run({"analyse", shorter}).err.find("holds 2 traces"), std::string::npos);
 
   const Result together = Run({"analyse", one, "--format", "json"});
@@ -299,7 +299,7 @@ TEST_F(FilesTest, CopyIsACopyUnlessAskedForMore) {
       ids += block["ID"].get<std::string>() + " " + block["RevisionNo"].dump() + " ";
     return ids;
   };
-  // Whatever stands before the map is a part of the file, and goes where the map is made anew.
+  // Bytes before the map are a part of the file. They go where the map is made anew.
   const std::string head("ab\x01\0\x02\0 and more", 15);
   for (const std::string& before : {std::string(), head}) {
     const std::string in = Store("in.sor", before + bytes);

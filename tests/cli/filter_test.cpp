@@ -1,4 +1,4 @@
-// The filter command: what it leaves of the noise, what it writes, what it prints, and what it refuses.
+// The filter command: how much noise it leaves, what it stores and prints, and what it refuses.
 
 #include <cmath>
 #include <memory>
@@ -104,7 +104,7 @@ TEST_F(FilterTest, TheKernelOfTheTraceComesFirst) {
   for (const auto& c : kCases) {
     const auto raw = NoisyTrace();
     raw->QRTParams->SetTMC(std::max<short>(c.coefficients, 0));
-    if (c.coefficients == 3) raw->QRTParams->SetMC(1.0, 1);  // delays by a point and does nothing else
+    if (c.coefficients == 3) raw->QRTParams->SetMC(1.0, 1);  // only delays by a point
     raw->QRTParams->TMC = c.coefficients;
     const std::string trace = Store("raw.sor", Bytes(*raw));
     SCOPED_TRACE(testing::Message() << c.coefficients << ", " << c.level);

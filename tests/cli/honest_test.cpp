@@ -1,4 +1,4 @@
-// What the program says is what there is: names, texts, numbers, and whose answer it was.
+// What the program says is true: names, texts, numbers, and whose answer it was.
 
 #include <regex>
 
@@ -112,7 +112,7 @@ TEST_F(HonestTest, NumbersAreShortAndHaveNoSignAtZero) {
     EXPECT_EQ(reflyze::Format("%.*f", c.decimals, reflyze::NoMinusZero(c.value, c.decimals)), c.text);
 }
 
-// Thresholds that held, and nothing in the place of what was not measured.
+// The listing has the thresholds that held, and nothing in the place of what was not measured.
 TEST_F(HonestTest, TableTellsWhatHeldAndWhatWasMeasured) {
   const std::string trace = StoreTrace("a.sor");
   const nlohmann::json held =
@@ -244,7 +244,7 @@ TEST_F(HonestTest, TableOfTheMakerInAnUnknownBlockIsTold) {
   ExpectOneLineError(Run({"analyse", trace, "--drop-unknown"}), 2, "nothing is stored");
 }
 
-// Traces of which the program by itself would tell another story than the module.
+// Traces of which the program by itself gives another table than the module.
 TEST_F(HonestTest, ModuleAnswersAloneWhereItIsAsked) {
   const std::string trace = REFLYZE_SOURCE_DIR "/examples/access-2km.sor", out = File("out.sor");
   const Result shown = Run({"analyse", trace, "--module", "--lt", "0.1", "-o", out, "--format", "json"});

@@ -12,7 +12,7 @@
 #include "tests/cli/program.h"
 #include "tests/sor/recordBytes.h"
 
-// Files that are broken in every way that one can think of: each is read as far as it goes or refused in one
+// Files that are broken in every way that one can think of. Each is read as far as it goes or refused in one
 // line, soon and in little memory, and what was stored before is never lost.
 
 namespace {
@@ -27,13 +27,13 @@ constexpr bool kSanitized = true;
 #else
 constexpr bool kSanitized = false;
 #endif
-// Valgrind needs fifty times as long: REFLYZE_STRIDE=11 takes each eleventh of the broken files, and time and
-// memory are valgrind's own.
+// Valgrind needs fifty times as long: REFLYZE_STRIDE=11 takes only each eleventh of the broken files, and
+// time and memory are not tested.
 const int kStride = std::getenv("REFLYZE_STRIDE") != nullptr ? std::atoi(std::getenv("REFLYZE_STRIDE")) : 1;
 const bool kMeasured = !kSanitized && kStride == 1;
 const double kMostSeconds = kMeasured ? 1.0 : 10.0 * kStride;
-// A list announces at most 65,535 entries, all of which are kept: of a few hundred bytes each, with their
-// texts, in a record and a copy of it.
+// A list announces at most 65,535 entries, all of which are kept. An entry has a few hundred bytes with its
+// texts, and there is a record and a copy of it.
 constexpr long kMostKilobytes = 128 * 1024;
 
 class MalformedTest : public ProgramTest {
@@ -58,7 +58,8 @@ class MalformedTest : public ProgramTest {
     return Bytes(record);
   }
 
-  // Whether the command reads the bytes. Refusals are one line and status 3, readings a few warnings at most.
+  // Whether the command reads the bytes. It either refuses them, in one line with status 3, or reads them
+  // with a few warnings at most.
   bool Reads(const std::string& command, const std::string& bytes, const std::string& what) const {
     const std::clock_t start = std::clock();
     const Result result = Run({command, "-"}, bytes);
@@ -68,7 +69,7 @@ class MalformedTest : public ProgramTest {
     return result.status == 0;
   }
 
-  // Runs the work in a process of its own and holds it to the memory that the worst of its inputs may take.
+  // Runs the work in a process of its own, with no more memory than the worst of its inputs may take.
   static void ExpectLittleMemory(const std::function<void()>& work) {
     const auto peakKilobytes = [](const std::function<void()>& body) {
       const pid_t child = fork();
@@ -102,9 +103,9 @@ TEST_F(MalformedTest, CutAtEveryByte) {
   });
 }
 
-// Every count and every size of the file is among these numbers. Each byte begins one lie: -1, 0 or the
-// maximum of two or four bytes, or one more or less. Which one goes through all of them as the place goes on,
-// out of step with fields of two, four and eight bytes. Listing takes longest, so each third is listed.
+// Every count and size of the file is among these numbers. Each byte begins one wrong number: -1, 0 or the
+// maximum of two or four bytes, or one more or less. The kinds take turns from byte to byte, out of step with
+// fields of two, four and eight bytes. Listing takes longest, so each third is listed.
 TEST_F(MalformedTest, EveryNumberLies) {
   const std::string whole = SmallRecord();
   ExpectLittleMemory([&] {
@@ -179,7 +180,7 @@ TEST_F(MalformedTest, KilledWhileWriting) {
     const nlohmann::json sum = Json(Run({"dump", target, "--format", "json", "--no-data"}))["Cksum"];
     EXPECT_EQ(sum["CRC"], sum["computed"]) << round;
   }
-  EXPECT_LT(replaced, kRounds);  // else nothing was killed in time
+  EXPECT_LT(replaced, kRounds);  // else no process was killed in time
 }
 
 }  // namespace

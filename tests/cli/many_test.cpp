@@ -14,13 +14,14 @@
 #include "src/module/Module.h"
 #include "tests/cli/program.h"
 
-// Many traces in one run of the program, or in one life of the module: none may leave a trace on another.
+// Many traces in one run of the program, or in one life of the module: none may change the result of another.
 
 namespace {
 
 class ManyTest : public ProgramTest {};
 
-// Good and bad ones, one that ends early, two too new in parts for the log to tell, standard input twice.
+// Good and bad traces, one that ends early, two with parts too new, which the log reports, and standard input
+// twice.
 TEST_F(ManyTest, ResultsErrorsAndLogAreTheSameForAnyNumberOfJobs) {
   const std::string bytes = Load(StoreTrace("a.sor"));
   std::string tooNew = bytes;
@@ -68,14 +69,14 @@ TEST_F(ManyTest, SlowPieceHeapsUpFewResultsAndAFailureIsItsOwn) {
   reflyze::cli::OrderedWork<size_t> work(1000, 3, [&](size_t piece) {
     ++begun;
     if (piece == 0) {
-      while (begun < 19) std::this_thread::yield();  // what three threads may begin
+      while (begun < 19) std::this_thread::yield();  // as many as three threads may begin
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
       begunDuringFirst = begun;
     }
     if (piece == 500) throw std::runtime_error("500");
     return piece;
   });
-  for (size_t i = 0; i < 900; ++i) {  // the others are left undone
+  for (size_t i = 0; i < 900; ++i) {  // the other pieces are never begun
     if (i == 500) {
       EXPECT_THROW(work.Next(), std::runtime_error);
     } else {
@@ -140,7 +141,7 @@ class DeterminismTest : public ProgramTest {
     return calls;
   }
 
-  // What a process gives that has done nothing else.
+  // The result of a process that has done nothing else.
   std::string Alone(const Call& call) const {
     const pid_t child = fork();
     if (child == 0) {
@@ -153,8 +154,8 @@ class DeterminismTest : public ProgramTest {
   }
 };
 
-// In any order, on several threads, on memory that is filled with rubbish of another kind in each round.
-// REFLYZE_ROUNDS sets how often.
+// In any order, on several threads, and on memory that is filled with other rubbish in each round.
+// REFLYZE_ROUNDS sets the number of rounds.
 TEST_F(DeterminismTest, NothingThatWentBeforeOrGoesOnBesideShowsInAResult) {
   const char* const wanted = std::getenv("REFLYZE_ROUNDS");
   const int rounds = wanted != nullptr ? std::atoi(wanted) : 6;

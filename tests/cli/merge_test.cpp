@@ -1,4 +1,4 @@
-// Both directions of a simulated link, and what its traces are worth, as the program tells.
+// Both directions of a simulated link, and the quality of its traces, as the program tells them.
 
 #include <algorithm>
 
@@ -89,7 +89,7 @@ TEST_F(MergeTest, MeanIsFreeOfTheChangeOfFibre) {
   }
 }
 
-// One direction has lost an event; what hangs on the others stays with them.
+// One direction has lost an event. Entries that belong to the other events stay with them.
 TEST_F(MergeTest, EventOfOneDirectionReachesTheOtherWithAllBlocksInStep) {
   for (const char missing : {'a', 'b'}) {
     const auto forget = [&](char direction) {
@@ -123,14 +123,14 @@ TEST_F(MergeTest, EventOfOneDirectionReachesTheOtherWithAllBlocksInStep) {
   }
 }
 
-// What one direction can't measure, or can't tell from its launch, has no mean.
+// An event that one direction can't measure, or can't tell from its launch, has no mean.
 TEST_F(MergeTest, EventThatOneDirectionCannotMeasure) {
   const bool kBehindLaunch[] = {true, false};
   for (const bool behindLaunch : kBehindLaunch) {
     const std::string a = StoreAnalysed("a.sor", TwoFibres(), [&](TSorData& record) {
       TSorBlockKeyEvents& table = *record.KeyEvents;
       const auto owt = [&](double km) { return static_cast<int>(record.LenToOwt(km)); };
-      if (behindLaunch) {  // whose dead zone reaches beyond the splice
+      if (behindLaunch) {  // the launch's dead zone reaches beyond the splice
         table.events->DelData(1), --table.TNKE;
         table.EventAt(0).ML2 = owt(4.5);
       } else {
@@ -176,7 +176,7 @@ TEST_F(MergeTest, RefusesWhatIsNotOneFibreMeasuredAlike) {
   ExpectOneLineError(Run({"merge", a, b, "-o", File("x.sor"), File("no/x.sor")}), 4, "no folder");
 }
 
-// Thresholds ask for an analysis; so do events that bring no markers.
+// With thresholds the traces are analysed. So are those whose events bring no markers.
 TEST_F(MergeTest, AnalysesWhereItHasTo) {
   const auto strip = [](TSorData& record) {
     record.KeyEvents->events->DelData(2), --record.KeyEvents->TNKE;
@@ -205,8 +205,8 @@ TEST_F(QualityTest, EventsLaunchAndRange) {
   ASSERT_EQ(result.status, 0) << result.err;
   const nlohmann::json json = Json(result);
   ASSERT_EQ(json["events"].size(), 4u);
-  // A reflection well above the noise lies within two points; a splice within its pulse, and never closer
-  // than one.
+  // The place of a reflection well above the noise is known to two points, that of a splice to a pulse; none
+  // is known better than to a point.
   const double splice = json["events"][1]["trust_m"], reflection = json["events"][2]["trust_m"];
   EXPECT_TRUE(splice > 2.05 && splice < 10.0) << splice;
   EXPECT_TRUE(reflection > 2.0 && reflection < 2.3) << reflection;

@@ -17,13 +17,13 @@
 #include "sim/Simulate.h"
 #include "src/analysis/th.h"
 
-// Results kept as text, to be held against what the code gives now.
+// Results kept as text, to compare with what the code gives now.
 //
-// A file holds comments, and under the name of each subject, in brackets, what became of it: one thing a
-// line, its name first and then its fields, as in "event 3: begin=12 peak=20".
+// A file holds comments and, under the name of each subject in brackets, its results: one thing a line, with
+// its name first and then its fields, as in "event 3: begin=12 peak=20".
 namespace pinned {
 
-// What became of one subject.
+// The results of one subject.
 class Listing {
  public:
   Listing& Line(const std::string& what) {
@@ -35,14 +35,14 @@ class Listing {
     return *this;
   }
   Listing& Whole(const std::string& field, long value) { return Text(field, std::to_string(value)); }
-  // Rounded to what is worth telling apart; what rounds to 0 has no sign.
+  // Rounded to the digits that matter. What rounds to 0 has no sign.
   Listing& Number(const std::string& field, double value, int decimals = 4) {
     char text[64];
     std::snprintf(text, sizeof text, "%.*f", decimals, value);
     const bool isZero = std::string(text).find_first_not_of("-0.") == std::string::npos;
     return Text(field, isZero && text[0] == '-' ? text + 1 : text);
   }
-  // Linear power, as far as a sample carries it.
+  // Linear power, with the digits that a sample carries.
   Listing& Power(const std::string& field, double value) {
     char text[64];
     std::snprintf(text, sizeof text, "%.6g", value);
@@ -55,7 +55,7 @@ class Listing {
     return *this;
   }
   const std::vector<std::string>& lines() const { return lines_; }
-  // The whole in 16 digits.
+  // A digest of everything, 16 digits.
   std::string Digest() const {
     std::uint64_t digest = 14695981039346656037u;
     for (const std::string& line : lines_) {
@@ -87,7 +87,7 @@ inline std::map<std::string, Lines> Load(const std::string& path) {
   return subjects;
 }
 
-// What a line is about; lines of a program's text are about nothing.
+// The name of the thing that a line is about. Lines of a program's text have none.
 inline std::string NameOf(const std::string& line) {
   return line[0] == '|' ? "|" : line.substr(0, line.find(':'));
 }
@@ -103,7 +103,7 @@ inline std::string FieldsApart(const std::string& was, const std::string& is) {
   return text;
 }
 
-// The first differences of one subject. Lines that are only on one side are told as such.
+// The first differences of one subject. Lines that only one side has are listed as such.
 inline std::string Differences(const Lines& was, const Lines& is) {
   constexpr size_t kMostLines = 5;
   std::string text;
@@ -124,14 +124,14 @@ inline std::string Differences(const Lines& was, const Lines& is) {
   return text;
 }
 
-// Holds subjects against the file, and tells the first differences by subject and field. With REFLYZE_REPIN
+// Compares subjects with the file, and lists the first differences by subject and field. With REFLYZE_REPIN
 // set the file is written anew instead.
 class Comparison {
  public:
   explicit Comparison(const std::string& name)
       : path_(std::string(REFLYZE_SOURCE_DIR) + "/tests/pinned/" + name), kept_(Load(path_)) {}
 
-  // Whether there has been enough to say: a fault that is everywhere is told by the first few.
+  // Whether enough has been listed: a fault that is everywhere shows in the first few.
   bool IsEnough() const { return !writes_ && subjectsApart_ >= kMostSubjects; }
 
   void Add(const std::string& subject, const Listing& listing) {
@@ -178,12 +178,12 @@ class Subject {
 
   std::string name() const { return json_.at("name"); }
   bool HasLater() const { return json_.contains("later"); }
-  // Whether a part of what is known of it is to be listed.
+  // Whether a part of the results is to be listed.
   bool Lists(const std::string& part) const {
     const nlohmann::json& lists = json_.at("lists");
     return std::find(lists.begin(), lists.end(), part) != lists.end();
   }
-  // What is measured; what is measured later on the same fibre; the same fibre from its other end.
+  // The link that is measured; the same fibre later; the same fibre from its other end.
   nlohmann::json Link() const {
     nlohmann::json link = json_.at("link");
     if (!link.contains("launch_level_db")) link["launch_level_db"] = -18;
@@ -220,7 +220,7 @@ class Subject {
     thresholds.NFMargin = Set("margin_db", thresholds.NFMargin);
     return thresholds;
   }
-  // What an instrument, an operator or a host may set otherwise, by its name under "set".
+  // Settings that an instrument, an operator or a host may change, by their names under "set".
   template <class Value>
   Value Set(const char* what, Value usual) const {
     return json_.contains("set") ? json_.at("set").value(what, usual) : usual;
@@ -254,13 +254,13 @@ inline std::vector<Subject> Subjects(const std::string& name = "links.jsonl") {
   return subjects;
 }
 
-// A part of what is known of a subject, by its name in the subject's lists.
+// A part of the results of a subject, by its name in the subject's lists.
 struct Part {
   const char* name;
   void (*list)(Listing& to, const Subject& subject);
 };
 
-// Holds every line of the parts against a file.
+// Compares every line of the parts with a file.
 template <class Parts>
 void HoldLines(const Parts& parts, const std::string& links, const std::string& kept) {
   Comparison comparison(kept);
@@ -275,8 +275,8 @@ void HoldLines(const Parts& parts, const std::string& links, const std::string& 
   comparison.Finish();
 }
 
-// Holds no more than a digest of each part against a file: for as many traces as it takes to come by what is
-// rare. To see what is behind two digests, take the subject over into links.jsonl before and after.
+// Compares a digest of each part with a file. This allows as many traces as it takes to reach what is rare.
+// To see what is behind two digests, take the subject over into links.jsonl before and after.
 template <class Parts>
 void HoldDigests(const Parts& parts, const std::string& links, const std::string& kept) {
   Comparison comparison(kept);
@@ -294,7 +294,7 @@ void HoldDigests(const Parts& parts, const std::string& links, const std::string
   comparison.Finish();
 }
 
-// Levels at places, and the sum of all of them in thousandths, which tells where nothing else does.
+// Levels at some places, and the sum of all of them in thousandths, which shows a difference anywhere.
 inline void ListLevels(Listing& to, const std::string& what, const TSorData& record) {
   to.Line(what);
   const long points = record.DataPts->GetPointsNum();

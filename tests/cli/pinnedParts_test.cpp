@@ -16,15 +16,15 @@
 #include "src/module/Auto.h"
 #include "tests/cli/pinned.h"
 
-// Every search, fit and measure by itself, around what stands on simulated fibres and between: also those
-// that an analysis asks only now and then, or that only a host does.
+// Every search, fit and measure by itself, at and between the events of simulated fibres. Some of them an
+// analysis asks only now and then, and others only a host does.
 
 namespace {
 
 using pinned::Listing;
 using pinned::Subject;
 
-// A trace with the windows that an analysis would use, asked at one point.
+// A trace with the windows that an analysis would use, and the point at which a search is asked.
 struct Place {
   TSorData& sor;
   long points, at, w;
@@ -34,7 +34,7 @@ struct Place {
   Place(TSorData& record, long point)
       : sor(record), points(record.DataPts->GetPointsNum()), lin(RefEmbGetLinf(&record)) {
     w = std::max(static_cast<long>(record.FxdParams->GetOwtPulse(0.0) / record.FxdParams->GetOwtDS(0)), 4L);
-    w = std::min(w, points / 14);  // there is room for six windows on both sides
+    w = std::min(w, points / 14);  // so that six windows have room on both sides
     at = std::clamp(point, 6 * w, points - 6 * w - 1);
     slope = static_cast<float>(0.2 * record.FxdParams->LenDS());
   }
@@ -105,7 +105,7 @@ void ListFits(Listing& to, const Place& p) {
   to.Number("highest", RefEventReflectionByMaxBetweenOWTs(&p.sor, p.Owt(a), p.Owt(b)));
 }
 
-// What the automatic filter asks of a single event.
+// The measures that the automatic filter takes of a single event.
 void ListEvents(Listing& to, const Place& p) {
   TSorFilter filter(&p.sor);
   filter.SetLinfAvg(p.points, 16);
@@ -187,7 +187,7 @@ void ListOtherFilters(Listing& to, const Subject& subject) {
   run("reference", [&](TSorFilter& f, TSorData* r) { f.TempFilter(r, subject.Trace().get(), 0.5); });
 }
 
-// What the automatic filter makes of it where it is told that there are splitters.
+// The automatic filter where it is told that there are splitters.
 void ListNetwork(Listing& to, const Subject& subject) {
   const auto record = subject.Trace();
   record->QRTParams->PonType = 1;
@@ -207,7 +207,7 @@ void ListNetwork(Listing& to, const Subject& subject) {
   pinned::ListLevels(to, "network levels", *record);
 }
 
-// What each detector of steps finds between the events of the filter, one find behind the other: an analysis
+// What each detector of steps finds between the events of the filter, one find after the other. An analysis
 // keeps few of them.
 void ListDetectors(Listing& to, const Subject& subject) {
   constexpr int kMostFinds = 4;
@@ -250,7 +250,7 @@ void ListDetectors(Listing& to, const Subject& subject) {
   to.Number("riseMax", engine.peakRiseMax).Number("riseSum", engine.peakRiseSum);
 }
 
-// The alternative search inside the whole fibre as one line, and the dead zones as they would be drawn.
+// The alternative search inside the whole fibre as one line, and the dead zones as a host would draw them.
 void ListAlternative(Listing& to, const Subject& subject) {
   const auto record = subject.Trace();
   TTH thresholds = subject.Thresholds();
@@ -274,7 +274,7 @@ void ListAlternative(Listing& to, const Subject& subject) {
   }
 }
 
-// Where something stands, and fixed places between.
+// The places of events, and fixed places between them.
 std::set<long> PlacesOf(TSorData& record) {
   TSorData copy;
   copy.Assign(record);
@@ -292,7 +292,7 @@ std::set<long> PlacesOf(TSorData& record) {
   return places;
 }
 
-// Every search, fit and measure around what stands on a fibre.
+// Every search, fit and measure around the events of a fibre.
 void ListPlaces(Listing& to, const Subject& subject) {
   const auto record = subject.Trace();
   RefAutoReSetNF(record.get());

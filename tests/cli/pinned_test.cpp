@@ -13,8 +13,8 @@
 #include "src/module/Auto.h"
 #include "tests/cli/program.h"
 
-// The whole result on simulated traces of every kind: what single tests do not look at shows here. Places are
-// points, 0.1 ns or 0.1 mm, levels 0.0001 dB: as exact as they mean something.
+// The whole result on simulated traces of every kind: a change that single tests do not look at shows here.
+// Places are in points, 0.1 ns or 0.1 mm, levels in 0.0001 dB: as exact as they have a meaning.
 
 namespace {
 
@@ -221,13 +221,13 @@ std::string LinesOf(const std::string& output) {
   return text;
 }
 
-// When a record was stored, and so its checksum, is another each time.
+// The time of storing differs from run to run, and with it the checksum.
 std::string WithoutTimes(const std::string& text) {
   static const std::regex kOfTheTime(R"((LDTS|CRC|computed)("?)( *= |:)\d+)");
   return std::regex_replace(text, kOfTheTime, "$1$2$3any");
 }
 
-// In a folder of its own, with every link as NAME.json, NAME-later.json and NAME-back.json.
+// Runs in a folder of its own, which has every link as NAME.json, NAME-later.json and NAME-back.json.
 class PinnedProgram : public ProgramTest {
  protected:
   PinnedProgram() {
@@ -253,7 +253,7 @@ class PinnedProgram : public ProgramTest {
   const std::filesystem::path before_ = std::filesystem::current_path();
 };
 
-// Everything that the program says to a list of command lines, each in the files of those before it.
+// Everything that the program prints for a list of command lines. Each finds the files of those before it.
 TEST_F(PinnedProgram, SaysWhatItSaid) {
   pinned::Comparison comparison("program.txt");
   auto commands = pinned::Load(kCommands);

@@ -6,7 +6,7 @@
 
 #include "tests/cli/program.h"
 
-// What a user's slips on the command line, in names and in small documents come to.
+// A user's slips on the command line, in names and in small documents, and what the program says to them.
 
 namespace {
 

@@ -1,5 +1,5 @@
-// The analysis of records from any bytes, and of random traces, from the filter's events or by the
-// direct search, of all events or of both ends: events come in order, and the record can be stored and
+// The analysis of records from any bytes, and of random traces, from the filter's events or by the direct
+// search, of all events or of both ends. Events must come in order, and the record must be stored and
 // analysed again.
 
 #include <cstdint>
@@ -12,7 +12,7 @@ using fuzzing::Check;
 
 namespace {
 
-// The launch stands at the offset of the record, true or not; behind it is what was found on the trace.
+// The launch stands at the offset of the record, right or wrong. Behind it comes what was found on the trace.
 bool IsInOrder(const TSorData& record) {
   const TSorBlockKeyEvents& table = *record.KeyEvents;
   for (int i = 2; i < table.ListedEvents(); ++i) {
@@ -21,8 +21,8 @@ bool IsInOrder(const TSorData& record) {
   return true;
 }
 
-// Whether points follow each other in time as on an instrument. Where time runs backwards or leaves the range
-// of a marker, no order of events follows from that of points.
+// Whether points follow each other in time, as on an instrument. Where time runs backwards or leaves the
+// range of a marker, events in the order of points are not in the order of time.
 bool HasTrueTimes(const TSorData& record) {
   double owt = record.NumToOwt(0);
   for (long i = 1; i < record.DataPts->GetPointsNum(); ++i) {
@@ -37,7 +37,7 @@ bool HasTrueTimes(const TSorData& record) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  // What to do stands where a record has its checksum, which nothing reads.
+  // The bytes of the checksum, which nothing reads, say what to do.
   const std::uint8_t mode = data[size - 1];
   TSorData record;
   fuzzing::Input in(data, size - 1);
@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   thresholds.THLoss = (mode & 1) != 0 ? 0.05 : 0.5;
   thresholds.THRef = (mode & 2) != 0 ? -65.0 : -50.0;
   thresholds.noShortAnalysis = (mode & 4) != 0 ? 1 : 0;
-  // Where nothing is found the old table stays, and may be in any order.
+  // Where nothing is found, the old table stays and may be in any order.
   const bool inOrder = IsInOrder(record) && HasTrueTimes(record);
   for (const bool own : {(mode & 8) != 0, true}) {
     const bool analysed = fuzzing::Completes([&] {

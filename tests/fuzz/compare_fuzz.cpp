@@ -1,5 +1,5 @@
-// The comparison of two records from any bytes, the baseline with or without its own analysis: it ends with a
-// code, and both records can be stored.
+// The comparison of two records from any bytes, the baseline with or without its own analysis. It must end
+// with a code, and both records can be stored.
 
 #include "src/module/Auto.h"
 #include "tests/fuzz/fuzzing.h"
@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
     });
   };
   if ((mode & 1) == 0 && !run(cmdAnalyse, 0, baseline, nullptr)) return 0;
-  // As monitoring does it: the first comparison filters, those after it recheck.
+  // As in monitoring, the first comparison filters, and those after it recheck.
   for (const long recheck : {0L, static_cast<long>(mode >> 1 & 1)}) {
     if (!run(cmdCompare, recheck, current, &baseline)) return 0;
     fuzzing::CheckStorable(baseline);

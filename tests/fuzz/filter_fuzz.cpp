@@ -1,5 +1,5 @@
-// Filters on random samples and acquisition parameters: nothing may be read or written outside its array,
-// nothing may run without end, and the unfiltered trace comes back bit for bit.
+// Filters on random samples and acquisition parameters. Nothing may be read or written outside its array,
+// everything must come to an end, and the unfiltered trace comes back bit for bit.
 
 #include <vector>
 
@@ -35,9 +35,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   if ((kinds & 16) != 0) filter.PONFilter(&record, 0.5F, static_cast<float>(kinds) / 100.0F);
   if ((kinds & 32) != 0) filter.BeardFilter(&record, events, std::clamp(filter.result.count, 0L, 100L));
   filter.SetFilter(0);
-  // The receiver's offset, once taken out, is out of the unfiltered trace too.
+  // Once the receiver's offset is taken out, the unfiltered trace is without it, too.
   Check(record.QRTParams->ZeroCorrected != 0 || record.DataPts->GetSubBlock()->samples == raw);
-  // A kernel may have 32,767 coefficients for each point: for few points only.
+  // A kernel may have 32,767 coefficients for each point, so it is used on few points only.
   if ((kinds & 64) != 0 && raw.size() < 300) {
     for (int round = 0; round < 3; ++round) filter.IncLevelF(1);
     filter.EraseFilterStory();

@@ -1,7 +1,7 @@
 #pragma once
 
-// What the fuzz targets share. Whatever bytes a target gets, each piece of work ends well, in one of the ways
-// in which broken input may end, or the target has a finding.
+// What the fuzz targets share. Whatever bytes a target gets, each piece of work must end in one of the ways
+// in which broken input may end; else the target has a finding.
 
 #include <algorithm>
 #include <cstdint>
@@ -52,11 +52,11 @@ inline void Check(bool holds, const char* file = __builtin_FILE(), int line = __
   std::abort();
 }
 
-// Whether inputs that take long are passed over. The tests replay past findings whatever they take.
+// Whether inputs that take long are passed over. The tests replay past findings, however long they take.
 inline bool passOverLarge = true;
 
-// Such records come from counts that lie, which other tests hold to their bounds; a fuzzer would spend most
-// of its time on them.
+// Such records come from wrong counts, which other tests hold to their bounds. A fuzzer would spend most of
+// its time on them.
 inline bool IsLarge(const TSorData& record) {
   if (!passOverLarge) return false;
   constexpr int kPoints = 20000;
@@ -77,7 +77,7 @@ inline bool IsLarge(const TSorData& record) {
 
 struct FailedAssertion {};
 
-// Whether the work came to its end. The other ends that broken input may have are taken here; anything else
+// Whether the work came to its end. This catches the other ends that broken input may have. Anything else
 // goes on to the fuzzer.
 template <class Work>
 bool Completes(Work&& work) {
@@ -92,8 +92,8 @@ bool Completes(Work&& work) {
   return false;
 }
 
-// Whether a table or the trace is said to have many more entries than the record has bytes for, where its map
-// leads to.
+// Whether a table or the trace announces many more entries than the record has bytes for, at the place to
+// which the map leads.
 inline bool MapOverstates(const std::string& bytes) {
   constexpr size_t kShortEntry = 16;  // bytes; lines of the map have less, events and landmarks more
   constexpr size_t kFew = 32;         // entries too many that are looked into
@@ -132,8 +132,8 @@ inline bool MapOverstates(const std::string& bytes) {
   return false;
 }
 
-// The same of a record and of those inside. They are read within bounds that tests hold the program to, but
-// each costs the time of a hundred others and the entries are all alike.
+// The same for a record and those inside it. They are read within bounds that tests hold the program to, but
+// each takes the time of a hundred others, and their entries are all alike.
 inline bool Overstates(const std::string& bytes) {
   if (!passOverLarge) return false;
   if (MapOverstates(bytes)) return true;
@@ -161,7 +161,7 @@ inline std::string BytesOf(TSorData& record) {
   return memory.state == sfOk ? std::string(memory.GetData(), memory.GetDataSize()) : "";
 }
 
-// A record that was worked on can be stored and is read back as it was.
+// A record that was worked on can be stored, and is read back as it was.
 inline void CheckStorable(TSorData& record) {
   const std::string bytes = BytesOf(record);
   TSorData back;
@@ -170,7 +170,7 @@ inline void CheckStorable(TSorData& record) {
   Check(back.DataPts->GetPointsNum() == record.DataPts->GetPointsNum());
 }
 
-// A record of random acquisition parameters and up to a few thousand points: a falling line with what the
+// A record of random acquisition parameters and up to a few thousand points: a falling line and what the
 // input adds to it, so that searches meet more than noise.
 inline void FillRecord(Input& in, TSorData& record) {
   TSorBlockFixedParameters& fixed = *record.FxdParams;

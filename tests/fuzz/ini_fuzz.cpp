@@ -1,5 +1,5 @@
-// INI documents from any text: what was read once is the same after writing and reading, every threshold can
-// be asked for and set, and every key that there is be read, set and taken away.
+// INI documents from any text. After reading, writing and reading again, a document is the same. Every
+// threshold can be asked for and set, and every key be read, set and taken away.
 
 #include "src/analysis/th.h"
 #include "tests/fuzz/fuzzing.h"
@@ -23,7 +23,7 @@ void CheckSurvivesText(TIni& document) {
   Check(TextOf(again) == TextOf(back));
 }
 
-// Each second key is set, each third taken away. Of sections and of keys of one name the first is meant.
+// Each second key is set, each third taken away. Of sections and keys of one name the first counts.
 void Edit(TIni& document) {
   const int sections = document.GetSectionsNum();
   for (int i = 0; i < sections; ++i) {

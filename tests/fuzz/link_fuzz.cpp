@@ -1,5 +1,5 @@
-// Link descriptions from any text: refused with one line, or the same after writing and reading, and a short
-// one gives a trace that can be stored.
+// Link descriptions from any text. A description is refused with one line, or is the same after writing and
+// reading, and a short one gives a trace that can be stored.
 
 #include "sim/Simulate.h"
 #include "tests/fuzz/fuzzing.h"

@@ -1,5 +1,5 @@
-// Records from any bytes: read in full and in part, listed, copied, written and read back. What could be read
-// survives a copy and a file.
+// Records from any bytes, read in full and in part, listed, copied, written and read back. What could be read
+// must survive a copy and a file.
 
 #include <cstdio>
 
@@ -23,7 +23,7 @@ std::string TextOf(const TSorData& record) {
   return result;
 }
 
-// Whether this record, or one inside it, has several stretches of points, of which a copy and a file have the
+// Whether this record, or one inside it, has several stretches of points. A copy and a file have only the
 // first.
 bool HasSeveralStretches(const TSorData& record) {
   if (record.DataPts->GetSubBlocksNum() != 1) return true;
@@ -58,7 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, size_t size) {
   Check(fuzzing::BytesOf(copy) == written);
   if (!usable || written.empty()) return 0;
 
-  // The first reading may put an offset or a scale right; what was written after that stays.
+  // The first reading may correct an offset or a scale. What was written after that stays.
   TSorData back, again;
   Check(fuzzing::ReadRecord(back, written));
   const std::string rewritten = fuzzing::BytesOf(back);

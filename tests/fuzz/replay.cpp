@@ -1,5 +1,5 @@
-// Runs a fuzz target once over every file of the folders named on the command line; behind --pass-over-large
-// as a fuzzer does, without what takes long.
+// Runs a fuzz target once over every file of the folders named on the command line. With --pass-over-large it
+// leaves out what takes long, as a fuzzer does.
 
 #include <cstdint>
 #include <cstdio>

@@ -38,7 +38,7 @@ ErrorKind KindOf(const std::function<void()>& work, const std::string& part) {
   return ErrorKind::kUsage;
 }
 
-// A trace that somebody else holds is copied, one that is moved in is not: nobody can tell from the table.
+// A trace that somebody else holds is copied, one that is moved in is not. The table is the same.
 TEST(Library, TracesAreValues) {
   const Trace trace = Baseline40();
   const std::string bytes = trace.Bytes();
@@ -53,7 +53,7 @@ TEST(Library, TracesAreValues) {
   EXPECT_EQ(static_cast<size_t>(trace.GetCard().points), levels.size());
   ASSERT_GT(kept.events.size(), 2u);
 
-  // What was found stands in the file, and is read from it as it was told.
+  // The file has the events that were found, and they are read from it as they were told.
   EventTable stored = StoredEvents(kept.record.Read());
   stored.thresholds = kept.thresholds;
   EXPECT_EQ(TextOf(stored), TextOf(kept));

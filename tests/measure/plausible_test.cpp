@@ -1,5 +1,5 @@
-// What the program makes of a trace over what one search does: it tells the receiver's rate from a low
-// launch, a fibre that goes on behind the table from the tail of a receiver, and asks again where it does.
+// What the program makes of a trace beyond one search: it tells the receiver's rate from a low launch, tells
+// a fibre that goes on behind the table from the tail of a receiver, and asks again where it does.
 
 #include <gtest/gtest.h>
 
@@ -61,8 +61,8 @@ TEST(PlausibleTables, EndWhereTheFibreDoes) {
   }
 }
 
-// The slow tail of a launch with a long pulse reaches over what the filter takes for the next event: the
-// table ends behind the pulse all the same.
+// The slow tail of a launch with a long pulse reaches over what the filter takes for the next event. The
+// table must end behind the pulse all the same.
 TEST(PlausibleTables, ATailIsNoFibre) {
   for (const double noiseDb : {-40.0, -34.0, -28.0}) {
     for (double launchDb = -14.0; launchDb >= -45.0; launchDb -= 3.0) {
@@ -78,8 +78,8 @@ TEST(PlausibleTables, ATailIsNoFibre) {
   }
 }
 
-// A receiver of 2 MHz falls by 2.17 dB in 80 ns, or 8.1 m of fibre. The edge is a sample long: some of it is
-// lost between two samples, none is added.
+// A receiver of 2 MHz falls by 2.17 dB in 80 ns, or 8.1 m of fibre. The edge is one sample long: a part of it
+// may fall between two samples, but nothing is added.
 TEST(PlausibleTables, ALowLaunchTellsTheReceiversRate) {
   const double rateDbPerKm = 5.0 / std::log(10.0) / (1e3 / (2.0 * M_PI * 2.0) * sim::KmPerNs(1.468));
   for (const double launchDb : {-56.0, -52.0, -48.0, -45.0}) {

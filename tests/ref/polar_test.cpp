@@ -57,7 +57,7 @@ TEST(Polar, LimitFollowsLaserAndFibre) {
     sor->QRTParams->LaserFreq = c.laserFreq;
     sor->GenParams->FT = c.fibre;
     long at = 0;
-    // A short stretch has too few cells for a large figure to be believed nevertheless.
+    // A short stretch has too few cells to make a large figure believable.
     const float figureDb = RefAutoCalcPolar(sor.get(), 100, 1100, kBase, static_cast<float>(kSlopeDb), at);
     EXPECT_EQ(figureDb > 0, c.believed) << c.swingDb << " dB, laser " << c.laserFreq << ", fibre " << c.fibre;
     EXPECT_LE(figureDb, (c.laserFreq != 0 ? 0.9f : 0.45f) / (c.fibre == 651 ? 2 : 1));

@@ -164,9 +164,9 @@ TEST(RefAutoReSetNF, GivesARecordWithoutLevelFloorOne) {
   }
 }
 
-// Whatever the field holds by now, the floor is that of the levels as they were read, cut to whole units:
-// once a floor of 44.998 dB comes out as 44.997, and stays there. Levels that were never worked out leave the
-// field.
+// Whatever the field holds by now, the floor is that of the levels as they were read, cut to whole units: a
+// floor of 44.998 dB comes out as 44.997 once, and then stays. Levels that were never computed leave the
+// field as it is.
 TEST(RefAutoReSetNF, SettlesTheLevelFloorOnTheCalculatedLevels) {
   TraceSpec spec = LinkWithTail();
   auto sor = BuildTrace(spec);

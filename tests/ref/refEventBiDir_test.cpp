@@ -1,4 +1,4 @@
-// One fibre seen from both ends: what the tables lack is found in the other, and nothing else.
+// One fibre seen from both ends. Each table gets the events that only the other has, and nothing else.
 
 #include "ref/events/refEventBiDir.h"
 
@@ -108,7 +108,7 @@ TEST(BiDir, RefusesWhatIsNotOneFibreMeasuredAlike) {
   EXPECT_EQ(EventOf(b, 1).EPT, end.EPT);
 }
 
-// Equal tables gain no event; where each direction has overlooked one joint, it finds it in the other.
+// Equal tables gain no event. Where each direction has overlooked one joint, it finds it in the other.
 TEST(BiDir, TablesAgreeAndShareTheirLosses) {
   for (const bool overlooked : {false, true}) {
     std::vector<Joint> joints = kAllSeen;
@@ -140,8 +140,8 @@ TEST(BiDir, TablesAgreeAndShareTheirLosses) {
   }
 }
 
-// The first sees a bend in the dead zone of a splice only as part of that. Where a host asks for the merge,
-// it is measured there all the same; for a listing, each keeps the loss that somebody has seen.
+// The first direction sees a bend in the dead zone of a splice as a part of the splice. Where a host asks for
+// the merge, it is measured there all the same. For a listing, each keeps the loss that somebody has seen.
 TEST(BiDir, EventWithinADeadZoneKeepsTheLossThatTheOtherDirectionSaw) {
   for (const bool host : {false, true}) {
     const auto a = Direction(false, {kAllSeen[0], {3200, 0.3, 0.3, false, true}});
@@ -196,8 +196,8 @@ TEST(BiDir, EndLiesOnAPointOfTheFirstBetweenBoth) {
   }
 }
 
-// The second trace begins in the middle of the fibre: its launch is no joint, and what lies beyond is not
-// its matter.
+// The second trace begins in the middle of the fibre. Its launch is no joint, and it has nothing to do with
+// what lies beyond.
 TEST(BiDir, MatchingEndsWithTheTableOfTheSecond) {
   const auto a = Direction(false, kAllSeen), b = Direction(true, {kAllSeen[0]});
   EventOf(b, 0).EPT = (kEnd - 6000) * kSpacingOwt;

@@ -94,7 +94,7 @@ TEST(EventMeasure, LossReflectanceAndShape) {
   const TSorBlockKeyEvents1E& end = sor->KeyEvents->EventAt(4);
   EXPECT_TRUE(end.ML2 == 10000 * kSpacingOwt && end.ML3 == end.ML2);
   EXPECT_TRUE(sor->KeyEvents->ELMP2 == end.EPT && sor->KeyEvents->RLMP2 == end.EPT);
-  // However far its marker reaches, the peak of the next event is not its own.
+  // Even if the marker reaches far, the peak of the next event is not its own.
   TSorBlockKeyEvents1E& splice = sor->KeyEvents->EventAt(1);
   splice.ML2 = sor->KeyEvents->EventAt(2).ML2;
   splice.ML4 = 7;
@@ -104,7 +104,7 @@ TEST(EventMeasure, LossReflectanceAndShape) {
   EXPECT_NEAR(splice.ML4, 3000 * kSpacingOwt, 3 * kSpacingOwt);
 }
 
-// Whether alone or with all others, whose sections it shares or does not.
+// The same alone as with all other events, whose sections it shares or does not share.
 TEST(EventMeasure, AllAtOnceAsOneByOne) {
   for (const bool shared : {true, false}) {
     const auto all = LinkWithEvents(), each = LinkWithEvents();

@@ -1,4 +1,4 @@
-// Links whose noise, losses and launch are known: what can be believed of them follows by hand.
+// Links whose noise, losses and launch are known, so that their quality can be worked out by hand.
 
 #include "ref/events/refEventQuality.h"
 

@@ -12,7 +12,7 @@ namespace {
 
 using namespace reflyze::sim;
 
-// Closed forms of what a fibre shows, on links so simple that they hold.
+// Links that are so simple that what they show follows from a formula.
 class SimulateTest : public testing::Test {
  protected:
   SimulateTest() {
@@ -92,14 +92,14 @@ TEST_F(SimulateTest, NarrowPeakIsAsWideAsThePulse) {
       if (before < half && here >= half) firstKm = km;
       if (before >= half && here < half && lastKm == 0.0 && firstKm > 0.0) lastKm = km;
     }
-    // Each edge falls between two samples, and is placed between them as if it were straight.
+    // Each edge falls between two samples. It is placed between them as if it were straight.
     EXPECT_NEAR(lastKm - firstKm, PulseKm(), SpacingKm()) << pulseNs << " ns";
   }
 }
 
 TEST_F(SimulateTest, NoiseFallsWithTheRootOfTheAverages) {
-  // Behind the fibre the receiver sees noise alone; half of it is negative and stands at the floor, so what
-  // is measured is its positive half.
+  // Behind the fibre the receiver sees noise alone. Half of it is negative and stored at the floor, so the
+  // test measures its positive half.
   double rms[2] = {};
   const long averages[2] = {100, 10000};
   for (int i = 0; i < 2; ++i) {

@@ -8,7 +8,8 @@
 #include "sor/blocks/sorBlock.h"
 #include "sor/stream/sorFile.h"
 
-// What tests of blocks share: bytes by hand, bytes of a block, a block with a different value in every field.
+// What tests of blocks share: bytes written by hand, the bytes of a block, and a block with a different value
+// in every field.
 namespace blocktest {
 
 using Bytes = std::string;
@@ -62,7 +63,7 @@ inline std::string DumpOf(const TSorBlock& block) {
   return result;
 }
 
-// Visitor that gives every field a value of its own, so that a field that goes missing or changes places
+// A visitor that gives every field a value of its own, so that a field that goes missing or changes places
 // shows.
 class FieldFiller {
  public:

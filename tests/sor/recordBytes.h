@@ -17,8 +17,8 @@ class RecordLayout {
  public:
   explicit RecordLayout(int revision = 200) : revision_(revision) {}
 
-  // A block: its ID where the revision has one, then the body. In the map it stands with its true size, or
-  // with another one.
+  // A block: its ID where the revision has one, then the body. The map gives its true size, or another one on
+  // request.
   RecordLayout& Block(const std::string& id, int revision, const Bytes& body) {
     const Bytes bytes = (revision >= 200 ? Layout().Text(id).bytes() : Bytes()) + body;
     return Block(id, revision, body, static_cast<long>(bytes.size()));
@@ -29,7 +29,7 @@ class RecordLayout {
     ++count_;
     return *this;
   }
-  // Bytes that are added to the true size of the map, and to the true number of blocks.
+  // Added to the true size of the map, and to the true number of blocks.
   RecordLayout& MapSizeOff(long bytes) {
     sizeOff_ = bytes;
     return *this;

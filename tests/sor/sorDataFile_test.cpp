@@ -266,7 +266,8 @@ TEST(SorDataFile, MapsThatLie) {
     TSorData record, fromDisk;
     EXPECT_EQ(ReadInto(record, c.bytes), c.state);
     EXPECT_EQ(record.DataPts->GetPointsNum(), c.points);
-    // The linear trace is made at the very end of a reading, which one that is only cut short comes to.
+    // The linear trace is made at the very end of a reading. A reading that is only cut short still gets
+    // there.
     EXPECT_EQ(record.EmbData->GetEmbData("LINF") != nullptr, c.ranThrough);
     std::ofstream(name, std::ios::binary) << c.bytes;
     EXPECT_EQ(fromDisk.Read(name.c_str(), "rb"), c.state);
@@ -274,7 +275,7 @@ TEST(SorDataFile, MapsThatLie) {
     EXPECT_TRUE(BytesOf(fromDisk) == BytesOf(record));
     std::remove(name.c_str());
   }
-  // What is behind the cut of an unknown block does not come back as zeros.
+  // The missing part of an unknown block does not come back as zeros.
   TSorData record;
   ReadInto(record, RecordLayout().Block("A", 200, "xyz", 0x7FFFFFFF).bytes());
   ASSERT_EQ(record.SpecialCount, 1);
@@ -282,8 +283,8 @@ TEST(SorDataFile, MapsThatLie) {
   EXPECT_THROW(ReadInto(record, RecordLayout().CountOff(-2).bytes()), int);
 }
 
-// Small files that ask for work without end: many blocks over the same bytes, and records inside records that
-// do so.
+// Small files that ask for endless work: many blocks over the same bytes, and records inside records that do
+// the same.
 TEST(SorDataFile, TheCostOfAReadingIsBounded) {
   const Bytes announces250000 = Layout().Long(0).Short(1).Long(250000).Short(1000).bytes();
   RecordLayout overlapping;
@@ -293,7 +294,7 @@ TEST(SorDataFile, TheCostOfAReadingIsBounded) {
   TSorData record;
   EXPECT_EQ(ReadInto(record, overlapping.bytes()), sfReadError);
 
-  // Each of these records has its points in one and the same place, behind all of them.
+  // All these records have their points in one and the same place, behind all of them.
   const Bytes points = PointsBody(std::vector<int>(900000, 5));
   constexpr int kRecords = 300;
   const auto pointsFrom = [](long distance) {
@@ -353,7 +354,7 @@ std::unique_ptr<TSorData> RandomRecord(std::mt19937& random) {
   blocktest::Fill(*record->KeyEvents, random());
   blocktest::Fill(*record->LnkParams, random());
   blocktest::Fill(*record->QRTEvents, random());
-  // These take what a file of mostly zeros gives them, so that counts are small.
+  // These read a file of mostly zeros, so that counts are small.
   const std::pair<TSorBlock*, unsigned short> own[] = {
       {record->QRTParams, 232}, {record->RFTSParams, 203}, {record->RFTSEvents, 204}};
   for (const auto& [block, revision] : own) {
@@ -361,7 +362,7 @@ std::unique_ptr<TSorData> RandomRecord(std::mt19937& random) {
     for (char& byte : bytes) byte = static_cast<char>(random() % 4 == 0 ? random() % 3 : 0);
     blocktest::ReadFrom(*block, bytes, revision);
   }
-  // A reading puts a negative offset right, and measures the level range where there is none.
+  // A reading corrects a negative offset, and measures the level range where there is none.
   record->GenParams->UO &= 0x7FFFFFFF;
   record->QRTParams->MAX |= 1;
   record->DataPts->SetPointsNum(static_cast<long>(random() % 50));
@@ -402,7 +403,7 @@ TEST(SorDataFile, RandomRecordsSurviveFilesAndCopies) {
   }
 }
 
-// A reader takes 1,024 bytes of a text: what is longer is cut in writing, or all behind it would be misread.
+// A reader takes 1,024 bytes of a text. A longer one is cut in writing, or all behind it would be misread.
 TEST(SorDataFile, TextsWithoutEndDoNotShiftWhatFollows) {
   for (const size_t length : {1022, 1023, 1024, 1025, 5000}) {
     std::unique_ptr<TSorData> record = FullRecord();

@@ -35,7 +35,7 @@ TEmbData1E* AddBytes(TSorBlockEmbData& block, const char* description, const Byt
   return record;
 }
 
-// Records in each other, `depth` of them inside the outermost, the innermost with a trace.
+// Nested records, `depth` of them inside the outermost. The innermost has a trace.
 std::unique_ptr<TSorData> Nested(int depth) {
   auto record = std::make_unique<TSorData>();
   record->DataPts->SetPointsNum(100);
@@ -168,8 +168,8 @@ TEST(SorEmbData, SavedEvents) {
   EXPECT_EQ(back.GetDataSize(), record.GetDataSize());
   EXPECT_EQ(back.GetRecord(), nullptr);
 
-  // What is held decides how it is destroyed and written, whatever a caller has made of the description
-  // since.
+  // The type of the content decides how it is destroyed and written, even if a caller has changed the
+  // description since.
   back.SetDescription("SOR");
   EXPECT_EQ(TEmbData1E(back).GetRFTSEvents()->GetMonitorResult(), 77);
   back.Assign(back);
@@ -177,7 +177,8 @@ TEST(SorEmbData, SavedEvents) {
 }
 
 TEST(SorEmbData, RecordsInRecords) {
-  // Measured anew at every level, and at every level of that again, the sizes of these would never be known.
+  // If the size were measured anew at every level, and at every level inside that again, those of these
+  // records would never be known.
   for (const int depth : {0, 1, 2, 40}) {
     std::unique_ptr<TSorData> record = Nested(depth);
     const Bytes bytes = recordtest::BytesOf(*record);
@@ -214,7 +215,8 @@ TEST(SorEmbData, NestingHasAnEnd) {
   EXPECT_EQ(reflyze::NestingDepth(record), most);
 }
 
-// Each of many records in each other announces as many as a list can have, and the file ends inside them all.
+// Each of many nested records announces as many entries as a list can have, and the file ends inside them
+// all.
 TEST(SorEmbData, AnnouncedRecordsAreBounded) {
   constexpr int kMost = 0xFFFF;
   for (const int depth : {1, 2, 40}) {
@@ -235,8 +237,8 @@ TEST(SorEmbData, AnnouncedRecordsAreBounded) {
   }
 }
 
-// The map of the inner record announces less than nothing for itself, so that its first block is the block
-// that the record stands in.
+// The map of the inner record gives itself a negative size, so that its first block is the block in which the
+// record stands.
 TEST(SorEmbData, ARecordThatContainsItselfEnds) {
   const long innerMapSize =
       static_cast<long>(RecordLayout().Block("EmbData", 200, "", 500).MapBytes().size());

@@ -216,8 +216,7 @@ TEST_P(EveryStream, UndoesASpeculativeRead) {
   EXPECT_EQ(stream->state, sfWriteError);
 }
 
-// Whatever bytes a file holds: reads of every kind at every place, past the end too, beside a plain account
-// of what is there.
+// Reads of every kind at every place, also past the end, compared with a plain account of the bytes.
 TEST_P(EveryStream, NeverReadsBeyondItsData) {
   std::mt19937 random(3);
   std::string data(300, '\0');

@@ -208,7 +208,7 @@ TEST(QrtParameters, PonFormsFollowEachOther) {
   }
 }
 
-// A count that a broken file holds must cost neither memory beyond the file nor time.
+// A wrong count in a broken file must cost neither time nor more memory than the file.
 TEST(QrtParameters, CountsBeyondTheData) {
   const Bytes plain = FileOf(kNewest);
   const Bytes landmarks = Long(3) + Long(10) + Long(-20) + Long(30);

@@ -44,8 +44,8 @@ Scale ScaleOf(unsigned short max, int negScale, short unit = 1000) {
   return scale;
 }
 
-// What the logarithm may lose of an argument: its fraction after it was brought into range, all but 15 bits,
-// the bend of the curve between two entries of the table, and rounding to units of 1e-5.
+// The largest error of the logarithm: the argument keeps 15 bits, the curve bends between two entries of the
+// table, and results are rounded to units of 1e-5.
 double LossDb(double x, bool finer) {
   if (x > 2e9) x /= 1e4;
   if (finer && x < 4000.0) x *= 1e4;

@@ -97,7 +97,7 @@ TEST(SorMap, NoMapBehindABrokenHead) {
   }
 }
 
-// A search that starts over at each byte reads a kilobyte for each: minutes for this file.
+// A search that started over at each byte would read a kilobyte for each: minutes for this file.
 TEST(SorMap, TheSearchIsOnePass) {
   const Bytes bytes = BrokenHead(50000000);
   const auto start = std::chrono::steady_clock::now();

@@ -1,5 +1,4 @@
-// What holds for every block that lists plain fields: its bytes come back, at any revision and from any
-// stream.
+// What every block that lists plain fields must do: its bytes come back, at any revision and from any stream.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -93,7 +92,7 @@ TYPED_TEST(SorStandardBlocks, NewerMajorRevisionLeavesTheBlockAlone) {
   EXPECT_EQ(BytesOf(block, 209), before);
 }
 
-// Whatever a block takes from a damaged file, a copy of it holds the same.
+// A copy of a block holds whatever the block has taken from a damaged file.
 TYPED_TEST(SorStandardBlocks, DamageThatIsReadSurvivesACopy) {
   std::mt19937 random(20240611);
   int copied = 0;

@@ -28,7 +28,7 @@ class AssertionsThrow {
   AssertionHandler before_;
 };
 
-// The text of the assertion that an action fails, with the file behind it on request; empty if it fails none.
+// The text of the assertion that an action fails, with the file behind it on request. Empty if it fails none.
 template <class Action>
 std::string AssertionOf(Action&& action, std::string* file = nullptr) {
   AssertionsThrow throwing;

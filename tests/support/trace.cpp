@@ -55,8 +55,8 @@ TraceSpec& TraceSpec::End(double point) {
 
 double TraceSpec::PulsePoints() const { return SorMathNsToOwt(pulseNs) / spacingOwt; }
 
-// A pulse that lies across a step comes partly from before it and partly from behind it; one on a reflection
-// is as long as the pulse; what follows a fall goes down no faster than the receiver.
+// A pulse that lies across a step comes partly from before it and partly from behind it. A reflection is as
+// long as the pulse. What follows a fall goes down no faster than the receiver.
 double TraceSpec::LevelAt(long i) const {
   const double width = PulsePoints();
   const auto backscatterDb = [&](double point) {
@@ -107,7 +107,8 @@ std::unique_ptr<TSorData> BuildTrace(const TraceSpec& spec) {
     double levelDb = spec.level ? spec.level(i) : spec.LevelAt(i);
     if (spec.noiseDb > 0.0) levelDb += noise.Gauss(spec.noiseDb);
     if (spec.noiseLin > 0.0 || spec.offsetLin != 0.0) {
-      // Light is never below zero, however far below the floor its level lies: noise and a wrong zero are.
+      // Light is never below zero, however far its level lies below the floor. Noise may be, and so may a
+      // wrong zero.
       const double lin = Power(levelDb - sor->QRTParams->GetMAX());
       levelDb = sor->QRTParams->LinToLog5(lin + spec.offsetLin + noise.Gauss(spec.noiseLin));
     }

@@ -15,8 +15,8 @@
 //   spec.Step(8000, 0.3).Peak(12000, 6.0).End(18000);
 //   std::unique_ptr<TSorData> sor = support::BuildTrace(spec);
 //
-// The record that comes out is what an instrument hands over: one stretch of points, the level floor MAX and
-// the stored noise floor set, levels in the sub-block and in the cache, and the linear trace built.
+// The record is what an instrument hands over: one stretch of points, the level floor MAX and the stored
+// noise floor set, levels in the sub-block and in the cache, and the linear trace built.
 namespace support {
 
 // A reproducible source of noise: the same numbers on every machine and with every library.
@@ -36,7 +36,7 @@ struct StepAt {  // loss positive, gain negative
   double point;
   double lossDb;
 };
-struct PeakAt {  // reflection: a pulse-wide top above the backscatter, then the receiver's fall
+struct PeakAt {  // a reflection: a top above the backscatter, as wide as the pulse, then the receiver's fall
   double point;
   double heightDb;
 };
