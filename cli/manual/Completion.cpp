@@ -24,6 +24,7 @@ std::vector<std::string> NamesOf(const Option& option) {
 
 std::vector<std::string> NamesOf(const std::vector<Command>& commands) {
   std::vector<std::string> names;
+  names.reserve(commands.size());
   for (const Command& command : commands) names.push_back(command.name);
   return names;
 }
