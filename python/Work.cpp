@@ -1,0 +1,137 @@
+// What is done with traces, for Python.
+
+#include <pybind11/stl.h>
+
+#include "python/Made.h"
+
+namespace reflyze::python {
+namespace {
+
+namespace py = pybind11;
+
+// Thresholds in the order of the struct; the file of a document, or none, and its section.
+struct Asked {
+  std::array<std::optional<double>, 4> thresholds;
+  std::optional<std::string> document;
+  std::string section;
+
+  Thresholds Values() const { return {thresholds[0], thresholds[1], thresholds[2], thresholds[3]}; }
+  ThresholdDocument Document() const {
+    return document ? ThresholdDocument::FromFile(*document, section) : ThresholdDocument();
+  }
+};
+
+template <class Table>
+std::map<std::string, std::string> TextsOf(const Table& table) {
+  return {{"json", JsonOf(table)}, {"text", TextOf(table)}};
+}
+
+Made MadeOf(const EventTable& table) {
+  std::map<std::string, std::string> texts = TextsOf(table);
+  texts["csv"] = CsvHeader() + CsvOf(table);
+  return {std::move(texts), table.warnings, {table.record}};
+}
+
+Made AnalyseFor(const Trace& trace, const Asked& asked, std::optional<double> mostLossDb, bool endsOnly,
+                bool dropUnknown) {
+  return Unlocked([&] {
+    AnalyseOptions options;
+    options.thresholds = asked.Values();
+    options.document = asked.Document();
+    options.mostLossDb = mostLossDb;
+    options.endsOnly = endsOnly;
+    options.dropUnknown = dropUnknown;
+    return MadeOf(Analyse(trace, options));
+  });
+}
+
+Made BaselineFor(const Trace& trace, const std::string& level, const std::array<double, 4>& limits,
+                 const std::vector<std::pair<double, double>>& search,
+                 const std::vector<std::pair<std::string, double>>& settings) {
+  Monitoring monitoring;
+  monitoring.level = level;
+  monitoring.ltDb = limits[0];
+  monitoring.rtDb = limits[1];
+  monitoring.ctDbPerKm = limits[2];
+  monitoring.eelDb = limits[3];
+  monitoring.settings = settings;
+  for (const auto& [from, to] : search) monitoring.search.push_back({from, to});
+  return Unlocked([&]() -> Made {
+    const Baseline baseline = MakeBaseline(trace, monitoring);
+    return {TextsOf(baseline), baseline.warnings, {baseline.record}};
+  });
+}
+
+Made CompareFor(const Trace& baseline, const Trace& current, bool recheck) {
+  return Unlocked([&]() -> Made {
+    const Comparison comparison = Compare(baseline, current, {recheck});
+    return {TextsOf(comparison), comparison.warnings, {comparison.record}};
+  });
+}
+
+Made MergeFor(const Trace& a, const Trace& b, const Asked& asked) {
+  return Unlocked([&]() -> Made {
+    const MergedTable table = Merge(a, b, {asked.Values(), asked.Document()});
+    return {TextsOf(table), table.warnings, {table.recordA, table.recordB}};
+  });
+}
+
+Made QualityFor(const Trace& trace, const std::optional<Trace>& longPulse, int lastPercent) {
+  return Unlocked([&]() -> Made {
+    const QualityTable table = Quality(trace, {longPulse, lastPercent});
+    return {TextsOf(table), table.warnings};
+  });
+}
+
+Made FilterFor(const Trace& trace, const std::string& kind, std::optional<double> level) {
+  FilterOptions options;
+  options.level = level;
+  for (const FilterKind known : {FilterKind::kKernel, FilterKind::kFast, FilterKind::kAuto})
+    if (kind == NameOf(known)) options.kind = known;
+  if (kind != NameOf(options.kind))
+    throw Error(ErrorKind::kUsage, "", "\"" + kind + "\" is none of auto, fast and kernel");
+  return Unlocked([&]() -> Made {
+    const FilterTable table = Filter(trace, options);
+    return {TextsOf(table), table.warnings, {table.record}};
+  });
+}
+
+Made SimulateFor(const std::string& link, std::uint64_t seed, const std::string& name,
+                 const std::string& source) {
+  return Unlocked([&] {
+    const Simulation simulation = Simulate(link, seed, name, source);
+    Made made(TextsOf(simulation), {});
+    made.KeepFile(simulation.trace.Bytes());
+    made.KeepFile(JsonOf(simulation, 1));  // the truth as the program stores it
+    return made;
+  });
+}
+
+}  // namespace
+
+void BindWork(py::module_& module) {
+  NotByHand(py::class_<Asked>(module, "Asked", py::is_final()));
+  module.def("asked", [](const std::array<std::optional<double>, 4>& thresholds,
+                         const std::optional<std::string>& document, const std::string& section) {
+    return Asked{thresholds, document, section};
+  });
+  module.def("analyse", AnalyseFor);
+  module.def("stored_events", [](const Trace& trace, bool asStored) {
+    return Unlocked(
+        [&] { return MadeOf(StoredEvents(trace, asStored ? Numbers::kAsStored : Numbers::kMeasured)); });
+  });
+  module.def("baseline", BaselineFor);
+  module.def("compare", CompareFor);
+  module.def("merge", MergeFor);
+  module.def("quality", QualityFor);
+  module.def("filter", FilterFor);
+  module.def("simulate", SimulateFor);
+  module.def("dump", [](const Trace& trace, bool samples, bool native, bool asText) {
+    return PlainText(Unlocked([&] {
+      const DumpOptions options{samples, native};
+      return asText ? DumpText(trace, options) : DumpJson(trace, options);
+    }));
+  });
+}
+
+}  // namespace reflyze::python

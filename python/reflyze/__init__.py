@@ -1,0 +1,56 @@
+"""Reads, analyses, compares, merges, judges and simulates traces of optical time-domain reflectometers."""
+
+from . import _core
+from ._errors import Error, UnreadableError, UnwritableError, UsageError
+from ._results import (
+    Baseline,
+    Comparison,
+    EventTable,
+    FilterTable,
+    MergedTable,
+    QualityTable,
+    Result,
+    Simulation,
+)
+from ._trace import Note, Trace, from_bytes, open
+from ._values import Card, ComparedEvent, Event, JudgedEvent, MergedEvent, Thresholds, TrueEvent
+from ._work import analyse, baseline, compare, dump, dump_text, filter, merge, quality, simulate
+
+__version__ = _core.library_version()
+module_version = _core.module_version()
+
+__all__ = [
+    "Baseline",
+    "Card",
+    "ComparedEvent",
+    "Comparison",
+    "Error",
+    "Event",
+    "EventTable",
+    "FilterTable",
+    "JudgedEvent",
+    "MergedEvent",
+    "MergedTable",
+    "Note",
+    "QualityTable",
+    "Result",
+    "Simulation",
+    "Thresholds",
+    "Trace",
+    "TrueEvent",
+    "UnreadableError",
+    "UnwritableError",
+    "UsageError",
+    "analyse",
+    "baseline",
+    "compare",
+    "dump",
+    "dump_text",
+    "filter",
+    "from_bytes",
+    "merge",
+    "module_version",
+    "open",
+    "quality",
+    "simulate",
+]

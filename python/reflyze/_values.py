@@ -1,0 +1,257 @@
+"""What results consist of. Names and units are those of the program's JSON; None is its null."""
+
+from __future__ import annotations
+
+import typing
+from dataclasses import dataclass, fields, is_dataclass
+from datetime import datetime, timezone
+from typing import Any, Dict, List, Mapping, Optional, Tuple, Type, TypeVar, Union
+
+Value = TypeVar("Value")
+
+
+def one_line(text: str) -> str:
+    """A text of a record as part of a line: control characters become question marks."""
+    return "".join(c if c.isprintable() else "?" for c in text)
+
+
+def decibels(value: Optional[float]) -> str:
+    return "-" if value is None else f"{value:.3f} dB"
+
+
+@dataclass(frozen=True)
+class Card:
+    """What a record says of itself. Texts may be blank; numbers stand as the file has them."""
+
+    cable: str
+    fibre: str
+    cable_code: str
+    from_: str  #: originating location
+    to: str  #: terminating location
+    operator_name: str
+    comment: str
+    supplier: str
+    instrument: str
+    instrument_serial: str
+    module: str
+    module_serial: str
+    software: str
+    fibre_type: int  #: ITU-T recommendation: 652 for G.652
+    date_utc: int  #: seconds since 1970, 0 where the file tells none
+    wavelength_nm: float
+    pulse_ns: float
+    points: int
+    spacing_m: float
+    range_km: float
+    group_index: float
+    backscatter_db: Optional[float]  #: coefficient for a pulse of 1 ns
+    averages: int
+    user_offset_km: float  #: the user's zero, from the first sample
+
+    @property
+    def date(self) -> Optional[datetime]:
+        """When it was measured, in UTC."""
+        return datetime.fromtimestamp(self.date_utc, timezone.utc) if self.date_utc else None
+
+
+@dataclass(frozen=True)
+class Thresholds:
+    """What an analysis took for an event."""
+
+    lt_db: Optional[float]
+    rt_db: Optional[float]
+    et_db: Optional[float]
+    ct_db_per_km: Optional[float]
+
+
+@dataclass(frozen=True, repr=False)
+class Event:
+    """A place on the fibre where light is lost, gained or reflected."""
+
+    number: int
+    ept: int  #: one-way time from the first sample, 100 ps
+    distance_km: float  #: from the user's zero
+    type: str
+    code: str
+    technique: str
+    loss_db: Optional[float]
+    reflectance_db: Optional[float]
+    reflectance_at_least: bool  #: the receiver was saturated
+    attenuation_db_per_km: Optional[float]  #: of the section before
+    cumulated_db: float
+    markers: Tuple[int, ...]
+    comment: str
+
+    def __repr__(self) -> str:
+        return one_line(
+            f"<event {self.number} at {self.distance_km:.4f} km: {self.type}, loss {decibels(self.loss_db)}>"
+        )
+
+
+@dataclass(frozen=True)
+class Deviation:
+    """A change against the baseline, or the quantity itself where that is limited; dB or dB/km."""
+
+    deviation_db: Optional[float]
+    absolute: bool
+    compared: bool
+    exceeded: bool
+
+
+@dataclass(frozen=True, repr=False)
+class ComparedEvent(Event):
+    """An event with what became of it."""
+
+    monitored: bool
+    new: bool
+    fail: bool
+    fiber_break: bool
+    lt: Deviation
+    rt: Deviation
+    ct: Deviation
+
+
+@dataclass(frozen=True)
+class Level:
+    """An alarm level and its limits."""
+
+    name: str
+    lt_db: float
+    rt_db: float
+    ct_db_per_km: float
+    eel_db: float
+
+
+@dataclass(frozen=True)
+class Stretch:
+    """A part of the fibre, from the user's zero."""
+
+    from_km: float
+    to_km: float
+
+
+@dataclass(frozen=True)
+class MergedEvent:
+    """An event as both directions saw it."""
+
+    number: int
+    distance_km: float  #: from the first end
+    code: str
+    loss_a_db: Optional[float]
+    loss_b_db: Optional[float]
+    loss_db: Optional[float]  #: mean of both
+    reflectance_a_db: Optional[float]
+    reflectance_b_db: Optional[float]
+    seen_from: str
+
+
+@dataclass(frozen=True)
+class Launch:
+    """How the light came into the fibre."""
+
+    state: str
+    quality: Optional[float]  #: smaller is better
+    level_db: Optional[float]
+
+
+@dataclass(frozen=True)
+class EndInLastPercent:
+    """Whether the fibre ends in the last so many percent of the range."""
+
+    percent: int
+    result: Optional[bool]
+
+
+@dataclass(frozen=True)
+class JudgedEvent:
+    """An event and how far it can be trusted."""
+
+    number: int
+    distance_km: float
+    code: str
+    loss_db: Optional[float]
+    trust_m: float  #: either side of its place
+    measurable: str
+    two_pulse_loss_db: Optional[float] = None  #: with a longer pulse
+
+
+@dataclass(frozen=True)
+class FilterPlaces:
+    """The same quantity at three points of what the filter found."""
+
+    begin: float
+    peak: float
+    end: float
+
+
+@dataclass(frozen=True)
+class FilterEvent:
+    """Where the automatic filter stopped; points of the trace."""
+
+    begin: int
+    rise: int
+    peak: int
+    end: int
+    tail: int
+    gradeUp: int
+    gradeDown: int
+    width: int
+    type: str
+    level_db: FilterPlaces
+    distance_km: FilterPlaces
+
+
+@dataclass(frozen=True)
+class TrueEvent:
+    """What stands on a simulated fibre, as an ideal analysis would report it."""
+
+    number: int
+    ept: float
+    distance_km: float
+    code: str
+    loss_db: float
+    insertion_loss_db: float
+    reflectance_db: Optional[float]
+    peak_db: float
+    attenuation_db_per_km: float
+    snr_db: float
+
+
+_types: Dict[type, Dict[str, Any]] = {}
+
+
+def _types_of(kind: type) -> Dict[str, Any]:
+    if kind not in _types:
+        _types[kind] = typing.get_type_hints(kind)
+    return _types[kind]
+
+
+def from_json(kind: Type[Value], members: Mapping[str, Any]) -> Value:
+    """A value from the members of a JSON object that have its names."""
+    types = _types_of(kind)
+    names = [field.name for field in fields(kind) if field.name in members]
+    return kind(**{name: _converted(types[name], members[name]) for name in names})
+
+
+def _converted(kind: Any, value: Any) -> Any:
+    if value is None:
+        return None
+    origin, inner = typing.get_origin(kind), typing.get_args(kind)
+    if origin is Union:
+        return _converted(inner[0], value)
+    if origin is tuple:
+        return tuple(_converted(inner[0], item) for item in value)
+    if is_dataclass(kind):
+        return from_json(kind, value)
+    return float(value) if kind is float else value
+
+
+def column_names(kind: type) -> List[str]:
+    """Columns of a table of such values, those of values inside behind the name that holds them."""
+    names = []
+    for field in fields(kind):
+        inside = _types_of(kind)[field.name]
+        names += (
+            [f"{field.name}_{name}" for name in column_names(inside)] if is_dataclass(inside) else [field.name]
+        )
+    return names

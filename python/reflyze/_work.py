@@ -1,0 +1,190 @@
+"""What is done with traces. Each function takes traces, files, or results that belong to one."""
+
+from __future__ import annotations
+
+import json
+import numbers
+from typing import Any, Dict, Iterable, Mapping, Optional, Tuple, Union
+
+from . import _core
+from ._errors import UsageError
+from ._results import (
+    Baseline,
+    Comparison,
+    EventTable,
+    FilterTable,
+    MergedTable,
+    QualityTable,
+    Simulation,
+    Stored,
+    result,
+)
+from ._trace import Path, Trace, file_name, open, text
+
+Source = Union[Trace, Stored, Path]
+
+
+def _trace(source: Source) -> Trace:
+    if isinstance(source, Trace):
+        return source
+    return source.trace if isinstance(source, Stored) else open(source)
+
+
+def _number(name: str, value: object) -> float:
+    if not isinstance(value, numbers.Real):
+        raise TypeError(f"{name} is a number, not {type(value).__name__}")
+    return float(value)
+
+
+def _maybe(name: str, value: object) -> Optional[float]:
+    return None if value is None else _number(name, value)
+
+
+def _whole(name: str, value: object, most: int) -> int:
+    if not isinstance(value, numbers.Integral):
+        raise TypeError(f"{name} is a whole number, not {type(value).__name__}")
+    whole = int(value)
+    if not 0 <= whole <= most:
+        raise UsageError(f"{name}: {whole} is no whole number from 0 to {most}")
+    return whole
+
+
+def _asked(
+    loss_db: Optional[float],
+    reflectance_db: Optional[float],
+    end_db: Optional[float],
+    slope_db_per_km: Optional[float],
+    thresholds: Optional[Path],
+    section: str,
+) -> _core.Asked:
+    return _core.asked(
+        (
+            _maybe("loss_db", loss_db),
+            _maybe("reflectance_db", reflectance_db),
+            _maybe("end_db", end_db),
+            _maybe("slope_db_per_km", slope_db_per_km),
+        ),
+        None if thresholds is None else file_name(thresholds),
+        text("section", section),
+    )
+
+
+def analyse(
+    trace: Source,
+    *,
+    loss_db: Optional[float] = None,
+    reflectance_db: Optional[float] = None,
+    end_db: Optional[float] = None,
+    slope_db_per_km: Optional[float] = None,
+    thresholds: Optional[Path] = None,
+    section: str = "NON",
+    most_loss_db: Optional[float] = None,
+    ends_only: bool = False,
+    drop_unknown: bool = False,
+) -> EventTable:
+    """Finds the events of a trace.
+
+    Thresholds that are not given come from the document `thresholds` (INI, of which `section` is read), then
+    from the trace. `most_loss_db` bounds the loss threshold wherever it comes from. `ends_only` keeps the
+    first and the last event; `drop_unknown` stores no blocks that nobody here knows.
+    """
+    taken = _trace(trace)
+    asked = _asked(loss_db, reflectance_db, end_db, slope_db_per_km, thresholds, section)
+    bound = _maybe("most_loss_db", most_loss_db)
+    made = _core.analyse(taken._held, asked, bound, bool(ends_only), bool(drop_unknown))
+    return result(EventTable, made, taken._encoding)
+
+
+def baseline(
+    trace: Source,
+    *,
+    level: str,
+    lt_db: float = 0.2,
+    rt_db: float = 2.0,
+    ct_db_per_km: float = 0.05,
+    eel_db: float = 0.5,
+    search: Iterable[Tuple[float, float]] = (),
+    settings: Optional[Mapping[str, float]] = None,
+) -> Baseline:
+    """Makes the baseline of a fibre.
+
+    `level` names the alarm level; the others are limits of what changes. New events are searched in the
+    stretches of `search`, pairs of km, else in each section between two events.
+    """
+    taken = _trace(trace)
+    limits = (
+        _number("lt_db", lt_db),
+        _number("rt_db", rt_db),
+        _number("ct_db_per_km", ct_db_per_km),
+        _number("eel_db", eel_db),
+    )
+    stretches = [(_number("search", begin), _number("search", end)) for begin, end in search]
+    values = [(text("a setting", name), _number(name, value)) for name, value in (settings or {}).items()]
+    made = _core.baseline(taken._held, text("level", level), limits, stretches, values)
+    return result(Baseline, made, taken._encoding)
+
+
+def compare(baseline: Source, current: Source, recheck: bool = False) -> Comparison:
+    """Tells what changed since the baseline.
+
+    `recheck` holds the results that are stored in the current trace against the limits again.
+    """
+    watched, now = _trace(baseline), _trace(current)
+    return result(Comparison, _core.compare(watched._held, now._held, bool(recheck)), now._encoding)
+
+
+def merge(
+    a: Source,
+    b: Source,
+    *,
+    loss_db: Optional[float] = None,
+    reflectance_db: Optional[float] = None,
+    end_db: Optional[float] = None,
+    slope_db_per_km: Optional[float] = None,
+    thresholds: Optional[Path] = None,
+    section: str = "NON",
+) -> MergedTable:
+    """Brings the events of both directions of a fibre together; with thresholds, both are analysed first."""
+    one, other = _trace(a), _trace(b)
+    asked = _asked(loss_db, reflectance_db, end_db, slope_db_per_km, thresholds, section)
+    return result(MergedTable, _core.merge(one._held, other._held, asked), one._encoding)
+
+
+def quality(trace: Source, *, long_pulse: Optional[Source] = None, last_percent: int = 10) -> QualityTable:
+    """Tells how far each event's place and loss can be trusted.
+
+    `long_pulse` is the same fibre with a longer pulse, for losses within dead zones. Does the fibre end in the
+    last `last_percent` of the range?
+    """
+    taken = _trace(trace)
+    longer = None if long_pulse is None else _trace(long_pulse)._held
+    made = _core.quality(taken._held, longer, _whole("last_percent", last_percent, 100))
+    return result(QualityTable, made, taken._encoding)
+
+
+def filter(trace: Source, *, kind: str = "auto", level: Optional[float] = None) -> FilterTable:
+    """Smooths a trace, by a mean that stops at events (auto), a low pass (fast) or its own kernel (kernel)."""
+    taken = _trace(trace)
+    made = _core.filter(taken._held, text("kind", kind), _maybe("level", level))
+    return result(FilterTable, made, taken._encoding)
+
+
+def simulate(link: Union[Mapping[str, Any], str], *, seed: int = 1, name: str = "simulated") -> Simulation:
+    """The trace that a described link would give, and what stands on it; `link` is a dict or JSON text."""
+    document = link if isinstance(link, str) else json.dumps(dict(link))
+    made = _core.simulate(document, _whole("seed", seed, 2**64 - 1), file_name(name), "link")
+    return result(Simulation, made, "auto")
+
+
+def dump(trace: Source, *, samples: bool = True, native: bool = False) -> Dict[str, Any]:
+    """Every field of every block of a file, as the program's JSON has it.
+
+    `native` shows every block that a record has in memory, also those that the file does not have.
+    """
+    parsed: Dict[str, Any] = json.loads(_core.dump(_trace(trace)._held, bool(samples), bool(native), False))
+    return parsed
+
+
+def dump_text(trace: Source, *, samples: bool = True, native: bool = False) -> str:
+    """The same for people."""
+    return _core.dump(_trace(trace)._held, bool(samples), bool(native), True)
