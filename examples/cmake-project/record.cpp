@@ -10,7 +10,8 @@ int main(int argc, char** argv) {
   if (argc != 2) return 2;
   const auto trace = reflyze::Trace::Open(argv[1]);
   const TSorData& stored = reflyze::RecordOf(trace);
-  std::printf("%s, %d points\n", stored.SupParams->MFID.c_str(), static_cast<int>(stored.DataPts->GetPointsNum()));
+  std::printf("%s, %d points\n", stored.SupParams->MFID.c_str(),
+              static_cast<int>(stored.DataPts->GetPointsNum()));
 
   TSorData record;  // the same by the record's own reader
   if (record.Read(argv[1], "rb") != sfOk) return 3;

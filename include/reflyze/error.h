@@ -27,11 +27,11 @@ class REFLYZE_API Error : public std::runtime_error {
         block_(block),
         offset_(offset) {}
 
-  ErrorKind kind() const { return kind_; }
-  const std::string& file() const { return file_; }
-  const std::string& sentence() const { return sentence_; }
-  const std::string& block() const { return block_; }
-  long long offset() const { return offset_; }
+  ErrorKind kind() const { return kind_; }                   // who is at fault
+  const std::string& file() const { return file_; }          // the file at fault, or ""
+  const std::string& sentence() const { return sentence_; }  // what is wrong, without the file
+  const std::string& block() const { return block_; }        // block of the record at fault, or ""
+  long long offset() const { return offset_; }               // byte of the file, or -1
 
  private:
   ErrorKind kind_;
@@ -41,8 +41,8 @@ class REFLYZE_API Error : public std::runtime_error {
 
 // What a user should know of a file that was taken all the same. Programs print "FILE: warning: TEXT".
 struct Warning {
-  std::string file;
-  std::string text;
+  std::string file;  // as it was given
+  std::string text;  // a sentence
 };
 
 }  // namespace reflyze

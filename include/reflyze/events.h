@@ -37,15 +37,18 @@ class REFLYZE_API ThresholdDocument {
   // number.
   static ThresholdDocument FromText(const std::string& name, const std::string& text,
                                     const std::string& section = "NON");
+  // The same of a file.
   static ThresholdDocument FromFile(const std::string& file, const std::string& section = "NON");
 
+  // For the library: what was read.
   struct Section;
-  const Section* section() const { return section_.get(); }
+  const Section* section() const { return section_.get(); }  // for the library; null for none
 
  private:
   std::shared_ptr<const Section> section_;
 };
 
+// How a trace is analysed.
 struct AnalyseOptions {
   Thresholds thresholds;             // before the document
   ThresholdDocument document;        // before the trace
@@ -65,19 +68,19 @@ enum class Numbers {
 
 // A place on the fibre where light is lost, gained or reflected.
 struct Event {
-  int number = 0;
-  int eptOwt = 0;           // one-way time from the first sample, 100 ps
-  double distanceKm = 0.0;  // from the user's zero
-  std::string code;         // SR-4731 event code
-  std::string technique;    // of the loss measurement
-  std::string type;         // in words
-  std::optional<double> lossDb;
-  std::optional<double> reflectanceDb;
+  int number = 0;                            // from 1, along the fibre
+  int eptOwt = 0;                            // one-way time from the first sample, 100 ps
+  double distanceKm = 0.0;                   // from the user's zero
+  std::string code;                          // SR-4731 event code
+  std::string technique;                     // of the loss measurement
+  std::string type;                          // in words
+  std::optional<double> lossDb;              // dB, below 0 for a gain
+  std::optional<double> reflectanceDb;       // dB, negative
   bool reflectanceAtLeast = false;           // the receiver was saturated
   std::optional<double> attenuationDbPerKm;  // of the section before the event
   double cumulatedDb = 0.0;                  // sections and events from the launch up to and with this event
   std::array<int, 5> markersOwt{};           // ML0 to ML4, one-way times, 100 ps
-  std::string comment;
+  std::string comment;                       // of whoever edited the record
 };
 
 // Why a stage of the analysis decided as it did: what it looked at, what it chose, and by which limit. Places
@@ -95,23 +98,23 @@ struct Reason {
 
 // The events of one trace, with what they were found by.
 struct EventTable {
-  std::string file;
-  long points = 0;
-  double wavelengthNm = 0.0;
-  double pulseNs = 0.0;
-  double spacingM = 0.0;
-  double rangeKm = 0.0;
-  double groupIndex = 0.0;
-  Thresholds thresholds;  // that held when the events were found
-  double noiseFloorDb = 0.0;
-  bool fibre = true;  // the trace shows one
-  std::optional<double> lengthKm;
+  std::string file;                    // of the trace
+  long points = 0;                     // of the trace
+  double wavelengthNm = 0.0;           // nm
+  double pulseNs = 0.0;                // ns
+  double spacingM = 0.0;               // m between points
+  double rangeKm = 0.0;                // km
+  double groupIndex = 0.0;             // of the fibre, without a unit
+  Thresholds thresholds;               // that held when the events were found
+  double noiseFloorDb = 0.0;           // dB, a level of the trace
+  bool fibre = true;                   // the trace shows one
+  std::optional<double> lengthKm;      // km from the launch to the end of the fibre
   std::optional<double> totalLossDb;   // end to end, on the trace itself
   std::optional<double> returnLossDb;  // at most, where the receiver was saturated
-  std::vector<Warning> warnings;
-  std::vector<Event> events;
-  std::vector<Reason> reasons;  // in the order of the decisions; none unless asked for
-  StoredRecord record;          // the trace with these events
+  std::vector<Warning> warnings;       // what a user should know
+  std::vector<Event> events;           // along the fibre
+  std::vector<Reason> reasons;         // in the order of the decisions; none unless asked for
+  StoredRecord record;                 // the trace with these events
 };
 
 // Finds the events of a trace. Throws Error kUnreadable for a trace that can't be measured, and for a file

@@ -8,9 +8,10 @@
 
 namespace reflyze {
 
+// A file to be written.
 struct Output {
-  std::string name;
-  std::string bytes;
+  std::string name;   // its path
+  std::string bytes;  // all that will be in it
 };
 
 // Writes beside the targets and renames over them: a file appears whole or not at all, and one that was there

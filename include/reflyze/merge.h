@@ -10,32 +10,34 @@ namespace reflyze {
 
 // An event as one direction measured it. The launch and the end are no joints and have no loss.
 struct DirectionOfEvent {
-  bool listed = false;  // in its table
-  bool seen = false;    // by its own measurement
-  std::string code;     // SR-4731 event code
-  std::optional<double> lossDb;
-  std::optional<double> reflectanceDb;
+  bool listed = false;                  // in its table
+  bool seen = false;                    // by its own measurement
+  std::string code;                     // SR-4731 event code
+  std::optional<double> lossDb;         // dB, below 0 for a gain
+  std::optional<double> reflectanceDb;  // dB, negative
 };
 
+// An event as both directions have it.
 struct MergedEvent {
-  double distanceKm = 0.0;  // from the first end
-  DirectionOfEvent a, b;
-  std::optional<double> meanLossDb;
+  double distanceKm = 0.0;           // from the first end
+  DirectionOfEvent a, b;             // from the first end, and from the other
+  std::optional<double> meanLossDb;  // dB, of both directions
 };
 
 // Two directions of one fibre in one table.
 struct MergedTable {
-  std::string fileA, fileB;
-  double pulseNs = 0.0;
-  double lengthKm = 0.0;
-  std::vector<MergedEvent> rows;
-  std::vector<Warning> warnings;
+  std::string fileA, fileB;       // of the traces
+  double pulseNs = 0.0;           // ns
+  double lengthKm = 0.0;          // km, of the fibre
+  std::vector<MergedEvent> rows;  // along the fibre
+  std::vector<Warning> warnings;  // what a user should know
   StoredRecord recordA, recordB;  // each direction with the events of both
 };
 
+// How two directions are merged.
 struct MergeOptions {
-  Thresholds thresholds;  // with any, or with a document, both traces are analysed first
-  ThresholdDocument document;
+  Thresholds thresholds;       // with any, or with a document, both traces are analysed first
+  ThresholdDocument document;  // for thresholds that are not given
 };
 
 // Brings the events of both directions of a fibre together; what has no events is analysed first. A joint's

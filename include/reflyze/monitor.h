@@ -9,15 +9,16 @@
 
 namespace reflyze {
 
+// A part of the fibre.
 struct Stretch {
   double fromKm = 0.0, toKm = 0.0;  // from the user's zero
 };
 
 // A setting of the comparison that a baseline carries, by the name under which a record stores it.
 struct ComparisonSetting {
-  const char* name;
-  double least, most;
-  const char* meaning;
+  const char* name;     // under which a record stores it
+  double least, most;   // its bounds
+  const char* meaning;  // in words, with its unit
 };
 REFLYZE_API const std::vector<ComparisonSetting>& ComparisonSettings();
 REFLYZE_API const ComparisonSetting* FindComparisonSetting(
@@ -28,10 +29,10 @@ constexpr double kLargestLimit = 32.5;  // dB, dB/km
 
 // How a fibre is to be watched. Limits are of changes against the baseline; of losses only growth counts.
 struct Monitoring {
-  std::string level;  // name of the alarm level, UTF-8, not empty
-  double ltDb = 0.2;  // loss of an event
-  double rtDb = 2.0;  // reflectance
-  double ctDbPerKm = 0.05;
+  std::string level;            // name of the alarm level, UTF-8, not empty
+  double ltDb = 0.2;            // loss of an event
+  double rtDb = 2.0;            // reflectance
+  double ctDbPerKm = 0.05;      // attenuation of a section
   double eelDb = 0.5;           // end-to-end loss
   std::vector<Stretch> search;  // where new events are searched; else in each section between two events
   std::vector<std::pair<std::string, double>> settings;  // by the names of ComparisonSettings
@@ -39,10 +40,10 @@ struct Monitoring {
 
 // A trace that others of its fibre are compared with.
 struct Baseline {
-  EventTable events;
-  Monitoring monitoring;  // as the record holds it: limits in thousandths, all stretches and settings
-  std::vector<Warning> warnings;
-  StoredRecord record;
+  EventTable events;              // that are watched
+  Monitoring monitoring;          // as the record holds it: limits in thousandths, all stretches and settings
+  std::vector<Warning> warnings;  // what a user should know
+  StoredRecord record;            // the trace with all of this
 };
 
 // Makes the baseline of a fibre. A trace without usable events is analysed first. Throws Error kUnreadable
@@ -52,25 +53,26 @@ REFLYZE_API Baseline MakeBaseline(Trace trace, const Monitoring& monitoring);
 
 // What has become of one quantity of an event, and its limit, in dB or dB/km.
 struct Deviation {
-  double value = 0.0;  // the change against the baseline, or the quantity itself where that is limited
-  bool absolute = false;
-  bool compared = false;
-  bool exceeded = false;
-  double limit = 0.0;
+  double value = 0.0;     // the change against the baseline, or the quantity itself where that is limited
+  bool absolute = false;  // `value` is the quantity itself
+  bool compared = false;  // there was something to compare
+  bool exceeded = false;  // the limit was
+  double limit = 0.0;     // dB or dB/km
 };
 
+// An event of the current trace, held against the baseline.
 struct ComparedEvent {
-  Event event;
-  bool monitored = false;
-  bool isNew = false;
-  bool fail = false;
-  bool fiberBreak = false;
-  Deviation loss, reflectance, attenuation;  // a limit of the reflectance itself is stored as return loss
+  Event event;                               // of the current trace
+  bool monitored = false;                    // it stands in the baseline
+  bool isNew = false;                        // it does not
+  bool fail = false;                         // a limit is exceeded
+  bool fiberBreak = false;                   // the fibre ends here, too early
+  Deviation loss, reflectance, attenuation;  // a limit of the reflectance itself is one of the return loss
 };
 
 // Where the fibre was looked for and not found.
 struct LinkTest {
-  double distanceKm = 0.0;
+  double distanceKm = 0.0;                   // km from the user's zero
   double baselineDb = 0.0, currentDb = 0.0;  // levels there
   bool noLight = false;                      // the current one is noise
 };
@@ -85,21 +87,22 @@ enum ComparisonCode : int {
 
 // What a comparison says of a current trace.
 struct Comparison {
-  std::string baselineFile, file;
-  Numbers numbers = Numbers::kMeasured;
-  int result = kCompared;  // a ComparisonCode, or what else a module answers
-  bool fail = false;       // of the trace as a whole
-  bool recheck = false;    // results of an earlier comparison, held against limits again
-  std::string level;
-  double baselineLengthKm = 0.0;
-  std::optional<LinkTest> linkTest;  // where another fibre was found, or none
-  std::vector<ComparedEvent> rows;
-  std::vector<Warning> warnings;
-  StoredRecord record;  // the current trace with its results
+  std::string baselineFile, file;        // of both traces
+  Numbers numbers = Numbers::kMeasured;  // which numbers the rows have
+  int result = kCompared;                // a ComparisonCode, or what else a module answers
+  bool fail = false;                     // of the trace as a whole
+  bool recheck = false;                  // results of an earlier comparison, held against limits again
+  std::string level;                     // of the alarm, UTF-8
+  double baselineLengthKm = 0.0;         // km from launch to end
+  std::optional<LinkTest> linkTest;      // where another fibre was found, or none
+  std::vector<ComparedEvent> rows;       // along the fibre
+  std::vector<Warning> warnings;         // what a user should know
+  StoredRecord record;                   // the current trace with its results
 
-  bool Changed() const { return fail || result != kCompared; }
+  bool Changed() const { return fail || result != kCompared; }  // anything at all
 };
 
+// How two traces are compared.
 struct CompareOptions {
   bool recheck = false;  // hold the results that are stored in the current trace against the limits again
 };

@@ -33,6 +33,7 @@ class REFLYZE_API AnalysisService {
 
 // What a module leaves in the record, without what the library does before and after.
 REFLYZE_API EventTable AnalyseBy(AnalysisService& service, Trace trace, const AnalyseOptions& options = {});
+// The same of a comparison.
 REFLYZE_API Comparison CompareBy(AnalysisService& service, Trace baseline, Trace current,
                                  const CompareOptions& options = {});
 

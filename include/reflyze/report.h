@@ -15,36 +15,38 @@
 
 namespace reflyze {
 
-REFLYZE_API std::string TextOf(const EventTable& table);
-REFLYZE_API std::string TextOf(const Baseline& baseline);
-REFLYZE_API std::string TextOf(const Comparison& comparison);
-REFLYZE_API std::string TextOf(const MergedTable& table);
-REFLYZE_API std::string TextOf(const QualityTable& table);
-REFLYZE_API std::string TextOf(const FilterTable& table);
-REFLYZE_API std::string TextOf(const Simulation& simulation);
+REFLYZE_API std::string TextOf(const EventTable& table);       // of an analysis
+REFLYZE_API std::string TextOf(const Baseline& baseline);      // of a baseline
+REFLYZE_API std::string TextOf(const Comparison& comparison);  // of a comparison
+REFLYZE_API std::string TextOf(const MergedTable& table);      // of a merge
+REFLYZE_API std::string TextOf(const QualityTable& table);     // of how far to believe a trace
+REFLYZE_API std::string TextOf(const FilterTable& table);      // of a filter
+REFLYZE_API std::string TextOf(const Simulation& simulation);  // of a simulated link
 
-REFLYZE_API std::string JsonOf(const EventTable& table);
-REFLYZE_API std::string JsonOf(const Baseline& baseline);
-REFLYZE_API std::string JsonOf(const Comparison& comparison);
-REFLYZE_API std::string JsonOf(const MergedTable& table);
-REFLYZE_API std::string JsonOf(const QualityTable& table);
-REFLYZE_API std::string JsonOf(const FilterTable& table);
-// The truth in the shape of a table of events. An `indent` above 0 gives several lines.
+REFLYZE_API std::string JsonOf(const EventTable& table);       // of an analysis
+REFLYZE_API std::string JsonOf(const Baseline& baseline);      // of a baseline
+REFLYZE_API std::string JsonOf(const Comparison& comparison);  // of a comparison
+REFLYZE_API std::string JsonOf(const MergedTable& table);      // of a merge
+REFLYZE_API std::string JsonOf(const QualityTable& table);     // of how far to believe a trace
+REFLYZE_API std::string JsonOf(const FilterTable& table);      // of a filter
+// The truth in the shape of a table of events; several lines with an indent above 0.
 REFLYZE_API std::string JsonOf(const Simulation& simulation, int indent = -1);
 
 // One line an event, without the heading.
 REFLYZE_API std::string CsvOf(const EventTable& table);
-REFLYZE_API std::string CsvHeader();
+REFLYZE_API std::string CsvHeader();  // the heading, with units
 
+// What a dump shows.
 struct DumpOptions {
-  bool samples = true;
+  bool samples = true;  // the points too
   bool native = false;  // every block that a record has in memory, also those that the file does not have
 };
 
-// Every field of every block of a file. DumpWarnings gives what a reader of a dump should know of the file,
-// and of what is not shown as it stands.
+// What a reader of a dump should know: of the file, and of what is not shown as it stands.
 REFLYZE_API std::vector<Warning> DumpWarnings(const Trace& trace);
+// Every field of every block of a file.
 REFLYZE_API std::string DumpText(const Trace& trace, const DumpOptions& options = {});
+// The same as JSON.
 REFLYZE_API std::string DumpJson(const Trace& trace, const DumpOptions& options = {});
 
 }  // namespace reflyze

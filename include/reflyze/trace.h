@@ -31,20 +31,20 @@ struct CopyOptions {
 
 // What a record says of itself. Texts are UTF-8 and may be blank. Numbers stand as the file has them.
 struct Card {
-  std::string cable, fibre, cableCode;
-  std::string from, to;  // originating and terminating location
-  std::string operatorName, comment;
-  std::string supplier, instrument, instrumentSerial, module, moduleSerial, software;
-  int fibreType = 0;      // ITU-T recommendation: 652 for G.652
-  long long dateUtc = 0;  // seconds since 1970, 0 where the file tells none
-  double wavelengthNm = 0.0;
-  double pulseNs = 0.0;  // of the first stretch
-  long points = 0;
-  double spacingM = 0.0;  // between points, of the first stretch
-  double rangeKm = 0.0;
-  double groupIndex = 0.0;
+  std::string cable, fibre, cableCode;  // names of what is measured
+  std::string from, to;                 // originating and terminating location
+  std::string operatorName, comment;    // of whoever took the trace
+  std::string supplier, instrument, instrumentSerial, module, moduleSerial, software;  // of the instrument
+  int fibreType = 0;                    // ITU-T recommendation: 652 for G.652
+  long long dateUtc = 0;                // seconds since 1970, 0 where the file tells none
+  double wavelengthNm = 0.0;            // nm
+  double pulseNs = 0.0;                 // of the first stretch
+  long points = 0;                      // of all stretches
+  double spacingM = 0.0;                // between points, of the first stretch
+  double rangeKm = 0.0;                 // km
+  double groupIndex = 0.0;              // of the fibre, without a unit
   std::optional<double> backscatterDb;  // coefficient for a pulse of 1 ns; none where the file states none
-  long averages = 0;
+  long averages = 0;                    // measurements in the mean
   double userOffsetKm = 0.0;  // where the user has put the zero of all distances, from the first sample
 };
 
@@ -59,11 +59,12 @@ class REFLYZE_API Trace {
   // The same of bytes at hand; `name` stands for the file, "-" for standard input.
   static Trace FromBytes(const std::string& name, std::vector<char> bytes, const OpenOptions& options = {});
 
+  // For the library: a trace of what was read.
   explicit Trace(std::shared_ptr<LoadedRecord> loaded) : loaded_(std::move(loaded)) {}
 
   const std::string& Name() const;        // as it was given
   std::vector<Warning> Warnings() const;  // what a user has to know of the file, whatever is done with it
-  Card GetCard() const;
+  Card GetCard() const;                   // what the record says of itself
   // Level of each point, dB, 5 log10 of power, 0 at the top of the instrument's scale.
   const std::vector<double>& LevelsDb() const;
   // Distance of each point along the fibre, km from the user's zero.
@@ -76,11 +77,13 @@ class REFLYZE_API Trace {
   // without the events of the file, which don't tell which trace they are of. The one trace of a usual file
   // keeps its events. Throws Error kUnreadable for a number that the file does not have.
   int TraceCount() const;
+  // The trace of that number by itself, from 0.
   Trace Part(int index) const;
 
   // Bytes gives what would be written, Save writes it; see SaveTogether. Throws Error kUnwritable, and
   // kUnreadable where a file is too broken to be written anew.
   std::string Bytes(const CopyOptions& options = {}) const;
+  // Writes that file; see SaveTogether. Throws as Bytes does, and Error kUnwritable.
   void Save(const std::string& file, const CopyOptions& options = {}) const;
 
   // A warning for a user who stores this record with events that were found here. Some makers keep a table of
@@ -91,6 +94,7 @@ class REFLYZE_API Trace {
   // For the library: what was read, and the same for whoever changes it; a copy where somebody else holds it
   // too.
   const LoadedRecord& Loaded() const;
+  // For the library: what was read, for whoever changes it; a copy where somebody else holds it too.
   LoadedRecord Take() &&;
 
  private:
@@ -100,12 +104,15 @@ class REFLYZE_API Trace {
 // The record that a result belongs to, as it would be stored: with its new events. A value like Trace.
 class REFLYZE_API StoredRecord {
  public:
+  // None.
   StoredRecord() = default;
+  // For the library: a record that is kept.
   explicit StoredRecord(std::shared_ptr<KeptRecord> kept) : kept_(std::move(kept)) {}
 
   // Event times in the file count from the user offset, as other programs expect it. Throws Error
   // kUnwritable.
   const std::string& Bytes() const;
+  // Writes that file; see SaveTogether. Throws Error kUnwritable.
   void Save(const std::string& file) const;
   Output To(const std::string& file) const;  // for SaveTogether
   Trace Read() const;                        // what reading that file would give
