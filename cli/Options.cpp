@@ -24,7 +24,7 @@ CLI::Validator Unnamed(Check check) {
 
 CLI::Validator NumberBetween(double least, double most) {
   return Unnamed([least, most](std::string& text) -> std::string {
-    const std::string wrong = WhyNoNumber(text, least, most);
+    std::string wrong = WhyNoNumber(text, least, most);
     if (!wrong.empty()) return wrong;
     char exact[64];
     std::snprintf(exact, sizeof exact, "%a", std::strtod(text.c_str(), nullptr));
