@@ -360,8 +360,8 @@ class FibreEndSearch {
     if (Level(end_ + 1) <= topDb_ - static_cast<double>(cur_ - end_ - 1) * slope_) ++end_;
   }
 
-  // Light runs to a strong reflection, back, and there once more: its echo stands at twice the distance. An
-  // end found there is none; the fibre ends at the reflection.
+  // Light that runs to a strong reflection and back goes there once more: its echo stands at twice the
+  // distance. What is found there is no end; the fibre ends at the reflection.
   void DropEchoes() {
     const double toleranceKm =
         (2 * (table_.firstRefl > kStrongPeakDb ? 1 : 0) + 3) * stepKm_ + kEchoToleranceKm;

@@ -286,7 +286,7 @@ class SectionBuilder {
            (points > noise_.spliceWidth ? noise_.noiseAmp * noise_.spliceWidth / points : noise_.noiseAmp);
   }
 
-  // A slope like the fibre's is believed, and so is any other that noise could not have made.
+  // A slope near the fibre's is believed. So is any other that noise alone could not have made.
   void CheckSlope() {
     const double fibre = FibreSlope();
     const double slope = line_->LossKm();

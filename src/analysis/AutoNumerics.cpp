@@ -12,11 +12,11 @@
 #include "util/convert.h"
 #include "util/elementary.h"
 
-// What can be told from noise. Levels are on the one-way scale, so a step of x dB is a power ratio of 10^(x /
-// 5), and noise that stands at a level of 0 dB adds a relative error of 10^(-h / 5) to a signal h dB above
-// it. From that follow the smallest credible step at a height, and the number of points to average for a
-// given step: every mean over n points makes the noise smaller by the square root of n, which is 2.5 log10(n)
-// dB on this scale.
+// What can be told from noise. Levels are on the one-way scale: a step of x dB is a power ratio of 10^(x /
+// 5). Noise at a level of 0 dB adds a relative error of 10^(-h / 5) to a signal h dB above it. From that
+// follow the smallest credible step at a height, and the number of points to average for a given step:
+// every mean over n points makes the noise smaller by the square root of n, which is 2.5 log10(n) dB on
+// this scale.
 
 namespace reflyze {
 

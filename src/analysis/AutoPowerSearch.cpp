@@ -102,8 +102,8 @@ class PowerScan {
     jumpDb_ = VarPowerTest(scale_, polDb_, pos_, from_, to_, window, distance, distance, slope_);
   }
 
-  // Levels in front of the event and behind it, carried to its place along the slope. What rises and does not
-  // come back to the level in front is no reflection, and neither is what stays below the least reflectance.
+  // Levels in front of the event and behind it, carried to its place along the slope. A rise that does not
+  // come back to the level in front is no reflection. Neither is one below the least reflectance.
   void MeasureSides() {
     const long distance = 2 * pin_ + scale_.winDead;
     const double toMiddle = static_cast<double>(distance) - static_cast<double>(pin_) / 2.0;

@@ -86,8 +86,8 @@ class REFLYZE_API TEventPoint {
   double EventPointAccuracy = 0.0;
   int EventPointType = 0;  // one character
 
-  // Writes the key "Ev" followed by `index`, or "Ev" alone for a negative index. Both figures are first cut
-  // to three decimals towards zero, in the object itself, so that what is kept is what is written.
+  // Writes the key "Ev" followed by `index`, or "Ev" alone for a negative index. Both figures are first
+  // cut to three decimals towards zero, in the object too: it holds what is written.
   void SetIni(TIniSection* section, int index);
   // The text form is for readers only and is not read back.
   void GetIni(TIniSection* section);

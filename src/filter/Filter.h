@@ -104,8 +104,8 @@ class TSorFilter : public TFilter {
 
   // --- Recursive filters (FilterRecursive.cpp) ---
 
-  // Smooths what is smooth on the scale of levels and what is not on the linear scale, and then the noise
-  // below the floor harder.
+  // Smooths smooth stretches as levels and all others in linear power. Then smooths the noise below the
+  // floor harder.
   void FastFilter(TSorData* sor);
   void FTTFilter(TSorData* sor);
   // Smooths near the noise and leaves alone what stands high above it, judged by the levels of `reference`,

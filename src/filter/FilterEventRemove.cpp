@@ -251,8 +251,9 @@ long EchoRemoval::SourceAtHalfWay() {
   return -1;
 }
 
-// Half-way between the start of the fibre, of the instrument's fibre or of the first reflection and the last
-// event, by the begin or, more exactly, by the top of a short pulse or the foot of a long one.
+// Whether `source` lies half-way to the last event: from the start of the fibre, of the instrument's
+// fibre, or of the first reflection. Places are begins, or more exactly the tops of a short pulse or the
+// feet of a long one.
 bool EchoRemoval::IsAtHalfWay(const TFEvent& source) const {
   constexpr long kLongPulsePoints = 11;
   const TFEvent& last = Event(kept_ - 1);

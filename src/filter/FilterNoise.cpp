@@ -1,7 +1,7 @@
-// What the noise of a trace is, and what it costs in certainty.
+// What the noise of a trace is, and how uncertain it makes levels and losses.
 //
-// Noise is measured as the root mean square of differences, on the linear trace, behind the last event, and
-// clear of the places to which strong reflections repeat: light that goes to and fro between a strong
+// Noise is measured as the root mean square of differences, on the linear trace, behind the last event,
+// and clear of the places to which strong reflections repeat: light that goes to and fro between a strong
 // reflection and the instrument comes back from twice and three times the distance.
 
 #include <algorithm>

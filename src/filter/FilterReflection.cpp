@@ -366,7 +366,7 @@ bool RiseMeasure::IsRippleOnTail() const {
 
 // --- Height ---
 
-// A low event begins earlier than the scan could see, be it before the trace.
+// A low event begins earlier than the scan could see, even in front of the trace.
 void RiseMeasure::FindFoot() {
   constexpr double kStillLit = 0.7;  // limits
   foot_ = seenAt_;

@@ -1,10 +1,10 @@
 // Whether the receiver rings behind a strong reflection.
 //
-// A receiver that was driven hard may answer with a damped oscillation of its own. Each of its crests looks
-// like a small reflection. What gives it away is the regularity: crests and valleys at equal distances, each
-// wave a fixed share of the one before, and all of it a decaying cosine. Echoes of a patch cord come at equal
-// distances too, but as pulses with flat ground between them, and a real reflection has no valley of its own
-// kind behind it.
+// A receiver that was driven hard may answer with a damped oscillation of its own. Each of its crests
+// looks like a small reflection. What gives it away is the regularity: crests and valleys at equal
+// distances, each wave a fixed share of the one before, and all of it a decaying cosine. Echoes of a patch
+// cord come at equal distances too, but as pulses with flat ground between them. Behind a real reflection
+// no valley mirrors its crest.
 //
 // So three crests and two valleys are pinned down one after the other; each step may find that this is no
 // wave. Then the wave is held against its own period: its swings, its edges, its phase. At last the cycles

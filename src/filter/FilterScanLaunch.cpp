@@ -91,8 +91,8 @@ long AutoFilterScan::SecondLaunch() {
                                scales_.nearPoints, static_cast<float>(scales_.noiseLin));
 }
 
-// Grade of the launch reflection. It is none where the trace falls behind it, but only to a pulse that comes
-// later; it is one that the scan has to take apart where the trace goes on rising.
+// Grade of the launch reflection. 0 where the trace falls behind it and only a later pulse rises again;
+// left to the scan where the trace goes on rising and holds two reflections.
 long AutoFilterScan::LaunchGrade() {
   constexpr long kLeftToScan = 2;
   constexpr double kClearRise = 10.0;
@@ -180,8 +180,8 @@ void AutoFilterScan::FindLaunchEnd() {
   event.gradeDown = TruncToInt(Log2OfRatio(seenDb / (limits_.rippleLin + kGradeLimitDb)));
 }
 
-// The first point is held against the sample in front of it; a launch that starts with the trace has none,
-// and rises out of half its first sample.
+// The first point is compared with the sample in front of it. A launch at the very start of the trace has
+// no such sample, and half of its first one stands in.
 void AutoFilterScan::StartMean() {
   float lin = Lin(at_ - 1);
   if (at_ < 1) lin = std::max(launch_ != 0 ? Lin(0) / 2.0F : Lin(0), 0.0F);

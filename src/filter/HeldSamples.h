@@ -5,9 +5,9 @@
 
 namespace reflyze {
 
-// Samples of a trace by point. Searches step ahead of the point that they look at, by a pulse or a recovery
-// of the receiver, and near an end of the trace, or with the figures of a broken record, such a step leads
-// outside: it then reads the sample at that end. Without samples everything reads as 0.
+// Samples of a trace by point. Searches step ahead of the point that they look at, by a pulse or a
+// recovery of the receiver. Near an end of the trace, or in a broken record, such a step leads outside. It
+// then reads the sample at that end. Without samples everything reads as 0.
 class HeldSamples {
  public:
   HeldSamples(const float* samples, long count)

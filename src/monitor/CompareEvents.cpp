@@ -8,11 +8,11 @@
 
 using reflyze::TraceComparison;
 
-// Which event of the current trace is which of the baseline, how far the two are apart in loss, reflectance
-// and attenuation, and which of these differences are too large.
+// Which event of the current trace is which of the baseline, how far the two are apart in loss,
+// reflectance and attenuation, and which of these differences are too large.
 //
-// Deviations and thresholds are in thousandths, in 16 bits. A change has a sign. An attenuation or a return
-// loss itself has none and uses all 16 bits.
+// Deviations and thresholds are in thousandths, in 16 bits. A change has a sign. An attenuation or a
+// return loss itself has no sign and uses all 16 bits.
 
 namespace {
 

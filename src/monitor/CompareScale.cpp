@@ -28,12 +28,12 @@ class ScaleChange {
   static int Rounded(double value) { return TruncToInt(std::floor(value + 0.5)); }
   double Carried(double owt) const { return (owt - fromOffset_) * ratio_ + toOffset_; }
   void Carry(int& owt) const { owt = Rounded(Carried(owt)); }
-  // Of a marker that was never set there is nothing to carry.
+  // A marker of 0 was never set and stays 0.
   void CarryIfSet(int& owt) const {
     if (owt != 0) Carry(owt);
   }
 
-  // The offset is put where an offset of 0 is one, too.
+  // The offset goes to FPO: in AO, 0 would stand for none.
   void CarryPoints(TSorBlockFixedParameters& fixed) const {
     fixed.FPO = Rounded(-Carried(fixed.GetOwtDataOffset()));
     fixed.AO = 0;
