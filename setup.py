@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Builds the Python package with the project's CMake; all else about the package is in pyproject.toml."""
 
 import os

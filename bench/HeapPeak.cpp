@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Counts what goes through the operators new and delete of the program that this is linked into.
 
 #include "bench/HeapPeak.h"

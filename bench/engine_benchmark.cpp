@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the engine costs for each point. The counter `passes` compares it with a plain pass that sums the
 // levels of the same trace in the same run; it is the one to look at, since it does not depend on the
 // machine. The counter of a comparison is `analyses`. `bytes_kept` is what it leaves in use when its records

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The commands of the module on a simulated metro link: the time for each point, and the memory that they
 // hold on the heap.
 

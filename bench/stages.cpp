@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs one piece of the engine's work on a simulated trace, and nothing else, inside `MeasuredWork`. A
 // profiler counts from that function on (bench/run).
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Brings the public headers together in the build folder, as they are installed: include/reflyze, and below
 # its folder `record` those headers of the record that <reflyze/record.h> includes, however deep. There they
 # include each other by their place below include/, so that names such as "util/convert.h" of a foreign

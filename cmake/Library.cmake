@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The library, static and shared, from the same objects, and how others find it.
 
 set(objects $<TARGET_OBJECTS:reflyze_objects> ${house_objects})

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # How all code of this project is compiled. A project that takes this one in keeps its own ways: nothing here
 # reaches a target that is not ours, nor one that links the library.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The library for Python. What Python's users see is in python/reflyze; this is the part of it that has to be
 // compiled: traces, and work on them that gives texts and files.
 

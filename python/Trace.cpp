@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Traces for Python.
 
 #include <pybind11/numpy.h>

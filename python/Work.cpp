@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What is done with traces, for Python.
 
 #include <pybind11/stl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The measures and searches along a trace, by subject. A file that needs more than one of them includes this

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "lib/Decimal.h"
 #include "reflyze/report.h"
 #include "report/JsonText.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Why an analysis decided as it did, told event by event.
 
 #include "report/Reasons.h"

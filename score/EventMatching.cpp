@@ -1,10 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "score/EventMatching.h"
 
 #include <algorithm>
 #include <cmath>
 #include <tuple>
 
-namespace reflyze::bench {
+namespace reflyze::score {
 
 std::vector<FoundEvent> FoundEvents(const TSorData& record) {
   std::vector<FoundEvent> found;
@@ -67,4 +68,4 @@ Matching Match(const sim::Truth& truth, const std::vector<FoundEvent>& found, do
   return matching;
 }
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <vector>
@@ -5,7 +6,7 @@
 #include "sim/Simulate.h"
 #include "sor/sorData.h"
 
-namespace reflyze::bench {
+namespace reflyze::score {
 
 struct FoundEvent {
   double distanceKm = 0.0;
@@ -44,4 +45,4 @@ struct Matching {
 
 Matching Match(const sim::Truth& truth, const std::vector<FoundEvent>& found, double toleranceKm);
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

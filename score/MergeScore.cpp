@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "score/MergeScore.h"
 
 #include <algorithm>
@@ -10,7 +11,7 @@
 #include "ref/math/ref_Math.h"
 #include "score/EventMatching.h"
 
-namespace reflyze::bench {
+namespace reflyze::score {
 namespace {
 
 constexpr double kRightDb = 0.02;
@@ -251,4 +252,4 @@ std::string MergeScore::Text(const std::string& name) const {
   return text + changesOfFibre_.Text("changes of fibre") + believed_.Text("believed");
 }
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

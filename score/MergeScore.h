@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <array>
@@ -7,7 +8,7 @@
 
 #include "score/TwoWays.h"
 
-namespace reflyze::bench {
+namespace reflyze::score {
 
 // Why a mean loss is more than 0.02 dB off.
 enum class LossCause {
@@ -60,4 +61,4 @@ class MergeScore {
   MeanLosses believed_;        // of those seen by both, on sections that are all taken as measured
 };
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "score/RandomLinks.h"
 
 #include <algorithm>
@@ -6,7 +7,7 @@
 #include "sim/Waveform.h"
 #include "util/elementary.h"
 
-namespace reflyze::bench {
+namespace reflyze::score {
 namespace {
 
 using sim::Joint;
@@ -178,4 +179,4 @@ Link Reversed(const Link& link) {
   return reversed;
 }
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -7,7 +8,7 @@
 
 #include "sim/Link.h"
 
-namespace reflyze::bench {
+namespace reflyze::score {
 
 // Random numbers that are scaled here, so that one seed draws the same links on every machine.
 class Random {
@@ -49,4 +50,4 @@ void SettleNoise(sim::Link& link, double marginDb);
 // The same fibre from its other end: sections and joints reversed.
 sim::Link Reversed(const sim::Link& link);
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "score/Score.h"
 
 #include <algorithm>
@@ -5,7 +6,7 @@
 
 #include "lib/Text.h"
 
-namespace reflyze::bench {
+namespace reflyze::score {
 namespace {
 
 constexpr const char* kKindNames[kKinds] = {"splice", "gainer", "reflection"};
@@ -244,4 +245,4 @@ std::string Score::Text(const std::string& name) const {
   return text;
 }
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <array>
@@ -7,7 +8,7 @@
 
 #include "score/EventMatching.h"
 
-namespace reflyze::bench {
+namespace reflyze::score {
 
 constexpr size_t kKinds = 3;
 constexpr size_t kBands = 4;  // of the signal-to-noise ratio: below 3, 3 to 6, 6 to 10, above 10 dB
@@ -63,4 +64,4 @@ class Score {
   std::vector<double> positionExcessPulses_;  // beyond half a sample, in pulse lengths
 };
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

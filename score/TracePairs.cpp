@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "score/TracePairs.h"
 
 #include <algorithm>
@@ -6,7 +7,7 @@
 
 #include "sim/Waveform.h"
 
-namespace reflyze::bench {
+namespace reflyze::score {
 namespace {
 
 using sim::Link;
@@ -259,4 +260,4 @@ std::optional<TracePair> DrawPair(Happening happening, const std::string& links,
   return pair;
 }
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <optional>
@@ -7,7 +8,7 @@
 #include "score/RandomLinks.h"
 #include "sim/Link.h"
 
-namespace reflyze::bench {
+namespace reflyze::score {
 
 // What happens to a fibre between a baseline and the current trace.
 enum class Happening {
@@ -49,4 +50,4 @@ constexpr const char* kMonitored = "monitored";
 std::optional<TracePair> DrawPair(Happening happening, const std::string& links, double marginDb,
                                   Random& random);
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "score/TwoWays.h"
 
 #include <algorithm>
@@ -8,7 +9,7 @@
 #include "ref/math/ref_Math.h"
 #include "sim/Waveform.h"
 
-namespace reflyze::bench {
+namespace reflyze::score {
 
 double TwoWays::ToleranceKm() const { return std::max(pulseKm, 3.0 * spacingKm); }
 
@@ -137,4 +138,4 @@ void MovePlaces(TSorData& record, Random& random) {
   }
 }
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 #include <cstdint>
@@ -8,7 +9,7 @@
 #include "score/RandomLinks.h"
 #include "sim/Simulate.h"
 
-namespace reflyze::bench {
+namespace reflyze::score {
 
 // One fibre measured from both ends, with the truth of either direction. Joint i of the first is joint
 // (last - i) of the second.
@@ -44,4 +45,4 @@ void ListTruth(sim::SimulatedTrace& trace, const sim::Link& link, const std::vec
 // Moves each event, except launch and end, by up to the interval within which its place is trusted.
 void MovePlaces(TSorData& record, Random& random);
 
-}  // namespace reflyze::bench
+}  // namespace reflyze::score

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How well two directions of a link merge, over random links whose truth is known. The merge gets the tables
 // that the analysis finds, and tables of the truth, which show what the merge itself does wrong.
 
@@ -12,7 +14,7 @@
 namespace {
 
 using namespace reflyze;
-using namespace reflyze::bench;
+using namespace reflyze::score;
 
 struct Options {
   long count = 20;  // pairs a class

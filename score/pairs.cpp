@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How well a comparison tells what happened to a fibre: draws links, lets something happen to each, simulates
 // both traces, makes a baseline of the first and compares. One line for each kind of happening.
 
@@ -26,7 +28,7 @@
 namespace {
 
 using namespace reflyze;
-using namespace reflyze::bench;
+using namespace reflyze::score;
 
 struct Options {
   long count = 200;

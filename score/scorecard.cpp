@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How well the analysis does over random links whose truth is known: draws, simulates, analyses, matches,
 // counts.
 
@@ -22,7 +24,7 @@
 namespace {
 
 using namespace reflyze;
-using namespace reflyze::bench;
+using namespace reflyze::score;
 
 struct Options {
   long count = 25;  // links a class, each in both directions where it has two ends

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs the program, built as WebAssembly, once for each line of standard input, whose words are the arguments:
 // node run-in-node.js PROGRAM.js. Says what it runs and with what status it ended.
 const fs = require('fs');

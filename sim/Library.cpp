@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The simulator as the library shows it.
 
 #include "lib/LoadedRecord.h"

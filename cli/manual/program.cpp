@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Writes the manual page and the completions of the program: reflyze_manual DOCS FOLDER.
 
 #include <CLI/CLI.hpp>

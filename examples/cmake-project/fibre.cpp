@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What is on a fibre, from one end and from both, and what has changed on it:
 //
 //   fibre TRACE TRACE-FROM-THE-OTHER-END TRACE-AS-IT-WAS TRACE-OF-TODAY

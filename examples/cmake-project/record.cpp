@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Fields of a record that no table has: its own classes, by <reflyze/record.h>.
 //
 //   record TRACE

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A small host: loads the analysis module, hands it a trace and prints where its events are.
 //
 //   c++ -std=c++17 -I<source folder> host.cpp <build folder>/libreflyze.a -ldl -rdynamic -o host

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """First steps: opens a trace, finds its events, watches a fibre, and merges both directions of one."""
 
 import pathlib

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The record itself, for those who need every field of it, and for hosts of the analysis module. The rest of

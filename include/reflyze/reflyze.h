@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The library: reads, analyses, compares, merges, judges and simulates traces of optical time-domain

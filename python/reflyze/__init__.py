@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Reads, analyses, compares, merges, judges and simulates traces of optical time-domain reflectometers."""
 
 from . import _core

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The compiled part of the package; its users are the other files here."""
 
 from typing import Dict, List, Optional, Sequence, Tuple

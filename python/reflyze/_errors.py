@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What goes wrong, with the sentences of the program."""
 
 from __future__ import annotations

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Results: values with the names of the program's JSON, which can be stored, shown and pickled."""
 
 from __future__ import annotations

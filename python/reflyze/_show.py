@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Tables of pandas and pictures of matplotlib, where they are there."""
 
 from __future__ import annotations

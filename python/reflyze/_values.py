@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What results consist of. Names and units are those of the program's JSON; None is its null."""
 
 from __future__ import annotations

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What is done with traces. Each function takes traces, files, or results that belong to one."""
 
 from __future__ import annotations

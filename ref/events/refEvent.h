@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Operations on the events of a record: what they measure, how their table is edited, how two directions are

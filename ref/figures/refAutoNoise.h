@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The scale of a trace: where its noise floor lies, how fast the receiver falls behind a strong reflection,

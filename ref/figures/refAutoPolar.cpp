@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // How far the backscatter swings around the fibre's slope.
 //
 // The stretch is cut into cells. In each, the largest rise and the largest fall over a base are taken, with

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Polarisation ripple: with some lasers and fibres the backscatter swings around the fibre's slope, and an

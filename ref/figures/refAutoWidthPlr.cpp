@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Width of a reflection on a trace that ripples.
 //
 // The width is taken at half height, between the middle of the rise and the middle of the fall behind the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The numeric floor of the analysis: mean powers, straight lines through stretches of a trace, the scatter

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Searches along a trace: where a level is crossed, where the extremes lie, how far the trace falls and rises

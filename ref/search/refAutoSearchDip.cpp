@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The dip behind a saturated peak.
 //
 // A strong reflection drives the receiver into its limit. Behind it the receiver swings through: the trace

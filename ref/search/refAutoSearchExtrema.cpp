@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Extreme levels and extreme means.
 //
 // On a saturated or quantised trace many neighbouring samples are equal, so that "the" maximum is a plateau.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Falls and rises over a base.
 //
 // A splice, a connector, the end of the fibre: each is a difference of level over about the pulse width. The

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Stretches that fall at a given rate, and losses corrected for the slope around them.
 
 #include <cmath>

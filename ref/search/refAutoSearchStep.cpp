@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Steps: the largest one, where one begins, where a fall ends, and how sharply the trace bends.
 
 #include <cmath>

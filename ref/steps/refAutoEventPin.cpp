@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Where the trace leaves its line.
 //
 // A mean over `n` points moves along the fibre, and its line is carried on to the point right behind it.

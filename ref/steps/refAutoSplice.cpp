@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What an event costs, how wide it is and where it has settled.
 
 #include "ref/steps/refAutoSplice.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Detectors for steps of the level: where a step begins, how much is lost over it, how wide an event is and

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Weak splices on a long quiet stretch.
 //
 // A splice near the resolution of the trace shows as a small step between two straight pieces, smeared over

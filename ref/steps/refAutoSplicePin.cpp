@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Where exactly a step begins.
 //
 // A splice does not show as an edge: the pulse takes its own width to pass it, and over that width the level

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "sor/blocks/sorSupParams.h"
 
 #include "sor/fields/sorDamp.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "sor/scale/sorMath.h"
 
 #include "util/elementary.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "sor/stream/sorReadBytes.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // One analysis: it turns a trace into an ordered list of fibre sections with the events between them, and

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Steps that stand out from the noise.
 //
 // A splice with loss lowers the level within a pulse, and the level stays low behind it. A ripple of the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "src/analysis/AutoEnd.h"
 
 // The end of the fibre, found by walking there from its start.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The point-level tools of the searches: how noisy a stretch is, where a fall begins and where it is over,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "src/analysis/AutoLines.h"
 
 // Which part of a stretch can be trusted for a straight line.

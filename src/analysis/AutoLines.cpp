@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "src/analysis/AutoLines.h"
 
 // From a stretch of points to a section of the result: the line through it, the name of the event at its end,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "src/analysis/AutoModel.h"
 
 // What the lines say, seen from the other side: the trace that they describe, and the dead zones that its

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Steps on stretches that touch the noise.
 //
 // Where the fibre sinks into the noise, a single point tells nothing of a step, and a fall over a window

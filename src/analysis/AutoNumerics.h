@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What can be told from noise at a given level, mean levels, and straight lines through a stretch. Levels are

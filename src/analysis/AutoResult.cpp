@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "src/analysis/AutoResult.h"
 
 // From lines to the record's event table: the launch, then one event for each line, with the markers of the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "src/analysis/AutoSelect.h"
 
 // Which events stay. The searches find more than an engineer wants to read: weak steps, ripples, splices that

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "src/analysis/AutoShort.h"
 
 // The main road of the analysis. The automatic filter smooths the trace and hands over its strong events; the

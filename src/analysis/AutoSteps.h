@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Steps by differences of mean power. Steps are in dB, positive for a loss; places and windows in points.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Steps that only show in means.
 //
 // On a quiet stretch a splice of a few hundredths of a dB is real, and still less than what neighbouring

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The splice detectors. Each searches one stretch of fibre, between two events that the filter has found, for

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What the analysis builds an event table from: a fibre section with the event behind it.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // How far a level and a slope can be trusted: the limits that several stages of an analysis share.

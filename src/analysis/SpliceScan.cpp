@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The walk along a stretch: its windows and limits, how the event in front is left behind, and the tests that
 // every point goes through.
 //

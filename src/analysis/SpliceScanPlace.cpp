@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // An event, and where it lies.
 //
 // A fall that exceeds the limit is first looked at once more: it may still be growing, belong to the tail in

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What is more than noise and less than an event: ripples of the backscatter, small reflections, changes of
 // slope, and splices whose fall over one window doesn't show all of their loss.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "src/analysis/th.h"
 
 #include "sor/sorData.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Letters of an event of the filter (TFEvent::type). Those of a line are in src/analysis/EventLine.h.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Smoothing of a trace, and the events that a filter finds while it smooths.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the trace does behind the top of an event: how far it falls, and where the dead zone ends, in which
 // the receiver still answers the event and nothing can be seen of the fibre.
 //

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whether two reflections share one rise.
 //
 // Two connectors closer than the receiver can follow show one rise with a dent in it, or one top that lasts

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whether a reflection is an echo of an earlier one.
 //
 // Light that runs twice between two strong reflections arrives late and looks like an event of its own: an

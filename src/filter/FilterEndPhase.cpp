@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the automatic filter does once its scan has stopped: it smooths the rest of the trace, looks for an
 // end of the fibre that was too quiet for the scan, drops echoes, and smooths the ragged stretches behind
 // strong events.

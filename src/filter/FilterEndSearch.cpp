@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Where the signal ends in a noisy tail.
 //
 // A weak fibre does not stop: it sinks into noise that has peaks of its own, and averaging has pushed the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // An event found on the samples. All but `gradeUp`, `gradeDown`, `width` and `type` are point indices.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Which of the events that the scan found are echoes.
 //
 // Light that goes to and fro between two reflections comes back from the sum of their distances, weaker than

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the noise of a trace is, and how uncertain it makes levels and losses.
 //
 // Noise is measured as the root mean square of differences, on the linear trace, behind the last event,

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Low passes that feed back their own output: one multiplication a point, whatever the time constant.
 //
 // On the scale of levels noise is lopsided, it swings further down than up, and a mean of levels lies below

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whether a rise of the linear trace is a reflection, and of what grade.
 //
 // A reflection lifts the trace by the pulse as the receiver shows it: up within the receiver's recovery, a

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whether the receiver rings behind a strong reflection.
 //
 // A receiver that was driven hard may answer with a damped oscillation of its own. Each of its crests

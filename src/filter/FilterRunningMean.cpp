@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The means of the linear trace on which the automatic filter rests: one of fixed width, worked out once, by
 // which an edge is compared with what surrounds it; and the running sum of the scan, whose width changes as
 // it goes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Private to the automatic filter: the scan along the trace, what it measures with and what it leaves behind

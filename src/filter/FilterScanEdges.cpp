@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Whether the scan stands at an edge, and the guard of the dead zone.
 //
 // A strong reflection lifts the mean behind it and makes the receiver ring, so its whole tail looks like one

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Opening and closing of events: where a reflection begins, whether two of them share one rise, how strong it
 // is, where it ends and what kind it is.
 

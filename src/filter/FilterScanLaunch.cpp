@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Where the fibre starts, and the reflection of the connector at its start when a fibre inside the instrument
 // stands in front of it. Without such a fibre the launch shows as the first samples of the trace, and the
 // scan starts behind them.

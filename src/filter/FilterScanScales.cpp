@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The scales of a scan of the automatic filter: how fast the receiver recovers, in points, how far the
 // backscatter swings, and where the noise lies.
 

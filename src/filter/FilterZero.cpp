@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The zero of the receiver.
 //
 // Where no light comes back a receiver should read zero. With long pulses over long ranges a trace is

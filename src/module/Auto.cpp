@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "src/module/Auto.h"
 
 #include "ref/events/refEvent.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The engine as a host of the module sees it: one object that analyses traces and compares them, with every

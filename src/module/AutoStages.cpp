@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The stages of an analysis under the names that hosts know.
 
 #include <memory>

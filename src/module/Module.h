@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The boundary between a host process and the module: four exported functions with plain names. A host loads

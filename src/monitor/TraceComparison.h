@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The comparison of a trace with the baseline of its fibre. Times are one way in 100 ps, levels and losses in

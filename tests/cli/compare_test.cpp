@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Monitoring as a user meets it: a baseline is made, the fibre changes, and the program tells the change.
 
 #include <functional>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The filter command: how much noise it leaves, what it stores and prints, and what it refuses.
 
 #include <cmath>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the program says is true: names, texts, numbers, and whose answer it was.
 
 #include <regex>

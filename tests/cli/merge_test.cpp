@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Both directions of a simulated link, and the quality of its traces, as the program tells them.
 
 #include <algorithm>

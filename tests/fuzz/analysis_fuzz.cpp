@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The analysis of records from any bytes, and of random traces, from the filter's events or by the direct
 // search, of all events or of both ends. Events must come in order, and the record must be stored and
 // analysed again.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The comparison of two records from any bytes, the baseline with or without its own analysis. It must end
 // with a code, and both records can be stored.
 

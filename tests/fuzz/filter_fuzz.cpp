@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Filters on random samples and acquisition parameters. Nothing may be read or written outside its array,
 // everything must come to an end, and the unfiltered trace comes back bit for bit.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // What the fuzz targets share. Whatever bytes a target gets, each piece of work must end in one of the ways

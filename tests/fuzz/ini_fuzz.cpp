@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // INI documents from any text. After reading, writing and reading again, a document is the same. Every
 // threshold can be asked for and set, and every key be read, set and taken away.
 

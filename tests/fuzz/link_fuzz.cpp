@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Link descriptions from any text. A description is refused with one line, or is the same after writing and
 // reading, and a short one gives a trace that can be stored.
 

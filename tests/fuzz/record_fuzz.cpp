@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Records from any bytes, read in full and in part, listed, copied, written and read back. What could be read
 // must survive a copy and a file.
 

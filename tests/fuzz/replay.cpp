@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs a fuzz target once over every file of the folders named on the command line. With --pass-over-large it
 // leaves out what takes long, as a fuzzer does.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The library as a program that links it meets it: values that can be copied, one kind of failure, and the
 // same tables as the program's, whichever way a trace comes in.
 

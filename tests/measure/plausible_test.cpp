@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the program makes of a trace beyond one search: it tells the receiver's rate from a low launch, tells
 // a fibre that goes on behind the table from the tail of a receiver, and asks again where it does.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Where the program and the traces are, and records that no file of the project holds."""
 
 from __future__ import annotations

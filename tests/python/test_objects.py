@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Objects of the package among those of Python: arrays, pickles, threads, errors, wrong arguments."""
 
 from __future__ import annotations

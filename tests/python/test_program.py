@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Python gives what the program gives: the same texts, the same files, the same sentences."""
 
 from __future__ import annotations

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Ripple of a known swing, alone, with events, and too short or too large to be believed.
 
 #include <gtest/gtest.h>

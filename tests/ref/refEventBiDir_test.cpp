@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // One fibre seen from both ends. Each table gets the events that only the other has, and nothing else.
 
 #include "ref/events/refEventBiDir.h"

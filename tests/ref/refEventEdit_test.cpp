@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Events measured on a link whose losses and peaks are known, and a table that stays in step with its blocks.
 
 #include "ref/events/refEventEdit.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Links whose noise, losses and launch are known, so that their quality can be worked out by hand.
 
 #include "ref/events/refEventQuality.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Reflectances of peaks of known height, and the light that comes back from spans whose integral is known.
 
 #include "ref/events/refEventReflection.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Falls and rises over a base: brute-force twins, and traces whose answer is known by how they are built.
 
 #include <gtest/gtest.h>

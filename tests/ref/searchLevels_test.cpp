@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Crossings and extremes against brute-force twins, on random traces whose levels stand on a coarse raster,
 // so that plateaus and ties are the rule.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Straight stretches, losses corrected for the slope, begins and ends of falls, and the dip behind a peak.
 
 #include <gtest/gtest.h>

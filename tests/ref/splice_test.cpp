@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Detectors of steps on traces whose steps are known by how they are built.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What every block that lists plain fields must do: its bytes come back, at any revision and from any stream.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What the automatic filter does behind its scan: the rest of the trace, ends that no edge shows, lone
 // events, and the ragged stretches behind strong ones.
 

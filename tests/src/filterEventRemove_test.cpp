@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Echoes among the events of the filter: events made by hand on a trace that holds the light they stand for.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Single edges of a trace whose nature is known: reflections of known height, gains, spikes and slow rises,
 // with and without noise; the falls and dead zones behind them; and the means on which all of it rests.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a scan must not take for events, or not for one: waves of the receiver, two reflections on one rise,
 // echoes.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The scan of the automatic filter: what it smooths and what it leaves alone, which events it finds and
 // where, and the small owners of its state.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The end of the signal in a noisy tail: traces whose end is known, stretches without one, and arguments that
 // make no sense.
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The noise behind the fibre, where it is measured, and what it costs in certainty.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Recursive filters: how they answer to a step, what they leave alone, what they do to noise. And the zero of
 // the receiver.
 

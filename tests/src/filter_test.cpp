@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Kernels, and the story of a filtered trace: what is kept, what comes back, what is final.
 
 #include <gtest/gtest.h>

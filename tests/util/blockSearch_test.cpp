@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Searches in blocks find what a walk place by place does, and ask about no place outside their range.
 
 #include "util/blockSearch.h"
