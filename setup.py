@@ -21,7 +21,7 @@ class BuildByCMake(build_ext):
     def build_extension(self, extension):
         folder = BUILD / sys.implementation.cache_tag
         options = ["-DCMAKE_BUILD_TYPE=Release", "-DREFLYZE_PYTHON=ON", f"-DPython_EXECUTABLE={sys.executable}"]
-        options += ["-DREFLYZE_TESTS=OFF", "-DREFLYZE_BENCH=OFF"]
+        options += [f"-DREFLYZE_{part}=OFF" for part in ("PROGRAM", "MODULE", "SHARED", "TESTS", "BENCH")]
         jobs = os.environ.get("CMAKE_BUILD_PARALLEL_LEVEL", str(os.cpu_count() or 1))
         subprocess.run(["cmake", "-S", ROOT, "-B", folder, *options], check=True)
         subprocess.run(["cmake", "--build", folder, "--target", "reflyze_python", "-j", jobs], check=True)
