@@ -84,6 +84,7 @@ Made FromParts(const std::map<std::string, std::string>& texts,
                const std::vector<std::pair<std::string, std::string>>& warnings,
                const std::vector<std::string>& files) {
   std::vector<Warning> kept;
+  kept.reserve(warnings.size());
   for (const auto& [file, text] : warnings) kept.push_back({file, text});
   Made made(texts, std::move(kept));
   for (const std::string& bytes : files) made.KeepFile(bytes);
