@@ -275,7 +275,8 @@ TEST_F(PinnedProgram, SaysOfManyTracesWhatItSaid) {
     Store("link.json", subject.Link().dump());
     Store("back.json", subject.ReversedLink().dump());
     if (subject.HasLater()) Store("later.json", subject.LaterLink().dump());
-    for (const char* file : {"t.sor", "b.sor", "a.sor", "f.sor", "m.sor", "n.sor", "l.sor", "c.sor"})
+    for (const char* file : {"t.sor", "t.truth", "b.sor", "a.sor", "f.sor", "m.sor", "n.sor", "l.sor",
+                             "t.base", "u.base", "c.sor"})
       std::filesystem::remove(file);  // of the subject before
     Listing digests;
     for (const std::string& line : commands[subject.HasLater() ? "each pair" : "each trace"]) {
