@@ -35,7 +35,7 @@ Made MadeOf(const EventTable& table) {
 }
 
 Made AnalyseFor(const Trace& trace, const Asked& asked, std::optional<double> mostLossDb, bool endsOnly,
-                bool dropUnknown) {
+                bool dropUnknown, bool explain) {
   return Unlocked([&] {
     AnalyseOptions options;
     options.thresholds = asked.Values();
@@ -43,6 +43,7 @@ Made AnalyseFor(const Trace& trace, const Asked& asked, std::optional<double> mo
     options.mostLossDb = mostLossDb;
     options.endsOnly = endsOnly;
     options.dropUnknown = dropUnknown;
+    options.explain = explain;
     return MadeOf(Analyse(trace, options));
   });
 }

@@ -14,7 +14,7 @@ from ._results import (
     Simulation,
 )
 from ._trace import Note, Trace, from_bytes, open
-from ._values import Card, ComparedEvent, Event, JudgedEvent, MergedEvent, Thresholds, TrueEvent
+from ._values import Card, ComparedEvent, Event, JudgedEvent, MergedEvent, Reason, Thresholds, TrueEvent
 from ._work import analyse, baseline, compare, dump, dump_text, filter, merge, quality, simulate
 
 __version__ = _core.library_version()
@@ -34,6 +34,7 @@ __all__ = [
     "MergedTable",
     "Note",
     "QualityTable",
+    "Reason",
     "Result",
     "Simulation",
     "Thresholds",

@@ -47,7 +47,13 @@ def asked(thresholds: Sequence[Optional[float]], document: Optional[bytes], sect
 def open(file: bytes, encoding: str, /) -> Trace: ...
 def from_bytes(name: bytes, data: bytes, encoding: str, /) -> Trace: ...
 def analyse(
-    trace: Trace, asked: Asked, most_loss_db: Optional[float], ends_only: bool, drop_unknown: bool, /
+    trace: Trace,
+    asked: Asked,
+    most_loss_db: Optional[float],
+    ends_only: bool,
+    drop_unknown: bool,
+    explain: bool,
+    /,
 ) -> Made: ...
 def stored_events(trace: Trace, as_stored: bool, /) -> Made: ...
 def baseline(

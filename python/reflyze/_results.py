@@ -18,6 +18,7 @@ from ._values import (
     Launch,
     Level,
     MergedEvent,
+    Reason,
     Stretch,
     Thresholds,
     TrueEvent,
@@ -119,6 +120,7 @@ class EventTable(Stored):
     orl_db: Optional[float]
     fibre: bool  #: the trace shows one
     events: Tuple[Event, ...]
+    why: Optional[Tuple[Reason, ...]] = None  #: in the order of the decisions; None unless asked for
 
     def to_csv(self) -> str:
         """The program's CSV, with its heading."""

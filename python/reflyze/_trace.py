@@ -128,6 +128,7 @@ class Trace:
         most_loss_db: Optional[float] = None,
         ends_only: bool = False,
         drop_unknown: bool = False,
+        explain: bool = False,
     ) -> EventTable:
         """Finds the events; see `reflyze.analyse`."""
         from ._work import analyse
@@ -143,6 +144,7 @@ class Trace:
             most_loss_db=most_loss_db,
             ends_only=ends_only,
             drop_unknown=drop_unknown,
+            explain=explain,
         )
 
     def stored_events(self, *, as_stored: bool = False) -> EventTable:

@@ -90,6 +90,20 @@ class Event:
 
 
 @dataclass(frozen=True)
+class Reason:
+    """Why a stage of the analysis decided as it did: what it looked at, what it chose, and by which limit."""
+
+    search: int  #: the analysis searches again where a table can't be true: which time
+    stage: str
+    choice: str
+    distance_km: float  #: from the user's zero
+    value: float
+    limit: Optional[float]
+    unit: str  #: of value and limit
+    reason: str
+
+
+@dataclass(frozen=True)
 class Deviation:
     """A change against the baseline, or the quantity itself where that is limited; dB or dB/km."""
 

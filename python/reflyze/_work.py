@@ -82,17 +82,19 @@ def analyse(
     most_loss_db: Optional[float] = None,
     ends_only: bool = False,
     drop_unknown: bool = False,
+    explain: bool = False,
 ) -> EventTable:
     """Finds the events of a trace.
 
     Thresholds that are not given come from the document `thresholds` (INI, of which `section` is read), then
     from the trace. `most_loss_db` bounds the loss threshold wherever it comes from. `ends_only` keeps the
-    first and the last event; `drop_unknown` stores no blocks that nobody here knows.
+    first and the last event; `drop_unknown` stores no blocks that nobody here knows;
+    `explain` tells in `why` how each event was decided.
     """
     taken = _trace(trace)
     asked = _asked(loss_db, reflectance_db, end_db, slope_db_per_km, thresholds, section)
     bound = _maybe("most_loss_db", most_loss_db)
-    made = _core.analyse(taken._held, asked, bound, bool(ends_only), bool(drop_unknown))
+    made = _core.analyse(taken._held, asked, bound, bool(ends_only), bool(drop_unknown), bool(explain))
     return result(EventTable, made, taken._encoding)
 
 

@@ -61,6 +61,7 @@ def test_one_trace(trace: str, tmp_path: pathlib.Path) -> None:
         (thresholds, lambda: reflyze.open(trace).analyse(loss_db=0.02, reflectance_db=-55.5, end_db=6,
                                                          slope_db_per_km=0.4)),
         (["--ends-only"], lambda: reflyze.open(trace).analyse(ends_only=True)),
+        (["--explain"], lambda: reflyze.open(trace).analyse(explain=True)),
     ]  # fmt: skip
     for options, call in calls:
         table = check(call, "analyse", trace, *options)
