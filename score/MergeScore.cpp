@@ -23,7 +23,7 @@ double Percentile(std::vector<double> values, double share) {
   if (values.empty()) return 0.0;
   for (double& value : values) value = std::fabs(value);
   std::sort(values.begin(), values.end());
-  return values[static_cast<size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
+  return values[static_cast<size_t>(std::lround(share * static_cast<double>(values.size() - 1)))];
 }
 
 double Percent(long part, long whole) {

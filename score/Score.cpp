@@ -22,7 +22,7 @@ double Percentile(std::vector<double> values, double share, bool magnitude) {
   }
   std::sort(values.begin(), values.end());
   const auto last = static_cast<double>(values.size() - 1);
-  return values[static_cast<size_t>(share * last + 0.5)];
+  return values[static_cast<size_t>(std::lround(share * last))];
 }
 
 double Mean(const std::vector<double>& values) {

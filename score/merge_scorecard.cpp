@@ -89,9 +89,7 @@ class Program {
   Options options_;
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
   Options options;
   CLI::App app("Scores the merge of two directions over random simulated links.");
   app.add_option("-n", options.count, "Links a class")->capture_default_str();
@@ -106,8 +104,15 @@ int main(int argc, char** argv) {
   app.add_option("--rt", options.rtDb, "Reflectance threshold, dB")->capture_default_str();
   app.add_option("--et", options.etDb, "End threshold, dB")->capture_default_str();
   CLI11_PARSE(app, argc, argv);
+  Program(options).Run();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    Program(options).Run();
+    return Main(argc, argv);
   } catch (const std::exception& error) {
     std::cerr << "merge_scorecard: " << error.what() << "\n";
     return 1;

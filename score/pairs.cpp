@@ -245,9 +245,7 @@ class Program {
   Options options_;
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
   Options options;
   options.monitoring.level = "bench";
   std::vector<std::string> settings;
@@ -273,9 +271,15 @@ int main(int argc, char** argv) {
     options.monitoring.settings.emplace_back(setting.substr(0, equals),
                                              std::strtod(setting.c_str() + equals + 1, nullptr));
   }
+  Program(options).Run();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    Program(options).Run();
-    return 0;
+    return Main(argc, argv);
   } catch (const std::exception& error) {
     std::cerr << "pairs: " << error.what() << "\n";
     return 1;

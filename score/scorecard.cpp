@@ -144,9 +144,7 @@ class Scorecard {
   std::vector<Kept> kept_;
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Main(int argc, char** argv) {
   Options options;
   CLI::App app("Scores the analysis over random simulated links.");
   app.add_option("-n", options.count, "Links a class")->capture_default_str();
@@ -163,8 +161,14 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   app.add_flag("--json", options.json, "Print JSON");
   CLI11_PARSE(app, argc, argv);
+  return Scorecard(options).Run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    return Scorecard(options).Run();
+    return Main(argc, argv);
   } catch (const std::exception& error) {
     std::cerr << "scorecard: " << error.what() << "\n";
     return 1;
