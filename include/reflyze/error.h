@@ -8,6 +8,7 @@
 
 namespace reflyze {
 
+// What kind of failure it is.
 enum class ErrorKind {
   kUsage,       // what was asked for makes no sense for this trace
   kUnreadable,  // an input can't be read, or is no usable trace

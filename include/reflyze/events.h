@@ -87,14 +87,14 @@ struct Event {
 // Why a stage of the analysis decided as it did: what it looked at, what it chose, and by which limit. Places
 // count as those of events do. docs/ends.md lists the stages.
 struct Reason {
-  int search = 1;           // the analysis searches again where a table can't be true: which time
-  std::string stage;        // "scan", "tail", "detectors", "selection", ...
-  std::string choice;       // "found", "dropped", "end", "no end"
-  double distanceKm = 0.0;  // from the user's zero
-  double value = 0.0;
-  std::optional<double> limit;
-  std::string unit;      // of value and limit: "dB", "dB/km", "km", "grade", "events"
-  std::string sentence;  // the reason
+  int search = 1;               // the analysis searches again where a table can't be true: which time
+  std::string stage;            // "scan", "tail", "detectors", "selection", ...
+  std::string choice;           // "found", "dropped", "end", "no end"
+  double distanceKm = 0.0;      // from the user's zero
+  double value = 0.0;           // what was looked at, in `unit`
+  std::optional<double> limit;  // what it was held against, in `unit`; none where there is no single one
+  std::string unit;             // of value and limit: "dB", "dB/km", "km", "grade", "events"
+  std::string sentence;         // the reason
 };
 
 // The events of one trace, with what they were found by.

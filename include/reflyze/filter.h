@@ -9,6 +9,7 @@
 
 namespace reflyze {
 
+// How a trace is smoothed.
 enum class FilterKind {
   kKernel = 1,  // the trace's own kernel, or one that suits the pulse
   kFast = 5,    // a low pass
@@ -19,6 +20,7 @@ REFLYZE_API const char* NameOf(FilterKind kind);
 
 // The levels that a record's field can hold.
 constexpr double kLeastFilterLevel = 0.1;
+// The largest of them.
 constexpr double kLargestFilterLevel = 10.0;
 
 // How a trace is smoothed.

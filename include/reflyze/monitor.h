@@ -21,6 +21,7 @@ struct ComparisonSetting {
   double least, most;   // its bounds
   const char* meaning;  // in words, with its unit
 };
+// All settings that there are.
 REFLYZE_API const std::vector<ComparisonSetting>& ComparisonSettings();
 REFLYZE_API const ComparisonSetting* FindComparisonSetting(
     const std::string& name);  // null where there is none

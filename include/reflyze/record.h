@@ -15,7 +15,8 @@
 
 namespace reflyze {
 
-// The record of a trace as its file has it. Event times of most files count from the user offset.
+// The record of a trace as its file has it. Event times of most files count from the user offset. Its blocks
+// belong to all copies of the trace, so that nobody may change them.
 REFLYZE_API const TSorData& RecordOf(const Trace& trace);
 
 // The service commands of an analysis module, as a host gives them.
