@@ -10,7 +10,6 @@
 #include "reflyze/version.h"
 #include "src/module/Module.h"
 #include "util/assertion.h"
-#include "util/tlogfile.h"
 
 namespace reflyze {
 namespace {
@@ -23,31 +22,32 @@ constexpr size_t kThresholdsSlot = 1;
 constexpr size_t kBaselineSlot = 10;
 constexpr size_t kSlots = 11;
 
+// Service commands 0 and 1, as `service` takes them.
+template <class Service>
+int CallAnalysis(Service service, TSorData& trace, TTH& thresholds, bool endsOnly) {
+  void* parameters[kSlots] = {};
+  parameters[kCurrentSlot] = &trace;
+  parameters[kThresholdsSlot] = &thresholds;
+  long value = 0;
+  return service(endsOnly ? cmdAnalyseEndsOnly : cmdAnalyse, value, parameters);
+}
+
 class LinkedEngine : public AnalysisService {
  public:
-  // Makes the version known and fills the tables that all threads share. The log stays as it is.
-  LinkedEngine() {
-    DllMain(nullptr, kProcessAttach, nullptr);
-    DllInit(LogFile);
-  }
+  // Makes the version known. The log of the process is the library's too and is not handed over: the first
+  // analysis may run beside readings that write to it.
+  LinkedEngine() { DllMain(nullptr, kProcessAttach, nullptr); }
 
   int Analyse(TSorData& trace, TTH& thresholds, bool endsOnly) override {
-    void* parameters[kSlots] = {};
-    parameters[kCurrentSlot] = &trace;
-    parameters[kThresholdsSlot] = &thresholds;
-    return Call(endsOnly ? cmdAnalyseEndsOnly : cmdAnalyse, 0, parameters);
+    return CallAnalysis(ServiceFunction, trace, thresholds, endsOnly);
   }
 
   int Compare(TSorData& baseline, TSorData& current, bool recheck) override {
     void* parameters[kSlots] = {};
     parameters[kCurrentSlot] = &current;
     parameters[kBaselineSlot] = &baseline;
-    return Call(cmdCompare, recheck ? 1 : 0, parameters);
-  }
-
- private:
-  static int Call(TCmdASF command, long value, void** parameters) {
-    return ServiceFunction(command, value, parameters);
+    long value = recheck ? 1 : 0;
+    return ServiceFunction(cmdCompare, value, parameters);
   }
 };
 
@@ -76,11 +76,10 @@ int ExplainingEngine::Analyse(TSorData& trace, TTH& thresholds, bool endsOnly) {
   analysis->decisions = this;
   trace_ = &trace;
   ++search_;
-  void* parameters[kSlots] = {};
-  parameters[kCurrentSlot] = &trace;
-  parameters[kThresholdsSlot] = &thresholds;
-  long value = 0;
-  return analysis->ServiceFunction(endsOnly ? cmdAnalyseEndsOnly : cmdAnalyse, value, parameters);
+  const auto service = [&](TCmdASF command, long& value, void** parameters) {
+    return analysis->ServiceFunction(command, value, parameters);
+  };
+  return CallAnalysis(service, trace, thresholds, endsOnly);
 }
 
 int ExplainingEngine::Compare(TSorData& baseline, TSorData& current, bool recheck) {
