@@ -1,0 +1,222 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "measure/Figures.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "measure/PulseResponse.h"
+#include "measure/SecondLook.h"
+#include "sor/sorData.h"
+#include "util/elementary.h"
+
+namespace reflyze {
+namespace {
+
+// Backscatter coefficient of G.652 fibre for a pulse of 1 ns, where a record states none.
+double UsualBackscatterDb(double nm) {
+  if (nm < 1000.0) return -69.0;  // of multimode fibre
+  if (nm < 1400.0) return -79.5;
+  if (nm < 1520.0) return -81.0;
+  return nm < 1580.0 ? -81.9 : -82.6;
+}
+
+// By how much a coefficient differs from fibre to fibre. One is stated for the whole link.
+constexpr double kBackscatterDeviationDb = 0.1, kUsualBackscatterDeviationDb = 1.0;
+
+// What the launch connector itself loses lies between its reflection and the backscatter behind it, and
+// nobody sees it.
+constexpr double kLaunchDeviationDb = 0.4;
+
+// The probability that something is there which was seen `z` deviations large. Sizes of real ones are taken
+// as normal around 0 with `usual`, that of noise is `deviation`; then, with k = usual / deviation, the odds
+// grow by
+//   exp(z^2 / 2 * k^2 / (1 + k^2)) / sqrt(1 + k^2)
+// (the ratio of both densities at what was seen).
+double ProbabilityOf(double size, double deviation, double usual, double oddsBefore) {
+  if (deviation <= 0.0) return 1.0;
+  const double z = size / deviation, k2 = usual * usual / (deviation * deviation);
+  const double odds =
+      elementary::Log(oddsBefore) + z * z / 2.0 * k2 / (1.0 + k2) - elementary::Log(1.0 + k2) / 2.0;
+  return odds > 40.0 ? 1.0 : 1.0 - 1.0 / (1.0 + elementary::Exp(odds));
+}
+
+class Teller {
+ public:
+  Teller(const TSorData& record, const NotedModel& noted, const LinkFit& fit, const DecayPrior& prior,
+         const MeasureOptions& options)
+      : record_(record), notes_(noted.notes), fit_(fit), model_(fit.model), prior_(prior), options_(options) {
+    const bool states = record.FxdParams->BC != 0;
+    backscatterDb_ = states ? record.FxdParams->GetBC() : UsualBackscatterDb(record.GenParams->NW);
+    backscatterDeviationDb_ = states ? kBackscatterDeviationDb : kUsualBackscatterDeviationDb;
+    if (!states) told_.assumedBackscatterDb = backscatterDb_;
+  }
+
+  MeasuredLink Tell() {
+    size_t before = 0;  // the place of the event in front
+    for (size_t i = 0; i < model_.places.size(); ++i) {
+      MeasuredEvent event = EventAt(i);
+      if (!IsTold(event)) continue;
+      if (i > 0) AddFront(before, i, event);
+      if (!told_.events.empty()) {
+        told_.events.back().behindFromKm = event.frontFromKm;
+        told_.events.back().behindToKm = event.frontToKm;
+      }
+      before = i;
+      told_.events.push_back(event);
+    }
+    AddTotals();
+    return std::move(told_);
+  }
+
+ private:
+  double DeviationOf(const Weights& by) const { return std::sqrt(fit_.certainty->VarianceOf(by)); }
+  double DelayKm() const { return model_.pulseKm / 2.0 + model_.riseKm; }
+  double SettledKm() const { return model_.pulseKm + 8.0 * model_.riseKm; }
+  // Of the flat pulse of the same energy.
+  double EnergyNs() const {
+    const PulseResponse pulse(model_.pulseKm, model_.riseKm, model_.droopPerKm);
+    return record_.FxdParams->GetNsPulse(0.0) * pulse.EnergyKm() / model_.pulseKm;
+  }
+
+  // The line of a section at a place in nepers, with `sign`, and its weights.
+  double Line(size_t section, double km, double sign, Weights& by) const {
+    const LinkModel::Section& line = model_.sections[section];
+    by.emplace_back(NumberOf(section, Parameter::kLevel), sign);
+    by.emplace_back(NumberOf(section, Parameter::kDecay), -sign * (km - line.anchorKm));
+    return sign * (line.level - line.decayPerKm * (km - line.anchorKm));
+  }
+
+  bool IsTold(const MeasuredEvent& event) const {
+    if (event.listed >= 0) return true;
+    if (options_.keepsTable) return false;
+    const bool loses = event.lossDb && std::fabs(event.lossDb->value) >= options_.leastLossDb;
+    return loses || (event.reflectanceDb && event.reflectanceDb->value >= options_.leastReflectanceDb);
+  }
+
+  MeasuredEvent EventAt(size_t i) const {
+    MeasuredEvent event;
+    event.listed = notes_[i].listed;
+    event.km = {model_.places[i].km, fit_.Deviation(i, Parameter::kPlace)};
+    event.reflects = model_.places[i].reflects;
+    event.reflectanceAtLeast = notes_[i].saturated;
+    const double oddsBefore = event.listed >= 0 ? 10.0 : 0.02;
+    if (i > 0 && i + 1 < model_.places.size()) {
+      Weights by;
+      const double nepers = LossOf(model_, i, by);
+      event.lossDb = Measured{kDbOfNeper * nepers, kDbOfNeper * DeviationOf(by)};
+      constexpr double kUsualLossDb = 0.3;
+      event.probability =
+          ProbabilityOf(event.lossDb->value, event.lossDb->deviation, kUsualLossDb, oddsBefore);
+    }
+    if (event.reflects && model_.places[i].reflection > 0.0) AddReflectance(i, oddsBefore, event);
+    return event;
+  }
+
+  // The section from the event in front, with what small steps it has.
+  void AddFront(size_t before, size_t i, MeasuredEvent& event) const {
+    const double from = model_.places[before].km, to = model_.places[i].km;
+    event.frontFromKm = std::min(from + SettledKm(), to);
+    event.frontToKm = to;
+    Weights by;
+    const double nepers = Line(before, from + DelayKm(), 1.0, by) + Line(i - 1, to + DelayKm(), -1.0, by);
+    for (auto& weight : by) weight.second /= to - from;
+    const double deviation = DeviationOf(by);
+    // What the section itself says must be more than what was known before.
+    constexpr double kOwnShare = 0.8;
+    if (event.frontFromKm >= event.frontToKm || deviation > kOwnShare * prior_.deviation) return;
+    event.attenuationDbPerKm = Measured{kDbOfNeper * nepers / (to - from), kDbOfNeper * deviation};
+  }
+
+  // Fibre that scatters more lifts the trace by half of the difference: where a splice gains, the coefficient
+  // rises by twice that at least. A splice that loses may hide a fall, which nobody sees: now and then, that
+  // of its whole loss.
+  Measured BackscatterAt(size_t place) const {
+    constexpr double kSureGain = 3.0, kHiddenShare = 0.2, kLargestHiddenDb = 0.5;
+    double db = backscatterDb_, variance = backscatterDeviationDb_ * backscatterDeviationDb_;
+    for (size_t i = 1; i < place; ++i) {
+      if (model_.places[i].reflects) continue;
+      Weights by;
+      const double lossDb = kDbOfNeper * LossOf(model_, i, by), deviation = kDbOfNeper * DeviationOf(by);
+      if (lossDb < -kSureGain * deviation) {
+        db += -2.0 * lossDb;
+      } else {
+        const double hidden = 2.0 * std::min(std::fabs(lossDb), kLargestHiddenDb);
+        variance += kHiddenShare * hidden * hidden;
+      }
+    }
+    return {db, std::sqrt(variance)};
+  }
+
+  // R = Bc + 10 log10(height T), with the height of the peak over the backscatter in front of it as powers,
+  // and the pulse T in ns (IEC 61746-1). At the launch the backscatter is that behind it.
+  void AddReflectance(size_t i, double oddsBefore, MeasuredEvent& event) const {
+    const double reflection = model_.places[i].reflection;
+    const double at = model_.places[i].km + (i == 0 ? DelayKm() : model_.riseKm);
+    Weights by = {{NumberOf(i, Parameter::kReflection), 1.0 / reflection}};
+    const double nepers = elementary::Log(reflection) + Line(i == 0 ? 0 : i - 1, at, -1.0, by);
+    const Measured backscatter = BackscatterAt(i);
+    const double db = backscatter.value + 2.0 * kDbOfNeper * nepers + 10.0 * elementary::Log10(EnergyNs());
+    const double own = 2.0 * kDbOfNeper * DeviationOf(by);
+    const double of = backscatter.deviation + (i == 0 ? kLaunchDeviationDb : 0.0);
+    event.reflectanceDb = Measured{db, std::sqrt(own * own + of * of)};
+    const double deviation = fit_.Deviation(i, Parameter::kReflection);
+    const double reflects = ProbabilityOf(reflection, deviation, 10.0 * deviation, oddsBefore);
+    event.probability = i > 0 && event.lossDb ? std::max(event.probability, reflects) : reflects;
+  }
+
+  void AddTotals() {
+    const size_t last = model_.places.size() - 1;
+    Weights by;
+    const double nepers = Line(0, model_.places[0].km + DelayKm(), 1.0, by) +
+                          Line(last - 1, model_.places[last].km + DelayKm(), -1.0, by);
+    told_.totalLossDb = Measured{kDbOfNeper * nepers, kDbOfNeper * DeviationOf(by)};
+    AddReturnLoss();
+  }
+
+  // All light that comes back, over that which a mirror at the launch would give. A mirror shows as
+  // line / (10^(Bc / 10) T); the fibre gives line / pulse a km.
+  void AddReturnLoss() {
+    Weights by, shares;
+    double sum = 0.0;
+    for (size_t i = 0; i < model_.places.size(); ++i) {
+      if (model_.places[i].reflects) {
+        sum += model_.places[i].reflection;
+        shares.emplace_back(NumberOf(i, Parameter::kReflection), model_.places[i].reflection);
+      }
+      if (i + 1 == model_.places.size()) break;
+      const LinkModel::Section& line = model_.sections[i];
+      const double from = model_.places[i].km + DelayKm(), to = model_.places[i + 1].km + DelayKm();
+      const auto at = [&](double km) {
+        return elementary::Exp(line.level - line.decayPerKm * (km - line.anchorKm));
+      };
+      const double scattered = (at(from) - at(to)) / std::max(line.decayPerKm, 1e-6) / model_.pulseKm;
+      sum += scattered;
+      shares.emplace_back(NumberOf(i, Parameter::kLevel), scattered);
+    }
+    if (sum <= 0.0) return;
+    for (const auto& [parameter, share] : shares) by.emplace_back(parameter, share / sum);
+    const double nepers = elementary::Log(sum) + Line(0, model_.places[0].km + DelayKm(), -1.0, by);
+    const double ns = EnergyNs();
+    const double db = -(backscatterDb_ + 2.0 * kDbOfNeper * nepers + 10.0 * elementary::Log10(ns));
+    const double own = 2.0 * kDbOfNeper * DeviationOf(by), of = backscatterDeviationDb_;
+    told_.returnLossDb = Measured{db, std::sqrt(own * own + of * of)};
+  }
+
+  const TSorData& record_;
+  const std::vector<PlaceNote>& notes_;
+  const LinkFit& fit_;
+  const LinkModel& model_;
+  const DecayPrior& prior_;
+  const MeasureOptions& options_;
+  double backscatterDb_, backscatterDeviationDb_;
+  MeasuredLink told_;
+};
+
+}  // namespace
+
+MeasuredLink FiguresOf(const TSorData& record, const NotedModel& noted, const LinkFit& fit,
+                       const DecayPrior& prior, const MeasureOptions& options) {
+  return Teller(record, noted, fit, prior, options).Tell();
+}
+
+}  // namespace reflyze

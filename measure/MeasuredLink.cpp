@@ -1,0 +1,212 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "measure/MeasuredLink.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "measure/Figures.h"
+#include "measure/Sampling.h"
+#include "measure/SecondLook.h"
+#include "sor/sorData.h"
+
+namespace reflyze {
+namespace {
+
+constexpr long kFewestPoints = 64;
+constexpr int kMostEvents = 1000;
+constexpr int kMostRounds = 14;
+
+// Attenuation that fibre usually has, for links whose own sections are all too short to tell.
+DecayPrior UsualDecay(double nm) {
+  const auto of = [](double dbPerKm, double deviation) {
+    return DecayPrior{dbPerKm / kDbOfNeper, deviation / kDbOfNeper};
+  };
+  if (nm < 1000.0) return of(2.5, 0.7);
+  if (nm < 1400.0) return of(0.34, 0.04);
+  return of(0.2, 0.03);
+}
+
+// Fibres of one cable are alike: what its sure sections have in common is known of each.
+DecayPrior LearnDecay(const LinkFit& fit, DecayPrior prior) {
+  constexpr double kSure = 0.01, kLeast = 0.005, kOfOne = 0.02;  // nepers a km
+  double sum = 0.0, weights = 0.0, squares = 0.0;
+  int sure = 0;
+  for (size_t i = 0; i < fit.model.sections.size(); ++i) {
+    const double own = fit.Deviation(i, Parameter::kDecay);
+    if (own > kSure) continue;
+    const double weight = 1.0 / (own * own + 1e-6), decay = fit.model.sections[i].decayPerKm;
+    sum += weight * decay, weights += weight, squares += weight * decay * decay, ++sure;
+  }
+  if (sure == 0) return prior;
+  const double mean = sum / weights, spread = std::sqrt(std::max(0.0, squares / weights - mean * mean));
+  return {mean, sure > 1 ? std::max(kLeast, 2.0 * spread) : kOfOne};
+}
+
+// A link with its fit.
+struct Understood {
+  NotedModel noted;
+  LinkFit fit;
+};
+
+// Fit, look, fit again, until nothing is missing and nothing is too much.
+class Measuring {
+ public:
+  Measuring(const TSorData& record, const Powers& powers, bool keepsTable)
+      : powers_(powers), keepsTable_(keepsTable), prior_(UsualDecay(record.GenParams->NW)), look_(powers) {
+    link_.noted = FirstModel(record, powers);
+    if (link_.noted.notes[0].blind) HideLaunch();
+    noise_ = FirstNoise(powers, link_.noted.model);
+  }
+
+  Understood Run() {
+    FindReceiver();
+    Learn();
+    for (int round = 0; round < kMostRounds && Improve(); ++round) Learn();
+    return std::move(link_);
+  }
+  const NoiseModel& noise() const { return noise_; }
+  const DecayPrior& prior() const { return prior_; }
+
+ private:
+  void Fit(Understood& link) const {
+    link.fit = FitLink(link.noted, SamplesFor(powers_, link.noted), noise_, prior_);
+    link.noted.model = link.fit.model;
+  }
+
+  // A fit that begins with a receiver far from the true one ends there. Some are tried, each for a few steps,
+  // and the best goes on; its slow path comes last, since it can stand in for many faults.
+  void FindReceiver() {
+    const Understood start = link_;
+    TryReceivers();
+    if (link_.noted.notes[0].blind || FitsLaunch()) return;
+    link_ = start;
+    HideLaunch();
+    TryReceivers();
+  }
+
+  // What is told inside the light of such a launch can't be measured.
+  void HideLaunch() {
+    NotedModel& noted = link_.noted;
+    noted.notes[0].blind = true;
+    noted.model.places[0].reflects = false;
+    noted.model.places[0].reflection = 0.0;
+    const double hiddenKm = noted.model.places[0].km + 2.0 * noted.model.pulseKm + 8.0 * noted.model.riseKm;
+    while (noted.model.places.size() > 2 && noted.model.places[1].km < hiddenKm) noted.Join(1);
+  }
+
+  // Inside an instrument there is more than one reflection, and its receiver is only being switched on. Where
+  // the light behind the launch is none that the model knows, it must not tell what the receiver is like.
+  bool FitsLaunch() const {
+    constexpr double kMostPerSample = 10.0, kMostOfOthers = 3.0;
+    const LinkModel& model = link_.noted.model;
+    std::vector<Sample> samples = SamplesFor(powers_, link_.noted);
+    const double all = link_.fit.cost / static_cast<double>(samples.size());
+    const double to = model.places[0].km + 2.0 * model.pulseKm;
+    const auto isBehind = [&](const Sample& sample) { return sample.km > to; };
+    samples.erase(std::remove_if(samples.begin(), samples.end(), isBehind), samples.end());
+    if (samples.empty()) return true;
+    const double here = CostOf(link_.noted, samples, noise_, prior_) / static_cast<double>(samples.size());
+    return here < std::max(kMostPerSample, kMostOfOthers * all);
+  }
+
+  void TryReceivers() {
+    constexpr int kFewSteps = 6;
+    const std::vector<Sample> samples = SamplesFor(powers_, link_.noted);
+    Understood best;
+    for (const double share : {0.02, 0.07, 0.2}) {
+      Understood next = link_;
+      next.noted.model.riseKm = share * next.noted.model.pulseKm;
+      next.fit = FitLink(next.noted, samples, noise_, prior_, kFewSteps);
+      next.noted.model = next.fit.model;
+      if (best.noted.notes.empty() || next.fit.cost < best.fit.cost) best = std::move(next);
+    }
+    link_ = std::move(best);
+    Fit(link_);
+    LinkModel& model = link_.noted.model;
+    model.wholeReceiver = true;
+    model.slowKm = std::max(10.0 * model.riseKm, model.pulseKm);
+    Fit(link_);
+  }
+
+  void Learn() {
+    noise_ = LearnNoise(powers_, link_.fit.model, noise_);
+    noise_.misfit = MisfitOf(link_.fit, SamplesFor(powers_, link_.noted), noise_);
+    prior_ = LearnDecay(link_.fit, prior_);
+    Fit(link_);
+  }
+
+  // Whether anything was changed.
+  bool Improve() {
+    Understood next = link_;
+    if (!keepsTable_ && look_.RemoveNothing(link_.fit, next.noted)) {
+      link_ = std::move(next);
+      return true;
+    }
+    const std::vector<Sample> samples = SamplesFor(powers_, link_.noted);
+    for (const int most : {kAll, 1}) {
+      next = link_;
+      if (!look_.AddMissing(samples, noise_, link_.fit, most, next.noted)) return false;
+      if (Better(next)) {
+        link_ = std::move(next);
+        return true;
+      }
+    }
+    look_.Forget(link_.noted, next.noted);
+    return true;
+  }
+
+  // What is added has to explain the trace better by far than what was there: a fit that goes astray does
+  // not.
+  bool Better(Understood& next) const {
+    constexpr double kLeast = 20.0;
+    Fit(next);
+    const std::vector<Sample> samples = SamplesFor(powers_, next.noted);
+    return CostOf(next.noted, samples, noise_, prior_) <
+           CostOf(link_.noted, samples, noise_, prior_) - kLeast;
+  }
+
+  static constexpr int kAll = 1000;
+
+  const Powers& powers_;
+  bool keepsTable_;
+  DecayPrior prior_;
+  SecondLook look_;
+  NoiseModel noise_;
+  Understood link_;
+};
+
+// Fibre scatters light back along a section that falls no faster than fibre does. What a launch without a
+// fibre leaves in the receiver falls faster, and is gone after some pulses.
+bool ShowsFibre(const Understood& link, const NoiseModel& noise, double nm) {
+  constexpr double kSure = 6.0, kShortestPulses = 3.0;
+  const double steepest = (nm < 1000.0 ? 8.0 : 2.0) / kDbOfNeper;
+  const LinkModel& model = link.fit.model;
+  const LinkPower power(model);
+  for (size_t i = 0; i < model.sections.size(); ++i) {
+    const double from = model.places[i].km, to = model.places[i + 1].km;
+    if (to - from < kShortestPulses * model.pulseKm || model.sections[i].decayPerKm > steepest) continue;
+    if (power.LineAt(i, (from + to) / 2.0) > kSure * std::sqrt(noise.VarianceOfMean(0.0, 24.0))) return true;
+  }
+  return model.places.back().reflects &&
+         model.places.back().km - model.places.front().km > kShortestPulses * model.pulseKm;
+}
+
+}  // namespace
+
+std::optional<MeasuredLink> MeasureLink(const TSorData& record, const MeasureOptions& options) {
+  const int count = record.KeyEvents->ListedEvents();
+  if (count < 2 || count > kMostEvents || record.DataPts->GetPointsNum() < kFewestPoints) return std::nullopt;
+  const Powers powers(record);
+  if (powers.spacingKm() <= 0.0) return std::nullopt;
+  Measuring measuring(record, powers, options.keepsTable);
+  const Understood link = measuring.Run();
+  if (!ShowsFibre(link, measuring.noise(), record.GenParams->NW)) {
+    MeasuredLink none;
+    none.fibre = false;
+    return none;
+  }
+  if (!link.fit.converged) return std::nullopt;
+  return FiguresOf(record, link.noted, link.fit, measuring.prior(), options);
+}
+
+}  // namespace reflyze

@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "measure/Noise.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "util/elementary.h"
+
+namespace reflyze {
+namespace {
+
+constexpr double kMedianOfSquare = 0.454936423119573;  // of a standard normal number
+constexpr double kRoundingShare = 6.6e-5;  // standard deviation of 0.001 dB, rounded, as a share of power
+
+constexpr double kInverseRootOf2Pi = 0.3989422804014327;
+
+// Share of a standard normal number that lies below x, to 1e-7 (Abramowitz and Stegun, 26.2.17).
+double NormalBelow(double x) {
+  const double t = 1.0 / (1.0 + 0.2316419 * std::fabs(x));
+  const double sum =
+      t * (0.319381530 + t * (-0.356563782 + t * (1.781477937 + t * (-1.821255978 + t * 1.330274429))));
+  const double beyond = kInverseRootOf2Pi * elementary::Exp(-x * x / 2.0) * sum;
+  return x > 0.0 ? 1.0 - beyond : beyond;
+}
+
+double MedianOf(std::vector<double>& values) {
+  const auto middle = values.begin() + static_cast<long>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+// Mean square of what a window leaves over a straight line, and its mean power.
+struct Window {
+  double variance = 0.0, power = 0.0;
+};
+
+Window WindowAt(const Powers& powers, long from, long to) {
+  const double n = static_cast<double>(to - from), middle = (n - 1.0) / 2.0;
+  const double mean = powers.Mean(from, to);
+  double sxy = 0.0;
+  for (long i = from; i < to; ++i) sxy += (static_cast<double>(i - from) - middle) * (powers[i] - mean);
+  const double slope = sxy / (n * (n * n - 1.0) / 12.0);
+  double sum = 0.0;
+  for (long i = from; i < to; ++i) {
+    const double off = powers[i] - mean - slope * (static_cast<double>(i - from) - middle);
+    sum += off * off;
+  }
+  return {sum / (n - 2.0), mean};
+}
+
+// Points of settled fibre behind a place: from where the receiver has forgotten it.
+struct Span {
+  long from, to;
+};
+
+Span SettledSpan(const Powers& powers, const LinkModel& model, size_t section) {
+  const double settledKm = 1.5 * model.pulseKm + 10.0 * model.riseKm;
+  return {powers.At(model.places[section].km + settledKm) + 2,
+          powers.At(model.places[section + 1].km - model.pulseKm / 2.0) - 3};
+}
+
+// Behind the fibre the power is 0 and its noise remains. Of a normal number that is cut off below 0 the
+// variance is (1 / 2 - 1 / (2 pi)) of the whole one.
+double TailVariance(const Powers& powers, long from, bool& cut) {
+  constexpr long kPoints = 64;
+  constexpr double kShareOfCut = 0.5 - 0.15915494309189535;
+  std::vector<double> variances;
+  long low = 0, all = 0;
+  for (long at = from; at + kPoints <= powers.count(); at += kPoints) {
+    long lowHere = 0;
+    for (long i = at; i < at + kPoints; ++i) lowHere += powers.AtFloor(i) ? 1 : 0;
+    const double variance = WindowAt(powers, at, at + kPoints).variance;
+    variances.push_back(lowHere > kPoints / 4 ? variance / kShareOfCut : variance);
+    low += lowHere, all += kPoints;
+  }
+  if (variances.size() < 3) return 0.0;
+  cut = low * 5 > all;
+  return MedianOf(variances);
+}
+
+double MedianVariance(const std::vector<Window>& windows, size_t from, size_t to) {
+  std::vector<double> values;
+  for (size_t i = from; i < to; ++i) values.push_back(windows[i].variance);
+  return MedianOf(values);
+}
+
+double MedianShare(const std::vector<Window>& windows, size_t from, size_t to, double receiver) {
+  std::vector<double> values;
+  for (size_t i = from; i < to; ++i) {
+    const double above = std::max(0.0, windows[i].variance - receiver);
+    values.push_back(above / (windows[i].power * windows[i].power));
+  }
+  return MedianOf(values);
+}
+
+// How far the points of one kind of noise go together, from sums over blocks of them.
+struct Together {
+  std::vector<double> points;  // squares of whitened points
+  std::vector<double> blocks;  // squares of whitened sums, over the root of their length
+
+  // Variance of a point against what was thought.
+  double Scale() { return points.size() < 64 ? 1.0 : MedianOf(points) / kMedianOfSquare; }
+  double Every() { return blocks.size() < 8 ? 1.0 : MedianOf(blocks) / kMedianOfSquare; }
+};
+
+}  // namespace
+
+StoredPower::StoredPower(double power, const NoiseModel& noise) : mean(power) {
+  const double x = power / noise.receiver;
+  if (!noise.cut || x > 6.0) return;
+  share = NormalBelow(x);
+  mean = power * share + noise.receiver * kInverseRootOf2Pi * elementary::Exp(-x * x / 2.0);
+}
+
+NoiseModel FirstNoise(const Powers& powers, const LinkModel& model) {
+  constexpr long kPoints = 24;
+  NoiseModel noise;
+  std::vector<Window> windows;
+  for (size_t i = 0; i + 1 < model.places.size(); ++i) {
+    const Span span = SettledSpan(powers, model, i);
+    const long step = std::max(kPoints, (span.to - span.from) / 60);
+    for (long at = span.from; at + kPoints <= span.to; at += step)
+      windows.push_back(WindowAt(powers, at, at + kPoints));
+  }
+  std::sort(windows.begin(), windows.end(),
+            [](const Window& a, const Window& b) { return a.power < b.power; });
+  const long behind = powers.At(model.places.back().km + 3.0 * model.pulseKm + 20.0 * model.riseKm);
+  double receiver = TailVariance(powers, behind, noise.cut);
+  const size_t third = windows.size() / 3;
+  if (third > 2) {
+    // A tail that still holds fibre, or echoes, is not the noise of the receiver: the weakest fibre bounds
+    // that.
+    const double weakest = MedianVariance(windows, 0, third);
+    receiver = receiver == 0.0 ? weakest : std::min(receiver, 1.5 * weakest);
+  }
+  constexpr double kLeast = 1e-36;  // of a trace without any noise
+  noise.receiver = std::sqrt(std::max(receiver, kLeast));
+  const double ripple =
+      third > 2 ? MedianShare(windows, windows.size() - third, windows.size(), receiver) : 0.0;
+  noise.ripple = std::sqrt(ripple + kRoundingShare * kRoundingShare);
+  return noise;
+}
+
+NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, NoiseModel noise) {
+  const LinkPower power(model);
+  const long pulse = std::max(1L, static_cast<long>(model.pulseKm / powers.spacingKm()));
+  Together receiver, ripple;
+  for (size_t i = 0; i + 1 < model.places.size(); ++i) {
+    const Span span = SettledSpan(powers, model, i);
+    const long block = std::clamp((span.to - span.from) / 10, 8L, std::max(8L, 6 * pulse));
+    if (block * 5 > span.to - span.from) continue;
+    for (long at = span.from; at + block <= span.to; at += block) {
+      const double line = power.LineAt(i, powers.KmOf(at + block / 2));
+      if (noise.cut && line < 3.0 * noise.receiver) continue;  // the mean is not that of the light there
+      const double share = noise.ripple * line;
+      const double deviation = std::sqrt(noise.receiver * noise.receiver + share * share);
+      Together& kind = noise.receiver > share ? receiver : ripple;
+      double sum = 0.0;
+      for (long k = at; k < at + block; ++k) sum += (powers[k] - power.LineAt(i, powers.KmOf(k))) / deviation;
+      // The points of a block tell their noise against its own mean, whatever the line is.
+      const double n = static_cast<double>(block);
+      for (long k = at; k < at + block; k += std::max(1L, block / 16)) {
+        const double off = (powers[k] - power.LineAt(i, powers.KmOf(k))) / deviation - sum / n;
+        kind.points.push_back(off * off * n / (n - 1.0));
+      }
+      // Level and slope of the line have taken two of all blocks.
+      const double blocks = static_cast<double>((span.to - span.from) / block);
+      kind.blocks.push_back(sum * sum / static_cast<double>(block) * blocks / std::max(1.0, blocks - 2.0));
+    }
+  }
+  const double receiverScale = receiver.Scale(), rippleScale = ripple.Scale();
+  noise.receiver *= std::sqrt(receiverScale);
+  noise.ripple = std::max(noise.ripple * std::sqrt(rippleScale), kRoundingShare);
+  noise.receiverEvery = std::max(1.0, receiver.Every() / receiverScale);
+  noise.rippleEvery = std::max(1.0, ripple.Every() / rippleScale);
+  return noise;
+}
+
+}  // namespace reflyze

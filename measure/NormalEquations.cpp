@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "measure/NormalEquations.h"
+
+#include <algorithm>
+
+namespace reflyze {
+namespace {
+
+using Matrix = Eigen::SparseMatrix<double>;
+using Solver = Eigen::SimplicialLDLT<Matrix, Eigen::Lower, Eigen::NaturalOrdering<int>>;
+
+class SolvedCertainty : public Certainty {
+ public:
+  explicit SolvedCertainty(const Matrix& matrix) : count_(matrix.rows()), solver_(matrix) {}
+  double VarianceOf(const Weights& by) const override {
+    Eigen::VectorXd weights = Eigen::VectorXd::Zero(count_);
+    for (const auto& [parameter, weight] : by) weights(parameter) += weight;
+    const Eigen::VectorXd solved = solver_.solve(weights);
+    return std::max(0.0, weights.dot(solved));
+  }
+
+ private:
+  Eigen::Index count_;
+  Solver solver_;
+};
+
+}  // namespace
+
+NormalEquations::NormalEquations(std::size_t parameters, std::size_t shared)
+    : parameters_(parameters),
+      band_(parameters - shared),
+      rows_(band_),
+      shared_(shared, std::vector<double>(parameters, 0.0)),
+      gradient_(Eigen::VectorXd::Zero(static_cast<Eigen::Index>(parameters))) {
+  for (std::vector<double>& row : rows_) row.resize(1);
+}
+
+void NormalEquations::Add(const std::vector<Derivative>& slopes, double weight, double residual) {
+  for (const Derivative& one : slopes) {
+    const double weighted = weight * one.value;
+    gradient_(one.parameter) += weighted * residual;
+    for (const Derivative& other : slopes) {
+      if (other.parameter > one.parameter) continue;
+      const auto row = static_cast<std::size_t>(one.parameter),
+                 column = static_cast<std::size_t>(other.parameter);
+      if (row >= band_) {
+        shared_[row - band_][column] += weighted * other.value;
+        continue;
+      }
+      std::vector<double>& values = rows_[row];
+      if (values.size() <= row - column) values.resize(row - column + 1, 0.0);
+      values[row - column] += weighted * other.value;
+    }
+  }
+}
+
+void NormalEquations::AddPrior(int parameter, double weight, double off) {
+  rows_[static_cast<std::size_t>(parameter)][0] += weight;
+  gradient_(parameter) -= weight * off;
+}
+
+Eigen::SparseMatrix<double> NormalEquations::Matrix(double damping) const {
+  std::vector<Eigen::Triplet<double>> values;
+  const auto add = [&](std::size_t row, std::size_t column, double value) {
+    // What no sample shows stays as it is.
+    if (row == column) value = value == 0.0 ? 1.0 : value * (1.0 + damping);
+    if (value != 0.0) values.emplace_back(static_cast<int>(row), static_cast<int>(column), value);
+  };
+  for (std::size_t row = 0; row < band_; ++row)
+    for (std::size_t back = 0; back < rows_[row].size(); ++back) add(row, row - back, rows_[row][back]);
+  for (std::size_t i = 0; i < shared_.size(); ++i)
+    for (std::size_t column = 0; column <= band_ + i; ++column) add(band_ + i, column, shared_[i][column]);
+  const auto count = static_cast<Eigen::Index>(parameters_);
+  Eigen::SparseMatrix<double> matrix(count, count);
+  matrix.setFromTriplets(values.begin(), values.end());
+  return matrix;
+}
+
+Eigen::VectorXd NormalEquations::Solve(double damping) const {
+  const Solver solver(Matrix(damping));
+  if (solver.info() != Eigen::Success) return Eigen::VectorXd::Zero(gradient_.size());
+  return solver.solve(gradient_);
+}
+
+std::shared_ptr<const Certainty> NormalEquations::Solved() const {
+  return std::make_shared<SolvedCertainty>(Matrix(0.0));
+}
+
+}  // namespace reflyze

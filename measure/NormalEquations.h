@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <Eigen/SparseCholesky>
+#include <vector>
+
+#include "measure/LinkFit.h"
+
+namespace reflyze {
+
+// The equations of a step of least squares, H x = g. A place shows only as far as the receiver remembers it,
+// so most of H is empty: a band, and the rows of the receiver, which come last and know all. Solved in the
+// order of the fibre this costs what its length is.
+class NormalEquations {
+ public:
+  NormalEquations(std::size_t parameters, std::size_t shared);
+
+  // Adds weight * residual^2 of one sample, whose model has these slopes.
+  void Add(const std::vector<Derivative>& slopes, double weight, double residual);
+  void AddPrior(int parameter, double weight, double off);
+
+  // The step, with the diagonal larger by a share of itself.
+  Eigen::VectorXd Solve(double damping) const;
+  std::shared_ptr<const Certainty> Solved() const;
+
+ private:
+  Eigen::SparseMatrix<double> Matrix(double damping) const;
+
+  std::size_t parameters_, band_;            // of which the last are shared
+  std::vector<std::vector<double>> rows_;    // of each band row: from the diagonal backwards
+  std::vector<std::vector<double>> shared_;  // rows of the shared parameters, whole
+  Eigen::VectorXd gradient_;
+};
+
+}  // namespace reflyze

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "measure/Powers.h"
+
+#include <algorithm>
+
+#include "sor/sorData.h"
+#include "util/elementary.h"
+
+namespace reflyze {
+
+Powers::Powers(const TSorData& record) : spacingKm_(record.FxdParams->LenDS()) {
+  constexpr double kHalfStepDb = 0.0005;  // levels are stored in 0.001 dB
+  // A search may leave its smoothed levels in the record, with those of the instrument beside them.
+  const TSorBlockDataPoints& points =
+      record.DataPtsBackup != nullptr ? *record.DataPtsBackup : *record.DataPts;
+  const long count = points.GetPointsNum();
+  power_.reserve(static_cast<std::size_t>(count));
+  sums_.reserve(static_cast<std::size_t>(count) + 1);
+  sums_.push_back(0.0);
+  double lowestDb = 0.0;
+  for (long i = 0; i < count; ++i) {
+    const double levelDb = points.numToLevel(i);
+    if (i == 0 || levelDb < lowestDb) lowestDb = levelDb;
+    power_.push_back(elementary::Exp10(levelDb / 5.0));
+    sums_.push_back(sums_.back() + power_.back());
+  }
+  floor_ = elementary::Exp10((lowestDb + kHalfStepDb) / 5.0);
+}
+
+long Powers::At(double km) const {
+  const double last = static_cast<double>(count() - 1);
+  return static_cast<long>(std::clamp(km / spacingKm_, 0.0, last));
+}
+
+double Powers::Mean(long from, long to) const {
+  return (sums_[static_cast<std::size_t>(to)] - sums_[static_cast<std::size_t>(from)]) /
+         static_cast<double>(to - from);
+}
+
+double Powers::Peak(long from, long to) const {
+  return *std::max_element(power_.begin() + from, power_.begin() + to);
+}
+
+}  // namespace reflyze

@@ -1,0 +1,298 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "measure/SecondLook.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "util/elementary.h"
+
+namespace reflyze {
+namespace {
+
+// Standard deviations. Some thousand places of a trace are looked at, independent after a pulse or so: normal
+// noise comes as far as this once in ten thousand traces. What lies below is left for receivers that the
+// model does not describe.
+constexpr double kSureStep = 6.0, kSureReflection = 8.0;
+constexpr double kLeastStep = 0.0046;      // nepers, 0.01 dB
+constexpr double kLeastReflection = 0.03;  // of the backscatter
+constexpr double kNothingStep = 3.0, kNothingReflection = 4.0;
+constexpr double kTogetherPulses = 4.0;
+constexpr double kLargestGain = 0.46;  // nepers, 1 dB: fibres do not differ by more
+
+// A step or a reflection that the residuals of a section show.
+struct Find {
+  double km = 0.0, score = 0.0;
+  double size = 0.0;  // nepers of a step, power of a reflection
+};
+
+// One block of settled fibre.
+struct Term {
+  double km, weight, off;  // off: residual as a share of the line
+};
+
+class Looker {
+ public:
+  Looker(const Powers& powers, const std::vector<Sample>& samples, const NoiseModel& noise,
+         const LinkModel& model)
+      : powers_(powers), samples_(samples), noise_(noise), model_(model), power_(model) {}
+
+  // The section has taken what is missing into its line as far as it can. What a step explains beside any
+  // line is the score of the step with level and slope projected out, over its standard deviation (Rao's
+  // test): with weights w and s = 1 behind the step, score = sum w (s - a - b x) off, information = sum w (s
+  // - a - b x) s, where a + b x is the line through s itself.
+  Find MissingStep(size_t section) const {
+    const std::vector<Term> terms = TermsOf(section);
+    Find best;
+    if (terms.size() < 8) return best;
+    Sums all, behind;
+    for (const Term& t : terms) all.Add(t);
+    const double determinant = all.w * all.wxx - all.wx * all.wx;
+    if (determinant <= 0.0) return best;
+    for (size_t i = terms.size() - 1; i > 2; --i) {
+      behind.Add(terms[i]);
+      if (terms.size() - i < 3) continue;
+      const double a = (behind.w * all.wxx - behind.wx * all.wx) / determinant;
+      const double b = (behind.wx * all.w - behind.w * all.wx) / determinant;
+      const double score = behind.wy - a * all.wy - b * all.wxy;
+      const double information = behind.w - a * behind.w - b * behind.wx;
+      if (information <= 1e-9 * behind.w) continue;
+      const double z = score / std::sqrt(information);
+      if (std::fabs(z) <= std::fabs(best.score)) continue;
+      const double middle = model_.sections[section].anchorKm + (terms[i].km + terms[i - 1].km) / 2.0;
+      best = {middle, z, score / information};
+    }
+    return best;
+  }
+
+  // Where a step that blocks have shown is, to a point. Points that lie nearer to the line behind it speak
+  // for a place in front of them: with `off` from the middle of both lines, the likelihood of a place is the
+  // sum of size * off behind it. The middle of the step lies half a pulse behind its place.
+  double StepKm(size_t section, const Find& step) const {
+    const double blockKm = std::max(BlockKm(section), model_.pulseKm);
+    const long from =
+        powers_.At(std::max(step.km - 2.0 * blockKm, model_.places[section].km + model_.pulseKm));
+    const long to = powers_.At(std::min(step.km + 2.0 * blockKm, model_.places[section + 1].km - FrontKm()));
+    double sum = 0.0, most = 0.0, best = step.km;
+    for (long i = to; i > from; --i) {
+      const double line = power_.LineAt(section, powers_.KmOf(i));
+      sum += step.size * (powers_[i] - StoredPower(line, noise_).mean) / line;
+      if (i == to || sum > most) most = sum, best = powers_.KmOf(i) - powers_.spacingKm() / 2.0;
+    }
+    return best - model_.pulseKm / 2.0 - model_.riseKm;
+  }
+
+  // A reflection is as long as the pulse: the mean over that length stands out from the line.
+  Find MissingReflection(size_t section) const {
+    const double clear = 1.5 * model_.pulseKm + 10.0 * model_.riseKm;
+    const long wide = std::max(1L, static_cast<long>(model_.pulseKm / powers_.spacingKm()));
+    const long from = powers_.At(model_.places[section].km + clear) + 2;
+    const long to = powers_.At(model_.places[section + 1].km - FrontKm()) - 2 - wide;
+    Find best;
+    for (long i = from; i < to; ++i) {
+      const double line = power_.LineAt(section, powers_.KmOf(i) + model_.pulseKm / 2.0);
+      const double deviation = std::sqrt(noise_.VarianceOfMean(line, static_cast<double>(wide)));
+      const double off = powers_.Mean(i, i + wide) - StoredPower(line, noise_).mean;
+      if (off > best.score * deviation) best = {powers_.KmOf(i), off / deviation, off};
+    }
+    return best;
+  }
+
+  // The same at a place that is there and reflects nothing yet.
+  Find ReflectionAt(size_t place) const {
+    const long from = powers_.At(model_.places[place].km) + 1;
+    const long to =
+        std::min(powers_.At(model_.places[place].km + model_.pulseKm + model_.riseKm) + 1, powers_.count());
+    if (to <= from) return {};
+    double model = 0.0;
+    for (long i = from; i < to; ++i) model += power_.Power(powers_.KmOf(i)).power;
+    const double n = static_cast<double>(to - from);
+    const double off = powers_.Mean(from, to) - StoredPower(model / n, noise_).mean;
+    return {model_.places[place].km, off / std::sqrt(noise_.VarianceOfMean(model / n, n)), off};
+  }
+
+ private:
+  struct Sums {
+    double w = 0, wx = 0, wxx = 0, wy = 0, wxy = 0;
+    void Add(const Term& t) {
+      w += t.weight, wx += t.weight * t.km, wxx += t.weight * t.km * t.km;
+      wy += t.weight * t.off, wxy += t.weight * t.km * t.off;
+    }
+  };
+
+  // The longest block of settled fibre that a section has.
+  double BlockKm(size_t section) const {
+    double most = 0.0;
+    for (const Sample& sample : samples_) {
+      if (sample.km > model_.places[section].km && sample.km < model_.places[section + 1].km)
+        most = std::max(most, sample.points * powers_.spacingKm());
+    }
+    return most;
+  }
+
+  // Where the place behind is told a little late, its light shows in front of it.
+  double FrontKm() const { return 0.3 * model_.pulseKm + powers_.spacingKm(); }
+
+  // Places count from the anchor of the section.
+  std::vector<Term> TermsOf(size_t section) const {
+    const double from = model_.places[section].km + 1.5 * model_.pulseKm + 8.0 * model_.riseKm;
+    const double to = model_.places[section + 1].km - FrontKm();
+    std::vector<Term> terms;
+    const auto before = [](const Sample& sample, double km) { return sample.km < km; };
+    for (auto sample = std::lower_bound(samples_.begin(), samples_.end(), from, before);
+         sample != samples_.end() && sample->km <= to; ++sample) {
+      const double line = power_.LineAt(section, sample->km);
+      const StoredPower stored(line, noise_);
+      const double grows = line * stored.share;  // by a neper
+      terms.push_back({sample->km - model_.sections[section].anchorKm,
+                       grows * grows / noise_.VarianceOfMean(line, sample->points),
+                       (sample->power - stored.mean) / grows});
+    }
+    return terms;
+  }
+
+  const Powers& powers_;
+  const std::vector<Sample>& samples_;
+  const NoiseModel& noise_;
+  const LinkModel& model_;
+  const LinkPower power_;
+};
+
+}  // namespace
+
+double LossOf(const LinkModel& model, size_t place, Weights& by) {
+  const double at = model.places[place].km + model.pulseKm / 2.0 + model.riseKm;
+  double nepers = 0.0;
+  for (const size_t section : {place - 1, place}) {
+    const LinkModel::Section& line = model.sections[section];
+    const double sign = section == place ? -1.0 : 1.0, away = at - line.anchorKm;
+    by.emplace_back(NumberOf(section, Parameter::kLevel), sign);
+    by.emplace_back(NumberOf(section, Parameter::kDecay), -sign * away);
+    nepers += sign * (line.level - line.decayPerKm * away);
+  }
+  return nepers;
+}
+
+bool SecondLook::IsFree(const LinkModel& model, size_t section, double km) const {
+  const auto isHere = [&](double empty) { return std::fabs(empty - km) < model.pulseKm; };
+  return km > model.places[section].km + 0.5 * model.pulseKm &&
+         km < model.places[section + 1].km - 2.0 * powers_.spacingKm() &&
+         std::none_of(emptyKm_.begin(), emptyKm_.end(), isHere);
+}
+
+bool SecondLook::IsDark(const PlaceNote& note) const {
+  return std::find(darkKm_.begin(), darkKm_.end(), note.toldKm) != darkKm_.end();
+}
+
+bool SecondLook::AddMissing(const std::vector<Sample>& samples, const NoiseModel& noise, const LinkFit& fit,
+                            int most, NotedModel& noted) {
+  std::vector<Missing> all = AllMissing(samples, noise, fit, noted);
+  const auto clearer = [](const Missing& one, const Missing& other) { return one.score > other.score; };
+  std::stable_sort(all.begin(), all.end(), clearer);
+  if (all.size() > static_cast<size_t>(most)) all.resize(static_cast<size_t>(most));
+  // From the end, so that those in front keep their numbers.
+  std::sort(all.begin(), all.end(),
+            [](const Missing& one, const Missing& other) { return one.at > other.at; });
+  for (const Missing& missing : all) {
+    if (missing.isThere) {
+      noted.model.places[missing.at].reflects = true;
+      noted.model.places[missing.at].reflection = missing.place.reflection;
+    } else {
+      noted.Split(missing.at, missing.place, missing.step, missing.withinKm);
+    }
+  }
+  return !all.empty();
+}
+
+std::vector<SecondLook::Missing> SecondLook::AllMissing(const std::vector<Sample>& samples,
+                                                        const NoiseModel& noise, const LinkFit& fit,
+                                                        const NotedModel& noted) const {
+  const Looker looker(powers_, samples, noise, fit.model);
+  const LinkPower power(fit.model);
+  std::vector<Missing> all;
+  for (size_t i = 1; i + 1 < fit.model.places.size(); ++i) {
+    LinkModel::Place place = noted.model.places[i];
+    if (place.reflects || noted.notes[i].saturated || IsDark(noted.notes[i])) continue;
+    const Find find = looker.ReflectionAt(i);
+    if (find.score < kSureReflection || find.size < kLeastReflection * power.LineAt(i, place.km)) continue;
+    place.reflection = find.size;
+    all.push_back({i, true, find.score, place, 0.0, 0.0});
+  }
+  for (size_t i = 0; i < fit.model.sections.size(); ++i) {
+    const Find step = looker.MissingStep(i), peak = looker.MissingReflection(i);
+    const double line = power.LineAt(i, peak.km);
+    const bool stands = std::fabs(step.score) > kSureStep && std::fabs(step.size) > kLeastStep;
+    const bool reflects = peak.score > kSureReflection && peak.size > kLeastReflection * line &&
+                          peak.size > 1.5 * std::fabs(step.size) * line;
+    if (!stands && !reflects) continue;
+    LinkModel::Place place;
+    place.km = reflects ? peak.km : looker.StepKm(i, step);
+    place.reflects = reflects;
+    place.reflection = reflects ? peak.size : 0.0;
+    if (!IsFree(fit.model, i, place.km)) continue;
+    // A place lies further off the larger the noise is against the step, by its square.
+    const double offKm = reflects ? 0.0 : 4.0 * fit.model.pulseKm / std::fabs(step.score);
+    all.push_back({i, false, reflects ? peak.score : std::fabs(step.score), place, reflects ? 0.0 : step.size,
+                   std::max(fit.model.pulseKm, offKm)});
+  }
+  return all;
+}
+
+void SecondLook::Forget(const NotedModel& kept, const NotedModel& tried) {
+  for (size_t i = 1; i + 1 < tried.model.places.size(); ++i) {
+    const double told = tried.notes[i].toldKm;
+    const auto isKept = [&](const PlaceNote& note) { return note.toldKm == told; };
+    if (std::none_of(kept.notes.begin(), kept.notes.end(), isKept))
+      emptyKm_.push_back(told);
+    else if (tried.model.places[i].reflects)
+      darkKm_.push_back(told);
+  }
+}
+
+bool SecondLook::RemoveNothing(const LinkFit& fit, NotedModel& noted) {
+  // Of places whose light overlaps each may seem to be nothing, as the other could be all. So the weakest of
+  // them goes alone.
+  struct Weak {
+    size_t place;
+    double score, km;  // score below 0: it must go altogether
+  };
+  std::vector<Weak> all;
+  for (size_t i = 1; i + 1 < fit.model.places.size(); ++i) {
+    if (noted.notes[i].saturated) continue;
+    const LinkModel::Place& place = noted.model.places[i];
+    const double bright = place.reflects ? place.reflection / fit.Deviation(i, Parameter::kReflection) : 0.0;
+    Weights by;
+    const double nepers = LossOf(fit.model, i, by);
+    const double loss = std::fabs(nepers) / std::sqrt(fit.certainty->VarianceOf(by));
+    const bool goes = place.reflects ? bright < kNothingReflection : loss < kNothingStep;
+    // Of two places too close to be told apart one gains what the other loses.
+    const bool gains = nepers < -kLargestGain;
+    if (goes || gains) all.push_back({i, gains ? -1.0 : std::max(bright, loss), place.km});
+  }
+  std::stable_sort(all.begin(), all.end(),
+                   [](const Weak& one, const Weak& other) { return one.score < other.score; });
+  std::vector<Weak> going;
+  for (const Weak& weak : all) {
+    const auto isNear = [&](const Weak& other) {
+      return std::fabs(other.km - weak.km) < kTogetherPulses * fit.model.pulseKm;
+    };
+    if (std::none_of(going.begin(), going.end(), isNear)) going.push_back(weak);
+  }
+  std::sort(going.begin(), going.end(),
+            [](const Weak& one, const Weak& other) { return one.place > other.place; });
+  for (const Weak& weak : going) Remove(weak.place, weak.score < 0.0, noted);
+  return !going.empty();
+}
+
+void SecondLook::Remove(size_t place, bool wholly, NotedModel& noted) {
+  LinkModel::Place& at = noted.model.places[place];
+  if (at.reflects && !wholly) {
+    at.reflects = false;
+    at.reflection = 0.0;
+    darkKm_.push_back(noted.notes[place].toldKm);
+    return;
+  }
+  emptyKm_.push_back(at.km);
+  noted.Join(place);
+}
+
+}  // namespace reflyze
