@@ -11,7 +11,6 @@ namespace {
 
 constexpr const char* kKindNames[kKinds] = {"splice", "gainer", "reflection"};
 constexpr const char* kBandNames[kBands] = {"<3", "3-6", "6-10", ">10"};
-constexpr double kClearSnrDb = 6.0;
 
 size_t BandOf(double snrDb) { return snrDb < 3.0 ? 0 : snrDb < 6.0 ? 1 : snrDb < 10.0 ? 2 : 3; }
 

@@ -11,7 +11,8 @@
 namespace reflyze::score {
 
 constexpr size_t kKinds = 3;
-constexpr size_t kBands = 4;  // of the signal-to-noise ratio: below 3, 3 to 6, 6 to 10, above 10 dB
+constexpr double kClearSnrDb = 6.0;  // of an event that nobody may miss
+constexpr size_t kBands = 4;         // of the signal-to-noise ratio: below 3, 3 to 6, 6 to 10, above 10 dB
 
 struct Tally {
   long present = 0;  // fair events of the truth
@@ -43,12 +44,14 @@ class Score {
 
   // How bad a trace is: missed fair events, invented ones, and a wrong end.
   static long Badness(const TraceResult& result);
+  // Whether a true event stands two pulse lengths from every other one.
+  static bool IsIsolated(const TraceResult& result, size_t index);
+  // Whether the end is found within a sample and a tenth of a pulse.
+  static bool IsEndClose(const TraceResult& result);
 
  private:
   std::string KindText(size_t kind) const;
   void CountReported(const TraceResult& result, size_t found, bool invented);
-  static bool IsIsolated(const TraceResult& result, size_t index);
-  static bool IsEndClose(const TraceResult& result);
 
   long traces_ = 0;
   long exact_ = 0;

@@ -1,0 +1,438 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "score/MeasureScore.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "lib/Text.h"
+#include "score/LossBound.h"
+#include "sim/Waveform.h"
+
+namespace reflyze::score {
+namespace {
+
+constexpr double kFarPulses = 3.0;  // from the nearest other event, for losses that neighbours don't disturb
+constexpr const char* kQuantityNames[] = {"loss", "place", "reflectance", "slope", "total loss", "end place"};
+constexpr const char* kQuantityKeys[] = {"loss", "place", "reflectance", "slope", "total_loss", "end_place"};
+constexpr double kLevels[] = {0.5, 0.8, 0.95, 0.99};
+constexpr double kMedianOfSquare = 0.454936;  // of a normal error
+
+void Append(std::vector<double>& to, const std::vector<double>& from) {
+  to.insert(to.end(), from.begin(), from.end());
+}
+
+// The variance by the least 95 % of the squared errors, which a few that went wrong altogether don't move.
+// For normal errors z the mean of z^2 within +-c, where 95 % are, is 1 - 2 c p(c) / 0.95 with the density p:
+// 0.7588.
+double InnerVariance(std::vector<double> squares) {
+  constexpr double kInnerOfNormal = 0.7588;
+  std::sort(squares.begin(), squares.end());
+  squares.resize(static_cast<size_t>(std::ceil(0.95 * static_cast<double>(squares.size()))));
+  return Mean(squares) / kInnerOfNormal;
+}
+
+double Percent(long part, long whole) {
+  return whole > 0 ? 100.0 * static_cast<double>(part) / static_cast<double>(whole) : 0.0;
+}
+
+// How far the nearest other event stands from a true one, in pulses.
+double NearestPulses(const TraceResult& result, size_t index) {
+  const auto& events = result.trace->truth.events;
+  double nearest = 1e9;
+  for (size_t i = 0; i < events.size(); ++i) {
+    if (i != index) nearest = std::min(nearest, std::fabs(events[i].distanceKm - events[index].distanceKm));
+  }
+  return nearest / result.pulseKm;
+}
+
+bool IsClear(const sim::TrueEvent& event) { return IsFair(event) && event.snrDb >= kClearSnrDb; }
+
+bool HasFibre(const TraceResult& result) { return result.trace->truth.lengthKm > 0.0; }
+
+// A table says so by an end in the light of the launch. What was measured says it in so many words.
+bool SaysNoFibre(const TraceResult& table) {
+  constexpr double kLaunchPulses = 1.5;
+  return table.found.empty() ||
+         (table.found.back().end &&
+          table.found.back().distanceKm <= table.spacingKm + kLaunchPulses * table.pulseKm);
+}
+
+std::vector<FoundEvent> Found(const MeasuredLink& link, double firstKm) {
+  std::vector<FoundEvent> found;
+  for (const MeasuredEvent& event : link.events) {
+    FoundEvent entry;
+    entry.distanceKm = firstKm + event.km.value;
+    entry.lossDb = event.lossDb ? event.lossDb->value : 0.0;
+    entry.reflectanceDb = event.reflectanceDb ? event.reflectanceDb->value : 0.0;
+    entry.reflective = event.reflects;
+    entry.saturated = event.reflectanceAtLeast;
+    found.push_back(entry);
+  }
+  if (!found.empty()) found.back().end = true;
+  return found;
+}
+
+nlohmann::ordered_json ErrorJson(const std::vector<double>& errors) {
+  return {{"count", errors.size()},
+          {"bias", Mean(errors)},
+          {"median", MagnitudeQuantile(errors, 0.5)},
+          {"p95", MagnitudeQuantile(errors, 0.95)}};
+}
+
+// Which true event each found one is, or -1. The launch and the end are by their role.
+std::vector<int> TruthOf(const TraceResult& result) {
+  std::vector<int> truth(result.found.size(), -1);
+  if (truth.empty()) return truth;
+  truth.front() = 0;
+  for (const MatchedPair& pair : result.matching.pairs) truth[pair.found] = static_cast<int>(pair.truth);
+  if (truth.size() > 1) truth.back() = static_cast<int>(result.trace->truth.events.size()) - 1;
+  return truth;
+}
+
+bool HasPlainReflectance(const sim::TrueEvent& event, const FoundEvent& found) {
+  return event.reflectanceDb && !event.saturated && !found.saturated && found.reflectanceDb != 0.0 &&
+         KindOf(event) == EventKind::kReflection;
+}
+
+}  // namespace
+
+MeasuredTrace Judge(const sim::Link& link, const sim::SimulatedTrace& simulated,
+                    const MeasuredLink* measured) {
+  MeasuredTrace judged;
+  judged.link = &link;
+  judged.simulated = &simulated;
+  judged.measured = measured;
+  const TSorData& record = *simulated.record;
+  TraceResult& table = judged.table;
+  table.trace = &simulated;
+  table.found = FoundEvents(record);
+  table.spacingKm = record.FxdParams->LenDS();
+  table.pulseKm = link.pulseNs * sim::KmPerNs(link.groupIndex);
+  const double toleranceKm = std::max(table.pulseKm, 3.0 * table.spacingKm);
+  table.matching = Match(simulated.truth, table.found, toleranceKm);
+  judged.shown = table;
+  if (measured != nullptr) {
+    judged.shown.found = Found(*measured, record.OwtToLen(record.NumToOwt(0)));
+    judged.shown.matching = Match(simulated.truth, judged.shown.found, toleranceKm);
+  }
+  return judged;
+}
+
+void Figures::Add(const TraceResult& result, bool saysNoFibre) {
+  const auto& truth = result.trace->truth;
+  ++traces;
+  invented += static_cast<long>(result.matching.invented.size());
+  bool right = Score::Badness(result) == 0, endRight = Score::IsEndClose(result);
+  if (HasFibre(result)) {
+    fibreDenied += saysNoFibre ? 1 : 0;
+  } else {
+    ++fibreless;
+    fibrelessTold += saysNoFibre ? 1 : 0;
+    right = endRight = saysNoFibre;
+  }
+  exact += right ? 1 : 0;
+  endsRight += endRight ? 1 : 0;
+  const auto count = [&](size_t index, bool found) {
+    if (!IsClear(truth.events[index]) || !Score::IsIsolated(result, index)) return;
+    Tally& tally = clear[static_cast<size_t>(KindOf(truth.events[index]))];
+    ++tally.present;
+    tally.found += found ? 1 : 0;
+  };
+  for (const size_t missed : result.matching.missed) count(missed, false);
+  for (const MatchedPair& pair : result.matching.pairs) {
+    count(pair.truth, true);
+    const sim::TrueEvent& event = truth.events[pair.truth];
+    const FoundEvent& found = result.found[pair.found];
+    if (!IsClear(event)) continue;
+    lossDb.push_back(found.lossDb - event.lossDb);
+    if (NearestPulses(result, pair.truth) >= kFarPulses) lossFarDb.push_back(lossDb.back());
+    placePulses.push_back((found.distanceKm - event.distanceKm) / result.pulseKm);
+    if (!HasPlainReflectance(event, found)) continue;
+    reflectanceDb.push_back(found.reflectanceDb - *event.reflectanceDb);
+    reflectanceSeenDb.push_back(reflectanceDb.back() + event.backscatterOffDb);
+  }
+}
+
+void Figures::AddAll(const Figures& other) {
+  Append(lossFarDb, other.lossFarDb);
+  Append(lossDb, other.lossDb);
+  Append(placePulses, other.placePulses);
+  Append(reflectanceDb, other.reflectanceDb);
+  Append(reflectanceSeenDb, other.reflectanceSeenDb);
+  for (size_t kind = 0; kind < kKinds; ++kind) {
+    clear[kind].present += other.clear[kind].present;
+    clear[kind].found += other.clear[kind].found;
+  }
+  traces += other.traces;
+  invented += other.invented;
+  endsRight += other.endsRight;
+  exact += other.exact;
+  fibreless += other.fibreless;
+  fibrelessTold += other.fibrelessTold;
+  fibreDenied += other.fibreDenied;
+}
+
+nlohmann::ordered_json Figures::Json() const {
+  nlohmann::ordered_json json = {{"loss_far_db", ErrorJson(lossFarDb)},
+                                 {"loss_db", ErrorJson(lossDb)},
+                                 {"place_pulses", ErrorJson(placePulses)},
+                                 {"reflectance_db", ErrorJson(reflectanceDb)},
+                                 {"reflectance_as_seen_db", ErrorJson(reflectanceSeenDb)}};
+  constexpr const char* kNames[kKinds] = {"splices", "gains", "reflections"};
+  for (size_t kind = 0; kind < kKinds; ++kind) {
+    json["found"][kNames[kind]] = {{"present", clear[kind].present}, {"found", clear[kind].found}};
+  }
+  json["ends_right"] = endsRight;
+  json["false_events"] = invented;
+  json["exactly_right"] = exact;
+  json["no_fibre"] = {{"present", fibreless}, {"told", fibrelessTold}, {"told_wrongly", fibreDenied}};
+  return json;
+}
+
+// An interval is judged wherever a fair event was found, however dark the place. An event that can't be seen
+// there is no error of the interval, but a miss.
+void MeasureScore::AddIntervals(const MeasuredTrace& trace) {
+  const auto& truth = trace.simulated->truth;
+  const TraceResult& shown = trace.shown;
+  const MeasuredLink& link = *trace.measured;
+  const std::vector<int> truthOf = TruthOf(shown);
+  for (size_t i = 1; i < truthOf.size(); ++i) {
+    if (truthOf[i] < 0) continue;
+    const sim::TrueEvent& event = truth.events[static_cast<size_t>(truthOf[i])];
+    const MeasuredEvent& measured = link.events[i];
+    const bool end = i + 1 == truthOf.size();
+    if (end ? !HasFibre(shown) || !Score::IsEndClose(shown) || !truth.endInRange : !IsFair(event)) continue;
+    intervals_[end ? kEnd : kPlace].Add(shown.found[i].distanceKm - event.distanceKm, measured.km.deviation,
+                                        event.snrDb);
+    if (!end && measured.lossDb) {
+      intervals_[kLoss].Add(measured.lossDb->value - event.lossDb, measured.lossDb->deviation, event.snrDb);
+    }
+    if (!end && measured.reflectanceDb && HasPlainReflectance(event, shown.found[i])) {
+      intervals_[kReflectance].Add(measured.reflectanceDb->value - *event.reflectanceDb,
+                                   measured.reflectanceDb->deviation, event.snrDb);
+    }
+    // A slope is true of a section only if both its ends are those of a true one.
+    if (measured.attenuationDbPerKm && truthOf[i - 1] == truthOf[i] - 1) {
+      intervals_[kSlope].Add(measured.attenuationDbPerKm->value - event.attenuationDbPerKm,
+                             measured.attenuationDbPerKm->deviation, event.snrDb);
+    }
+  }
+  if (link.totalLossDb && HasFibre(shown) && truth.endInRange && Score::IsEndClose(shown)) {
+    intervals_[kTotal].Add(link.totalLossDb->value - truth.totalLossDb, link.totalLossDb->deviation,
+                           truth.events.back().snrDb);
+  }
+}
+
+void MeasureScore::AddBound(const MeasuredTrace& trace, size_t truth, double lossErrorDb) {
+  const double least = LeastLossVariance(*trace.link, *trace.simulated, truth);
+  if (std::isfinite(least) && least > 0.0) boundRatios_.push_back(lossErrorDb * lossErrorDb / least);
+}
+
+void MeasureScore::Add(const MeasuredTrace& trace) {
+  analysisS_ += trace.analysisS;
+  measuringS_ += trace.measuringS;
+  table_.Add(trace.table, SaysNoFibre(trace.table));
+  shown_.Add(trace.shown, trace.measured != nullptr ? !trace.measured->fibre : SaysNoFibre(trace.table));
+  if (trace.measured == nullptr) {
+    ++withoutResult_;
+    return;
+  }
+  AddIntervals(trace);
+  for (const MatchedPair& pair : trace.shown.matching.pairs) {
+    const sim::TrueEvent& event = trace.simulated->truth.events[pair.truth];
+    const auto& lossDb = trace.measured->events[pair.found].lossDb;
+    if (!IsClear(event) || !lossDb || NearestPulses(trace.shown, pair.truth) < kFarPulses) continue;
+    AddBound(trace, pair.truth, lossDb->value - event.lossDb);
+  }
+}
+
+void MeasureScore::AddAll(const MeasureScore& other) {
+  table_.AddAll(other.table_);
+  shown_.AddAll(other.shown_);
+  for (size_t i = 0; i < kQuantities; ++i) intervals_[i].AddAll(other.intervals_[i]);
+  Append(boundRatios_, other.boundRatios_);
+  withoutResult_ += other.withoutResult_;
+  analysisS_ += other.analysisS_;
+  measuringS_ += other.measuringS_;
+}
+
+double MeasureScore::Badness(const MeasuredTrace& trace) {
+  constexpr double kFarOff = 4.0;
+  if (trace.measured == nullptr) return 10.0 + static_cast<double>(Score::Badness(trace.table));
+  const bool fibre = HasFibre(trace.shown);
+  if (trace.measured->fibre != fibre) return 10.0;
+  if (!fibre) return 0.0;
+  auto bad = static_cast<double>(Score::Badness(trace.shown));
+  for (const MatchedPair& pair : trace.shown.matching.pairs) {
+    const auto& lossDb = trace.measured->events[pair.found].lossDb;
+    if (!lossDb) continue;
+    const double error = lossDb->value - trace.simulated->truth.events[pair.truth].lossDb;
+    bad += std::fabs(error) > kFarOff * lossDb->deviation ? 1.0 : 0.0;
+  }
+  return bad;
+}
+
+nlohmann::ordered_json MeasureScore::Json() const {
+  nlohmann::ordered_json json = {
+      {"traces", table_.traces},
+      {"without_result", withoutResult_},
+      {"table", table_.Json()},
+      {"measured", shown_.Json()},
+      {"loss_variance_over_bound",
+       {{"count", boundRatios_.size()},
+        {"mean", Mean(boundRatios_)},
+        {"inner", InnerVariance(boundRatios_)},
+        {"by_median", MagnitudeQuantile(boundRatios_, 0.5) / kMedianOfSquare}}},
+      {"measuring_over_analysis", analysisS_ > 0.0 ? measuringS_ / analysisS_ : 0.0}};
+  for (size_t i = 0; i < kQuantities; ++i) {
+    nlohmann::ordered_json& entry = json["coverage"][kQuantityKeys[i]];
+    entry["count"] = intervals_[i].count();
+    entry["scale"] = intervals_[i].Scale();
+    for (int percent = 5; percent < 100; percent += percent < 95 ? 5 : 4) {
+      entry["nominal"][std::to_string(percent)] = intervals_[i].Coverage(percent / 100.0);
+    }
+    for (size_t quartile = 0; quartile < 4; ++quartile) {
+      entry["quartiles_of_95"].push_back(intervals_[i].QuartileCoverage(0.95, quartile));
+    }
+  }
+  return json;
+}
+
+std::string MeasureScore::CoverageText() const {
+  std::string text = Format("  %-18s%6s %6s %6s %6s %6s   %-29s %s\n", "intervals hold, %", "n", "50", "80",
+                            "95", "99", "95 by quartile, dark first", "errors over stated");
+  for (size_t i = 0; i < kQuantities; ++i) {
+    const Intervals& intervals = intervals_[i];
+    if (intervals.count() == 0) continue;
+    text += Format("    %-16s%6zu", kQuantityNames[i], intervals.count());
+    for (const double level : kLevels) text += Format(" %6.1f", 100.0 * intervals.Coverage(level));
+    text += "  ";
+    for (size_t quartile = 0; quartile < 4; ++quartile) {
+      text += Format(" %6.1f", 100.0 * intervals.QuartileCoverage(0.95, quartile));
+    }
+    text += Format("   %.2f\n", intervals.Scale());
+  }
+  return text;
+}
+
+std::string MeasureScore::Text(const std::string& name) const {
+  const Figures &t = table_, &m = shown_;
+  const auto traces = static_cast<double>(std::max(t.traces, 1L));
+  std::string text = Format(
+      "%-12s %ld traces, without a result %.1f %%, measuring takes %.2f of the analysis\n", name.c_str(),
+      t.traces, Percent(withoutResult_, t.traces), analysisS_ > 0.0 ? measuringS_ / analysisS_ : 0.0);
+  text += Format("  %-30s%-28s %-28s %s\n", "median / 95 % / bias", "table", "measured", "wanted");
+  const auto errors = [&](const char* what, const std::vector<double>& table,
+                          const std::vector<double>& shown, const char* wanted) {
+    if (table.empty() && shown.empty()) return;
+    const auto side = [](const std::vector<double>& of) {
+      return Format("%6zu %.4f %.3f %+.4f", of.size(), MagnitudeQuantile(of, 0.5),
+                    MagnitudeQuantile(of, 0.95), Mean(of));
+    };
+    text += Format("  %-30s%-28s %-28s %s\n", what, side(table).c_str(), side(shown).c_str(), wanted);
+  };
+  errors("loss dB, 3 pulses from others", t.lossFarDb, m.lossFarDb,
+         "0.003 0.03 0.001; noisy, access 0.005 0.05 0.003");
+  errors("loss dB, all", t.lossDb, m.lossDb, "0.004 0.08");
+  errors("place, pulses", t.placePulses, m.placePulses, "0.03 0.2");
+  errors("reflectance dB", t.reflectanceDb, m.reflectanceDb, "0.1 0.5");
+  errors("  as seen by the record's BC", t.reflectanceSeenDb, m.reflectanceSeenDb, "");
+  const auto shares = [&](const char* what, long table, long tableOf, long shown, long shownOf,
+                          const char* wanted) {
+    if (tableOf == 0 && shownOf == 0) return;
+    const auto side = [](long part, long of) {
+      return Format("%5.1f %% (%ld of %ld)", Percent(part, of), part, of);
+    };
+    text += Format("  %-30s%-28s %-28s %s\n", what, side(table, tableOf).c_str(),
+                   side(shown, shownOf).c_str(), wanted);
+  };
+  constexpr const char* kFound[] = {"splices found", "gains found", "reflections found"};
+  constexpr const char* kFoundWanted[] = {"98.5", "97.5", "99.5"};
+  for (size_t kind = 0; kind < kKinds; ++kind) {
+    shares(kFound[kind], t.clear[kind].found, t.clear[kind].present, m.clear[kind].found,
+           m.clear[kind].present, kFoundWanted[kind]);
+  }
+  shares("ends right", t.endsRight, t.traces, m.endsRight, m.traces, "99; noisy 92");
+  shares("exactly right", t.exact, t.traces, m.exact, m.traces, "92; noisy 75, close 88");
+  text += Format("  %-30s%-28s %-28s %s\n", "false events a trace",
+                 Format("%.3f", static_cast<double>(t.invented) / traces).c_str(),
+                 Format("%.3f", static_cast<double>(m.invented) / traces).c_str(), "0.05; noisy 0.15");
+  shares("no fibre, where there is none", t.fibrelessTold, t.fibreless, m.fibrelessTold, m.fibreless, "99.5");
+  shares("no fibre, where there is one", t.fibreDenied, t.traces - t.fibreless, m.fibreDenied,
+         m.traces - m.fibreless, "0");
+  if (!boundRatios_.empty()) {
+    text += Format(
+        "  loss variance over the bound  %zu: inner 95 %% %.2f, by the median %.2f; wanted 1.5, 5 with "
+        "ripple\n",
+        boundRatios_.size(), InnerVariance(boundRatios_),
+        MagnitudeQuantile(boundRatios_, 0.5) / kMedianOfSquare);
+  }
+  return text + CoverageText();
+}
+
+std::string Account(const MeasuredTrace& trace) {
+  const auto& truth = trace.simulated->truth;
+  const TraceResult &table = trace.table, &shown = trace.shown;
+  std::string text = Format("%g ns, %g nm, %zu points, truth %.3f km; ", trace.link->pulseNs,
+                            trace.link->wavelengthNm, trace.simulated->cleanDb.size(), truth.lengthKm);
+  text += trace.measured == nullptr ? "no result\n"
+          : !trace.measured->fibre  ? "no fibre\n"
+          : !trace.measured->totalLossDb
+              ? "no total\n"
+              : Format("total %.4f, measured %.4f +- %.4f\n", truth.totalLossDb,
+                       trace.measured->totalLossDb->value, trace.measured->totalLossDb->deviation);
+  const auto quantity = [](const char* name, double truly, const Measured& measured) {
+    return Format("  %s %.4f, %.4f +- %.4f (z %+.1f)", name, truly, measured.value, measured.deviation,
+                  (measured.value - truly) / measured.deviation);
+  };
+  const std::vector<int> tableTruth = TruthOf(table), shownTruth = TruthOf(shown);
+  const auto foundAs = [](const std::vector<int>& truthOf, size_t index) {
+    const auto at = std::find(truthOf.begin(), truthOf.end(), static_cast<int>(index));
+    return at == truthOf.end() ? -1 : static_cast<int>(at - truthOf.begin());
+  };
+  for (size_t i = 0; i < truth.events.size(); ++i) {
+    const sim::TrueEvent& event = truth.events[i];
+    const int inTable = foundAs(tableTruth, i), inShown = foundAs(shownTruth, i);
+    text += Format("  %9.4f km %s snr %4.1f near %6.1f %s", event.distanceKm, event.code.c_str(), event.snrDb,
+                   NearestPulses(shown, i), IsFair(event) ? "    " : "weak");
+    if (event.peakDb > 0.0) text += Format(" peak %.2f dB", event.peakDb);
+    if (inTable >= 0) {
+      const FoundEvent& found = table.found[static_cast<size_t>(inTable)];
+      text +=
+          Format("  table %+.3f pulses, loss %.3f, refl %.2f",
+                 (found.distanceKm - event.distanceKm) / table.pulseKm, found.lossDb, found.reflectanceDb);
+    } else {
+      text += "  not in the table";
+    }
+    text += "\n";
+    if (trace.measured == nullptr || !trace.measured->fibre) continue;
+    if (inShown < 0) {
+      text += "      MISSED";
+      text += Format("  loss %.4f\n", event.lossDb);
+      continue;
+    }
+    const MeasuredEvent& measured = trace.measured->events[static_cast<size_t>(inShown)];
+    const double off = shown.found[static_cast<size_t>(inShown)].distanceKm - event.distanceKm;
+    text += Format("      %s place %+.4f +- %.4f pulses (z %+.1f)", measured.listed < 0 ? "ADDED" : "",
+                   off / shown.pulseKm, measured.km.deviation / shown.pulseKm, off / measured.km.deviation);
+    if (measured.lossDb) text += quantity("loss", event.lossDb, *measured.lossDb);
+    if (measured.reflectanceDb)
+      text += quantity("refl", event.reflectanceDb.value_or(0.0), *measured.reflectanceDb);
+    if (measured.attenuationDbPerKm)
+      text += quantity("slope", event.attenuationDbPerKm, *measured.attenuationDbPerKm);
+    if (measured.probability < 0.999) text += Format("  p %.3f", measured.probability);
+    text += "\n";
+  }
+  if (trace.measured == nullptr) return text;
+  for (const size_t i : shown.matching.invented) {
+    const MeasuredEvent& event = trace.measured->events[i];
+    text += Format("      FALSE at %.4f km (table's %d)", shown.found[i].distanceKm, event.listed);
+    if (event.lossDb) text += Format("  loss %.4f +- %.4f", event.lossDb->value, event.lossDb->deviation);
+    if (event.reflectanceDb)
+      text += Format("  refl %.2f +- %.2f", event.reflectanceDb->value, event.reflectanceDb->deviation);
+    text += Format("  p %.3f\n", event.probability);
+  }
+  return text;
+}
+
+}  // namespace reflyze::score

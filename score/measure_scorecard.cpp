@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: Apache-2.0
+
+// How well links are measured, and how far the stated uncertainties can be trusted, over random links whose
+// truth is known: draws, simulates, analyses, measures, matches, counts.
+
+#include <unistd.h>
+
+#include <sys/stat.h>
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+
+#include "lib/LoadedRecord.h"
+#include "measure/Plausible.h"
+#include "score/MeasureScore.h"
+#include "score/RandomLinks.h"
+#include "src/analysis/th.h"
+#include "src/module/Auto.h"
+
+namespace {
+
+using namespace reflyze;
+using namespace reflyze::score;
+
+struct Options {
+  long count = 25;  // links a class, each in both directions where it has two ends
+  std::uint64_t seed = 1;
+  std::vector<std::string> classes;
+  std::string only;  // the name of one trace
+  std::string keep;
+  long keepCount = 5;
+  double ltDb = 0.03;
+  double rtDb = -72.0;
+  double etDb = 3.0;
+  bool json = false;
+  bool verbose = false;
+};
+
+struct Kept {
+  double badness;
+  std::string name, account;
+  sim::Link link;
+  std::uint64_t seed;
+};
+
+class Program {
+ public:
+  explicit Program(const Options& options) : options_(options) {}
+
+  int Run() {
+    nlohmann::ordered_json json;
+    MeasureScore all;
+    for (const LinkClass linkClass : AllLinkClasses()) {
+      const auto& wanted = options_.classes;
+      if (!wanted.empty() && std::find(wanted.begin(), wanted.end(), NameOf(linkClass)) == wanted.end())
+        continue;
+      const MeasureScore score = RunClass(linkClass);
+      all.AddAll(score);
+      json[NameOf(linkClass)] = score.Json();
+      if (!options_.json) std::cout << score.Text(NameOf(linkClass)) << "\n" << std::flush;
+    }
+    json["all"] = all.Json();
+    std::cout << (options_.json ? json.dump(1) + "\n" : all.Text("all"));
+    if (!options_.keep.empty()) KeepWorst();
+    return 0;
+  }
+
+ private:
+  MeasureScore RunClass(LinkClass linkClass) {
+    Random random(options_.seed * 1000003 + static_cast<std::uint64_t>(linkClass));
+    MeasureScore score;
+    for (long i = 0; i < options_.count; ++i) {
+      const std::string name = std::string(NameOf(linkClass)) + "-" + std::to_string(i);
+      const sim::Link link = RandomLink(linkClass, random);
+      const std::uint64_t seed = random.Bits();
+      RunLink(link, seed, name, score);
+      if (link.sections.size() > 1) RunLink(Reversed(link), seed + 1, name + "-back", score);
+    }
+    return score;
+  }
+
+  void RunLink(const sim::Link& link, std::uint64_t seed, const std::string& name, MeasureScore& score) {
+    if (!options_.only.empty() && options_.only != name) return;
+    using Clock = std::chrono::steady_clock;
+    const sim::SimulatedTrace simulated = sim::Simulate(link, seed);
+    TTH thresholds(nullptr);
+    thresholds.THLoss = options_.ltDb;
+    thresholds.THRef = options_.rtDb;
+    thresholds.THEnd = options_.etDb;
+    const Clock::time_point begin = Clock::now();
+    AnalysePlausibly(*simulated.record, thresholds,
+                     [&](TTH& values) { TAuto().AnalysisSorData(simulated.record.get(), &values); });
+    const Clock::time_point analysed = Clock::now();
+    const std::optional<MeasuredLink> measured = MeasureLink(*simulated.record);
+    const std::chrono::duration<double> measuring = Clock::now() - analysed, analysing = analysed - begin;
+    MeasuredTrace trace = Judge(link, simulated, measured ? &*measured : nullptr);
+    trace.analysisS = analysing.count();
+    trace.measuringS = measuring.count();
+    score.Add(trace);
+    const double badness = MeasureScore::Badness(trace);
+    if (options_.verbose) std::cout << name << ": " << Account(trace);
+    if (!options_.keep.empty() && badness > 0.0) kept_.push_back({badness, name, Account(trace), link, seed});
+  }
+
+  // Keeps the worst traces to be looked at, each with its link, its truth and its account.
+  void KeepWorst() {
+    std::stable_sort(kept_.begin(), kept_.end(),
+                     [](const Kept& a, const Kept& b) { return a.badness > b.badness; });
+    mkdir(options_.keep.c_str(), 0777);
+    for (size_t i = 0; i < kept_.size() && i < static_cast<size_t>(options_.keepCount); ++i) {
+      const std::string base = options_.keep + "/" + kept_[i].name;
+      sim::SimulatedTrace trace = sim::Simulate(kept_[i].link, kept_[i].seed);
+      trace.record->FxdParams->SetLT(options_.ltDb);
+      trace.record->FxdParams->SetRT(options_.rtDb);
+      trace.record->FxdParams->SetET(options_.etDb);
+      SaveTogether({{base + ".sor", RecordBytes(*trace.record, base)}});
+      SaveTogether({{base + ".link.json", sim::JsonOfLink(kept_[i].link).dump(1) + "\n"}});
+      SaveTogether({{base + ".truth.json",
+                     sim::JsonOfTruth(base + ".sor", *trace.record, trace.truth).dump(1) + "\n"}});
+      SaveTogether({{base + ".txt", kept_[i].account}});
+      std::fprintf(stderr, "kept %s (badness %g)\n", base.c_str(), kept_[i].badness);
+    }
+  }
+
+  Options options_;
+  std::vector<Kept> kept_;
+};
+
+int Main(int argc, char** argv) {
+  Options options;
+  CLI::App app("Scores the measuring of links over random simulated ones.");
+  app.add_option("-n", options.count, "Links a class")->capture_default_str();
+  app.add_option("--seed", options.seed, "Seed of the links and their noise")->capture_default_str();
+  app.add_option("--class", options.classes, "Only these classes of links");
+  app.add_option("--only", options.only, "Only the trace of this name, such as metro-3-back");
+  app.add_option("--keep", options.keep, "Folder for the worst traces");
+  app.add_option("--keep-count", options.keepCount, "How many of them")->capture_default_str();
+  app.add_option("--lt", options.ltDb, "Loss threshold, dB")->capture_default_str();
+  app.add_option("--rt", options.rtDb, "Reflectance threshold, dB")->capture_default_str();
+  app.add_option("--et", options.etDb, "End threshold, dB")->capture_default_str();
+  app.add_flag("--json", options.json, "Print JSON");
+  app.add_flag("-v,--verbose", options.verbose, "Print every event: truth, table, measured values");
+  CLI11_PARSE(app, argc, argv);
+  return Program(options).Run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Main(argc, argv);
+  } catch (const std::exception& error) {
+    std::cerr << "measure_scorecard: " << error.what() << "\n";
+    return 1;
+  }
+}
