@@ -17,6 +17,7 @@ constexpr long kMostPoints = TSorBlockDataPoints1SF::kMostPoints;
 constexpr size_t kMostSections = 10000;
 constexpr double kLongestKm = 1000.0;                    // of a range
 constexpr double kFinestM = 0.001, kCoarsestM = 1000.0;  // spacing
+constexpr long kMostSmoothed = 101;                      // points of one mean
 constexpr size_t kMostEchoing = 100;  // reflections whose echoes are followed, each with every other
 
 // A name from a document may hold a zero byte, at which the message would end.
@@ -140,6 +141,13 @@ Receiver ReadReceiver(const Document& value) {
   object.Number("floor_db", receiver.floorDb, -65.535, -1.0);
   object.Number("ripple_db", receiver.rippleDb, 0.0, 1.0);
   object.Number("ripple_period_km", receiver.ripplePeriodKm, 1e-3, 1000.0);
+  object.Number("fading_db", receiver.fadingDb, 0.0, 1.0);
+  object.Number("undershoot_share", receiver.undershootShare, 0.0, 0.5);
+  object.Number("undershoot_ns", receiver.undershootNs, 0.1, 1e6);
+  object.Number("noise_correlation", receiver.noiseCorrelation, 0.0, 0.99);
+  object.Whole("smoothing_points", receiver.smoothingPoints, 1, kMostSmoothed);
+  if (receiver.smoothingPoints % 2 == 0) Fail(object.Place("smoothing_points"), "must be odd");
+  object.Number("offset_of_noise", receiver.offsetOfNoise, -10.0, 10.0);
   object.RefuseUnread();
   return receiver;
 }
@@ -222,6 +230,8 @@ Link LinkFromJson(const Document& value) {
   object.Number("loss_threshold_db", link.lossThresholdDb, 0.0, 65.0);
   object.Number("reflectance_threshold_db", link.reflectanceThresholdDb, -65.0, 0.0);
   object.Number("end_threshold_db", link.endThresholdDb, 0.0, 65.0);
+  object.Flag("stores_backscatter", link.storesBackscatter);
+  object.Flag("stores_noise_floor", link.storesNoiseFloor);
   object.Flag("ghosts", link.ghosts);
   ReadFibre(object, link);
   if (const Document* receiver = object.Child("receiver")) link.receiver = ReadReceiver(*receiver);
@@ -270,6 +280,8 @@ nlohmann::ordered_json JsonOfLink(const Link& link) {
                                  {"loss_threshold_db", link.lossThresholdDb},
                                  {"reflectance_threshold_db", link.reflectanceThresholdDb},
                                  {"end_threshold_db", link.endThresholdDb},
+                                 {"stores_backscatter", link.storesBackscatter},
+                                 {"stores_noise_floor", link.storesNoiseFloor},
                                  {"ghosts", link.ghosts},
                                  {"launch", JsonOfJoint(link.launch)}};
   json["sections"] = nlohmann::ordered_json::array();
@@ -289,7 +301,13 @@ nlohmann::ordered_json JsonOfLink(const Link& link) {
                       {"noise_db", receiver.noiseDb},
                       {"floor_db", receiver.floorDb},
                       {"ripple_db", receiver.rippleDb},
-                      {"ripple_period_km", receiver.ripplePeriodKm}};
+                      {"ripple_period_km", receiver.ripplePeriodKm},
+                      {"fading_db", receiver.fadingDb},
+                      {"undershoot_share", receiver.undershootShare},
+                      {"undershoot_ns", receiver.undershootNs},
+                      {"noise_correlation", receiver.noiseCorrelation},
+                      {"smoothing_points", receiver.smoothingPoints},
+                      {"offset_of_noise", receiver.offsetOfNoise}};
   return json;
 }
 

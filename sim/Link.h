@@ -36,6 +36,12 @@ struct Receiver {
   double floorDb = -65.535;    // what the instrument stores for no or negative power
   double rippleDb = 0.0;       // amplitude of the polarisation ripple of the level
   double ripplePeriodKm = 1.0;
+  double fadingDb = 0.0;          // root mean square of the coherent fading of the backscatter
+  double undershootShare = 0.0;   // of the light that is taken off again through a path of its own
+  double undershootNs = 1000.0;   // its time constant
+  double noiseCorrelation = 0.0;  // of neighbouring samples
+  long smoothingPoints = 1;       // over which the instrument takes means, odd
+  double offsetOfNoise = 0.0;     // dark level that is left in all samples, in root mean squares of the noise
 };
 
 // A fibre link as an instrument sees it, and the acquisition. Levels are 5 log10 of linear power, 0 at the
@@ -55,7 +61,9 @@ struct Link {
   double lossThresholdDb = 0.2;  // thresholds stored in the record
   double reflectanceThresholdDb = -60.0;
   double endThresholdDb = 3.0;
-  bool ghosts = false;  // echoes that pass between two reflections
+  bool storesBackscatter = true;  // the record states the first section's backscatter coefficient
+  bool storesNoiseFloor = true;   // and the noise floor; 0 stands for none
+  bool ghosts = false;            // echoes that pass between two reflections
   Joint launch;
   std::vector<Section> sections;
   std::vector<Joint> joints;  // between sections

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 
+#include "sim/Noise.h"
 #include "sim/Waveform.h"
 #include "util/convert.h"
 #include "util/latin1.h"
@@ -14,25 +14,6 @@ namespace {
 
 constexpr short kScaleFactor = 1000;  // samples in steps of 0.001 dB
 constexpr double kDsPerOwt = 10000.0;
-
-// White noise with a variance of 1: the sum of twelve uniform numbers. It uses no library function whose last
-// digit differs from one machine to the next.
-class Noise {
- public:
-  explicit Noise(std::uint64_t seed) : bits_(seed) {}
-
-  double Next() {
-    std::uint64_t sum = 0;
-    for (int i = 0; i < 6; ++i) {
-      const std::uint64_t draw = bits_();
-      sum += (draw >> 32) + (draw & 0xFFFFFFFFu);
-    }
-    return static_cast<double>(sum) / 4294967296.0 - 6.0;
-  }
-
- private:
-  std::mt19937_64 bits_;
-};
 
 unsigned short SampleOf(double levelDb) {
   const double steps = std::floor(-levelDb * 1000.0 + 0.5);
@@ -54,7 +35,7 @@ void FillScales(const Link& link, TSorData& record) {
   fixed.AOD = fixed.AO;
   fixed.FPO = 0;
   const double backscatterDb = link.sections.empty() ? -81.9 : link.sections.front().backscatterDb;
-  fixed.SetBC(backscatterDb);
+  fixed.SetBC(link.storesBackscatter ? backscatterDb : 0.0);
   fixed.NAV = static_cast<int>(link.averages);
   fixed.AT = 300;
   fixed.AR = TruncToInt(fixed.GetMaxOwt() + 0.5);
@@ -78,36 +59,93 @@ void FillTexts(const Link& link, TSorData& record) {
   record.QRTParams->LDTS = static_cast<int>(link.dateUtc);
 }
 
-double NoiseRms(const Link& link) {
+// Noise of the averaged samples before the instrument smooths them.
+double RawNoiseRms(const Link& link) {
   return PowerOfLevel(link.receiver.noiseDb) / std::sqrt(static_cast<double>(link.averages));
 }
 
-// What the instrument makes of the light: noise, clipping and the logarithm.
+// Noise of the samples as they are stored. The mean of n samples of variance 1, of which two that are k apart
+// correlate by c^k, has the variance (n + 2 sum (n - k) c^k) / n^2, summed over k = 1 to n - 1.
+double NoiseRms(const Link& link) {
+  const auto n = static_cast<double>(link.receiver.smoothingPoints);
+  double sum = n, correlation = 1.0;
+  for (long k = 1; k < link.receiver.smoothingPoints; ++k) {
+    correlation *= link.receiver.noiseCorrelation;
+    sum += 2.0 * (n - static_cast<double>(k)) * correlation;
+  }
+  return RawNoiseRms(link) * std::sqrt(sum) / n;
+}
+
+// Noise in which neighbours correlate by c: n' = c n + sqrt(1 - c^2) w with white w keeps the variance.
+class CorrelatedNoise {
+ public:
+  CorrelatedNoise(std::uint64_t seed, double correlation)
+      : white_(seed), keep_(correlation), fresh_(std::sqrt(1.0 - correlation * correlation)) {}
+
+  double Next() {
+    const double white = white_.Next();
+    if (keep_ == 0.0) return white;
+    last_ = started_ ? keep_ * last_ + fresh_ * white : white;
+    started_ = true;
+    return last_;
+  }
+
+ private:
+  Noise white_;
+  double keep_, fresh_, last_ = 0.0;
+  bool started_ = false;
+};
+
+// The mean of each power and its neighbours on both sides, of fewer where the trace begins and ends.
+std::vector<double> Smoothed(const std::vector<double>& powers, long points) {
+  const auto count = static_cast<long>(powers.size());
+  std::vector<double> means(powers.size());
+  for (long i = 0; i < count; ++i) {
+    const long half = std::min({points / 2, i, count - 1 - i});
+    double sum = 0.0;
+    for (long k = i - half; k <= i + half; ++k) sum += powers[static_cast<size_t>(k)];
+    means[static_cast<size_t>(i)] = sum / static_cast<double>(2 * half + 1);
+  }
+  return means;
+}
+
+// What the instrument makes of the light: noise, clipping, its own smoothing and the logarithm.
 void FillPoints(const Link& link, const std::vector<double>& light, std::uint64_t seed,
                 SimulatedTrace& trace) {
-  const double saturation = PowerOfLevel(link.receiver.saturationDb);
-  const double floorPower = PowerOfLevel(link.receiver.floorDb);
-  const double noiseRms = NoiseRms(link);
-  Noise noise(seed);
+  const Receiver& receiver = link.receiver;
+  const double saturation = PowerOfLevel(receiver.saturationDb);
+  const double floorPower = PowerOfLevel(receiver.floorDb);
+  const double noiseRms = RawNoiseRms(link), storedRms = NoiseRms(link);
+  const double dark = receiver.offsetOfNoise * storedRms;
+  CorrelatedNoise noise(seed, receiver.noiseCorrelation);
   const auto level = [&](double power) {
-    const double seen = std::min(power, saturation);
-    return seen > floorPower ? std::min(LevelOfPower(seen), 0.0) : link.receiver.floorDb;
+    return power > floorPower ? std::min(LevelOfPower(power), 0.0) : receiver.floorDb;
   };
+  std::vector<double> seen(light.size()), clean(light.size());
+  for (size_t i = 0; i < light.size(); ++i) {
+    seen[i] = std::min(light[i] + noiseRms * noise.Next() + dark, saturation);
+    clean[i] = std::min(light[i] + dark, saturation);
+  }
+  if (receiver.smoothingPoints > 1) {
+    seen = Smoothed(seen, receiver.smoothingPoints);
+    clean = Smoothed(clean, receiver.smoothingPoints);
+  }
   auto* points = trace.record->DataPts;
   std::vector<unsigned short>& samples = points->GetSubBlock()->samples;
   points->GetSubBlock()->SetScaleFactor(kScaleFactor);
   samples.resize(light.size());
   trace.cleanDb.resize(light.size());
   for (size_t i = 0; i < light.size(); ++i) {
-    samples[i] = SampleOf(level(light[i] + noiseRms * noise.Next()));
-    trace.cleanDb[i] = static_cast<float>(level(light[i]));
+    samples[i] = SampleOf(level(seen[i]));
+    trace.cleanDb[i] = static_cast<float>(level(clean[i]));
   }
   // Does what follows a reading, so that a record from here is like one from a file.
   trace.record->UpdateChildrenWithNewDataType();
   trace.record->CalculateValues();
   trace.record->SetLinf();
   // The noise floor of a record is the level that 98 % of the noise stays below: 2.054 standard deviations.
-  trace.record->FxdParams->SetNF(std::max(LevelOfPower(2.054 * noiseRms), link.receiver.floorDb));
+  const double floorDb = std::max(LevelOfPower(2.054 * storedRms), receiver.floorDb);
+  trace.record->FxdParams->SetNF(link.storesNoiseFloor ? floorDb : 0.0);
 }
 
 class TruthTeller {
@@ -213,7 +251,9 @@ SimulatedTrace Simulate(const Link& link, std::uint64_t seed) {
   stated.pulseNs = trace.record->FxdParams->PWU[0];
   const double firstKm = trace.record->NumToALen(0);
   const double stepKm = trace.record->FxdParams->LenDS();
-  const Waveform waveform(stated);
+  constexpr std::uint64_t kFadingSeed =
+      0x9E3779B97F4A7C15;  // so that fading and noise have nothing in common
+  const Waveform waveform(stated, seed ^ kFadingSeed);
   FillPoints(stated, waveform.ReceiverOutput(firstKm, stepKm, link.points), seed, trace);
   trace.truth = TruthTeller(stated, waveform).Tell(firstKm + stepKm * static_cast<double>(link.points - 1));
   return trace;

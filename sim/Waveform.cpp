@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "sim/Noise.h"
 #include "util/elementary.h"
 
 namespace reflyze::sim {
@@ -48,16 +49,22 @@ double PowerOfLevel(double levelDb) { return elementary::Exp10(levelDb / 5.0); }
 double LevelOfPower(double power) { return 5.0 * elementary::Log10(power); }
 double KmPerNs(double groupIndex) { return kLightKmPerNs / (2.0 * groupIndex); }
 
-Waveform::Waveform(const Link& link)
+Waveform::Waveform(const Link& link, std::uint64_t seed)
     : pulseKm_(link.pulseNs * KmPerNs(link.groupIndex)),
       slowKm_(link.receiver.tailNs * KmPerNs(link.groupIndex)),
       slowShare_(link.receiver.tailShare),
+      undershootKm_(link.receiver.undershootNs * KmPerNs(link.groupIndex)),
+      undershootShare_(link.receiver.undershootShare),
       rippleDb_(link.receiver.rippleDb),
       ripplePeriodKm_(link.receiver.ripplePeriodKm) {
   // Time constant of a first-order low pass of bandwidth B: 1 / (2 pi B).
   fastKm_ = 1000.0 / (2.0 * kPi * link.receiver.bandwidthMhz) * KmPerNs(link.groupIndex);
   LayFibre(link);
   if (link.ghosts) AddEchoes(link);
+  if (link.receiver.fadingDb == 0.0) return;
+  Noise noise(seed);
+  const auto pulses = static_cast<size_t>(link.LengthKm() / pulseKm_) + 3;
+  for (size_t i = 0; i < pulses; ++i) fadingDb_.push_back(link.receiver.fadingDb * noise.Next());
 }
 
 // Walks along the link from the launch with the two-way power that is left. The launch level is the
@@ -133,6 +140,18 @@ double Waveform::RippleFactor(double positionKm) const {
   return PowerOfLevel(rippleDb_ * elementary::Sin(2.0 * kPi * positionKm / ripplePeriodKm_));
 }
 
+// Light of a narrow line adds up by its phases, so the backscatter of one pulse length has a level of its
+// own. Between two lengths with the levels a and b it is a cos x + b sin x, x from 0 to pi / 2: the variance
+// is the same all the way.
+double Waveform::FadingFactor(double positionKm) const {
+  if (fadingDb_.empty() || positionKm < 0.0) return 1.0;
+  const double pulses = positionKm / pulseKm_;
+  const auto at = static_cast<size_t>(pulses);
+  if (at + 1 >= fadingDb_.size()) return 1.0;
+  const double x = kPi / 2.0 * (pulses - static_cast<double>(at));
+  return PowerOfLevel(fadingDb_[at] * elementary::Cos(x) + fadingDb_[at + 1] * elementary::Sin(x));
+}
+
 double Waveform::BackscatterPower(double positionKm) const {
   const double back = positionKm - pulseKm_;
   const auto first = std::lower_bound(stretches_.begin(), stretches_.end(), back,
@@ -141,7 +160,7 @@ double Waveform::BackscatterPower(double positionKm) const {
   for (auto stretch = first; stretch != stretches_.end() && stretch->beginKm < positionKm; ++stretch) {
     power += Scattered(*stretch, back, positionKm);
   }
-  return power * RippleFactor(positionKm);
+  return power * RippleFactor(positionKm) * FadingFactor(positionKm);
 }
 
 // The reflections that are seen all along a stretch of positions without an edge.
@@ -176,7 +195,7 @@ std::vector<double> Waveform::Edges() const {
 }
 
 std::vector<double> Waveform::ReceiverOutput(double firstKm, double stepKm, long count) const {
-  LowPass fast(fastKm_), slow(slowKm_);
+  LowPass fast(fastKm_), slow(slowKm_), undershoot(undershootKm_);
   const std::vector<double> edges = Edges();
   size_t nextEdge = 0;
   // The receiver is at rest before the first light: joints begin at 0.
@@ -198,6 +217,8 @@ std::vector<double> Waveform::ReceiverOutput(double firstKm, double stepKm, long
       const double scatteredAtEnd = BackscatterPower(endKm);
       fast.Step(endKm - atKm, scattered + reflected, scatteredAtEnd + reflected);
       slow.Step(endKm - atKm, scattered + reflected, scatteredAtEnd + reflected);
+      if (undershootShare_ > 0.0)
+        undershoot.Step(endKm - atKm, scattered + reflected, scatteredAtEnd + reflected);
       scattered = scatteredAtEnd;
       atKm = endKm;
     }
@@ -205,7 +226,10 @@ std::vector<double> Waveform::ReceiverOutput(double firstKm, double stepKm, long
   std::vector<double> output(static_cast<size_t>(count));
   for (long i = 0; i < count; ++i) {
     advance(firstKm + stepKm * static_cast<double>(i));
-    output[static_cast<size_t>(i)] = (1.0 - slowShare_) * fast.output() + slowShare_ * slow.output();
+    double& light = output[static_cast<size_t>(i)];
+    light = (1.0 - slowShare_) * fast.output() + slowShare_ * slow.output();
+    // What is taken off later is added at once, so that steady light stays what it is.
+    if (undershootShare_ > 0.0) light += undershootShare_ * (fast.output() - undershoot.output());
   }
   return output;
 }

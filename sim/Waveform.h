@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "sim/Link.h"
@@ -32,7 +33,8 @@ struct Reflector {
 // with the backscatter coefficient Bc for a pulse of 1 ns and the pulse width T in ns.
 class Waveform {
  public:
-  explicit Waveform(const Link& link);
+  // `seed` decides the fading.
+  explicit Waveform(const Link& link, std::uint64_t seed = 1);
 
   // Power at the receiver's input. Reflections switch on and off at edges; at an edge itself the value is
   // that behind it.
@@ -40,8 +42,8 @@ class Waveform {
   // The same without reflections: what the fibre alone scatters back.
   double BackscatterPower(double positionKm) const;
 
-  // Receiver output at `count` positions `firstKm` + i * `stepKm`: the first-order low pass and its slow
-  // second path, by recursion along the fibre.
+  // Receiver output at `count` positions `firstKm` + i * `stepKm`: the first-order low pass, its slow second
+  // path and what undershoots, by recursion along the fibre.
   std::vector<double> ReceiverOutput(double firstKm, double stepKm, long count) const;
 
   const std::vector<Reflector>& reflectors() const { return reflectors_; }
@@ -61,12 +63,15 @@ class Waveform {
   void AddEchoes(const Link& link);
   double Scattered(const Stretch& stretch, double fromKm, double toKm) const;
   double RippleFactor(double positionKm) const;
+  double FadingFactor(double positionKm) const;
   double ReflectedPower(double betweenKm, double andKm) const;
   std::vector<double> Edges() const;
 
   double pulseKm_ = 0.0;
   double fastKm_ = 0.0, slowKm_ = 0.0, slowShare_ = 0.0;
+  double undershootKm_ = 0.0, undershootShare_ = 0.0;
   double rippleDb_ = 0.0, ripplePeriodKm_ = 1.0;
+  std::vector<double> fadingDb_;  // one a pulse length, from the launch
   std::vector<Stretch> stretches_;
   std::vector<double> jointKm_;
   std::vector<double> jointTransmission_;  // two-way power that reaches a joint and comes back from before it
