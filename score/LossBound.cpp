@@ -13,15 +13,30 @@ namespace {
 constexpr double kStepDb = 0.001;                 // of the stored levels
 constexpr double kDbOfNeper = 2.171472409516259;  // 5 / ln 10
 
+// What each sample adds to the uncertainty of a line, as a variance in dB^2, the samples being taken as
+// independent.
+//
 // Noise of the standard deviation s on a power P is noise of (5 / ln 10) s / P on the level. Rounding to
-// steps q adds q^2 / 12. Both are independent from sample to sample.
-std::vector<double> SampleVariances(const sim::SimulatedTrace& trace) {
-  const double noise = sim::PowerOfLevel(trace.truth.noiseDb);
+// steps q adds q^2 / 12. Where neighbours correlate by c, a line through many samples is as uncertain as if
+// each had the variance s^2 sum c^|k| = s^2 (1 + c) / (1 - c), k over all whole numbers. The instrument's
+// smoothing takes nothing of that off. Fading by f, weighted by cos and sin between values a pulse length of
+// p samples apart, counts likewise: each value has the weight of 2 integral cos(pi x / 2) = 4 / pi pulse
+// lengths, so a mean over n samples has the variance f^2 (4 / pi)^2 p / n, and a sample stands for (16 /
+// pi^2) p f^2.
+std::vector<double> SampleVariances(const sim::Link& link, const sim::SimulatedTrace& trace) {
+  constexpr double kFadingWeight = 1.6211389382774044;  // 16 / pi^2
+  const sim::Receiver& receiver = link.receiver;
+  const double c = receiver.noiseCorrelation;
+  const double noise = sim::PowerOfLevel(receiver.noiseDb) /
+                       std::sqrt(static_cast<double>(link.averages) * (1.0 - c) / (1.0 + c));
+  const double pulsePoints = link.pulseNs * sim::KmPerNs(link.groupIndex) / trace.record->FxdParams->LenDS();
+  const double others =
+      kStepDb * kStepDb / 12.0 + kFadingWeight * pulsePoints * receiver.fadingDb * receiver.fadingDb;
   std::vector<double> variances;
   variances.reserve(trace.cleanDb.size());
   for (const float levelDb : trace.cleanDb) {
     const double deviation = kDbOfNeper * noise / sim::PowerOfLevel(levelDb);
-    variances.push_back(deviation * deviation + kStepDb * kStepDb / 12.0);
+    variances.push_back(deviation * deviation + others);
   }
   return variances;
 }
@@ -63,7 +78,7 @@ double LeastLossVariance(const sim::Link& link, const sim::SimulatedTrace& trace
       1000.0 / (2.0 * 3.14159265358979 * link.receiver.bandwidthMhz) * sim::KmPerNs(link.groupIndex);
   const double pulseKm = link.pulseNs * sim::KmPerNs(link.groupIndex);
   const double settledKm = pulseKm + kRiseTimes * riseKm;
-  const std::vector<double> variances = SampleVariances(trace);
+  const std::vector<double> variances = SampleVariances(link, trace);
   const TSorData& record = *trace.record;
   const double firstKm = record.NumToALen(0), stepKm = record.FxdParams->LenDS();
   const auto point = [&](double km) { return std::max((km - firstKm) / stepKm, 0.0); };

@@ -14,6 +14,7 @@
 
 #include "lib/LoadedRecord.h"
 #include "measure/Plausible.h"
+#include "score/HardLinks.h"
 #include "score/MeasureScore.h"
 #include "score/RandomLinks.h"
 #include "src/analysis/th.h"
@@ -28,6 +29,7 @@ struct Options {
   long count = 25;  // links a class, each in both directions where it has two ends
   std::uint64_t seed = 1;
   std::vector<std::string> classes;
+  bool hard = false;
   std::string only;  // the name of one trace
   std::string keep;
   long keepCount = 5;
@@ -52,14 +54,24 @@ class Program {
   int Run() {
     nlohmann::ordered_json json;
     MeasureScore all;
-    for (const LinkClass linkClass : AllLinkClasses()) {
+    const auto run = [&](const char* name, std::uint64_t number, const auto& draw) {
       const auto& wanted = options_.classes;
-      if (!wanted.empty() && std::find(wanted.begin(), wanted.end(), NameOf(linkClass)) == wanted.end())
-        continue;
-      const MeasureScore score = RunClass(linkClass);
+      if (!wanted.empty() && std::find(wanted.begin(), wanted.end(), name) == wanted.end()) return;
+      const MeasureScore score = RunClass(name, number, draw);
       all.AddAll(score);
-      json[NameOf(linkClass)] = score.Json();
-      if (!options_.json) std::cout << score.Text(NameOf(linkClass)) << "\n" << std::flush;
+      json[name] = score.Json();
+      if (!options_.json) std::cout << score.Text(name) << "\n" << std::flush;
+    };
+    if (options_.hard) {
+      for (const HardClass hardClass : AllHardClasses()) {
+        run(NameOf(hardClass), static_cast<std::uint64_t>(hardClass) + 100,
+            [hardClass](Random& random) { return HardLink(hardClass, random); });
+      }
+    } else {
+      for (const LinkClass linkClass : AllLinkClasses()) {
+        run(NameOf(linkClass), static_cast<std::uint64_t>(linkClass),
+            [linkClass](Random& random) { return RandomLink(linkClass, random); });
+      }
     }
     json["all"] = all.Json();
     std::cout << (options_.json ? json.dump(1) + "\n" : all.Text("all"));
@@ -68,17 +80,22 @@ class Program {
   }
 
  private:
-  MeasureScore RunClass(LinkClass linkClass) {
-    Random random(options_.seed * 1000003 + static_cast<std::uint64_t>(linkClass));
+  template <class Draw>
+  MeasureScore RunClass(const std::string& className, std::uint64_t number, const Draw& draw) {
+    Random random(options_.seed * 1000003 + number);
     MeasureScore score;
     for (long i = 0; i < options_.count; ++i) {
-      const std::string name = std::string(NameOf(linkClass)) + "-" + std::to_string(i);
-      const sim::Link link = RandomLink(linkClass, random);
+      const std::string name = className + "-" + std::to_string(i);
+      const sim::Link link = draw(random);
       const std::uint64_t seed = random.Bits();
       RunLink(link, seed, name, score);
-      if (link.sections.size() > 1) RunLink(Reversed(link), seed + 1, name + "-back", score);
+      if (IsSeenFromBothEnds(link)) RunLink(Reversed(link), seed + 1, name + "-back", score);
     }
     return score;
+  }
+  // A splitter is drawn as the trunk sees it; there is no other end.
+  static bool IsSeenFromBothEnds(const sim::Link& link) {
+    return link.sections.size() > 1 && link.name != NameOf(HardClass::kSplitter);
   }
 
   void RunLink(const sim::Link& link, std::uint64_t seed, const std::string& name, MeasureScore& score) {
@@ -134,6 +151,7 @@ int Main(int argc, char** argv) {
   app.add_option("-n", options.count, "Links a class")->capture_default_str();
   app.add_option("--seed", options.seed, "Seed of the links and their noise")->capture_default_str();
   app.add_option("--class", options.classes, "Only these classes of links");
+  app.add_flag("--hard", options.hard, "Links of the hard kinds instead of the usual ones");
   app.add_option("--only", options.only, "Only the trace of this name, such as metro-3-back");
   app.add_option("--keep", options.keep, "Folder for the worst traces");
   app.add_option("--keep-count", options.keepCount, "How many of them")->capture_default_str();
