@@ -123,6 +123,81 @@ TEST_F(SimulateTest, NoiseFallsWithTheRootOfTheAverages) {
   EXPECT_NEAR(rms[0] / rms[1], 10.0, 0.7);
 }
 
+// A dark level of six times the noise keeps all samples of a trace without light above 0.
+TEST_F(SimulateTest, NoiseCorrelatesAndIsSmoothedAsStated) {
+  link.sections.clear();
+  link.joints.clear();
+  link.receiver.noiseDb = -25.0;
+  link.averages = 100;
+  link.receiver.offsetOfNoise = 6.0;
+  const double raw = PowerOfLevel(-25.0) / 10.0;
+  // The mean of three has the variance (3 + 4 c + 2 c^2) / 9 and, for white noise, shares two of three
+  // samples with its neighbour's.
+  const struct {
+    double correlation;
+    long smoothed;
+    double rms, ofNeighbours;
+  } kCases[] = {
+      {0.0, 1, 1.0, 0.0}, {0.6, 1, 1.0, 0.6}, {0.0, 3, 0.57735, 2.0 / 3.0}, {0.6, 3, 0.82462, 0.87190}};
+  for (const auto& c : kCases) {
+    link.receiver.noiseCorrelation = c.correlation;
+    link.receiver.smoothingPoints = c.smoothed;
+    Run();
+    EXPECT_NEAR(PowerOfLevel(trace.truth.noiseDb) / raw, c.rms, 1e-4);
+    double mean = 0.0, square = 0.0, product = 0.0;
+    const long count = link.points - 1;
+    std::vector<double> power;
+    for (long n = 0; n <= count; ++n) power.push_back(PowerOfLevel(trace.record->NumToLevel(n)) / raw);
+    for (const double p : power) mean += p / static_cast<double>(count + 1);
+    for (size_t n = 0; n + 1 < power.size(); ++n) {
+      square += (power[n] - mean) * (power[n] - mean) / static_cast<double>(count);
+      product += (power[n] - mean) * (power[n + 1] - mean) / static_cast<double>(count);
+    }
+    EXPECT_NEAR(mean, 6.0 * c.rms, 0.05);
+    EXPECT_NEAR(std::sqrt(square), c.rms, 0.03 * c.rms) << c.correlation << ", " << c.smoothed;
+    EXPECT_NEAR(product / square, c.ofNeighbours, 0.03) << c.correlation << ", " << c.smoothed;
+  }
+}
+
+TEST_F(SimulateTest, UndershootIsTakenOffBehindThePulseAndLeavesSteadyLight) {
+  link.receiver.undershootShare = 0.02;
+  link.receiver.undershootNs = 400.0;
+  link.launch.reflectanceDb = -30.0;
+  const double pathKm = 400.0 * KmPerNs(link.groupIndex), wideKm = PulseKm();
+  Link dark = link;
+  dark.sections.clear();
+  dark.joints.clear();
+  const Waveform peak(dark);
+  const std::vector<double> swing = peak.ReceiverOutput(0.0, 0.001, 200);
+  for (const size_t n : {20, 60, 150}) {  // the fast path has long come to rest
+    const double km = 0.001 * static_cast<double>(n);
+    const double left = (1.0 - std::exp(-wideKm / pathKm)) * std::exp(-(km - wideKm) / pathKm);
+    EXPECT_NEAR(swing[n] / peak.reflectors()[0].power, -0.02 * left, 1e-6) << km << " km";
+  }
+  Link level = link;
+  level.launch.reflectanceDb.reset();
+  level.sections = {{9.0, 0.0, -81.9}};
+  level.joints.clear();
+  const std::vector<double> steady = Waveform(level).ReceiverOutput(0.0, 0.001, 3000);
+  EXPECT_NEAR(LevelOfPower(steady.back()), link.launchLevelDb, 1e-6);
+}
+
+TEST_F(SimulateTest, FadingSwingsByItsRootMeanSquareAndChangesNoTruth) {
+  Run();
+  const std::vector<float> still = trace.cleanDb;
+  const double lossDb = trace.truth.events.at(1).lossDb;
+  link.receiver.fadingDb = 0.05;
+  Run();
+  double square = 0.0;
+  const size_t from = 1000, to = 17000;
+  for (size_t n = from; n < to; ++n) {
+    const double off = static_cast<double>(trace.cleanDb[n]) - static_cast<double>(still[n]);
+    square += off * off / static_cast<double>(to - from);
+  }
+  EXPECT_NEAR(std::sqrt(square), 0.05, 0.005);
+  EXPECT_EQ(trace.truth.events.at(1).lossDb, lossDb);
+}
+
 TEST_F(SimulateTest, EndStandsWhereTheFibreEndsToATenthOfASample) {
   link.receiver.bandwidthMhz = 5.0;  // a rise over many samples, so that its half can be placed between them
   link.joints[0] = {0.0, {}};
@@ -264,11 +339,13 @@ TEST(LinkTest, DocumentSurvivesWritingAndReading) {
   const char* text = R"({"name": "x", "range_km": 10, "points": 5000, "ghosts": true, "lead_km": 0.5,
       "sections": [{"length_km": 1, "backscatter_db": -80}, {"length_km": 2, "attenuation_db_per_km": 0.3}],
       "joints": [{"loss_db": 0.2, "reflectance_db": -50}], "end": {"reflectance_db": -14},
-      "receiver": {"tail_share": 0.01, "ripple_db": 0.02}})";
+      "stores_noise_floor": false,
+      "receiver": {"tail_share": 0.01, "ripple_db": 0.02, "smoothing_points": 5, "undershoot_share": 0.001}})";
   const nlohmann::ordered_json once = JsonOfLink(LinkFromText(text));
   EXPECT_EQ(JsonOfLink(LinkFromText(once.dump())), once);
   EXPECT_EQ(once["joints"][0]["reflectance_db"], -50);
   EXPECT_EQ(once["spacing_m"], 2);
+  EXPECT_EQ(Simulate(LinkFromText(text), 1).record->FxdParams->GetNF(), 0.0);
 }
 
 }  // namespace
