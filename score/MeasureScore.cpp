@@ -6,7 +6,6 @@
 
 #include "lib/Text.h"
 #include "score/LossBound.h"
-#include "sim/Waveform.h"
 
 namespace reflyze::score {
 namespace {
@@ -35,19 +34,7 @@ double Percent(long part, long whole) {
   return whole > 0 ? 100.0 * static_cast<double>(part) / static_cast<double>(whole) : 0.0;
 }
 
-// How far the nearest other event stands from a true one, in pulses.
-double NearestPulses(const TraceResult& result, size_t index) {
-  const auto& events = result.trace->truth.events;
-  double nearest = 1e9;
-  for (size_t i = 0; i < events.size(); ++i) {
-    if (i != index) nearest = std::min(nearest, std::fabs(events[i].distanceKm - events[index].distanceKm));
-  }
-  return nearest / result.pulseKm;
-}
-
 bool IsClear(const sim::TrueEvent& event) { return IsFair(event) && event.snrDb >= kClearSnrDb; }
-
-bool HasFibre(const TraceResult& result) { return result.trace->truth.lengthKm > 0.0; }
 
 // A table says so by an end in the light of the launch. What was measured says it in so many words.
 bool SaysNoFibre(const TraceResult& table) {
@@ -57,21 +44,6 @@ bool SaysNoFibre(const TraceResult& table) {
           table.found.back().distanceKm <= table.spacingKm + kLaunchPulses * table.pulseKm);
 }
 
-std::vector<FoundEvent> Found(const MeasuredLink& link, double firstKm) {
-  std::vector<FoundEvent> found;
-  for (const MeasuredEvent& event : link.events) {
-    FoundEvent entry;
-    entry.distanceKm = firstKm + event.km.value;
-    entry.lossDb = event.lossDb ? event.lossDb->value : 0.0;
-    entry.reflectanceDb = event.reflectanceDb ? event.reflectanceDb->value : 0.0;
-    entry.reflective = event.reflects;
-    entry.saturated = event.reflectanceAtLeast;
-    found.push_back(entry);
-  }
-  if (!found.empty()) found.back().end = true;
-  return found;
-}
-
 nlohmann::ordered_json ErrorJson(const std::vector<double>& errors) {
   return {{"count", errors.size()},
           {"bias", Mean(errors)},
@@ -79,14 +51,26 @@ nlohmann::ordered_json ErrorJson(const std::vector<double>& errors) {
           {"p95", MagnitudeQuantile(errors, 0.95)}};
 }
 
-// Which true event each found one is, or -1. The launch and the end are by their role.
-std::vector<int> TruthOf(const TraceResult& result) {
-  std::vector<int> truth(result.found.size(), -1);
-  if (truth.empty()) return truth;
-  truth.front() = 0;
-  for (const MatchedPair& pair : result.matching.pairs) truth[pair.found] = static_cast<int>(pair.truth);
-  if (truth.size() > 1) truth.back() = static_cast<int>(result.trace->truth.events.size()) - 1;
-  return truth;
+std::string Line(const char* what, const std::string& table, const std::string& shown, const char* wanted) {
+  return Format("  %-30s%-28s %-28s %s\n", what, table.c_str(), shown.c_str(), wanted);
+}
+
+std::string ErrorLine(const char* what, const std::vector<double>& table, const std::vector<double>& shown,
+                      const char* wanted) {
+  if (table.empty() && shown.empty()) return "";
+  const auto side = [](const std::vector<double>& of) {
+    return Format("%6zu %.4f %.3f %+.4f", of.size(), MagnitudeQuantile(of, 0.5), MagnitudeQuantile(of, 0.95),
+                  Mean(of));
+  };
+  return Line(what, side(table), side(shown), wanted);
+}
+
+std::string ShareLine(const char* what, const Tally& table, const Tally& shown, const char* wanted) {
+  if (table.present == 0 && shown.present == 0) return "";
+  const auto side = [](const Tally& of) {
+    return Format("%5.1f %% (%ld of %ld)", Percent(of.found, of.present), of.found, of.present);
+  };
+  return Line(what, side(table), side(shown), wanted);
 }
 
 bool HasPlainReflectance(const sim::TrueEvent& event, const FoundEvent& found) {
@@ -95,28 +79,6 @@ bool HasPlainReflectance(const sim::TrueEvent& event, const FoundEvent& found) {
 }
 
 }  // namespace
-
-MeasuredTrace Judge(const sim::Link& link, const sim::SimulatedTrace& simulated,
-                    const MeasuredLink* measured) {
-  MeasuredTrace judged;
-  judged.link = &link;
-  judged.simulated = &simulated;
-  judged.measured = measured;
-  const TSorData& record = *simulated.record;
-  TraceResult& table = judged.table;
-  table.trace = &simulated;
-  table.found = FoundEvents(record);
-  table.spacingKm = record.FxdParams->LenDS();
-  table.pulseKm = link.pulseNs * sim::KmPerNs(link.groupIndex);
-  const double toleranceKm = std::max(table.pulseKm, 3.0 * table.spacingKm);
-  table.matching = Match(simulated.truth, table.found, toleranceKm);
-  judged.shown = table;
-  if (measured != nullptr) {
-    judged.shown.found = Found(*measured, record.OwtToLen(record.NumToOwt(0)));
-    judged.shown.matching = Match(simulated.truth, judged.shown.found, toleranceKm);
-  }
-  return judged;
-}
 
 void Figures::Add(const TraceResult& result, bool saysNoFibre) {
   const auto& truth = result.trace->truth;
@@ -315,51 +277,43 @@ std::string MeasureScore::CoverageText() const {
   return text;
 }
 
-std::string MeasureScore::Text(const std::string& name) const {
+std::string MeasureScore::ErrorText() const {
   const Figures &t = table_, &m = shown_;
-  const auto traces = static_cast<double>(std::max(t.traces, 1L));
-  std::string text = Format(
-      "%-12s %ld traces, without a result %.1f %%, measuring takes %.2f of the analysis\n", name.c_str(),
-      t.traces, Percent(withoutResult_, t.traces), analysisS_ > 0.0 ? measuringS_ / analysisS_ : 0.0);
-  text += Format("  %-30s%-28s %-28s %s\n", "median / 95 % / bias", "table", "measured", "wanted");
-  const auto errors = [&](const char* what, const std::vector<double>& table,
-                          const std::vector<double>& shown, const char* wanted) {
-    if (table.empty() && shown.empty()) return;
-    const auto side = [](const std::vector<double>& of) {
-      return Format("%6zu %.4f %.3f %+.4f", of.size(), MagnitudeQuantile(of, 0.5),
-                    MagnitudeQuantile(of, 0.95), Mean(of));
-    };
-    text += Format("  %-30s%-28s %-28s %s\n", what, side(table).c_str(), side(shown).c_str(), wanted);
-  };
-  errors("loss dB, 3 pulses from others", t.lossFarDb, m.lossFarDb,
-         "0.003 0.03 0.001; noisy, access 0.005 0.05 0.003");
-  errors("loss dB, all", t.lossDb, m.lossDb, "0.004 0.08");
-  errors("place, pulses", t.placePulses, m.placePulses, "0.03 0.2");
-  errors("reflectance dB", t.reflectanceDb, m.reflectanceDb, "0.1 0.5");
-  errors("  as seen by the record's BC", t.reflectanceSeenDb, m.reflectanceSeenDb, "");
-  const auto shares = [&](const char* what, long table, long tableOf, long shown, long shownOf,
-                          const char* wanted) {
-    if (tableOf == 0 && shownOf == 0) return;
-    const auto side = [](long part, long of) {
-      return Format("%5.1f %% (%ld of %ld)", Percent(part, of), part, of);
-    };
-    text += Format("  %-30s%-28s %-28s %s\n", what, side(table, tableOf).c_str(),
-                   side(shown, shownOf).c_str(), wanted);
-  };
+  return Line("median / 95 % / bias", "table", "measured", "wanted") +
+         ErrorLine("loss dB, 3 pulses from others", t.lossFarDb, m.lossFarDb,
+                   "0.003 0.03 0.001; noisy, access 0.005 0.05 0.003") +
+         ErrorLine("loss dB, all", t.lossDb, m.lossDb, "0.004 0.08") +
+         ErrorLine("place, pulses", t.placePulses, m.placePulses, "0.03 0.2") +
+         ErrorLine("reflectance dB", t.reflectanceDb, m.reflectanceDb, "0.1 0.5") +
+         ErrorLine("  as seen by the record's BC", t.reflectanceSeenDb, m.reflectanceSeenDb, "");
+}
+
+std::string MeasureScore::ShareText() const {
+  const Figures &t = table_, &m = shown_;
   constexpr const char* kFound[] = {"splices found", "gains found", "reflections found"};
   constexpr const char* kFoundWanted[] = {"98.5", "97.5", "99.5"};
+  std::string text;
   for (size_t kind = 0; kind < kKinds; ++kind) {
-    shares(kFound[kind], t.clear[kind].found, t.clear[kind].present, m.clear[kind].found,
-           m.clear[kind].present, kFoundWanted[kind]);
+    text += ShareLine(kFound[kind], t.clear[kind], m.clear[kind], kFoundWanted[kind]);
   }
-  shares("ends right", t.endsRight, t.traces, m.endsRight, m.traces, "99; noisy 92");
-  shares("exactly right", t.exact, t.traces, m.exact, m.traces, "92; noisy 75, close 88");
-  text += Format("  %-30s%-28s %-28s %s\n", "false events a trace",
-                 Format("%.3f", static_cast<double>(t.invented) / traces).c_str(),
-                 Format("%.3f", static_cast<double>(m.invented) / traces).c_str(), "0.05; noisy 0.15");
-  shares("no fibre, where there is none", t.fibrelessTold, t.fibreless, m.fibrelessTold, m.fibreless, "99.5");
-  shares("no fibre, where there is one", t.fibreDenied, t.traces - t.fibreless, m.fibreDenied,
-         m.traces - m.fibreless, "0");
+  text += ShareLine("ends right", {t.traces, t.endsRight}, {m.traces, m.endsRight}, "99; noisy 92");
+  text += ShareLine("exactly right", {t.traces, t.exact}, {m.traces, m.exact}, "92; noisy 75, close 88");
+  const auto perTrace = [](const Figures& of) {
+    return Format("%.3f", static_cast<double>(of.invented) / static_cast<double>(std::max(of.traces, 1L)));
+  };
+  text += Line("false events a trace", perTrace(t), perTrace(m), "0.05; noisy 0.15");
+  text += ShareLine("no fibre, where there is none", {t.fibreless, t.fibrelessTold},
+                    {m.fibreless, m.fibrelessTold}, "99.5");
+  return text + ShareLine("no fibre, where there is one", {t.traces - t.fibreless, t.fibreDenied},
+                          {m.traces - m.fibreless, m.fibreDenied}, "0");
+}
+
+std::string MeasureScore::Text(const std::string& name) const {
+  std::string text =
+      Format("%-12s %ld traces, without a result %.1f %%, measuring takes %.2f of the analysis\n",
+             name.c_str(), table_.traces, Percent(withoutResult_, table_.traces),
+             analysisS_ > 0.0 ? measuringS_ / analysisS_ : 0.0);
+  text += ErrorText() + ShareText();
   if (!boundRatios_.empty()) {
     text += Format(
         "  loss variance over the bound  %zu: inner 95 %% %.2f, by the median %.2f; wanted 1.5, 5 with "
@@ -368,71 +322,6 @@ std::string MeasureScore::Text(const std::string& name) const {
         MagnitudeQuantile(boundRatios_, 0.5) / kMedianOfSquare);
   }
   return text + CoverageText();
-}
-
-std::string Account(const MeasuredTrace& trace) {
-  const auto& truth = trace.simulated->truth;
-  const TraceResult &table = trace.table, &shown = trace.shown;
-  std::string text = Format("%g ns, %g nm, %zu points, truth %.3f km; ", trace.link->pulseNs,
-                            trace.link->wavelengthNm, trace.simulated->cleanDb.size(), truth.lengthKm);
-  text += trace.measured == nullptr ? "no result\n"
-          : !trace.measured->fibre  ? "no fibre\n"
-          : !trace.measured->totalLossDb
-              ? "no total\n"
-              : Format("total %.4f, measured %.4f +- %.4f\n", truth.totalLossDb,
-                       trace.measured->totalLossDb->value, trace.measured->totalLossDb->deviation);
-  const auto quantity = [](const char* name, double truly, const Measured& measured) {
-    return Format("  %s %.4f, %.4f +- %.4f (z %+.1f)", name, truly, measured.value, measured.deviation,
-                  (measured.value - truly) / measured.deviation);
-  };
-  const std::vector<int> tableTruth = TruthOf(table), shownTruth = TruthOf(shown);
-  const auto foundAs = [](const std::vector<int>& truthOf, size_t index) {
-    const auto at = std::find(truthOf.begin(), truthOf.end(), static_cast<int>(index));
-    return at == truthOf.end() ? -1 : static_cast<int>(at - truthOf.begin());
-  };
-  for (size_t i = 0; i < truth.events.size(); ++i) {
-    const sim::TrueEvent& event = truth.events[i];
-    const int inTable = foundAs(tableTruth, i), inShown = foundAs(shownTruth, i);
-    text += Format("  %9.4f km %s snr %4.1f near %6.1f %s", event.distanceKm, event.code.c_str(), event.snrDb,
-                   NearestPulses(shown, i), IsFair(event) ? "    " : "weak");
-    if (event.peakDb > 0.0) text += Format(" peak %.2f dB", event.peakDb);
-    if (inTable >= 0) {
-      const FoundEvent& found = table.found[static_cast<size_t>(inTable)];
-      text +=
-          Format("  table %+.3f pulses, loss %.3f, refl %.2f",
-                 (found.distanceKm - event.distanceKm) / table.pulseKm, found.lossDb, found.reflectanceDb);
-    } else {
-      text += "  not in the table";
-    }
-    text += "\n";
-    if (trace.measured == nullptr || !trace.measured->fibre) continue;
-    if (inShown < 0) {
-      text += "      MISSED";
-      text += Format("  loss %.4f\n", event.lossDb);
-      continue;
-    }
-    const MeasuredEvent& measured = trace.measured->events[static_cast<size_t>(inShown)];
-    const double off = shown.found[static_cast<size_t>(inShown)].distanceKm - event.distanceKm;
-    text += Format("      %s place %+.4f +- %.4f pulses (z %+.1f)", measured.listed < 0 ? "ADDED" : "",
-                   off / shown.pulseKm, measured.km.deviation / shown.pulseKm, off / measured.km.deviation);
-    if (measured.lossDb) text += quantity("loss", event.lossDb, *measured.lossDb);
-    if (measured.reflectanceDb)
-      text += quantity("refl", event.reflectanceDb.value_or(0.0), *measured.reflectanceDb);
-    if (measured.attenuationDbPerKm)
-      text += quantity("slope", event.attenuationDbPerKm, *measured.attenuationDbPerKm);
-    if (measured.probability < 0.999) text += Format("  p %.3f", measured.probability);
-    text += "\n";
-  }
-  if (trace.measured == nullptr) return text;
-  for (const size_t i : shown.matching.invented) {
-    const MeasuredEvent& event = trace.measured->events[i];
-    text += Format("      FALSE at %.4f km (table's %d)", shown.found[i].distanceKm, event.listed);
-    if (event.lossDb) text += Format("  loss %.4f +- %.4f", event.lossDb->value, event.lossDb->deviation);
-    if (event.reflectanceDb)
-      text += Format("  refl %.2f +- %.2f", event.reflectanceDb->value, event.reflectanceDb->deviation);
-    text += Format("  p %.3f\n", event.probability);
-  }
-  return text;
 }
 
 }  // namespace reflyze::score

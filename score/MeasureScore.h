@@ -3,32 +3,13 @@
 
 #include <array>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "measure/MeasuredLink.h"
-#include "score/Score.h"
+#include "score/MeasuredTrace.h"
 #include "score/Statistics.h"
 
 namespace reflyze::score {
-
-// One trace: what is true, what the table of its analysis says, and what was measured from there.
-struct MeasuredTrace {
-  const sim::Link* link = nullptr;
-  const sim::SimulatedTrace* simulated = nullptr;
-  const MeasuredLink* measured = nullptr;  // none: no result
-  TraceResult table;
-  TraceResult shown;  // what was measured, or the table where there is no result
-  double analysisS = 0.0, measuringS = 0.0;
-};
-
-// Fills in both results; the record of the trace holds its table.
-MeasuredTrace Judge(const sim::Link& link, const sim::SimulatedTrace& simulated,
-                    const MeasuredLink* measured);
-// All that can be said of one trace, a line an event: truth, table, measured values, errors in standard
-// deviations.
-std::string Account(const MeasuredTrace& trace);
 
 // Errors and counts by the table or by what was measured.
 class Figures {
@@ -65,6 +46,8 @@ class MeasureScore {
  private:
   void AddIntervals(const MeasuredTrace& trace);
   void AddBound(const MeasuredTrace& trace, size_t truth, double lossErrorDb);
+  std::string ErrorText() const;
+  std::string ShareText() const;
   std::string CoverageText() const;
 
   Figures table_, shown_;

@@ -31,6 +31,8 @@ struct Options {
   std::vector<std::string> classes;
   bool hard = false;
   std::string only;  // the name of one trace
+  std::string traces;
+  long traceCount = 10;  // of each class
   std::string keep;
   long keepCount = 5;
   double ltDb = 0.03;
@@ -84,6 +86,7 @@ class Program {
   MeasureScore RunClass(const std::string& className, std::uint64_t number, const Draw& draw) {
     Random random(options_.seed * 1000003 + number);
     MeasureScore score;
+    written_ = 0;
     for (long i = 0; i < options_.count; ++i) {
       const std::string name = className + "-" + std::to_string(i);
       const sim::Link link = draw(random);
@@ -118,6 +121,10 @@ class Program {
     score.Add(trace);
     const double badness = MeasureScore::Badness(trace);
     if (options_.verbose) std::cout << name << ": " << Account(trace);
+    if (!options_.traces.empty() && written_++ < options_.traceCount) {
+      mkdir(options_.traces.c_str(), 0777);
+      SaveTogether({{options_.traces + "/" + name + ".json", JsonOf(name, trace).dump() + "\n"}});
+    }
     if (!options_.keep.empty() && badness > 0.0) kept_.push_back({badness, name, Account(trace), link, seed});
   }
 
@@ -143,6 +150,7 @@ class Program {
 
   Options options_;
   std::vector<Kept> kept_;
+  long written_ = 0;  // traces of this class
 };
 
 int Main(int argc, char** argv) {
@@ -155,6 +163,8 @@ int Main(int argc, char** argv) {
   app.add_option("--only", options.only, "Only the trace of this name, such as metro-3-back");
   app.add_option("--keep", options.keep, "Folder for the worst traces");
   app.add_option("--keep-count", options.keepCount, "How many of them")->capture_default_str();
+  app.add_option("--traces", options.traces, "Folder for what score/draw-measured draws pictures of");
+  app.add_option("--trace-count", options.traceCount, "How many of each class")->capture_default_str();
   app.add_option("--lt", options.ltDb, "Loss threshold, dB")->capture_default_str();
   app.add_option("--rt", options.rtDb, "Reflectance threshold, dB")->capture_default_str();
   app.add_option("--et", options.etDb, "End threshold, dB")->capture_default_str();
