@@ -45,6 +45,52 @@ TEST(LossBoundTest, EvenSamplesGiveTheTextbookVarianceOfALine) {
   EXPECT_TRUE(std::isinf(LeastLevelVariance(even, 499, 600, 500.0)));
 }
 
+// What the bound promises can be had: lines by weighted least squares through the settled samples of many
+// traces have a loss whose variance is the bound, with white noise, correlated and smoothed noise, and
+// fading.
+TEST(LossBoundTest, LinesThroughSettledSamplesReachIt) {
+  sim::Link link;
+  link.pulseNs = 100.0;
+  link.rangeKm = 5.0;
+  link.points = 2500;
+  link.spacingM = 2.0;
+  link.launchLevelDb = -18.0;
+  link.sections = {{1.5, 0.2, -81.9}, {2.5, 0.2, -81.9}};
+  link.joints = {{0.2, {}}};
+  const struct {
+    double noiseDb, correlation;
+    long smoothed;
+    double fadingDb;
+  } kCases[] = {{-22.0, 0.0, 1, 0.0}, {-22.0, 0.5, 5, 0.0}, {-60.0, 0.0, 1, 0.01}};
+  const double pulseKm = link.pulseNs * sim::KmPerNs(link.groupIndex);
+  for (const auto& c : kCases) {
+    link.receiver.noiseDb = c.noiseDb;
+    link.receiver.noiseCorrelation = c.correlation;
+    link.receiver.smoothingPoints = c.smoothed;
+    link.receiver.fadingDb = c.fadingDb;
+    double square = 0.0, bound = 0.0;
+    constexpr int kTraces = 400;
+    for (int seed = 1; seed <= kTraces; ++seed) {
+      const sim::SimulatedTrace trace = sim::Simulate(link, static_cast<std::uint64_t>(seed));
+      bound = LeastLossVariance(link, trace, 1);
+      // Far above the noise all samples of a section weigh about the same.
+      const auto level = [&](double fromKm, double toKm, double atKm) {
+        double n = 0.0, x = 0.0, y = 0.0, xx = 0.0, xy = 0.0;
+        for (long i = std::lround(fromKm / 0.002) + 1; i < std::lround(toKm / 0.002); ++i) {
+          const double km = static_cast<double>(i) * 0.002 - atKm, db = trace.record->NumToLevel(i);
+          n += 1.0, x += km, y += db, xx += km * km, xy += km * db;
+        }
+        return (xx * y - x * xy) / (n * xx - x * x);
+      };
+      const double settledKm = 1.15 * pulseKm, atKm = 1.5 + pulseKm / 2.0;
+      const double lossDb = level(settledKm, 1.5, atKm) - level(1.5 + settledKm, 4.0, atKm);
+      square += (lossDb - 0.2) * (lossDb - 0.2) / kTraces;
+    }
+    // The variance of 400 errors is known to 7 %.
+    EXPECT_NEAR(square / bound, 1.0, 0.25) << c.correlation << ", " << c.fadingDb;
+  }
+}
+
 // Three joints, all clear, of which the last stands two and a half pulse lengths behind the second.
 class MeasureScoreTest : public testing::Test {
  protected:
