@@ -11,9 +11,9 @@ namespace reflyze::score {
 namespace {
 
 constexpr double kFarPulses = 3.0;  // from the nearest other event, for losses that neighbours don't disturb
-constexpr const char* kQuantityNames[] = {"loss", "place", "reflectance", "slope", "total loss", "end place"};
-constexpr const char* kQuantityKeys[] = {"loss", "place", "reflectance", "slope", "total_loss", "end_place"};
-constexpr double kLevels[] = {0.5, 0.8, 0.95, 0.99};
+constexpr const char* kQuantityKeys[] = {"loss",       "place",     "reflectance", "slope",
+                                         "total_loss", "end_place", "launch"};
+constexpr int kPrintedLevels[] = {50, 80, 95, 99};
 constexpr double kMedianOfSquare = 0.454936;  // of a normal error
 
 void Append(std::vector<double>& to, const std::vector<double>& from) {
@@ -79,6 +79,12 @@ bool HasPlainReflectance(const sim::TrueEvent& event, const FoundEvent& found) {
 }
 
 }  // namespace
+
+const char* NameOf(Quantity quantity) {
+  constexpr const char* kNames[kQuantities] = {"loss",       "place",     "reflectance",    "slope",
+                                               "total loss", "end place", "launch reflects"};
+  return kNames[quantity];
+}
 
 void Figures::Add(const TraceResult& result, bool saysNoFibre) {
   const auto& truth = result.trace->truth;
@@ -151,38 +157,38 @@ nlohmann::ordered_json Figures::Json() const {
   return json;
 }
 
-// An interval is judged wherever a fair event was found, however dark the place. An event that can't be seen
-// there is no error of the interval, but a miss.
-void MeasureScore::AddIntervals(const MeasuredTrace& trace) {
+std::vector<JudgedNumber> JudgedNumbers(const MeasuredTrace& trace) {
+  std::vector<JudgedNumber> judged;
+  if (trace.measured == nullptr) return judged;
   const auto& truth = trace.simulated->truth;
   const TraceResult& shown = trace.shown;
   const MeasuredLink& link = *trace.measured;
+  const auto add = [&judged](Quantity quantity, const sim::TrueEvent& event, const Measured& measured,
+                             double truly) {
+    judged.push_back({quantity, event.distanceKm, measured.value - truly, measured.deviation, event.snrDb});
+  };
   const std::vector<int> truthOf = TruthOf(shown);
-  for (size_t i = 1; i < truthOf.size(); ++i) {
+  for (size_t i = 0; i < truthOf.size(); ++i) {
     if (truthOf[i] < 0) continue;
     const sim::TrueEvent& event = truth.events[static_cast<size_t>(truthOf[i])];
     const MeasuredEvent& measured = link.events[i];
-    const bool end = i + 1 == truthOf.size();
-    if (end ? !HasFibre(shown) || !Score::IsEndClose(shown) || !truth.endInRange : !IsFair(event)) continue;
-    intervals_[end ? kEnd : kPlace].Add(shown.found[i].distanceKm - event.distanceKm, measured.km.deviation,
-                                        event.snrDb);
-    if (!end && measured.lossDb) {
-      intervals_[kLoss].Add(measured.lossDb->value - event.lossDb, measured.lossDb->deviation, event.snrDb);
+    const bool launch = i == 0, end = !launch && i + 1 == truthOf.size();
+    const bool inRange = HasFibre(shown) && truth.endInRange && Score::IsEndClose(shown);
+    if (end ? !inRange : !launch && !IsFair(event)) continue;
+    if (!launch) {
+      add(end ? kEnd : kPlace, event, {shown.found[i].distanceKm, measured.km.deviation}, event.distanceKm);
     }
+    if (!launch && !end && measured.lossDb) add(kLoss, event, *measured.lossDb, event.lossDb);
     if (!end && measured.reflectanceDb && HasPlainReflectance(event, shown.found[i])) {
-      intervals_[kReflectance].Add(measured.reflectanceDb->value - *event.reflectanceDb,
-                                   measured.reflectanceDb->deviation, event.snrDb);
+      add(launch ? kLaunch : kReflectance, event, *measured.reflectanceDb, *event.reflectanceDb);
     }
     // A slope is true of a section only if both its ends are those of a true one.
-    if (measured.attenuationDbPerKm && truthOf[i - 1] == truthOf[i] - 1) {
-      intervals_[kSlope].Add(measured.attenuationDbPerKm->value - event.attenuationDbPerKm,
-                             measured.attenuationDbPerKm->deviation, event.snrDb);
+    if (!launch && measured.attenuationDbPerKm && truthOf[i - 1] == truthOf[i] - 1) {
+      add(kSlope, event, *measured.attenuationDbPerKm, event.attenuationDbPerKm);
     }
+    if (end && link.totalLossDb) add(kTotal, event, *link.totalLossDb, truth.totalLossDb);
   }
-  if (link.totalLossDb && HasFibre(shown) && truth.endInRange && Score::IsEndClose(shown)) {
-    intervals_[kTotal].Add(link.totalLossDb->value - truth.totalLossDb, link.totalLossDb->deviation,
-                           truth.events.back().snrDb);
-  }
+  return judged;
 }
 
 void MeasureScore::AddBound(const MeasuredTrace& trace, size_t truth, double lossErrorDb) {
@@ -199,7 +205,9 @@ void MeasureScore::Add(const MeasuredTrace& trace) {
     ++withoutResult_;
     return;
   }
-  AddIntervals(trace);
+  for (const JudgedNumber& number : JudgedNumbers(trace)) {
+    intervals_[number.quantity].Add(number.error, number.deviation, number.snrDb);
+  }
   for (const MatchedPair& pair : trace.shown.matching.pairs) {
     const sim::TrueEvent& event = trace.simulated->truth.events[pair.truth];
     const auto& lossDb = trace.measured->events[pair.found].lossDb;
@@ -250,11 +258,11 @@ nlohmann::ordered_json MeasureScore::Json() const {
     nlohmann::ordered_json& entry = json["coverage"][kQuantityKeys[i]];
     entry["count"] = intervals_[i].count();
     entry["scale"] = intervals_[i].Scale();
-    for (int percent = 5; percent < 100; percent += percent < 95 ? 5 : 4) {
-      entry["nominal"][std::to_string(percent)] = intervals_[i].Coverage(percent / 100.0);
+    for (const NominalLevel& level : kNominalLevels) {
+      entry["nominal"][std::to_string(level.percent)] = intervals_[i].Coverage(level.percent);
     }
     for (size_t quartile = 0; quartile < 4; ++quartile) {
-      entry["quartiles_of_95"].push_back(intervals_[i].QuartileCoverage(0.95, quartile));
+      entry["quartiles_of_95"].push_back(intervals_[i].QuartileCoverage(95, quartile));
     }
   }
   return json;
@@ -266,11 +274,11 @@ std::string MeasureScore::CoverageText() const {
   for (size_t i = 0; i < kQuantities; ++i) {
     const Intervals& intervals = intervals_[i];
     if (intervals.count() == 0) continue;
-    text += Format("    %-16s%6zu", kQuantityNames[i], intervals.count());
-    for (const double level : kLevels) text += Format(" %6.1f", 100.0 * intervals.Coverage(level));
+    text += Format("    %-16s%6zu", NameOf(static_cast<Quantity>(i)), intervals.count());
+    for (const int level : kPrintedLevels) text += Format(" %6.1f", 100.0 * intervals.Coverage(level));
     text += "  ";
     for (size_t quartile = 0; quartile < 4; ++quartile) {
-      text += Format(" %6.1f", 100.0 * intervals.QuartileCoverage(0.95, quartile));
+      text += Format(" %6.1f", 100.0 * intervals.QuartileCoverage(95, quartile));
     }
     text += Format("   %.2f\n", intervals.Scale());
   }
@@ -284,8 +292,8 @@ std::string MeasureScore::ErrorText() const {
                    "0.003 0.03 0.001; noisy, access 0.005 0.05 0.003") +
          ErrorLine("loss dB, all", t.lossDb, m.lossDb, "0.004 0.08") +
          ErrorLine("place, pulses", t.placePulses, m.placePulses, "0.03 0.2") +
-         ErrorLine("reflectance dB", t.reflectanceDb, m.reflectanceDb, "0.1 0.5") +
-         ErrorLine("  as seen by the record's BC", t.reflectanceSeenDb, m.reflectanceSeenDb, "");
+         ErrorLine("reflectance dB, as it is seen", t.reflectanceSeenDb, m.reflectanceSeenDb, "0.1 0.5") +
+         ErrorLine("  as it is", t.reflectanceDb, m.reflectanceDb, "");
 }
 
 std::string MeasureScore::ShareText() const {

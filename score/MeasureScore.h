@@ -11,6 +11,21 @@
 
 namespace reflyze::score {
 
+enum Quantity { kLoss, kPlace, kReflectance, kSlope, kTotal, kEnd, kLaunch, kQuantities };
+const char* NameOf(Quantity quantity);
+
+// A measured number that can be held against the truth.
+struct JudgedNumber {
+  Quantity quantity;
+  double km;  // of the true event
+  double error, deviation;
+  double snrDb;
+};
+// An interval is judged wherever a fair event was found, however dark the place. An event that was not found
+// there is no error of an interval, but a miss; so are totals up to a wrong end, and slopes of sections that
+// are none.
+std::vector<JudgedNumber> JudgedNumbers(const MeasuredTrace& trace);
+
 // Errors and counts by the table or by what was measured.
 class Figures {
  public:
@@ -30,8 +45,6 @@ class Figures {
 // How well links are measured, and how far the stated uncertainties can be trusted.
 class MeasureScore {
  public:
-  enum Quantity { kLoss, kPlace, kReflectance, kSlope, kTotal, kEnd, kQuantities };
-
   void Add(const MeasuredTrace& trace);
   void AddAll(const MeasureScore& other);
 
@@ -44,7 +57,6 @@ class MeasureScore {
   static double Badness(const MeasuredTrace& trace);
 
  private:
-  void AddIntervals(const MeasuredTrace& trace);
   void AddBound(const MeasuredTrace& trace, size_t truth, double lossErrorDb);
   std::string ErrorText() const;
   std::string ShareText() const;

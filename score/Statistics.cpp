@@ -8,18 +8,19 @@
 namespace reflyze::score {
 namespace {
 
-// Half of all normal errors lie within so many standard deviations.
-constexpr double kMedianOfNormal = 0.674490;
-
-// Share of [from, to) of the errors that their interval of the nominal level holds. A normal error lies
-// within z standard deviations with the probability erf(z / sqrt 2), so an interval of the level p holds the
-// truth if the error's own level is at most p.
-double Held(const std::vector<StatedError>& errors, size_t from, size_t to, double nominal) {
-  if (from >= to) return 0.0;
-  size_t held = 0;
-  for (size_t i = from; i < to; ++i) {
-    held += std::erf(std::fabs(errors[i].z) / std::sqrt(2.0)) <= nominal ? 1 : 0;
+double DeviationsOf(int percent) {
+  for (const NominalLevel& level : kNominalLevels) {
+    if (level.percent == percent) return level.deviations;
   }
+  return 0.0;
+}
+
+// Share of [from, to) of the errors that their interval of the nominal level holds.
+double Held(const std::vector<StatedError>& errors, size_t from, size_t to, int percent) {
+  if (from >= to) return 0.0;
+  const double reach = DeviationsOf(percent);
+  size_t held = 0;
+  for (size_t i = from; i < to; ++i) held += std::fabs(errors[i].z) <= reach ? 1 : 0;
   return static_cast<double>(held) / static_cast<double>(to - from);
 }
 
@@ -48,19 +49,19 @@ void Intervals::AddAll(const Intervals& other) {
   errors_.insert(errors_.end(), other.errors_.begin(), other.errors_.end());
 }
 
-double Intervals::Coverage(double nominal) const { return Held(errors_, 0, errors_.size(), nominal); }
+double Intervals::Coverage(int percent) const { return Held(errors_, 0, errors_.size(), percent); }
 
-double Intervals::QuartileCoverage(double nominal, size_t quartile) const {
+double Intervals::QuartileCoverage(int percent, size_t quartile) const {
   std::vector<StatedError> sorted = errors_;
   std::stable_sort(sorted.begin(), sorted.end(),
                    [](const StatedError& a, const StatedError& b) { return a.snrDb < b.snrDb; });
-  return Held(sorted, sorted.size() * quartile / 4, sorted.size() * (quartile + 1) / 4, nominal);
+  return Held(sorted, sorted.size() * quartile / 4, sorted.size() * (quartile + 1) / 4, percent);
 }
 
 double Intervals::Scale() const {
   std::vector<double> z;
   for (const StatedError& error : errors_) z.push_back(error.z);
-  return MagnitudeQuantile(z, 0.5) / kMedianOfNormal;
+  return MagnitudeQuantile(z, 0.5) / DeviationsOf(50);
 }
 
 }  // namespace reflyze::score

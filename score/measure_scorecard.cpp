@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 
@@ -38,6 +39,7 @@ struct Options {
   double ltDb = 0.03;
   double rtDb = -72.0;
   double etDb = 3.0;
+  size_t outliers = 0;
   bool json = false;
   bool verbose = false;
 };
@@ -47,6 +49,11 @@ struct Kept {
   std::string name, account;
   sim::Link link;
   std::uint64_t seed;
+};
+
+struct Named {
+  JudgedNumber number;
+  std::string trace;
 };
 
 class Program {
@@ -77,6 +84,7 @@ class Program {
     }
     json["all"] = all.Json();
     std::cout << (options_.json ? json.dump(1) + "\n" : all.Text("all"));
+    if (options_.outliers > 0) PrintOutliers();
     if (!options_.keep.empty()) KeepWorst();
     return 0;
   }
@@ -120,12 +128,28 @@ class Program {
     trace.measuringS = measuring.count();
     score.Add(trace);
     const double badness = MeasureScore::Badness(trace);
+    if (options_.outliers > 0) {
+      for (const JudgedNumber& number : JudgedNumbers(trace)) numbers_.push_back({number, name});
+    }
     if (options_.verbose) std::cout << name << ": " << Account(trace);
     if (!options_.traces.empty() && written_++ < options_.traceCount) {
       mkdir(options_.traces.c_str(), 0777);
       SaveTogether({{options_.traces + "/" + name + ".json", JsonOf(name, trace).dump() + "\n"}});
     }
     if (!options_.keep.empty() && badness > 0.0) kept_.push_back({badness, name, Account(trace), link, seed});
+  }
+
+  // The intervals that miss by most, on the error stream so that figures stay figures.
+  void PrintOutliers() {
+    const auto z = [](const Named& of) { return std::fabs(of.number.error / of.number.deviation); };
+    std::stable_sort(numbers_.begin(), numbers_.end(),
+                     [&](const Named& a, const Named& b) { return z(a) > z(b); });
+    for (size_t i = 0; i < numbers_.size() && i < options_.outliers; ++i) {
+      const JudgedNumber& number = numbers_[i].number;
+      std::fprintf(stderr, "%-24s %9.4f km  snr %5.1f dB  %-15s off by %+.5f, stated %.5f (z %.1f)\n",
+                   numbers_[i].trace.c_str(), number.km, number.snrDb, NameOf(number.quantity), number.error,
+                   number.deviation, z(numbers_[i]));
+    }
   }
 
   // Keeps the worst traces to be looked at, each with its link, its truth and its account.
@@ -150,6 +174,7 @@ class Program {
 
   Options options_;
   std::vector<Kept> kept_;
+  std::vector<Named> numbers_;
   long written_ = 0;  // traces of this class
 };
 
@@ -168,6 +193,7 @@ int Main(int argc, char** argv) {
   app.add_option("--lt", options.ltDb, "Loss threshold, dB")->capture_default_str();
   app.add_option("--rt", options.rtDb, "Reflectance threshold, dB")->capture_default_str();
   app.add_option("--et", options.etDb, "End threshold, dB")->capture_default_str();
+  app.add_option("--outliers", options.outliers, "Print so many of the intervals that miss by most");
   app.add_flag("--json", options.json, "Print JSON");
   app.add_flag("-v,--verbose", options.verbose, "Print every event: truth, table, measured values");
   CLI11_PARSE(app, argc, argv);

@@ -20,16 +20,16 @@ TEST(IntervalsTest, HoldTheTruthAtEachLevelAndInEachQuartile) {
   const double kErrors[] = {-0.6, 0.7, 1.9, -2.5, 3.0, 0.1, 1.0, 4.0};
   const double kSnrDb[] = {9.0, 8.0, 6.0, 4.0, 2.0, 7.0, 5.0, 1.0};
   for (size_t i = 0; i < 8; ++i) intervals.Add(0.02 * kErrors[i], 0.02, kSnrDb[i]);
-  EXPECT_EQ(intervals.Coverage(0.50), 2.0 / 8.0);
-  EXPECT_EQ(intervals.Coverage(0.80), 4.0 / 8.0);
-  EXPECT_EQ(intervals.Coverage(0.95), 5.0 / 8.0);
-  EXPECT_EQ(intervals.Coverage(0.99), 6.0 / 8.0);
+  EXPECT_EQ(intervals.Coverage(50), 2.0 / 8.0);
+  EXPECT_EQ(intervals.Coverage(80), 4.0 / 8.0);
+  EXPECT_EQ(intervals.Coverage(95), 5.0 / 8.0);
+  EXPECT_EQ(intervals.Coverage(99), 6.0 / 8.0);
   const double kHeld[] = {0.0, 0.5, 1.0, 1.0};
   for (size_t quartile = 0; quartile < 4; ++quartile) {
-    EXPECT_EQ(intervals.QuartileCoverage(0.95, quartile), kHeld[quartile]) << quartile;
+    EXPECT_EQ(intervals.QuartileCoverage(95, quartile), kHeld[quartile]) << quartile;
   }
   intervals.Add(0.0, 0.0, 5.0);  // says that it knows exactly: no interval at all
-  EXPECT_EQ(intervals.Coverage(0.99), 6.0 / 9.0);
+  EXPECT_EQ(intervals.Coverage(99), 6.0 / 9.0);
   EXPECT_NEAR(intervals.Scale(), 1.9 / 0.67449, 1e-5);
 }
 
@@ -103,6 +103,7 @@ class MeasureScoreTest : public testing::Test {
     const double nearKm = 2.5 * 100.0 * sim::KmPerNs(link.groupIndex);
     link.sections = {{2.0, 0.2, -81.9}, {3.0, 0.21, -81.9}, {nearKm, 0.2, -81.9}, {3.0, 0.2, -81.9}};
     link.joints = {{0.2, {}}, {0.3, -45.0}, {0.1, {}}};
+    link.launch.reflectanceDb = -40.0;
     link.end.reflectanceDb = -20.0;
     simulated = sim::Simulate(link, 1);
     for (const sim::TrueEvent& event : simulated.truth.events) {
@@ -134,6 +135,7 @@ TEST_F(MeasureScoreTest, ErrorsAndIntervalsAreThoseOfTheEvents) {
   right.events[3].km.value += 0.005;
   right.events[4].attenuationDbPerKm->value += 0.003;
   right.totalLossDb->value += 0.019;
+  right.events[0].reflectanceDb = Measured{-40.1, 0.1};
   const auto json = Scored(&right);
   const auto& measured = json["measured"];
   EXPECT_EQ(measured["loss_far_db"]["count"], 1);  // the other two stand close to each other
@@ -154,6 +156,7 @@ TEST_F(MeasureScoreTest, ErrorsAndIntervalsAreThoseOfTheEvents) {
   EXPECT_EQ(held("slope"), 0.75);
   EXPECT_EQ(held("total_loss"), 1.0);
   EXPECT_EQ(held("end_place"), 1.0);
+  EXPECT_EQ(held("launch"), 1.0);
 }
 
 TEST_F(MeasureScoreTest, EventsMissedAndInventedAndFibreDeniedCount) {
