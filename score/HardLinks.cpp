@@ -163,8 +163,11 @@ void DrawSampling(Link& link, Random& random) {
   double points = std::clamp(LogUniform(random, 3.0, 40.0) * link.rangeKm / pulseKm, 2000.0, 128000.0);
   if (random.Chance(0.01)) points = 1e6;
   link.points = static_cast<long>(points);
-  // A record states the spacing in whole parts of a time, the least of which is a few mm.
   link.spacingM = link.rangeKm * 1000.0 / static_cast<double>(link.points);
+  // No instrument smooths over more than half of its pulse.
+  const auto half = static_cast<long>(pulseKm / link.spacingM * 500.0);
+  link.receiver.smoothingPoints =
+      std::min(link.receiver.smoothingPoints, std::max(1L, (half - 1) / 2 * 2 + 1));
 }
 
 }  // namespace
