@@ -106,7 +106,8 @@ int RunAnalyse(Session& session, AnalyseCommand& options) {
   OrderedWork<Outcome> work(total, options.jobs != 0 ? options.jobs : std::thread::hardware_concurrency(),
                             [&](size_t index) { return AnalyseAside(session, options, index); });
   // What goes before the next listing: a heading before the first, and an empty line between texts.
-  std::string before = options.format == "csv" ? CsvHeader() : "";
+  std::string before;
+  if (options.format == "csv") before = CsvHeader(options.module ? Measurement::kNone : Measurement::kDone);
   for (size_t i = 0; i < total; ++i) {
     if (!options.quiet) session.Progress(i + 1, total, options.traces[i]);
     const Outcome outcome = work.Next();

@@ -7,17 +7,35 @@
 namespace reflyze {
 namespace {
 
-// The table of a record that has just been analysed, with warnings about the trace.
-EventTable TableOf(LoadedRecord loaded, const std::optional<TTH>& thresholds, Numbers numbers,
-                   bool dropUnknown) {
+// The table of a record, with warnings about the trace.
+EventTable TableOf(const LoadedRecord& loaded, const std::optional<TTH>& thresholds, Numbers numbers) {
   EventTable table = MakeEventTable(loaded, thresholds, numbers);
-  if (dropUnknown) loaded.record->WriteSpecialBlocks = 0;
   table.warnings = WarningsOf(loaded);
   if (!KnowsBackscatter(*loaded.record)) {
     table.warnings.push_back(
         {loaded.name, "states no backscatter coefficient, without which no reflectance can be told"});
   }
+  return table;
+}
+
+// The table takes the record.
+void KeepRecord(LoadedRecord& loaded, bool dropUnknown, EventTable& table) {
+  if (dropUnknown) loaded.record->WriteSpecialBlocks = 0;
   table.record = Keep(loaded);
+}
+
+// The table of a record that has just been searched, with what was measured; without that, as it was found.
+EventTable MeasuredTableOf(const LoadedRecord& loaded, const TTH& thresholds,
+                           const std::optional<MeasuredTable>& measured) {
+  const TSorData& record = *loaded.record;
+  std::optional<bool> fibre;
+  if (measured) fibre = measured->link.fibre;
+  EventTable table = MakeEventTable(loaded, thresholds, Numbers::kMeasured, fibre);
+  table.measurement = Measurement::kFailed;
+  if (measured) TakeMeasured(record, *measured, table);
+  table.warnings = WarningsOf(loaded);
+  for (Warning& warning : WarningsOfMeasuring(loaded.name, record, measured, table.fibre))
+    table.warnings.push_back(std::move(warning));
   return table;
 }
 
@@ -28,8 +46,10 @@ EventTable Analyse(Trace trace, const AnalyseOptions& options) {
   TTH thresholds = ThresholdsFor(*loaded.record, options);
   ExplainingEngine explaining;
   AnalysisService& engine = options.explain ? explaining : Engine();
-  AnalyseBest(engine, loaded, thresholds, options.endsOnly);
-  EventTable table = TableOf(std::move(loaded), thresholds, Numbers::kMeasured, options.dropUnknown);
+  const std::optional<MeasuredTable> measured =
+      AnalyseAndMeasure(engine, loaded, thresholds, options.endsOnly);
+  EventTable table = MeasuredTableOf(loaded, thresholds, measured);
+  KeepRecord(loaded, options.dropUnknown, table);
   table.reasons = explaining.TakeReasons();
   return table;
 }
@@ -39,11 +59,16 @@ EventTable AnalyseBy(AnalysisService& service, Trace trace, const AnalyseOptions
   TTH thresholds = ThresholdsFor(*loaded.record, options);
   CallEngine(loaded.name, "is not a trace that can be analysed",
              [&] { service.Analyse(*loaded.record, thresholds, options.endsOnly); });
-  return TableOf(std::move(loaded), thresholds, Numbers::kAsStored, options.dropUnknown);
+  EventTable table = TableOf(loaded, thresholds, Numbers::kAsStored);
+  KeepRecord(loaded, options.dropUnknown, table);
+  return table;
 }
 
 EventTable StoredEvents(Trace trace, Numbers numbers) {
-  return TableOf(ForMeasuring(std::move(trace)), std::nullopt, numbers, false);
+  LoadedRecord loaded = ForMeasuring(std::move(trace));
+  EventTable table = TableOf(loaded, std::nullopt, numbers);
+  KeepRecord(loaded, false, table);
+  return table;
 }
 
 }  // namespace reflyze

@@ -45,6 +45,18 @@ void AnalyseBest(AnalysisService& engine, LoadedRecord& loaded, TTH& thresholds,
   });
 }
 
+std::optional<MeasuredTable> AnalyseAndMeasure(AnalysisService& engine, LoadedRecord& loaded, TTH& thresholds,
+                                               bool endsOnly) {
+  AnalyseBest(engine, loaded, thresholds, false);
+  std::optional<MeasuredTable> measured;
+  CallEngine(loaded.name, "is not a trace that can be measured", [&] {
+    measured = MeasureTable(*loaded.record);
+    if (endsOnly && measured) KeepMeasuredEnds(*loaded.record, *measured);
+    if (endsOnly && !measured) engine.Analyse(*loaded.record, thresholds, true);
+  });
+  return measured;
+}
+
 std::vector<Warning> WarningsOf(const AnalysedRecord& analysed) {
   std::vector<Warning> warnings = WarningsOf(analysed.loaded);
   if (analysed.eventsReplaced) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "lib/LoadedRecord.h"
+#include "lib/Measuring.h"
 #include "lib/ThresholdSource.h"
 #include "reflyze/record.h"
 
@@ -25,6 +26,11 @@ AnalysedRecord WithEvents(Trace trace, const AnalyseOptions& options, bool anew)
 // Finds the best table of a record that is to be measured. What the engine throws or asserts becomes an
 // Error.
 void AnalyseBest(AnalysisService& engine, LoadedRecord& loaded, TTH& thresholds, bool endsOnly);
+
+// The same, measured and stored so (lib/Measuring.h). None where the trace can't be understood as a link; the
+// record then has what the search has found.
+std::optional<MeasuredTable> AnalyseAndMeasure(AnalysisService& engine, LoadedRecord& loaded, TTH& thresholds,
+                                               bool endsOnly);
 
 // What a user should know of how the record was made ready.
 std::vector<Warning> WarningsOf(const AnalysedRecord& analysed);

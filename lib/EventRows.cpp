@@ -119,7 +119,8 @@ std::vector<Event> MakeEventRows(const TSorData& record, const TextEncoding& tex
   return rows;
 }
 
-EventTable MakeEventTable(const LoadedRecord& loaded, const std::optional<TTH>& asked, Numbers numbers) {
+EventTable MakeEventTable(const LoadedRecord& loaded, const std::optional<TTH>& asked, Numbers numbers,
+                          std::optional<bool> showsFibre) {
   const TSorData& record = *loaded.record;
   EventTable table;
   table.file = loaded.given;
@@ -137,7 +138,7 @@ EventTable MakeEventTable(const LoadedRecord& loaded, const std::optional<TTH>& 
   table.noiseFloorDb = NoiseFloorDb(record);
   table.events = MakeEventRows(record, loaded.texts, numbers);
   const bool all = numbers == Numbers::kAsStored;
-  table.fibre = ShowsFibre(record);
+  table.fibre = showsFibre ? *showsFibre : ShowsFibre(record);
   if (!table.fibre && !all) {
     table.events.clear();
     return table;

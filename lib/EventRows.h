@@ -25,7 +25,9 @@ bool KnowsBackscatter(const TSorData& record);
 std::vector<Event> MakeEventRows(const TSorData& record, const TextEncoding& texts, Numbers numbers);
 
 // The table of a record that is to be measured. `asked` are the thresholds of the analysis. Where there was
-// none, those of the record count, if it has them. The table has no warnings and keeps no record yet.
-EventTable MakeEventTable(const LoadedRecord& loaded, const std::optional<TTH>& asked, Numbers numbers);
+// none, those of the record count, if it has them. `showsFibre` is what is known of that; if nothing is, the
+// levels tell. The table has no warnings and keeps no record yet.
+EventTable MakeEventTable(const LoadedRecord& loaded, const std::optional<TTH>& asked, Numbers numbers,
+                          std::optional<bool> showsFibre = std::nullopt);
 
 }  // namespace reflyze

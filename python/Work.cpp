@@ -30,7 +30,7 @@ std::map<std::string, std::string> TextsOf(const Table& table) {
 
 Made MadeOf(const EventTable& table) {
   std::map<std::string, std::string> texts = TextsOf(table);
-  texts["csv"] = CsvHeader() + CsvOf(table);
+  texts["csv"] = CsvHeader(table.measurement) + CsvOf(table);
   return {std::move(texts), table.warnings, {table.record}};
 }
 

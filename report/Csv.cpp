@@ -6,6 +6,8 @@
 namespace reflyze {
 namespace {
 
+constexpr int kDeviationDecimals = 5;  // the least deviations are of some 0.0001 dB/km
+
 std::string CsvText(const std::string& text) {
   std::string quoted = "\"";
   for (const char c : text) {
@@ -17,21 +19,33 @@ std::string CsvText(const std::string& text) {
 
 }  // namespace
 
-std::string CsvHeader() {
-  return "file,number,distance_km,type,code,loss_db,reflectance_db,attenuation_db_per_km,cumulated_db,"
-         "comment\n";
+// What is measured stands behind what every table has, so that each column keeps its place.
+std::string CsvHeader(Measurement measurement) {
+  std::string heading =
+      "file,number,distance_km,type,code,loss_db,reflectance_db,attenuation_db_per_km,cumulated_db,comment";
+  if (measurement != Measurement::kNone)
+    heading += ",distance_sd_m,loss_sd_db,reflectance_sd_db,attenuation_sd_db_per_km,probability";
+  return heading + "\n";
 }
 
 std::string CsvOf(const EventTable& table) {
-  const auto number = [](std::optional<double> value) { return value ? NumberOrDash(value, 3) : ""; };
+  const auto number = [](std::optional<double> value, int decimals = 3) {
+    return value ? NumberOrDash(value, decimals) : "";
+  };
   std::string text;
   for (const Event& row : table.events) {
     text += CsvText(ValidUtf8(table.file)) +
-            Format(",%d,%.6f,%s,%s,%s,%s,%s,%.3f,", row.number, NoMinusZero(row.distanceKm, 6),
+            Format(",%d,%.6f,%s,%s,%s,%s,%s,%s,", row.number, NoMinusZero(row.distanceKm, 6),
                    CsvText(row.type).c_str(), CsvText(row.code).c_str(), number(row.lossDb).c_str(),
                    number(row.reflectanceDb).c_str(), number(row.attenuationDbPerKm).c_str(),
-                   NoMinusZero(row.cumulatedDb, 3)) +
-            CsvText(row.comment) + "\n";
+                   number(row.cumulatedDb).c_str()) +
+            CsvText(row.comment);
+    if (table.measurement != Measurement::kNone) {
+      for (const std::optional<double>& sd :
+           {row.distanceSdM, row.lossSdDb, row.reflectanceSdDb, row.attenuationSdDbPerKm, row.probability})
+        text += "," + number(sd, kDeviationDecimals);
+    }
+    text += "\n";
   }
   return text;
 }

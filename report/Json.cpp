@@ -9,21 +9,40 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json JsonOfRow(const Event& row) {
+Json JsonOf(const std::optional<ModuleAnswer>& answer) {
+  if (!answer) return nullptr;
+  return {{"ept", answer->eptOwt},
+          {"loss_db", answer->lossDb},
+          {"reflectance_db", NumberOrNull(answer->reflectanceDb)},
+          {"attenuation_db_per_km", answer->attenuationDbPerKm}};
+}
+
+// An event of a table that was to be measured has more to tell than one that stands in a record.
+Json JsonOfRow(const Event& row, Measurement measurement = Measurement::kNone) {
+  const bool measured = measurement != Measurement::kNone;
   Json event;
+  const auto deviation = [&](const char* key, std::optional<double> value) {
+    if (measured) event[key] = NumberOrNull(value);
+  };
   event["number"] = row.number;
   event["ept"] = row.eptOwt;
   event["distance_km"] = row.distanceKm;
+  deviation("distance_sd_m", row.distanceSdM);
   event["type"] = row.type;
   event["code"] = row.code;
   event["technique"] = row.technique;
   event["loss_db"] = NumberOrNull(row.lossDb);
+  deviation("loss_sd_db", row.lossSdDb);
   event["reflectance_db"] = NumberOrNull(row.reflectanceDb);
+  deviation("reflectance_sd_db", row.reflectanceSdDb);
   event["reflectance_at_least"] = row.reflectanceAtLeast;
   event["attenuation_db_per_km"] = NumberOrNull(row.attenuationDbPerKm);
-  event["cumulated_db"] = row.cumulatedDb;
+  deviation("attenuation_sd_db_per_km", row.attenuationSdDbPerKm);
+  event["cumulated_db"] = NumberOrNull(row.cumulatedDb);
+  deviation("probability", row.probability);
   event["markers"] = row.markersOwt;
   event["comment"] = row.comment;
+  if (measured) event["module"] = JsonOf(row.module);
   return event;
 }
 
@@ -81,12 +100,13 @@ Json JsonObjectOf(const EventTable& table) {
   json["noise_floor_db"] = table.noiseFloorDb;
   json["length_km"] = NumberOrNull(table.lengthKm);
   json["total_loss_db"] = NumberOrNull(table.totalLossDb);
+  if (table.measurement != Measurement::kNone) json["total_loss_sd_db"] = NumberOrNull(table.totalLossSdDb);
   json["orl_db"] = NumberOrNull(table.returnLossDb);
   json["fibre"] = table.fibre;
   json["warnings"] = Json::array();
   for (const Warning& warning : table.warnings) json["warnings"].push_back(warning.text);
   json["events"] = Json::array();
-  for (const Event& row : table.events) json["events"].push_back(JsonOfRow(row));
+  for (const Event& row : table.events) json["events"].push_back(JsonOfRow(row, table.measurement));
   if (!table.reasons.empty()) json["why"] = JsonOfReasons(table.reasons);
   return json;
 }

@@ -52,6 +52,56 @@ std::string RowsText(const QualityTable& table) {
   return text;
 }
 
+std::string PlainRows(const EventTable& table) {
+  std::string text = "  No  Distance  Type                   Loss    Refl.    Section  Cumulated\n";
+  text += "            km                           dB       dB      dB/km         dB\n";
+  text += " ---  --------  -------------------  ------  -------  ---------  ---------\n";
+  for (const Event& row : table.events) {
+    text += Format(" %3d  %8.4f  %-19s  %6s  %7s  %9s  %9s\n", row.number, NoMinusZero(row.distanceKm, 4),
+                   row.type.c_str(), NumberOrDash(row.lossDb, 3).c_str(), ReflectanceText(row).c_str(),
+                   NumberOrDash(row.attenuationDbPerKm, 3).c_str(), NumberOrDash(row.cumulatedDb, 3).c_str());
+  }
+  return text;
+}
+
+// Each number with its deviation.
+std::string MeasuredRows(const EventTable& table) {
+  std::string text =
+      "  No  Distance        Type                   Loss            Refl.        Section         Cumulated\n"
+      "            km \u00b1m                              dB \u00b1dB           dB \u00b1dB     dB/km "
+      "\u00b1dB/km"
+      "         dB\n"
+      " ---  -------- -----  -------------------  ------ ------  ------- -----  ------- ------  ---------\n";
+  const auto deviation = [](std::optional<double> sd, int decimals, size_t width) {
+    return PaddedRight(SdText(sd, decimals), width);
+  };
+  for (const Event& row : table.events) {
+    text += Format(
+        " %3d  %8.4f %s  %-19s  %6s %s  %7s %s  %7s %s  %9s\n", row.number, NoMinusZero(row.distanceKm, 4),
+        deviation(row.distanceSdM, 2, 5).c_str(), row.type.c_str(), NumberOrDash(row.lossDb, 3).c_str(),
+        deviation(row.lossSdDb, 3, 6).c_str(), ReflectanceText(row).c_str(),
+        deviation(row.reflectanceSdDb, 2, 5).c_str(), NumberOrDash(row.attenuationDbPerKm, 3).c_str(),
+        deviation(row.attenuationSdDbPerKm, 3, 6).c_str(), NumberOrDash(row.cumulatedDb, 3).c_str());
+  }
+  return text;
+}
+
+std::string TotalLossText(const EventTable& table) {
+  const std::string sd = SdText(table.totalLossSdDb, 3);
+  return WithUnit(NumberOrDash(table.totalLossDb, 3) + (sd.empty() ? "" : " " + sd), "dB");
+}
+
+// What may be noise is worth a line of its own.
+std::string DoubtfulEvents(const EventTable& table) {
+  constexpr double kSure = 0.95;
+  std::string text;
+  for (const Event& row : table.events) {
+    if (row.probability && *row.probability < kSure)
+      text += Format("Event %d is real with a probability of %.2f\n", row.number, *row.probability);
+  }
+  return text;
+}
+
 double Km(const FilterPoint& point) { return NoMinusZero(point.distanceKm, 4); }
 double Db(const FilterPoint& point) { return NoMinusZero(point.levelDb, 2); }
 
@@ -88,23 +138,16 @@ std::string TextOf(const EventTable& table) {
                  WithUnit(NumberOrDash(table.thresholds.reflectanceDb, 1), "dB").c_str(),
                  WithUnit(NumberOrDash(table.thresholds.endDb, 2), "dB").c_str(),
                  WithUnit(NumberOrDash(table.thresholds.slopeDbPerKm, 2), "dB/km").c_str());
-  text += "  No  Distance  Type                   Loss    Refl.    Section  Cumulated\n";
-  text += "            km                           dB       dB      dB/km         dB\n";
-  text += " ---  --------  -------------------  ------  -------  ---------  ---------\n";
-  bool saturated = false;
-  for (const Event& row : table.events) {
-    text += Format(" %3d  %8.4f  %-19s  %6s  %7s  %9s  %9.3f\n", row.number, NoMinusZero(row.distanceKm, 4),
-                   row.type.c_str(), NumberOrDash(row.lossDb, 3).c_str(), ReflectanceText(row).c_str(),
-                   NumberOrDash(row.attenuationDbPerKm, 3).c_str(), NoMinusZero(row.cumulatedDb, 3));
-    saturated = saturated || row.reflectanceAtLeast;
-  }
+  text += table.measurement == Measurement::kDone ? MeasuredRows(table) : PlainRows(table);
   if (table.events.empty()) text += " no events\n";
+  const bool saturated = std::any_of(table.events.begin(), table.events.end(),
+                                     [](const Event& event) { return event.reflectanceAtLeast; });
   text += Format("\nLength %s  End-to-end loss %s  Return loss %s%s\nNoise floor %.2f dB\n",
-                 WithUnit(NumberOrDash(table.lengthKm, 4), "km").c_str(),
-                 WithUnit(NumberOrDash(table.totalLossDb, 3), "dB").c_str(),
+                 WithUnit(NumberOrDash(table.lengthKm, 4), "km").c_str(), TotalLossText(table).c_str(),
                  saturated && table.returnLossDb ? "<" : "",
                  WithUnit(NumberOrDash(table.returnLossDb, 2), "dB").c_str(), table.noiseFloorDb);
   if (!table.fibre) text += "The trace shows no fibre\n";
+  text += DoubtfulEvents(table);
   if (!table.reasons.empty()) text += ReasonsText(table);
   return text;
 }

@@ -15,6 +15,11 @@ namespace reflyze {
 // "-" for none; a saturated reflectance is more than the value.
 std::string NumberOrDash(std::optional<double> value, int decimals);
 std::string ReflectanceText(const Event& event);
+// "±0.012", rounded up to these decimals and never 0: a deviation that looks less than it is would be
+// believed. Fewer decimals where it is large; nothing for none.
+std::string SdText(std::optional<double> sd, int decimals);
+// A text with blanks behind it. Its width counts letters, not bytes.
+std::string PaddedRight(const std::string& text, size_t width);
 
 const char* Word(Measurable measurable);
 const char* Word(LaunchState launch);

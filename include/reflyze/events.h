@@ -67,21 +67,43 @@ enum class Numbers {
   kAsStored,
 };
 
-// A place on the fibre where light is lost, gained or reflected.
+// Where the numbers of a table come from.
+enum class Measurement {
+  kNone,    // from the record as it stands, or from the module: nothing was measured beside that
+  kFailed,  // from the search alone: the trace can't be understood as one link
+  kDone,    // measured on the trace, each with its uncertainty
+};
+
+// What the search answered for an event before it was measured, as it left it in the record.
+struct ModuleAnswer {
+  int eptOwt = 0;                       // one-way time from the first sample, 100 ps
+  double lossDb = 0.0;                  // dB, below 0 for a gain
+  std::optional<double> reflectanceDb;  // dB, negative; none where it stored none
+  double attenuationDbPerKm = 0.0;      // dB/km, of the section before the event
+};
+
+// A place on the fibre where light is lost, gained or reflected. Each deviation is the standard deviation of
+// the number's error, in the unit of its name; none where the number was not measured.
 struct Event {
-  int number = 0;                            // from 1, along the fibre
-  int eptOwt = 0;                            // one-way time from the first sample, 100 ps
-  double distanceKm = 0.0;                   // from the user's zero
-  std::string code;                          // SR-4731 event code
-  std::string technique;                     // of the loss measurement
-  std::string type;                          // in words
-  std::optional<double> lossDb;              // dB, below 0 for a gain
-  std::optional<double> reflectanceDb;       // dB, negative
-  bool reflectanceAtLeast = false;           // the receiver was saturated
-  std::optional<double> attenuationDbPerKm;  // of the section before the event
-  double cumulatedDb = 0.0;                  // sections and events from the launch up to and with this event
-  std::array<int, 5> markersOwt{};           // ML0 to ML4, one-way times, 100 ps
-  std::string comment;                       // of whoever edited the record
+  int number = 0;                              // from 1, along the fibre
+  int eptOwt = 0;                              // one-way time from the first sample, 100 ps
+  double distanceKm = 0.0;                     // from the user's zero
+  std::optional<double> distanceSdM;           // deviation, m
+  std::string code;                            // SR-4731 event code
+  std::string technique;                       // of the loss measurement
+  std::string type;                            // in words
+  std::optional<double> lossDb;                // dB, below 0 for a gain
+  std::optional<double> lossSdDb;              // deviation, dB
+  std::optional<double> reflectanceDb;         // dB, negative
+  std::optional<double> reflectanceSdDb;       // deviation, dB
+  bool reflectanceAtLeast = false;             // the receiver was saturated
+  std::optional<double> attenuationDbPerKm;    // of the section before the event
+  std::optional<double> attenuationSdDbPerKm;  // deviation, dB/km
+  std::optional<double> cumulatedDb;   // sections and events from the launch up to and with this event, dB
+  std::optional<double> probability;   // that the event is real, from 0 to 1
+  std::array<int, 5> markersOwt{};     // ML0 to ML4, one-way times, 100 ps
+  std::string comment;                 // of whoever edited the record
+  std::optional<ModuleAnswer> module;  // none for an event that only the measuring has found
 };
 
 // Why a stage of the analysis decided as it did: what it looked at, what it chose, and by which limit. Places
@@ -99,28 +121,30 @@ struct Reason {
 
 // The events of one trace, with what they were found by.
 struct EventTable {
-  std::string file;                    // of the trace
-  long points = 0;                     // of the trace
-  double wavelengthNm = 0.0;           // nm
-  double pulseNs = 0.0;                // ns
-  double spacingM = 0.0;               // m between points
-  double rangeKm = 0.0;                // km
-  double groupIndex = 0.0;             // of the fibre, without a unit
-  Thresholds thresholds;               // that held when the events were found
-  double noiseFloorDb = 0.0;           // dB, a level of the trace
-  bool fibre = true;                   // the trace shows one
-  std::optional<double> lengthKm;      // km from the launch to the end of the fibre
-  std::optional<double> totalLossDb;   // end to end, on the trace itself
-  std::optional<double> returnLossDb;  // at most, where the receiver was saturated
-  std::vector<Warning> warnings;       // what a user should know
-  std::vector<Event> events;           // along the fibre
-  std::vector<Reason> reasons;         // in the order of the decisions; none unless asked for
-  StoredRecord record;                 // the trace with these events
+  std::string file;                              // of the trace
+  long points = 0;                               // of the trace
+  double wavelengthNm = 0.0;                     // nm
+  double pulseNs = 0.0;                          // ns
+  double spacingM = 0.0;                         // m between points
+  double rangeKm = 0.0;                          // km
+  double groupIndex = 0.0;                       // of the fibre, without a unit
+  Thresholds thresholds;                         // that held when the events were found
+  double noiseFloorDb = 0.0;                     // dB, a level of the trace
+  Measurement measurement = Measurement::kNone;  // of the numbers below and of the events
+  bool fibre = true;                             // the trace shows one
+  std::optional<double> lengthKm;                // km from the launch to the end of the fibre
+  std::optional<double> totalLossDb;             // end to end, on the trace itself
+  std::optional<double> totalLossSdDb;           // its deviation, dB
+  std::optional<double> returnLossDb;            // at most, where the receiver was saturated
+  std::vector<Warning> warnings;                 // what a user should know
+  std::vector<Event> events;                     // along the fibre
+  std::vector<Reason> reasons;                   // in the order of the decisions; none unless asked for
+  StoredRecord record;                           // the trace with these events
 };
 
-// Finds the events of a trace. Throws Error kUnreadable for a trace that can't be measured, and for a file
-// that holds several, kUsage for a threshold out of its bounds. Here as everywhere, a trace that is moved in
-// and that nobody else holds needs no copy.
+// Finds the events of a trace and measures them. Throws Error kUnreadable for a trace that can't be measured,
+// and for a file that holds several, kUsage for a threshold out of its bounds. Here as everywhere, a trace
+// that is moved in and that nobody else holds needs no copy.
 REFLYZE_API EventTable Analyse(Trace trace, const AnalyseOptions& options = {});
 
 // The events that stand in the file. They are told as they are.

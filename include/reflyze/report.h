@@ -33,9 +33,11 @@ REFLYZE_API std::string JsonOf(const FilterTable& table);      // of a filter
 // The truth in the shape of a table of events; several lines with an indent above 0.
 REFLYZE_API std::string JsonOf(const Simulation& simulation, int indent = -1);
 
-// One line an event, without the heading.
+// One line an event, without the heading. A table that was to be measured has more columns than one that was
+// not.
 REFLYZE_API std::string CsvOf(const EventTable& table);
-REFLYZE_API std::string CsvHeader();  // the heading, with units
+// The heading of such tables, with units.
+REFLYZE_API std::string CsvHeader(Measurement measurement = Measurement::kDone);
 
 // What a dump shows.
 struct DumpOptions {
