@@ -7,14 +7,18 @@
 namespace reflyze {
 namespace {
 
-// The table of a record, with warnings about the trace.
+// Warnings about the trace.
+std::vector<Warning> WarningsOfTrace(const LoadedRecord& loaded, const MeasuredLink* link) {
+  std::vector<Warning> warnings = WarningsOf(loaded);
+  for (Warning& warning : WarningsOfBackscatter(loaded.name, *loaded.record, link))
+    warnings.push_back(std::move(warning));
+  return warnings;
+}
+
+// The table of a record as it stands.
 EventTable TableOf(const LoadedRecord& loaded, const std::optional<TTH>& thresholds, Numbers numbers) {
   EventTable table = MakeEventTable(loaded, thresholds, numbers);
-  table.warnings = WarningsOf(loaded);
-  if (!KnowsBackscatter(*loaded.record)) {
-    table.warnings.push_back(
-        {loaded.name, "states no backscatter coefficient, without which no reflectance can be told"});
-  }
+  table.warnings = WarningsOfTrace(loaded, nullptr);
   return table;
 }
 
@@ -27,15 +31,13 @@ void KeepRecord(LoadedRecord& loaded, bool dropUnknown, EventTable& table) {
 // The table of a record that has just been searched, with what was measured; without that, as it was found.
 EventTable MeasuredTableOf(const LoadedRecord& loaded, const TTH& thresholds,
                            const std::optional<MeasuredTable>& measured) {
-  const TSorData& record = *loaded.record;
-  std::optional<bool> fibre;
-  if (measured) fibre = measured->link.fibre;
-  EventTable table = MakeEventTable(loaded, thresholds, Numbers::kMeasured, fibre);
+  const MeasuredLink* link = measured ? &measured->link : nullptr;
+  EventTable table = MakeEventTable(loaded, thresholds, Numbers::kMeasured,
+                                    measured ? std::optional<bool>(link->fibre) : std::nullopt);
   table.measurement = Measurement::kFailed;
-  if (measured) TakeMeasured(record, *measured, table);
-  table.warnings = WarningsOf(loaded);
-  for (Warning& warning : WarningsOfMeasuring(loaded.name, record, measured, table.fibre))
-    table.warnings.push_back(std::move(warning));
+  if (measured) TakeMeasured(*loaded.record, *measured, table);
+  table.warnings = WarningsOfTrace(loaded, link);
+  if (!measured && table.fibre) table.warnings.push_back(NotMeasured(loaded.name));
   return table;
 }
 

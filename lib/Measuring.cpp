@@ -221,7 +221,7 @@ void StoreEvents(TSorData& record, const MeasuredLink& link, const std::vector<i
     event.EC = code.c_str();
     StoreReflectance(event, measured);
     if (i > 0) StoreAttenuation(event, measured);
-    if (i > 0 && i < last) StoreMeasuredLoss(event, measured);
+    if (i < last) StoreMeasuredLoss(event, measured);
   }
   StoreTotals(record, link);
 }
@@ -347,23 +347,29 @@ void TakeMeasured(const TSorData& record, const MeasuredTable& measured, EventTa
   if (link.returnLossDb) table.returnLossDb = record.KeyEvents->ORL / 1000.0;
 }
 
-std::vector<Warning> WarningsOfMeasuring(const std::string& name, const TSorData& record,
-                                         const std::optional<MeasuredTable>& measured, bool fibre) {
-  std::vector<Warning> warnings;
-  if (!measured && fibre) {
-    warnings.push_back({name,
-                        "its trace can't be understood as one link: its numbers are those of the search, and "
-                        "nothing tells how far they can be trusted"});
+const MeasuredEvent* MeasuredAt(const MeasuredLink& link, int index) {
+  const auto found = std::find_if(link.events.begin(), link.events.end(),
+                                  [&](const MeasuredEvent& event) { return event.listed == index; });
+  return found == link.events.end() ? nullptr : &*found;
+}
+
+Warning NotMeasured(const std::string& name) {
+  return {
+      name,
+      "its trace can't be understood as one link: its numbers are those of the search, and nothing tells how "
+      "far they can be trusted"};
+}
+
+std::vector<Warning> WarningsOfBackscatter(const std::string& name, const TSorData& record,
+                                           const MeasuredLink* link) {
+  if (link != nullptr && link->assumedBackscatterDb) {
+    return {{name,
+             Format("states no backscatter coefficient; reflectances count from %.1f dB for a pulse of 1 ns, "
+                    "the usual one at its wavelength",
+                    *link->assumedBackscatterDb)}};
   }
-  if (measured && measured->link.assumedBackscatterDb) {
-    warnings.push_back(
-        {name, Format("states no backscatter coefficient; reflectances count from %.1f dB for a "
-                      "pulse of 1 ns, the usual one at its wavelength",
-                      *measured->link.assumedBackscatterDb)});
-  } else if (!KnowsBackscatter(record)) {
-    warnings.push_back({name, "states no backscatter coefficient, without which no reflectance can be told"});
-  }
-  return warnings;
+  if (KnowsBackscatter(record)) return {};
+  return {{name, "states no backscatter coefficient, without which no reflectance can be told"}};
 }
 
 }  // namespace reflyze

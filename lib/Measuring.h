@@ -47,11 +47,16 @@ void TakeMeasured(const TSorData& record, const MeasuredLink& link, std::vector<
 // The same for a table of events, with its totals.
 void TakeMeasured(const TSorData& record, const MeasuredTable& measured, EventTable& table);
 
+// What was measured of the event at that place of a table; null for nothing.
+const MeasuredEvent* MeasuredAt(const MeasuredLink& link, int index);
+
 // Stores a loss, rounded to the record's step whatever its sign.
 void StoreLoss(TSorBlockKeyEvents1E& event, double lossDb);
 
-// What a user should know of how a trace was measured that shows a fibre, or none.
-std::vector<Warning> WarningsOfMeasuring(const std::string& name, const TSorData& record,
-                                         const std::optional<MeasuredTable>& measured, bool fibre);
+// What a user should know of a trace whose fibre could not be measured.
+Warning NotMeasured(const std::string& name);
+// What a user should know of the reflectances of a record; `link` is null where it was not measured.
+std::vector<Warning> WarningsOfBackscatter(const std::string& name, const TSorData& record,
+                                           const MeasuredLink* link);
 
 }  // namespace reflyze

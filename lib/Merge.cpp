@@ -63,11 +63,18 @@ MergedTable MergeRecords(LoadedRecord& a, LoadedRecord& b) {
     if (code != 0) RefuseMerge(code, a, endA, b, endB);
     TellInsertedEvents(*a.record, ownA);
     TellInsertedEvents(*b.record, ownB);
-    table = MakeMergedTable(a, ownA, b, ownB);
+    table = MakeMergedTable({a, ownA, MeasureListed(*a.record)}, {b, ownB, MeasureListed(*b.record)});
     AverageBiDir(a.record.get(), b.record.get());
     TakeMeanLosses(*a.record, table);
   });
   return table;
+}
+
+// A table that was found here is measured before the other direction's events come into it.
+void MeasureOwn(AnalysedRecord& analysed) {
+  if (!analysed.thresholds) return;
+  CallEngine(analysed.loaded.name, "is not a trace that can be measured",
+             [&] { MeasureTable(*analysed.loaded.record); });
 }
 
 bool AnyIn(const MergeOptions& options) {
@@ -86,6 +93,8 @@ MergedTable Merge(Trace traceA, Trace traceB, const MergeOptions& options) {
   AnalysedRecord a = WithEvents(std::move(traceA), analysis, anew);
   AnalysedRecord b = WithEvents(std::move(traceB), analysis, anew);
   RequireTwoTraces(a.loaded, b.loaded);
+  MeasureOwn(a);
+  MeasureOwn(b);
   const std::vector<std::string> doubts = DoubtsOfTwoDirections(a.loaded, b.loaded);
   MergedTable table = MergeRecords(a.loaded, b.loaded);
   for (const AnalysedRecord* analysed : {&a, &b}) {

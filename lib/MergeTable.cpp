@@ -2,7 +2,9 @@
 #include "lib/MergeTable.h"
 
 #include <algorithm>
+#include <cmath>
 
+#include "lib/Decimal.h"
 #include "lib/EventRows.h"
 #include "lib/Text.h"
 #include "ref/events/refEventBiDir.h"
@@ -20,10 +22,18 @@ DirectionOfEvent DirectionAt(const TSorData& record, const std::vector<Event>& r
   direction.seen = own.count(&event) > 0;
   direction.code = row.code;
   // The event can't be seen from this end, and has the reflectance that the other end has measured.
-  if (!direction.seen && !HasSections(record, event)) return direction;
+  if (!direction.seen && !row.lossSdDb && !HasSections(record, event)) return direction;
   direction.reflectanceDb = row.reflectanceDb;
   direction.lossDb = row.lossDb;
+  direction.lossSdDb = row.lossSdDb;
   return direction;
+}
+
+std::vector<Event> RowsOf(const MatchedDirection& direction) {
+  const TSorData& record = *direction.file.record;
+  std::vector<Event> rows = MakeEventRows(record, direction.file.texts, Numbers::kMeasured);
+  if (direction.link) TakeMeasured(record, *direction.link, rows);
+  return rows;
 }
 
 }  // namespace
@@ -37,15 +47,14 @@ OwnEvents OwnEventsOf(const TSorData& record) {
 // Event i of the first direction is event (last - i) of the second. One that lies too near to the launch of
 // the other direction has no partner there. It stands right before the end, and at the end both counts agree
 // again.
-MergedTable MakeMergedTable(const LoadedRecord& fileA, const OwnEvents& ownA, const LoadedRecord& fileB,
-                            const OwnEvents& ownB) {
-  const TSorData &a = *fileA.record, &b = *fileB.record;
+MergedTable MakeMergedTable(const MatchedDirection& directionA, const MatchedDirection& directionB) {
+  const TSorData &a = *directionA.file.record, &b = *directionB.file.record;
+  const OwnEvents &ownA = directionA.own, &ownB = directionB.own;
   MergedTable table;
-  table.fileA = fileA.given;
-  table.fileB = fileB.given;
+  table.fileA = directionA.file.given;
+  table.fileB = directionB.file.given;
   const int countA = a.KeyEvents->ListedEvents(), countB = b.KeyEvents->ListedEvents();
-  const std::vector<Event> rowsA = MakeEventRows(a, fileA.texts, Numbers::kMeasured);
-  const std::vector<Event> rowsB = MakeEventRows(b, fileB.texts, Numbers::kMeasured);
+  const std::vector<Event> rowsA = RowsOf(directionA), rowsB = RowsOf(directionB);
   const int endOwt = a.KeyEvents->EventAt(countA - 1).EPT;
   table.pulseNs = a.FxdParams->GetNsPulse(0.0);
   table.lengthKm = a.OwtToLen(endOwt);
@@ -65,10 +74,21 @@ MergedTable MakeMergedTable(const LoadedRecord& fileA, const OwnEvents& ownA, co
   return table;
 }
 
-void TakeMeanLosses(const TSorData& a, MergedTable& table) {
+// Both directions are measurements of their own: the variance of their mean is a quarter of the sum of
+// theirs.
+void TakeMeanLosses(TSorData& a, MergedTable& table) {
   for (size_t i = 0; i < table.rows.size(); ++i) {
     MergedEvent& row = table.rows[i];
-    if (row.a.lossDb && row.b.lossDb) row.meanLossDb = a.KeyEvents->EventAt(static_cast<long>(i)).GetEL();
+    if (!row.a.lossDb || !row.b.lossDb) continue;
+    TSorBlockKeyEvents1E& event = a.KeyEvents->EventAt(static_cast<long>(i));
+    if (row.a.lossSdDb && row.b.lossSdDb) {
+      constexpr double kSteps = 1e6;  // in a dB, as the losses have
+      row.meanLossDb = NearestDecimal((*row.a.lossDb + *row.b.lossDb) / 2.0, kSteps);
+      row.meanLossSdDb = NearestDecimal(std::hypot(*row.a.lossSdDb, *row.b.lossSdDb) / 2.0, kSteps);
+      StoreLoss(event, *row.meanLossDb);
+    } else {
+      row.meanLossDb = event.GetEL();
+    }
   }
 }
 

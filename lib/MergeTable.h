@@ -4,6 +4,7 @@
 #include <set>
 
 #include "lib/LoadedRecord.h"
+#include "lib/Measuring.h"
 #include "reflyze/merge.h"
 
 namespace reflyze {
@@ -12,9 +13,16 @@ namespace reflyze {
 using OwnEvents = std::set<const TSorBlockKeyEvents1E*>;
 OwnEvents OwnEventsOf(const TSorData& record);
 
-// The rows of two records whose tables agree, before their losses are averaged; and, after that, the means.
-MergedTable MakeMergedTable(const LoadedRecord& a, const OwnEvents& ownA, const LoadedRecord& b,
-                            const OwnEvents& ownB);
-void TakeMeanLosses(const TSorData& a, MergedTable& table);
+// One direction whose table agrees with that of the other.
+struct MatchedDirection {
+  const LoadedRecord& file;
+  OwnEvents own;
+  std::optional<MeasuredLink> link;  // what was measured of its events
+};
+
+// The rows of two directions, before their losses are averaged; and, after that, the means. Where both sides
+// were measured, the record of the first takes theirs.
+MergedTable MakeMergedTable(const MatchedDirection& a, const MatchedDirection& b);
+void TakeMeanLosses(TSorData& a, MergedTable& table);
 
 }  // namespace reflyze

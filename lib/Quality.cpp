@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "reflyze/quality.h"
 
+#include <cmath>
+
 #include "lib/AnalysedRecord.h"
 #include "lib/EngineCall.h"
 #include "lib/EventRows.h"
@@ -10,6 +12,24 @@ namespace reflyze {
 namespace {
 
 constexpr double kNotInNoise = -1.0;  // stands for a loss where the longer pulse shows noise only
+
+// By how many metres an event may lie elsewhere than its table says: what the table is off, and twice the
+// deviation of the place that was measured.
+double TrustM(const TSorData& record, const MeasuredEvent& measured, const Event& event) {
+  constexpr double kDeviations = 1.96;  // 95 % of a normal error lie within
+  const double km = record.OwtToLen(record.NumToOwt(0) + record.dLenToOwt(measured.km.value));
+  return std::fabs(km - event.distanceKm) * 1000.0 + kDeviations * measured.km.deviation * 1000.0;
+}
+
+void TakeMeasuredRow(const TSorData& record, const MeasuredEvent& measured, const Event& event,
+                     JudgedEvent& row) {
+  row.distanceSdM = event.distanceSdM;
+  row.lossSdDb = event.lossSdDb;
+  row.probability = event.probability;
+  row.trustM = TrustM(record, measured, event);
+  // The levels beside an event may stand above the noise and yet not tell what it loses.
+  if (row.measurable == Measurable::kYes && !row.lossDb) row.measurable = Measurable::kNo;
+}
 
 JudgedEvent RowOf(TSorData& record, const TSorData* longPulse, const Event& event, int index) {
   JudgedEvent row;
@@ -47,24 +67,50 @@ void JudgeLaunch(TSorData& record, QualityTable& table) {
   table.launchLevelDb = levelDb;
 }
 
-QualityTable MakeQualityTable(const LoadedRecord& loaded, const TSorData* longPulse, int lastPercent) {
+// The events of the record; those that were measured with what was measured.
+std::vector<JudgedEvent> JudgedRows(const LoadedRecord& loaded, const TSorData* longPulse,
+                                    const std::optional<MeasuredLink>& link) {
+  TSorData& record = *loaded.record;
+  std::vector<Event> events = MakeEventRows(record, loaded.texts, Numbers::kMeasured);
+  if (link) TakeMeasured(record, *link, events);
+  std::vector<JudgedEvent> rows;
+  for (const Event& event : events) {
+    const int index = static_cast<int>(rows.size());
+    rows.push_back(RowOf(record, longPulse, event, index));
+    const MeasuredEvent* measured = link ? MeasuredAt(*link, index) : nullptr;
+    if (measured != nullptr) TakeMeasuredRow(record, *measured, event, rows.back());
+  }
+  return rows;
+}
+
+QualityTable MakeQualityTable(const LoadedRecord& loaded, const TSorData* longPulse, int lastPercent,
+                              const std::optional<MeasuredLink>& link) {
   TSorData& record = *loaded.record;
   QualityTable table;
   table.file = loaded.given;
   table.pulseNs = record.FxdParams->GetNsPulse(0.0);
   table.noiseFloorDb = NoiseFloorDb(record);
   table.lastPercent = lastPercent;
-  table.fibre = ShowsFibre(record);
+  table.measurement = link ? Measurement::kDone : Measurement::kFailed;
+  table.fibre = link ? link->fibre : ShowsFibre(record);
   if (!table.fibre) return table;
-  const int count = record.KeyEvents->ListedEvents();
-  for (const Event& event : MakeEventRows(record, loaded.texts, Numbers::kMeasured))
-    table.rows.push_back(RowOf(record, longPulse, event, static_cast<int>(table.rows.size())));
-  table.lengthKm = count > 0 ? table.rows.back().distanceKm : 0.0;
+  table.rows = JudgedRows(loaded, longPulse, link);
+  table.lengthKm = table.rows.empty() ? 0.0 : table.rows.back().distanceKm;
   table.noiseFloorDb = NoiseFloorDb(record);  // it was settled when the events were judged
   SettleRange(table);
   JudgeLaunch(record, table);
   table.endInLastPercent = RefEventIsEofInLastNpercent(&record, lastPercent, 0.0) != 0;
   return table;
+}
+
+// What the trace shows of its events. A table that was found here takes it over; one that somebody else has
+// made keeps its events and their places.
+std::optional<MeasuredLink> MeasuredLinkOf(const AnalysedRecord& analysed) {
+  TSorData& record = *analysed.loaded.record;
+  if (!analysed.thresholds) return MeasureLink(record);
+  std::optional<MeasuredTable> table = MeasureTable(record);
+  if (!table) return std::nullopt;
+  return std::move(table->link);
 }
 
 void WarnIfNotLonger(const LoadedRecord& loaded, const LoadedRecord& longer, std::vector<Warning>& warnings) {
@@ -92,11 +138,14 @@ QualityTable Quality(Trace trace, const QualityOptions& options) {
   if (options.longPulse) longer = WithEvents(*options.longPulse, {}, false);
   QualityTable table;
   CallEngine(analysed.loaded.name, "is not a trace that can be judged", [&] {
+    const std::optional<MeasuredLink> link = MeasuredLinkOf(analysed);
     const UnmeasuredReflectances unmeasured(*analysed.loaded.record);
     table = MakeQualityTable(analysed.loaded, longer ? longer->loaded.record.get() : nullptr,
-                             options.lastPercent);
+                             options.lastPercent, link);
   });
   table.warnings = WarningsOf(analysed);
+  if (table.fibre && table.measurement == Measurement::kFailed)
+    table.warnings.push_back(NotMeasured(analysed.loaded.name));
   if (!longer) return table;
   table.longPulseFile = longer->loaded.given;
   WarnOfLongPulse(analysed, *longer, table.warnings);

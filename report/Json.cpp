@@ -168,8 +168,11 @@ std::string JsonOf(const MergedTable& table) {
     event["distance_km"] = row.distanceKm;
     event["code"] = row.a.listed ? row.a.code : row.b.code;
     event["loss_a_db"] = NumberOrNull(row.a.lossDb);
+    event["loss_a_sd_db"] = NumberOrNull(row.a.lossSdDb);
     event["loss_b_db"] = NumberOrNull(row.b.lossDb);
+    event["loss_b_sd_db"] = NumberOrNull(row.b.lossSdDb);
     event["loss_db"] = NumberOrNull(row.meanLossDb);
+    event["loss_sd_db"] = NumberOrNull(row.meanLossSdDb);
     event["reflectance_a_db"] = NumberOrNull(row.a.reflectanceDb);
     event["reflectance_b_db"] = NumberOrNull(row.b.reflectanceDb);
     event["seen_from"] = SeenFrom(row.a.seen, row.b.seen);
@@ -199,8 +202,11 @@ std::string JsonOf(const QualityTable& table) {
     Json event;
     event["number"] = row.number;
     event["distance_km"] = row.distanceKm;
+    event["distance_sd_m"] = NumberOrNull(row.distanceSdM);
     event["code"] = row.code;
     event["loss_db"] = NumberOrNull(row.lossDb);
+    event["loss_sd_db"] = NumberOrNull(row.lossSdDb);
+    event["probability"] = NumberOrNull(row.probability);
     event["trust_m"] = row.trustM;
     event["measurable"] = Word(row.measurable);
     if (table.longPulseFile) event["two_pulse_loss_db"] = NumberOrNull(row.twoPulseLossDb);

@@ -13,6 +13,9 @@ std::string WithUnit(const std::string& number, const char* unit) {
   return number == "-" ? number : number + " " + unit;
 }
 
+// The deviation of a loss, in a column of its own.
+std::string SdColumn(std::optional<double> sdDb) { return PaddedRight(SdText(sdDb, 3), 6); }
+
 const char* StateInWords(const ComparedEvent& row) {
   if (row.fiberBreak) return "broken";
   if (row.isNew) return "new";
@@ -36,15 +39,17 @@ std::string LaunchInWords(const QualityTable& table) {
 std::string RowsText(const QualityTable& table) {
   if (table.rows.empty()) return " no events\n";
   const bool twoPulses = table.longPulseFile.has_value();
-  std::string text =
-      std::string("  No  Distance     Trust    Loss  Measurable") + (twoPulses ? "  Two pulses\n" : "\n");
-  text += std::string("            km         m      dB") + (twoPulses ? "                      dB\n" : "\n");
-  text += std::string(" ---  --------  --------  ------  ----------") + (twoPulses ? "  ----------\n" : "\n");
+  std::string text = std::string("  No  Distance     Trust    Loss         Measurable") +
+                     (twoPulses ? "  Two pulses\n" : "\n");
+  text += std::string("            km         m      dB \u00b1dB") +
+          (twoPulses ? "                         dB\n" : "\n");
+  text += std::string(" ---  --------  --------  ------ ------  ----------") +
+          (twoPulses ? "  ----------\n" : "\n");
   for (size_t i = 0; i < table.rows.size(); ++i) {
     const JudgedEvent& row = table.rows[i];
     const bool launch = i == 0;
-    text += Format(" %3d  %8.4f  %8.2f  %6s  ", row.number, NoMinusZero(row.distanceKm, 4), row.trustM,
-                   NumberOrDash(row.lossDb, 3).c_str());
+    text += Format(" %3d  %8.4f  %8.2f  %6s %s  ", row.number, NoMinusZero(row.distanceKm, 4), row.trustM,
+                   NumberOrDash(row.lossDb, 3).c_str(), SdColumn(row.lossSdDb).c_str());
     text += twoPulses ? Format("%-10s  %10s\n", launch ? "-" : Word(row.measurable),
                                NumberOrDash(row.twoPulseLossDb, 3).c_str())
                       : Format("%s\n", launch ? "-" : Word(row.measurable));
@@ -195,14 +200,16 @@ std::string TextOf(const MergedTable& table) {
   text += Format("A  %s\n", ShownName(table.fileA).c_str());
   text += Format("B  %s\n", ShownName(table.fileB).c_str());
   text += Format("Length %.4f km  Pulse %.0f ns\n\n", table.lengthKm, table.pulseNs);
-  text += "  No  Distance  Loss A  Loss B    Mean  Refl. A  Refl. B  Seen from\n";
-  text += "            km      dB      dB      dB       dB       dB\n";
-  text += " ---  --------  ------  ------  ------  -------  -------  ---------\n";
+  text += "  No  Distance  Loss A         Loss B           Mean         Refl. A  Refl. B  Seen from\n";
+  text += "            km      dB \u00b1dB        dB \u00b1dB        dB \u00b1dB         dB       dB\n";
+  text += " ---  --------  ------ ------  ------ ------  ------ ------  -------  -------  ---------\n";
   for (size_t i = 0; i < table.rows.size(); ++i) {
     const MergedEvent& row = table.rows[i];
-    text += Format(" %3zu  %8.4f  %6s  %6s  %6s  %7s  %7s  %s\n", i + 1, NoMinusZero(row.distanceKm, 4),
-                   NumberOrDash(row.a.lossDb, 3).c_str(), NumberOrDash(row.b.lossDb, 3).c_str(),
-                   NumberOrDash(row.meanLossDb, 3).c_str(), NumberOrDash(row.a.reflectanceDb, 2).c_str(),
+    text += Format(" %3zu  %8.4f  %6s %s  %6s %s  %6s %s  %7s  %7s  %s\n", i + 1,
+                   NoMinusZero(row.distanceKm, 4), NumberOrDash(row.a.lossDb, 3).c_str(),
+                   SdColumn(row.a.lossSdDb).c_str(), NumberOrDash(row.b.lossDb, 3).c_str(),
+                   SdColumn(row.b.lossSdDb).c_str(), NumberOrDash(row.meanLossDb, 3).c_str(),
+                   SdColumn(row.meanLossSdDb).c_str(), NumberOrDash(row.a.reflectanceDb, 2).c_str(),
                    NumberOrDash(row.b.reflectanceDb, 2).c_str(), SeenFrom(row.a.seen, row.b.seen));
   }
   return text;

@@ -15,14 +15,16 @@ struct DirectionOfEvent {
   bool seen = false;                    // by its own measurement
   std::string code;                     // SR-4731 event code
   std::optional<double> lossDb;         // dB, below 0 for a gain
+  std::optional<double> lossSdDb;       // its standard deviation, dB; none where it was not measured
   std::optional<double> reflectanceDb;  // dB, negative
 };
 
 // An event as both directions have it.
 struct MergedEvent {
-  double distanceKm = 0.0;           // from the first end
-  DirectionOfEvent a, b;             // from the first end, and from the other
-  std::optional<double> meanLossDb;  // dB, of both directions
+  double distanceKm = 0.0;             // from the first end
+  DirectionOfEvent a, b;               // from the first end, and from the other
+  std::optional<double> meanLossDb;    // dB, of both directions
+  std::optional<double> meanLossSdDb;  // its standard deviation, dB; none unless both were measured
 };
 
 // Two directions of one fibre in one table.

@@ -20,9 +20,12 @@ enum class Measurable {
 struct JudgedEvent {
   int number = 0;                           // from 1, along the fibre
   double distanceKm = 0.0;                  // km from the user's zero
+  std::optional<double> distanceSdM;        // standard deviation of the place that was measured, m
   std::string code;                         // SR-4731 event code
   std::optional<double> lossDb;             // dB, below 0 for a gain
-  double trustM = 0.0;                      // either side of its place
+  std::optional<double> lossSdDb;           // its standard deviation, dB; none where it was not measured
+  std::optional<double> probability;        // that the event is real, from 0 to 1
+  double trustM = 0.0;                      // either side of its place, m; with 95 % where that was measured
   Measurable measurable = Measurable::kNo;  // whether its loss is
   std::optional<double> twoPulseLossDb;     // with the help of a longer pulse
 };
@@ -32,13 +35,14 @@ enum class LaunchState { kUnknown = 0, kSaturated = 1, kMeasured = 2 };
 
 // How far a trace and its events can be believed.
 struct QualityTable {
-  std::string file;                          // of the trace
-  std::optional<std::string> longPulseFile;  // of the one with a longer pulse
-  double pulseNs = 0.0;                      // ns
-  bool fibre = true;                         // false: the trace shows none, and there is nothing else to tell
-  double lengthKm = 0.0;                     // km, of the fibre
-  double noiseFloorDb = 0.0;                 // dB, a level of the trace
-  std::vector<JudgedEvent> rows;             // along the fibre
+  std::string file;                              // of the trace
+  std::optional<std::string> longPulseFile;      // of the one with a longer pulse
+  double pulseNs = 0.0;                          // ns
+  Measurement measurement = Measurement::kNone;  // of the numbers below: kDone or kFailed
+  bool fibre = true;              // false: the trace shows none, and there is nothing else to tell
+  double lengthKm = 0.0;          // km, of the fibre
+  double noiseFloorDb = 0.0;      // dB, a level of the trace
+  std::vector<JudgedEvent> rows;  // along the fibre
   double measurableKm = 0.0;   // up to which losses can be measured: where not all can, the first that can't
   bool allMeasurable = false;  // every loss can be measured
   LaunchState launch = LaunchState::kUnknown;  // what is known of it

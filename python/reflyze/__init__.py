@@ -14,7 +14,17 @@ from ._results import (
     Simulation,
 )
 from ._trace import Note, Trace, from_bytes, open
-from ._values import Card, ComparedEvent, Event, JudgedEvent, MergedEvent, Reason, Thresholds, TrueEvent
+from ._values import (
+    Card,
+    ComparedEvent,
+    Event,
+    JudgedEvent,
+    MergedEvent,
+    ModuleAnswer,
+    Reason,
+    Thresholds,
+    TrueEvent,
+)
 from ._work import analyse, baseline, compare, dump, dump_text, filter, merge, quality, simulate
 
 __version__ = _core.library_version()
@@ -32,6 +42,7 @@ __all__ = [
     "JudgedEvent",
     "MergedEvent",
     "MergedTable",
+    "ModuleAnswer",
     "Note",
     "QualityTable",
     "Reason",

@@ -117,6 +117,7 @@ class EventTable(Stored):
     noise_floor_db: float
     length_km: Optional[float]
     total_loss_db: Optional[float]
+    total_loss_sd_db: Optional[float]  #: standard deviation of its error; None where nothing was measured
     orl_db: Optional[float]
     fibre: bool  #: the trace shows one
     events: Tuple[Event, ...]
@@ -129,7 +130,7 @@ class EventTable(Stored):
     def _about(self) -> str:
         if not self.fibre:
             return f"events of {self.file}: no fibre"
-        loss = decibels(self.total_loss_db)
+        loss = decibels(self.total_loss_db, self.total_loss_sd_db)
         return f"events of {self.file}: {len(self.events)}, {self.length_km or 0.0:.4f} km, {loss}"
 
 

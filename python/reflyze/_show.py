@@ -22,7 +22,7 @@ def frame(result: Result) -> Any:
     table = table.reindex(columns=columns)
     # What was not measured is NaN, also where nothing was.
     for name in columns:
-        if name.endswith(("_db", "_km")):
+        if name.endswith(("_db", "_km", "_m", "probability")):
             table[name] = table[name].astype(float)
     return table
 

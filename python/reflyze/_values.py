@@ -16,8 +16,10 @@ def one_line(text: str) -> str:
     return "".join(c if c.isprintable() else "?" for c in text)
 
 
-def decibels(value: Optional[float]) -> str:
-    return "-" if value is None else f"{value:.3f} dB"
+def decibels(value: Optional[float], deviation: Optional[float] = None) -> str:
+    if value is None:
+        return "-"
+    return f"{value:.3f} dB" if deviation is None else f"{value:.3f} \u00b1{deviation:.3f} dB"
 
 
 @dataclass(frozen=True)
@@ -65,28 +67,47 @@ class Thresholds:
     ct_db_per_km: Optional[float]
 
 
+@dataclass(frozen=True)
+class ModuleAnswer:
+    """What the search answered for an event before it was measured."""
+
+    ept: int  #: one-way time from the first sample, 100 ps
+    loss_db: float
+    reflectance_db: Optional[float]
+    attenuation_db_per_km: float  #: of the section before
+
+
 @dataclass(frozen=True, repr=False)
 class Event:
-    """A place on the fibre where light is lost, gained or reflected."""
+    """A place on the fibre where light is lost, gained or reflected.
+
+    Each `_sd_` is the standard deviation of the error of the number before it. None stands for what was not
+    measured, and for all of the measuring where the table was not measured at all.
+    """
 
     number: int
     ept: int  #: one-way time from the first sample, 100 ps
     distance_km: float  #: from the user's zero
+    distance_sd_m: Optional[float]
     type: str
     code: str
     technique: str
     loss_db: Optional[float]
+    loss_sd_db: Optional[float]
     reflectance_db: Optional[float]
+    reflectance_sd_db: Optional[float]
     reflectance_at_least: bool  #: the receiver was saturated
     attenuation_db_per_km: Optional[float]  #: of the section before
-    cumulated_db: float
+    attenuation_sd_db_per_km: Optional[float]
+    cumulated_db: Optional[float]
+    probability: Optional[float]  #: that the event is real
     markers: Tuple[int, ...]
     comment: str
+    module: Optional[ModuleAnswer]  #: None for an event that only the measuring has found
 
     def __repr__(self) -> str:
-        return one_line(
-            f"<event {self.number} at {self.distance_km:.4f} km: {self.type}, loss {decibels(self.loss_db)}>"
-        )
+        loss = decibels(self.loss_db, self.loss_sd_db)
+        return one_line(f"<event {self.number} at {self.distance_km:.4f} km: {self.type}, loss {loss}>")
 
 
 @dataclass(frozen=True)
@@ -153,8 +174,11 @@ class MergedEvent:
     distance_km: float  #: from the first end
     code: str
     loss_a_db: Optional[float]
+    loss_a_sd_db: Optional[float]  #: standard deviation of its error
     loss_b_db: Optional[float]
+    loss_b_sd_db: Optional[float]
     loss_db: Optional[float]  #: mean of both
+    loss_sd_db: Optional[float]
     reflectance_a_db: Optional[float]
     reflectance_b_db: Optional[float]
     seen_from: str
@@ -183,8 +207,11 @@ class JudgedEvent:
 
     number: int
     distance_km: float
+    distance_sd_m: Optional[float]  #: standard deviation of the place that was measured
     code: str
     loss_db: Optional[float]
+    loss_sd_db: Optional[float]
+    probability: Optional[float]  #: that the event is real
     trust_m: float  #: either side of its place
     measurable: str
     two_pulse_loss_db: Optional[float] = None  #: with a longer pulse
@@ -242,10 +269,17 @@ def _types_of(kind: type) -> Dict[str, Any]:
 
 
 def from_json(kind: Type[Value], members: Mapping[str, Any]) -> Value:
-    """A value from the members of a JSON object that have its names."""
+    """A value from the members of a JSON object that have its names; None where one may be missing and is."""
     types = _types_of(kind)
-    names = [field.name for field in fields(kind) if field.name in members]
-    return kind(**{name: _converted(types[name], members[name]) for name in names})
+    names = [field.name for field in fields(kind) if field.name in members or _inside(types[field.name])[1]]
+    return kind(**{name: _converted(types[name], members.get(name)) for name in names})
+
+
+def _inside(kind: Any) -> Tuple[Any, bool]:
+    """The type of a value, and whether it may be None."""
+    if typing.get_origin(kind) is not Union:
+        return kind, False
+    return typing.get_args(kind)[0], True
 
 
 def _converted(kind: Any, value: Any) -> Any:
@@ -265,7 +299,7 @@ def column_names(kind: type) -> List[str]:
     """Columns of a table of such values, those of values inside behind the name that holds them."""
     names = []
     for field in fields(kind):
-        inside = _types_of(kind)[field.name]
+        inside = _inside(_types_of(kind)[field.name])[0]
         names += (
             [f"{field.name}_{name}" for name in column_names(inside)] if is_dataclass(inside) else [field.name]
         )
