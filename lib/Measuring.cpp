@@ -48,6 +48,30 @@ std::vector<int> ListedAt(const MeasuredLink& link, int count) {
   return listed;
 }
 
+// Whether an event of the link is one that was asked for: what the search has not listed counts from the same
+// thresholds as what it has. The launch and the end always do.
+bool IsAskedFor(const TSorData& record, const MeasuredLink& link, size_t i) {
+  const MeasuredEvent& event = link.events[i];
+  if (i == 0 || i + 1 == link.events.size() || event.listed >= 0) return true;
+  if (event.lossDb && std::fabs(event.lossDb->value) >= record.FxdParams->GetLT()) return true;
+  if (!event.reflectanceDb) return event.reflects;
+  return event.reflectanceDb->value >= record.FxdParams->GetRT();
+}
+
+// Takes out what nobody has asked for. It has been measured all the same: sums have its part.
+void DropUnasked(const TSorData& record, MeasuredLink& link,
+                 std::vector<std::optional<double>>& cumulatedDb) {
+  std::vector<MeasuredEvent> events;
+  std::vector<std::optional<double>> sums;
+  for (size_t i = 0; i < link.events.size(); ++i) {
+    if (!IsAskedFor(record, link, i)) continue;
+    events.push_back(link.events[i]);
+    sums.push_back(cumulatedDb[i]);
+  }
+  link.events = std::move(events);
+  cumulatedDb = std::move(sums);
+}
+
 // One-way times of the events, each behind the one before it; none where the trace has no room for them. The
 // launch stays where the record has it, which is where its distances begin, unless it is elsewhere by more
 // than a pulse.
@@ -268,14 +292,16 @@ std::optional<MeasuredTable> StoreMeasured(TSorData& record, MeasuredLink link) 
     table.link = std::move(link);
     return table;
   }
-  if (link.events.size() < 2 || link.events.size() > kMostEvents) return std::nullopt;
+  if (link.events.size() < 2) return std::nullopt;
+  table.cumulatedDb = Cumulated(link);
+  DropUnasked(record, link, table.cumulatedDb);
+  if (link.events.size() > kMostEvents) return std::nullopt;
   const int countBefore = record.KeyEvents->ListedEvents();
   const std::vector<int> listed = ListedAt(link, countBefore), places = PlacesOf(record, link);
   if (places.empty()) return std::nullopt;
   for (const int index : listed) table.module.push_back(AnswerAt(record, index));
   EditTable(record, listed, places);
   StoreEvents(record, link, listed, countBefore);
-  table.cumulatedDb = Cumulated(link);
   table.link = std::move(link);
   for (size_t i = 0; i < table.link.events.size(); ++i) table.link.events[i].listed = static_cast<int>(i);
   return table;

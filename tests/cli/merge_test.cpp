@@ -86,8 +86,15 @@ TEST_F(MergeTest, MeanIsFreeOfTheChangeOfFibre) {
   ASSERT_EQ(storedA->KeyEvents->TNKE, 4);
   for (int i = 1; i < 3; ++i) {
     const nlohmann::json& event = json["events"][static_cast<size_t>(i)];
-    EXPECT_EQ(storedA->KeyEvents->EventAt(i).GetEL(), event["loss_db"]);
-    EXPECT_EQ(storedB->KeyEvents->EventAt(3 - i).GetEL(), event["loss_b_db"]);
+    const double kStepDb = 0.001;  // of a record
+    EXPECT_NEAR(storedA->KeyEvents->EventAt(i).GetEL(), event["loss_db"].get<double>(), 0.501 * kStepDb);
+    EXPECT_NEAR(storedB->KeyEvents->EventAt(3 - i).GetEL(), event["loss_b_db"].get<double>(),
+                0.501 * kStepDb);
+    // Two measurements, each with an error of its own.
+    const double sdA = event["loss_a_sd_db"], sdB = event["loss_b_sd_db"];
+    EXPECT_NEAR(event["loss_sd_db"].get<double>(), std::sqrt(sdA * sdA + sdB * sdB) / 2, 1e-5);
+    EXPECT_NEAR(event["loss_db"].get<double>(),
+                (event["loss_a_db"].get<double>() + event["loss_b_db"].get<double>()) / 2, 2e-6);
   }
 }
 
@@ -207,11 +214,16 @@ TEST_F(QualityTest, EventsLaunchAndRange) {
   ASSERT_EQ(result.status, 0) << result.err;
   const nlohmann::json json = Json(result);
   ASSERT_EQ(json["events"].size(), 4u);
-  // The place of a reflection well above the noise is known to two points, that of a splice to a pulse; none
-  // is known better than to a point.
+  // The place of a reflection is known better than that of a splice, and that to a pulse.
   const double splice = json["events"][1]["trust_m"], reflection = json["events"][2]["trust_m"];
-  EXPECT_TRUE(splice > 2.05 && splice < 10.0) << splice;
-  EXPECT_TRUE(reflection > 2.0 && reflection < 2.3) << reflection;
+  EXPECT_TRUE(reflection > 0.0 && reflection < splice && splice < 10.0) << reflection << " " << splice;
+  for (size_t i = 1; i < 3; ++i) {
+    const nlohmann::json& event = json["events"][i];
+    EXPECT_GE(event["trust_m"].get<double>(), event["distance_sd_m"].get<double>());
+    EXPECT_TRUE(event["loss_sd_db"].get<double>() > 0.0 && event["probability"].get<double>() > 0.99)
+        << event;
+  }
+  EXPECT_TRUE(json["events"][3]["loss_sd_db"].is_null());
   EXPECT_EQ(json["events"][1]["measurable"], "yes");
   EXPECT_EQ(json["events"][3]["measurable"], "ends");
   EXPECT_FALSE(json["events"][1].contains("two_pulse_loss_db"));
