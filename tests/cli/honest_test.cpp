@@ -148,7 +148,6 @@ TEST_F(HonestTest, TableTellsWhatHeldAndWhatWasMeasured) {
 
   const std::string unknown = StoreEdited("u.sor", [](TSorData& record) { record.FxdParams->BC = 0; });
   const nlohmann::json without = Json(Run({"analyse", unknown, "--format", "json"}));
-  EXPECT_TRUE(without["events"][1]["reflectance_db"].is_null() && without["orl_db"].is_null());
   EXPECT_NE(without["warnings"][0].get<std::string>().find("backscatter"), std::string::npos);
   const std::string dark = StoreEdited("d.sor", [](TSorData& record) {
     for (long i = 0; i < record.DataPts->GetPointsNum(); ++i)
@@ -263,6 +262,23 @@ TEST_F(HonestTest, ModuleAnswersAloneWhereItIsAsked) {
   EXPECT_EQ(json["total_loss_db"], record->KeyEvents->GetEEL());
   for (size_t i = 0; i < json["events"].size(); ++i)
     EXPECT_EQ(json["events"][i]["loss_db"], record->KeyEvents->EventAt(static_cast<long>(i)).GetEL());
+  for (const char* key : {"distance_sd_m", "loss_sd_db", "probability", "module"})
+    EXPECT_FALSE(json["events"][1].contains(key)) << key;
+  EXPECT_FALSE(json.contains("total_loss_sd_db"));
+  // Beside what was measured the program tells the same answer.
+  const std::string metro = REFLYZE_SOURCE_DIR "/examples/metro-40km.sor";
+  const nlohmann::json answers = Json(Run({"analyse", metro, "--module", "--format", "json"}))["events"];
+  size_t told = 0;
+  const nlohmann::json measured = Json(Run({"analyse", metro, "--format", "json"}));
+  for (const nlohmann::json& event : measured["events"]) {
+    for (const nlohmann::json& answer : answers) {
+      if (event["module"].is_null() || event["module"]["ept"] != answer["ept"]) continue;
+      ++told;
+      for (const char* key : {"loss_db", "reflectance_db", "attenuation_db_per_km"})
+        EXPECT_EQ(event["module"][key], answer[key]) << key;
+    }
+  }
+  EXPECT_EQ(told, answers.size());
   ASSERT_EQ(Run({"analyse", trace, "--lt", "0.1", "-o", File("own.sor")}).status, 0);
   EXPECT_FALSE(Load(out) == Load(File("own.sor"))) << "the case shows no difference";
 

@@ -301,6 +301,27 @@ TEST(Measuring, ListedEventsStayWhereTheyAre) {
   EXPECT_EQ(rows[3].lossDb, 9.0);
 }
 
+// Reflectances of a record that states no coefficient are told where one was assumed, and with what.
+TEST(Measuring, AssumedBackscatterIsTold) {
+  const auto record = RecordWithEvents();
+  record->FxdParams->BC = 0;
+  MeasuredLink link = Link();
+  link.assumedBackscatterDb = -81.87;
+  const std::optional<MeasuredTable> measured = StoreMeasured(*record, link);
+  EXPECT_EQ(record->FxdParams->BC, 0) << "what the record does not state is not put into its mouth";
+  EXPECT_EQ(record->KeyEvents->EventAt(2).ER, -50000);
+  const EventTable told = TableOf(*record, *measured);
+  EXPECT_EQ(told.events[2].reflectanceDb, -50.0);
+  EXPECT_EQ(told.returnLossDb, 31.4);
+  const std::vector<Warning> warnings = WarningsOfBackscatter("a.sor", *record, &measured->link);
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].text.find("-81.9 dB"), std::string::npos) << warnings[0].text;
+  EXPECT_NE(WarningsOfBackscatter("a.sor", *record, nullptr).at(0).text.find("no reflectance"),
+            std::string::npos);
+  record->FxdParams->SetBC(-81.0);
+  EXPECT_TRUE(WarningsOfBackscatter("a.sor", *record, nullptr).empty());
+}
+
 // Keys and columns of the measuring stand where a table was to be measured, with null for what was not.
 TEST(Measuring, ListingsTellWhatWasNotMeasured) {
   EventTable table;
