@@ -77,6 +77,7 @@ void DropUnasked(const TSorData& record, MeasuredLink& link,
 // than a pulse.
 std::vector<int> PlacesOf(const TSorData& record, const MeasuredLink& link) {
   std::vector<int> places;
+  if (!(std::ceil(record.GetMinOwt()) < std::floor(record.GetMaxOwt()))) return places;
   for (const MeasuredEvent& event : link.events) {
     if (!std::isfinite(event.km.value)) return {};
     const int measured = OwtAt(record, event.km.value);
