@@ -84,7 +84,8 @@ void TakeMeanLosses(TSorData& a, MergedTable& table) {
     if (row.a.lossSdDb && row.b.lossSdDb) {
       constexpr double kSteps = 1e6;  // in a dB, as the losses have
       row.meanLossDb = NearestDecimal((*row.a.lossDb + *row.b.lossDb) / 2.0, kSteps);
-      row.meanLossSdDb = NearestDecimal(std::hypot(*row.a.lossSdDb, *row.b.lossSdDb) / 2.0, kSteps);
+      const double variance = *row.a.lossSdDb * *row.a.lossSdDb + *row.b.lossSdDb * *row.b.lossSdDb;
+      row.meanLossSdDb = NearestDecimal(std::sqrt(variance) / 2.0, kSteps);
       StoreLoss(event, *row.meanLossDb);
     } else {
       row.meanLossDb = event.GetEL();

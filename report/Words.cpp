@@ -23,7 +23,8 @@ std::string SdText(std::optional<double> sd, int decimals) {
   if (!sd) return "";
   if (!(*sd <= kMost)) return "\u00b1>999";
   if (*sd >= 10.0) decimals = std::min(decimals, *sd >= 100.0 ? 0 : kWideDecimals);
-  const double steps = std::pow(10.0, decimals);
+  double steps = 1.0;
+  for (int i = 0; i < decimals; ++i) steps *= 10.0;
   return Format("\u00b1%.*f", decimals, std::max(std::ceil(*sd * steps - kSlip), 1.0) / steps);
 }
 
