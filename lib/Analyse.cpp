@@ -34,8 +34,11 @@ EventTable MeasuredTableOf(const LoadedRecord& loaded, const TTH& thresholds,
   const MeasuredLink* link = measured ? &measured->link : nullptr;
   EventTable table = MakeEventTable(loaded, thresholds, Numbers::kMeasured,
                                     measured ? std::optional<bool>(link->fibre) : std::nullopt);
-  table.measurement = Measurement::kFailed;
-  if (measured) TakeMeasured(*loaded.record, *measured, table);
+  if (measured) {
+    TakeMeasured(*loaded.record, *measured, table);
+  } else {
+    TakeUnmeasured(*loaded.record, table);
+  }
   table.warnings = WarningsOfTrace(loaded, link);
   if (!measured && table.fibre) table.warnings.push_back(NotMeasured(loaded.name));
   return table;

@@ -30,7 +30,7 @@ AnalysedRecord WithEvents(Trace trace, const AnalyseOptions& options, bool anew)
   analysed.loaded = ForMeasuring(std::move(trace));
   const TSorData& record = *analysed.loaded.record;
   if (!anew && HasMarkers(record)) return analysed;
-  analysed.eventsReplaced = !anew && record.KeyEvents->ListedEvents() > 0;
+  analysed.eventsReplaced = !anew && record.KeyEvents->ListedEvents() > 1;  // a launch alone has no section
   TTH thresholds = ThresholdsFor(record, options);
   AnalyseBest(Engine(), analysed.loaded, thresholds, false);
   analysed.thresholds = thresholds;

@@ -117,9 +117,9 @@ void EditTable(TSorData& record, const std::vector<int>& listed, const std::vect
     if (listed[i] >= 0) continue;
     auto event = std::make_unique<TSorBlockKeyEvents1E>();
     event->EPT = places[i];
-    Require(RefEventAdd(&record, event.get(), 0) == static_cast<int>(i),
-            "an event has its place in the table");
-    event.release();
+    const int index = RefEventAdd(&record, event.get(), 0);
+    if (index >= 0) event.release();  // the table owns it
+    Require(index == static_cast<int>(i), "an event has its place in the table");
   }
 }
 
@@ -227,8 +227,11 @@ void StoreNoFibre(TSorData& record) {
   table.EEL = 0;
   table.ORL = 0;
   if (table.ListedEvents() == 0) return;
-  StoreLoss(table.EventAt(0), 0.0);
-  table.ELMP1 = table.ELMP2 = table.RLMP1 = table.RLMP2 = table.EventAt(0).EPT;
+  TSorBlockKeyEvents1E& launch = table.EventAt(0);
+  StoreLoss(launch, 0.0);
+  launch.ER = 0;  // without backscatter there is nothing to hold a reflection against
+  launch.CMT = " ";
+  table.ELMP1 = table.ELMP2 = table.RLMP1 = table.RLMP2 = launch.EPT;
 }
 
 // All that a table has of the measured link. The end's own loss is the fall of the trace, as ever: it is
@@ -372,6 +375,12 @@ void TakeMeasured(const TSorData& record, const MeasuredTable& measured, EventTa
   if (table.totalLossDb) table.totalLossDb = record.KeyEvents->GetEEL();
   table.returnLossDb.reset();
   if (link.returnLossDb) table.returnLossDb = record.KeyEvents->ORL / 1000.0;
+}
+
+void TakeUnmeasured(const TSorData& record, EventTable& table) {
+  table.measurement = Measurement::kFailed;
+  for (size_t i = 0; i < table.events.size(); ++i)
+    table.events[i].module = AnswerAt(record, static_cast<int>(i));
 }
 
 const MeasuredEvent* MeasuredAt(const MeasuredLink& link, int index) {

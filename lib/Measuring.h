@@ -46,6 +46,8 @@ std::optional<MeasuredLink> StoreListed(TSorData& record, MeasuredLink link);
 void TakeMeasured(const TSorData& record, const MeasuredLink& link, std::vector<Event>& rows);
 // The same for a table of events, with its totals.
 void TakeMeasured(const TSorData& record, const MeasuredTable& measured, EventTable& table);
+// For a table that could not be measured: its numbers are what the search answered.
+void TakeUnmeasured(const TSorData& record, EventTable& table);
 
 // What was measured of the event at that place of a table; null for nothing.
 const MeasuredEvent* MeasuredAt(const MeasuredLink& link, int index);

@@ -157,6 +157,19 @@ TEST_F(HonestTest, TableTellsWhatHeldAndWhatWasMeasured) {
   EXPECT_EQ(nothing["fibre"], false);
   for (const char* key : {"length_km", "total_loss_db", "orl_db"}) EXPECT_TRUE(nothing[key].is_null()) << key;
   EXPECT_TRUE(nothing["events"].empty());
+  // Stored, it is a trace without a fibre again, and no older table comes back.
+  ASSERT_EQ(Run({"analyse", dark, "-o", File("d2.sor")}).status, 0);
+  EXPECT_LE(Read(File("d2.sor"))->KeyEvents->TNKE, 1);
+  EXPECT_EQ(Run({"quality", File("d2.sor")}).err, "");
+  // Too short for a link to be seen on it: the search's numbers, none with a deviation, and one sentence.
+  const std::string few =
+      Store("few.json", R"({"range_km": 0.5, "points": 60, "sections": [{"length_km": 0.3}]})");
+  ASSERT_EQ(Run({"simulate", few, "-o", File("few.sor")}).status, 0);
+  const nlohmann::json search = Json(Run({"analyse", File("few.sor"), "--format", "json"}));
+  EXPECT_EQ(search["warnings"].size(), 1u);
+  ASSERT_EQ(search["events"].size(), 2u);
+  EXPECT_TRUE(search["total_loss_sd_db"].is_null() && search["events"][1]["distance_sd_m"].is_null());
+  EXPECT_EQ(search["events"][1]["module"]["ept"], search["events"][1]["ept"]);
   const nlohmann::json trust = Json(Run({"quality", dark, "--format", "json"}));
   EXPECT_TRUE(trust["fibre"] == false && trust["length_km"].is_null() && trust["measurable_km"].is_null());
   EXPECT_TRUE(trust["events"].empty());

@@ -249,6 +249,7 @@ TEST(Measuring, NoFibreLeavesTheLaunch) {
   EXPECT_EQ(record->KeyEvents->EventAt(0).GetEL(), 0.0);
   EXPECT_EQ(std::tie(record->KeyEvents->EEL, record->KeyEvents->ORL), std::tuple(0, 0));
   const EventTable told = TableOf(*record, *measured);
+  EXPECT_EQ(record->KeyEvents->EventAt(0).ER, 0);
   EXPECT_TRUE(told.events.empty() && !told.totalLossDb && !told.returnLossDb && !told.lengthKm);
 }
 
