@@ -284,7 +284,11 @@ void StoreLoss(TSorBlockKeyEvents1E& event, double lossDb) {
 }
 
 std::optional<MeasuredTable> MeasureTable(TSorData& record) {
-  std::optional<MeasuredLink> link = MeasureLink(record);
+  // What the search has not listed counts from the same thresholds as what it has.
+  MeasureOptions asked;
+  asked.leastLossDb = record.FxdParams->GetLT();
+  asked.leastReflectanceDb = record.FxdParams->GetRT();
+  std::optional<MeasuredLink> link = MeasureLink(record, asked);
   if (!link) return std::nullopt;
   return StoreMeasured(record, std::move(*link));
 }
@@ -323,7 +327,9 @@ void KeepMeasuredEnds(TSorData& record, MeasuredTable& table) {
 }
 
 std::optional<MeasuredLink> MeasureListed(TSorData& record) {
-  std::optional<MeasuredLink> link = MeasureLink(record);
+  MeasureOptions asked;
+  asked.keepsTable = true;
+  std::optional<MeasuredLink> link = MeasureLink(record, asked);
   if (!link) return std::nullopt;
   return StoreListed(record, std::move(*link));
 }

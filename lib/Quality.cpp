@@ -18,7 +18,8 @@ constexpr double kNotInNoise = -1.0;  // stands for a loss where the longer puls
 double TrustM(const TSorData& record, const MeasuredEvent& measured, const Event& event) {
   constexpr double kDeviations = 1.96;  // 95 % of a normal error lie within
   const double km = record.OwtToLen(record.NumToOwt(0) + record.dLenToOwt(measured.km.value));
-  return std::fabs(km - event.distanceKm) * 1000.0 + kDeviations * measured.km.deviation * 1000.0;
+  return std::fabs(km - event.distanceKm) * 1000.0 +
+         kDeviations * event.distanceSdM.value_or(measured.km.deviation * 1000.0);
 }
 
 void TakeMeasuredRow(const TSorData& record, const MeasuredEvent& measured, const Event& event,

@@ -127,24 +127,25 @@ class Teller {
     event.attenuationDbPerKm = Measured{kDbOfNeper * nepers / (to - from), kDbOfNeper * deviation};
   }
 
-  // Fibre that scatters more lifts the trace by half of the difference: where a splice gains, the coefficient
-  // rises by twice that at least. A splice that loses may hide a fall, which nobody sees: now and then, that
-  // of its whole loss.
-  Measured BackscatterAt(size_t place) const {
+  // A record states one coefficient, but spans differ. Fibre that scatters more lifts the trace by half of
+  // the difference: a splice that gains shows a rise of twice its gain at least. How far the coefficient has
+  // come back further on nobody sees, as a splice that loses may hide a fall: now and then, that of its whole
+  // loss.
+  double BackscatterDeviationAt(size_t place) const {
     constexpr double kSureGain = 3.0, kHiddenShare = 0.2, kLargestHiddenDb = 0.5;
-    double db = backscatterDb_, variance = backscatterDeviationDb_ * backscatterDeviationDb_;
+    double gainedDb = 0.0, variance = backscatterDeviationDb_ * backscatterDeviationDb_;
     for (size_t i = 1; i < place; ++i) {
       if (model_.places[i].reflects) continue;
       Weights by;
       const double lossDb = kDbOfNeper * LossOf(model_, i, by), deviation = kDbOfNeper * DeviationOf(by);
       if (lossDb < -kSureGain * deviation) {
-        db += -2.0 * lossDb;
+        gainedDb -= lossDb;
       } else {
         const double hidden = 2.0 * std::min(std::fabs(lossDb), kLargestHiddenDb);
         variance += kHiddenShare * hidden * hidden;
       }
     }
-    return {db, std::sqrt(variance)};
+    return std::sqrt(variance + 4.0 * gainedDb * gainedDb);
   }
 
   // R = Bc + 10 log10(height T), with the height of the peak over the backscatter in front of it as powers,
@@ -154,10 +155,9 @@ class Teller {
     const double at = model_.places[i].km + (i == 0 ? DelayKm() : model_.riseKm);
     Weights by = {{NumberOf(i, Parameter::kReflection), 1.0 / reflection}};
     const double nepers = elementary::Log(reflection) + Line(i == 0 ? 0 : i - 1, at, -1.0, by);
-    const Measured backscatter = BackscatterAt(i);
-    const double db = backscatter.value + 2.0 * kDbOfNeper * nepers + 10.0 * elementary::Log10(EnergyNs());
+    const double db = backscatterDb_ + 2.0 * kDbOfNeper * nepers + 10.0 * elementary::Log10(EnergyNs());
     const double own = 2.0 * kDbOfNeper * DeviationOf(by);
-    const double of = backscatter.deviation + (i == 0 ? kLaunchDeviationDb : 0.0);
+    const double of = BackscatterDeviationAt(i) + (i == 0 ? kLaunchDeviationDb : 0.0);
     event.reflectanceDb = Measured{db, std::sqrt(own * own + of * of)};
     const double deviation = fit_.Deviation(i, Parameter::kReflection);
     const double reflects = ProbabilityOf(reflection, deviation, 10.0 * deviation, oddsBefore);
