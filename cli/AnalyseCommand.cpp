@@ -125,7 +125,8 @@ int RunAnalyse(Session& session, AnalyseCommand& options) {
 
 void AddAnalyseCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<AnalyseCommand>();
-  CLI::App* command = app.add_subcommand("analyse", "Find the events of a trace, measure them and print the event table");
+  CLI::App* command =
+      app.add_subcommand("analyse", "Find the events of a trace, measure them and print the event table");
   command
       ->add_option("TRACE", options->traces, "SOR file, or - for standard input; several give a result each")
       ->required()

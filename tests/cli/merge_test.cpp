@@ -132,7 +132,8 @@ TEST_F(MergeTest, EventOfOneDirectionReachesTheOtherWithAllBlocksInStep) {
   }
 }
 
-// An event that one direction can't measure has no mean. One that only its table lacks is measured all the same.
+// An event that one direction can't measure has no mean. One that only its table lacks is measured all the
+// same.
 TEST_F(MergeTest, EventThatOneDirectionCannotMeasure) {
   const bool kBehindLaunch[] = {true, false};
   for (const bool behindLaunch : kBehindLaunch) {
