@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "measure/EndSearch.h"
 #include "measure/Figures.h"
 #include "measure/Sampling.h"
 #include "measure/SecondLook.h"
@@ -61,6 +62,7 @@ class Measuring {
   Understood Run() {
     FindReceiver();
     Learn();
+    if (!keepsTable_) FindEnd();
     for (int round = 0; round < kMostRounds && Improve(); ++round) Learn();
     return std::move(link_);
   }
@@ -71,6 +73,18 @@ class Measuring {
   void Fit(Understood& link) const {
     link.fit = FitLink(link.noted, SamplesFor(powers_, link.noted), noise_, prior_);
     link.noted.model = link.fit.model;
+  }
+
+  // Where the table's end is none, a few times over: there may be more than one splitter.
+  void FindEnd() {
+    constexpr int kMostTimes = 4;
+    for (int i = 0; i < kMostTimes; ++i) {
+      Understood next = link_;
+      if (!ProlongFibre(powers_, noise_, next.noted) || !Better(next)) break;
+      link_ = std::move(next);
+      Learn();
+    }
+    while (CutDarkness(powers_, noise_, link_.noted)) Fit(link_);
   }
 
   // A fit that begins with a receiver far from the true one ends there. Some are tried, each for a few steps,

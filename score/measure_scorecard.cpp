@@ -117,11 +117,14 @@ class Program {
     thresholds.THLoss = options_.ltDb;
     thresholds.THRef = options_.rtDb;
     thresholds.THEnd = options_.etDb;
+    MeasureOptions asked;
+    asked.leastLossDb = options_.ltDb;
+    asked.leastReflectanceDb = options_.rtDb;
     const Clock::time_point begin = Clock::now();
     AnalysePlausibly(*simulated.record, thresholds,
                      [&](TTH& values) { TAuto().AnalysisSorData(simulated.record.get(), &values); });
     const Clock::time_point analysed = Clock::now();
-    const std::optional<MeasuredLink> measured = MeasureLink(*simulated.record);
+    const std::optional<MeasuredLink> measured = MeasureLink(*simulated.record, asked);
     const std::chrono::duration<double> measuring = Clock::now() - analysed, analysing = analysed - begin;
     MeasuredTrace trace = Judge(link, simulated, measured ? &*measured : nullptr);
     trace.analysisS = analysing.count();
