@@ -64,6 +64,7 @@ class Measuring {
     Learn();
     if (!keepsTable_) FindEnd();
     for (int round = 0; round < kMostRounds && Improve(); ++round) Learn();
+    MoveSteps();
     return std::move(link_);
   }
   const NoiseModel& noise() const { return noise_; }
@@ -169,14 +170,19 @@ class Measuring {
     return true;
   }
 
+  void MoveSteps() {
+    Understood next = link_;
+    if (!look_.MoveSteps(noise_, link_.fit, next.noted) || !Better(next, 2.0)) return;
+    link_ = std::move(next);
+    Learn();
+  }
+
   // What is added has to explain the trace better by far than what was there: a fit that goes astray does
   // not.
-  bool Better(Understood& next) const {
-    constexpr double kLeast = 20.0;
+  bool Better(Understood& next, double least = 20.0) const {
     Fit(next);
     const std::vector<Sample> samples = SamplesFor(powers_, next.noted);
-    return CostOf(next.noted, samples, noise_, prior_) <
-           CostOf(link_.noted, samples, noise_, prior_) - kLeast;
+    return CostOf(next.noted, samples, noise_, prior_) < CostOf(link_.noted, samples, noise_, prior_) - least;
   }
 
   static constexpr int kAll = 1000;

@@ -35,7 +35,7 @@ class Sampler {
         AddNear(km, begin, std::min(clear, powers_.count()));
       }
       at = std::max(clear, to);
-      Add(clear, to, SettledStep(to - clear));
+      Add(clear, to, SettledStep(to - clear), i == last ? 0.0 : model_.sections[i].decayPerKm);
     }
     return std::move(samples_);
   }
@@ -46,11 +46,14 @@ class Sampler {
     return std::clamp(points / 40, 1L, std::max(1L, static_cast<long>(0.5 / spacing_)));
   }
 
-  void Add(long from, long to, long step) {
+  // The mean of a line exp(-decay x) over a length l is more than the line in its middle: by sinh(u) / u, u =
+  // decay l / 2, or 1 + u^2 / 6 where that is small.
+  void Add(long from, long to, long step, double decayPerKm = 0.0) {
     for (long i = from; i < to; i += step) {
       const long end = std::min(i + step, to);
-      samples_.push_back({static_cast<double>(i + end - 1) / 2.0 * spacing_, powers_.Mean(i, end),
-                          static_cast<double>(end - i)});
+      const double points = static_cast<double>(end - i), u = decayPerKm * points * spacing_ / 2.0;
+      samples_.push_back({static_cast<double>(i + end - 1) / 2.0 * spacing_,
+                          powers_.Mean(i, end) / (1.0 + u * u / 6.0), points});
     }
   }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include "util/elementary.h"
 
@@ -79,6 +80,33 @@ class Looker {
       if (i == to || sum > most) most = sum, best = powers_.KmOf(i) - powers_.spacingKm() / 2.0;
     }
     return best - model_.pulseKm / 2.0 - model_.riseKm;
+  }
+
+  // Where a step between two sections would stand with the most likelihood, as far as their lines go: each
+  // point between two places counts for the line that is nearer, by half of the difference of both squares
+  // over the variance. None where that says no more than chance.
+  std::optional<double> BetterKm(size_t place) const {
+    constexpr double kMore = 4.0;  // logarithm of the likelihood
+    const double delay = model_.pulseKm / 2.0 + model_.riseKm, km = model_.places[place].km + delay;
+    const long here = powers_.At(km);
+    const long first =
+        powers_.At(model_.places[place - 1].km + 2.0 * model_.pulseKm + 8.0 * model_.riseKm) + 1;
+    const long last = powers_.At(model_.places[place + 1].km - FrontKm()) - 1;
+    double most = kMore, best = km;
+    for (const long way : {-1L, 1L}) {
+      double sum = 0.0;
+      for (long i = way < 0 ? here - 1 : here; i >= first && i <= last; i += way) {
+        const double at = powers_.KmOf(i);
+        const double before = power_.LineAt(place - 1, at), behind = power_.LineAt(place, at);
+        const double toBefore = powers_[i] - StoredPower(before, noise_).mean;
+        const double toBehind = powers_[i] - StoredPower(behind, noise_).mean;
+        const double gain = toBefore * toBefore - toBehind * toBehind;
+        sum += (way < 0 ? gain : -gain) / (2.0 * noise_.VarianceOfMean(before, 1.0));
+        if (sum > most) most = sum, best = at;
+      }
+    }
+    if (std::fabs(best - km) < model_.pulseKm) return std::nullopt;
+    return best - delay;
   }
 
   // A reflection is as long as the pulse: the mean over that length stands out from the line.
@@ -246,6 +274,21 @@ void SecondLook::Forget(const NotedModel& kept, const NotedModel& tried) {
     else if (tried.model.places[i].reflects)
       darkKm_.push_back(told);
   }
+}
+
+bool SecondLook::MoveSteps(const NoiseModel& noise, const LinkFit& fit, NotedModel& noted) const {
+  const std::vector<Sample> none;
+  const Looker looker(powers_, none, noise, fit.model);
+  bool moved = false;
+  for (size_t i = 1; i + 1 < fit.model.places.size(); ++i) {
+    if (noted.model.places[i].reflects || noted.notes[i].saturated) continue;
+    const std::optional<double> km = looker.BetterKm(i);
+    if (!km) continue;
+    noted.model.places[i].km = noted.notes[i].toldKm = *km;
+    noted.notes[i].withinKm = std::max(noted.notes[i].withinKm, fit.model.pulseKm);
+    moved = true;
+  }
+  return moved;
 }
 
 bool SecondLook::RemoveNothing(const LinkFit& fit, NotedModel& noted) {

@@ -20,6 +20,10 @@ class SecondLook {
   // What `tried` has more than `kept` is not tried again.
   void Forget(const NotedModel& kept, const NotedModel& tried);
 
+  // Moves steps that a table, or a look at blocks, has put beside their place by more than a pulse: a fit
+  // moves only what its place can see. Whether there was any.
+  bool MoveSteps(const NoiseModel& noise, const LinkFit& fit, NotedModel& noted) const;
+
   // Takes out what the fit found to be nothing: steps that could be noise, and reflections that could.
   // Whether there was any. What was taken out once is not put in again.
   bool RemoveNothing(const LinkFit& fit, NotedModel& noted);
