@@ -65,6 +65,7 @@ class Measuring {
     if (!keepsTable_) FindEnd();
     for (int round = 0; round < kMostRounds && Improve(); ++round) Learn();
     MoveSteps();
+    Learn(Residuals::kOfLine);
     return std::move(link_);
   }
   const NoiseModel& noise() const { return noise_; }
@@ -143,8 +144,8 @@ class Measuring {
     Fit(link_);
   }
 
-  void Learn() {
-    noise_ = LearnNoise(powers_, link_.fit.model, noise_);
+  void Learn(Residuals residuals = Residuals::kOfNeighbours) {
+    noise_ = LearnNoise(powers_, link_.fit.model, residuals, noise_);
     noise_.misfit = MisfitOf(link_.fit, SamplesFor(powers_, link_.noted), noise_);
     prior_ = LearnDecay(link_.fit, prior_);
     Fit(link_);

@@ -142,7 +142,7 @@ NoiseModel FirstNoise(const Powers& powers, const LinkModel& model) {
   return noise;
 }
 
-NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, NoiseModel noise) {
+NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, Residuals asFibre, NoiseModel noise) {
   const LinkPower power(model);
   const long pulse = std::max(1L, static_cast<long>(model.pulseKm / powers.spacingKm()));
   Together receiver, ripple;
@@ -150,6 +150,7 @@ NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, NoiseModel n
     const Span span = SettledSpan(powers, model, i);
     const long block = std::clamp((span.to - span.from) / 10, 8L, std::max(8L, 6 * pulse));
     if (block * 5 > span.to - span.from) continue;
+    std::vector<double> sums;
     for (long at = span.from; at + block <= span.to; at += block) {
       const double line = power.LineAt(i, powers.KmOf(at + block / 2));
       if (noise.cut && line < 3.0 * noise.receiver) continue;  // the mean is not that of the light there
@@ -164,9 +165,15 @@ NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, NoiseModel n
         const double off = (powers[k] - power.LineAt(i, powers.KmOf(k))) / deviation - sum / n;
         kind.points.push_back(off * off * n / (n - 1.0));
       }
-      // Level and slope of the line have taken two of all blocks.
-      const double blocks = static_cast<double>((span.to - span.from) / block);
-      kind.blocks.push_back(sum * sum / static_cast<double>(block) * blocks / std::max(1.0, blocks - 2.0));
+      sums.push_back(sum / std::sqrt(n));
+      if (asFibre == Residuals::kOfLine) {
+        // Level and slope of the line have taken two of all blocks.
+        const double blocks = static_cast<double>((span.to - span.from) / block);
+        kind.blocks.push_back(sums.back() * sums.back() * blocks / std::max(1.0, blocks - 2.0));
+      } else if (sums.size() >= 3) {
+        const double off = sums[sums.size() - 2] - (sums[sums.size() - 3] + sums.back()) / 2.0;
+        kind.blocks.push_back(off * off / 1.5);
+      }
     }
   }
   const double receiverScale = receiver.Scale(), rippleScale = ripple.Scale();

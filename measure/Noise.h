@@ -38,8 +38,13 @@ struct StoredPower {
 // correlated are not known yet.
 NoiseModel FirstNoise(const Powers& powers, const LinkModel& model);
 
+// What the sums over blocks of points are held against. A model that lacks a step is off its line for the
+// length of a section, which is no noise; neighbouring blocks tell how far points go together all the same.
+// Of a whole model what is left over its lines is noise, with all unevenness that the fibre has.
+enum class Residuals { kOfNeighbours, kOfLine };
+
 // Of a model that was fitted: what the points of settled fibre show beside it says how large noise is, and
 // how far its points go together.
-NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, NoiseModel noise);
+NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, Residuals asFibre, NoiseModel noise);
 
 }  // namespace reflyze
