@@ -51,6 +51,7 @@ class Fitter {
       }
       if (!better) fit.converged = true;
     }
+    if (!std::isfinite(cost)) fit.converged = false;
     fit.certainty = Build(model).Solved();
     fit.model = std::move(model);
     fit.cost = cost;

@@ -23,7 +23,8 @@ struct DecayPrior {
   double decayPerKm = 0.0, deviation = 1.0;
 };
 
-// How sure a sum of parameters is: `by` are their weights, by NumberOf.
+// How sure a sum of parameters is: `by` are their weights, by NumberOf. The variance is infinite where the
+// samples don't tell it.
 using Weights = std::vector<std::pair<int, double>>;
 class Certainty {
  public:

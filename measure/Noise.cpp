@@ -5,12 +5,14 @@
 #include <cmath>
 #include <vector>
 
+#include "util/convert.h"
 #include "util/elementary.h"
 
 namespace reflyze {
 namespace {
 
 constexpr double kMedianOfSquare = 0.454936423119573;  // of a standard normal number
+constexpr double kLeastReceiver = 1e-18;   // on a trace without any noise
 constexpr double kRoundingShare = 6.6e-5;  // standard deviation of 0.001 dB, rounded, as a share of power
 
 constexpr double kInverseRootOf2Pi = 0.3989422804014327;
@@ -100,7 +102,10 @@ struct Together {
   std::vector<double> blocks;  // squares of whitened sums, over the root of their length
 
   // Variance of a point against what was thought.
-  double Scale() { return points.size() < 64 ? 1.0 : MedianOf(points) / kMedianOfSquare; }
+  double Scale() {
+    constexpr double kLeast = 1e-6;  // of points that are all alike
+    return points.size() < 64 ? 1.0 : std::max(kLeast, MedianOf(points) / kMedianOfSquare);
+  }
   double Every() { return blocks.size() < 8 ? 1.0 : MedianOf(blocks) / kMedianOfSquare; }
 };
 
@@ -134,8 +139,7 @@ NoiseModel FirstNoise(const Powers& powers, const LinkModel& model) {
     const double weakest = MedianVariance(windows, 0, third);
     receiver = receiver == 0.0 ? weakest : std::min(receiver, 1.5 * weakest);
   }
-  constexpr double kLeast = 1e-36;  // of a trace without any noise
-  noise.receiver = std::sqrt(std::max(receiver, kLeast));
+  noise.receiver = std::sqrt(std::max(receiver, kLeastReceiver * kLeastReceiver));
   const double ripple =
       third > 2 ? MedianShare(windows, windows.size() - third, windows.size(), receiver) : 0.0;
   noise.ripple = std::sqrt(ripple + kRoundingShare * kRoundingShare);
@@ -144,7 +148,7 @@ NoiseModel FirstNoise(const Powers& powers, const LinkModel& model) {
 
 NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, Residuals asFibre, NoiseModel noise) {
   const LinkPower power(model);
-  const long pulse = std::max(1L, static_cast<long>(model.pulseKm / powers.spacingKm()));
+  const long pulse = std::max(1L, TruncToLong(model.pulseKm / powers.spacingKm()));
   Together receiver, ripple;
   for (size_t i = 0; i + 1 < model.places.size(); ++i) {
     const Span span = SettledSpan(powers, model, i);
@@ -177,7 +181,7 @@ NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, Residuals as
     }
   }
   const double receiverScale = receiver.Scale(), rippleScale = ripple.Scale();
-  noise.receiver *= std::sqrt(receiverScale);
+  noise.receiver = std::max(noise.receiver * std::sqrt(receiverScale), kLeastReceiver);
   noise.ripple = std::max(noise.ripple * std::sqrt(rippleScale), kRoundingShare);
   noise.receiverEvery = std::max(1.0, receiver.Every() / receiverScale);
   noise.rippleEvery = std::max(1.0, ripple.Every() / rippleScale);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "measure/NormalEquations.h"
 
-#include <algorithm>
+#include <limits>
 
 namespace reflyze {
 namespace {
@@ -13,10 +13,13 @@ class SolvedCertainty : public Certainty {
  public:
   explicit SolvedCertainty(const Matrix& matrix) : count_(matrix.rows()), solver_(matrix) {}
   double VarianceOf(const Weights& by) const override {
+    constexpr double kUnknown = std::numeric_limits<double>::infinity();
+    if (solver_.info() != Eigen::Success) return kUnknown;
     Eigen::VectorXd weights = Eigen::VectorXd::Zero(count_);
     for (const auto& [parameter, weight] : by) weights(parameter) += weight;
     const Eigen::VectorXd solved = solver_.solve(weights);
-    return std::max(0.0, weights.dot(solved));
+    const double variance = weights.dot(solved);
+    return variance > 0.0 ? variance : kUnknown;  // not below 0 but by lost digits
   }
 
  private:

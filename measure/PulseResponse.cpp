@@ -18,14 +18,21 @@ double Growth(double x, double t) {
   return (elementary::Exp(grown) - 1.0) / x;
 }
 
+// Differences of two exponentials are divided by 1 - ratio of their rates. Both go to 0 together; before
+// digits are lost, one rate is taken for a little smaller.
+double KeptApart(double rate, double other) {
+  constexpr double kLeast = 1e-4;
+  return std::fabs(1.0 - rate * other) < kLeast ? rate * (1.0 - 2.0 * kLeast) : rate;
+}
+
 }  // namespace
 
 PulseResponse::PulseResponse(double widthKm, double riseKm, double droopPerKm)
     : widthKm_(widthKm),
-      riseKm_(riseKm),
+      riseKm_(KeptApart(riseKm, droopPerKm)),
       droopPerKm_(droopPerKm),
       left_(elementary::Exp(-droopPerKm * widthKm)),
-      gain_(1.0 / (1.0 - droopPerKm * riseKm)) {}
+      gain_(1.0 / (1.0 - droopPerKm * riseKm_)) {}
 
 double PulseResponse::Begun(double s) const {
   if (s <= 0.0) return 0.0;
@@ -52,9 +59,12 @@ double PulseResponse::SettledKm() const { return widthKm_ + kForgotten * riseKm_
 double PulseResponse::EnergyKm() const { return Growth(-droopPerKm_, widthKm_); }
 
 FibreResponse::FibreResponse(const PulseResponse& pulse, double decayPerKm)
-    : pulse_(pulse), decay_(std::max(decayPerKm, 1e-6)) {
-  // Of the pulse the integral of exp((decay - droop) u), of the receiver 1 / (1 - decay rise).
-  settled_ = Growth(decay_ - pulse_.droopPerKm(), pulse_.widthKm()) / (1.0 - decay_ * pulse_.riseKm());
+    : pulse_(pulse), decay_(KeptApart(std::max(decayPerKm, 1e-6), pulse.riseKm())) {
+  // Of the pulse the integral of exp((decay - droop) u), of the receiver 1 / (1 - decay rise). Behind a fibre
+  // that fades as fast as the receiver forgets, nothing settles. There the scale stays what it is next to that.
+  constexpr double kMostOfRise = 0.9;
+  const double ofRise = 1.0 - std::min(decay_ * pulse_.riseKm(), kMostOfRise);
+  settled_ = Growth(decay_ - pulse_.droopPerKm(), pulse_.widthKm()) / ofRise;
 }
 
 double FibreResponse::Integral(double t) const {
