@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "sor/sorData.h"
+#include "util/convert.h"
 #include "util/elementary.h"
 
 namespace reflyze {
@@ -84,7 +85,7 @@ double LeadingEdgeKm(const Powers& powers, double km, double pulseKm, double ris
   const double spacing = powers.spacingKm(), far = std::max(0.7 * pulseKm, 3.0 * spacing);
   const long from = std::max(1L, powers.At(km - far)),
              to = std::min(powers.count() - 1, powers.At(km + far) + 1);
-  const long wide = std::max(1L, static_cast<long>(2.0 * riseKm / spacing));
+  const long wide = std::max(1L, TruncToLong(2.0 * riseKm / spacing));
   long steepest = from;
   double most = 0.0;
   for (long i = from; i + wide <= to; ++i) {

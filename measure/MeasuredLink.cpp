@@ -13,7 +13,6 @@
 namespace reflyze {
 namespace {
 
-constexpr long kFewestPoints = 64;
 constexpr int kMostEvents = 1000;
 constexpr int kMostRounds = 14;
 
@@ -41,6 +40,34 @@ DecayPrior LearnDecay(const LinkFit& fit, DecayPrior prior) {
   if (sure == 0) return prior;
   const double mean = sum / weights, spread = std::sqrt(std::max(0.0, squares / weights - mean * mean));
   return {mean, sure > 1 ? std::max(kLeast, 2.0 * spread) : kOfOne};
+}
+
+// One pulse and one spacing: a model knows no others.
+bool IsOneStretch(const TSorBlockFixedParameters& fixed) {
+  for (int i = 1; i < fixed.TPW; ++i) {
+    const bool same = fixed.PWU[i] == fixed.PWU[0] && fixed.DS[i] == fixed.DS[0];
+    if (fixed.NPPW[i] != 0 && !same) return false;
+  }
+  return fixed.TPW > 0;
+}
+
+// Whether the events can be places along a fibre: in order, the last on the trace, and not so close together
+// that the light of all of them overlaps, which takes the third power of their number to untangle.
+bool ListsALink(const TSorData& record, const Powers& powers) {
+  constexpr std::size_t kMostTogether = 64;
+  constexpr double kTogetherPulses = 8.0;
+  const double last = powers.KmOf(powers.count());
+  const double pulseKm = record.FxdParams->OwtToLen(record.FxdParams->GetOwtPulse(0));
+  const double togetherKm = std::max(kTogetherPulses * pulseKm, powers.KmOf(kMostTogether));
+  std::vector<double> places;
+  for (int i = 0; i < record.KeyEvents->ListedEvents(); ++i) {
+    const double km = record.FxdParams->OwtToLen(record.KeyEvents->EventAt(i).EPT - record.NumToOwt(0));
+    if (!(km <= last) || (i > 0 && !(km > places.back()))) return false;
+    places.push_back(km);
+    if (places.size() > kMostTogether && km - places[places.size() - 1 - kMostTogether] < togetherKm)
+      return false;
+  }
+  return true;
 }
 
 // A link with its fit.
@@ -159,7 +186,9 @@ class Measuring {
       return true;
     }
     const std::vector<Sample> samples = SamplesFor(powers_, link_.noted);
-    for (const int most : {kAll, 1}) {
+    const int room = kMostEvents - static_cast<int>(link_.noted.notes.size());
+    if (room <= 0) return false;
+    for (const int most : {room, 1}) {
       next = link_;
       if (!look_.AddMissing(samples, noise_, link_.fit, most, next.noted)) return false;
       if (Better(next)) {
@@ -186,8 +215,6 @@ class Measuring {
     return CostOf(next.noted, samples, noise_, prior_) < CostOf(link_.noted, samples, noise_, prior_) - least;
   }
 
-  static constexpr int kAll = 1000;
-
   const Powers& powers_;
   bool keepsTable_;
   DecayPrior prior_;
@@ -195,6 +222,16 @@ class Measuring {
   NoiseModel noise_;
   Understood link_;
 };
+
+// Whether each place is known, behind the one in front of it and on the trace.
+bool HasPlaces(const Understood& link, double lastKm) {
+  const std::vector<LinkModel::Place>& places = link.fit.model.places;
+  for (size_t i = 0; i < places.size(); ++i) {
+    if (!std::isfinite(link.fit.Deviation(i, Parameter::kPlace))) return false;
+    if (i > 0 && !(places[i].km > std::max(0.0, places[i - 1].km) && places[i].km <= lastKm)) return false;
+  }
+  return true;
+}
 
 // Fibre scatters light back along a section that falls no faster than fibre does. What a launch without a
 // fibre leaves in the receiver falls faster, and is gone after some pulses.
@@ -216,9 +253,9 @@ bool ShowsFibre(const Understood& link, const NoiseModel& noise, double nm) {
 
 std::optional<MeasuredLink> MeasureLink(const TSorData& record, const MeasureOptions& options) {
   const int count = record.KeyEvents->ListedEvents();
-  if (count < 2 || count > kMostEvents || record.DataPts->GetPointsNum() < kFewestPoints) return std::nullopt;
+  if (count < 2 || count > kMostEvents || !IsOneStretch(*record.FxdParams)) return std::nullopt;
   const Powers powers(record);
-  if (powers.spacingKm() <= 0.0) return std::nullopt;
+  if (!powers.IsUsable() || !ListsALink(record, powers)) return std::nullopt;
   Measuring measuring(record, powers, options.keepsTable);
   const Understood link = measuring.Run();
   if (!ShowsFibre(link, measuring.noise(), record.GenParams->NW)) {
@@ -226,7 +263,7 @@ std::optional<MeasuredLink> MeasureLink(const TSorData& record, const MeasureOpt
     none.fibre = false;
     return none;
   }
-  if (!link.fit.converged) return std::nullopt;
+  if (!link.fit.converged || !HasPlaces(link, powers.KmOf(powers.count()))) return std::nullopt;
   return FiguresOf(record, link.noted, link.fit, measuring.prior(), options);
 }
 

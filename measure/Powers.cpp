@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "sor/sorData.h"
+#include "util/convert.h"
 #include "util/elementary.h"
 
 namespace reflyze {
@@ -17,19 +18,27 @@ Powers::Powers(const TSorData& record) : spacingKm_(record.FxdParams->LenDS()) {
   power_.reserve(static_cast<std::size_t>(count));
   sums_.reserve(static_cast<std::size_t>(count) + 1);
   sums_.push_back(0.0);
-  double lowestDb = 0.0;
   for (long i = 0; i < count; ++i) {
     const double levelDb = points.numToLevel(i);
-    if (i == 0 || levelDb < lowestDb) lowestDb = levelDb;
+    if (i == 0 || levelDb < lowestDb_) lowestDb_ = levelDb;
+    if (i == 0 || levelDb > highestDb_) highestDb_ = levelDb;
     power_.push_back(elementary::Exp10(levelDb / 5.0));
     sums_.push_back(sums_.back() + power_.back());
   }
-  floor_ = elementary::Exp10((lowestDb + kHalfStepDb) / 5.0);
+  floor_ = elementary::Exp10((lowestDb_ + kHalfStepDb) / 5.0);
+}
+
+bool Powers::IsUsable() const {
+  constexpr long kFewestPoints = 64;
+  constexpr double kShortestKm = 1e-7, kLongestKm = 10.0;  // between points
+  constexpr double kFarthestDb = 100.0;  // a broken scale may say anything, but squares must be numbers
+  return count() >= kFewestPoints && spacingKm_ >= kShortestKm && spacingKm_ <= kLongestKm &&
+         lowestDb_ >= -kFarthestDb && highestDb_ <= kFarthestDb;
 }
 
 long Powers::At(double km) const {
   const double last = static_cast<double>(count() - 1);
-  return static_cast<long>(std::clamp(km / spacingKm_, 0.0, last));
+  return TruncToLong(std::clamp(km / spacingKm_, 0.0, last));
 }
 
 double Powers::Mean(long from, long to) const {

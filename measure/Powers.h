@@ -18,6 +18,8 @@ class Powers {
 
   long count() const { return static_cast<long>(power_.size()); }
   double spacingKm() const { return spacingKm_; }
+  // Whether there is anything to measure: enough points, some way apart, at levels that light can have.
+  bool IsUsable() const;
   double operator[](long i) const { return power_[static_cast<std::size_t>(i)]; }
   double KmOf(long i) const { return static_cast<double>(i) * spacingKm_; }
   long At(double km) const;               // the last point in front of a place, kept on the trace
@@ -27,6 +29,7 @@ class Powers {
 
  private:
   double spacingKm_;
+  double lowestDb_ = 0.0, highestDb_ = 0.0;
   double floor_ = 0.0;
   std::vector<double> power_;
   std::vector<double> sums_;  // of all points in front of each

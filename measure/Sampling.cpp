@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "util/convert.h"
+
 namespace reflyze {
 namespace {
 
@@ -13,7 +15,7 @@ class Sampler {
         model_(model),
         spacing_(powers.spacingKm()),
         settledKm_(model.pulseKm + 8.0 * model.riseKm),
-        fine_(std::max(1L, static_cast<long>(model.pulseKm / spacing_ / 24.0))) {}
+        fine_(std::max(1L, TruncToLong(model.pulseKm / spacing_ / 24.0))) {}
 
   std::vector<Sample> Take(const NotedModel& noted) {
     const size_t last = model_.places.size() - 1;
@@ -43,7 +45,7 @@ class Sampler {
  private:
   long InFront(double km) const { return powers_.At(km - 6.0 * spacing_ - 0.5 * model_.pulseKm); }
   long SettledStep(long points) const {
-    return std::clamp(points / 40, 1L, std::max(1L, static_cast<long>(0.5 / spacing_)));
+    return std::clamp(points / 40, 1L, std::max(1L, TruncToLong(0.5 / spacing_)));
   }
 
   // The mean of a line exp(-decay x) over a length l is more than the line in its middle: by sinh(u) / u, u =
@@ -60,7 +62,8 @@ class Sampler {
   // What a saturated receiver shows of a peak: how it begins to rise.
   void AddRise(long begin, long end) {
     constexpr double kStraight = 0.3;  // of the largest power that it can show
-    const double most = kStraight * powers_.Peak(begin, std::max(begin + 1, end));
+    if (begin >= end) return;
+    const double most = kStraight * powers_.Peak(begin, end);
     long to = begin;
     while (to < end && powers_[to] < most) ++to;
     Add(begin, to, 1);
@@ -68,7 +71,7 @@ class Sampler {
 
   // Edges, where a place and the receiver show, in every point; what lies between more coarsely.
   void AddNear(double km, long begin, long end) {
-    const long sharp = std::max(1L, static_cast<long>(model_.riseKm / spacing_ / 4.0));
+    const long sharp = std::max(1L, TruncToLong(model_.riseKm / spacing_ / 4.0));
     long at = begin;
     for (const double edge : {km, km + model_.pulseKm}) {
       const long from =

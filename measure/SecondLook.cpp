@@ -5,6 +5,7 @@
 #include <cmath>
 #include <optional>
 
+#include "util/convert.h"
 #include "util/elementary.h"
 
 namespace reflyze {
@@ -112,7 +113,7 @@ class Looker {
   // A reflection is as long as the pulse: the mean over that length stands out from the line.
   Find MissingReflection(size_t section) const {
     const double clear = 1.5 * model_.pulseKm + 10.0 * model_.riseKm;
-    const long wide = std::max(1L, static_cast<long>(model_.pulseKm / powers_.spacingKm()));
+    const long wide = std::max(1L, TruncToLong(model_.pulseKm / powers_.spacingKm()));
     const long from = powers_.At(model_.places[section].km + clear) + 2;
     const long to = powers_.At(model_.places[section + 1].km - FrontKm()) - 2 - wide;
     Find best;
@@ -241,7 +242,8 @@ std::vector<SecondLook::Missing> SecondLook::AllMissing(const std::vector<Sample
     LinkModel::Place place = noted.model.places[i];
     if (place.reflects || noted.notes[i].saturated || IsDark(noted.notes[i])) continue;
     const Find find = looker.ReflectionAt(i);
-    if (find.score < kSureReflection || find.size < kLeastReflection * power.LineAt(i, place.km)) continue;
+    const double least = kLeastReflection * power.LineAt(i, place.km);
+    if (!(find.score >= kSureReflection && find.size >= least)) continue;
     place.reflection = find.size;
     all.push_back({i, true, find.score, place, 0.0, 0.0});
   }
