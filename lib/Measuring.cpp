@@ -28,6 +28,11 @@ Field Held(int thousandths) {
   return static_cast<Field>(std::clamp<int>(thousandths, Limits::min(), Limits::max()));
 }
 
+// Whether times grow along the trace. A broken record may say otherwise.
+bool HasRoom(const TSorData& record) {
+  return std::ceil(record.GetMinOwt()) < std::floor(record.GetMaxOwt());
+}
+
 // The one-way time of a place that counts from the first point, within the trace.
 int OwtAt(const TSorData& record, double km) {
   const double owt = std::round(record.NumToOwt(0) + record.dLenToOwt(km));
@@ -77,17 +82,17 @@ void DropUnasked(const TSorData& record, MeasuredLink& link,
 // than a pulse.
 std::vector<int> PlacesOf(const TSorData& record, const MeasuredLink& link) {
   std::vector<int> places;
-  if (!(std::ceil(record.GetMinOwt()) < std::floor(record.GetMaxOwt()))) return places;
+  if (!HasRoom(record)) return places;
   for (const MeasuredEvent& event : link.events) {
     if (!std::isfinite(event.km.value)) return {};
     const int measured = OwtAt(record, event.km.value);
-    const int place = places.empty() ? measured : std::max(measured, places.back() + 1);
-    if (place > record.GetMaxOwt()) return {};
-    places.push_back(place);
+    const long long least = places.empty() ? measured : places.back() + 1LL;
+    if (least > record.GetMaxOwt() || least > std::numeric_limits<int>::max()) return {};
+    places.push_back(std::max(measured, static_cast<int>(least)));
   }
   if (record.KeyEvents->ListedEvents() == 0) return places;
   const int launch = record.KeyEvents->EventAt(0).EPT;
-  if (std::abs(launch - places[0]) <= record.FxdParams->GetOwtPulse(0) && launch < places[1])
+  if (std::fabs(static_cast<double>(launch) - places[0]) <= record.FxdParams->GetOwtPulse(0) && launch < places[1])
     places[0] = launch;
   return places;
 }
@@ -121,6 +126,7 @@ void EditTable(TSorData& record, const std::vector<int>& listed, const std::vect
     if (index >= 0) event.release();  // the table owns it
     Require(index == static_cast<int>(i), "an event has its place in the table");
   }
+  Require(table.ListedEvents() == static_cast<int>(places.size()), "the table has the events of the link");
 }
 
 void StoreReflectance(TSorBlockKeyEvents1E& event, const MeasuredEvent& measured) {
@@ -342,7 +348,7 @@ std::optional<MeasuredLink> StoreListed(TSorData& record, MeasuredLink link) {
       std::remove_if(events.begin(), events.end(),
                      [&](const MeasuredEvent& event) { return event.listed < 0 || event.listed >= count; }),
       events.end());
-  if (!link.fibre || count < 2) return std::nullopt;
+  if (!link.fibre || count < 2 || !HasRoom(record)) return std::nullopt;
   for (const MeasuredEvent& measured : events) {
     TSorBlockKeyEvents1E& event = table.EventAt(measured.listed);
     const bool launch = measured.listed == 0, end = measured.listed + 1 == count;
