@@ -27,6 +27,19 @@ constexpr double kBackscatterDeviationDb = 0.1, kUsualBackscatterDeviationDb = 1
 // nobody sees it.
 constexpr double kLaunchDeviationDb = 0.4;
 
+// What no fibre link has, or what is told so vaguely that it says nothing, was not measured.
+struct Bounds {
+  double least, most, mostDeviation;
+};
+constexpr Bounds kLossDb = {-5.0, 60.0, 3.0}, kReflectanceDb = {-120.0, 0.0, 5.0},
+                 kAttenuationDbPerKm = {0.0, 10.0, 2.0}, kTotalDb = {-5.0, 120.0, 5.0},
+                 kReturnLossDb = {0.0, 120.0, 5.0};
+
+std::optional<Measured> Within(const Bounds& bounds, double value, double deviation) {
+  const bool holds = value >= bounds.least && value <= bounds.most && deviation <= bounds.mostDeviation;
+  return holds ? std::optional<Measured>({value, deviation}) : std::nullopt;
+}
+
 // The probability that something is there which was seen `z` deviations large. Sizes of real ones are taken
 // as normal around 0 with `usual`, that of noise is `deviation`; then, with k = usual / deviation, the odds
 // grow by
@@ -34,6 +47,7 @@ constexpr double kLaunchDeviationDb = 0.4;
 // (the ratio of both densities at what was seen).
 double ProbabilityOf(double size, double deviation, double usual, double oddsBefore) {
   if (deviation <= 0.0) return 1.0;
+  if (!std::isfinite(size / deviation) || !std::isfinite(deviation)) return oddsBefore / (1.0 + oddsBefore);
   const double z = size / deviation, k2 = usual * usual / (deviation * deviation);
   const double odds =
       elementary::Log(oddsBefore) + z * z / 2.0 * k2 / (1.0 + k2) - elementary::Log(1.0 + k2) / 2.0;
@@ -49,6 +63,14 @@ class Teller {
     backscatterDb_ = states ? record.FxdParams->GetBC() : UsualBackscatterDb(record.GenParams->NW);
     backscatterDeviationDb_ = states ? kBackscatterDeviationDb : kUsualBackscatterDeviationDb;
     if (!states) told_.assumedBackscatterDb = backscatterDb_;
+    for (size_t i = 1; i + 1 < model_.places.size(); ++i) {
+      Weights by;
+      const double nepers = LossOf(model_, i, by);
+      // Where both lines have different slopes, the loss depends on the place.
+      by.emplace_back(NumberOf(i, Parameter::kPlace),
+                      model_.sections[i].decayPerKm - model_.sections[i - 1].decayPerKm);
+      losses_.push_back({kDbOfNeper * nepers, kDbOfNeper * DeviationOf(by)});
+    }
   }
 
   MeasuredLink Tell() {
@@ -73,10 +95,10 @@ class Teller {
   double DelayKm() const { return model_.pulseKm / 2.0 + model_.riseKm; }
   double SettledKm() const { return model_.pulseKm + 8.0 * model_.riseKm; }
   // Of the flat pulse of the same energy.
-  double EnergyNs() const {
-    const PulseResponse pulse(model_.pulseKm, model_.riseKm, model_.droopPerKm);
-    return record_.FxdParams->GetNsPulse(0.0) * pulse.EnergyKm() / model_.pulseKm;
+  double EnergyKm() const {
+    return PulseResponse(model_.pulseKm, model_.riseKm, model_.droopPerKm).EnergyKm();
   }
+  double EnergyNs() const { return record_.FxdParams->GetNsPulse(0.0) * EnergyKm() / model_.pulseKm; }
 
   // The line of a section at a place in nepers, with `sign`, and its weights.
   double Line(size_t section, double km, double sign, Weights& by) const {
@@ -101,14 +123,12 @@ class Teller {
     event.reflectanceAtLeast = notes_[i].saturated;
     const double oddsBefore = event.listed >= 0 ? 10.0 : 0.02;
     if (i > 0 && i + 1 < model_.places.size()) {
-      Weights by;
-      const double nepers = LossOf(model_, i, by);
-      event.lossDb = Measured{kDbOfNeper * nepers, kDbOfNeper * DeviationOf(by)};
+      const Measured loss = losses_[i - 1];
+      event.lossDb = Within(kLossDb, loss.value, loss.deviation);
       constexpr double kUsualLossDb = 0.3;
-      event.probability =
-          ProbabilityOf(event.lossDb->value, event.lossDb->deviation, kUsualLossDb, oddsBefore);
+      event.probability = ProbabilityOf(loss.value, loss.deviation, kUsualLossDb, oddsBefore);
     }
-    if (event.reflects && model_.places[i].reflection > 0.0) AddReflectance(i, oddsBefore, event);
+    if (event.reflects && model_.places[i].reflection > 0.0 && EnergyNs() > 0.0) AddReflectance(i, oddsBefore, event);
     return event;
   }
 
@@ -124,7 +144,8 @@ class Teller {
     // What the section itself says must be more than what was known before.
     constexpr double kOwnShare = 0.8;
     if (event.frontFromKm >= event.frontToKm || deviation > kOwnShare * prior_.deviation) return;
-    event.attenuationDbPerKm = Measured{kDbOfNeper * nepers / (to - from), kDbOfNeper * deviation};
+    event.attenuationDbPerKm =
+        Within(kAttenuationDbPerKm, kDbOfNeper * nepers / (to - from), kDbOfNeper * deviation);
   }
 
   // A record states one coefficient, but spans differ. Fibre that scatters more lifts the trace by half of
@@ -136,8 +157,7 @@ class Teller {
     double gainedDb = 0.0, variance = backscatterDeviationDb_ * backscatterDeviationDb_;
     for (size_t i = 1; i < place; ++i) {
       if (model_.places[i].reflects) continue;
-      Weights by;
-      const double lossDb = kDbOfNeper * LossOf(model_, i, by), deviation = kDbOfNeper * DeviationOf(by);
+      const auto [lossDb, deviation] = losses_[i - 1];
       if (lossDb < -kSureGain * deviation) {
         gainedDb -= lossDb;
       } else {
@@ -158,10 +178,11 @@ class Teller {
     const double db = backscatterDb_ + 2.0 * kDbOfNeper * nepers + 10.0 * elementary::Log10(EnergyNs());
     const double own = 2.0 * kDbOfNeper * DeviationOf(by);
     const double of = BackscatterDeviationAt(i) + (i == 0 ? kLaunchDeviationDb : 0.0);
-    event.reflectanceDb = Measured{db, std::sqrt(own * own + of * of)};
+    event.reflectanceDb = Within(kReflectanceDb, db, std::sqrt(own * own + of * of));
     const double deviation = fit_.Deviation(i, Parameter::kReflection);
     const double reflects = ProbabilityOf(reflection, deviation, 10.0 * deviation, oddsBefore);
-    event.probability = i > 0 && event.lossDb ? std::max(event.probability, reflects) : reflects;
+    const bool joins = i > 0 && i + 1 < model_.places.size();
+    event.probability = joins ? std::max(event.probability, reflects) : reflects;
   }
 
   void AddTotals() {
@@ -169,14 +190,17 @@ class Teller {
     Weights by;
     const double nepers = Line(0, model_.places[0].km + DelayKm(), 1.0, by) +
                           Line(last - 1, model_.places[last].km + DelayKm(), -1.0, by);
-    told_.totalLossDb = Measured{kDbOfNeper * nepers, kDbOfNeper * DeviationOf(by)};
+    told_.totalLossDb = Within(kTotalDb, kDbOfNeper * nepers, kDbOfNeper * DeviationOf(by));
     AddReturnLoss();
   }
 
   // All light that comes back, over that which a mirror at the launch would give. A mirror shows as
-  // line / (10^(Bc / 10) T); the fibre gives line / pulse a km.
+  // line / (10^(Bc / 10) T), with the energy of the pulse for T; the fibre gives line / energy a km. With the
+  // decay the integral of exp(level - decay x) falls by that of x exp(level - decay x), which is
+  //   (begin line(begin) - end line(end) + integral of line) / decay.
   void AddReturnLoss() {
     Weights by, shares;
+    const double ns = EnergyNs(), energyKm = EnergyKm();
     double sum = 0.0;
     for (size_t i = 0; i < model_.places.size(); ++i) {
       if (model_.places[i].reflects) {
@@ -189,17 +213,20 @@ class Teller {
       const auto at = [&](double km) {
         return elementary::Exp(line.level - line.decayPerKm * (km - line.anchorKm));
       };
-      const double scattered = (at(from) - at(to)) / std::max(line.decayPerKm, 1e-6) / model_.pulseKm;
-      sum += scattered;
-      shares.emplace_back(NumberOf(i, Parameter::kLevel), scattered);
+      const double decay = std::max(line.decayPerKm, 1e-6), begin = from - line.anchorKm,
+                   end = to - line.anchorKm;
+      const double scattered = (at(from) - at(to)) / decay;
+      const double byDecay = -(begin * at(from) - end * at(to) + scattered) / decay;
+      sum += scattered / energyKm;
+      shares.emplace_back(NumberOf(i, Parameter::kLevel), scattered / energyKm);
+      shares.emplace_back(NumberOf(i, Parameter::kDecay), byDecay / energyKm);
     }
-    if (sum <= 0.0) return;
+    if (!(sum > 0.0 && ns > 0.0)) return;
     for (const auto& [parameter, share] : shares) by.emplace_back(parameter, share / sum);
     const double nepers = elementary::Log(sum) + Line(0, model_.places[0].km + DelayKm(), -1.0, by);
-    const double ns = EnergyNs();
     const double db = -(backscatterDb_ + 2.0 * kDbOfNeper * nepers + 10.0 * elementary::Log10(ns));
     const double own = 2.0 * kDbOfNeper * DeviationOf(by), of = backscatterDeviationDb_;
-    told_.returnLossDb = Measured{db, std::sqrt(own * own + of * of)};
+    told_.returnLossDb = Within(kReturnLossDb, db, std::sqrt(own * own + of * of));
   }
 
   const TSorData& record_;
@@ -209,6 +236,7 @@ class Teller {
   const DecayPrior& prior_;
   const MeasureOptions& options_;
   double backscatterDb_, backscatterDeviationDb_;
+  std::vector<Measured> losses_;  // of the places between launch and end
   MeasuredLink told_;
 };
 
