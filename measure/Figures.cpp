@@ -171,15 +171,22 @@ class Teller {
   // R = Bc + 10 log10(height T), with the height of the peak over the backscatter in front of it as powers,
   // and the pulse T in ns (IEC 61746-1). At the launch the backscatter is that behind it.
   void AddReflectance(size_t i, double oddsBefore, MeasuredEvent& event) const {
-    const double reflection = model_.places[i].reflection;
+    constexpr double kVague = 0.2;
+    double reflection = model_.places[i].reflection;
+    double relative = fit_.Deviation(i, Parameter::kReflection) / reflection;
+    // The rise alone tells little of how high a saturated peak would have come. It has come as high as it
+    // shows.
+    const bool atLeast = notes_[i].saturated && notes_[i].seen > 0.0 && !(relative < kVague);
+    if (atLeast) reflection = notes_[i].seen, relative = 0.0;
     const double at = model_.places[i].km + (i == 0 ? DelayKm() : model_.riseKm);
-    Weights by = {{NumberOf(i, Parameter::kReflection), 1.0 / reflection}};
+    Weights by;
+    if (!atLeast) by.emplace_back(NumberOf(i, Parameter::kReflection), 1.0 / reflection);
     const double nepers = elementary::Log(reflection) + Line(i == 0 ? 0 : i - 1, at, -1.0, by);
     const double db = backscatterDb_ + 2.0 * kDbOfNeper * nepers + 10.0 * elementary::Log10(EnergyNs());
     const double own = 2.0 * kDbOfNeper * DeviationOf(by);
     const double of = BackscatterDeviationAt(i) + (i == 0 ? kLaunchDeviationDb : 0.0);
     event.reflectanceDb = Within(kReflectanceDb, db, std::sqrt(own * own + of * of));
-    const double deviation = fit_.Deviation(i, Parameter::kReflection);
+    const double deviation = relative * reflection;
     const double reflects = ProbabilityOf(reflection, deviation, 10.0 * deviation, oddsBefore);
     const bool joins = i > 0 && i + 1 < model_.places.size();
     event.probability = joins ? std::max(event.probability, reflects) : reflects;

@@ -149,7 +149,10 @@ NotedModel FirstModel(const TSorData& record, const Powers& powers) {
   first.notes[0].withinKm = 2.0 * powers.spacingKm();  // instruments know where they send their light from
   for (size_t i = 0; i + 1 < model.places.size(); ++i)
     model.sections.push_back(LineBetween(powers, model, model.places[i].km, model.places[i + 1].km));
-  for (size_t i = 0; i < model.places.size(); ++i) GuessReflection(powers, model, i);
+  for (size_t i = 0; i < model.places.size(); ++i) {
+    GuessReflection(powers, model, i);
+    if (first.notes[i].saturated) first.notes[i].seen = model.places[i].reflection;
+  }
   return first;
 }
 

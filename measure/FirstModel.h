@@ -16,6 +16,7 @@ struct PlaceNote {
   double withinKm = 0.0;   // standard deviation of that
   int listed = -1;         // its number in the record's table; -1 for none
   bool saturated = false;  // the receiver could not follow the peak
+  double seen = 0.0;       // of a saturated one: power of the reflection that shows at least
   bool blind = false;      // a launch whose light is that of something else, too
 };
 

@@ -293,6 +293,14 @@ bool SecondLook::MoveSteps(const NoiseModel& noise, const LinkFit& fit, NotedMod
   return moved;
 }
 
+// A saturated place stays, as it is there whatever the fit makes of its shadow. Where it seems to gain, a
+// place in that shadow loses what it gains.
+bool SecondLook::LosesToShadow(const LinkModel& model, size_t place) {
+  Weights by;
+  return place + 2 < model.places.size() && LossOf(model, place, by) < -kLargestGain &&
+         model.places[place + 1].km - model.places[place].km < kTogetherPulses * model.pulseKm;
+}
+
 bool SecondLook::RemoveNothing(const LinkFit& fit, NotedModel& noted) {
   // Of places whose light overlaps each may seem to be nothing, as the other could be all. So the weakest of
   // them goes alone.
@@ -302,7 +310,10 @@ bool SecondLook::RemoveNothing(const LinkFit& fit, NotedModel& noted) {
   };
   std::vector<Weak> all;
   for (size_t i = 1; i + 1 < fit.model.places.size(); ++i) {
-    if (noted.notes[i].saturated) continue;
+    if (noted.notes[i].saturated) {
+      if (LosesToShadow(fit.model, i)) all.push_back({i + 1, -1.0, noted.model.places[i + 1].km});
+      continue;
+    }
     const LinkModel::Place& place = noted.model.places[i];
     const double bright = place.reflects ? place.reflection / fit.Deviation(i, Parameter::kReflection) : 0.0;
     Weights by;

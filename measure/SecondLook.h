@@ -42,6 +42,7 @@ class SecondLook {
   bool IsFree(const LinkModel& model, std::size_t section, double km) const;
   void Remove(std::size_t place, bool wholly, NotedModel& noted);
   bool IsDark(const PlaceNote& note) const;
+  static bool LosesToShadow(const LinkModel& model, std::size_t place);
 
   const Powers& powers_;
   std::vector<double> emptyKm_;  // where nothing was found to be
