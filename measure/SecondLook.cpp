@@ -112,9 +112,8 @@ class Looker {
 
   // A reflection is as long as the pulse: the mean over that length stands out from the line.
   Find MissingReflection(size_t section) const {
-    const double clear = 1.5 * model_.pulseKm + 10.0 * model_.riseKm;
     const long wide = std::max(1L, TruncToLong(model_.pulseKm / powers_.spacingKm()));
-    const long from = powers_.At(model_.places[section].km + clear) + 2;
+    const long from = powers_.At(ClearKm(section) + 2.0 * model_.riseKm) + 2;
     const long to = powers_.At(model_.places[section + 1].km - FrontKm()) - 2 - wide;
     Find best;
     for (long i = from; i < to; ++i) {
@@ -148,6 +147,17 @@ class Looker {
     }
   };
 
+  // From where a section shows nothing but its fibre: what a bright reflection may have left in a receiver
+  // that is not quite the model's would pass for steps, and for reflections.
+  double ClearKm(size_t section) const {
+    constexpr double kLeast = 0.002;  // of the line
+    double km = model_.places[section].km + 1.5 * model_.pulseKm + 8.0 * model_.riseKm;
+    const double most = model_.places[section + 1].km;
+    while (km < most && noise_.misfit * power_.Power(km).transient > kLeast * power_.LineAt(section, km))
+      km += model_.pulseKm / 4.0;
+    return km;
+  }
+
   // The longest block of settled fibre that a section has.
   double BlockKm(size_t section) const {
     double most = 0.0;
@@ -163,8 +173,7 @@ class Looker {
 
   // Places count from the anchor of the section.
   std::vector<Term> TermsOf(size_t section) const {
-    const double from = model_.places[section].km + 1.5 * model_.pulseKm + 8.0 * model_.riseKm;
-    const double to = model_.places[section + 1].km - FrontKm();
+    const double from = ClearKm(section), to = model_.places[section + 1].km - FrontKm();
     std::vector<Term> terms;
     const auto before = [](const Sample& sample, double km) { return sample.km < km; };
     for (auto sample = std::lower_bound(samples_.begin(), samples_.end(), from, before);
@@ -202,9 +211,10 @@ double LossOf(const LinkModel& model, size_t place, Weights& by) {
 }
 
 bool SecondLook::IsFree(const LinkModel& model, size_t section, double km) const {
+  // Less than a pulse in front of a reflection a step could be what the model's edge lacks.
+  const double inFront = model.places[section + 1].reflects ? 1.1 * model.pulseKm : 2.0 * powers_.spacingKm();
   const auto isHere = [&](double empty) { return std::fabs(empty - km) < model.pulseKm; };
-  return km > model.places[section].km + 0.5 * model.pulseKm &&
-         km < model.places[section + 1].km - 2.0 * powers_.spacingKm() &&
+  return km > model.places[section].km + 0.5 * model.pulseKm && km < model.places[section + 1].km - inFront &&
          std::none_of(emptyKm_.begin(), emptyKm_.end(), isHere);
 }
 
