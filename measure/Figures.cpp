@@ -96,7 +96,7 @@ class Teller {
   double SettledKm() const { return model_.pulseKm + 8.0 * model_.riseKm; }
   // Of the flat pulse of the same energy.
   double EnergyKm() const {
-    return PulseResponse(model_.pulseKm, model_.riseKm, model_.droopPerKm).EnergyKm();
+    return Growth(-model_.droopPerKm, model_.pulseKm);
   }
   double EnergyNs() const { return record_.FxdParams->GetNsPulse(0.0) * EnergyKm() / model_.pulseKm; }
 

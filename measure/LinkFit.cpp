@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 
 #include "measure/NormalEquations.h"
 #include "util/elementary.h"
@@ -11,15 +10,29 @@
 namespace reflyze {
 namespace {
 
-constexpr double kRiseStep = 1e-3;  // share, for the derivative by the receiver
-constexpr double kShareStep = 1e-4;
 constexpr double kSlowest = 4.0;        // times: paths of a receiver that are closer are one
 constexpr double kSlowestPulses = 6.0;  // a slower path could not be told from the fibre
 
 // What the model knows nothing of must not bend it: behind kFar deviations a residual counts less and less
 // (Cauchy).
 constexpr double kFar = 5.0;
-double Robust(double square) { return kFar * kFar * elementary::Log(1.0 + square / (kFar * kFar)); }
+
+// The sum over many samples of what that makes of their squares, kFar^2 log(1 + square / kFar^2): the
+// logarithm of a product is taken once for all that fit into a double.
+class RobustSum {
+ public:
+  void Add(double square) {
+    product_ *= 1.0 + square / (kFar * kFar);
+    if (product_ < kFull) return;
+    logarithms_ += elementary::Log(product_);
+    product_ = 1.0;
+  }
+  double Total() const { return kFar * kFar * (logarithms_ + elementary::Log(product_)); }
+
+ private:
+  static constexpr double kFull = 1e150;
+  double product_ = 1.0, logarithms_ = 0.0;
+};
 double Trust(double square) { return 1.0 / (1.0 + square / (kFar * kFar)); }
 
 // Parameters of the receiver, behind those of the places.
@@ -60,12 +73,13 @@ class Fitter {
 
   double CostOf(const LinkModel& model) const {
     const LinkPower power(model);
-    double cost = 0.0;
+    RobustSum sum;
     for (const Sample& sample : samples_) {
       const LinkPower::At at = power.Power(sample.km);
       const double residual = sample.power - StoredPower(at.power, noise_).mean;
-      cost += Robust(residual * residual / VarianceOf(at, sample.points));
+      sum.Add(residual * residual / VarianceOf(at, sample.points));
     }
+    double cost = sum.Total();
     for (const LinkModel::Section& section : model.sections) {
       const double off = section.decayPerKm - prior_.decayPerKm;
       cost += DecayWeight() * off * off;
@@ -88,32 +102,17 @@ class Fitter {
 
   NormalEquations Build(const LinkModel& model) const {
     const std::size_t count = 4 * model.places.size() + kShared;
-    const int receiver = static_cast<int>(count - kShared);
     NormalEquations equations(count, kShared);
-    LinkModel slower = model, more = model, longer = model, drooping = model;
-    slower.riseKm *= 1.0 + kRiseStep;
-    more.slowShare += kShareStep;
-    longer.slowKm *= 1.0 + kRiseStep;
-    drooping.droopPerKm += kShareStep / model.pulseKm;
-    const LinkPower power(model), slowerPower(slower), morePower(more), longerPower(longer),
-        droopingPower(drooping);
-    const double settled = morePower.SettledKm();
-    std::vector<Derivative> slopes;
+    const LinkPower power(model);
+    const std::size_t shared = model.wholeReceiver ? kShared : 1;
+    Slopes slopes;
     for (const Sample& sample : samples_) {
       const LinkPower::At at = power.PowerAndSlopes(sample.km, slopes);
-      if (NearPlace(model, sample.km, settled)) {
-        slopes.push_back({receiver, (slowerPower.Power(sample.km).power - at.power) / kRiseStep});
-        if (model.wholeReceiver) {
-          slopes.push_back({receiver + 1, (morePower.Power(sample.km).power - at.power) / kShareStep});
-          if (model.slowShare != 0.0)
-            slopes.push_back({receiver + 2, (longerPower.Power(sample.km).power - at.power) / kRiseStep});
-          slopes.push_back({receiver + 3, (droopingPower.Power(sample.km).power - at.power) / kShareStep});
-        }
-      }
       const StoredPower stored(at.power, noise_);
       const double residual = sample.power - stored.mean, weight = 1.0 / VarianceOf(at, sample.points);
-      for (Derivative& slope : slopes) slope.value *= stored.share;
-      equations.Add(slopes, weight * Trust(weight * residual * residual), residual);
+      // What is stored grows by `share` of the power.
+      const double trusted = weight * Trust(weight * residual * residual) * stored.share;
+      equations.Add(slopes, slopes.ofReceiver ? shared : 0, trusted * stored.share, trusted * residual);
     }
     for (size_t i = 0; i < model.places.size(); ++i)
       equations.AddPrior(NumberOf(i, Parameter::kPlace), PlaceWeight(i),
@@ -123,12 +122,6 @@ class Fitter {
                          model.sections[i].decayPerKm - prior_.decayPerKm);
     }
     return equations;
-  }
-
-  static bool NearPlace(const LinkModel& model, double km, double settledKm) {
-    const auto after = [](double at, const LinkModel::Place& place) { return at < place.km; };
-    const auto next = std::upper_bound(model.places.begin(), model.places.end(), km, after);
-    return next != model.places.begin() && km - std::prev(next)->km < settledKm;
   }
 
   // Large steps are taken in parts: the model is far from straight in places and in the receiver.

@@ -4,125 +4,195 @@
 #include <algorithm>
 #include <cmath>
 
-#include "util/elementary.h"
+#include "util/quickExp.h"
 
 namespace reflyze {
 namespace {
 
-constexpr double kDecayStep = 1e-4;  // nepers a km, for the derivative by the decay
+using elementary::QuickExp;
+
 constexpr double kTailShare = 0.05, kTailPulses = 8.0;
+
+// (exp(y) - 1) / y and its derivative, for y next to 0, where the quotients have no digits left.
+constexpr double kSmall = 0.05;
+double SmallGrowth(double y) {
+  return 1.0 + y * (1.0 / 2 + y * (1.0 / 6 + y * (1.0 / 24 + y * (1.0 / 120 + y * (1.0 / 720 + y / 5040)))));
+}
+double SlopeOfSmallGrowth(double y) {
+  return 1.0 / 2 + y * (1.0 / 3 + y * (1.0 / 8 + y * (1.0 / 30 + y * (1.0 / 144 + y / 840))));
+}
 
 }  // namespace
 
 LinkPower::LinkPower(const LinkModel& model)
     : model_(model),
       pulse_(model.pulseKm, model.riseKm, model.droopPerKm),
-      slow_(model.pulseKm, model.slowKm, model.droopPerKm) {
-  const auto fibre = [&](double decay) { return Fibre{{pulse_, decay}, {slow_, decay}}; };
-  for (const LinkModel::Section& section : model.sections) {
-    fibres_.push_back(fibre(section.decayPerKm));
-    steeper_.push_back(fibre(section.decayPerKm + kDecayStep));
+      slow_(model.pulseKm, model.slowKm, model.droopPerKm),
+      settledKm_(std::max(pulse_.SettledKm(), kTailPulses * model.pulseKm)),
+      tailPerKm_(1.0 / model.pulseKm) {
+  if (model.slowShare != 0.0 || model.wholeReceiver) settledKm_ = std::max(settledKm_, slow_.SettledKm());
+  seen_.reserve(model.places.size());
+  for (size_t i = 0; i < model.places.size(); ++i) {
+    const LinkModel::Place& place = model.places[i];
+    Seen seen{place.km, place.reflection, place.reflects, {}, {}, 0.0};
+    if (i > 0) seen.front = SideOf(i - 1, place.km);
+    if (i < model.sections.size()) seen.behind = SideOf(i, place.km);
+    seen.lost = seen.front.density - seen.behind.density;
+    seen_.push_back(seen);
   }
 }
 
-double LinkPower::SettledKm() const {
-  const double settled = std::max(pulse_.SettledKm(), kTailPulses * model_.pulseKm);
-  return model_.slowShare == 0.0 ? settled : std::max(settled, slow_.SettledKm());
+LinkPower::Side LinkPower::SideOf(size_t section, double km) const {
+  const LinkModel::Section& line = model_.sections[section];
+  const double over = line.decayPerKm - model_.droopPerKm, growth = Growth(over, model_.pulseKm);
+  Side side;
+  side.density = LineAt(section, km) / growth;
+  side.decay = line.decayPerKm;
+  side.grows = SlopeOfGrowth(over, model_.pulseKm) / growth;
+  side.perGrowth = 1.0 / growth;
+  side.awayKm = km - line.anchorKm;
+  side.anchorKm = line.anchorKm;
+  return side;
 }
 
 // What may be left of a reflection behind the place where two simple paths of a receiver have forgotten it.
-double LinkPower::TailOf(const LinkModel::Place& place, double s) const {
+double LinkPower::TailOf(const Seen& place, double s) const {
   if (place.reflection == 0.0 || s > kTailPulses * model_.pulseKm) return 0.0;
-  return kTailShare * place.reflection * elementary::Exp(-s / model_.pulseKm);
-}
-
-double LinkPower::OfPoint(double s) const {
-  const double fast = pulse_.OfPoint(s);
-  return model_.slowShare == 0.0 ? fast : fast + model_.slowShare * (slow_.OfPoint(s) - fast);
-}
-
-double LinkPower::SlopeOfPoint(double s) const {
-  const double fast = pulse_.SlopeOfPoint(s);
-  return model_.slowShare == 0.0 ? fast : fast + model_.slowShare * (slow_.SlopeOfPoint(s) - fast);
-}
-
-double LinkPower::OfFibre(const Fibre& fibre, double t) const {
-  const double fast = fibre.fast.At(t);
-  return model_.slowShare == 0.0 ? fast : fast + model_.slowShare * (fibre.slow.At(t) - fast);
+  return kTailShare * place.reflection * QuickExp(-s * tailPerKm_);
 }
 
 double LinkPower::LineAt(size_t section, double km) const {
   const LinkModel::Section& line = model_.sections[section];
-  return elementary::Exp(line.level - line.decayPerKm * (km - line.anchorKm));
+  return QuickExp(line.level - line.decayPerKm * (km - line.anchorKm));
 }
 
 size_t LinkPower::FirstSeen(double km) const {
-  const double settledKm = SettledKm();
-  const auto gone = [&](const LinkModel::Place& place) { return place.km + settledKm < km; };
-  const auto seen = std::partition_point(model_.places.begin(), model_.places.end(), gone);
-  const auto index = static_cast<size_t>(seen - model_.places.begin());
+  const auto gone = [&](const Seen& place) { return place.km + settledKm_ < km; };
+  const auto seen = std::partition_point(seen_.begin(), seen_.end(), gone);
+  const auto index = static_cast<size_t>(seen - seen_.begin());
   return index == 0 ? 0 : index - 1;
 }
 
-// The light of one section, from its begin to its end, with a decay of its own for derivatives.
-double LinkPower::SectionAt(size_t section, const Fibre& fibre, double decay, double km) const {
-  const LinkModel::Section& line = model_.sections[section];
-  const double from = model_.places[section].km, to = model_.places[section + 1].km;
-  const auto at = [&](double place) { return elementary::Exp(line.level - decay * (place - line.anchorKm)); };
-  double power = at(from) * OfFibre(fibre, km - from);
-  if (km > to) power -= at(to) * OfFibre(fibre, km - to);
-  return power;
+// Whether the pulse has left a section: then its line shows nowhere.
+bool LinkPower::HasPassed(size_t section, double km) const {
+  return section + 1 >= seen_.size() || km - seen_[section + 1].km >= model_.pulseKm;
 }
 
-void LinkPower::AddDecay(size_t section, double km, double power,
-                         std::vector<Derivative>& derivatives) const {
-  const double decay = model_.sections[section].decayPerKm + kDecayStep;
-  const double steeper = SectionAt(section, steeper_[section], decay, km);
-  derivatives.push_back({NumberOf(section, Parameter::kDecay), (steeper - power) / kDecayStep});
+double LinkPower::Driven(double s) const {
+  if (s >= model_.pulseKm) return 0.0;
+  return model_.droopPerKm == 0.0 ? 1.0 : QuickExp(-model_.droopPerKm * s);
+}
+
+LinkPower::Shown LinkPower::ShownOf(double s, double driven) const {
+  const double fast = pulse_.OfPoint(s, driven), late = model_.riseKm * fast;
+  if (model_.slowShare == 0.0) return {fast, late};
+  const double slow = slow_.OfPoint(s, driven);
+  return {fast + model_.slowShare * (slow - fast), late + model_.slowShare * (model_.slowKm * slow - late)};
+}
+
+// L(x) / G D(s) for s within the pulse, from the line L(z) = L(x) exp(-decay s).
+double LinkPower::BegunLight(const Side& side, double s, double driven, double line) const {
+  const double over = side.decay - model_.droopPerKm, faded = line * side.perGrowth;
+  if (std::fabs(over * s) < kSmall) return faded * s * SmallGrowth(over * s);
+  return (side.density * driven - faded) / over;
+}
+
+// The same with derivatives of D by decay and droop; that by the droop has the part of 1 / G, too.
+LinkPower::Begun LinkPower::BegunSlopes(const Side& side, double s, double driven, double line) const {
+  const double over = side.decay - model_.droopPerKm, faded = line * side.perGrowth;
+  if (std::fabs(over * s) < kSmall) {
+    const double light = faded * s * SmallGrowth(over * s);
+    const double bend = faded * s * s * SlopeOfSmallGrowth(over * s);
+    return {light, bend - s * light, side.grows * light - bend};
+  }
+  const double light = (side.density * driven - faded) / over;
+  return {light, (s * faded - light) / over, side.grows * light + (light - s * side.density * driven) / over};
 }
 
 LinkPower::At LinkPower::Power(double km) const {
   At at;
-  double line = 0.0, tail = 0.0;
-  for (size_t i = FirstSeen(km); i < model_.places.size() && model_.places[i].km < km; ++i) {
-    const LinkModel::Place& place = model_.places[i];
-    if (i < model_.sections.size()) {
-      at.power += SectionAt(i, fibres_[i], model_.sections[i].decayPerKm, km);
-      line = LineAt(i, km);
-    } else {
-      line = 0.0;
+  double line = 0.0, whole = 0.0, tail = 0.0;
+  for (size_t i = FirstSeen(km); i < seen_.size() && seen_[i].km < km; ++i) {
+    const Seen& place = seen_[i];
+    const double s = km - place.km, before = line;
+    line = HasPassed(i, km) ? 0.0 : LineAt(i, km);
+    if (s < settledKm_) {
+      const double driven = Driven(s);
+      const Shown shown = ShownOf(s, driven);
+      at.power += place.lost * shown.h + place.reflection * shown.g;
+      tail += TailOf(place, s);
+      if (s < model_.pulseKm)
+        at.power += BegunLight(place.behind, s, driven, line) - BegunLight(place.front, s, driven, before);
     }
-    if (place.reflection != 0.0) at.power += place.reflection * OfPoint(km - place.km);
-    tail += TailOf(place, km - place.km);
+    if (s >= model_.pulseKm) whole = line;
   }
+  at.power += whole;
   at.transient = std::fabs(at.power - line) + tail;
   return at;
 }
 
-LinkPower::At LinkPower::PowerAndSlopes(double km, std::vector<Derivative>& derivatives) const {
-  derivatives.clear();
+// A side that shows sign (begun - density h), where the place's level grows by 1 and falls with the decay by
+// its way from the anchor, and 1 / G by its share.
+void LinkPower::AddSide(const Side& side, double sign, double h, const Begun& begun, double* levelAndDecay) {
+  const double power = sign * (begun.light - side.density * h);
+  levelAndDecay[0] += power;
+  levelAndDecay[1] += sign * begun.byDecay - (side.awayKm + side.grows) * power;
+}
+
+// What a place shows by g and h, with its derivatives. Moved by a little, a place adds lost g, less
+// what both sides fall on the way.
+LinkPower::Shown LinkPower::AddShown(const Seen& place, double s, double driven, double* own,
+                                     Slopes& slopes) const {
+  const double share = model_.slowShare, lost = place.lost, light = place.reflection;
+  const double rise = model_.riseKm, slowRise = model_.slowKm;
+  const PulseResponse::Slopes fast = pulse_.SlopesOfPoint(s, driven), slow = slow_.SlopesOfPoint(s, driven);
+  const auto mixed = [share](double ofFast, double ofSlow) { return ofFast + share * (ofSlow - ofFast); };
+  const double g = mixed(fast.value, slow.value), h = mixed(rise * fast.value, slowRise * slow.value);
+  const double falls = place.front.density * place.front.decay - place.behind.density * place.behind.decay;
+  own[0] += lost * g - falls * h - light * mixed(fast.byPlace, slow.byPlace);
+  if (place.reflects) own[1] += g;
+  const Side &front = place.front, &behind = place.behind;
+  slopes.receiver[0] += (1.0 - share) * (lost * rise * (fast.value + fast.byRise) + light * fast.byRise);
+  slopes.receiver[1] +=
+      lost * (slowRise * slow.value - rise * fast.value) + light * (slow.value - fast.value);
+  slopes.receiver[2] += share * (lost * slowRise * (slow.value + slow.byRise) + light * slow.byRise);
+  slopes.receiver[3] += ((front.density * front.grows - behind.density * behind.grows) * h +
+                         lost * mixed(rise * fast.byDroop, slowRise * slow.byDroop) +
+                         light * mixed(fast.byDroop, slow.byDroop)) *
+                        tailPerKm_;
+  slopes.ofReceiver = true;
+  return {g, h};
+}
+
+LinkPower::At LinkPower::PowerAndSlopes(double km, Slopes& slopes) const {
   At at;
-  double line = 0.0, tail = 0.0;
-  for (size_t i = FirstSeen(km); i < model_.places.size() && model_.places[i].km < km; ++i) {
-    const LinkModel::Place& place = model_.places[i];
-    const double s = km - place.km, seen = OfPoint(s);
-    double lost = 0.0;  // scattered light a km in front of the place, less that behind it
-    if (i > 0) lost += LineAt(i - 1, place.km) * fibres_[i - 1].fast.DensityPerKm();
-    line = 0.0;
-    if (i < model_.sections.size()) {
-      const double power = SectionAt(i, fibres_[i], model_.sections[i].decayPerKm, km);
-      at.power += power;
-      line = LineAt(i, km);
-      lost -= LineAt(i, place.km) * fibres_[i].fast.DensityPerKm();
-      derivatives.push_back({NumberOf(i, Parameter::kLevel), power});
-      AddDecay(i, km, power, derivatives);
+  double line = 0.0, whole = 0.0, tail = 0.0;
+  slopes.Begin(FirstSeen(km));
+  for (size_t i = slopes.first; i < seen_.size() && seen_[i].km < km; ++i) {
+    const Seen& place = seen_[i];
+    const double s = km - place.km, before = line;
+    line = HasPassed(i, km) ? 0.0 : LineAt(i, km);
+    double* const own = slopes.AddPlace();
+    const double driven = Driven(s);
+    Shown shown = {0.0, 0.0};
+    if (s < settledKm_) {
+      shown = AddShown(place, s, driven, own, slopes);
+      tail += TailOf(place, s);
     }
-    tail += TailOf(place, s);
-    if (seen == 0.0) continue;
-    at.power += place.reflection * seen;
-    derivatives.push_back({NumberOf(i, Parameter::kPlace), lost * seen - place.reflection * SlopeOfPoint(s)});
-    if (place.reflects) derivatives.push_back({NumberOf(i, Parameter::kReflection), seen});
+    at.power += place.lost * shown.h + place.reflection * shown.g;
+    Begun behind = {line, (place.behind.grows - s) * line, 0.0}, front = {0.0, 0.0, 0.0};
+    if (s < model_.pulseKm) {
+      behind = BegunSlopes(place.behind, s, driven, line);
+      front = BegunSlopes(place.front, s, driven, before);
+      at.power += behind.light - front.light;
+      slopes.receiver[3] += (behind.byDroop - front.byDroop) * tailPerKm_;
+    } else {
+      whole = line;
+    }
+    AddSide(place.behind, 1.0, shown.h, behind, own + 2);
+    if (i > slopes.first) AddSide(place.front, -1.0, shown.h, front, own - 2);
   }
+  at.power += whole;
   at.transient = std::fabs(at.power - line) + tail;
   return at;
 }

@@ -32,19 +32,43 @@ struct LinkModel {
   bool wholeReceiver = false;  // whether slow path and droop are to be found
 };
 
-// A parameter of the model, and by how much the power at a point grows with it.
-struct Derivative {
-  int parameter;
-  double value;
-};
-
 // Numbers of the parameters: four of each place and the section behind it, and that of the receiver last.
 enum class Parameter { kPlace, kReflection, kLevel, kDecay };
 inline int NumberOf(std::size_t place, Parameter parameter) {
   return static_cast<int>(4 * place) + static_cast<int>(parameter);
 }
 
+// By how much the power at a point grows with each parameter of the model.
+struct Slopes {
+  void Begin(std::size_t place) {
+    first = place;
+    own.clear();
+    ofReceiver = false;
+    for (double& slope : receiver) slope = 0.0;
+  }
+  // Room for the four of the next place; the pointer holds until the next call.
+  double* AddPlace() {
+    own.resize(own.size() + 4, 0.0);
+    return own.data() + own.size() - 4;
+  }
+
+  std::size_t first = 0;                      // the first place that is seen
+  std::vector<double> own;                    // of the places from there on, in the order of NumberOf
+  bool ofReceiver = false;                    // whether the receiver shows
+  double receiver[4] = {0.0, 0.0, 0.0, 0.0};  // logarithm of its rise; share and logarithm of its slow path;
+                                              // loss of the laser in a pulse
+};
+
 // The model, made ready to be asked for many points.
+//
+// A fibre from x that falls by `decay` a km scatters, with G = Growth(decay - droop, width) and the line L(z)
+// = exp(level - decay (z - anchor)) of the settled light, L(x) / G (D(s) - H(s)) to a point s = z - x behind
+// its begin:
+//   D(s) = exp(-decay s) Growth(decay - droop, min(s, width)) is what an infinitely fast receiver shows,
+//   H(s) = the sum over the paths of the receiver of share rise g(s) is what it still lacks.
+// (The integral of exp(-decay (s - u)) g(u) du, with g of PulseResponse, over its value where s is large.)
+// Behind the pulse the first part is the line itself, so of a place there remain H and g. A section is a
+// fibre from its begin, less the one from its end.
 class LinkPower {
  public:
   explicit LinkPower(const LinkModel& model);
@@ -57,28 +81,50 @@ class LinkPower {
   // Power at a point, without noise.
   At Power(double km) const;
   // The same with its derivatives.
-  At PowerAndSlopes(double km, std::vector<Derivative>& derivatives) const;
+  At PowerAndSlopes(double km, Slopes& slopes) const;
 
   double LineAt(std::size_t section, double km) const;  // power of a settled line
-  double SettledKm() const;
+  double SettledKm() const { return settledKm_; }
   double DelayKm() const { return pulse_.DelayKm() + model_.slowShare * (model_.slowKm - model_.riseKm); }
 
  private:
-  // A section as both paths of the receiver show it.
-  struct Fibre {
-    FibreResponse fast, slow;
+  // The fibre on one side of a place.
+  struct Side {
+    double density = 0.0;  // L(x) / G: light scattered a km, as the receiver shows it; 0 for no fibre
+    double decay = 0.0, grows = 0.0;      // its G, by the decay, as a share
+    double perGrowth = 0.0;               // 1 / G
+    double awayKm = 0.0, anchorKm = 0.0;  // of the place from the anchor
   };
+  struct Seen {
+    double km, reflection;
+    bool reflects;
+    Side front, behind;
+    double lost;  // density in front less that behind
+  };
+  // What a fast receiver shows of a side within the pulse, with its derivatives.
+  struct Begun {
+    double light, byDecay, byDroop;
+  };
+  // What a place sends, and what the receiver lacks of it.
+  struct Shown {
+    double g, h;
+  };
+
+  Side SideOf(std::size_t section, double km) const;
   std::size_t FirstSeen(double km) const;  // the first section whose light has not gone from the receiver
-  double TailOf(const LinkModel::Place& place, double s) const;
-  double OfPoint(double s) const;
-  double SlopeOfPoint(double s) const;
-  double OfFibre(const Fibre& fibre, double t) const;
-  double SectionAt(std::size_t section, const Fibre& fibre, double decay, double km) const;
-  void AddDecay(std::size_t section, double km, double power, std::vector<Derivative>& derivatives) const;
+  bool HasPassed(std::size_t section, double km) const;
+  double Driven(double s) const;
+  double TailOf(const Seen& place, double s) const;
+  Shown ShownOf(double s, double driven) const;
+  double BegunLight(const Side& side, double s, double driven, double line) const;
+  Begun BegunSlopes(const Side& side, double s, double driven, double line) const;
+  static void AddSide(const Side& side, double sign, double h, const Begun& begun, double* levelAndDecay);
+  Shown AddShown(const Seen& place, double s, double driven, double* own, Slopes& slopes) const;
 
   const LinkModel& model_;
   PulseResponse pulse_, slow_;
-  std::vector<Fibre> fibres_, steeper_;
+  double settledKm_, tailPerKm_;
+  std::vector<Seen> seen_;
 };
 
 }  // namespace reflyze

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "util/convert.h"
-#include "util/elementary.h"
+#include "util/quickExp.h"
 
 namespace reflyze {
 namespace {
@@ -17,12 +17,13 @@ constexpr double kRoundingShare = 6.6e-5;  // standard deviation of 0.001 dB, ro
 
 constexpr double kInverseRootOf2Pi = 0.3989422804014327;
 
-// Share of a standard normal number that lies below x, to 1e-7 (Abramowitz and Stegun, 26.2.17).
-double NormalBelow(double x) {
+// Share of a standard normal number that lies below x, to 1e-7 (Abramowitz and Stegun, 26.2.17), with the
+// density there.
+double NormalBelow(double x, double density) {
   const double t = 1.0 / (1.0 + 0.2316419 * std::fabs(x));
   const double sum =
       t * (0.319381530 + t * (-0.356563782 + t * (1.781477937 + t * (-1.821255978 + t * 1.330274429))));
-  const double beyond = kInverseRootOf2Pi * elementary::Exp(-x * x / 2.0) * sum;
+  const double beyond = density * sum;
   return x > 0.0 ? 1.0 - beyond : beyond;
 }
 
@@ -114,8 +115,9 @@ struct Together {
 StoredPower::StoredPower(double power, const NoiseModel& noise) : mean(power) {
   const double x = power / noise.receiver;
   if (!noise.cut || x > 6.0) return;
-  share = NormalBelow(x);
-  mean = power * share + noise.receiver * kInverseRootOf2Pi * elementary::Exp(-x * x / 2.0);
+  const double density = kInverseRootOf2Pi * elementary::QuickExp(-x * x / 2.0);
+  share = NormalBelow(x, density);
+  mean = power * share + noise.receiver * density;
 }
 
 NoiseModel FirstNoise(const Powers& powers, const LinkModel& model) {

@@ -38,27 +38,30 @@ NormalEquations::NormalEquations(std::size_t parameters, std::size_t shared)
   for (std::vector<double>& row : rows_) row.resize(1);
 }
 
-void NormalEquations::Add(const std::vector<Derivative>& slopes, double weight, double residual) {
-  for (const Derivative& one : slopes) {
-    const double weighted = weight * one.value;
-    gradient_(one.parameter) += weighted * residual;
-    for (const Derivative& other : slopes) {
-      if (other.parameter > one.parameter) continue;
-      const auto row = static_cast<std::size_t>(one.parameter),
-                 column = static_cast<std::size_t>(other.parameter);
-      if (row >= band_) {
-        shared_[row - band_][column] += weighted * other.value;
-        continue;
-      }
-      std::vector<double>& values = rows_[row];
-      if (values.size() <= row - column) values.resize(row - column + 1, 0.0);
-      values[row - column] += weighted * other.value;
-    }
+void NormalEquations::Add(const Slopes& slopes, std::size_t shared, double weight, double pull) {
+  const std::size_t first = 4 * slopes.first, count = slopes.own.size();
+  const double* const own = slopes.own.data();
+  double* const gradient = gradient_.data();
+  for (std::size_t i = 0; i < count; ++i) {
+    if (own[i] == 0.0) continue;
+    const double weighted = weight * own[i];
+    gradient[first + i] += own[i] * pull;
+    std::vector<double>& row = rows_[first + i];
+    if (row.size() < i + 1) row.insert(row.begin(), i + 1 - row.size(), 0.0);
+    double* const values = row.data() + (row.size() - i - 1);
+    for (std::size_t k = 0; k <= i; ++k) values[k] += weighted * own[k];
+  }
+  for (std::size_t i = 0; i < shared; ++i) {
+    const double weighted = weight * slopes.receiver[i];
+    gradient[band_ + i] += slopes.receiver[i] * pull;
+    double* const values = shared_[i].data();
+    for (std::size_t k = 0; k < count; ++k) values[first + k] += weighted * own[k];
+    for (std::size_t k = 0; k <= i; ++k) values[band_ + k] += weighted * slopes.receiver[k];
   }
 }
 
 void NormalEquations::AddPrior(int parameter, double weight, double off) {
-  rows_[static_cast<std::size_t>(parameter)][0] += weight;
+  rows_[static_cast<std::size_t>(parameter)].back() += weight;
   gradient_(parameter) -= weight * off;
 }
 
@@ -70,7 +73,8 @@ Eigen::SparseMatrix<double> NormalEquations::Matrix(double damping) const {
     if (value != 0.0) values.emplace_back(static_cast<int>(row), static_cast<int>(column), value);
   };
   for (std::size_t row = 0; row < band_; ++row)
-    for (std::size_t back = 0; back < rows_[row].size(); ++back) add(row, row - back, rows_[row][back]);
+    for (std::size_t back = 0; back < rows_[row].size(); ++back)
+      add(row, row - back, rows_[row][rows_[row].size() - 1 - back]);
   for (std::size_t i = 0; i < shared_.size(); ++i)
     for (std::size_t column = 0; column <= band_ + i; ++column) add(band_ + i, column, shared_[i][column]);
   const auto count = static_cast<Eigen::Index>(parameters_);

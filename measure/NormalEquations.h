@@ -15,8 +15,9 @@ class NormalEquations {
  public:
   NormalEquations(std::size_t parameters, std::size_t shared);
 
-  // Adds weight * residual^2 of one sample, whose model has these slopes.
-  void Add(const std::vector<Derivative>& slopes, double weight, double residual);
+  // Adds weight * residual^2 of one sample, whose model has these slopes, with so many of the shared ones;
+  // `pull` is weight * residual.
+  void Add(const Slopes& slopes, std::size_t shared, double weight, double pull);
   void AddPrior(int parameter, double weight, double off);
 
   // The step, with the diagonal larger by a share of itself.
@@ -27,7 +28,7 @@ class NormalEquations {
   Eigen::SparseMatrix<double> Matrix(double damping) const;
 
   std::size_t parameters_, band_;            // of which the last are shared
-  std::vector<std::vector<double>> rows_;    // of each band row: from the diagonal backwards
+  std::vector<std::vector<double>> rows_;    // of each band row: up to the diagonal
   std::vector<std::vector<double>> shared_;  // rows of the shared parameters, whole
   Eigen::VectorXd gradient_;
 };

@@ -5,7 +5,7 @@
 
 #include "sor/sorData.h"
 #include "util/convert.h"
-#include "util/elementary.h"
+#include "util/quickExp.h"
 
 namespace reflyze {
 
@@ -22,7 +22,7 @@ Powers::Powers(const TSorData& record) : spacingKm_(record.FxdParams->LenDS()) {
     const double levelDb = points.numToLevel(i);
     if (i == 0 || levelDb < lowestDb_) lowestDb_ = levelDb;
     if (i == 0 || levelDb > highestDb_) highestDb_ = levelDb;
-    power_.push_back(elementary::Exp10(levelDb / 5.0));
+    power_.push_back(elementary::QuickExp(levelDb / kDbOfNeper));
     sums_.push_back(sums_.back() + power_.back());
   }
   floor_ = elementary::Exp10((lowestDb_ + kHalfStepDb) / 5.0);
