@@ -12,6 +12,8 @@ namespace {
 
 constexpr double kSlowest = 4.0;        // times: paths of a receiver that are closer are one
 constexpr double kSlowestPulses = 6.0;  // a slower path could not be told from the fibre
+constexpr double kLeastShare = -0.2, kMostShare = 0.4;
+constexpr double kLeastDroop = -0.5, kMostDroop = 2.0;  // in a pulse
 
 // What the model knows nothing of must not bend it: behind kFar deviations a residual counts less and less
 // (Cauchy).
@@ -44,30 +46,19 @@ class Fitter {
          const std::vector<PlaceNote>& notes)
       : samples_(samples), noise_(noise), prior_(prior), notes_(notes) {}
 
-  LinkFit Run(LinkModel model, int steps) const {
-    constexpr int kMostAttempts = 6;
-    constexpr double kSettled = 0.02;  // of the square of a deviation: nobody sees the difference
+  LinkFit Run(LinkModel model, const FitEffort& effort) const {
     LinkFit fit;
-    double damping = 1e-3, cost = CostOf(model);
-    for (int step = 0; step < steps && !fit.converged; ++step) {
-      const NormalEquations equations = Build(model);
-      bool better = false;
-      for (int attempt = 0; attempt < kMostAttempts && !better; ++attempt) {
-        LinkModel next = Moved(model, equations.Solve(damping));
-        const double nextCost = CostOf(next);
-        better = nextCost < cost;
-        damping = better ? damping / 5.0 : damping * 5.0;
-        if (!better) continue;
-        fit.converged = cost - nextCost < kSettled;
-        cost = nextCost;
-        model = std::move(next);
-      }
-      if (!better) fit.converged = true;
-    }
-    if (!std::isfinite(cost)) fit.converged = false;
-    fit.certainty = Build(model).Solved();
+    fit.cost = CostOf(model);
     fit.model = std::move(model);
-    fit.cost = cost;
+    NormalEquations equations = Build(fit.model);
+    double damping = 1e-3;
+    for (int step = 0; step < effort.mostSteps; ++step) {
+      fit.converged = StepSettles(equations, effort, damping, fit);
+      if (fit.converged) break;
+      equations = Build(fit.model);
+    }
+    if (!std::isfinite(fit.cost)) fit.converged = false;
+    fit.certainty = equations.Solved();  // of the model one small step before, if that settled it
     return fit;
   }
 
@@ -124,6 +115,62 @@ class Fitter {
     return equations;
   }
 
+  // Goes one step, by the equations of the model as it is. True where nothing is left to be gained: a step
+  // that is not worth taking, a step that was the last, or none that makes the cost smaller.
+  bool StepSettles(const NormalEquations& equations, const FitEffort& effort, double& damping,
+                   LinkFit& fit) const {
+    constexpr int kMostAttempts = 6;
+    constexpr double kSettled = 0.02;  // of the square of a deviation: nobody sees the difference
+    // Where the model leaves more than noise, a deviation is that much more.
+    const double perSample = fit.cost / static_cast<double>(samples_.size());
+    const double settled = std::max(kSettled * std::max(1.0, perSample), effort.settledShare * fit.cost);
+    for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+      const NormalEquations::Step step = StepWithin(fit.model, equations, damping);
+      if (step.gain < settled) return true;
+      LinkModel next = Moved(fit.model, step.by);
+      const double cost = CostOf(next);
+      if (cost < fit.cost) {
+        if (attempt == 0) damping /= 5.0;  // else it is as small as it may be
+        const bool settles = fit.cost - cost < settled;
+        fit.cost = cost;
+        fit.model = std::move(next);
+        return settles;
+      }
+      damping *= 5.0;
+    }
+    return true;
+  }
+
+  // A parameter that is as far as it may go, and would go on, stays: the others have to do without it. A slow
+  // path as fast as it may be goes with the fast one.
+  static NormalEquations::Step StepWithin(const LinkModel& model, const NormalEquations& equations,
+                                          double damping) {
+    const NormalEquations::Step step = equations.Solve(damping);
+    std::vector<int> stuck;
+    const auto check = [&](Eigen::Index parameter, bool isLowest, bool isHighest) {
+      const double by = step.by(parameter);
+      if ((isLowest && by < 0.0) || (isHighest && by > 0.0)) stuck.push_back(static_cast<int>(parameter));
+    };
+    for (size_t i = 0; i < model.places.size(); ++i) {
+      if (model.places[i].reflects)
+        check(NumberOf(i, Parameter::kReflection), model.places[i].reflection == 0.0, false);
+    }
+    const Eigen::Index last = step.by.size() - 1;
+    const double droop = model.droopPerKm * model.pulseKm;
+    check(last - 2, model.slowShare <= kLeastShare, model.slowShare >= kMostShare);
+    check(last - 1, false, model.slowKm >= 0.9999 * kSlowestPulses * model.pulseKm);
+    check(last, droop <= 0.9999 * kLeastDroop, droop >= 0.9999 * kMostDroop);
+    const bool goesAlong =
+        model.slowKm <= 1.0001 * kSlowest * model.riseKm && step.by(last - 1) < step.by(last - 3);
+    if (stuck.empty() && !goesAlong) return step;
+    NormalEquations rest = equations;
+    for (const int parameter : stuck) rest.Hold(parameter);
+    if (goesAlong) rest.Join(2, 0);
+    NormalEquations::Step held = rest.Solve(damping);
+    if (goesAlong) held.by(last - 1) = held.by(last - 3);
+    return held;
+  }
+
   // Large steps are taken in parts: the model is far from straight in places and in the receiver.
   static LinkModel Moved(LinkModel model, const Eigen::VectorXd& by) {
     const double most = model.pulseKm / 2.0;
@@ -141,11 +188,12 @@ class Fitter {
       model.places[i].km = std::max(model.places[i].km, model.places[i - 1].km + 1e-6);
     const auto last = by.size() - 1;
     model.riseKm = std::max(model.riseKm * (1.0 + std::clamp(by(last - 3), -0.3, 0.3)), 1e-6);
-    model.slowShare = std::clamp(model.slowShare + std::clamp(by(last - 2), -0.03, 0.03), -0.2, 0.4);
+    model.slowShare =
+        std::clamp(model.slowShare + std::clamp(by(last - 2), -0.03, 0.03), kLeastShare, kMostShare);
     const double slow = model.slowKm * (1.0 + std::clamp(by(last - 1), -0.3, 0.3));
     model.slowKm = std::max(std::min(slow, kSlowestPulses * model.pulseKm), kSlowest * model.riseKm);
     const double droop = model.droopPerKm * model.pulseKm + std::clamp(by(last), -0.2, 0.2);
-    model.droopPerKm = std::clamp(droop, -0.5, 2.0) / model.pulseKm;
+    model.droopPerKm = std::clamp(droop, kLeastDroop, kMostDroop) / model.pulseKm;
     return model;
   }
 
@@ -162,8 +210,8 @@ double LinkFit::Deviation(std::size_t place, Parameter parameter) const {
 }
 
 LinkFit FitLink(const NotedModel& start, const std::vector<Sample>& samples, const NoiseModel& noise,
-                const DecayPrior& prior, int mostSteps) {
-  return Fitter(samples, noise, prior, start.notes).Run(start.model, mostSteps);
+                const DecayPrior& prior, const FitEffort& effort) {
+  return Fitter(samples, noise, prior, start.notes).Run(start.model, effort);
 }
 
 double MisfitOf(const LinkFit& fit, const std::vector<Sample>& samples, const NoiseModel& noise) {

@@ -41,10 +41,16 @@ struct LinkFit {
   double Deviation(std::size_t place, Parameter parameter) const;
 };
 
+// How long a fit goes on: at most so many steps, and no longer than a step lowers the cost by a share.
+struct FitEffort {
+  int mostSteps = 40;
+  double settledShare = 0.0;
+};
+
 // Fits the model to the samples: least squares, each sample by its variance, with damped steps (Levenberg and
 // Marquardt). The notes say where the places were first seen. Places stay between their neighbours.
 LinkFit FitLink(const NotedModel& start, const std::vector<Sample>& samples, const NoiseModel& noise,
-                const DecayPrior& prior, int mostSteps = 40);
+                const DecayPrior& prior, const FitEffort& effort = {});
 
 // By what share of edges and tails the samples differ from a model that was fitted.
 double MisfitOf(const LinkFit& fit, const std::vector<Sample>& samples, const NoiseModel& noise);

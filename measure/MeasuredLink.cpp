@@ -99,8 +99,8 @@ class Measuring {
   const DecayPrior& prior() const { return prior_; }
 
  private:
-  void Fit(Understood& link) const {
-    link.fit = FitLink(link.noted, SamplesFor(powers_, link.noted), noise_, prior_);
+  void Fit(Understood& link, const FitEffort& effort = {}) const {
+    link.fit = FitLink(link.noted, SamplesFor(powers_, link.noted), noise_, prior_, effort);
     link.noted.model = link.fit.model;
   }
 
@@ -154,21 +154,25 @@ class Measuring {
 
   void TryReceivers() {
     constexpr int kFewSteps = 6;
-    const std::vector<Sample> samples = SamplesFor(powers_, link_.noted);
+    constexpr double kRoughly = 0.01, kSame = 0.03;
+    const std::vector<Sample> samples = SamplesFor(powers_, link_.noted, Sampling::kHalf);
     Understood best;
-    for (const double share : {0.02, 0.07, 0.2}) {
+    for (const double share : {0.07, 0.2, 0.02}) {
       Understood next = link_;
       next.noted.model.riseKm = share * next.noted.model.pulseKm;
-      next.fit = FitLink(next.noted, samples, noise_, prior_, kFewSteps);
+      next.fit = FitLink(next.noted, samples, noise_, prior_, {kFewSteps, kRoughly});
       next.noted.model = next.fit.model;
-      if (best.noted.notes.empty() || next.fit.cost < best.fit.cost) best = std::move(next);
+      const bool first = best.noted.notes.empty();
+      const bool same = !first && std::fabs(next.fit.model.riseKm / best.fit.model.riseKm - 1.0) < kSame;
+      if (first || next.fit.cost < best.fit.cost) best = std::move(next);
+      if (same) break;  // two that began apart have found it
     }
     link_ = std::move(best);
-    Fit(link_);
+    Fit(link_, {12, 0.003});
     LinkModel& model = link_.noted.model;
     model.wholeReceiver = true;
     model.slowKm = std::max(10.0 * model.riseKm, model.pulseKm);
-    Fit(link_);
+    Fit(link_, {20, 0.001});
   }
 
   void Learn(Residuals residuals = Residuals::kOfNeighbours) {
@@ -190,11 +194,13 @@ class Measuring {
     if (room <= 0) return false;
     for (const int most : {room, 1}) {
       next = link_;
-      if (!look_.AddMissing(samples, noise_, link_.fit, most, next.noted)) return false;
+      const std::size_t added = look_.AddMissing(samples, noise_, link_.fit, most, next.noted);
+      if (added == 0) return false;
       if (Better(next)) {
         link_ = std::move(next);
         return true;
       }
+      if (added == 1) break;
     }
     look_.Forget(link_.noted, next.noted);
     return true;
@@ -210,7 +216,7 @@ class Measuring {
   // What is added has to explain the trace better by far than what was there: a fit that goes astray does
   // not.
   bool Better(Understood& next, double least = 20.0) const {
-    Fit(next);
+    Fit(next, {20, 0.001});
     const std::vector<Sample> samples = SamplesFor(powers_, next.noted);
     return CostOf(next.noted, samples, noise_, prior_) < CostOf(link_.noted, samples, noise_, prior_) - least;
   }

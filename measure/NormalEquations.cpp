@@ -7,7 +7,7 @@ namespace reflyze {
 namespace {
 
 using Matrix = Eigen::SparseMatrix<double>;
-using Solver = Eigen::SimplicialLDLT<Matrix, Eigen::Lower, Eigen::NaturalOrdering<int>>;
+using Solver = Eigen::SimplicialLDLT<Matrix, Eigen::Upper, Eigen::NaturalOrdering<int>>;
 
 class SolvedCertainty : public Certainty {
  public:
@@ -65,28 +65,66 @@ void NormalEquations::AddPrior(int parameter, double weight, double off) {
   gradient_(parameter) -= weight * off;
 }
 
+// A row, up to its diagonal, is a column of the upper triangle.
 Eigen::SparseMatrix<double> NormalEquations::Matrix(double damping) const {
-  std::vector<Eigen::Triplet<double>> values;
-  const auto add = [&](std::size_t row, std::size_t column, double value) {
-    // What no sample shows stays as it is.
-    if (row == column) value = value == 0.0 ? 1.0 : value * (1.0 + damping);
-    if (value != 0.0) values.emplace_back(static_cast<int>(row), static_cast<int>(column), value);
-  };
-  for (std::size_t row = 0; row < band_; ++row)
-    for (std::size_t back = 0; back < rows_[row].size(); ++back)
-      add(row, row - back, rows_[row][rows_[row].size() - 1 - back]);
-  for (std::size_t i = 0; i < shared_.size(); ++i)
-    for (std::size_t column = 0; column <= band_ + i; ++column) add(band_ + i, column, shared_[i][column]);
   const auto count = static_cast<Eigen::Index>(parameters_);
+  std::size_t values = shared_.size() * parameters_;
+  for (const std::vector<double>& row : rows_) values += row.size();
   Eigen::SparseMatrix<double> matrix(count, count);
-  matrix.setFromTriplets(values.begin(), values.end());
+  matrix.reserve(static_cast<Eigen::Index>(values));
+  const auto add = [&](std::size_t row, std::size_t first, const double* of) {
+    const auto column = static_cast<Eigen::Index>(row);
+    matrix.startVec(column);
+    for (std::size_t k = first; k < row; ++k)
+      matrix.insertBack(static_cast<Eigen::Index>(k), column) = of[k - first];
+    // What no sample shows stays as it is.
+    const double diagonal = of[row - first];
+    matrix.insertBack(column, column) = diagonal == 0.0 ? 1.0 : diagonal * (1.0 + damping);
+  };
+  for (std::size_t row = 0; row < band_; ++row) add(row, row + 1 - rows_[row].size(), rows_[row].data());
+  for (std::size_t i = 0; i < shared_.size(); ++i) add(band_ + i, 0, shared_[i].data());
+  matrix.finalize();
   return matrix;
 }
 
-Eigen::VectorXd NormalEquations::Solve(double damping) const {
+void NormalEquations::Hold(int parameter) {
+  const auto held = static_cast<std::size_t>(parameter);
+  gradient_(parameter) = 0.0;
+  for (std::size_t row = held; row < band_; ++row) {
+    std::vector<double>& values = rows_[row];
+    if (row == held) std::fill(values.begin(), values.end(), 0.0);
+    if (row - held < values.size()) values[values.size() - 1 - (row - held)] = 0.0;
+  }
+  for (std::size_t row = 0; row < shared_.size(); ++row) {
+    if (band_ + row == held) std::fill(shared_[row].begin(), shared_[row].end(), 0.0);
+    shared_[row][held] = 0.0;
+  }
+}
+
+void NormalEquations::Join(std::size_t shared, std::size_t front) {
+  const std::size_t one = band_ + front, other = band_ + shared;
+  const double both = shared_[shared][one], square = shared_[shared][other];
+  for (std::size_t column = 0; column < one; ++column) shared_[front][column] += shared_[shared][column];
+  for (std::size_t row = front + 1; row < shared; ++row) shared_[row][one] += shared_[shared][band_ + row];
+  for (std::size_t row = shared + 1; row < shared_.size(); ++row) shared_[row][one] += shared_[row][other];
+  shared_[front][one] += 2.0 * both + square;
+  gradient_(static_cast<Eigen::Index>(one)) += gradient_(static_cast<Eigen::Index>(other));
+  Hold(static_cast<int>(other));
+}
+
+double NormalEquations::Diagonal(std::size_t row) const {
+  return row < band_ ? rows_[row].back() : shared_[row - band_][row];
+}
+
+NormalEquations::Step NormalEquations::Solve(double damping) const {
   const Solver solver(Matrix(damping));
-  if (solver.info() != Eigen::Success) return Eigen::VectorXd::Zero(gradient_.size());
-  return solver.solve(gradient_);
+  if (solver.info() != Eigen::Success) return {Eigen::VectorXd::Zero(gradient_.size()), 0.0};
+  Step step = {solver.solve(gradient_), 0.0};
+  for (std::size_t i = 0; i < parameters_; ++i) {
+    const double by = step.by(static_cast<Eigen::Index>(i));
+    step.gain += by * (gradient_(static_cast<Eigen::Index>(i)) + damping * by * Diagonal(i));
+  }
+  return step;
 }
 
 std::shared_ptr<const Certainty> NormalEquations::Solved() const {

@@ -18,14 +18,25 @@ class NormalEquations {
   // Adds weight * residual^2 of one sample, whose model has these slopes, with so many of the shared ones;
   // `pull` is weight * residual.
   void Add(const Slopes& slopes, std::size_t shared, double weight, double pull);
+  // Takes a parameter out: its step will be 0.
+  void Hold(int parameter);
+  // Lets a shared parameter go as far as one in front of it: their sum is solved for, and its own step is 0.
+  void Join(std::size_t shared, std::size_t front);
   void AddPrior(int parameter, double weight, double off);
 
-  // The step, with the diagonal larger by a share of itself.
-  Eigen::VectorXd Solve(double damping) const;
+  // The step x, with the diagonal D of H larger by a share of itself. With (H + damping D) x = g the sum of
+  // squares falls by 2 g x - x H x = g x + damping x D x, if the model is straight.
+  struct Step {
+    Eigen::VectorXd by;
+    double gain;
+  };
+  Step Solve(double damping) const;
   std::shared_ptr<const Certainty> Solved() const;
 
  private:
   Eigen::SparseMatrix<double> Matrix(double damping) const;
+
+  double Diagonal(std::size_t row) const;
 
   std::size_t parameters_, band_;            // of which the last are shared
   std::vector<std::vector<double>> rows_;    // of each band row: up to the diagonal

@@ -10,12 +10,14 @@ namespace {
 
 class Sampler {
  public:
-  Sampler(const Powers& powers, const LinkModel& model)
+  Sampler(const Powers& powers, const LinkModel& model, Sampling sampling)
       : powers_(powers),
         model_(model),
+        times_(sampling == Sampling::kHalf ? 2 : 1),
         spacing_(powers.spacingKm()),
         settledKm_(model.pulseKm + 8.0 * model.riseKm),
-        fine_(std::max(1L, TruncToLong(model.pulseKm / spacing_ / 24.0))) {}
+        fine_(
+            std::max(1L, TruncToLong(static_cast<double>(times_) * model.pulseKm / spacing_ / 24.0))) {}
 
   std::vector<Sample> Take(const NotedModel& noted) {
     const size_t last = model_.places.size() - 1;
@@ -45,7 +47,7 @@ class Sampler {
  private:
   long InFront(double km) const { return powers_.At(km - 6.0 * spacing_ - 0.5 * model_.pulseKm); }
   long SettledStep(long points) const {
-    return std::clamp(points / 40, 1L, std::max(1L, TruncToLong(0.5 / spacing_)));
+    return std::clamp(times_ * points / 40, 1L, std::max(1L, TruncToLong(0.5 / spacing_)));
   }
 
   // The mean of a line exp(-decay x) over a length l is more than the line in its middle: by sinh(u) / u, u =
@@ -71,7 +73,8 @@ class Sampler {
 
   // Edges, where a place and the receiver show, in every point; what lies between more coarsely.
   void AddNear(double km, long begin, long end) {
-    const long sharp = std::max(1L, TruncToLong(model_.riseKm / spacing_ / 4.0));
+    const long sharp =
+        std::max(1L, static_cast<long>(static_cast<double>(times_) * model_.riseKm / spacing_ / 4.0));
     long at = begin;
     for (const double edge : {km, km + model_.pulseKm}) {
       const long from =
@@ -86,6 +89,7 @@ class Sampler {
 
   const Powers& powers_;
   const LinkModel& model_;
+  long times_;  // how many of the usual samples make one
   double spacing_, settledKm_;
   long fine_;
   std::vector<Sample> samples_;
@@ -93,8 +97,8 @@ class Sampler {
 
 }  // namespace
 
-std::vector<Sample> SamplesFor(const Powers& powers, const NotedModel& noted) {
-  return Sampler(powers, noted.model).Take(noted);
+std::vector<Sample> SamplesFor(const Powers& powers, const NotedModel& noted, Sampling sampling) {
+  return Sampler(powers, noted.model, sampling).Take(noted);
 }
 
 }  // namespace reflyze

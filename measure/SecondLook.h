@@ -14,9 +14,9 @@ class SecondLook {
   explicit SecondLook(const Powers& powers) : powers_(powers) {}
 
   // Puts steps and reflections that stand out from the residuals into `noted`, and lets places reflect where
-  // they do; at most that many, the clearest first. Whether there was any.
-  bool AddMissing(const std::vector<Sample>& samples, const NoiseModel& noise, const LinkFit& fit, int most,
-                  NotedModel& noted);
+  // they do; at most that many, the clearest first. How many there were.
+  std::size_t AddMissing(const std::vector<Sample>& samples, const NoiseModel& noise, const LinkFit& fit,
+                         int most, NotedModel& noted);
   // What `tried` has more than `kept` is not tried again.
   void Forget(const NotedModel& kept, const NotedModel& tried);
 
