@@ -61,11 +61,6 @@ double LinkPower::TailOf(const Seen& place, double s) const {
   return kTailShare * place.reflection * QuickExp(-s * tailPerKm_);
 }
 
-double LinkPower::LineAt(size_t section, double km) const {
-  const LinkModel::Section& line = model_.sections[section];
-  return QuickExp(line.level - line.decayPerKm * (km - line.anchorKm));
-}
-
 size_t LinkPower::FirstSeen(double km) const {
   const auto gone = [&](const Seen& place) { return place.km + settledKm_ < km; };
   const auto seen = std::partition_point(seen_.begin(), seen_.end(), gone);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "measure/PulseResponse.h"
+#include "util/quickExp.h"
 
 namespace reflyze {
 
@@ -83,7 +84,11 @@ class LinkPower {
   // The same with its derivatives.
   At PowerAndSlopes(double km, Slopes& slopes) const;
 
-  double LineAt(std::size_t section, double km) const;  // power of a settled line
+  // Power of a settled line.
+  double LineAt(std::size_t section, double km) const {
+    const LinkModel::Section& line = model_.sections[section];
+    return elementary::QuickExp(line.level - line.decayPerKm * (km - line.anchorKm));
+  }
   double SettledKm() const { return settledKm_; }
   double DelayKm() const { return pulse_.DelayKm() + model_.slowShare * (model_.slowKm - model_.riseKm); }
 

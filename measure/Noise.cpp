@@ -52,6 +52,12 @@ Window WindowAt(const Powers& powers, long from, long to) {
   return {sum / (n - 2.0), mean};
 }
 
+// Mean of exp(-b k) over n points around 0, by its series: sinh(n b / 2) / (n sinh(b / 2)).
+double MeanOfFall(double n, double b) {
+  const double n2 = n * n, b2 = b * b;
+  return 1.0 + b2 * (n2 - 1.0) / 24.0 * (1.0 + b2 * (3.0 * n2 - 7.0) / 240.0);
+}
+
 // Points of settled fibre behind a place: from where the receiver has forgotten it.
 struct Span {
   long from, to;
@@ -163,10 +169,12 @@ NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, Residuals as
       const double share = noise.ripple * line;
       const double deviation = std::sqrt(noise.receiver * noise.receiver + share * share);
       Together& kind = noise.receiver > share ? receiver : ripple;
-      double sum = 0.0;
-      for (long k = at; k < at + block; ++k) sum += (powers[k] - power.LineAt(i, powers.KmOf(k))) / deviation;
-      // The points of a block tell their noise against its own mean, whatever the line is.
       const double n = static_cast<double>(block);
+      const double middleKm = (static_cast<double>(at) + (n - 1.0) / 2.0) * powers.spacingKm();
+      const double fall = model.sections[i].decayPerKm * powers.spacingKm();
+      const double meanLine = power.LineAt(i, middleKm) * MeanOfFall(n, fall);
+      const double sum = n * (powers.Mean(at, at + block) - meanLine) / deviation;
+      // The points of a block tell their noise against its own mean, whatever the line is.
       for (long k = at; k < at + block; k += std::max(1L, block / 16)) {
         const double off = (powers[k] - power.LineAt(i, powers.KmOf(k))) / deviation - sum / n;
         kind.points.push_back(off * off * n / (n - 1.0));

@@ -46,27 +46,6 @@ PulseResponse::PulseResponse(double widthKm, double riseKm, double droopPerKm)
       left_(QuickExp(-droopPerKm * widthKm)),
       missed_(QuickExp(-widthKm / riseKm)) {}
 
-double PulseResponse::OfPoint(double s, double driven) const {
-  if (s < widthKm_) return gain_ * (driven - QuickExp(-s * perRise_));
-  return gain_ * (left_ - missed_) * QuickExp((widthKm_ - s) * perRise_);
-}
-
-// Of gain the derivative by the droop is rise gain^2, by the logarithm of the rise rise droop gain^2; of
-// late = exp(-u / rise) by that logarithm it is late u / rise.
-PulseResponse::Slopes PulseResponse::SlopesOfPoint(double s, double driven) const {
-  const double ofGain = riseKm_ * gain_;
-  if (s < widthKm_) {
-    const double late = QuickExp(-s * perRise_), value = gain_ * (driven - late);
-    return {value, gain_ * (late * perRise_ - droopPerKm_ * driven),
-            ofGain * droopPerKm_ * value - gain_ * late * s * perRise_, ofGain * value - gain_ * s * driven};
-  }
-  const double behind = s - widthKm_, late = QuickExp(-behind * perRise_);
-  const double value = gain_ * (left_ - missed_) * late;
-  return {value, -value * perRise_,
-          ofGain * droopPerKm_ * value + gain_ * late * (left_ * behind - missed_ * s) * perRise_,
-          ofGain * value - gain_ * widthKm_ * left_ * late};
-}
-
 double PulseResponse::SettledKm() const { return widthKm_ + kForgotten * riseKm_; }
 
 }  // namespace reflyze

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "util/quickExp.h"
+
 namespace reflyze {
 
 // (exp(x t) - 1) / x, also where x is next to 0, and its derivative by x.
@@ -47,5 +49,27 @@ class PulseResponse {
   double left_;    // of the power, at the pulse's end
   double missed_;  // exp(-width / rise): what the receiver still lacks there
 };
+
+// Here, since each sample asks for some of them.
+inline double PulseResponse::OfPoint(double s, double driven) const {
+  if (s < widthKm_) return gain_ * (driven - elementary::QuickExp(-s * perRise_));
+  return gain_ * (left_ - missed_) * elementary::QuickExp((widthKm_ - s) * perRise_);
+}
+
+// Of gain the derivative by the droop is rise gain^2, by the logarithm of the rise rise droop gain^2; of
+// late = exp(-u / rise) by that logarithm it is late u / rise.
+inline PulseResponse::Slopes PulseResponse::SlopesOfPoint(double s, double driven) const {
+  const double ofGain = riseKm_ * gain_;
+  if (s < widthKm_) {
+    const double late = elementary::QuickExp(-s * perRise_), value = gain_ * (driven - late);
+    return {value, gain_ * (late * perRise_ - droopPerKm_ * driven),
+            ofGain * droopPerKm_ * value - gain_ * late * s * perRise_, ofGain * value - gain_ * s * driven};
+  }
+  const double behind = s - widthKm_, late = elementary::QuickExp(-behind * perRise_);
+  const double value = gain_ * (left_ - missed_) * late;
+  return {value, -value * perRise_,
+          ofGain * droopPerKm_ * value + gain_ * late * (left_ * behind - missed_ * s) * perRise_,
+          ofGain * value - gain_ * widthKm_ * left_ * late};
+}
 
 }  // namespace reflyze
