@@ -35,7 +35,10 @@ class RobustSum {
   static constexpr double kFull = 1e150;
   double product_ = 1.0, logarithms_ = 0.0;
 };
-double Trust(double square) { return 1.0 / (1.0 + square / (kFar * kFar)); }
+// The weight of a residual in that: 1 / variance, over 1 + square / kFar^2.
+double TrustedWeight(double variance, double residual) {
+  return 1.0 / (variance + residual * residual * (1.0 / (kFar * kFar)));
+}
 
 // Parameters of the receiver, behind those of the places.
 constexpr std::size_t kShared = 4;
@@ -48,17 +51,14 @@ class Fitter {
 
   LinkFit Run(LinkModel model, const FitEffort& effort) const {
     LinkFit fit;
-    fit.cost = CostOf(model);
     fit.model = std::move(model);
-    NormalEquations equations = Build(fit.model);
+    Around around = Build(fit.model);
     double damping = 1e-3;
-    for (int step = 0; step < effort.mostSteps; ++step) {
-      fit.converged = StepSettles(equations, effort, damping, fit);
-      if (fit.converged) break;
-      equations = Build(fit.model);
-    }
+    for (int step = 0; step < effort.mostSteps && !fit.converged; ++step)
+      fit.converged = StepSettles(effort, damping, fit.model, around);
+    fit.cost = around.cost;
     if (!std::isfinite(fit.cost)) fit.converged = false;
-    fit.certainty = equations.Solved();  // of the model one small step before, if that settled it
+    fit.certainty = around.equations.Solved();
     return fit;
   }
 
@@ -70,7 +70,17 @@ class Fitter {
       const double residual = sample.power - StoredPower(at.power, noise_).mean;
       sum.Add(residual * residual / VarianceOf(at, sample.points));
     }
-    double cost = sum.Total();
+    return sum.Total() + CostOfPriors(model);
+  }
+
+ private:
+  double VarianceOf(const LinkPower::At& at, double points) const {
+    const double misfit = noise_.misfit * at.transient;
+    return noise_.VarianceOfMean(at.power, points) + misfit * misfit;
+  }
+
+  double CostOfPriors(const LinkModel& model) const {
+    double cost = 0.0;
     for (const LinkModel::Section& section : model.sections) {
       const double off = section.decayPerKm - prior_.decayPerKm;
       cost += DecayWeight() * off * off;
@@ -82,27 +92,30 @@ class Fitter {
     return cost;
   }
 
- private:
-  double VarianceOf(const LinkPower::At& at, double points) const {
-    const double misfit = noise_.misfit * at.transient;
-    return noise_.VarianceOfMean(at.power, points) + misfit * misfit;
-  }
-
   double PlaceWeight(size_t place) const { return 1.0 / (notes_[place].withinKm * notes_[place].withinKm); }
   double DecayWeight() const { return 1.0 / (prior_.deviation * prior_.deviation); }
 
-  NormalEquations Build(const LinkModel& model) const {
+  // What the samples say around a model.
+  struct Around {
+    NormalEquations equations;
+    double cost;
+  };
+
+  Around Build(const LinkModel& model) const {
     const std::size_t count = 4 * model.places.size() + kShared;
     NormalEquations equations(count, kShared);
     const LinkPower power(model);
     const std::size_t shared = model.wholeReceiver ? kShared : 1;
     Slopes slopes;
+    RobustSum sum;
     for (const Sample& sample : samples_) {
       const LinkPower::At at = power.PowerAndSlopes(sample.km, slopes);
       const StoredPower stored(at.power, noise_);
-      const double residual = sample.power - stored.mean, weight = 1.0 / VarianceOf(at, sample.points);
+      const double residual = sample.power - stored.mean;
       // What is stored grows by `share` of the power.
-      const double trusted = weight * Trust(weight * residual * residual) * stored.share;
+      const double variance = VarianceOf(at, sample.points);
+      const double trusted = TrustedWeight(variance, residual) * stored.share;
+      sum.Add(residual * residual / variance);
       equations.Add(slopes, slopes.ofReceiver ? shared : 0, trusted * stored.share, trusted * residual);
     }
     for (size_t i = 0; i < model.places.size(); ++i)
@@ -112,28 +125,33 @@ class Fitter {
       equations.AddPrior(NumberOf(i, Parameter::kDecay), DecayWeight(),
                          model.sections[i].decayPerKm - prior_.decayPerKm);
     }
-    return equations;
+    return {std::move(equations), sum.Total() + CostOfPriors(model)};
   }
 
-  // Goes one step, by the equations of the model as it is. True where nothing is left to be gained: a step
-  // that is not worth taking, a step that was the last, or none that makes the cost smaller.
-  bool StepSettles(const NormalEquations& equations, const FitEffort& effort, double& damping,
-                   LinkFit& fit) const {
+  // Goes one step. True where nothing is left to be gained: a step that is not worth taking, a step that was
+  // the last, or none that makes the cost smaller.
+  bool StepSettles(const FitEffort& effort, double& damping, LinkModel& model, Around& around) const {
     constexpr int kMostAttempts = 6;
     constexpr double kSettled = 0.02;  // of the square of a deviation: nobody sees the difference
     // Where the model leaves more than noise, a deviation is that much more.
-    const double perSample = fit.cost / static_cast<double>(samples_.size());
-    const double settled = std::max(kSettled * std::max(1.0, perSample), effort.settledShare * fit.cost);
+    const double perSample = around.cost / static_cast<double>(samples_.size());
+    const double settled = std::max(kSettled * std::max(1.0, perSample), effort.settledShare * around.cost);
     for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
-      const NormalEquations::Step step = StepWithin(fit.model, equations, damping);
+      const NormalEquations::Step step = StepWithin(model, around.equations, damping);
       if (step.gain < settled) return true;
-      LinkModel next = Moved(fit.model, step.by);
-      const double cost = CostOf(next);
-      if (cost < fit.cost) {
-        if (attempt == 0) damping /= 5.0;  // else it is as small as it may be
-        const bool settles = fit.cost - cost < settled;
-        fit.cost = cost;
-        fit.model = std::move(next);
+      LinkModel next = Moved(model, step.by);
+      // The first attempt nearly always goes, and then its equations are needed anyhow.
+      const bool first = attempt == 0;
+      if (!first && CostOf(next) >= around.cost) {
+        damping *= 5.0;
+        continue;
+      }
+      Around there = Build(next);
+      if (there.cost < around.cost) {
+        if (first) damping /= 5.0;  // else it is as small as it may be
+        const bool settles = around.cost - there.cost < settled;
+        model = std::move(next);
+        around = std::move(there);
         return settles;
       }
       damping *= 5.0;

@@ -28,9 +28,10 @@ LinkPower::LinkPower(const LinkModel& model)
     : model_(model),
       pulse_(model.pulseKm, model.riseKm, model.droopPerKm),
       slow_(model.pulseKm, model.slowKm, model.droopPerKm),
+      hasSlow_(model.slowShare != 0.0 || model.wholeReceiver),
       settledKm_(std::max(pulse_.SettledKm(), kTailPulses * model.pulseKm)),
       tailPerKm_(1.0 / model.pulseKm) {
-  if (model.slowShare != 0.0 || model.wholeReceiver) settledKm_ = std::max(settledKm_, slow_.SettledKm());
+  if (hasSlow_) settledKm_ = std::max(settledKm_, slow_.SettledKm());
   seen_.reserve(model.places.size());
   for (size_t i = 0; i < model.places.size(); ++i) {
     const LinkModel::Place& place = model.places[i];
@@ -140,7 +141,9 @@ LinkPower::Shown LinkPower::AddShown(const Seen& place, double s, double driven,
                                      Slopes& slopes) const {
   const double share = model_.slowShare, lost = place.lost, light = place.reflection;
   const double rise = model_.riseKm, slowRise = model_.slowKm;
-  const PulseResponse::Slopes fast = pulse_.SlopesOfPoint(s, driven), slow = slow_.SlopesOfPoint(s, driven);
+  const PulseResponse::Slopes fast = pulse_.SlopesOfPoint(s, driven);
+  const PulseResponse::Slopes slow =
+      hasSlow_ ? slow_.SlopesOfPoint(s, driven) : PulseResponse::Slopes{0.0, 0.0, 0.0, 0.0};
   const auto mixed = [share](double ofFast, double ofSlow) { return ofFast + share * (ofSlow - ofFast); };
   const double g = mixed(fast.value, slow.value), h = mixed(rise * fast.value, slowRise * slow.value);
   const double falls = place.front.density * place.front.decay - place.behind.density * place.behind.decay;

@@ -128,6 +128,7 @@ class LinkPower {
 
   const LinkModel& model_;
   PulseResponse pulse_, slow_;
+  bool hasSlow_;  // or may have
   double settledKm_, tailPerKm_;
   std::vector<Seen> seen_;
 };

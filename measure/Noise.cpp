@@ -119,8 +119,8 @@ struct Together {
 }  // namespace
 
 StoredPower::StoredPower(double power, const NoiseModel& noise) : mean(power) {
+  if (!noise.cut || power > 6.0 * noise.receiver) return;
   const double x = power / noise.receiver;
-  if (!noise.cut || x > 6.0) return;
   const double density = kInverseRootOf2Pi * elementary::QuickExp(-x * x / 2.0);
   share = NormalBelow(x, density);
   mean = power * share + noise.receiver * density;
