@@ -95,9 +95,7 @@ class Teller {
   double DelayKm() const { return model_.pulseKm / 2.0 + model_.riseKm; }
   double SettledKm() const { return model_.pulseKm + 8.0 * model_.riseKm; }
   // Of the flat pulse of the same energy.
-  double EnergyKm() const {
-    return Growth(-model_.droopPerKm, model_.pulseKm);
-  }
+  double EnergyKm() const { return Growth(-model_.droopPerKm, model_.pulseKm); }
   double EnergyNs() const { return record_.FxdParams->GetNsPulse(0.0) * EnergyKm() / model_.pulseKm; }
 
   // The line of a section at a place in nepers, with `sign`, and its weights.
@@ -128,7 +126,8 @@ class Teller {
       constexpr double kUsualLossDb = 0.3;
       event.probability = ProbabilityOf(loss.value, loss.deviation, kUsualLossDb, oddsBefore);
     }
-    if (event.reflects && model_.places[i].reflection > 0.0 && EnergyNs() > 0.0) AddReflectance(i, oddsBefore, event);
+    if (event.reflects && model_.places[i].reflection > 0.0 && EnergyNs() > 0.0)
+      AddReflectance(i, oddsBefore, event);
     return event;
   }
 

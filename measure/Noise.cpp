@@ -12,7 +12,7 @@ namespace reflyze {
 namespace {
 
 constexpr double kMedianOfSquare = 0.454936423119573;  // of a standard normal number
-constexpr double kLeastReceiver = 1e-18;   // on a trace without any noise
+constexpr double kLeastReceiver = 1e-18;               // on a trace without any noise
 constexpr double kRoundingShare = 6.6e-5;  // standard deviation of 0.001 dB, rounded, as a share of power
 
 constexpr double kInverseRootOf2Pi = 0.3989422804014327;

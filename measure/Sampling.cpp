@@ -16,8 +16,7 @@ class Sampler {
         times_(sampling == Sampling::kHalf ? 2 : 1),
         spacing_(powers.spacingKm()),
         settledKm_(model.pulseKm + 8.0 * model.riseKm),
-        fine_(
-            std::max(1L, TruncToLong(static_cast<double>(times_) * model.pulseKm / spacing_ / 24.0))) {}
+        fine_(std::max(1L, TruncToLong(static_cast<double>(times_) * model.pulseKm / spacing_ / 24.0))) {}
 
   std::vector<Sample> Take(const NotedModel& noted) {
     const size_t last = model_.places.size() - 1;

@@ -202,6 +202,11 @@ class Looker {
   const LinkPower power_;
 };
 
+// Less than a pulse in front of a reflection a step could be what the model's edge lacks.
+double RoomInFront(const LinkModel& model, size_t place, double spacingKm) {
+  return model.places[place].reflects ? 1.1 * model.pulseKm : 2.0 * spacingKm;
+}
+
 }  // namespace
 
 double LossOf(const LinkModel& model, size_t place, Weights& by) {
@@ -218,10 +223,9 @@ double LossOf(const LinkModel& model, size_t place, Weights& by) {
 }
 
 bool SecondLook::IsFree(const LinkModel& model, size_t section, double km) const {
-  // Less than a pulse in front of a reflection a step could be what the model's edge lacks.
-  const double inFront = model.places[section + 1].reflects ? 1.1 * model.pulseKm : 2.0 * powers_.spacingKm();
   const auto isHere = [&](double empty) { return std::fabs(empty - km) < model.pulseKm; };
-  return km > model.places[section].km + 0.5 * model.pulseKm && km < model.places[section + 1].km - inFront &&
+  return km > model.places[section].km + 0.5 * model.pulseKm &&
+         km < model.places[section + 1].km - RoomInFront(model, section + 1, powers_.spacingKm()) &&
          std::none_of(emptyKm_.begin(), emptyKm_.end(), isHere);
 }
 
@@ -339,7 +343,11 @@ bool SecondLook::RemoveNothing(const LinkFit& fit, NotedModel& noted) {
     const bool goes = place.reflects ? bright < kNothingReflection : loss < kNothingStep;
     // Of two places too close to be told apart one gains what the other loses.
     const bool gains = nepers < -kLargestGain;
-    if (goes || gains) all.push_back({i, gains ? -1.0 : std::max(bright, loss), place.km});
+    const double room = fit.model.places[i + 1].km - fit.model.places[i].km;
+    const bool crowds = noted.notes[i].listed < 0 && !place.reflects &&
+                        room < RoomInFront(fit.model, i + 1, powers_.spacingKm());
+    if (goes || gains || crowds)
+      all.push_back({i, gains || crowds ? -1.0 : std::max(bright, loss), place.km});
   }
   std::stable_sort(all.begin(), all.end(),
                    [](const Weak& one, const Weak& other) { return one.score < other.score; });
