@@ -93,6 +93,7 @@ class Measuring {
     for (int round = 0; round < kMostRounds && Improve(); ++round) Learn();
     MoveSteps();
     Learn(Residuals::kOfLine);
+    CleanUp();
     return std::move(link_);
   }
   const NoiseModel& noise() const { return noise_; }
@@ -204,6 +205,13 @@ class Measuring {
     }
     look_.Forget(link_.noted, next.noted);
     return true;
+  }
+
+  // What the last fit has moved, or the noise of the whole model has shown, to be nothing.
+  void CleanUp() {
+    constexpr int kMostTimes = 4;
+    for (int i = 0; i < kMostTimes && !keepsTable_ && look_.RemoveNothing(link_.fit, link_.noted); ++i)
+      Fit(link_);
   }
 
   void MoveSteps() {

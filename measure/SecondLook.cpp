@@ -32,6 +32,11 @@ struct Term {
   double km, weight, off;  // off: residual as a share of the line
 };
 
+// Less than a pulse in front of a reflection a step could be what the model's edge lacks.
+double RoomInFront(const LinkModel& model, size_t place, double spacingKm) {
+  return model.places[place].reflects ? 1.1 * model.pulseKm : 2.0 * spacingKm;
+}
+
 class Looker {
  public:
   Looker(const Powers& powers, const std::vector<Sample>& samples, const NoiseModel& noise,
@@ -92,7 +97,8 @@ class Looker {
     const long here = powers_.At(km);
     const long first =
         powers_.At(model_.places[place - 1].km + 2.0 * model_.pulseKm + 8.0 * model_.riseKm) + 1;
-    const long last = powers_.At(model_.places[place + 1].km - FrontKm()) - 1;
+    const double room = RoomInFront(model_, place + 1, powers_.spacingKm());
+    const long last = powers_.At(model_.places[place + 1].km - std::max(FrontKm(), room - delay)) - 1;
     double most = kMore, best = km;
     for (const long way : {-1L, 1L}) {
       double sum = 0.0;
@@ -201,11 +207,6 @@ class Looker {
   const LinkModel& model_;
   const LinkPower power_;
 };
-
-// Less than a pulse in front of a reflection a step could be what the model's edge lacks.
-double RoomInFront(const LinkModel& model, size_t place, double spacingKm) {
-  return model.places[place].reflects ? 1.1 * model.pulseKm : 2.0 * spacingKm;
-}
 
 }  // namespace
 
