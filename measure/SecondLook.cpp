@@ -328,7 +328,24 @@ bool SecondLook::LosesToShadow(const LinkModel& model, size_t place) {
          model.places[place + 1].km - model.places[place].km < kTogetherPulses * model.pulseKm;
 }
 
+// Where the fit has pushed a place into the one behind it, both are one: what is lost and reflected between
+// them nobody can tell apart.
+bool SecondLook::JoinTouching(NotedModel& noted) {
+  constexpr double kTouchKm = 1e-5;
+  std::vector<LinkModel::Place>& places = noted.model.places;
+  bool any = false;
+  for (size_t i = places.size() - 2; i > 0; --i) {
+    if (places[i + 1].km - places[i].km > kTouchKm || noted.notes[i].saturated) continue;
+    places[i + 1].reflects = places[i + 1].reflects || places[i].reflects;
+    places[i + 1].reflection += places[i].reflection;
+    Remove(i, true, noted);
+    any = true;
+  }
+  return any;
+}
+
 bool SecondLook::RemoveNothing(const LinkFit& fit, NotedModel& noted) {
+  if (JoinTouching(noted)) return true;
   // Of places whose light overlaps each may seem to be nothing, as the other could be all. So the weakest of
   // them goes alone.
   struct Weak {

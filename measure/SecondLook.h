@@ -41,6 +41,7 @@ class SecondLook {
                                   const LinkFit& fit, const NotedModel& noted) const;
   bool IsFree(const LinkModel& model, std::size_t section, double km) const;
   void Remove(std::size_t place, bool wholly, NotedModel& noted);
+  bool JoinTouching(NotedModel& noted);
   bool IsDark(const PlaceNote& note) const;
   static bool LosesToShadow(const LinkModel& model, std::size_t place);
 
