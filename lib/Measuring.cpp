@@ -92,7 +92,8 @@ std::vector<int> PlacesOf(const TSorData& record, const MeasuredLink& link) {
   }
   if (record.KeyEvents->ListedEvents() == 0) return places;
   const int launch = record.KeyEvents->EventAt(0).EPT;
-  if (std::fabs(static_cast<double>(launch) - places[0]) <= record.FxdParams->GetOwtPulse(0) && launch < places[1])
+  if (std::fabs(static_cast<double>(launch) - places[0]) <= record.FxdParams->GetOwtPulse(0) &&
+      launch < places[1])
     places[0] = launch;
   return places;
 }
