@@ -208,11 +208,6 @@ class Looker {
   const LinkPower power_;
 };
 
-// Less than a pulse in front of a reflection a step could be what the model's edge lacks.
-double RoomInFront(const LinkModel& model, size_t place, double spacingKm) {
-  return model.places[place].reflects ? 1.1 * model.pulseKm : 2.0 * spacingKm;
-}
-
 }  // namespace
 
 double LossOf(const LinkModel& model, size_t place, Weights& by) {
