@@ -43,17 +43,21 @@ inline int NumberOf(std::size_t place, Parameter parameter) {
 struct Slopes {
   void Begin(std::size_t place) {
     first = place;
-    own.clear();
+    count = 0;
     ofReceiver = false;
     for (double& slope : receiver) slope = 0.0;
   }
   // Room for the four of the next place; the pointer holds until the next call.
   double* AddPlace() {
-    own.resize(own.size() + 4, 0.0);
-    return own.data() + own.size() - 4;
+    if (own.size() < count + 4) own.resize(count + 4);
+    double* const slopes = own.data() + count;
+    for (int i = 0; i < 4; ++i) slopes[i] = 0.0;
+    count += 4;
+    return slopes;
   }
 
   std::size_t first = 0;                      // the first place that is seen
+  std::size_t count = 0;                      // of what is used of
   std::vector<double> own;                    // of the places from there on, in the order of NumberOf
   bool ofReceiver = false;                    // whether the receiver shows
   double receiver[4] = {0.0, 0.0, 0.0, 0.0};  // logarithm of its rise; share and logarithm of its slow path;

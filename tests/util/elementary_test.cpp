@@ -18,6 +18,7 @@
 #include "sor/scale/sorLevelScale.h"
 #include "util/bigElementary.h"
 #include "util/elementaryTables.h"
+#include "util/quickExp.h"
 
 namespace reflyze::elementary {
 namespace {
@@ -93,6 +94,16 @@ TEST(ElementaryTest, BothWaysAgree) {
       EXPECT_TRUE(AreSameBits(Call(name, angle, 0), CallSlowly(name, angle, 0))) << name << " of " << angle;
     }
   }
+}
+
+TEST(ElementaryTest, QuickExpIsOffByUnitsOfTheLastDigit) {
+  for (double x = -689.9; x < 689.9; x += 0.0137) {
+    ASSERT_NEAR(QuickExp(x) / Exp(x), 1.0, 1e-15) << x;
+  }
+  EXPECT_EQ(QuickExp(0.0), 1.0);
+  EXPECT_EQ(QuickExp(-1000.0), 0.0);
+  EXPECT_EQ(QuickExp(1000.0), kInfinity);
+  EXPECT_TRUE(std::isnan(QuickExp(std::numeric_limits<double>::quiet_NaN())));
 }
 
 TEST(ElementaryTest, SpecialValues) {
