@@ -12,11 +12,11 @@ using elementary::QuickExp;
 
 constexpr double kForgotten = 12.0;  // times of 1/e: 6e-6 is left
 
-// 1 / (1 - droop rise). Where both are as long, the difference that it scales is 0, too: a little beside
-// that place the quotient is right.
-double GainOf(double lag) {
-  constexpr double kNear = 1e-6;
-  return 1.0 / (std::fabs(1.0 - lag) < kNear ? kNear : 1.0 - lag);
+// The light is a difference of two exponentials, divided by 1 - droop rise. Both go to 0 together; before
+// digits are lost, the receiver is taken for a little faster.
+double KeptApart(double rise, double droop) {
+  constexpr double kLeast = 1e-4;
+  return std::fabs(1.0 - droop * rise) < kLeast ? rise * (1.0 - 2.0 * kLeast) : rise;
 }
 
 }  // namespace
@@ -39,12 +39,12 @@ double SlopeOfGrowth(double x, double t) {
 
 PulseResponse::PulseResponse(double widthKm, double riseKm, double droopPerKm)
     : widthKm_(widthKm),
-      riseKm_(riseKm),
-      perRise_(1.0 / riseKm),
+      riseKm_(KeptApart(riseKm, droopPerKm)),
+      perRise_(1.0 / riseKm_),
       droopPerKm_(droopPerKm),
-      gain_(GainOf(droopPerKm * riseKm)),
+      gain_(1.0 / (1.0 - droopPerKm * riseKm_)),
       left_(QuickExp(-droopPerKm * widthKm)),
-      missed_(QuickExp(-widthKm / riseKm)) {}
+      missed_(QuickExp(-widthKm / riseKm_)) {}
 
 double PulseResponse::SettledKm() const { return widthKm_ + kForgotten * riseKm_; }
 
