@@ -5,6 +5,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "score/HardLinks.h"
 #include "sim/Waveform.h"
 
 namespace reflyze::score {
@@ -22,23 +23,30 @@ double PulseKm(const Link& link) { return link.pulseNs * sim::KmPerNs(link.group
 // Events that are this far apart have a section between them whose slope can be measured.
 double ApartKm(const Link& link) { return std::max(10.0 * PulseKm(link), link.pulseNs < 100.0 ? 0.1 : 1.0); }
 
-Link MonitoredLink(Random& random) {
+// What the kinds of monitored links differ in.
+struct Cable {
+  std::vector<double> pulsesNs = {100.0, 300.0, 500.0, 1000.0};
+  double leastKm = 20.0, mostKm = 80.0;
+  double leastSectionKm = 4.0, mostSectionKm = 10.0;
+  std::optional<double> attenuation;  // dB/km, about which all sections lie; else one of usual fibre
+};
+
+Link LinkOf(const Cable& cable, Random& random) {
   Link link;
   link.name = kMonitored;
-  const double pulsesNs[] = {100.0, 300.0, 500.0, 1000.0};
-  link.pulseNs = pulsesNs[random.Integer(0, 3)];
+  link.pulseNs = cable.pulsesNs[static_cast<size_t>(random.Integer(0, 3))];
   link.launchLevelDb = -18.0;
   link.receiver.bandwidthMhz = 2000.0 / link.pulseNs;
   link.receiver.tailShare = random.Uniform(0.0, 5e-4);
   link.receiver.tailNs = 4.0 * link.pulseNs;
   link.launch = {random.Uniform(0.1, 0.5), random.Uniform(-55.0, -40.0)};
-  const double lengthKm = random.Uniform(20.0, 80.0);
-  const double attenuation = random.Uniform(0.188, 0.205);
+  const double lengthKm = random.Uniform(cable.leastKm, cable.mostKm);
+  const double attenuation = cable.attenuation ? *cable.attenuation : random.Uniform(0.188, 0.205);
   for (double leftKm = lengthKm; leftKm > 0.0;) {
     sim::Section section;
     section.attenuationDbPerKm = attenuation + random.Uniform(-0.003, 0.003);
-    section.lengthKm = random.Uniform(4.0, 10.0);
-    if (leftKm - section.lengthKm < 4.0) section.lengthKm = leftKm;
+    section.lengthKm = random.Uniform(cable.leastSectionKm, cable.mostSectionKm);
+    if (leftKm - section.lengthKm < cable.leastSectionKm) section.lengthKm = leftKm;
     leftKm -= section.lengthKm;
     link.sections.push_back(section);
     if (leftKm <= 0.0) break;
@@ -56,10 +64,29 @@ Link MonitoredLink(Random& random) {
 }
 
 Link DrawLink(const std::string& links, Random& random) {
-  if (links == kMonitored) return MonitoredLink(random);
+  Cable cable;
+  if (links == kMonitored) return LinkOf(cable, random);
+  if (links == kEdgeSlopes) {
+    cable.attenuation = random.Chance(0.5) ? 0.17 : 0.3;
+    return LinkOf(cable, random);
+  }
+  if (links == kHalfKilometre) {
+    cable = {{20.0, 30.0, 50.0, 80.0}, 3.0, 10.0, 0.4, 0.65, {}};
+    return LinkOf(cable, random);
+  }
   for (const LinkClass linkClass : AllLinkClasses())
     if (links == NameOf(linkClass)) return RandomLink(linkClass, random);
+  for (const HardClass hardClass : AllHardClasses())
+    if (links == NameOf(hardClass)) return HardLink(hardClass, random);
   throw std::runtime_error(links + " is no class of links");
+}
+
+void PutLeadBefore(Link& link, double leadKm) {
+  constexpr long kMostPoints = 1000000;
+  link.rangeKm += leadKm - link.leadKm;
+  link.leadKm = leadKm;
+  link.points = std::min(static_cast<long>(std::ceil(link.rangeKm * 1000.0 / link.spacingM)), kMostPoints);
+  link.rangeKm = static_cast<double>(link.points) * link.spacingM / 1000.0;
 }
 
 double JointKm(const Link& link, size_t joint) {
@@ -217,7 +244,7 @@ class Changer {
     link_.launch = other.launch;
     link_.end = other.end;
     if (otherLevel) link_.launchLevelDb += random_.Uniform(1.5, 5.0) * (random_.Chance(0.5) ? 1.0 : -1.0);
-    return link_.LengthKm() < link_.rangeKm;
+    return link_.LengthKm() < link_.rangeKm - link_.leadKm;
   }
 
   TracePair& pair_;
@@ -250,12 +277,19 @@ bool IsAtJoint(Happening happening) {
   return happening == Happening::kMoreLoss || happening == Happening::kWorseReflectance;
 }
 
-std::optional<TracePair> DrawPair(Happening happening, const std::string& links, double marginDb,
+std::optional<TracePair> DrawPair(Happening happening, const std::string& links, const PairOptions& options,
                                   Random& random) {
+  constexpr double kLeastLeadKm = 0.02, kMostDark = 3.0;
   TracePair pair;
   pair.baseline = DrawLink(links, random);
-  SettleNoise(pair.baseline, marginDb);
+  const auto leadKm = [&] { return random.Uniform(kLeastLeadKm, options.mostLeadKm); };
+  if (options.mostLeadKm > 0.0) PutLeadBefore(pair.baseline, leadKm());
+  SettleNoise(pair.baseline, options.marginDb);
   pair.current = pair.baseline;
+  if (options.mostLeadKm > 0.0) {
+    PutLeadBefore(pair.current, leadKm());
+    if (random.Chance(0.5)) pair.current.receiver.offsetOfNoise = random.Uniform(0.0, kMostDark);
+  }
   if (!Changer(pair, links, random).Run(happening)) return std::nullopt;
   return pair;
 }

@@ -44,10 +44,20 @@ bool IsAtJoint(Happening happening);
 // A link as operators watch them: 20 to 80 km of fibre at 1550 nm, spliced every 4 to 10 km, some of its
 // joints connectors.
 constexpr const char* kMonitored = "monitored";
+// The same with slopes within 0.003 of 0.17 or of 0.3 dB/km, at the bounds of what the search believes.
+constexpr const char* kEdgeSlopes = "edge-slopes";
+// 3 to 10 km with a joint about every half kilometre, the shortest section whose slope the search believes.
+constexpr const char* kHalfKilometre = "half-kilometre";
 
-// Draws a link, monitored or of one of the scorecard's classes, whose far end stands `marginDb` above the
-// noise, and changes it. None where the drawn link has no room for the change.
-std::optional<TracePair> DrawPair(Happening happening, const std::string& links, double marginDb,
+struct PairOptions {
+  double marginDb = 6.0;    // by which the far end stands above the noise
+  double mostLeadKm = 0.0;  // both are recorded from up to so far before the launch, half of the current ones
+                            // with a dark level of up to 3 root mean squares of the noise
+};
+
+// Draws a link, of one of these or of one of the scorecard's classes, and changes it. None where the drawn
+// link has no room for the change.
+std::optional<TracePair> DrawPair(Happening happening, const std::string& links, const PairOptions& options,
                                   Random& random);
 
 }  // namespace reflyze::score

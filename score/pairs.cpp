@@ -35,7 +35,7 @@ struct Options {
   std::uint64_t seed = 1;
   std::vector<std::string> happenings;
   std::vector<std::string> classes = {kMonitored};
-  double marginDb = 6.0;
+  PairOptions pairs;
   double baselineLtDb = 0.05;  // of the baseline's analysis
   double baselineRtDb = -72.0;
   Monitoring monitoring;
@@ -180,7 +180,7 @@ class Program {
     for (long tries = 0; all.pairs < options_.count && tries < kMostTries * options_.count; ++tries) {
       const auto number = static_cast<size_t>(all.pairs) % options_.classes.size();
       const std::string& links = options_.classes[number];
-      const std::optional<TracePair> pair = DrawPair(happening, links, options_.marginDb, random);
+      const std::optional<TracePair> pair = DrawPair(happening, links, options_.pairs, random);
       const std::uint64_t seed = random.Bits();
       if (!pair) continue;
       const std::optional<Verdict> verdict =
@@ -254,7 +254,9 @@ int Main(int argc, char** argv) {
   app.add_option("--seed", options.seed, "Seed of the links and their noise")->capture_default_str();
   app.add_option("--kind", options.happenings, "Only these kinds");
   app.add_option("--class", options.classes, "Classes of links, by turns")->capture_default_str();
-  app.add_option("--margin", options.marginDb, "Far end above the noise, dB")->capture_default_str();
+  app.add_option("--margin", options.pairs.marginDb, "Far end above the noise, dB")->capture_default_str();
+  app.add_option("--lead", options.pairs.mostLeadKm, "Traces begin up to so many km before the launch")
+      ->capture_default_str();
   app.add_option("--baseline-lt", options.baselineLtDb, "Loss threshold of the baseline's analysis, dB")
       ->capture_default_str();
   app.add_option("--baseline-rt", options.baselineRtDb, "Reflectance threshold of that analysis, dB")
