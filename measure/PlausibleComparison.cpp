@@ -111,11 +111,19 @@ class ChangeAccount {
   double untoldDb_ = 0.0, mistoldDb_ = 0.0;
 };
 
+// Whether the table has a fibre: a launch, and something behind the launch of the baseline.
+bool HasFibre(const TSorData& baseline, const TSorData& current) {
+  const int events = current.KeyEvents->ListedEvents();
+  if (baseline.KeyEvents->ListedEvents() < 2) return true;  // nor does the baseline ask for one
+  return events > 1 && Km(current, events - 1) > Km(baseline, 0);
+}
+
 }  // namespace
 
 double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int result) {
-  constexpr double kUntold = 4.0, kMistold = 0.5;
+  constexpr double kUntold = 4.0, kMistold = 0.5, kNoFibre = 4.0 * kWrongTable;
   if (result != mrCompared && result != mrFibreBreak) return 0.0;
+  if (!HasFibre(baseline, current)) return kNoFibre;
   TSorData before, now;
   before.Assign(baseline);
   now.Assign(current);

@@ -6,8 +6,9 @@
 
 namespace reflyze {
 
-// How much speaks against a comparison with this result, by what it left in the current record. Fibre behind
-// an alleged end counts most. Then come levels of the two traces that come apart within a section, by 4 a dB;
+// How much speaks against a comparison with this result, by what it left in the current record. A fibre that
+// ends at its launch or before it counts most: the comparison has just recognised it behind the launch. Then
+// comes fibre behind an alleged end; then levels of the two traces that come apart within a section, by 4 a dB;
 // then a change of loss that an event is said to have and that the levels don't show; then what speaks
 // against the table as that of any trace (Implausibility). Noise alone stays below kFewDoubts.
 double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int result);
