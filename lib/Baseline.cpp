@@ -6,6 +6,7 @@
 
 #include "lib/Text.h"
 #include "measure/Plausible.h"
+#include "measure/PlausibleComparison.h"
 #include "ref/events/refEvent.h"
 #include "src/filter/Filter.h"
 #include "src/monitor/RFTSUParams.h"
@@ -119,6 +120,17 @@ void RegainLargestLosses(TSorData& record) {
   }
 }
 
+// The comparison takes the end for unchanged as long as its loss is. But noise, too, falls to the bottom of
+// the scale, and now and then by what the end of the fibre did. Where light came to the end and comes no
+// more, the end gets a loss that no place on a trace has, so that it is searched anew.
+void ForgetEndInTheDark(TSorData& baseline, const TSorData& current) {
+  constexpr int kNoLoss = 1000000;  // thousandths of dB
+  const int last = baseline.KeyEvents->ListedEvents() - 1;
+  if (last < 1) return;
+  TSorBlockKeyEvents1E& end = baseline.KeyEvents->EventAt(last);
+  if (end.IsEOF() && EndsInTheDark(baseline, current)) end.ELWide = kNoLoss;
+}
+
 }  // namespace
 
 void MakeBaselineOf(TSorData& record, const Monitoring& monitoring) {
@@ -152,6 +164,7 @@ void HoldMarkers(TSorData& record) {
 
 void MakeComparable(TSorData& baseline, TSorData& current) {
   RegainLargestLosses(baseline);
+  ForgetEndInTheDark(baseline, current);
   TSorBlockQRTParameters &baselineParams = *baseline.QRTParams, &params = *current.QRTParams;
   // Smoothing makes reflections lower.
   if (baselineParams.isFilter() != params.isFilter()) {

@@ -8,7 +8,9 @@
 #include "measure/Plausible.h"
 #include "ref/figures/refAutoNoise.h"
 #include "ref/math/ref_Math.h"
+#include "ref/refAuto.h"
 #include "src/module/Auto.h"
+#include "util/convert.h"
 
 namespace reflyze {
 namespace {
@@ -118,7 +120,31 @@ bool HasFibre(const TSorData& baseline, const TSorData& current) {
   return events > 1 && Km(current, events - 1) > Km(baseline, 0);
 }
 
+// Whether a trace shows light up to an event, which is known to a few points. In the dark, negative powers are stored as nearly none, so that
+// the mean of what is left lies 3.5 dB below the noise floor. May write into the record, because the noise
+// floor has to be settled.
+bool ShowsLightUpTo(TSorData& trace, double km) {
+  constexpr long kPoints = 64;
+  constexpr double kUnderFloorDb = 1.75;
+  const double last =
+      std::min(trace.LenToNum(km) - kClearPoints, static_cast<double>(trace.DataPts->GetPointsNum()));
+  float* lin = RefEmbGetLinf(&trace);
+  if (!(last >= static_cast<double>(kPoints)) || lin == nullptr) return false;
+  return RefMathPower(&trace, lin, TruncToLong(last) - kPoints, kPoints, 1) >
+         RefAutoReSetNF(&trace) - kUnderFloorDb;
+}
+
 }  // namespace
+
+bool EndsInTheDark(const TSorData& baseline, const TSorData& current) {
+  const int last = baseline.KeyEvents->ListedEvents() - 1;
+  if (last < 1) return false;
+  const double km = Km(baseline, last);
+  TSorData before, now;
+  before.Assign(baseline);
+  now.Assign(current);
+  return ShowsLightUpTo(before, km) && !ShowsLightUpTo(now, km);
+}
 
 double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int result) {
   constexpr double kUntold = 4.0, kMistold = 0.5, kNoFibre = 4.0 * kWrongTable;
@@ -132,7 +158,29 @@ double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int r
   const int table = Implausibility(now);
   double doubts = table / kWrongTable * kWrongTable + static_cast<double>(table % kWrongTable) / kWrongTable;
   if (result == mrFibreBreak && account.FibreGoesOn()) doubts += kWrongTable;
+  if (result == mrCompared && EndsInTheDark(baseline, current)) doubts += kWrongTable;
   return doubts + kUntold * account.untoldDb() + kMistold * account.mistoldDb();
+}
+
+int TellBreakBeforeTheDark(const TSorData& baseline, TSorData& current, int result) {
+  if (result != mrCompared || !EndsInTheDark(baseline, current)) return result;
+  TSorData before, now;  // copies, because settling the noise floor writes into a record
+  before.Assign(baseline);
+  now.Assign(current);
+  TAuto engine;
+  const double monitoredKm = baseline.OwtToLen(engine.GetEndOfMonitoringOWT(&before));
+  const auto isLitBefore = [&](int index) { return ShowsLightUpTo(now, Km(current, index)); };
+  for (int i = 1; i + 1 < current.KeyEvents->ListedEvents(); ++i) {
+    if (isLitBefore(i + 1)) continue;
+    TSorBlockRFTSEvents& entries = *current.RFTSEvents;
+    if (!isLitBefore(i) || Km(current, i) >= monitoredKm || i >= entries.GetTNRFTSE()) return result;
+    entries.GetEvent(i)->MakeFiberBreak(true);
+    entries.MakeFail(true);
+    entries.SetMonitorResult(mrFibreBreak);
+    engine.srCompare_DeleteExcessEvents(&current, current.KeyEvents->EventAt(i).EPT);
+    return mrFibreBreak;
+  }
+  return result;
 }
 
 bool TellsOfChange(const TSorData& compared, int result) {
