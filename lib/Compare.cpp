@@ -7,6 +7,7 @@
 #include "lib/Engine.h"
 #include "lib/EngineCall.h"
 #include "lib/EventRows.h"
+#include "lib/MeasuredChange.h"
 #include "measure/PlausibleComparison.h"
 #include "reflyze/version.h"
 
@@ -68,7 +69,8 @@ int ResultOf(AnalysisService& service, TSorData& baseline, TSorData& current, bo
   const auto compare = [&](TSorData& base, TSorData& trace) { return service.Compare(base, trace, recheck); };
   if (answer == Answer::kOfModule) return compare(baseline, current);
   MakeComparable(baseline, current);
-  return recheck ? compare(baseline, current) : ComparePlausibly(baseline, current, compare);
+  if (recheck) return compare(baseline, current);
+  return TellBreakBeforeTheDark(baseline, current, ComparePlausibly(baseline, current, compare));
 }
 
 // The comparison knows neither files nor versions. Its host notes them.
@@ -89,6 +91,7 @@ Comparison CompareAs(Answer answer, AnalysisService& service, Trace baselineTrac
     const int result = ResultOf(service, *baseline.record, *current.record, options.recheck, answer);
     table = MakeCompareTable(baseline, current, result,
                              answer == Answer::kOfModule ? Numbers::kAsStored : Numbers::kMeasured);
+    if (answer == Answer::kBest) HoldAgainstMeasured(*baseline.record, *current.record, table);
   });
   table.recheck = options.recheck;
   current.record->WriteProprietaryBlocks = 1;  // the results are in one of these blocks

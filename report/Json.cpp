@@ -63,12 +63,18 @@ Json JsonOfRow(const FilterEvent& row) {
   return event;
 }
 
+// What the module says of itself has no keys of what was measured.
 Json JsonOf(const Deviation& deviation, Numbers numbers) {
-  const bool told = deviation.compared || numbers == Numbers::kAsStored;
-  return {{"deviation_db", told ? Json(deviation.value) : Json(nullptr)},
-          {"absolute", deviation.absolute},
-          {"compared", deviation.compared},
-          {"exceeded", deviation.exceeded}};
+  const bool asStored = numbers == Numbers::kAsStored;
+  Json json = {{"deviation_db", deviation.compared || asStored ? Json(deviation.value) : Json(nullptr)},
+               {"absolute", deviation.absolute},
+               {"compared", deviation.compared},
+               {"exceeded", deviation.exceeded}};
+  if (asStored) return json;
+  json["measured_db"] = NumberOrNull(deviation.measured);
+  json["measured_sd_db"] = NumberOrNull(deviation.measuredSd);
+  json["contradicted"] = deviation.contradicted;
+  return json;
 }
 
 Json JsonOfReasons(const std::vector<Reason>& reasons) {
@@ -146,6 +152,7 @@ std::string JsonOf(const Comparison& table) {
     event["new"] = row.isNew;
     event["fail"] = row.fail;
     event["fiber_break"] = row.fiberBreak;
+    if (table.numbers == Numbers::kMeasured) event["new_contradicted"] = row.newContradicted;
     event["lt"] = JsonOf(row.loss, table.numbers);
     event["rt"] = JsonOf(row.reflectance, table.numbers);
     event["ct"] = JsonOf(row.attenuation, table.numbers);

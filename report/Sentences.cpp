@@ -23,28 +23,39 @@ struct ValueAndLimit {
   std::string told;  // "0.42 dB (limit 0.20)"
 };
 
+// "+0.418 \u00b10.004 dB", as it was measured on both traces.
+std::string MeasuredText(const Deviation& deviation, const char* unit) {
+  const double value = NoMinusZero(*deviation.measured, 3);
+  return Format(deviation.absolute ? "%.3f \u00b1%.3f %s" : "%+.3f \u00b1%.3f %s", value, *deviation.measuredSd,
+                unit);
+}
+
+// "loss at", a place, and what is told of it; with what was measured, if it was.
 std::string ChangeSentence(const char* quantity, const ComparedEvent& row, const Deviation& deviation,
-                           const char* happened, const ValueAndLimit& values) {
-  return Format("%s %.3f km %s%s %s", quantity, NoMinusZero(row.event.distanceKm, 3),
-                deviation.absolute ? "is" : happened, deviation.absolute ? "" : " by", values.told.c_str());
+                           const char* happened, const ValueAndLimit& values, const char* unit) {
+  std::string sentence =
+      Format("%s %.3f km %s%s %s", quantity, NoMinusZero(row.event.distanceKm, 3),
+             deviation.absolute ? "is" : happened, deviation.absolute ? "" : " by", values.told.c_str());
+  if (deviation.measured && deviation.measuredSd) sentence += ", measured " + MeasuredText(deviation, unit);
+  return deviation.contradicted ? "no alarm, because it was measured otherwise: " + sentence : sentence;
 }
 
 std::string LossSentence(const ComparedEvent& row) {
   const Deviation& d = row.loss;
-  return ChangeSentence("loss at", row, d, "rose", {d.value, d.limit, 2, "dB"});
+  return ChangeSentence("loss at", row, d, "rose", {d.value, d.limit, 2, "dB"}, "dB");
 }
 
 std::string ReflectanceSentence(const ComparedEvent& row) {
   const Deviation& d = row.reflectance;
   const double value = d.absolute ? -d.value : std::fabs(d.value);
   return ChangeSentence("reflectance at", row, d, RoseOrFell(d),
-                        {value, d.absolute ? -d.limit : d.limit, 2, "dB"});
+                        {value, d.absolute ? -d.limit : d.limit, 2, "dB"}, "dB");
 }
 
 std::string AttenuationSentence(const ComparedEvent& row) {
   const Deviation& d = row.attenuation;
   return ChangeSentence("attenuation before", row, d, RoseOrFell(d),
-                        {d.absolute ? d.value : std::fabs(d.value), d.limit, 3, "dB/km"});
+                        {d.absolute ? d.value : std::fabs(d.value), d.limit, 3, "dB/km"}, "dB/km");
 }
 
 std::string NewEventSentence(const ComparedEvent& row) {
@@ -56,7 +67,9 @@ std::string NewEventSentence(const ComparedEvent& row) {
   }
   if (row.event.reflectanceDb && row.event.code[0] != '0')
     sentence += before + ("reflectance " + ReflectanceText(row.event)) + " dB";
-  return sentence;
+  if (row.loss.measured && row.loss.measuredSd)
+    sentence += "; loss changed there, measured, by " + MeasuredText(row.loss, "dB");
+  return row.newContradicted ? "no alarm, because it was measured otherwise: " + sentence : sentence;
 }
 
 std::string BreakSentence(const Comparison& table, const ComparedEvent& row) {
@@ -82,6 +95,14 @@ void AddChangesOf(const Comparison& table, const ComparedEvent& row, std::vector
   if (row.attenuation.exceeded) sentences.push_back(AttenuationSentence(row));
 }
 
+// Alarms that don't stand.
+void AddContradictionsOf(const ComparedEvent& row, std::vector<std::string>& sentences) {
+  if (row.newContradicted) sentences.push_back(NewEventSentence(row));
+  if (row.loss.contradicted) sentences.push_back(LossSentence(row));
+  if (row.reflectance.contradicted) sentences.push_back(ReflectanceSentence(row));
+  if (row.attenuation.contradicted) sentences.push_back(AttenuationSentence(row));
+}
+
 std::string NoLinkSentence(const Comparison& table) {
   const LinkTest test = table.linkTest.value_or(LinkTest());
   if (test.noLight) {
@@ -102,6 +123,17 @@ std::string UnchangedSentence(const Comparison& table) {
   return Format("same fibre, no change: %zu %s within the limits, nothing new, no break", monitored, events);
 }
 
+// What has changed, or that nothing has.
+std::vector<std::string> AlarmsOf(const Comparison& table) {
+  std::vector<std::string> sentences;
+  if (table.recheck && !table.Changed()) sentences.push_back(UnchangedSentence(table));
+  for (const ComparedEvent& row : table.rows) AddChangesOf(table, row, sentences);
+  if (!sentences.empty()) return sentences;
+  if (table.result == kFibreBreak) return {"fibre broken before the end of the baseline"};
+  if (table.fail) return {"something changed in the trace as a whole"};
+  return {UnchangedSentence(table)};
+}
+
 }  // namespace
 
 std::vector<std::string> ChangesOf(const Comparison& table) {
@@ -116,13 +148,9 @@ std::vector<std::string> ChangesOf(const Comparison& table) {
     default:
       return {Format("the comparison ended with the code %d", table.result)};
   }
-  std::vector<std::string> sentences;
-  if (table.recheck && !table.Changed()) sentences.push_back(UnchangedSentence(table));
-  for (const ComparedEvent& row : table.rows) AddChangesOf(table, row, sentences);
-  if (!sentences.empty()) return sentences;
-  if (table.result == kFibreBreak) return {"fibre broken before the end of the baseline"};
-  if (table.fail) return {"something changed in the trace as a whole"};
-  return {UnchangedSentence(table)};
+  std::vector<std::string> sentences = AlarmsOf(table);
+  for (const ComparedEvent& row : table.rows) AddContradictionsOf(row, sentences);
+  return sentences;
 }
 
 }  // namespace reflyze

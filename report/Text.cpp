@@ -23,11 +23,11 @@ const char* StateInWords(const ComparedEvent& row) {
   return row.monitored ? "ok" : "-";
 }
 
-// "+0.420!" where the limit is exceeded.
+// "+0.420!" where the limit is exceeded, "+0.420~" where it would be but for what was measured.
 std::string DeviationText(const Deviation& deviation, int digits) {
   if (!deviation.compared) return "- ";
   return Format(deviation.absolute ? "%.*f" : "%+.*f", digits, NoMinusZero(deviation.value, digits)) +
-         (deviation.exceeded ? "!" : " ");
+         (deviation.exceeded ? "!" : deviation.contradicted ? "~" : " ");
 }
 
 std::string LaunchInWords(const QualityTable& table) {

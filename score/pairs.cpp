@@ -13,11 +13,9 @@
 #include <memory>
 
 #include "lib/Baseline.h"
-#include "lib/CompareTable.h"
 #include "lib/LoadedRecord.h"
 #include "lib/Text.h"
 #include "measure/Plausible.h"
-#include "measure/PlausibleComparison.h"
 #include "score/TracePairs.h"
 #include "sim/Simulate.h"
 #include "sim/Waveform.h"
@@ -71,12 +69,12 @@ bool Lists(const TSorData& baseline, const TracePair& pair) {
   return false;
 }
 
-// A record as the program would read it.
-LoadedRecord ThroughFile(TSorData& record) {
+// A record as the program would store and read it.
+Trace ThroughFile(TSorData& record) {
   TSorFile memory(nullptr, "m");
   record.Write(&memory);
   const char* bytes = memory.GetData();
-  return ForMeasuring(Trace::FromBytes("trace", {bytes, bytes + memory.GetDataSize()}));
+  return Trace::FromBytes("trace", {bytes, bytes + memory.GetDataSize()});
 }
 
 // Judges a comparison by what really happened.
@@ -208,13 +206,7 @@ class Program {
                      [&](TTH& values) { TAuto().AnalysisSorData(before.record.get(), &values); });
     MakeBaselineOf(*before.record, options_.monitoring);
     if (IsAtJoint(happening) && !Lists(*before.record, pair)) return std::nullopt;
-    const LoadedRecord baseline = ThroughFile(*before.record), current = ThroughFile(*after.record);
-    MakeComparable(*baseline.record, *current.record);
-    const auto compare = [](TSorData& base, TSorData& trace) {
-      return TAuto().Compare(&base, &trace, false);
-    };
-    const int result = ComparePlausibly(*baseline.record, *current.record, compare);
-    const Comparison table = MakeCompareTable(baseline, current, result, Numbers::kMeasured);
+    const Comparison table = Compare(ThroughFile(*before.record), ThroughFile(*after.record));
     const Verdict verdict = Judge(happening, pair, table).Judged();
     if (!verdict.Right()) Tell(name, pair, seed, table);
     return verdict;

@@ -60,6 +60,11 @@ struct Deviation {
   bool compared = false;  // there was something to compare
   bool exceeded = false;  // the limit was
   double limit = 0.0;     // dB or dB/km
+  // The same, measured on both traces, dB or dB/km, and the standard deviation of its error; none where one
+  // of the traces does not tell.
+  std::optional<double> measured, measuredSd;
+  // The limit would be exceeded, but `measured` lies within it by more than three deviations: no alarm.
+  bool contradicted = false;
 };
 
 // An event of the current trace, held against the baseline.
@@ -69,6 +74,7 @@ struct ComparedEvent {
   bool isNew = false;                        // it does not
   bool fail = false;                         // a limit is exceeded
   bool fiberBreak = false;                   // the fibre ends here, too early
+  bool newContradicted = false;              // it was taken for new, but its loss is not: no alarm
   Deviation loss, reflectance, attenuation;  // a limit of the reflectance itself is one of the return loss
 };
 

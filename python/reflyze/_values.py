@@ -132,6 +132,9 @@ class Deviation:
     absolute: bool
     compared: bool
     exceeded: bool
+    measured_db: Optional[float]  #: the same, measured on both traces; None where one of them does not tell
+    measured_sd_db: Optional[float]  #: standard deviation of its error
+    contradicted: bool  #: the limit would be exceeded but for what was measured
 
 
 @dataclass(frozen=True, repr=False)
@@ -142,6 +145,7 @@ class ComparedEvent(Event):
     new: bool
     fail: bool
     fiber_break: bool
+    new_contradicted: bool  #: it was taken for new, but its loss is not
     lt: Deviation
     rt: Deviation
     ct: Deviation

@@ -7,6 +7,7 @@
 
 #include "lib/Baseline.h"
 #include "measure/PlausibleComparison.h"
+#include "ref/events/refEvent.h"
 #include "reflyze/monitor.h"
 #include "tests/cli/program.h"
 
@@ -285,6 +286,21 @@ TEST_F(CompareTest, DoubtsWhatTheLevelsContradict) {
   };
   EXPECT_LT(doubts(*right.record), reflyze::kFewDoubts);
   EXPECT_GT(doubts(*silent.record), 4 * 0.25) << "0.3 dB, of which noise may hide some";
+  TSorBlockKeyEvents& table = *silent.record->KeyEvents;
+  while (table.ListedEvents() > 1) RefEventDel(silent.record.get(), 1, 1);
+  EXPECT_GT(reflyze::ComparisonDoubts(baseline, *silent.record, mrFibreBreak), 10.0)
+      << "the fibre was recognised behind the launch";
+}
+
+// Noise may lose to the bottom of the scale by just what the end of the fibre did.
+TEST_F(CompareTest, NoEndWithoutLightInFrontOfIt) {
+  TSorData baseline;
+  ASSERT_EQ(baseline.Read(StoreBaseline("b.sor").c_str(), "rb"), sfOk);
+  Link cut = MetroLink();
+  cut.sections[2].lengthKm = 3.0;
+  const auto whole = reflyze::sim::Simulate(MetroLink(), 12), broken = reflyze::sim::Simulate(cut, 12);
+  EXPECT_FALSE(reflyze::EndsInTheDark(baseline, *whole.record));
+  EXPECT_TRUE(reflyze::EndsInTheDark(baseline, *broken.record));
 }
 
 // Limits may change after a comparison. Its results stay.
@@ -407,6 +423,12 @@ TEST(CompareSentences, ValuesAndChanges) {
     table.rows[1].event.distanceKm = 12.713;
     table.rows[1].*c.quantity = c.deviation;
     EXPECT_EQ(reflyze::ChangesOf(table), std::vector<std::string>{c.sentence});
+    Deviation& told = table.rows[1].*c.quantity;
+    told.measured = 0.01, told.measuredSd = 0.004, told.exceeded = false, told.contradicted = true;
+    table.fail = false;
+    ASSERT_EQ(reflyze::ChangesOf(table).size(), 2U);
+    EXPECT_EQ(reflyze::ChangesOf(table)[1].rfind(std::string("no alarm, because it was measured otherwise: ") + c.sentence +
+                                                     ", measured ", 0), 0U);
   }
 }
 
