@@ -104,8 +104,8 @@ class BothTraces {
     const int was = IndexAt(before, current.KeyEvents->EventAt(index).EPT);
     pair.now = Find(*now_, index);
     if (was >= 0) pair.before = Find(*before_, was);
-    const bool sameFront = index > 0 && was > 0 &&
-                           IndexAt(before, current.KeyEvents->EventAt(index - 1).EPT) == was - 1;
+    const bool sameFront =
+        index > 0 && was > 0 && IndexAt(before, current.KeyEvents->EventAt(index - 1).EPT) == was - 1;
     const MeasuredEvent* front = sameFront ? Find(*now_, index - 1) : nullptr;
     if (front != nullptr && pair.now != nullptr) pair.lengthKm = pair.now->km.value - front->km.value;
     events_.push_back(pair);
@@ -184,9 +184,8 @@ class Judge {
     if (deviation.absolute) limited->value = -limited->value;  // the return loss, at least so much
     Tell(limited, deviation);
     if (!deviation.exceeded) return;
-    const bool isWithin = deviation.absolute
-                              ? limited->value - kSure * limited->deviation > deviation.limit
-                              : LiesUnder(Size(*limited), deviation.limit);
+    const bool isWithin = deviation.absolute ? limited->value - kSure * limited->deviation > deviation.limit
+                                             : LiesUnder(Size(*limited), deviation.limit);
     if (isWithin) Contradict(deviation, stored);
   }
 
@@ -204,8 +203,8 @@ class Judge {
   void HoldNew(size_t index, ComparedEvent& row, TSorBlockRFTSEvents1E& entry) const {
     const EventOnBoth& both = events_[index];
     if (!row.isNew || (both.now->reflects && !both.before->reflects)) return;
-    if (!row.loss.measured || !LiesUnder(WithNeighbours(index, *ChangeOf(both.before->lossDb, both.now->lossDb)),
-                                         newFromDb_))
+    if (!row.loss.measured ||
+        !LiesUnder(WithNeighbours(index, *ChangeOf(both.before->lossDb, both.now->lossDb)), newFromDb_))
       return;
     row.isNew = false;
     row.newContradicted = true;

@@ -120,9 +120,9 @@ bool HasFibre(const TSorData& baseline, const TSorData& current) {
   return events > 1 && Km(current, events - 1) > Km(baseline, 0);
 }
 
-// Whether a trace shows light up to an event, which is known to a few points. In the dark, negative powers are stored as nearly none, so that
-// the mean of what is left lies 3.5 dB below the noise floor. May write into the record, because the noise
-// floor has to be settled.
+// Whether a trace shows light up to an event, which is known to a few points. In the dark, negative powers
+// are stored as nearly none, so that the mean of what is left lies 3.5 dB below the noise floor. May write
+// into the record, because the noise floor has to be settled.
 bool ShowsLightUpTo(TSorData& trace, double km) {
   constexpr long kPoints = 64;
   constexpr double kUnderFloorDb = 1.75;

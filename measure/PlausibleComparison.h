@@ -8,9 +8,10 @@ namespace reflyze {
 
 // How much speaks against a comparison with this result, by what it left in the current record. A fibre that
 // ends at its launch or before it counts most: the comparison has just recognised it behind the launch. Then
-// comes fibre behind an alleged end, and a whole fibre to whose end no light comes; then levels of the two traces that come apart within a section, by 4 a dB;
-// then a change of loss that an event is said to have and that the levels don't show; then what speaks
-// against the table as that of any trace (Implausibility). Noise alone stays below kFewDoubts.
+// comes fibre behind an alleged end, and a whole fibre to whose end no light comes; then levels of the two
+// traces that come apart within a section, by 4 a dB; then a change of loss that an event is said to have and
+// that the levels don't show; then what speaks against the table as that of any trace (Implausibility). Noise
+// alone stays below kFewDoubts.
 double ComparisonDoubts(const TSorData& baseline, const TSorData& current, int result);
 constexpr double kFewDoubts = 0.3;
 

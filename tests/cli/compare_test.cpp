@@ -427,8 +427,10 @@ TEST(CompareSentences, ValuesAndChanges) {
     told.measured = 0.01, told.measuredSd = 0.004, told.exceeded = false, told.contradicted = true;
     table.fail = false;
     ASSERT_EQ(reflyze::ChangesOf(table).size(), 2U);
-    EXPECT_EQ(reflyze::ChangesOf(table)[1].rfind(std::string("no alarm, because it was measured otherwise: ") + c.sentence +
-                                                     ", measured ", 0), 0U);
+    EXPECT_EQ(
+        reflyze::ChangesOf(table)[1].rfind(
+            std::string("no alarm, because it was measured otherwise: ") + c.sentence + ", measured ", 0),
+        0U);
   }
 }
 
