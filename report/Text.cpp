@@ -27,7 +27,9 @@ const char* StateInWords(const ComparedEvent& row) {
 std::string DeviationText(const Deviation& deviation, int digits) {
   if (!deviation.compared) return "- ";
   return Format(deviation.absolute ? "%.*f" : "%+.*f", digits, NoMinusZero(deviation.value, digits)) +
-         (deviation.exceeded ? "!" : deviation.contradicted ? "~" : " ");
+         (deviation.exceeded       ? "!"
+          : deviation.contradicted ? "~"
+                                   : " ");
 }
 
 std::string LaunchInWords(const QualityTable& table) {
