@@ -30,9 +30,12 @@ MaybeMeasured Known(const MaybeMeasured& measured) {
   return measured && measured->deviation < kMostDeviation ? measured : std::nullopt;
 }
 
+// Deviation of a sum of two that know nothing of each other.
+double Together(double one, double other) { return std::sqrt(one * one + other * other); }
+
 MaybeMeasured ChangeOf(const MaybeMeasured& before, const MaybeMeasured& now) {
   if (!before || !now) return std::nullopt;
-  return Known(Measured{now->value - before->value, std::hypot(now->deviation, before->deviation)});
+  return Known(Measured{now->value - before->value, Together(now->deviation, before->deviation)});
 }
 
 // The same place in two tables: the comparison laid the events of one on the other trace.
@@ -164,7 +167,7 @@ class Judge {
       const MaybeMeasured db = section < events_.size() ? events_[section].SectionDb() : std::nullopt;
       if (!db) continue;
       loss.value += std::max(db->value, 0.0);
-      loss.deviation = std::hypot(loss.deviation, db->deviation);
+      loss.deviation = Together(loss.deviation, db->deviation);
     }
     return loss;
   }

@@ -163,7 +163,7 @@ class Fitter {
   // path as fast as it may be goes with the fast one.
   static NormalEquations::Step StepWithin(const LinkModel& model, const NormalEquations& equations,
                                           double damping) {
-    const NormalEquations::Step step = equations.Solve(damping);
+    NormalEquations::Step step = equations.Solve(damping);
     std::vector<int> stuck;
     const auto check = [&](Eigen::Index parameter, bool isLowest, bool isHighest) {
       const double by = step.by(parameter);
