@@ -60,9 +60,9 @@ struct Deviation {
   bool compared = false;  // there was something to compare
   bool exceeded = false;  // the limit was
   double limit = 0.0;     // dB or dB/km
-  // The same, measured on both traces, dB or dB/km, and the standard deviation of its error; none where one
-  // of the traces does not tell.
-  std::optional<double> measured, measuredSd;
+  // The same, measured on both traces, dB or dB/km; none where one of the traces does not tell.
+  std::optional<double> measured;
+  std::optional<double> measuredSd;  // standard deviation of its error, in the same unit
   // The limit would be exceeded, but `measured` lies within it by more than three deviations: no alarm.
   bool contradicted = false;
 };
