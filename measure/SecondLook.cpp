@@ -281,7 +281,7 @@ std::vector<SecondLook::Missing> SecondLook::AllMissing(const std::vector<Sample
     place.reflects = reflects;
     place.reflection = reflects ? peak.size : 0.0;
     if (!IsFree(fit.model, i, place.km)) continue;
-    // A place lies further off the larger the noise is against the step, by its square.
+    // The less a step stands out from the noise, the further off it may be told.
     const double offKm = reflects ? 0.0 : 4.0 * fit.model.pulseKm / std::fabs(step.score);
     all.push_back({i, false, reflects ? peak.score : std::fabs(step.score), place, reflects ? 0.0 : step.size,
                    std::max(fit.model.pulseKm, offKm)});

@@ -16,6 +16,7 @@
 #include "lib/LoadedRecord.h"
 #include "measure/Plausible.h"
 #include "score/HardLinks.h"
+#include "score/KeptTrace.h"
 #include "score/MeasureScore.h"
 #include "score/RandomLinks.h"
 #include "src/analysis/th.h"
@@ -159,19 +160,12 @@ class Program {
   void KeepWorst() {
     std::stable_sort(kept_.begin(), kept_.end(),
                      [](const Kept& a, const Kept& b) { return a.badness > b.badness; });
-    mkdir(options_.keep.c_str(), 0777);
     for (size_t i = 0; i < kept_.size() && i < static_cast<size_t>(options_.keepCount); ++i) {
-      const std::string base = options_.keep + "/" + kept_[i].name;
-      sim::SimulatedTrace trace = sim::Simulate(kept_[i].link, kept_[i].seed);
-      trace.record->FxdParams->SetLT(options_.ltDb);
-      trace.record->FxdParams->SetRT(options_.rtDb);
-      trace.record->FxdParams->SetET(options_.etDb);
-      SaveTogether({{base + ".sor", RecordBytes(*trace.record, base)}});
-      SaveTogether({{base + ".link.json", sim::JsonOfLink(kept_[i].link).dump(1) + "\n"}});
-      SaveTogether({{base + ".truth.json",
-                     sim::JsonOfTruth(base + ".sor", *trace.record, trace.truth).dump(1) + "\n"}});
-      SaveTogether({{base + ".txt", kept_[i].account}});
-      std::fprintf(stderr, "kept %s (badness %g)\n", base.c_str(), kept_[i].badness);
+      SaveKept(options_.keep,
+               {kept_[i].name, kept_[i].link, kept_[i].seed, options_.ltDb, options_.rtDb, options_.etDb});
+      SaveTogether({{options_.keep + "/" + kept_[i].name + ".txt", kept_[i].account}});
+      std::fprintf(stderr, "kept %s/%s (badness %g)\n", options_.keep.c_str(), kept_[i].name.c_str(),
+                   kept_[i].badness);
     }
   }
 

@@ -5,15 +5,14 @@
 
 #include <unistd.h>
 
-#include <sys/stat.h>
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <iostream>
 
-#include "lib/LoadedRecord.h"
 #include "lib/Text.h"
 #include "measure/Plausible.h"
+#include "score/KeptTrace.h"
 #include "score/RandomLinks.h"
 #include "score/Score.h"
 #include "sim/Simulate.h"
@@ -125,18 +124,11 @@ class Scorecard {
   void KeepWorst() {
     std::stable_sort(kept_.begin(), kept_.end(),
                      [](const Kept& a, const Kept& b) { return a.badness > b.badness; });
-    mkdir(options_.keep.c_str(), 0777);
     for (size_t i = 0; i < kept_.size() && i < static_cast<size_t>(options_.keepCount); ++i) {
-      const std::string base = options_.keep + "/" + kept_[i].name;
-      sim::SimulatedTrace trace = sim::Simulate(kept_[i].link, kept_[i].seed);
-      trace.record->FxdParams->SetLT(options_.ltDb);
-      trace.record->FxdParams->SetRT(options_.rtDb);
-      trace.record->FxdParams->SetET(options_.etDb);
-      SaveTogether({{base + ".sor", RecordBytes(*trace.record, base)}});
-      SaveTogether({{base + ".link.json", sim::JsonOfLink(kept_[i].link).dump(1) + "\n"}});
-      SaveTogether({{base + ".truth.json",
-                     sim::JsonOfTruth(base + ".sor", *trace.record, trace.truth).dump(1) + "\n"}});
-      std::fprintf(stderr, "kept %s (%ld wrong)\n", base.c_str(), kept_[i].badness);
+      SaveKept(options_.keep,
+               {kept_[i].name, kept_[i].link, kept_[i].seed, options_.ltDb, options_.rtDb, options_.etDb});
+      std::fprintf(stderr, "kept %s/%s (%ld wrong)\n", options_.keep.c_str(), kept_[i].name.c_str(),
+                   kept_[i].badness);
     }
   }
 
