@@ -86,6 +86,15 @@ Made QualityFor(const Trace& trace, const std::optional<Trace>& longPulse, int l
   });
 }
 
+Made SheetFor(const Trace& trace, bool measure) {
+  return Unlocked([&]() -> Made {
+    const Sheet sheet = SheetOf(trace, {measure});
+    std::map<std::string, std::string> texts = TextsOf(sheet);
+    texts["csv"] = SheetCsvHeader(sheet.measurement) + CsvOf(sheet);
+    return {std::move(texts), sheet.warnings};
+  });
+}
+
 Made FilterFor(const Trace& trace, const std::string& kind, std::optional<double> level) {
   FilterOptions options;
   options.level = level;
@@ -127,6 +136,11 @@ void BindWork(py::module_& module) {
   module.def("compare", CompareFor);
   module.def("merge", MergeFor);
   module.def("quality", QualityFor);
+  module.def("show", SheetFor);
+  module.def("meaning", [](const std::string& code, const std::string& technique) {
+    const CodeMeaning meaning = MeaningOf(code, technique);
+    return pybind11::make_tuple(meaning.words, meaning.known, meaning.byHand, meaning.endsFibre);
+  });
   module.def("filter", FilterFor);
   module.def("simulate", SimulateFor);
   module.def("dump", [](const Trace& trace, bool samples, bool native, bool asText) {

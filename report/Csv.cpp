@@ -4,9 +4,6 @@
 #include "report/Words.h"
 
 namespace reflyze {
-namespace {
-
-constexpr int kDeviationDecimals = 5;  // the least deviations are of some 0.0001 dB/km
 
 std::string CsvText(const std::string& text) {
   std::string quoted = "\"";
@@ -16,6 +13,10 @@ std::string CsvText(const std::string& text) {
   }
   return quoted + "\"";
 }
+
+namespace {
+
+constexpr int kDeviationDecimals = 5;  // the least deviations are of some 0.0001 dB/km
 
 }  // namespace
 

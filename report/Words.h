@@ -21,6 +21,9 @@ std::string SdText(std::optional<double> sd, int decimals);
 // A text with blanks behind it. Its width counts letters, not bytes.
 std::string PaddedRight(const std::string& text, size_t width);
 
+// A text as a field of CSV, in quotes.
+std::string CsvText(const std::string& text);
+
 const char* Word(Measurable measurable);
 const char* Word(LaunchState launch);
 // Which direction has seen an event itself: "a", "b" or "both".

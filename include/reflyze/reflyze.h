@@ -13,6 +13,7 @@
 #include "reflyze/monitor.h"
 #include "reflyze/quality.h"
 #include "reflyze/report.h"
+#include "reflyze/show.h"
 #include "reflyze/simulate.h"
 #include "reflyze/text.h"
 #include "reflyze/trace.h"

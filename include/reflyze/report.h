@@ -9,6 +9,7 @@
 #include "reflyze/merge.h"
 #include "reflyze/monitor.h"
 #include "reflyze/quality.h"
+#include "reflyze/show.h"
 #include "reflyze/simulate.h"
 
 // The values of the library as texts: what the program prints. Texts end with a line end. JSON is one line;
@@ -22,6 +23,7 @@ REFLYZE_API std::string TextOf(const Comparison& comparison);  // of a compariso
 REFLYZE_API std::string TextOf(const MergedTable& table);      // of a merge
 REFLYZE_API std::string TextOf(const QualityTable& table);     // of how far to believe a trace
 REFLYZE_API std::string TextOf(const FilterTable& table);      // of a filter
+REFLYZE_API std::string TextOf(const Sheet& sheet);            // of a file's card and its own table
 REFLYZE_API std::string TextOf(const Simulation& simulation);  // of a simulated link
 
 REFLYZE_API std::string JsonOf(const EventTable& table);       // of an analysis
@@ -30,6 +32,7 @@ REFLYZE_API std::string JsonOf(const Comparison& comparison);  // of a compariso
 REFLYZE_API std::string JsonOf(const MergedTable& table);      // of a merge
 REFLYZE_API std::string JsonOf(const QualityTable& table);     // of how far to believe a trace
 REFLYZE_API std::string JsonOf(const FilterTable& table);      // of a filter
+REFLYZE_API std::string JsonOf(const Sheet& sheet);            // of a file's card and its own table
 // The truth in the shape of a table of events; several lines with an indent above 0.
 REFLYZE_API std::string JsonOf(const Simulation& simulation, int indent = -1);
 
@@ -38,6 +41,17 @@ REFLYZE_API std::string JsonOf(const Simulation& simulation, int indent = -1);
 REFLYZE_API std::string CsvOf(const EventTable& table);
 // The heading of such tables, with units.
 REFLYZE_API std::string CsvHeader(Measurement measurement = Measurement::kDone);
+
+// The rows of a sheet, one line each, without the heading; with more columns where it was to be measured.
+REFLYZE_API std::string CsvOf(const Sheet& sheet);
+// The heading of such tables, with units.
+REFLYZE_API std::string SheetCsvHeader(Measurement measurement = Measurement::kNone);
+
+// The points of a trace, a line each: distance from the user's zero in km, and level in dB. With `named`, the
+// name of the file stands in front, for a table of several traces.
+REFLYZE_API std::string CurveCsv(const Trace& trace, bool named = false);
+// The heading of such tables, with units.
+REFLYZE_API std::string CurveCsvHeader(bool named = false);
 
 // What a dump shows.
 struct DumpOptions {

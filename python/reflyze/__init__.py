@@ -11,21 +11,24 @@ from ._results import (
     MergedTable,
     QualityTable,
     Result,
+    Sheet,
     Simulation,
 )
 from ._trace import Note, Trace, from_bytes, open
 from ._values import (
     Card,
+    CodeMeaning,
     ComparedEvent,
     Event,
     JudgedEvent,
     MergedEvent,
     ModuleAnswer,
     Reason,
+    SheetEvent,
     Thresholds,
     TrueEvent,
 )
-from ._work import analyse, baseline, compare, dump, dump_text, filter, merge, quality, simulate
+from ._work import analyse, baseline, compare, dump, dump_text, filter, meaning_of, merge, quality, show, simulate
 
 __version__ = _core.library_version()
 module_version = _core.module_version()
@@ -33,6 +36,7 @@ module_version = _core.module_version()
 __all__ = [
     "Baseline",
     "Card",
+    "CodeMeaning",
     "ComparedEvent",
     "Comparison",
     "Error",
@@ -47,6 +51,8 @@ __all__ = [
     "QualityTable",
     "Reason",
     "Result",
+    "Sheet",
+    "SheetEvent",
     "Simulation",
     "Thresholds",
     "Trace",
@@ -61,9 +67,11 @@ __all__ = [
     "dump_text",
     "filter",
     "from_bytes",
+    "meaning_of",
     "merge",
     "module_version",
     "open",
     "quality",
+    "show",
     "simulate",
 ]

@@ -19,6 +19,9 @@ from ._values import (
     Level,
     MergedEvent,
     Reason,
+    SheetCard,
+    SheetEvent,
+    SheetTotals,
     Stretch,
     Thresholds,
     TrueEvent,
@@ -228,6 +231,28 @@ class QualityTable(Result):
     def _about(self) -> str:
         reach = "no fibre" if self.measurable_km is None else f"measurable to {self.measurable_km:.4f} km"
         return f"quality of {self.file}: {len(self.events)} events, {reach}"
+
+
+@dataclass(frozen=True, repr=False, eq=False)
+class Sheet(Result):
+    """What a file says of itself, and what is measured beside it."""
+
+    file: str
+    bytes: int
+    revision: int  #: 200 for issue 2 of SR-4731
+    card: SheetCard
+    length_km: Optional[float]
+    total_loss_db: Optional[float]
+    orl_db: Optional[float]
+    events: Tuple[SheetEvent, ...]
+    measured: Optional[SheetTotals] = None  #: None unless it was asked for
+
+    def to_csv(self) -> str:
+        """The program's CSV, with its heading."""
+        return self._made.text("csv")
+
+    def _about(self) -> str:
+        return f"sheet of {self.file}: {len(self.events)} events, {self.card.points} points"
 
 
 @dataclass(frozen=True, repr=False, eq=False)

@@ -222,6 +222,113 @@ class JudgedEvent:
 
 
 @dataclass(frozen=True)
+class CodeMeaning:
+    """What an event code says."""
+
+    words: str
+    known: bool  #: all of it is of the standard
+    by_hand: bool  #: a person has added or moved the event
+    ends_fibre: bool  #: the fibre ends there, or leaves the range
+
+
+@dataclass(frozen=True)
+class SheetCard:
+    """What a file says of its fibre, its instrument, and how the trace was taken; None where it does not."""
+
+    cable: str
+    fibre: str
+    cable_code: str
+    fibre_type: Optional[int]
+    from_: str
+    to: str
+    direction: Optional[str]  #: ST, RT (from the other end), DT, RF
+    state: Optional[str]  #: BC as built, CC as it was at the time, RC as repaired, OT other
+    date_utc: Optional[str]
+    date_local: Optional[str]  #: by the clock of this place
+    operator: str
+    comment: str
+    supplier: str
+    instrument: str
+    instrument_serial: str
+    module: str
+    module_serial: str
+    software: str
+    wavelength_nm: float
+    nominal_nm: float
+    pulse_ns: float
+    points: int
+    spacing_m: Optional[float]
+    range_km: Optional[float]
+    first_km: Optional[float]  #: where the first point stands
+    group_index: float
+    backscatter_db: Optional[float]
+    averages: Optional[int]
+    averaging_time: Optional[int]  #: as stored: tenths of a second by the standard, seconds from many makers
+    user_offset_km: Optional[float]
+    noise_floor_db: Optional[float]
+    thresholds: Thresholds
+
+
+@dataclass(frozen=True)
+class SheetTotals:
+    """Length and sums of a link."""
+
+    length_km: Optional[float]
+    total_loss_db: Optional[float]
+    orl_db: Optional[float]
+
+
+@dataclass(frozen=True)
+class MeasuredBeside:
+    """What was measured where a file lists an event, or where it lists none."""
+
+    distance_km: float
+    distance_sd_m: Optional[float]
+    code: str
+    loss_db: Optional[float]
+    loss_sd_db: Optional[float]
+    reflectance_db: Optional[float]
+    reflectance_sd_db: Optional[float]
+    reflectance_at_least: bool
+    attenuation_db_per_km: Optional[float]
+    attenuation_sd_db_per_km: Optional[float]
+    probability: Optional[float]
+
+
+@dataclass(frozen=True)
+class SheetDifference:
+    """What was measured less what the file has."""
+
+    distance_m: Optional[float]
+    loss_db: Optional[float]
+    reflectance_db: Optional[float]
+    attenuation_db_per_km: Optional[float]
+
+
+@dataclass(frozen=True)
+class SheetEvent:
+    """An event of a file; all but the last two are None for one that only measuring has found."""
+
+    number: Optional[int]
+    ept: Optional[int]
+    distance_km: Optional[float]
+    type: Optional[str]
+    code: Optional[str]
+    technique: Optional[str]
+    meaning: Optional[str]  #: the code in words
+    by_hand: Optional[bool]  #: a person has added or moved it
+    loss_db: Optional[float]
+    reflectance_db: Optional[float]
+    reflectance_at_least: Optional[bool]
+    attenuation_db_per_km: Optional[float]
+    cumulated_db: Optional[float]
+    markers: Optional[Tuple[int, ...]]
+    comment: Optional[str]
+    measured: Optional[MeasuredBeside] = None
+    difference: Optional[SheetDifference] = None
+
+
+@dataclass(frozen=True)
 class FilterPlaces:
     """The same quantity at three points of what the filter found."""
 
@@ -273,10 +380,14 @@ def _types_of(kind: type) -> Dict[str, Any]:
 
 
 def from_json(kind: Type[Value], members: Mapping[str, Any]) -> Value:
-    """A value from the members of a JSON object that have its names; None where one may be missing and is."""
+    """A value from the members of a JSON object that have its names; None where one may be missing and is.
+
+    A name that Python has for itself has an underscore behind it.
+    """
     types = _types_of(kind)
-    names = [field.name for field in fields(kind) if field.name in members or _inside(types[field.name])[1]]
-    return kind(**{name: _converted(types[name], members.get(name)) for name in names})
+    keys = {field.name: field.name.rstrip("_") for field in fields(kind)}
+    names = [name for name, key in keys.items() if key in members or _inside(types[name])[1]]
+    return kind(**{name: _converted(types[name], members.get(keys[name])) for name in names})
 
 
 def _inside(kind: Any) -> Tuple[Any, bool]:

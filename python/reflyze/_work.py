@@ -16,11 +16,13 @@ from ._results import (
     FilterTable,
     MergedTable,
     QualityTable,
+    Sheet,
     Simulation,
     Stored,
     result,
 )
 from ._trace import Path, Trace, file_name, open, text
+from ._values import CodeMeaning
 
 Source = Union[Trace, Stored, Path]
 
@@ -163,6 +165,20 @@ def quality(trace: Source, *, long_pulse: Optional[Source] = None, last_percent:
     longer = None if long_pulse is None else _trace(long_pulse)._held
     made = _core.quality(taken._held, longer, _whole("last_percent", last_percent, 100))
     return result(QualityTable, made, taken._encoding)
+
+
+def show(trace: Source, *, measure: bool = False) -> Sheet:
+    """What a file says of itself: its card and its own event table, codes in words.
+
+    `measure` sets beside it what is measured on the trace, with the differences.
+    """
+    taken = _trace(trace)
+    return result(Sheet, _core.show(taken._held, bool(measure)), taken._encoding)
+
+
+def meaning_of(code: str, technique: str = "") -> CodeMeaning:
+    """What an event code of SR-4731 says, such as "1F9999"; its technique may stand behind it."""
+    return CodeMeaning(*_core.meaning(text("code", code), text("technique", technique)))
 
 
 def filter(trace: Source, *, kind: str = "auto", level: Optional[float] = None) -> FilterTable:

@@ -17,12 +17,15 @@ Call = Callable[[], reflyze.Result]
 
 
 def same_names(value: Any, member: Any) -> None:
-    """Attributes have the names and values of the JSON, and none more but warnings."""
+    """Attributes have the names and values of the JSON, and none more but warnings.
+
+    A name that Python has for itself has an underscore behind it.
+    """
     if isinstance(member, dict) and dataclasses.is_dataclass(value):
-        fields = {field.name for field in dataclasses.fields(value)}
-        assert set(member) - {"warnings"} <= fields
-        for name in fields:
-            same_names(getattr(value, name), member.get(name))
+        fields = {field.name.rstrip("_"): field.name for field in dataclasses.fields(value)}
+        assert set(member) - {"warnings"} <= set(fields)
+        for key, name in fields.items():
+            same_names(getattr(value, name), member.get(key))
     elif isinstance(member, list):
         assert len(value) == len(member)
         for one, other in zip(value, member):
@@ -75,6 +78,13 @@ def test_one_trace(trace: str, tmp_path: pathlib.Path) -> None:
     check(lambda: reflyze.quality(trace), "quality", trace)
     check(lambda: reflyze.quality(trace, long_pulse=METRO, last_percent=30), "quality", trace,
           "--long-pulse", METRO, "--last-percent", "30")  # fmt: skip
+    for options, measure in (([], False), (["--measure"], True)):
+        sheet = check(lambda: reflyze.show(trace, measure=measure), "show", trace, *options)
+        if isinstance(sheet, reflyze.Sheet):
+            assert sheet.to_csv() == program("show", trace, *options, "--format", "csv").out
+            words = [reflyze.meaning_of(event.code, event.technique or "").words for event in sheet.events if event.code]
+            assert words == [event.meaning for event in sheet.events if event.code]
+            assert sheet.card.from_ == reflyze.open(trace).card.from_
     for kind in ("auto", "fast", "kernel"):
         smooth = check(lambda: reflyze.filter(trace, kind=kind), "filter", trace, "-o", out, "--kind", kind)
         if isinstance(smooth, reflyze.FilterTable):
