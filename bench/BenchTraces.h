@@ -2,6 +2,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "sor/sorData.h"
 #include "src/analysis/th.h"
@@ -19,6 +21,13 @@ enum class Change { kNothing, kBreak };
 std::unique_ptr<TSorData> MetroBaseline(long points);
 // A later trace of it; a break lies in its sixth section.
 std::unique_ptr<TSorData> LaterTrace(long points, Change change);
+
+// One trace of each kind that users have, from an access network to a submarine link, and of each size.
+struct NamedTrace {
+  std::string name;
+  std::unique_ptr<TSorData> record;
+};
+std::vector<NamedTrace> FieldTraces();
 
 std::unique_ptr<TSorData> CopyOf(const TSorData& trace);
 
