@@ -58,29 +58,118 @@ constexpr float kAnyFallDb = 100.0F;  // no trace falls so far
 
 // How a step shows: it slides over the pulse, the receiver follows, the filter has averaged. As a share of
 // the step, by points from its begin.
-class Edge {
- public:
+struct Edge {
   // `lag` is the time constant of the receiver as a share of the pulse.
-  Edge(long pulsePoints, double lag, long meanPoints, long points) : share_(static_cast<size_t>(points)) {
+  Edge(long pulsePoints, double lag, long meanPoints, long points)
+      : share(static_cast<size_t>(points)), sum(share.size() + 1), squares(share.size() + 1) {
     const double pulse = static_cast<double>(std::max(pulsePoints, 1L));
     const double keep = lag > 0 ? elementary::Exp(-1.0 / (lag * pulse)) : 0.0;
-    std::vector<double> received(share_.size());
-    double last = 0, sum = 0;
+    std::vector<double> received(share.size());
+    double last = 0, inWindow = 0;
     const auto window = static_cast<size_t>(std::max(meanPoints, 1L));
-    for (size_t i = 0; i < share_.size(); ++i) {
+    for (size_t i = 0; i < share.size(); ++i) {
       last += (1 - keep) * (std::min(static_cast<double>(i) / pulse, 1.0) - last);
       received[i] = last;
-      sum += last - (i >= window ? received[i - window] : 0.0);
-      share_[i] = sum / static_cast<double>(window);
+      inWindow += last - (i >= window ? received[i - window] : 0.0);
+      share[i] = inWindow / static_cast<double>(window);
+      sum[i + 1] = sum[i] + share[i];
+      squares[i + 1] = squares[i] + share[i] * share[i];
     }
   }
-  double operator[](long point) const {
-    if (point < 0) return 0.0;
-    return share_[std::min(static_cast<size_t>(point), share_.size() - 1)];
+
+  std::vector<double> share;
+  std::vector<double> sum, squares;  // of the first 0, 1, 2 ... shares
+};
+
+// Where a step of a stretch begins, by least squares of edges against its levels, less the slope.
+class EdgeFit {
+ public:
+  // The points of the stretch, and the begins among them that are tried.
+  struct Span {
+    long first, end, lowest, highest;
+  };
+  // `loss` is whether the level falls; an edge that goes the other way is none.
+  EdgeFit(const TraceLevels& levelDb, const Span& span, float slopeDb, bool loss, long begin)
+      : span_(span), loss_(loss), begin_(begin) {
+    for (long i = span.first; i < span.end; ++i) {
+      const double offDb = levelDb[i] - levelDb[span.first] + static_cast<double>(i - span.first) * slopeDb;
+      offDb_.push_back(offDb);
+      sumDb_ += offDb;
+      squaresDb2_ += offDb * offDb;
+    }
   }
 
+  // The error has one valley: a coarse grid finds it, halving steps its bottom.
+  void Try(const Edge& edge) {
+    long grid = std::max((span_.highest - span_.lowest) / 32, 1L);
+    for (long t = span_.lowest; t <= span_.highest; t += kAtOnce * grid) TryGroup(edge, t, grid);
+    while (grid > 1) {
+      grid = (grid + 1) / 2;
+      const long best = begin_;
+      TryGroup(edge, best - grid, 2 * grid, 2);
+    }
+  }
+
+  // The best begin so far, at first the one that was given.
+  long begin() const { return begin_; }
+
  private:
-  std::vector<double> share_;
+  static constexpr long kAtOnce = 4;
+
+  // Those of `count` begins, `step` points apart, that are to be tried.
+  void TryGroup(const Edge& edge, long t, long step, long count = kAtOnce) {
+    if (t < span_.lowest) {
+      t += step;
+      --count;
+    }
+    while (count > 0 && t + (count - 1) * step > span_.highest) --count;
+    double productsDb[kAtOnce];
+    SumProducts(edge, t, step, count, productsDb);
+    for (long k = 0; k < count; ++k) {
+      const double errorDb2 = ErrorDb2(edge, t + k * step, productsDb[k]);
+      if (!(errorDb2 < leastDb2_)) continue;
+      leastDb2_ = errorDb2;
+      begin_ = t + k * step;
+    }
+  }
+
+  // For each of these begins, what the edge and the levels behind it have in common. The sums are made side
+  // by side, each in the order of its points: one by itself would wait for each of its additions.
+  void SumProducts(const Edge& edge, long t, long step, long count, double* sums) const {
+    const double* share = edge.share.data();
+    const double* offDb = offDb_.data() + (t - span_.first);
+    const long points = span_.end - t;
+    long together = 0;
+    std::fill(sums, sums + kAtOnce, 0.0);
+    if (count == kAtOnce) {
+      for (; together < points - (kAtOnce - 1) * step; ++together) {
+        for (long k = 0; k < kAtOnce; ++k) sums[k] += share[together] * offDb[k * step + together];
+      }
+    }
+    for (long k = 0; k < count; ++k) {
+      for (long i = together; i < points - k * step; ++i) sums[k] += share[i] * offDb[k * step + i];
+    }
+  }
+
+  // Squared error of the edge at a point, with those levels on both sides that fit best. Infinite where they
+  // make a step the other way.
+  double ErrorDb2(const Edge& edge, long t, double productsDb) const {
+    constexpr double kNoFit = std::numeric_limits<double>::infinity();
+    const auto behind = static_cast<size_t>(span_.end - t);
+    const double n = static_cast<double>(offDb_.size()), x = edge.sum[behind], xx = edge.squares[behind];
+    const double determinant = n * xx - x * x;
+    if (determinant < 1e-9) return kNoFit;
+    const double riseDb = (n * productsDb - x * sumDb_) / determinant;
+    if ((riseDb < 0) != loss_) return kNoFit;
+    return std::max(squaresDb2_ - (sumDb_ - riseDb * x) / n * sumDb_ - riseDb * productsDb, 0.0);
+  }
+
+  const Span span_;
+  const bool loss_;
+  std::vector<double> offDb_;  // levels of the stretch less the slope, over the first
+  double sumDb_ = 0.0, squaresDb2_ = 0.0;
+  double leastDb2_ = std::numeric_limits<double>::infinity();
+  long begin_;
 };
 
 class SpliceEventSearch {
@@ -344,49 +433,11 @@ class SpliceEventSearch {
     const long first = std::max(at - recoverPts_, s_);
     const long end = std::min(at + 2 * recoverPts_ + mean, z_);
     const long lowest = std::max(first, s_ + 1), highest = std::min(at + recoverPts_, end - 1);
-    double leastDb2 = std::numeric_limits<double>::infinity();
-    long begin = std::clamp(at, s_ + 1, std::max(z_ - 1, s_ + 1));
-    for (const double lag : kLags) {
-      const Edge edge(pulsePts_ - 1, lag, mean, std::max(end - lowest, 1L));
-      const auto tryAt = [&](long t) {
-        const double errorDb2 = t < lowest || t > highest ? leastDb2 : ErrorDb2(edge, t, first, end, lossDb);
-        if (!(errorDb2 < leastDb2)) return;
-        leastDb2 = errorDb2;
-        begin = t;
-      };
-      // The error has one valley: a coarse grid finds it, halving steps its bottom.
-      long grid = std::max((highest - lowest) / 32, 1L);
-      for (long t = lowest; t <= highest; t += grid) tryAt(t);
-      while (grid > 1) {
-        grid = (grid + 1) / 2;
-        const long best = begin;
-        tryAt(best - grid);
-        tryAt(best + grid);
-      }
-    }
-    return begin;
-  }
-
-  // Squared error of the edge at a point, with those levels on both sides that fit best. Infinite where they
-  // make a step the other way.
-  double ErrorDb2(const Edge& edge, long t, long first, long end, float lossDb) const {
-    constexpr double kNoFit = std::numeric_limits<double>::infinity();
-    double n = 0, x = 0, xx = 0, y = 0, xy = 0, yy = 0;
-    for (long i = first; i < end; ++i) {
-      const double share = edge[i - t];
-      const double offDb = levelDb_[i] - levelDb_[first] + static_cast<double>(i - first) * slopeDb_;
-      n += 1;
-      x += share;
-      xx += share * share;
-      y += offDb;
-      xy += share * offDb;
-      yy += offDb * offDb;
-    }
-    const double determinant = n * xx - x * x;
-    if (determinant < 1e-9) return kNoFit;
-    const double riseDb = (n * xy - x * y) / determinant;
-    if ((riseDb < 0) != (lossDb > 0)) return kNoFit;
-    return std::max(yy - (y - riseDb * x) / n * y - riseDb * xy, 0.0);
+    const long begin = std::clamp(at, s_ + 1, std::max(z_ - 1, s_ + 1));
+    if (lowest > highest) return begin;
+    EdgeFit fit(levelDb_, {first, end, lowest, highest}, slopeDb_, lossDb > 0.0F, begin);
+    for (const double lag : kLags) fit.Try(Edge(pulsePts_ - 1, lag, mean, end - lowest));
+    return fit.begin();
   }
 
   TSorData* sor_;
