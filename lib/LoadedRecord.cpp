@@ -83,18 +83,27 @@ void RequireTrace(const LoadedRecord& loaded) {
              StretchWarning(*loaded.record) + "; take one out first: reflyze copy IN OUT --native --trace N");
 }
 
+// Where the stream ended in an error and a linear trace could be made nonetheless, nothing is missing: the
+// error came in the last block.
+bool IsBrokenOff(const LoadedRecord& loaded, bool readThrough) {
+  if (!loaded.Truncated() || loaded.state == sfEndOfData) return false;
+  if (readThrough && loaded.record->GetDataType() != dtTC) return false;
+  return loaded.record->EmbData->GetEmbData(TEmbData1E::kLinearTrace) == nullptr;
+}
+
 }  // namespace
+
+void MakeLinearTrace(const LoadedRecord& loaded) {
+  std::call_once(loaded.points->linearOnce, [&] {
+    if (loaded.brokenOff || loaded.record->EmbData->GetEmbData(TEmbData1E::kLinearTrace) != nullptr) return;
+    CallEngine(loaded.name, "is not a record that can be held", [&] { loaded.record->SetLinf(); });
+  });
+}
 
 bool LoadedRecord::Truncated() const { return state != sfOk; }
 
-// The linear trace is the last thing that a reading makes. Temperature traces have none.
-bool LoadedRecord::BrokenOff() const {
-  return state != sfOk && state != sfEndOfData &&
-         record->EmbData->GetEmbData(TEmbData1E::kLinearTrace) == nullptr;
-}
-
 void RequireReadThrough(const LoadedRecord& loaded) {
-  if (!loaded.BrokenOff()) return;
+  if (!loaded.brokenOff) return;
   const StoredBlock block = FirstMisplaced(loaded);
   Unreadable(loaded.name,
              "is damaged: a block is not where the map puts it, or leads nowhere (stream state " +
@@ -125,8 +134,10 @@ LoadedRecord ReadRecord(const std::string& given, std::vector<char> bytes, const
   CallEngine(loaded.name, "is not a record that can be held", [&] {
     CheckMap(loaded.name, loaded.bytes);
     TSorFile file(static_cast<const char*>(loaded.bytes.data()), loaded.bytes.size());
-    loaded.record->Read(&file);
+    file.KeepNoChecksum();
+    const bool readThrough = loaded.record->ReadWithoutLinf(&file);
     loaded.state = file.state;
+    loaded.brokenOff = IsBrokenOff(loaded, readThrough);
   });
   if (NestingDepth(*loaded.record) > kDeepestNesting)
     Unreadable(loaded.name, "holds records nested more than 16 deep");
@@ -152,6 +163,7 @@ LoadedRecord ForMeasuring(Trace trace) {
   LoadedRecord loaded = std::move(trace).Take();
   // A trace that was taken out of a file of several has been checked there.
   if (!loaded.fromFirstSample) RequireTrace(loaded);
+  MakeLinearTrace(loaded);
   CountTimesFromFirstSample(loaded);
   return loaded;
 }

@@ -16,9 +16,11 @@ namespace reflyze {
 struct Points {
   std::once_flag once;
   std::vector<double> levelsDb, distancesKm;
+  std::once_flag linearOnce;  // the linear trace of the record
 };
 
-// A record as it was read, with what a listing tells of its file.
+// A record as it was read, with what a listing tells of its file. It has no linear trace until it is to be
+// measured, or shown to somebody who may measure it: most readings never come to that.
 struct LoadedRecord {
   std::string given;        // the name as it was given
   std::string name;         // the same for messages, or "standard input"
@@ -30,10 +32,11 @@ struct LoadedRecord {
   TextEncoding texts;                 // how to read the texts of the record
   std::unique_ptr<Points> points = std::make_unique<Points>();
 
-  bool Truncated() const;  // ended before its map said
   // Whether the reading was broken off at a block that can't be placed. The record was then not brought into
   // line.
-  bool BrokenOff() const;
+  bool brokenOff = false;
+
+  bool Truncated() const;  // ended before its map said
 };
 
 // Reads the bytes of a file, which is shown under the name `given`. Throws Error kUnreadable for what is no
@@ -42,6 +45,10 @@ LoadedRecord ReadRecord(const std::string& given, std::vector<char> bytes, const
 
 // Reads the same bytes once more, for a caller that changes the record.
 LoadedRecord CopyOfLoaded(const LoadedRecord& loaded);
+
+// Makes the linear trace of a record that has none yet, as reading it for a host would have done. Several
+// threads may ask for it.
+void MakeLinearTrace(const LoadedRecord& loaded);
 
 // Makes a record ready to be measured as one trace, with times from the first sample (lib/UserOffset.h).
 // Throws Error kUnreadable for one that is broken off, can't be measured (lib/UsableTrace.h) or holds several

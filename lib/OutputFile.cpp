@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -194,15 +195,21 @@ std::vector<char> ReadFile(const std::string& name, std::size_t most) {
   struct stat info;
   if (stat(name.c_str(), &info) != 0) throw unreadable(std::strerror(errno));
   if (S_ISDIR(info.st_mode)) throw unreadable("is a folder");
-  std::ifstream in(name, std::ios::binary);
+  const std::unique_ptr<FILE, int (*)(FILE*)> in(std::fopen(name.c_str(), "rb"), std::fclose);
   if (!in) throw unreadable(std::strerror(errno));
-  std::vector<char> bytes;
-  char chunk[65536];
-  while (in.read(chunk, sizeof chunk), in.gcount() > 0) {
-    bytes.insert(bytes.end(), chunk, chunk + in.gcount());
-    if (bytes.size() > most) throw unreadable("is too large");
+  std::setvbuf(in.get(), nullptr, _IONBF, 0);
+  // A file is read in one piece, with room for a byte more, which stays empty. A pipe tells no size.
+  constexpr std::size_t kChunkBytes = 65536;
+  const std::size_t told = std::min(static_cast<std::size_t>(info.st_size), most);
+  std::vector<char> bytes(told > 0 ? told + 1 : kChunkBytes);
+  std::size_t size = 0;
+  while (size += std::fread(bytes.data() + size, 1, bytes.size() - size, in.get()), size == bytes.size()) {
+    if (size > most) break;
+    bytes.resize(2 * size);
   }
-  if (in.bad()) throw unreadable("cannot be read");
+  if (size > most) throw unreadable("is too large");
+  if (std::ferror(in.get()) != 0) throw unreadable("cannot be read");
+  bytes.resize(size);
   return bytes;
 }
 

@@ -138,7 +138,10 @@ LoadedRecord Trace::Take() && {
   return std::move(*loaded_);
 }
 
-const TSorData& RecordOf(const Trace& trace) { return *trace.Loaded().record; }
+const TSorData& RecordOf(const Trace& trace) {
+  MakeLinearTrace(trace.Loaded());
+  return *trace.Loaded().record;
+}
 
 const std::string& StoredRecord::Bytes() const {
   if (!kept_) throw Error(ErrorKind::kUnwritable, "", "there is no record to store");

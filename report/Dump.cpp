@@ -91,7 +91,11 @@ LoadedRecord ToList(const Trace& trace, const DumpOptions& options) {
   } else {
     listed = CopyOfLoaded(loaded);
   }
-  if (!options.native) DropDerivedData(*listed.record);
+  if (options.native) {
+    MakeLinearTrace(listed);
+  } else {
+    DropDerivedData(*listed.record);
+  }
   listed.warnings = TextsOf(DumpWarnings(trace));
   return listed;
 }

@@ -342,11 +342,15 @@ void TSorData::UpdateChildrenWithNewDataType() {
   if (DataPts != nullptr) DataPts->SetDataType(GetDataType());
 }
 
+// Without a floor of the scale linear values would count from 0 dB, the top of the trace.
+void TSorData::SettleFloorOfScale() {
+  if (QRTParams->MAX == 0) QRTParams->SetMAX(static_cast<float>(DataPts->GetMinLevel()));
+}
+
 long TSorData::SetLinf() {
   if (GetDataType() == dtTC) return 0;
   TEmbData1E* linf = EmbData->GetEmbData(TEmbData1E::kLinearTrace);
-  // Without a floor of the scale the linear values would count from 0 dB, the top of the trace.
-  if (QRTParams->MAX == 0) QRTParams->SetMAX(static_cast<float>(DataPts->GetMinLevel()));
+  SettleFloorOfScale();
   if (linf == nullptr) linf = AddEmbData(TEmbData1E::kLinearTrace);
   linf->SetWritable(false);
   const long points = DataPts->GetPointsNum();
@@ -354,7 +358,8 @@ long TSorData::SetLinf() {
   float* values = static_cast<float*>(linf->GetData());
   const reflyze::LevelView levels = DataPts->Levels();
   const reflyze::LinearScale scale = QRTParams->ToLinear();
-  for (long i = 0; i < points; ++i) values[i] = static_cast<float>(scale.LinOf(levels[i]));
+  reflyze::Pow5Run pow5;
+  for (long i = 0; i < points; ++i) values[i] = static_cast<float>(scale.LinOf(levels[i], pow5));
   return points;
 }
 

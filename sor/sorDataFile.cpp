@@ -92,18 +92,19 @@ class TSorData::Reader {
  public:
   Reader(TSorData& record, TSorFile& file) : record_(record), file_(file), budget_(file) {}
 
-  void Run() {
-    if (!ReadMap()) return;
+  // All but the linear trace. Whether the record was read through.
+  bool Run() {
+    if (!ReadMap()) return false;
     if (record_.Map->NB > 0) record_.MakeRoomForSpecial(record_.Map->NB);
-    if (!ReadBlocks(Wanted::kAll)) return;
+    if (!ReadBlocks(Wanted::kAll)) return false;
     record_.Revision = static_cast<short>(record_.Map->RevisionNo);
     CountPointsOfOnlyStretch();
     record_.FixScaleFactor();
     record_.FixNFScaleFactor();
-    record_.UpdateChildrenWithNewDataType();
+    BringLevelsIntoLine();
     record_.CalculateValues();
     record_.FixUserOffset();
-    record_.SetLinf();
+    return true;
   }
 
   // At the end the order differs from that of a full reading: levels and their range are worked out before
@@ -194,6 +195,16 @@ class TSorData::Reader {
     record_.Special[record_.SpecialCount++] = block.release();
   }
 
+  // The block has made levels of dB when it was read. A temperature trace needs others.
+  void BringLevelsIntoLine() {
+    const DataType type = record_.GetDataType();
+    if (type == dtTC || record_.DataPts->DataType == dtTC) {
+      record_.UpdateChildrenWithNewDataType();
+    } else {
+      record_.DataPts->DataType = type;
+    }
+  }
+
   // Some instruments leave the points of a stretch uncounted where it is the whole trace.
   void CountPointsOfOnlyStretch() {
     TSorBlockFixedParameters& fixed = *record_.FxdParams;
@@ -212,7 +223,19 @@ class TSorData::Reader {
 void TSorData::Read(TSorFile* file) {
   reflyze::Require(file != nullptr, "file");
   Init();
-  Reader(*this, *file).Run();
+  if (Reader(*this, *file).Run()) SetLinf();
+}
+
+bool TSorData::ReadWithoutLinf(TSorFile* file) {
+  reflyze::Require(file != nullptr, "file");
+  Init();
+  if (!Reader(*this, *file).Run()) return false;
+  if (EmbData->GetEmbData(TEmbData1E::kLinearTrace) != nullptr) {
+    SetLinf();  // in place of what the file brings along under that name
+  } else if (GetDataType() != dtTC) {
+    SettleFloorOfScale();
+  }
+  return true;
 }
 
 void TSorData::ReadMinimal(TSorFile* file) {
@@ -267,6 +290,7 @@ long TSorData::GetSize() { return Prepare(); }
 
 int TSorData::Read(const char* name, const char* mode) {
   TSorFile file(name, mode);
+  file.KeepNoChecksum();
   if (file.state == sfOk) Read(&file);
   return file.state;
 }

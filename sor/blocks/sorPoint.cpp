@@ -59,6 +59,20 @@ void FindMinMax(const Level& level, long first, long end, T* min, T* max, long& 
   }
 }
 
+// The lowest of some levels. Of 0 and -0 the first counts, of a first level that is no number that.
+float LowestOf(const float* levels, long count) {
+  constexpr long kLanes = 16;  // searched side by side
+  float lanes[kLanes];
+  std::fill(lanes, lanes + kLanes, levels[0]);
+  long n = 0;
+  for (; n + kLanes <= count; n += kLanes) {
+    for (long k = 0; k < kLanes; ++k) lanes[k] = levels[n + k] < lanes[k] ? levels[n + k] : lanes[k];
+  }
+  for (; n < count; ++n) lanes[0] = std::min(lanes[0], levels[n]);
+  const float lowest = *std::min_element(lanes, lanes + kLanes);
+  return lowest == 0.0f ? *std::find(levels, levels + count, 0.0f) : lowest;
+}
+
 }  // namespace
 
 // --- One sub-block ---
@@ -327,6 +341,8 @@ long TSorBlockDataPoints::GetHighest(long first, long end) const {
 }
 
 double TSorBlockDataPoints::GetMinLevel() const {
+  const long points = GetPointsNum();
+  if (points > 0 && static_cast<size_t>(points) <= levels_.size()) return LowestOf(levels_.data(), points);
   double min, max;
   long minIndex, maxIndex;
   GetMinMax(&min, &max, 0, GetPointsNum(), minIndex, maxIndex);

@@ -132,6 +132,8 @@ void TSorFile::SkipUtf16String() {
   }
 }
 
+void TSorFile::KeepNoChecksum() { backend->KeepNoChecksum(); }
+
 unsigned long TSorFile::Tell() { return backend->Tell(); }
 void TSorFile::Seek(unsigned long position) { backend->Seek(position); }
 

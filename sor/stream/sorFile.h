@@ -91,6 +91,10 @@ class REFLYZE_API TSorFile {
   // Passes over bytes up to and including the first pair of zero bytes, aligned or not.
   void SkipUtf16String();
 
+  // For a reader that has no use for the checksum, which takes as long as the reading: from now on `crc`
+  // stays as it is.
+  void KeepNoChecksum();
+
   unsigned long Tell();
   // An absolute position; the state becomes sfOk, or sfSeekError.
   void Seek(unsigned long position);

@@ -19,7 +19,7 @@ SorFileBackend::SorFileBackend(unsigned short* crc, int* state) : crc_(crc), sta
 SorFileBackend::~SorFileBackend() = default;
 
 void SorFileBackend::UpdateCrc(const char* bytes, unsigned long len) {
-  while (len > 0) {
+  while (crc_ != nullptr && len > 0) {
     const int part = static_cast<int>(std::min<unsigned long>(len, INT_MAX));
     crcHelper_.get_crc_ccitt(*crc_, bytes, part);
     bytes += part;

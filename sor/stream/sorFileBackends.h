@@ -54,6 +54,8 @@ class REFLYZE_API SorFileBackend {
   SorFileBackend& operator=(const SorFileBackend&) = delete;
   virtual ~SorFileBackend();
 
+  void KeepNoChecksum() { crc_ = nullptr; }
+
   // On failure the target keeps its value.
   virtual void Read(short& value) = 0;
   virtual void Read(unsigned short& value) = 0;
@@ -91,7 +93,7 @@ class REFLYZE_API SorFileBackend {
   void SetState(int state) { *state_ = state; }
 
  private:
-  unsigned short* crc_;
+  unsigned short* crc_;  // null where nobody asks for it
   int* state_;
   TCRC crcHelper_;
 };

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -221,6 +222,25 @@ TEST(SorDataFile, AfterAReading) {
   EXPECT_NEAR(record.QRTParams->GetMAX(), -30.0, 0.0011);
   EXPECT_NE(record.GetEmbData("LINF"), nullptr);
   EXPECT_EQ(record.OriginFlag, 1);
+
+  // The linear trace that is made afterwards is the one that a full reading makes. One that a file brings
+  // along is replaced at once, so that nobody takes it for that of the samples.
+  for (const bool broughtAlong : {false, true}) {
+    source.EmbData->Clear();
+    if (broughtAlong) source.EmbData->AddData(new TEmbData1E());
+    if (broughtAlong) source.EmbData->GetEmbData(0)->SetDescription("linf");
+    const Bytes given = BytesOf(source);
+    TSorFile stream(given.data(), given.size());
+    stream.KeepNoChecksum();
+    TSorData later;
+    EXPECT_TRUE(later.ReadWithoutLinf(&stream));
+    EXPECT_EQ(stream.crc, 0xFFFF);
+    EXPECT_EQ(later.GetEmbData("LINF") != nullptr, broughtAlong);
+    EXPECT_EQ(later.QRTParams->MAX, record.QRTParams->MAX);
+    EXPECT_EQ(BytesOf(later), BytesOf(record));
+    later.SetLinf();
+    EXPECT_EQ(std::memcmp(later.GetEmbData("LINF"), record.GetEmbData("LINF"), 3 * sizeof(float)), 0);
+  }
 
   TSorFile file(bytes.data(), bytes.size());
   TSorData minimal;

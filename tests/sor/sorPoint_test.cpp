@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cmath>
 #include <limits>
 #include <random>
 
@@ -113,6 +114,25 @@ TEST(SorPoint, RangesOfLevelsAgainstASlowTwin) {
       ASSERT_EQ(fminIndex + fmaxIndex, low + high);
       ASSERT_EQ(fmin + fmax, points.numTofLevel(low) + points.numTofLevel(high));
       ASSERT_NEAR(mean, sum / static_cast<double>(count), 1e-4);
+    }
+  }
+}
+
+// Many levels are compared side by side. Which of two equal ones came first still shows in the sign of a 0.
+TEST(SorPoint, LowestLevelIsTheFirstOfEqualOnes) {
+  constexpr float kNoNumber = std::numeric_limits<float>::quiet_NaN();
+  for (const long count : {1L, 15L, 16L, 17L, 40L}) {
+    for (long lowest = 0; lowest < count; ++lowest) {
+      TSorBlockDataPoints points;
+      points.SetPointsNum(count);
+      for (long n = 0; n < count; ++n) points.SetfLevel(n, 1.0F);
+      points.SetfLevel(lowest, -0.0F);
+      for (long n = lowest + 1; n < count; ++n) points.SetfLevel(n, 0.0F);
+      EXPECT_TRUE(std::signbit(points.GetMinLevel())) << count << ' ' << lowest;
+      points.SetfLevel(lowest, kNoNumber);
+      EXPECT_EQ(std::isnan(points.GetMinLevel()), lowest == 0) << count;
+      points.SetfLevel(lowest, -7.0F);
+      EXPECT_EQ(points.GetMinLevel(), -7.0) << count << ' ' << lowest;
     }
   }
 }
