@@ -108,7 +108,11 @@ QualityTable MakeQualityTable(const LoadedRecord& loaded, const TSorData* longPu
 // made keeps its events and their places.
 std::optional<MeasuredLink> MeasuredLinkOf(const AnalysedRecord& analysed) {
   TSorData& record = *analysed.loaded.record;
-  if (!analysed.thresholds) return MeasureLink(record);
+  if (!analysed.thresholds) {
+    MeasureOptions asked;
+    asked.keepsTable = true;
+    return MeasureLink(record, asked);
+  }
   std::optional<MeasuredTable> table = MeasureTable(record);
   if (!table) return std::nullopt;
   return std::move(table->link);

@@ -15,6 +15,7 @@ namespace {
 
 constexpr int kMostEvents = 1000;
 constexpr int kMostRounds = 14;
+constexpr double kNoWorse = -20.0;  // that much cost tells nothing beside one place less
 
 // Attenuation that fibre usually has, for links whose own sections are all too short to tell.
 DecayPrior UsualDecay(double nm) {
@@ -80,7 +81,10 @@ struct Understood {
 class Measuring {
  public:
   Measuring(const TSorData& record, const Powers& powers, bool keepsTable)
-      : powers_(powers), keepsTable_(keepsTable), prior_(UsualDecay(record.GenParams->NW)), look_(powers) {
+      : powers_(powers),
+        keepsTable_(keepsTable),
+        prior_(UsualDecay(record.GenParams->NW)),
+        look_(powers, keepsTable) {
     link_.noted = FirstModel(record, powers);
     if (link_.noted.notes[0].blind) HideLaunch();
     noise_ = FirstNoise(powers, link_.noted.model);
@@ -92,6 +96,7 @@ class Measuring {
     if (!keepsTable_) FindEnd();
     for (int round = 0; round < kMostRounds && Improve(); ++round) Learn();
     MoveSteps();
+    if (keepsTable_) MoveListed();
     Learn(Residuals::kOfLine);
     CleanUp();
     return std::move(link_);
@@ -186,7 +191,7 @@ class Measuring {
   // Whether anything was changed.
   bool Improve() {
     Understood next = link_;
-    if (!keepsTable_ && look_.RemoveNothing(link_.fit, next.noted)) {
+    if (look_.RemoveNothing(link_.fit, next.noted)) {
       link_ = std::move(next);
       return true;
     }
@@ -210,8 +215,7 @@ class Measuring {
   // What the last fit has moved, or the noise of the whole model has shown, to be nothing.
   void CleanUp() {
     constexpr int kMostTimes = 4;
-    for (int i = 0; i < kMostTimes && !keepsTable_ && look_.RemoveNothing(link_.fit, link_.noted); ++i)
-      Fit(link_);
+    for (int i = 0; i < kMostTimes && look_.RemoveNothing(link_.fit, link_.noted); ++i) Fit(link_);
   }
 
   void MoveSteps() {
@@ -219,6 +223,26 @@ class Measuring {
     if (!look_.MoveSteps(noise_, link_.fit, next.noted) || !Better(next, 2.0)) return;
     link_ = std::move(next);
     Learn();
+  }
+
+  // Where a table that must be kept has an event beside its place, its light was added as another. Both are
+  // one if the added one explains the trace as well alone.
+  void MoveListed() {
+    constexpr double kWithinPulses = 1.5;
+    for (std::size_t i = link_.noted.notes.size() - 2; i > 0 && i < link_.noted.notes.size(); --i) {
+      for (const std::size_t added : {i - 1, i + 1}) {
+        const std::vector<LinkModel::Place>& places = link_.noted.model.places;
+        const bool inner = added > 0 && added + 1 < places.size();
+        if (!inner || link_.noted.notes[i].listed < 0 || link_.noted.notes[added].listed >= 0) continue;
+        if (std::fabs(places[added].km - places[i].km) > kWithinPulses * link_.noted.model.pulseKm) continue;
+        Understood next = link_;
+        next.noted.notes[added].listed = next.noted.notes[i].listed;
+        next.noted.Join(i);
+        if (!Better(next, kNoWorse)) continue;
+        link_ = std::move(next);
+        break;
+      }
+    }
   }
 
   // What is added has to explain the trace better by far than what was there: a fit that goes astray does

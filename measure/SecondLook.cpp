@@ -331,6 +331,10 @@ bool SecondLook::JoinTouching(NotedModel& noted) {
   bool any = false;
   for (size_t i = places.size() - 2; i > 0; --i) {
     if (places[i + 1].km - places[i].km > kTouchKm || noted.notes[i].saturated) continue;
+    if (IsKept(noted.notes[i])) {
+      if (noted.notes[i + 1].listed >= 0) continue;
+      noted.notes[i + 1].listed = noted.notes[i].listed;
+    }
     places[i + 1].reflects = places[i + 1].reflects || places[i].reflects;
     places[i + 1].reflection += places[i].reflection;
     Remove(i, true, noted);
@@ -350,9 +354,11 @@ bool SecondLook::RemoveNothing(const LinkFit& fit, NotedModel& noted) {
   std::vector<Weak> all;
   for (size_t i = 1; i + 1 < fit.model.places.size(); ++i) {
     if (noted.notes[i].saturated) {
-      if (LosesToShadow(fit.model, i)) all.push_back({i + 1, -1.0, noted.model.places[i + 1].km});
+      if (LosesToShadow(fit.model, i) && !IsKept(noted.notes[i + 1]))
+        all.push_back({i + 1, -1.0, noted.model.places[i + 1].km});
       continue;
     }
+    if (IsKept(noted.notes[i])) continue;
     const LinkModel::Place& place = noted.model.places[i];
     const double bright = place.reflects ? place.reflection / fit.Deviation(i, Parameter::kReflection) : 0.0;
     Weights by;

@@ -11,7 +11,8 @@ namespace reflyze {
 // What a fit leaves over shows what the model lacks, and what it has too much.
 class SecondLook {
  public:
-  explicit SecondLook(const Powers& powers) : powers_(powers) {}
+  // `keepsListed`: what the record lists is never taken out.
+  SecondLook(const Powers& powers, bool keepsListed) : powers_(powers), keepsListed_(keepsListed) {}
 
   // Puts steps and reflections that stand out from the residuals into `noted`, and lets places reflect where
   // they do; at most that many, the clearest first. How many there were.
@@ -42,10 +43,12 @@ class SecondLook {
   bool IsFree(const LinkModel& model, std::size_t section, double km) const;
   void Remove(std::size_t place, bool wholly, NotedModel& noted);
   bool JoinTouching(NotedModel& noted);
+  bool IsKept(const PlaceNote& note) const { return keepsListed_ && note.listed >= 0; }
   bool IsDark(const PlaceNote& note) const;
   static bool LosesToShadow(const LinkModel& model, std::size_t place);
 
   const Powers& powers_;
+  const bool keepsListed_;
   std::vector<double> emptyKm_;  // where nothing was found to be
   std::vector<double> darkKm_;   // places, as first seen, that were found to reflect nothing
 };

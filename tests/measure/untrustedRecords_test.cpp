@@ -129,5 +129,38 @@ TEST(UntrustedRecords, WhatIsMeasuredCanBeTrue) {
   }
 }
 
+// Somebody else's table has its events beside their places, and one that is nothing. Each is measured where
+// its light is, and none gets a part of another.
+TEST(UntrustedRecords, AKeptTableIsMeasuredWhereItsLightIs) {
+  MeasureOptions kept;
+  kept.keepsTable = true;
+  for (const int off : {-30, -20, -12, -4, 4, 12, 20, 30}) {
+    SCOPED_TRACE(off);
+    const auto record = Record();
+    At(*record, 1).EPT += off * kSpacingOwt;
+    At(*record, 2).EPT += off * kSpacingOwt;
+    auto nothing = At(*record, 1);
+    At(*record, 1).EPT = 1000 * kSpacingOwt;
+    List(*record, 4500 * kSpacingOwt, "1E9999");
+    for (int i = 4; i > 2; --i)
+      std::tie(At(*record, i).EPT, At(*record, i).EC) =
+          std::tuple(At(*record, i - 1).EPT, At(*record, i - 1).EC);
+    At(*record, 2).EPT = nothing.EPT, At(*record, 2).EC = "0F9999";
+    const std::optional<MeasuredLink> link = MeasureLink(*record, kept);
+    ASSERT_TRUE(link);
+    ASSERT_EQ(link->events.size(), 5u);
+    const double lossesDb[] = {0.0, 0.5, 0.0};
+    for (int i = 0; i < 3; ++i) {
+      const MeasuredEvent& event = link->events[static_cast<size_t>(i) + 1];
+      EXPECT_EQ(event.listed, i + 1);
+      ASSERT_TRUE(event.lossDb);
+      EXPECT_NEAR(event.lossDb->value, lossesDb[i], 0.005 + 3.0 * event.lossDb->deviation) << i;
+      EXPECT_LT(event.lossDb->deviation, 0.01) << i;
+    }
+    EXPECT_LT(link->events[1].probability, 0.95);
+    EXPECT_GT(link->events[2].probability, 0.999);
+  }
+}
+
 }  // namespace
 }  // namespace reflyze
