@@ -135,7 +135,12 @@ bool LiesUnder(const Measured& measured, double limit) {
   return measured.value + kSure * measured.deviation < limit;
 }
 
-Measured Size(const Measured& measured) { return {std::fabs(measured.value), measured.deviation}; }
+// Whether a change that was told over its limit, up or down, was measured otherwise. One that is over the
+// limit the other way is a change all the same.
+bool SpeaksAgainst(const Measured& measured, const Deviation& told) {
+  const double alongTold = told.value < 0.0 ? -measured.value : measured.value;
+  return LiesUnder({alongTold, measured.deviation}, told.limit) && -alongTold < told.limit;
+}
 
 // Clears alarms that do not stand, in a row and in its entry of the record.
 class Judge {
@@ -188,7 +193,7 @@ class Judge {
     Tell(limited, deviation);
     if (!deviation.exceeded) return;
     const bool isWithin = deviation.absolute ? limited->value - kSure * limited->deviation > deviation.limit
-                                             : LiesUnder(Size(*limited), deviation.limit);
+                                             : SpeaksAgainst(*limited, deviation);
     if (isWithin) Contradict(deviation, stored);
   }
 
@@ -198,7 +203,7 @@ class Judge {
         LimitedOf(deviation, both.before->attenuationDbPerKm, both.now->attenuationDbPerKm);
     Tell(limited, deviation);
     if (deviation.exceeded && limited &&
-        LiesUnder(deviation.absolute ? *limited : Size(*limited), deviation.limit))
+        (deviation.absolute ? LiesUnder(*limited, deviation.limit) : SpeaksAgainst(*limited, deviation)))
       Contradict(deviation, stored);
   }
 
