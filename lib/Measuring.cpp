@@ -19,6 +19,7 @@ namespace {
 
 constexpr size_t kMostEvents = std::numeric_limits<short>::max();  // the table counts in 16 bits
 constexpr const char* kLossInDoubt = "Splice value is not accurate";
+constexpr const char* kEcho = "Echo";
 
 // Thousandths of a unit, as the record counts.
 int Thousandths(double value) { return TruncToInt(std::round(value * 1000.0)); }
@@ -145,6 +146,13 @@ void StoreMeasuredLoss(TSorBlockKeyEvents1E& event, const MeasuredEvent& measure
   if (event.CMT == kLossInDoubt) event.CMT = " ";
 }
 
+// An echo takes no light, and reflects none: others do.
+void StoreEcho(TSorBlockKeyEvents1E& event) {
+  StoreLoss(event, 0.0);
+  event.ER = 0;
+  event.CMT = kEcho;
+}
+
 // The code of an event as it was measured: how it looks, and where it stands (SR-4731).
 void StoreCode(TSorBlockKeyEvents1E& event, const MeasuredEvent& measured, bool end) {
   const bool wasSaturated = event.EC.Len() > 0 && event.EC.c_str()[0] == '2';
@@ -257,6 +265,7 @@ void StoreEvents(TSorData& record, const MeasuredLink& link, const std::vector<i
     StoreReflectance(event, measured);
     if (i > 0) StoreAttenuation(event, measured);
     if (i < last) StoreMeasuredLoss(event, measured);
+    if (measured.echo) StoreEcho(event);
   }
   StoreTotals(record, link);
 }
@@ -280,6 +289,11 @@ void TakeMeasured(const TSorData& record, const MeasuredEvent& measured, Event& 
   Tell(measured.reflectanceDb, row.reflectanceDb, row.reflectanceSdDb);
   Tell(measured.attenuationDbPerKm, row.attenuationDbPerKm, row.attenuationSdDbPerKm);
   row.reflectanceAtLeast = measured.reflectanceAtLeast;
+  if (measured.echo) {
+    row.type = "echo";
+    for (auto* none : {&row.lossDb, &row.lossSdDb, &row.reflectanceDb, &row.reflectanceSdDb}) none->reset();
+    row.reflectanceAtLeast = false;
+  }
   row.probability = Millionths(measured.probability);
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "measure/Echoes.h"
 #include "measure/PulseResponse.h"
 #include "measure/SecondLook.h"
 #include "sor/sorData.h"
@@ -74,6 +75,8 @@ class Teller {
   }
 
   MeasuredLink Tell() {
+    if (EnergyNs() > 0.0)
+      echoes_ = EchoesOf(notes_, fit_, backscatterDb_ + 10.0 * elementary::Log10(EnergyNs()));
     size_t before = 0;  // the place of the event in front
     for (size_t i = 0; i < model_.places.size(); ++i) {
       MeasuredEvent event = EventAt(i);
@@ -120,6 +123,7 @@ class Teller {
     event.km = {model_.places[i].km, fit_.Deviation(i, Parameter::kPlace)};
     event.reflects = model_.places[i].reflects;
     event.reflectanceAtLeast = notes_[i].saturated;
+    event.echo = !echoes_.empty() && echoes_[i];
     const double oddsBefore = event.listed >= 0 ? 10.0 : 0.02;
     if (i > 0 && i + 1 < model_.places.size()) {
       const Measured loss = losses_[i - 1];
@@ -248,6 +252,7 @@ class Teller {
   const DecayPrior& prior_;
   const MeasureOptions& options_;
   double backscatterDb_, backscatterDeviationDb_;
+  std::vector<bool> echoes_;      // whether a place is one; empty where nobody can tell
   std::vector<Measured> losses_;  // of the places between launch and end
   MeasuredLink told_;
 };

@@ -25,6 +25,7 @@ struct MeasuredEvent {
   std::optional<Measured>
       attenuationDbPerKm;    // of the section in front; none where that was too short to tell
   double probability = 1.0;  // that it is there at all
+  bool echo = false;         // light that went to and fro between others: nothing stands there
   bool fades = false;        // an end where noise hides whether fibre goes on
   // The fibre that was measured in front of it and behind, km from the first point; empty (from = to) for
   // none.

@@ -63,8 +63,8 @@ struct Deviation {
   // The same, measured on both traces, dB or dB/km; none where one of the traces does not tell.
   std::optional<double> measured;
   std::optional<double> measuredSd;  // standard deviation of its error, in the same unit
-  // The limit would be exceeded, but `measured` lies on this side of it by more than three deviations, and not
-  // over that of a change the other way: no alarm.
+  // The limit would be exceeded, but `measured` lies on this side of it by more than three deviations, and
+  // not over that of a change the other way: no alarm.
   bool contradicted = false;
 };
 

@@ -171,6 +171,35 @@ TEST(Library, SimulatesMergesJudgesAndFilters) {
   EXPECT_EQ(KindOf([&] { Simulate("{}", 1, "x", "my.json"); }, "my.json: "), ErrorKind::kUnreadable);
 }
 
+// Two bright connectors and what they send to and fro. What stands at the place of an echo and reflects more
+// than it, or loses light, is none.
+TEST(Library, EchoesAreCalledEchoes) {
+  const auto typesOf = [](const std::string& ghosts, const std::string& joint) {
+    const std::string link = R"({"wavelength_nm": 1550, "pulse_ns": 100, "range_km": 12, "points": 12000,
+        "averages": 30000, "launch_level_db": -28, "ghosts": )" +
+                             ghosts + R"(,
+        "launch": {"reflectance_db": -24},
+        "sections": [{"length_km": 1.3}, {"length_km": 1.3}, {"length_km": 0.8}, {"length_km": 5.5}],
+        "joints": [{"loss_db": 0.3, "reflectance_db": -20}, )" +
+                             joint + R"(,
+                   {"loss_db": 0.4, "reflectance_db": -22}],
+        "end": {"reflectance_db": -14.7}, "receiver": {"bandwidth_mhz": 20, "noise_db": -40}})";
+    AnalyseOptions options;
+    options.thresholds.lossDb = 0.05;
+    options.thresholds.reflectanceDb = -70.0;
+    std::string types;
+    for (const Event& event : Analyse(Simulate(link).trace, options).events) {
+      EXPECT_EQ(event.lossDb.has_value(), event.type == "reflective");
+      EXPECT_EQ(event.cumulatedDb.has_value(), true);
+      types += event.type.substr(0, 2) + " ";
+    }
+    return types;
+  };
+  EXPECT_EQ(typesOf("true", R"({"loss_db": 0.0})"), "la re ec re ec ec en ");
+  EXPECT_EQ(typesOf("false", R"({"loss_db": 0.0, "reflectance_db": -50})"), "la re re re en ");
+  EXPECT_EQ(typesOf("false", R"({"loss_db": 0.2, "reflectance_db": -63})"), "la re re re en ");
+}
+
 // The program checks its options before it calls; the library's other users rest on the library.
 TEST(Library, RefusesWhatMakesNoSense) {
   const Trace trace = Baseline40();
