@@ -66,6 +66,12 @@ size_t LastLit(const Blocks& blocks) {
   return last;
 }
 
+// Whether a place reflects beyond doubt.
+bool Reflects(const LinkFit& fit, size_t place) {
+  const LinkModel::Place& at = fit.model.places[place];
+  return at.reflects && at.reflection > kLit * fit.Deviation(place, Parameter::kReflection);
+}
+
 }  // namespace
 
 bool ProlongFibre(const Powers& powers, const NoiseModel& noise, NotedModel& noted) {
@@ -85,15 +91,21 @@ bool ProlongFibre(const Powers& powers, const NoiseModel& noise, NotedModel& not
   return true;
 }
 
-bool CutDarkness(const Powers& powers, const NoiseModel& noise, NotedModel& noted) {
+bool CutDarkness(const Powers& powers, const NoiseModel& noise, const LinkFit& fit, NotedModel& noted) {
   LinkModel& model = noted.model;
   const size_t last = model.places.size() - 1;
-  if (last < 2 || model.places[last].reflects) return false;
+  if (last < 2 || Reflects(fit, last)) return false;
   const long from = powers.At(model.places[last - 1].km + 3.0 * model.pulseKm + 12.0 * model.riseKm);
   const long to = powers.At(model.places[last].km);
-  if (to - from < kFewestPoints) return false;
-  const double over = powers.Mean(from, to) - StoredPower(0.0, noise).mean;
-  if (over > kLit * std::sqrt(noise.VarianceOfMean(0.0, static_cast<double>(to - from)))) return false;
+  if (to - from < kFewestPoints) {
+    // Behind a bright reflection there is no room for a look at the samples alone, but the fit tells its
+    // light from that of a fibre. The deviation of a logarithm is a share.
+    if (!Reflects(fit, last - 1) || kLit * fit.Deviation(last - 1, Parameter::kLevel) < 1.0) return false;
+  } else {
+    const double over = powers.Mean(from, to) - StoredPower(0.0, noise).mean;
+    const double deviation = std::sqrt(noise.VarianceOfMean(0.0, static_cast<double>(to - from)));
+    if (over > kLit * deviation) return false;
+  }
   model.places.pop_back();
   model.sections.pop_back();
   noted.notes.pop_back();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "measure/FirstModel.h"
+#include "measure/LinkFit.h"
 #include "measure/Noise.h"
 
 namespace reflyze {
@@ -12,7 +13,8 @@ namespace reflyze {
 // place, it is no end: a section is added up to where that light is gone.
 bool ProlongFibre(const Powers& powers, const NoiseModel& noise, NotedModel& noted);
 
-// A last section that shows no light is none, unless a reflection stands at its end.
-bool CutDarkness(const Powers& powers, const NoiseModel& noise, NotedModel& noted);
+// A last section that shows no light is none, unless a reflection stands at its end. `fit` is that of
+// `noted`.
+bool CutDarkness(const Powers& powers, const NoiseModel& noise, const LinkFit& fit, NotedModel& noted);
 
 }  // namespace reflyze

@@ -95,6 +95,7 @@ class Measuring {
     Learn();
     if (!keepsTable_) FindEnd();
     for (int round = 0; round < kMostRounds && Improve(); ++round) Learn();
+    if (!keepsTable_) CutEnd();
     MoveSteps();
     if (keepsTable_) MoveListed();
     Learn(Residuals::kOfLine);
@@ -119,7 +120,11 @@ class Measuring {
       link_ = std::move(next);
       Learn();
     }
-    while (CutDarkness(powers_, noise_, link_.noted)) Fit(link_);
+    CutEnd();
+  }
+
+  void CutEnd() {
+    while (CutDarkness(powers_, noise_, link_.fit, link_.noted)) Fit(link_);
   }
 
   // A fit that begins with a receiver far from the true one ends there. Some are tried, each for a few steps,

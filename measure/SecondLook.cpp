@@ -15,6 +15,7 @@ namespace {
 // noise comes as far as this once in ten thousand traces. What lies below is left for receivers that the
 // model does not describe.
 constexpr double kSureStep = 6.0, kSureReflection = 8.0;
+constexpr double kReflectionOfStep = 5.0;  // where an event is, anyway
 constexpr double kLeastStep = 0.0046;      // nepers, 0.01 dB
 constexpr double kLeastReflection = 0.03;  // of the backscatter
 constexpr double kNothingStep = 3.0, kNothingReflection = 4.0;
@@ -88,18 +89,19 @@ class Looker {
     return best - model_.pulseKm / 2.0 - model_.riseKm;
   }
 
-  // Where a step between two sections would stand with the most likelihood, as far as their lines go: each
-  // point between two places counts for the line that is nearer, by half of the difference of both squares
-  // over the variance. None where that says no more than chance.
-  std::optional<double> BetterKm(size_t place) const {
+  // Where an event between two sections would stand with the most likelihood, as far as their lines go, and
+  // what it reflects there: each point between two places counts for the line that is nearer, by half of the
+  // difference of both squares over the variance. None where that says no more than chance.
+  std::optional<LinkModel::Place> BetterPlace(std::size_t place) const {
     constexpr double kMore = 4.0;  // logarithm of the likelihood
-    const double delay = model_.pulseKm / 2.0 + model_.riseKm, km = model_.places[place].km + delay;
+    const double delay = DelayKm(), km = model_.places[place].km + delay;
     const long here = powers_.At(km);
     const long first =
         powers_.At(model_.places[place - 1].km + 2.0 * model_.pulseKm + 8.0 * model_.riseKm) + 1;
     const double room = RoomInFront(model_, place + 1, powers_.spacingKm());
     const long last = powers_.At(model_.places[place + 1].km - std::max(FrontKm(), room - delay)) - 1;
-    double most = kMore, best = km;
+    LinkModel::Place best = model_.places[place];
+    double most = kMore + ReflectedAt(place, here, last).gain;
     for (const long way : {-1L, 1L}) {
       double sum = 0.0;
       for (long i = way < 0 ? here - 1 : here; i >= first && i <= last; i += way) {
@@ -109,11 +111,18 @@ class Looker {
         const double toBehind = powers_[i] - StoredPower(behind, noise_).mean;
         const double gain = toBefore * toBefore - toBehind * toBehind;
         sum += (way < 0 ? gain : -gain) / (2.0 * noise_.VarianceOfMean(before, 1.0));
-        if (sum > most) most = sum, best = at;
+        if (sum + kMostReflectionGain < most) continue;
+        const Reflected reflected = ReflectedAt(place, i, last);
+        if (sum + reflected.gain <= most) continue;
+        most = sum + reflected.gain;
+        best.km = at - delay;
+        best.reflection = reflected.power;
+        best.reflects = reflected.gain > 0.0;
       }
     }
-    if (std::fabs(best - km) < model_.pulseKm) return std::nullopt;
-    return best - delay;
+    const double leastKm = best.reflects ? 0.25 * model_.pulseKm : model_.pulseKm;
+    if (std::fabs(best.km - model_.places[place].km) < leastKm) return std::nullopt;
+    return best;
   }
 
   // A reflection is as long as the pulse: the mean over that length stands out from the line.
@@ -179,6 +188,26 @@ class Looker {
         most = std::max(most, sample.points * powers_.spacingKm());
     }
     return most;
+  }
+
+  double DelayKm() const { return model_.pulseKm / 2.0 + model_.riseKm; }
+
+  // What a pulse of light would explain at an event whose step has its middle at a point.
+  struct Reflected {
+    double gain = 0.0, power = 0.0;  // gain: logarithm of the likelihood; 0 for no reflection
+  };
+  static constexpr double kMostReflectionGain = 1e3;
+  Reflected ReflectedAt(std::size_t place, long middle, long last) const {
+    const double fromKm = powers_.KmOf(middle) - model_.pulseKm / 2.0;
+    const long from = powers_.At(fromKm) + 1;
+    const long to = std::min(powers_.At(fromKm + model_.pulseKm) + 1, last);
+    if (to - from < 2) return {};
+    const double at = powers_.KmOf(middle);
+    const double line = (power_.LineAt(place - 1, at) + power_.LineAt(place, at)) / 2.0;
+    const double off = powers_.Mean(from, to) - StoredPower(line, noise_).mean;
+    const double score = off / std::sqrt(noise_.VarianceOfMean(line, static_cast<double>(to - from)));
+    if (score < kReflectionOfStep || off < kLeastReflection * line) return {};
+    return {std::min(score * score / 2.0, kMostReflectionGain), off};
   }
 
   // Where the place behind is told a little late, its light shows in front of it.
@@ -306,9 +335,10 @@ bool SecondLook::MoveSteps(const NoiseModel& noise, const LinkFit& fit, NotedMod
   bool moved = false;
   for (size_t i = 1; i + 1 < fit.model.places.size(); ++i) {
     if (noted.model.places[i].reflects || noted.notes[i].saturated) continue;
-    const std::optional<double> km = looker.BetterKm(i);
-    if (!km) continue;
-    noted.model.places[i].km = noted.notes[i].toldKm = *km;
+    const std::optional<LinkModel::Place> better = looker.BetterPlace(i);
+    if (!better) continue;
+    noted.model.places[i] = *better;
+    noted.notes[i].toldKm = better->km;
     noted.notes[i].withinKm = std::max(noted.notes[i].withinKm, fit.model.pulseKm);
     moved = true;
   }
