@@ -38,6 +38,16 @@ double RoomInFront(const LinkModel& model, size_t place, double spacingKm) {
   return model.places[place].reflects ? 1.1 * model.pulseKm : 2.0 * spacingKm;
 }
 
+// Whether a step stands so close to a reflection that an edge or a tail that is not quite the model's could
+// be all of it: of both only the sum is known.
+bool StandsInLight(const LinkModel& model, size_t place, double spacingKm) {
+  constexpr double kPulsesBehind = 1.5;
+  const std::vector<LinkModel::Place>& places = model.places;
+  const double km = places[place].km;
+  return places[place + 1].km - km < RoomInFront(model, place + 1, spacingKm) ||
+         (places[place - 1].reflects && km - places[place - 1].km < kPulsesBehind * model.pulseKm);
+}
+
 class Looker {
  public:
   Looker(const Powers& powers, const std::vector<Sample>& samples, const NoiseModel& noise,
@@ -173,7 +183,7 @@ class Looker {
   // that is not quite the model's would pass for steps, and for reflections.
   double ClearKm(size_t section) const {
     constexpr double kLeast = 0.002;  // of the line
-    double km = model_.places[section].km + 1.5 * model_.pulseKm + 8.0 * model_.riseKm;
+    double km = model_.places[section].km + 1.5 * model_.pulseKm + 3.0 * model_.riseKm;
     const double most = model_.places[section + 1].km;
     while (km < most && noise_.misfit * power_.Power(km).transient > kLeast * power_.LineAt(section, km))
       km += model_.pulseKm / 4.0;
@@ -397,9 +407,8 @@ bool SecondLook::RemoveNothing(const LinkFit& fit, NotedModel& noted) {
     const bool goes = place.reflects ? bright < kNothingReflection : loss < kNothingStep;
     // Of two places too close to be told apart one gains what the other loses.
     const bool gains = nepers < -kLargestGain;
-    const double room = fit.model.places[i + 1].km - fit.model.places[i].km;
-    const bool crowds = noted.notes[i].listed < 0 && !place.reflects &&
-                        room < RoomInFront(fit.model, i + 1, powers_.spacingKm());
+    const bool crowds =
+        noted.notes[i].listed < 0 && !place.reflects && StandsInLight(fit.model, i, powers_.spacingKm());
     if (goes || gains || crowds)
       all.push_back({i, gains || crowds ? -1.0 : std::max(bright, loss), place.km});
   }
