@@ -10,6 +10,7 @@
 #include "util/convert.h"
 
 using reflyze::Require;
+using reflyze::SampleOf;
 
 namespace {
 
@@ -27,15 +28,6 @@ std::vector<unsigned short> InFileOrder(std::vector<unsigned short> samples) {
 template <class T>
 T LevelOf(T signedSample, T scaleFactor) {
   return signedSample * scaleFactor * static_cast<T>(1e-06);
-}
-
-// The sign is not looked at. A positive level, as a temperature trace has it, becomes a negative number and
-// leaves its low 16 bits in the sample. Nobody relies on that sample, and the cache holds the level as given.
-template <class T>
-unsigned short SampleOf(T level, short scaleFactor) {
-  constexpr int kLowestSample = 65535;
-  const T sample = -level / static_cast<T>(scaleFactor) * static_cast<T>(1000000.0);
-  return reflyze::LowBits16(std::min(reflyze::TruncToInt(sample), kLowestSample));
 }
 
 // The lowest and highest of the levels in a range, each with its first point; `visit` sees every level.

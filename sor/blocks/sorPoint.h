@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <algorithm>
 #include <type_traits>
 #include <vector>
 
 #include "sor/blocks/sorBlock.h"
 #include "sor/fields/sorFields.h"
 #include "util/assertion.h"
+#include "util/convert.h"
 #include "util/export.h"
 #include "util/tarray.h"
 
 namespace reflyze {
+
+class LevelSetter;
 
 // The levels of a trace by point, in dB.
 struct LevelView {
@@ -29,6 +33,17 @@ struct LevelView {
     return first >= 0 && end <= static_cast<long>(count) ? work(levels) : work(*this);
   }
 };
+
+// The sample of a level. The sign is not looked at. A positive level, as a temperature trace has it, becomes
+// a negative number and leaves its low 16 bits in the sample. Nobody relies on that sample, and the cache of
+// levels holds the level as given.
+template <class T>
+inline unsigned short SampleOf(T level, short scaleFactor) {
+  constexpr int kLowestSample = 65535;
+  const T sample = -level / static_cast<T>(scaleFactor) * static_cast<T>(1000000.0);
+  if (sample >= T(0) && sample <= T(kLowestSample)) return static_cast<unsigned short>(TruncProven(sample));
+  return LowBits16(std::min(TruncToInt(sample), kLowestSample));
+}
 
 }  // namespace reflyze
 
@@ -200,5 +215,40 @@ class REFLYZE_API TSorBlockDataPoints : public TSorBlock {
   ::DataType DataType = dtRL;  // set it through SetDataType
 
  private:
+  friend class reflyze::LevelSetter;
+
   SubBlocks* DPSF_ = nullptr;  // owned, null in the constructor only
 };
+
+namespace reflyze {
+
+// Sets the levels of a trace, as SetfLevel does, for those who set most of them. Meanwhile the trace keeps
+// its points and its scale factor.
+class LevelSetter {
+ public:
+  explicit LevelSetter(TSorBlockDataPoints& points) : points_(points) {
+    if (points.GetSubBlocksNum() != 1) return;
+    TSorBlockDataPoints1SF& only = *points.GetSubBlock();
+    samples_ = only.samples.data();
+    levels_ = points.levels_.data();
+    count_ = std::min(only.samples.size(), points.levels_.size());
+    scaleFactor_ = only.SF;
+  }
+  void operator()(long n, float level) const {
+    if (static_cast<unsigned long>(n) >= count_) {
+      points_.SetfLevel(n, level);
+      return;
+    }
+    samples_[n] = SampleOf(level, scaleFactor_);
+    levels_[n] = level;
+  }
+
+ private:
+  TSorBlockDataPoints& points_;
+  unsigned short* samples_ = nullptr;
+  float* levels_ = nullptr;
+  size_t count_ = 0;
+  short scaleFactor_ = 0;
+};
+
+}  // namespace reflyze

@@ -122,7 +122,12 @@ float LevelWriter::LevelDb(float mean, float lin, const ScanTrace& trace) {
 // --- The scan ---
 
 AutoFilterScan::AutoFilterScan(TSorFilter& filter, TSorData& sor, short* pointMap, const ScanScales& scales)
-    : filter_(filter), sor_(sor), scales_(scales), trace_(filter, sor), widths_(pointMap, scales.points) {
+    : filter_(filter),
+      sor_(sor),
+      setLevel_(*sor.DataPts),
+      scales_(scales),
+      trace_(filter, sor),
+      widths_(pointMap, scales.points) {
   widths_.Clear(0, scales.points - 1);
 }
 
@@ -177,7 +182,7 @@ inline void AutoFilterScan::RescanIfEventsAreNoise() {
 void AutoFilterScan::RestoreLevels(long from, long to) {
   to = std::min(to, scales_.points - 1);
   for (long i = std::max(from, 0L); i <= to; ++i) {
-    sor_.DataPts->SetfLevel(i, trace_.ToDb(Lin(i)));
+    setLevel_(i, trace_.ToDb(Lin(i)));
   }
   widths_.Clear(from, to);
 }
@@ -375,7 +380,7 @@ inline void AutoFilterScan::WritePoint() {
     return;
   }
   mean_.Settle();
-  sor_.DataPts->SetfLevel(at_, writer_.LevelDb(mean_.mean(), Lin(at_), trace_));
+  setLevel_(at_, writer_.LevelDb(mean_.mean(), Lin(at_), trace_));
 }
 
 // The weaker the signal, the wider the mean: at the noise floor as wide as the filter may, 500 times above it

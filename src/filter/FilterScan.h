@@ -406,6 +406,7 @@ class AutoFilterScan {
 
   TSorFilter& filter_;
   TSorData& sor_;
+  const LevelSetter setLevel_;
   const ScanScales scales_;
   const ScanTrace trace_;
   WidthMap widths_;
