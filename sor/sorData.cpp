@@ -358,8 +358,7 @@ long TSorData::SetLinf() {
   float* values = static_cast<float*>(linf->GetData());
   const reflyze::LevelView levels = DataPts->Levels();
   const reflyze::LinearScale scale = QRTParams->ToLinear();
-  reflyze::Pow5Run pow5;
-  for (long i = 0; i < points; ++i) values[i] = static_cast<float>(scale.LinOf(levels[i], pow5));
+  for (long i = 0; i < points; ++i) values[i] = static_cast<float>(scale.LinOf(levels[i]));
   return points;
 }
 

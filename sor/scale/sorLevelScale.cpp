@@ -12,10 +12,18 @@ namespace reflyze {
 
 namespace {
 
+// Each entry is the product of a coarse and a fine power, which rounds to the same float as the power itself:
+// to ask for that one 15,060 times took half of the time in which the program starts.
 std::array<float, kPowEntries> SetTpowArray() {
+  constexpr int kFine = 128;
+  constexpr double kStepsPerDecade = 50000.0;
+  std::array<double, kFine> fine{};
+  for (int i = 0; i < kFine; ++i) fine[static_cast<size_t>(i)] = elementary::Exp10(i / kStepsPerDecade);
   std::array<float, kPowEntries> table{};
+  double coarse = 1.0;
   for (int i = 0; i < kPowEntries; ++i) {
-    table[static_cast<size_t>(i)] = static_cast<float>(elementary::Exp10(i / 50000.0));
+    if (i % kFine == 0) coarse = elementary::Exp10(i / kStepsPerDecade);
+    table[static_cast<size_t>(i)] = static_cast<float>(coarse * fine[static_cast<size_t>(i % kFine)]);
   }
   return table;
 }
