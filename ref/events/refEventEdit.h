@@ -43,8 +43,12 @@ namespace reflyze {
 class SectionFits;
 void MeasureEvent(TSorBlockKeyEvents1E& event, SectionFits& fits);
 void MeasureEvent(TSorBlockQRTEvents1E& event, SectionFits& fits);
-void MeasureEvents(TSorBlockKeyEvents& events, SectionFits& fits);  // all of a table
-void MeasureLoss(TSorBlockKeyEvents1E& event, SectionFits& fits);   // as RefEventSCalculate
+// All of a table. The return loss of the link takes as long as all events together; who needs these alone
+// leaves it out.
+enum class ReturnLoss { kMeasured, kLeftOut };
+void MeasureEvents(TSorBlockKeyEvents& events, SectionFits& fits,
+                   ReturnLoss returnLoss = ReturnLoss::kMeasured);
+void MeasureLoss(TSorBlockKeyEvents1E& event, SectionFits& fits);  // as RefEventSCalculate
 }  // namespace reflyze
 
 // Reflectance, and whether the event is reflective, as the comparison sees them: the peak over the level at

@@ -68,8 +68,9 @@ void ReplaceUnbelieved(const TSorData& sor, double fromOwt, double toOwt, Sectio
 // The measures of one event at its markers. They share the line of the section in front.
 class EventMeasures {
  public:
-  EventMeasures(TSorData& sor, TSorBlockKeyEvents1E& event, SectionFits& fits)
-      : sor_(sor), event_(event), fits_(fits) {}
+  EventMeasures(TSorData& sor, TSorBlockKeyEvents1E& event, SectionFits& fits,
+                ReturnLoss returnLoss = ReturnLoss::kMeasured)
+      : sor_(sor), event_(event), fits_(fits), returnLoss_(returnLoss) {}
 
   // Reflectance, where the loss `el` is 0 or, for a gain, negative.
   void Reflection(double el, bool raiseBase);
@@ -90,6 +91,7 @@ class EventMeasures {
   TSorData& sor_;
   TSorBlockKeyEvents1E& event_;
   SectionFits& fits_;
+  const ReturnLoss returnLoss_;  // of the whole link, with the event at its end
   std::optional<SectionLine> front_;
 };
 
@@ -151,7 +153,7 @@ void EventMeasures::End() {
   Loss();
   sor_.KeyEvents->ELMP2 = event_.EPT;
   RefEventSetEEL(&sor_);
-  RefEventSetORL(&sor_);
+  if (returnLoss_ == ReturnLoss::kMeasured) RefEventSetORL(&sor_);
 }
 
 void EventMeasures::All() {
@@ -187,8 +189,9 @@ void reflyze::MeasureEvent(TSorBlockKeyEvents1E& event, SectionFits& fits) {
   EventMeasures(fits.trace(), event, fits).All();
 }
 
-void reflyze::MeasureEvents(TSorBlockKeyEvents& events, SectionFits& fits) {
-  for (int i = 0; i < events.ListedEvents(); ++i) MeasureEvent(events.EventAt(i), fits);
+void reflyze::MeasureEvents(TSorBlockKeyEvents& events, SectionFits& fits, ReturnLoss returnLoss) {
+  for (int i = 0; i < events.ListedEvents(); ++i)
+    EventMeasures(fits.trace(), events.EventAt(i), fits, returnLoss).All();
 }
 
 void reflyze::MeasureLoss(TSorBlockKeyEvents1E& event, SectionFits& fits) {

@@ -51,7 +51,7 @@ bool LastEventEndsFibre(const TSorData& trace) {
 
 }  // namespace
 
-void AnalyseRecord(AnalysisState& analysis, TSorData& trace, const TTH* thresholds) {
+void AnalyseRecord(AnalysisState& analysis, TSorData& trace, const TTH* thresholds, ReturnLoss returnLoss) {
   TTH& th = analysis.th;
   if (thresholds == nullptr) {
     th.Reset();
@@ -75,12 +75,12 @@ void AnalyseRecord(AnalysisState& analysis, TSorData& trace, const TTH* threshol
     // The event at the end of the fibre measures the return loss, below.
     const bool hasLines =
         WriteEventTable(analysis.settings(), analysis.scale(), analysis.noise(), analysis.table(), fits);
-    if (hasLines && !LastEventEndsFibre(trace)) RefEventSetORL(&trace);
+    if (hasLines && !LastEventEndsFibre(trace) && returnLoss == ReturnLoss::kMeasured) RefEventSetORL(&trace);
     StampAnalysis(trace.SupParams->SR);
   }
   RefEventRFTSSync(&trace);
   RefEventENSync(&trace);
-  MeasureEvents(*trace.KeyEvents, fits);
+  MeasureEvents(*trace.KeyEvents, fits, returnLoss);
 }
 
 void ListTable(const LineTable& table, TIni& ini) {

@@ -15,6 +15,7 @@
 
 #include <atomic>
 
+#include "ref/events/refEventEdit.h"
 #include "src/analysis/Noise.h"
 #include "src/analysis/Scale.h"
 #include "src/analysis/Settings.h"
@@ -42,8 +43,10 @@ struct AnalysisState : AnalysisSettings, TraceScale, NoiseSeen, LineTable {
   LineTable& table() { return *this; }
 };
 
-// One complete analysis of `trace`, written into it. Without `thresholds` those stored in the trace hold.
-void AnalyseRecord(AnalysisState& analysis, TSorData& trace, const TTH* thresholds);
+// One complete analysis of `trace`, written into it. Without `thresholds` those stored in the trace hold. Who
+// wants the events and nothing else leaves out the return loss.
+void AnalyseRecord(AnalysisState& analysis, TSorData& trace, const TTH* thresholds,
+                   ReturnLoss returnLoss = ReturnLoss::kMeasured);
 
 // Measures the scale of the trace `scale.sor`, searches it and fills the table. False where the trace can't
 // be analysed, as without a usable time base. The record's event table is left alone (AutoCalculate.cpp).

@@ -228,7 +228,7 @@ class Neighbourhood {
 
 void TraceComparison::AnalyseForComparison(TSorData& scratch) {
   srCompare_SetRFTSAutoThresholds(&scratch);
-  Automat(&scratch, 0);
+  Automat(&scratch, 0, ReturnLoss::kLeftOut);
   // The record is the caller's and goes before the analysis does.
   analysis_.sor = nullptr;
   analysis_.linf = nullptr;

@@ -194,10 +194,10 @@ double TraceComparison::GetEndOfMonitoringOWT(TSorData* base) const {
   return endOwt;
 }
 
-void TraceComparison::Automat(TSorData* trace, int useMonitoringThresholds) {
+void TraceComparison::Automat(TSorData* trace, int useMonitoringThresholds, ReturnLoss returnLoss) {
   if (useMonitoringThresholds != 0) srCompare_SetRFTSAutoThresholds(trace);
   TTH thresholds;
   thresholds.Take(*trace);
   thresholds.fromAutomat = 1;
-  AnalyseRecord(analysis_, *trace, &thresholds);
+  AnalyseRecord(analysis_, *trace, &thresholds, returnLoss);
 }

@@ -6,6 +6,7 @@
 // trace it asks an analysis, always the same one: what an analysis has learned about its detectors holds for
 // the next trace of a comparison too.
 
+#include "ref/events/refEventEdit.h"
 #include "src/monitor/RFTSUParams.h"
 
 class TRFTSLevel;
@@ -42,7 +43,7 @@ class TraceComparison {
   int Compare(TSorData* base, TSorData* current, bool recheck);
   // The analysis as the comparison runs it: with the trace's own thresholds, taken literally. With
   // `useMonitoringThresholds` they are first set to those of the monitoring.
-  void Automat(TSorData* trace, int useMonitoringThresholds);
+  void Automat(TSorData* trace, int useMonitoringThresholds, ReturnLoss returnLoss = ReturnLoss::kMeasured);
   // Smooths a record that is flagged for filtering.
   void Filter(TSorData* trace) const;
   // Takes the settings of the comparison from the baseline.
@@ -100,7 +101,8 @@ class TraceComparison {
 
   // Looks for events that the baseline does not have on the stretches that it marks, not behind `end`.
   void FindNewEvents(TSorData* base, TSorData* current, long end);
-  // Puts the events of an analysis with those thresholds on a copy of the current trace.
+  // Puts the events of an analysis with those thresholds on a copy of the current trace, whose return loss
+  // nobody asks for.
   void AnalyseForComparison(TSorData& scratch);
   // Whether the slopes of the two traces differ between two times, so that a search is worth its time.
   bool IsNewEventPossible(TSorData* base, TSorData* current, long from, long to) const;
