@@ -78,7 +78,8 @@ def test_one_trace(trace: str, tmp_path: pathlib.Path) -> None:
     check(lambda: reflyze.quality(trace), "quality", trace)
     check(lambda: reflyze.quality(trace, long_pulse=METRO, last_percent=30), "quality", trace,
           "--long-pulse", METRO, "--last-percent", "30")  # fmt: skip
-    for options, measure in (([], False), (["--measure"], True)):
+    for measure in (False, True):
+        options = ["--measure"] if measure else []
         sheet = check(lambda: reflyze.show(trace, measure=measure), "show", trace, *options)
         if isinstance(sheet, reflyze.Sheet):
             assert sheet.to_csv() == program("show", trace, *options, "--format", "csv").out
