@@ -12,6 +12,7 @@ class Session;
 // Each adds one command to the program, in the order of its help.
 void AddAnalyseCommand(CLI::App& app, Session& session);
 void AddShowCommand(CLI::App& app, Session& session);
+void AddMeasureCommand(CLI::App& app, Session& session);
 void AddDumpCommand(CLI::App& app, Session& session);
 void AddCopyCommand(CLI::App& app, Session& session);
 void AddFilterCommand(CLI::App& app, Session& session);
@@ -22,8 +23,9 @@ void AddQualityCommand(CLI::App& app, Session& session);
 void AddSimulateCommand(CLI::App& app, Session& session);
 
 constexpr void (*kCommands[])(CLI::App&, Session&) = {
-    AddAnalyseCommand,  AddShowCommand,    AddDumpCommand,  AddCopyCommand,    AddFilterCommand,
-    AddBaselineCommand, AddCompareCommand, AddMergeCommand, AddQualityCommand, AddSimulateCommand};
+    AddAnalyseCommand, AddShowCommand,    AddMeasureCommand,  AddDumpCommand,
+    AddCopyCommand,    AddFilterCommand,  AddBaselineCommand, AddCompareCommand,
+    AddMergeCommand,   AddQualityCommand, AddSimulateCommand};
 
 // Adds all commands, and the options that each of them takes.
 void DescribeProgram(CLI::App& app, Session& session);

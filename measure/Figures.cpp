@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "measure/Backscatter.h"
 #include "measure/Echoes.h"
 #include "measure/PulseResponse.h"
 #include "measure/SecondLook.h"
@@ -12,17 +13,6 @@
 
 namespace reflyze {
 namespace {
-
-// Backscatter coefficient of G.652 fibre for a pulse of 1 ns, where a record states none.
-double UsualBackscatterDb(double nm) {
-  if (nm < 1000.0) return -69.0;  // of multimode fibre
-  if (nm < 1400.0) return -79.5;
-  if (nm < 1520.0) return -81.0;
-  return nm < 1580.0 ? -81.9 : -82.6;
-}
-
-// By how much a coefficient differs from fibre to fibre. One is stated for the whole link.
-constexpr double kBackscatterDeviationDb = 0.1, kUsualBackscatterDeviationDb = 1.0;
 
 // What the launch connector itself loses lies between its reflection and the backscatter behind it, and
 // nobody sees it.
@@ -60,10 +50,11 @@ class Teller {
   Teller(const TSorData& record, const NotedModel& noted, const LinkFit& fit, const DecayPrior& prior,
          const MeasureOptions& options)
       : record_(record), notes_(noted.notes), fit_(fit), model_(fit.model), prior_(prior), options_(options) {
-    const bool states = record.FxdParams->BC != 0;
-    backscatterDb_ = states ? record.FxdParams->GetBC() : UsualBackscatterDb(record.GenParams->NW);
-    backscatterDeviationDb_ = states ? kBackscatterDeviationDb : kUsualBackscatterDeviationDb;
-    if (!states) told_.assumedBackscatterDb = backscatterDb_;
+    const Backscatter backscatter = BackscatterOf(record);
+    backscatterDb_ = backscatter.db;
+    backscatterDeviationDb_ = backscatter.deviationDb;
+    if (backscatter.assumed) told_.assumedBackscatterDb = backscatterDb_;
+    told_.riseKm = model_.riseKm;
     for (size_t i = 1; i + 1 < model_.places.size(); ++i) {
       Weights by;
       const double nepers = LossOf(model_, i, by);

@@ -313,10 +313,12 @@ std::optional<MeasuredLink> MeasureLink(const TSorData& record, const MeasureOpt
   if (!ShowsFibre(link, measuring.noise(), record.GenParams->NW)) {
     MeasuredLink none;
     none.fibre = false;
+    none.noise = measuring.noise();
     return none;
   }
   if (!link.fit.converged || !HasPlaces(link, powers.KmOf(powers.count()))) return std::nullopt;
   MeasuredLink told = FiguresOf(record, link.noted, link.fit, measuring.prior(), options);
+  told.noise = measuring.noise();
   if (!told.events.empty()) told.events.back().fades = Fades(powers, link, measuring.noise());
   return told;
 }

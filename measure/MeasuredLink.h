@@ -4,6 +4,8 @@
 #include <optional>
 #include <vector>
 
+#include "measure/Noise.h"
+
 class TSorData;
 
 namespace reflyze {
@@ -39,6 +41,8 @@ struct MeasuredLink {
   std::optional<Measured> totalLossDb;         // sections and events between launch and end
   std::optional<Measured> returnLossDb;        // of the whole link
   std::optional<double> assumedBackscatterDb;  // dB for a pulse of 1 ns, where the record states none
+  NoiseModel noise;                            // of the trace, also where it shows no fibre
+  double riseKm = 0.0;                         // of the receiver, see LinkModel; 0 where nothing told it
 };
 
 struct MeasureOptions {

@@ -95,6 +95,18 @@ Made SheetFor(const Trace& trace, bool measure) {
   });
 }
 
+Made MeasureFor(const Trace& trace, const std::string& kind, const std::vector<double>& placesKm) {
+  for (const MeasureKind known : {MeasureKind::kAt, MeasureKind::kTwoPoint, MeasureKind::kLeastSquares,
+                                  MeasureKind::kReturnLoss, MeasureKind::kEvent}) {
+    if (kind != NameOf(known)) continue;
+    return Unlocked([&]() -> Made {
+      const PlaceMeasure measure = Measure(trace, {known, placesKm});
+      return {TextsOf(measure), measure.warnings};
+    });
+  }
+  throw Error(ErrorKind::kUsage, "", "\"" + kind + "\" is no kind of measure");
+}
+
 Made FilterFor(const Trace& trace, const std::string& kind, std::optional<double> level) {
   FilterOptions options;
   options.level = level;
@@ -137,6 +149,7 @@ void BindWork(py::module_& module) {
   module.def("merge", MergeFor);
   module.def("quality", QualityFor);
   module.def("show", SheetFor);
+  module.def("measure", MeasureFor);
   module.def("meaning", [](const std::string& code, const std::string& technique) {
     const CodeMeaning meaning = MeaningOf(code, technique);
     return pybind11::make_tuple(meaning.words, meaning.known, meaning.byHand, meaning.endsFibre);

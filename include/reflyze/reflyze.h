@@ -9,6 +9,7 @@
 #include "reflyze/events.h"
 #include "reflyze/files.h"
 #include "reflyze/filter.h"
+#include "reflyze/measure.h"
 #include "reflyze/merge.h"
 #include "reflyze/monitor.h"
 #include "reflyze/quality.h"

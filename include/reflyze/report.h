@@ -6,6 +6,7 @@
 
 #include "reflyze/events.h"
 #include "reflyze/filter.h"
+#include "reflyze/measure.h"
 #include "reflyze/merge.h"
 #include "reflyze/monitor.h"
 #include "reflyze/quality.h"
@@ -24,6 +25,7 @@ REFLYZE_API std::string TextOf(const MergedTable& table);      // of a merge
 REFLYZE_API std::string TextOf(const QualityTable& table);     // of how far to believe a trace
 REFLYZE_API std::string TextOf(const FilterTable& table);      // of a filter
 REFLYZE_API std::string TextOf(const Sheet& sheet);            // of a file's card and its own table
+REFLYZE_API std::string TextOf(const PlaceMeasure& measure);   // of what was measured between markers
 REFLYZE_API std::string TextOf(const Simulation& simulation);  // of a simulated link
 
 REFLYZE_API std::string JsonOf(const EventTable& table);       // of an analysis
@@ -33,6 +35,7 @@ REFLYZE_API std::string JsonOf(const MergedTable& table);      // of a merge
 REFLYZE_API std::string JsonOf(const QualityTable& table);     // of how far to believe a trace
 REFLYZE_API std::string JsonOf(const FilterTable& table);      // of a filter
 REFLYZE_API std::string JsonOf(const Sheet& sheet);            // of a file's card and its own table
+REFLYZE_API std::string JsonOf(const PlaceMeasure& measure);   // of what was measured between markers
 // The truth in the shape of a table of events; several lines with an indent above 0.
 REFLYZE_API std::string JsonOf(const Simulation& simulation, int indent = -1);
 

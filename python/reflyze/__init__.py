@@ -9,6 +9,7 @@ from ._results import (
     EventTable,
     FilterTable,
     MergedTable,
+    PlaceMeasure,
     QualityTable,
     Result,
     Sheet,
@@ -28,7 +29,7 @@ from ._values import (
     Thresholds,
     TrueEvent,
 )
-from ._work import analyse, baseline, compare, dump, dump_text, filter, meaning_of, merge, quality, show, simulate
+from ._work import analyse, baseline, compare, dump, dump_text, filter, meaning_of, measure, merge, quality, show, simulate
 
 __version__ = _core.library_version()
 module_version = _core.module_version()
@@ -48,6 +49,7 @@ __all__ = [
     "MergedTable",
     "ModuleAnswer",
     "Note",
+    "PlaceMeasure",
     "QualityTable",
     "Reason",
     "Result",
@@ -68,6 +70,7 @@ __all__ = [
     "filter",
     "from_bytes",
     "meaning_of",
+    "measure",
     "merge",
     "module_version",
     "open",

@@ -256,6 +256,31 @@ class Sheet(Result):
 
 
 @dataclass(frozen=True, repr=False, eq=False)
+class PlaceMeasure(Result):
+    """What was measured between markers; None for what was not asked for, or what noise hides."""
+
+    file: str
+    kind: str  #: at, two-point, least-squares, return-loss, event
+    places_km: Tuple[float, ...]  #: of the points nearest to those asked for
+    level_db: Optional[float]
+    level_sd_db: Optional[float]
+    loss_db: Optional[float]
+    loss_sd_db: Optional[float]
+    attenuation_db_per_km: Optional[float]
+    attenuation_sd_db_per_km: Optional[float]
+    orl_db: Optional[float]
+    orl_sd_db: Optional[float]
+    orl_at_most: bool  #: the receiver was saturated
+    reflectance_db: Optional[float]
+    reflectance_sd_db: Optional[float]
+    reflectance_at_least: bool  #: the receiver was saturated
+
+    def _about(self) -> str:
+        places = ", ".join(f"{km:.4f}" for km in self.places_km)
+        return f"measure {self.kind} of {self.file} at {places} km"
+
+
+@dataclass(frozen=True, repr=False, eq=False)
 class FilterTable(Stored):
     """What a filter did to a trace and found on the way."""
 

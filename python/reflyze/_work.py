@@ -15,6 +15,7 @@ from ._results import (
     EventTable,
     FilterTable,
     MergedTable,
+    PlaceMeasure,
     QualityTable,
     Sheet,
     Simulation,
@@ -179,6 +180,34 @@ def show(trace: Source, *, measure: bool = False) -> Sheet:
 def meaning_of(code: str, technique: str = "") -> CodeMeaning:
     """What an event code of SR-4731 says, such as "1F9999"; its technique may stand behind it."""
     return CodeMeaning(*_core.meaning(text("code", code), text("technique", technique)))
+
+
+def measure(
+    trace: Source,
+    *,
+    at: Optional[float] = None,
+    from_km: Optional[float] = None,
+    to_km: Optional[float] = None,
+    event: Optional[Iterable[float]] = None,
+    kind: str = "two-point",
+) -> PlaceMeasure:
+    """One number at a place or between places, with its standard deviation; places are km.
+
+    `at` gives the level there, and the reflectance of a peak. Between `from_km` and `to_km` it is of the `kind`
+    "two-point", "least-squares" or "return-loss". `event` has four places a, A, B, b, and the event stands between
+    A and B.
+    """
+    stretch = from_km is not None or to_km is not None
+    if (at is not None) + stretch + (event is not None) != 1:
+        raise UsageError("what to measure is told by at, by from_km and to_km, or by event")
+    if at is not None:
+        asked, places = "at", [_number("at", at)]
+    elif event is not None:
+        asked, places = "event", [_number("event", km) for km in event]
+    else:
+        asked, places = text("kind", kind), [_number("from_km", from_km), _number("to_km", to_km)]
+    taken = _trace(trace)
+    return result(PlaceMeasure, _core.measure(taken._held, asked, places), taken._encoding)
 
 
 def filter(trace: Source, *, kind: str = "auto", level: Optional[float] = None) -> FilterTable:

@@ -86,6 +86,12 @@ def test_one_trace(trace: str, tmp_path: pathlib.Path) -> None:
             words = [reflyze.meaning_of(event.code, event.technique or "").words for event in sheet.events if event.code]
             assert words == [event.meaning for event in sheet.events if event.code]
             assert sheet.card.from_ == reflyze.open(trace).card.from_
+    check(lambda: reflyze.measure(trace, at=0.5), "measure", trace, "--at", "0.5")
+    check(lambda: reflyze.measure(trace, from_km=0.2, to_km=0.7), "measure", trace, "--from", "0.2", "--to", "0.7")
+    for kind, flag in (("least-squares", "--lsa"), ("return-loss", "--orl")):
+        check(lambda: reflyze.measure(trace, from_km=0.2, to_km=0.7, kind=kind),
+              "measure", trace, "--from", "0.2", "--to", "0.7", flag)  # fmt: skip
+    check(lambda: reflyze.measure(trace, event=(0.1, 0.3, 0.5, 0.7)), "measure", trace, "--event", "0.1,0.3,0.5,0.7")
     for kind in ("auto", "fast", "kernel"):
         smooth = check(lambda: reflyze.filter(trace, kind=kind), "filter", trace, "-o", out, "--kind", kind)
         if isinstance(smooth, reflyze.FilterTable):
