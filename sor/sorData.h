@@ -80,8 +80,8 @@ class REFLYZE_API TSorData {
   // filled, and valid. Counts that no record can have are thrown, as the integer 0 or as a text (see
   // TEmbData1E).
   void Read(TSorFile* file);
-  // The same without the linear trace, which costs as much as all the rest, for a caller that may not need
-  // it: SetLinf makes it, before anybody measures the record. Whether the record was read to where its linear
+  // The same into a record that was just made, without the linear trace, which costs as much as all the rest:
+  // SetLinf makes it, before anybody measures the record. Whether the record was read to where its linear
   // trace would be made; where its data broke off before that, it was not brought into line either.
   bool ReadWithoutLinf(TSorFile* file);
   // The same for a caller that needs the points and their events and nothing else: unknown blocks, monitoring

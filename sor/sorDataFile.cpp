@@ -228,7 +228,6 @@ void TSorData::Read(TSorFile* file) {
 
 bool TSorData::ReadWithoutLinf(TSorFile* file) {
   reflyze::Require(file != nullptr, "file");
-  Init();
   if (!Reader(*this, *file).Run()) return false;
   if (EmbData->GetEmbData(TEmbData1E::kLinearTrace) != nullptr) {
     SetLinf();  // in place of what the file brings along under that name
