@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "util/elementary.h"
 #include "util/quickExp.h"
 
 namespace reflyze {
@@ -29,18 +30,38 @@ LinkPower::LinkPower(const LinkModel& model)
       pulse_(model.pulseKm, model.riseKm, model.droopPerKm),
       slow_(model.pulseKm, model.slowKm, model.droopPerKm),
       hasSlow_(model.slowShare != 0.0 || model.wholeReceiver),
-      settledKm_(std::max(pulse_.SettledKm(), kTailPulses * model.pulseKm)),
       tailPerKm_(1.0 / model.pulseKm) {
-  if (hasSlow_) settledKm_ = std::max(settledKm_, slow_.SettledKm());
   seen_.reserve(model.places.size());
   for (size_t i = 0; i < model.places.size(); ++i) {
     const LinkModel::Place& place = model.places[i];
-    Seen seen{place.km, place.reflection, place.reflects, {}, {}, 0.0};
+    Seen seen{place.km, place.reflection, place.reflects, {}, {}, 0.0, 0.0, 0.0, 0.0};
     if (i > 0) seen.front = SideOf(i - 1, place.km);
     if (i < model.sections.size()) seen.behind = SideOf(i, place.km);
     seen.lost = seen.front.density - seen.behind.density;
+    seen.untilKm = seen.lastKm = UntilKm(seen);
+    // The end of a section shows by what is known of the section.
+    if (i > 0) seen_[i - 1].lastKm = std::max(seen_[i - 1].lastKm, seen.untilKm);
     seen_.push_back(seen);
   }
+  double goneKm = 0.0;
+  for (Seen& seen : seen_) goneKm = seen.allGoneKm = std::max(goneKm, seen.lastKm);
+}
+
+// Behind the pulse the fast path forgets a place within some of its own lengths. What the slow path has of it
+// falls as exp(-s / slow); it is followed down to where it is a hundred thousandth of the fibre's own light,
+// far below ripple and rounding. A share that is not known yet is taken for some thousandths.
+double LinkPower::UntilKm(const Seen& place) const {
+  constexpr double kLeastLight = 1e-5, kLeastShare = 0.003;
+  double until = pulse_.SettledKm();
+  if (place.reflection != 0.0) until = std::max(until, kTailPulses * model_.pulseKm);
+  if (hasSlow_) {
+    const double share = std::max(std::fabs(model_.slowShare), kLeastShare);
+    const double shown = share * (std::fabs(place.lost) * model_.slowKm + place.reflection);
+    const double least = kLeastLight * model_.pulseKm * std::max(place.front.density, place.behind.density);
+    const double over = shown > least ? elementary::Log(shown / least) : 0.0;
+    until = std::max(until, std::min(slow_.SettledKm(), model_.pulseKm + over * model_.slowKm));
+  }
+  return place.km + until;
 }
 
 LinkPower::Side LinkPower::SideOf(size_t section, double km) const {
@@ -63,10 +84,8 @@ double LinkPower::TailOf(const Seen& place, double s) const {
 }
 
 size_t LinkPower::FirstSeen(double km) const {
-  const auto gone = [&](const Seen& place) { return place.km + settledKm_ < km; };
-  const auto seen = std::partition_point(seen_.begin(), seen_.end(), gone);
-  const auto index = static_cast<size_t>(seen - seen_.begin());
-  return index == 0 ? 0 : index - 1;
+  const auto gone = [&](const Seen& place) { return place.allGoneKm < km; };
+  return static_cast<size_t>(std::partition_point(seen_.begin(), seen_.end(), gone) - seen_.begin());
 }
 
 // Whether the pulse has left a section: then its line shows nowhere.
@@ -110,9 +129,10 @@ LinkPower::At LinkPower::Power(double km) const {
   double line = 0.0, whole = 0.0, tail = 0.0;
   for (size_t i = FirstSeen(km); i < seen_.size() && seen_[i].km < km; ++i) {
     const Seen& place = seen_[i];
+    if (km >= place.lastKm) continue;
     const double s = km - place.km, before = line;
     line = HasPassed(i, km) ? 0.0 : LineAt(i, km);
-    if (s < settledKm_) {
+    if (km < place.untilKm) {
       const double driven = Driven(s);
       const Shown shown = ShownOf(s, driven);
       at.power += place.lost * shown.h + place.reflection * shown.g;
@@ -165,30 +185,37 @@ LinkPower::Shown LinkPower::AddShown(const Seen& place, double s, double driven,
 LinkPower::At LinkPower::PowerAndSlopes(double km, Slopes& slopes) const {
   At at;
   double line = 0.0, whole = 0.0, tail = 0.0;
-  slopes.Begin(FirstSeen(km));
-  for (size_t i = slopes.first; i < seen_.size() && seen_[i].km < km; ++i) {
+  slopes.Begin();
+  for (size_t i = FirstSeen(km); i < seen_.size() && seen_[i].km < km; ++i) {
     const Seen& place = seen_[i];
+    if (km >= place.lastKm) continue;
     const double s = km - place.km, before = line;
     line = HasPassed(i, km) ? 0.0 : LineAt(i, km);
-    double* const own = slopes.AddPlace();
-    const double driven = Driven(s);
-    Shown shown = {0.0, 0.0};
-    if (s < settledKm_) {
-      shown = AddShown(place, s, driven, own, slopes);
-      tail += TailOf(place, s);
+    if (km >= place.untilKm) {
+      whole = line;
+      double* const own = slopes.Add(i);
+      own[2] = line;
+      own[3] = (-s - place.behind.awayKm) * line;
+      continue;
     }
+    double* const own = slopes.Add(i);
+    // What shows of a place shows the section in front of it, too, so that stands in front of it here.
+    double* const front = slopes.count > 1 ? slopes.places[slopes.count - 2].by : nullptr;
+    const double driven = Driven(s);
+    const Shown shown = AddShown(place, s, driven, own, slopes);
+    tail += TailOf(place, s);
     at.power += place.lost * shown.h + place.reflection * shown.g;
-    Begun behind = {line, (place.behind.grows - s) * line, 0.0}, front = {0.0, 0.0, 0.0};
+    Begun behind = {line, (place.behind.grows - s) * line, 0.0}, ahead = {0.0, 0.0, 0.0};
     if (s < model_.pulseKm) {
       behind = BegunSlopes(place.behind, s, driven, line);
-      front = BegunSlopes(place.front, s, driven, before);
-      at.power += behind.light - front.light;
-      slopes.receiver[3] += (behind.byDroop - front.byDroop) * tailPerKm_;
+      ahead = BegunSlopes(place.front, s, driven, before);
+      at.power += behind.light - ahead.light;
+      slopes.receiver[3] += (behind.byDroop - ahead.byDroop) * tailPerKm_;
     } else {
       whole = line;
     }
     AddSide(place.behind, 1.0, shown.h, behind, own + 2);
-    if (i > slopes.first) AddSide(place.front, -1.0, shown.h, front, own - 2);
+    if (front != nullptr) AddSide(place.front, -1.0, shown.h, ahead, front + 2);
   }
   at.power += whole;
   at.transient = std::fabs(at.power - line) + tail;

@@ -41,24 +41,27 @@ inline int NumberOf(std::size_t place, Parameter parameter) {
 
 // By how much the power at a point grows with each parameter of the model.
 struct Slopes {
-  void Begin(std::size_t place) {
-    first = place;
+  struct OfPlace {
+    std::size_t place;
+    double by[4];  // in the order of Parameter
+  };
+
+  void Begin() {
     count = 0;
     ofReceiver = false;
     for (double& slope : receiver) slope = 0.0;
   }
-  // Room for the four of the next place; the pointer holds until the next call.
-  double* AddPlace() {
-    if (own.size() < count + 4) own.resize(count + 4);
-    double* const slopes = own.data() + count;
-    for (int i = 0; i < 4; ++i) slopes[i] = 0.0;
-    count += 4;
-    return slopes;
+  // Room for the next place; the pointer holds until the next call.
+  double* Add(std::size_t place) {
+    if (places.size() == count) places.emplace_back();
+    OfPlace& slopes = places[count++];
+    slopes.place = place;
+    for (double& by : slopes.by) by = 0.0;
+    return slopes.by;
   }
 
-  std::size_t first = 0;                      // the first place that is seen
-  std::size_t count = 0;                      // of what is used of
-  std::vector<double> own;                    // of the places from there on, in the order of NumberOf
+  std::vector<OfPlace> places;  // that are seen, along the fibre; the first `count`
+  std::size_t count = 0;
   bool ofReceiver = false;                    // whether the receiver shows
   double receiver[4] = {0.0, 0.0, 0.0, 0.0};  // logarithm of its rise; share and logarithm of its slow path;
                                               // loss of the laser in a pulse
@@ -93,7 +96,6 @@ class LinkPower {
     const LinkModel::Section& line = model_.sections[section];
     return elementary::QuickExp(line.level - line.decayPerKm * (km - line.anchorKm));
   }
-  double SettledKm() const { return settledKm_; }
   double DelayKm() const { return pulse_.DelayKm() + model_.slowShare * (model_.slowKm - model_.riseKm); }
 
  private:
@@ -108,7 +110,10 @@ class LinkPower {
     double km, reflection;
     bool reflects;
     Side front, behind;
-    double lost;  // density in front less that behind
+    double lost;       // density in front less that behind
+    double untilKm;    // where its light is gone from the receiver
+    double lastKm;     // where that of the section behind it is gone, too
+    double allGoneKm;  // the same of all places up to this one
   };
   // What a fast receiver shows of a side within the pulse, with its derivatives.
   struct Begun {
@@ -120,7 +125,8 @@ class LinkPower {
   };
 
   Side SideOf(std::size_t section, double km) const;
-  std::size_t FirstSeen(double km) const;  // the first section whose light has not gone from the receiver
+  double UntilKm(const Seen& place) const;
+  std::size_t FirstSeen(double km) const;  // the first place whose light has not gone from the receiver
   bool HasPassed(std::size_t section, double km) const;
   double Driven(double s) const;
   double TailOf(const Seen& place, double s) const;
@@ -133,7 +139,7 @@ class LinkPower {
   const LinkModel& model_;
   PulseResponse pulse_, slow_;
   bool hasSlow_;  // or may have
-  double settledKm_, tailPerKm_;
+  double tailPerKm_;
   std::vector<Seen> seen_;
 };
 

@@ -52,18 +52,19 @@ bool IsOneStretch(const TSorBlockFixedParameters& fixed) {
   return fixed.TPW > 0;
 }
 
-// Whether the events can be places along a fibre: in order, the last on the trace, and not so close together
-// that the light of all of them overlaps, which takes the third power of their number to untangle.
+// Whether the events can be places along a fibre: in order, on the trace or a little in front of it, and not
+// so close together that the light of all of them overlaps, which takes the third power of their number to
+// untangle.
 bool ListsALink(const TSorData& record, const Powers& powers) {
   constexpr std::size_t kMostTogether = 64;
-  constexpr double kTogetherPulses = 8.0;
+  constexpr double kTogetherPulses = 8.0, kInFrontKm = 1.0;
   const double last = powers.KmOf(powers.count());
   const double pulseKm = record.FxdParams->OwtToLen(record.FxdParams->GetOwtPulse(0));
   const double togetherKm = std::max(kTogetherPulses * pulseKm, powers.KmOf(kMostTogether));
   std::vector<double> places;
   for (int i = 0; i < record.KeyEvents->ListedEvents(); ++i) {
     const double km = record.FxdParams->OwtToLen(record.KeyEvents->EventAt(i).EPT - record.NumToOwt(0));
-    if (!(km <= last) || (i > 0 && !(km > places.back()))) return false;
+    if (!(km >= -kInFrontKm && km <= last) || (i > 0 && !(km > places.back()))) return false;
     places.push_back(km);
     if (places.size() > kMostTogether && km - places[places.size() - 1 - kMostTogether] < togetherKm)
       return false;

@@ -15,6 +15,7 @@ constexpr double kMedianOfSquare = 0.454936423119573;  // of a standard normal n
 constexpr double kLeastReceiver = 1e-18;               // on a trace without any noise
 constexpr double kRoundingShare = 6.6e-5;  // standard deviation of 0.001 dB, rounded, as a share of power
 
+constexpr long kBlocksOfPoints = 200;  // of a section
 constexpr double kInverseRootOf2Pi = 0.3989422804014327;
 
 // Share of a standard normal number that lies below x, to 1e-7 (Abramowitz and Stegun, 26.2.17), with the
@@ -74,9 +75,11 @@ Span SettledSpan(const Powers& powers, const LinkModel& model, size_t section) {
 double TailVariance(const Powers& powers, long from, bool& cut) {
   constexpr long kPoints = 64;
   constexpr double kShareOfCut = 0.5 - 0.15915494309189535;
+  constexpr long kMostWindows = 500;  // tell as much of a variance as any number
   std::vector<double> variances;
   long low = 0, all = 0;
-  for (long at = from; at + kPoints <= powers.count(); at += kPoints) {
+  const long step = std::max(kPoints, (powers.count() - from) / kMostWindows);
+  for (long at = from; at + kPoints <= powers.count(); at += step) {
     long lowHere = 0;
     for (long i = at; i < at + kPoints; ++i) lowHere += powers.AtFloor(i) ? 1 : 0;
     const double variance = WindowAt(powers, at, at + kPoints).variance;
@@ -108,6 +111,18 @@ struct Together {
   std::vector<double> points;  // squares of whitened points
   std::vector<double> blocks;  // squares of whitened sums, over the root of their length
 
+  // Some points of a block, against a line that falls by `fall` from each to the next. They tell their noise
+  // against the block's own mean, whatever the line is.
+  void AddPoints(const Powers& powers, const Span& block, double line, double fall, double deviation,
+                 double mean) {
+    const long apart = std::max(1L, (block.to - block.from) / 16);
+    const double n = static_cast<double>(block.to - block.from), perDeviation = 1.0 / deviation;
+    const double left = elementary::QuickExp(-fall * static_cast<double>(apart));
+    for (long i = block.from; i < block.to; i += apart, line *= left) {
+      const double off = (powers[i] - line) * perDeviation - mean;
+      points.push_back(off * off * n / (n - 1.0));
+    }
+  }
   // Variance of a point against what was thought.
   double Scale() {
     constexpr double kLeast = 1e-6;  // of points that are all alike
@@ -118,12 +133,11 @@ struct Together {
 
 }  // namespace
 
-StoredPower::StoredPower(double power, const NoiseModel& noise) : mean(power) {
-  if (!noise.cut || power > 6.0 * noise.receiver) return;
-  const double x = power / noise.receiver;
+void StoredPower::Lift(double power, double receiver) {
+  const double x = power / receiver;
   const double density = kInverseRootOf2Pi * elementary::QuickExp(-x * x / 2.0);
   share = NormalBelow(x, density);
-  mean = power * share + noise.receiver * density;
+  mean = power * share + receiver * density;
 }
 
 NoiseModel FirstNoise(const Powers& powers, const LinkModel& model) {
@@ -162,7 +176,11 @@ NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, Residuals as
     const Span span = SettledSpan(powers, model, i);
     const long block = std::clamp((span.to - span.from) / 10, 8L, std::max(8L, 6 * pulse));
     if (block * 5 > span.to - span.from) continue;
+    // Points of some hundred blocks tell how large noise is; how far they go together all blocks have to
+    // tell.
+    const long every = std::max(1L, (span.to - span.from) / block / kBlocksOfPoints);
     std::vector<double> sums;
+    long number = 0;
     for (long at = span.from; at + block <= span.to; at += block) {
       const double line = power.LineAt(i, powers.KmOf(at + block / 2));
       if (noise.cut && line < 3.0 * noise.receiver) continue;  // the mean is not that of the light there
@@ -174,11 +192,8 @@ NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, Residuals as
       const double fall = model.sections[i].decayPerKm * powers.spacingKm();
       const double meanLine = power.LineAt(i, middleKm) * MeanOfFall(n, fall);
       const double sum = n * (powers.Mean(at, at + block) - meanLine) / deviation;
-      // The points of a block tell their noise against its own mean, whatever the line is.
-      for (long k = at; k < at + block; k += std::max(1L, block / 16)) {
-        const double off = (powers[k] - power.LineAt(i, powers.KmOf(k))) / deviation - sum / n;
-        kind.points.push_back(off * off * n / (n - 1.0));
-      }
+      if (number++ % every == 0)
+        kind.AddPoints(powers, {at, at + block}, power.LineAt(i, powers.KmOf(at)), fall, deviation, sum / n);
       sums.push_back(sum / std::sqrt(n));
       if (asFibre == Residuals::kOfLine) {
         // Level and slope of the line have taken two of all blocks.

@@ -30,8 +30,13 @@ struct NoiseModel {
 // What an instrument stores of a power. One that stores no negative power lifts the mean of what is near its
 // noise: to the mean of a normal number cut off at 0. More light then lifts it by `share` of that.
 struct StoredPower {
-  StoredPower(double power, const NoiseModel& noise);
+  StoredPower(double power, const NoiseModel& noise) : mean(power) {
+    if (noise.cut && !(power > 6.0 * noise.receiver)) Lift(power, noise.receiver);
+  }
   double mean = 0.0, share = 1.0;
+
+ private:
+  void Lift(double power, double receiver);
 };
 
 // From the trace, where `model` says that fibre is and where none is. The lengths in which noise is

@@ -27,15 +27,12 @@ class SolvedCertainty : public Certainty {
   Solver solver_;
 };
 
-// Rows are short, and lie apart from the slopes: two at a time, without asking.
-inline void AddTimes(double factor, const double* from, std::size_t count, double* to) {
-  std::size_t k = 0;
-  for (; k + 2 <= count; k += 2) {
-    const double one = to[k] + factor * from[k], other = to[k + 1] + factor * from[k + 1];
-    to[k] = one;
-    to[k + 1] = other;
-  }
-  if (k < count) to[k] += factor * from[k];
+constexpr std::size_t kOwn = 4, kBlock = kOwn * kOwn;
+
+inline void AddTimes(double factor, const double* from, double* to) {
+  const double one = to[0] + factor * from[0], two = to[1] + factor * from[1];
+  const double three = to[2] + factor * from[2], four = to[3] + factor * from[3];
+  to[0] = one, to[1] = two, to[2] = three, to[3] = four;
 }
 
 }  // namespace
@@ -43,34 +40,51 @@ inline void AddTimes(double factor, const double* from, std::size_t count, doubl
 NormalEquations::NormalEquations(std::size_t parameters, std::size_t shared)
     : parameters_(parameters),
       band_(parameters - shared),
-      rows_(band_),
+      rows_(band_ / kOwn),
       shared_(shared, std::vector<double>(parameters, 0.0)),
       gradient_(Eigen::VectorXd::Zero(static_cast<Eigen::Index>(parameters))) {
-  for (std::vector<double>& row : rows_) row.resize(1);
+  for (std::size_t place = 0; place < rows_.size(); ++place)
+    rows_[place] = {place, std::vector<double>(kBlock, 0.0)};
+}
+
+double* NormalEquations::BlockOf(std::size_t place, std::size_t other) {
+  Row& row = rows_[place];
+  if (other < row.first) {
+    row.blocks.insert(row.blocks.begin(), (row.first - other) * kBlock, 0.0);
+    row.first = other;
+  }
+  return row.blocks.data() + (other - row.first) * kBlock;
 }
 
 void NormalEquations::Add(const Slopes& slopes, std::size_t shared, double weight, double pull) {
-  const std::size_t first = 4 * slopes.first, count = slopes.count;
-  const double* const own = slopes.own.data();
   double* const gradient = gradient_.data();
-  for (std::size_t i = 0; i < count; ++i) {
-    if (own[i] == 0.0) continue;
-    const double weighted = weight * own[i];
-    gradient[first + i] += own[i] * pull;
-    std::vector<double>& row = rows_[first + i];
-    if (row.size() < i + 1) row.insert(row.begin(), i + 1 - row.size(), 0.0);
-    AddTimes(weighted, own, i + 1, row.data() + (row.size() - i - 1));
+  for (std::size_t i = 0; i < slopes.count; ++i) {
+    const Slopes::OfPlace& one = slopes.places[i];
+    double weighted[kOwn];
+    for (std::size_t k = 0; k < kOwn; ++k) weighted[k] = weight * one.by[k];
+    AddTimes(pull, one.by, gradient + kOwn * one.place);
+    for (std::size_t j = 0; j <= i; ++j) {
+      const Slopes::OfPlace& other = slopes.places[j];
+      double* const block = BlockOf(one.place, other.place);
+      for (std::size_t k = 0; k < kOwn; ++k) {
+        if (weighted[k] != 0.0) AddTimes(weighted[k], other.by, block + kOwn * k);
+      }
+    }
   }
   for (std::size_t i = 0; i < shared; ++i) {
     const double weighted = weight * slopes.receiver[i];
+    if (weighted == 0.0) continue;
     gradient[band_ + i] += slopes.receiver[i] * pull;
-    AddTimes(weighted, own, count, shared_[i].data() + first);
-    AddTimes(weighted, slopes.receiver, i + 1, shared_[i].data() + band_);
+    double* const row = shared_[i].data();
+    for (std::size_t j = 0; j < slopes.count; ++j)
+      AddTimes(weighted, slopes.places[j].by, row + kOwn * slopes.places[j].place);
+    for (std::size_t j = 0; j <= i; ++j) row[band_ + j] += weighted * slopes.receiver[j];
   }
 }
 
 void NormalEquations::AddPrior(int parameter, double weight, double off) {
-  rows_[static_cast<std::size_t>(parameter)].back() += weight;
+  const auto row = static_cast<std::size_t>(parameter);
+  *Value(row, row) += weight;
   gradient_(parameter) -= weight * off;
 }
 
@@ -78,20 +92,22 @@ void NormalEquations::AddPrior(int parameter, double weight, double off) {
 Eigen::SparseMatrix<double> NormalEquations::Matrix(double damping) const {
   const auto count = static_cast<Eigen::Index>(parameters_);
   std::size_t values = shared_.size() * parameters_;
-  for (const std::vector<double>& row : rows_) values += row.size();
+  for (const Row& row : rows_) values += row.blocks.size();
   Eigen::SparseMatrix<double> matrix(count, count);
   matrix.reserve(static_cast<Eigen::Index>(values));
-  const auto add = [&](std::size_t row, std::size_t first, const double* of) {
+  const auto add = [&](std::size_t row, std::size_t first, const auto& valueOf) {
     const auto column = static_cast<Eigen::Index>(row);
     matrix.startVec(column);
     for (std::size_t k = first; k < row; ++k)
-      matrix.insertBack(static_cast<Eigen::Index>(k), column) = of[k - first];
+      matrix.insertBack(static_cast<Eigen::Index>(k), column) = valueOf(k);
     // What no sample shows stays as it is.
-    const double diagonal = of[row - first];
+    const double diagonal = valueOf(row);
     matrix.insertBack(column, column) = diagonal == 0.0 ? 1.0 : diagonal * (1.0 + damping);
   };
-  for (std::size_t row = 0; row < band_; ++row) add(row, row + 1 - rows_[row].size(), rows_[row].data());
-  for (std::size_t i = 0; i < shared_.size(); ++i) add(band_ + i, 0, shared_[i].data());
+  for (std::size_t row = 0; row < band_; ++row)
+    add(row, kOwn * rows_[row / kOwn].first, [&](std::size_t column) { return *Value(row, column); });
+  for (std::size_t i = 0; i < shared_.size(); ++i)
+    add(band_ + i, 0, [&](std::size_t column) { return shared_[i][column]; });
   matrix.finalize();
   return matrix;
 }
@@ -100,9 +116,12 @@ void NormalEquations::Hold(int parameter) {
   const auto held = static_cast<std::size_t>(parameter);
   gradient_(parameter) = 0.0;
   for (std::size_t row = held; row < band_; ++row) {
-    std::vector<double>& values = rows_[row];
-    if (row == held) std::fill(values.begin(), values.end(), 0.0);
-    if (row - held < values.size()) values[values.size() - 1 - (row - held)] = 0.0;
+    const std::size_t first = kOwn * rows_[row / kOwn].first;
+    if (row == held) {
+      for (std::size_t column = first; column <= row; ++column) *Value(row, column) = 0.0;
+    } else if (held >= first) {
+      *Value(row, held) = 0.0;
+    }
   }
   for (std::size_t row = 0; row < shared_.size(); ++row) {
     if (band_ + row == held) std::fill(shared_[row].begin(), shared_[row].end(), 0.0);
@@ -121,8 +140,17 @@ void NormalEquations::Join(std::size_t shared, std::size_t front) {
   Hold(static_cast<int>(other));
 }
 
+const double* NormalEquations::Value(std::size_t row, std::size_t column) const {
+  const Row& of = rows_[row / kOwn];
+  return of.blocks.data() + (column / kOwn - of.first) * kBlock + kOwn * (row % kOwn) + column % kOwn;
+}
+
+double* NormalEquations::Value(std::size_t row, std::size_t column) {
+  return BlockOf(row / kOwn, column / kOwn) + kOwn * (row % kOwn) + column % kOwn;
+}
+
 double NormalEquations::Diagonal(std::size_t row) const {
-  return row < band_ ? rows_[row].back() : shared_[row - band_][row];
+  return row < band_ ? *Value(row, row) : shared_[row - band_][row];
 }
 
 NormalEquations::Step NormalEquations::Solve(double damping) const {

@@ -36,10 +36,19 @@ class NormalEquations {
  private:
   Eigen::SparseMatrix<double> Matrix(double damping) const;
 
+  // What all parameters of a place have to do with those of the places in front of it that show where it
+  // does: blocks of four by four, that of `first` first and its own last.
+  struct Row {
+    std::size_t first;
+    std::vector<double> blocks;
+  };
+  double* BlockOf(std::size_t place, std::size_t other);
+  double* Value(std::size_t row, std::size_t column);
+  const double* Value(std::size_t row, std::size_t column) const;
   double Diagonal(std::size_t row) const;
 
   std::size_t parameters_, band_;            // of which the last are shared
-  std::vector<std::vector<double>> rows_;    // of each band row: up to the diagonal
+  std::vector<Row> rows_;                    // of each place
   std::vector<std::vector<double>> shared_;  // rows of the shared parameters, whole
   Eigen::VectorXd gradient_;
 };

@@ -20,18 +20,23 @@ class Powers {
   double spacingKm() const { return spacingKm_; }
   // Whether there is anything to measure: enough points, some way apart, at levels that light can have.
   bool IsUsable() const;
-  double operator[](long i) const { return power_[static_cast<std::size_t>(i)]; }
+  double operator[](long i) const { return static_cast<double>(power_[static_cast<std::size_t>(i)]); }
   double KmOf(long i) const { return static_cast<double>(i) * spacingKm_; }
   long At(double km) const;               // the last point in front of a place, kept on the trace
-  double Mean(long from, long to) const;  // of [from, to), of at least one point
-  double Peak(long from, long to) const;  // of [from, to)
+  double Sum(long from, long to) const {  // of [from, to)
+    return sums_[static_cast<std::size_t>(to)] - sums_[static_cast<std::size_t>(from)];
+  }
+  double Mean(long from, long to) const {
+    return Sum(from, to) / static_cast<double>(to - from);
+  }                                                            // not of none
+  double Peak(long from, long to) const;                       // of [from, to)
   bool AtFloor(long i) const { return (*this)[i] <= floor_; }  // the instrument stores nothing lower
 
  private:
   double spacingKm_;
   double lowestDb_ = 0.0, highestDb_ = 0.0;
   double floor_ = 0.0;
-  std::vector<double> power_;
+  std::vector<float> power_;  // to a thousandth of the step in which levels are stored
   std::vector<double> sums_;  // of all points in front of each
 };
 

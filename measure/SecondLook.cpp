@@ -101,9 +101,10 @@ class Looker {
 
   // Where an event between two sections would stand with the most likelihood, as far as their lines go, and
   // what it reflects there: each point between two places counts for the line that is nearer, by half of the
-  // difference of both squares over the variance. None where that says no more than chance.
+  // difference of both squares over the variance. None where that says no more than chance. Nor
+  // is a place looked for behind points that speak against all that lies beyond them.
   std::optional<LinkModel::Place> BetterPlace(std::size_t place) const {
-    constexpr double kMore = 4.0;  // logarithm of the likelihood
+    constexpr double kMore = 4.0, kHopeless = 30.0;  // logarithms of the likelihood
     const double delay = DelayKm(), km = model_.places[place].km + delay;
     const long here = powers_.At(km);
     const long first =
@@ -121,6 +122,7 @@ class Looker {
         const double toBehind = powers_[i] - StoredPower(behind, noise_).mean;
         const double gain = toBefore * toBefore - toBehind * toBehind;
         sum += (way < 0 ? gain : -gain) / (2.0 * noise_.VarianceOfMean(before, 1.0));
+        if (sum + kMostReflectionGain < most - kHopeless) break;
         if (sum + kMostReflectionGain < most) continue;
         const Reflected reflected = ReflectedAt(place, i, last);
         if (sum + reflected.gain <= most) continue;
@@ -151,8 +153,19 @@ class Looker {
       at = i;
     };
     // Two that lie a small part of a pulse apart share nearly all of their light.
-    const long step = std::max(1L, wide / 16);
-    for (long i = from; i < to; i += step) look(i);
+    const long step = std::max(1L, wide / 16), run = 64 * step;
+    for (long first = from; first < to; first += run) {
+      // None of these reaches over the least line among them by as much as counts.
+      const long end = std::min(first + run, to);
+      const double least = power_.LineAt(section, powers_.KmOf(end) + model_.pulseKm / 2.0);
+      const double sure =
+          kSureReflection * std::sqrt(noise_.VarianceOfMean(least, static_cast<double>(wide)));
+      const double limit = (least + sure) * static_cast<double>(wide);
+      for (long i = first; i < end; i += step) {
+        if (powers_.Sum(i, i + wide) > limit) look(i);
+      }
+    }
+    if (best.score == 0.0) return best;
     for (long i = std::max(from, at - step + 1), end = std::min(to, at + step); i < end; ++i) look(i);
     return best;
   }

@@ -58,15 +58,14 @@ TEST(LinkModel, DerivativesAreThoseOfThePower) {
     const LinkPower::At at = power.PowerAndSlopes(km, slopes);
     EXPECT_NEAR(at.power, power.Power(km).power, 1e-12);
     EXPECT_NEAR(at.transient, power.Power(km).transient, 1e-12);
-    for (std::size_t i = 4 * slopes.first; i < 4 * slopes.first + slopes.count; ++i) {
-      const std::size_t place = i / 4;
+    for (std::size_t i = 0; i < 4 * slopes.count; ++i) {
+      const std::size_t place = slopes.places[i / 4].place;
       const auto parameter = static_cast<Parameter>(i % 4);
       if (parameter >= Parameter::kLevel && place >= model.sections.size()) continue;
       const double isFound = parameter == Parameter::kReflection && !model.places[place].reflects ? 0.0 : 1.0;
       const double difference =
           DifferenceAt(km, [&](LinkModel& of, double by) { ValueOf(of, place, parameter) += by; });
-      EXPECT_NEAR(slopes.own[i - 4 * slopes.first], isFound * difference,
-                  2e-4 * (1.0 + std::fabs(difference)))
+      EXPECT_NEAR(slopes.places[i / 4].by[i % 4], isFound * difference, 2e-4 * (1.0 + std::fabs(difference)))
           << "at " << km << " by parameter " << i;
     }
     const double byReceiver[] = {
