@@ -15,6 +15,7 @@ void AddShowCommand(CLI::App& app, Session& session);
 void AddMeasureCommand(CLI::App& app, Session& session);
 void AddDumpCommand(CLI::App& app, Session& session);
 void AddCopyCommand(CLI::App& app, Session& session);
+void AddEditCommand(CLI::App& app, Session& session);
 void AddFilterCommand(CLI::App& app, Session& session);
 void AddBaselineCommand(CLI::App& app, Session& session);
 void AddCompareCommand(CLI::App& app, Session& session);
@@ -23,9 +24,9 @@ void AddQualityCommand(CLI::App& app, Session& session);
 void AddSimulateCommand(CLI::App& app, Session& session);
 
 constexpr void (*kCommands[])(CLI::App&, Session&) = {
-    AddAnalyseCommand, AddShowCommand,    AddMeasureCommand,  AddDumpCommand,
-    AddCopyCommand,    AddFilterCommand,  AddBaselineCommand, AddCompareCommand,
-    AddMergeCommand,   AddQualityCommand, AddSimulateCommand};
+    AddAnalyseCommand, AddShowCommand,  AddMeasureCommand, AddDumpCommand,
+    AddCopyCommand,    AddEditCommand,  AddFilterCommand,  AddBaselineCommand,
+    AddCompareCommand, AddMergeCommand, AddQualityCommand, AddSimulateCommand};
 
 // Adds all commands, and the options that each of them takes.
 void DescribeProgram(CLI::App& app, Session& session);

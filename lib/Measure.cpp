@@ -8,16 +8,10 @@
 #include "lib/Decimal.h"
 #include "lib/Engine.h"
 #include "lib/EngineCall.h"
-#include "measure/PlaceFigures.h"
+#include "lib/MeterState.h"
 #include "util/convert.h"
 
 namespace reflyze {
-
-struct MeterState {
-  LoadedRecord loaded;
-  std::optional<MeasuredLink> link;
-  std::optional<PlaceFigures> figures;
-};
 
 namespace {
 
@@ -199,15 +193,17 @@ std::optional<MeasuredLink> LinkOf(const LoadedRecord& loaded) {
 
 const char* NameOf(MeasureKind kind) { return KindOf(kind).name; }
 
-Meter::Meter(Trace trace) {
+std::shared_ptr<const MeterState> MakeMeterState(Trace trace) {
   auto state = std::make_shared<MeterState>();
   state->loaded = ForMeasuring(std::move(trace));
   CallEngine(state->loaded.name, "is not a trace that can be measured", [&] {
     state->link = LinkOf(state->loaded);
     state->figures.emplace(*state->loaded.record, state->link);
   });
-  state_ = std::move(state);
+  return state;
 }
+
+Meter::Meter(Trace trace) : state_(MakeMeterState(std::move(trace))) {}
 
 PlaceMeasure Meter::Measure(const MeasureRequest& request) const {
   PlaceMeasure told = Answering(*state_, request).Tell();

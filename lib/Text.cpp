@@ -71,7 +71,8 @@ std::string FromLatin1(const char* bytes, size_t length) {
 // A converter of the C library, or none.
 class Converter {
  public:
-  explicit Converter(const std::string& from) : handle_(iconv_open("UTF-8", from.c_str())) {}
+  explicit Converter(const std::string& from, const std::string& to = "UTF-8")
+      : handle_(iconv_open(to.c_str(), from.c_str())) {}
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
   ~Converter() {
@@ -80,6 +81,25 @@ class Converter {
 
   // The C library says "none" by the largest address.
   bool works() const { return reinterpret_cast<uintptr_t>(handle_) != UINTPTR_MAX; }
+
+  // None where a letter of the text has no place in the other encoding.
+  std::optional<std::string> ConvertAll(std::string bytes) {
+    std::string text;
+    char* in = bytes.data();
+    size_t left = bytes.size();
+    for (bool flushed = false; !flushed;) {
+      char chunk[256];
+      char* out = chunk;
+      size_t room = sizeof chunk;
+      flushed = left == 0;  // some encodings have to come back to their first state
+      const size_t result = iconv(handle_, flushed ? nullptr : &in, &left, &out, &room);
+      text.append(chunk, out);
+      if (result == static_cast<size_t>(-1) && errno != E2BIG) return std::nullopt;
+      if (result != static_cast<size_t>(-1) && result > 0)
+        return std::nullopt;  // letters that stand in for others
+    }
+    return text;
+  }
 
   std::string Convert(std::string bytes) {
     std::string text;
@@ -142,6 +162,11 @@ std::string TextEncoding::Utf8(const char* bytes, size_t length) const {
 
 std::string TextEncoding::Utf8(const TString& text) const {
   return Utf8(text.c_str(), static_cast<size_t>(text.Len()));
+}
+
+std::optional<std::string> TextEncoding::FromUtf8(const std::string& text) const {
+  if (name_ == kAuto || name_ == "utf-8") return text;
+  return Converter("UTF-8", name_).ConvertAll(text);
 }
 
 std::string ValidUtf8(const std::string& text) {

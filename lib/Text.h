@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "reflyze/text.h"
@@ -25,6 +26,10 @@ class TextEncoding {
   // A text of a record as UTF-8. What the encoding can't read becomes U+FFFD.
   std::string Utf8(const char* bytes, size_t length) const;
   std::string Utf8(const TString& text) const;
+
+  // The other way: none where the encoding lacks a letter. "auto" writes UTF-8, by which such a text is then
+  // read.
+  std::optional<std::string> FromUtf8(const std::string& text) const;
 
   const std::string& name() const { return name_; }
 

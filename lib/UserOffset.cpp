@@ -2,8 +2,10 @@
 #include "lib/UserOffset.h"
 
 #include <algorithm>
+#include <climits>
 #include <string>
 
+#include "lib/LoadedRecord.h"
 #include "sor/sorData.h"
 
 namespace reflyze {
@@ -67,6 +69,18 @@ void CountFromFirstSample(TSorData& record, int storedOffset) {
   if (storedOffset > 0 && (software.marked || !software.stamped)) ShiftAll(record, storedOffset);
   if (storedOffset < 0) ShiftLink(record, record.GenParams->UO);
 }
+
+TimesOfFile TimesOf(const LoadedRecord& loaded) {
+  const Software software = SoftwareOf(*loaded.record);
+  const int offset = StoredUserOffset(loaded);
+  TimesOfFile times;
+  times.fromFirstSample = software.stamped && !software.marked;
+  if (offset < 0) times.shift = -std::max(offset, -INT_MAX);
+  if (offset > 0 && !times.fromFirstSample) times.shift = offset;
+  return times;
+}
+
+const char* TimesMark() { return kMark; }
 
 CountedFromOffset::CountedFromOffset(TSorData& record) : record_(record), offset_(record.GenParams->UO) {
   if (offset_ <= 0) offset_ = 0;

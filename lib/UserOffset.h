@@ -5,6 +5,8 @@ class TSorData;
 
 namespace reflyze {
 
+struct LoadedRecord;
+
 // Positions shown to a user count from the user offset of a record, which is mostly the end of a launch reel.
 // Files tell the times of events and landmarks in two ways. Makers count them from the offset too, and expect
 // it of every file. A record in memory counts them from the first sample. So does what a host of the analysis
@@ -21,6 +23,16 @@ namespace reflyze {
 // user offset as the file has it. Reading a record turns a negative one into an offset with times that count
 // from it, and leaves only the markers of the whole link as they were.
 void CountFromFirstSample(TSorData& record, int storedOffset);
+
+// How the times of a file count, for whoever changes them there.
+struct TimesOfFile {
+  bool fromFirstSample = false;  // a host's, which carries the stamp and no mark
+  int shift = 0;                 // they count from the first sample when they are moved by this
+};
+TimesOfFile TimesOf(const LoadedRecord& loaded);
+
+// What stands behind the stamp where times count from the user offset.
+const char* TimesMark();
 
 // While it lives, the record counts its times as a file does. It is for the time of writing.
 class CountedFromOffset {

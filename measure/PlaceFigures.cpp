@@ -282,7 +282,7 @@ std::optional<PlaceFigures::Surroundings> PlaceFigures::AroundEvent(const Measur
   Surroundings around;
   around.beginKm = event.km.value;
   around.ofBeginKm = event.km.deviation;
-  const double spacing = powers_.spacingKm(), earlyKm = pulseKm_ / 2.0 + 3.0 * spacing;
+  const double spacing = powers_.spacingKm(), earlyKm = EarlyKm();
   const double lateKm = SettledKm() + earlyKm, leastKm = pulseKm_ + riseKm_;
   double fromKm = around.beginKm - earlyKm, toKm = around.beginKm + lateKm;
   for (const MeasuredEvent& other : link_->events) {
@@ -310,7 +310,7 @@ std::optional<PlaceFigures::Surroundings> PlaceFigures::AroundPoint(long point) 
   for (long i = first; i < last; ++i) top = powers_[i] > powers_[top] ? i : top;
   around.beginKm = LeadingEdgeKm(powers_, KmOf(top) - pulseKm_ / 2.0, pulseKm_, riseKm_);
   around.ofBeginKm = spacing;
-  const double earlyKm = pulseKm_ / 2.0 + 3.0 * spacing, lateKm = SettledKm() + earlyKm;
+  const double earlyKm = EarlyKm(), lateKm = SettledKm() + earlyKm;
   if (around.beginKm - earlyKm - roomKm < 0.0) return std::nullopt;
   around.from = PointAt(around.beginKm - earlyKm);
   around.to = std::min(PointAt(around.beginKm + lateKm) + 1, count());

@@ -57,6 +57,8 @@ class PlaceFigures {
   const Backscatter& backscatter() const { return backscatter_; }
   // Within this distance behind a place the trace is not the fibre's alone.
   double SettledKm() const { return pulseKm_ + 8.0 * riseKm_; }
+  // Within this distance in front of a place, an instrument that smooths its trace may show it already.
+  double EarlyKm() const { return pulseKm_ / 2.0 + 3.0 * powers_.spacingKm(); }
 
  private:
   // Settled light comes from so far in front of where it shows.

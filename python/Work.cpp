@@ -107,6 +107,18 @@ Made MeasureFor(const Trace& trace, const std::string& kind, const std::vector<d
   throw Error(ErrorKind::kUsage, "", "\"" + kind + "\" is no kind of measure");
 }
 
+Made EditFor(const Trace& trace, const std::vector<std::pair<std::string, std::string>>& edits) {
+  std::vector<FieldEdit> fields;
+  fields.reserve(edits.size());
+  for (const auto& [field, value] : edits) fields.push_back({field, value});
+  return Unlocked([&] {
+    const EditedFile edited = Edit(trace, fields);
+    Made made(TextsOf(edited), edited.warnings);
+    made.KeepFile(edited.bytes);
+    return made;
+  });
+}
+
 Made FilterFor(const Trace& trace, const std::string& kind, std::optional<double> level) {
   FilterOptions options;
   options.level = level;
@@ -150,6 +162,7 @@ void BindWork(py::module_& module) {
   module.def("quality", QualityFor);
   module.def("show", SheetFor);
   module.def("measure", MeasureFor);
+  module.def("edit", EditFor);
   module.def("meaning", [](const std::string& code, const std::string& technique) {
     const CodeMeaning meaning = MeaningOf(code, technique);
     return pybind11::make_tuple(meaning.words, meaning.known, meaning.byHand, meaning.endsFibre);

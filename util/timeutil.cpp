@@ -51,6 +51,15 @@ bool ToLocalTime(long utcSeconds, tm& local) {
   return localtime_r(&instant, &local) != nullptr;
 }
 
+bool FromLocalTime(tm local, long& utcSeconds) {
+  const std::lock_guard<std::mutex> lock(zone);
+  tzset();
+  local.tm_isdst = -1;  // the zone says
+  const time_t instant = mktime(&local);
+  utcSeconds = static_cast<long>(instant);
+  return instant != static_cast<time_t>(-1);
+}
+
 long LocalOffsetSeconds(long utcSeconds) {
   const time_t instant = utcSeconds;
   tm local{};

@@ -24,6 +24,9 @@ namespace reflyze {
 // Several threads may ask at once.
 bool ToLocalTime(long utcSeconds, std::tm& local);
 
+// The other way; false for a time beyond the calendar. Seconds since 1970-01-01 UTC.
+bool FromLocalTime(std::tm local, long& utcSeconds);
+
 // Local time minus UTC at an instant, in seconds. Only hours and minutes are compared, so the result is a day
 // off while the two have different dates. It stays so: readers of the stamp expect it.
 long LocalOffsetSeconds(long utcSeconds);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "reflyze/edit.h"
 #include "reflyze/events.h"
 #include "reflyze/filter.h"
 #include "reflyze/measure.h"
@@ -19,6 +20,7 @@
 namespace reflyze {
 
 REFLYZE_API std::string TextOf(const EventTable& table);       // of an analysis
+REFLYZE_API std::string TextOf(const EditedFile& edited);      // of what an edit has changed
 REFLYZE_API std::string TextOf(const Baseline& baseline);      // of a baseline
 REFLYZE_API std::string TextOf(const Comparison& comparison);  // of a comparison
 REFLYZE_API std::string TextOf(const MergedTable& table);      // of a merge
@@ -29,6 +31,7 @@ REFLYZE_API std::string TextOf(const PlaceMeasure& measure);   // of what was me
 REFLYZE_API std::string TextOf(const Simulation& simulation);  // of a simulated link
 
 REFLYZE_API std::string JsonOf(const EventTable& table);       // of an analysis
+REFLYZE_API std::string JsonOf(const EditedFile& edited);      // of what an edit has changed
 REFLYZE_API std::string JsonOf(const Baseline& baseline);      // of a baseline
 REFLYZE_API std::string JsonOf(const Comparison& comparison);  // of a comparison
 REFLYZE_API std::string JsonOf(const MergedTable& table);      // of a merge

@@ -6,6 +6,7 @@ from ._errors import Error, UnreadableError, UnwritableError, UsageError
 from ._results import (
     Baseline,
     Comparison,
+    Edited,
     EventTable,
     FilterTable,
     MergedTable,
@@ -29,7 +30,7 @@ from ._values import (
     Thresholds,
     TrueEvent,
 )
-from ._work import analyse, baseline, compare, dump, dump_text, filter, meaning_of, measure, merge, quality, show, simulate
+from ._work import analyse, baseline, compare, dump, dump_text, edit, filter, meaning_of, measure, merge, quality, show, simulate
 
 __version__ = _core.library_version()
 module_version = _core.module_version()
@@ -40,6 +41,7 @@ __all__ = [
     "CodeMeaning",
     "ComparedEvent",
     "Comparison",
+    "Edited",
     "Error",
     "Event",
     "EventTable",
@@ -67,6 +69,7 @@ __all__ = [
     "compare",
     "dump",
     "dump_text",
+    "edit",
     "filter",
     "from_bytes",
     "meaning_of",

@@ -13,6 +13,7 @@ from ._values import (
     ComparedEvent,
     EndInLastPercent,
     Event,
+    FieldChange,
     FilterEvent,
     JudgedEvent,
     Launch,
@@ -278,6 +279,20 @@ class PlaceMeasure(Result):
     def _about(self) -> str:
         places = ", ".join(f"{km:.4f}" for km in self.places_km)
         return f"measure {self.kind} of {self.file} at {places} km"
+
+
+@dataclass(frozen=True, repr=False, eq=False)
+class Edited(Stored):
+    """A file with changed fields; every other byte is as it was."""
+
+    file: str
+    changes: Tuple[FieldChange, ...]
+
+    def to_frame(self) -> Any:
+        raise TypeError("an edit has no events")
+
+    def _about(self) -> str:
+        return f"edit of {self.file}: {len(self.changes)} changes"
 
 
 @dataclass(frozen=True, repr=False, eq=False)

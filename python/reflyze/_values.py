@@ -329,6 +329,15 @@ class SheetEvent:
 
 
 @dataclass(frozen=True)
+class FieldChange:
+    """What an edit has changed, in words."""
+
+    field: str
+    before: str
+    after: str
+
+
+@dataclass(frozen=True)
 class FilterPlaces:
     """The same quantity at three points of what the filter found."""
 

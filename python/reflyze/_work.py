@@ -12,6 +12,7 @@ from ._errors import UsageError
 from ._results import (
     Baseline,
     Comparison,
+    Edited,
     EventTable,
     FilterTable,
     MergedTable,
@@ -208,6 +209,22 @@ def measure(
         asked, places = text("kind", kind), [_number("from_km", from_km), _number("to_km", to_km)]
     taken = _trace(trace)
     return result(PlaceMeasure, _core.measure(taken._held, asked, places), taken._encoding)
+
+
+def edit(trace: Source, fields: Mapping[str, object]) -> Edited:
+    """Changes fields of a file, as {"fibre": "007", "index": 1.4682}, and nothing else in it.
+
+    Fields are those of the program: cable, fibre, from, to, operator, comment, wavelength, index, backscatter,
+    user-offset, date, event.2.comment, event.add and the others; numbers are in their units.
+    """
+    taken = _trace(trace)
+    edits = []
+    for name, value in fields.items():
+        known = isinstance(value, (str, numbers.Real)) and not isinstance(value, bool)
+        if not known:
+            raise TypeError(f"{name} is a text or a number, not {type(value).__name__}")
+        edits.append((text("a field", name), str(value)))
+    return result(Edited, _core.edit(taken._held, edits), taken._encoding)
 
 
 def filter(trace: Source, *, kind: str = "auto", level: Optional[float] = None) -> FilterTable:

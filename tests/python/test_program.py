@@ -92,6 +92,12 @@ def test_one_trace(trace: str, tmp_path: pathlib.Path) -> None:
         check(lambda: reflyze.measure(trace, from_km=0.2, to_km=0.7, kind=kind),
               "measure", trace, "--from", "0.2", "--to", "0.7", flag)  # fmt: skip
     check(lambda: reflyze.measure(trace, event=(0.1, 0.3, 0.5, 0.7)), "measure", trace, "--event", "0.1,0.3,0.5,0.7")
+    fields = ["--set", "fibre=007", "--set", "to=K\u00f6ln", "--set", "index=1.4712"]
+    edited = check(lambda: reflyze.edit(trace, {"fibre": "007", "to": "K\u00f6ln", "index": 1.4712}),
+                   "edit", trace, *fields, "-o", out)  # fmt: skip
+    if isinstance(edited, reflyze.Edited):
+        assert bytes(edited) == pathlib.Path(out).read_bytes()
+        assert edited.trace.card.fibre == "007" and edited.changes[0].after == '"007"'
     for kind in ("auto", "fast", "kernel"):
         smooth = check(lambda: reflyze.filter(trace, kind=kind), "filter", trace, "-o", out, "--kind", kind)
         if isinstance(smooth, reflyze.FilterTable):
