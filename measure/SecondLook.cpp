@@ -51,8 +51,14 @@ bool StandsInLight(const LinkModel& model, size_t place, double spacingKm) {
 class Looker {
  public:
   Looker(const Powers& powers, const std::vector<Sample>& samples, const NoiseModel& noise,
-         const LinkModel& model)
-      : powers_(powers), samples_(samples), noise_(noise), model_(model), power_(model) {}
+         const LinkModel& model, bool blindLaunch)
+      : powers_(powers), samples_(samples), noise_(noise), model_(model), power_(model), lit_(model) {
+    if (!blindLaunch) return;
+    const long from = powers.At(model.places[0].km), to = powers.At(model.places[0].km + model.pulseKm) + 3;
+    lit_.places[0].reflects = true;
+    lit_.places[0].reflection = powers.Peak(from, std::min(to, powers.count()));
+    launch_.emplace(lit_);
+  }
 
   // The section has taken what is missing into its line as far as it can. What a step explains beside any
   // line is the score of the step with level and slope projected out, over its standard deviation (Rao's
@@ -195,11 +201,15 @@ class Looker {
   // From where a section shows nothing but its fibre: what a bright reflection may have left in a receiver
   // that is not quite the model's would pass for steps, and for reflections.
   double ClearKm(size_t section) const {
-    constexpr double kLeast = 0.002;  // of the line
+    constexpr double kLeast = 0.002;   // of the line
+    constexpr double kOfHidden = 0.1;  // of a peak that nobody could measure
     double km = model_.places[section].km + 1.5 * model_.pulseKm + 3.0 * model_.riseKm;
     const double most = model_.places[section + 1].km;
-    while (km < most && noise_.misfit * power_.Power(km).transient > kLeast * power_.LineAt(section, km))
-      km += model_.pulseKm / 4.0;
+    const auto left = [&] {
+      const double ofLaunch = section == 0 && launch_ ? kOfHidden * launch_->Power(km).transient : 0.0;
+      return std::max(noise_.misfit * power_.Power(km).transient, ofLaunch);
+    };
+    while (km < most && left() > kLeast * power_.LineAt(section, km)) km += model_.pulseKm / 4.0;
     return km;
   }
 
@@ -258,6 +268,8 @@ class Looker {
   const NoiseModel& noise_;
   const LinkModel& model_;
   const LinkPower power_;
+  LinkModel lit_;                    // the same with what a launch shows that was left out of the fit
+  std::optional<LinkPower> launch_;  // of that; none where the fit has the launch
 };
 
 }  // namespace
@@ -309,7 +321,7 @@ std::size_t SecondLook::AddMissing(const std::vector<Sample>& samples, const Noi
 std::vector<SecondLook::Missing> SecondLook::AllMissing(const std::vector<Sample>& samples,
                                                         const NoiseModel& noise, const LinkFit& fit,
                                                         const NotedModel& noted) const {
-  const Looker looker(powers_, samples, noise, fit.model);
+  const Looker looker(powers_, samples, noise, fit.model, noted.notes[0].blind);
   const LinkPower power(fit.model);
   std::vector<Missing> all;
   for (size_t i = 1; i + 1 < fit.model.places.size(); ++i) {
@@ -354,7 +366,7 @@ void SecondLook::Forget(const NotedModel& kept, const NotedModel& tried) {
 
 bool SecondLook::MoveSteps(const NoiseModel& noise, const LinkFit& fit, NotedModel& noted) const {
   const std::vector<Sample> none;
-  const Looker looker(powers_, none, noise, fit.model);
+  const Looker looker(powers_, none, noise, fit.model, noted.notes[0].blind);
   bool moved = false;
   for (size_t i = 1; i + 1 < fit.model.places.size(); ++i) {
     if (noted.model.places[i].reflects || noted.notes[i].saturated) continue;
