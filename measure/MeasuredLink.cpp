@@ -302,6 +302,16 @@ bool Fades(const Powers& powers, const Understood& link, const NoiseModel& noise
   return !model.places.back().reflects && line < kSeen * std::sqrt(noise.VarianceOfMean(0.0, points));
 }
 
+// A real receiver does not begin to rise at once, as one of a single rate does: the fit places an edge by up
+// to a rise time behind its first light. How far the samples of edges and tails differ from the model says
+// how much of that there is; the relation is tuned on instruments whose tables are known, and nothing is
+// added where the model holds.
+double EdgeDeviationKm(const LinkModel& model, double misfit) {
+  constexpr double kModelHolds = 0.005, kOtherReceiver = 0.02, kOfRise = 0.6;
+  const double share = (misfit - kModelHolds) / (kOtherReceiver - kModelHolds);
+  return kOfRise * model.riseKm * std::clamp(share, 0.0, 1.0);
+}
+
 }  // namespace
 
 std::optional<MeasuredLink> MeasureLink(const TSorData& record, const MeasureOptions& options) {
@@ -320,6 +330,9 @@ std::optional<MeasuredLink> MeasureLink(const TSorData& record, const MeasureOpt
   if (!link.fit.converged || !HasPlaces(link, powers.KmOf(powers.count()))) return std::nullopt;
   MeasuredLink told = FiguresOf(record, link.noted, link.fit, measuring.prior(), options);
   told.noise = measuring.noise();
+  const double edgeKm = EdgeDeviationKm(link.fit.model, measuring.noise().misfit);
+  for (MeasuredEvent& event : told.events)
+    event.km.deviation = std::sqrt(event.km.deviation * event.km.deviation + edgeKm * edgeKm);
   if (!told.events.empty()) told.events.back().fades = Fades(powers, link, measuring.noise());
   return told;
 }
