@@ -163,16 +163,21 @@ class Teller {
     return std::sqrt(variance + 4.0 * gainedDb * gainedDb);
   }
 
+  // The rise alone tells little of how high a saturated peak would have come. It has come as high as it
+  // shows.
+  bool HidesHeight(size_t i) const {
+    constexpr double kVague = 0.2;
+    const double reflection = model_.places[i].reflection;
+    return notes_[i].saturated && notes_[i].seen > 0.0 &&
+           !(fit_.Deviation(i, Parameter::kReflection) < kVague * reflection);
+  }
+
   // R = Bc + 10 log10(height T), with the height of the peak over the backscatter in front of it as powers,
   // and the pulse T in ns (IEC 61746-1). At the launch the backscatter is that behind it.
   void AddReflectance(size_t i, double oddsBefore, MeasuredEvent& event) const {
-    constexpr double kVague = 0.2;
-    double reflection = model_.places[i].reflection;
-    double relative = fit_.Deviation(i, Parameter::kReflection) / reflection;
-    // The rise alone tells little of how high a saturated peak would have come. It has come as high as it
-    // shows.
-    const bool atLeast = notes_[i].saturated && notes_[i].seen > 0.0 && !(relative < kVague);
-    if (atLeast) reflection = notes_[i].seen, relative = 0.0;
+    const bool atLeast = HidesHeight(i);
+    const double reflection = atLeast ? notes_[i].seen : model_.places[i].reflection;
+    const double relative = atLeast ? 0.0 : fit_.Deviation(i, Parameter::kReflection) / reflection;
     const double at = model_.places[i].km + (i == 0 ? DelayKm() : model_.riseKm);
     Weights by;
     if (!atLeast) by.emplace_back(NumberOf(i, Parameter::kReflection), 1.0 / reflection);
@@ -205,7 +210,9 @@ class Teller {
     const double ns = EnergyNs(), energyKm = EnergyKm();
     double sum = 0.0;
     for (size_t i = 0; i < model_.places.size(); ++i) {
-      if (model_.places[i].reflects) {
+      if (model_.places[i].reflects && HidesHeight(i)) {
+        sum += notes_[i].seen;
+      } else if (model_.places[i].reflects) {
         sum += model_.places[i].reflection;
         shares.emplace_back(NumberOf(i, Parameter::kReflection), model_.places[i].reflection);
       }

@@ -94,6 +94,7 @@ class Measuring {
   Understood Run() {
     FindReceiver();
     Learn();
+    FindClipped();
     if (!keepsTable_) FindEnd();
     for (int round = 0; round < kMostRounds && Improve(); ++round) Learn();
     if (!keepsTable_) CutEnd();
@@ -162,6 +163,33 @@ class Measuring {
     if (samples.empty()) return true;
     const double here = CostOf(link_.noted, samples, noise_, prior_) / static_cast<double>(samples.size());
     return here < std::max(kMostPerSample, kMostOfOthers * all);
+  }
+
+  // A peak that is flat at the highest power of the trace may have been cut off there, though its record says
+  // nothing of it. Then its edges alone are explained far better than with its top.
+  void FindClipped() {
+    constexpr double kFarBetter = 100.0;
+    for (std::size_t i = 1; i < link_.noted.notes.size(); ++i) {
+      const LinkModel& model = link_.noted.model;
+      if (!model.places[i].reflects || link_.noted.notes[i].saturated || !EndsFlat(model.places[i].km))
+        continue;
+      Understood next = link_;
+      next.noted.notes[i].saturated = true;
+      next.noted.notes[i].seen = model.places[i].reflection;
+      next.noted.model.places[i].km =
+          LeadingEdgeKm(powers_, model.places[i].km, model.pulseKm, powers_.spacingKm());
+      if (Better(next, kFarBetter)) link_ = std::move(next);
+    }
+  }
+
+  bool EndsFlat(double km) const {
+    constexpr long kFlatPoints = 4;
+    const double highest = 0.98 * powers_.Peak(0, powers_.count());  // an amplifier may swing over first
+    const long from = powers_.At(km),
+               to = std::min(powers_.At(km + link_.noted.model.pulseKm) + 1, powers_.count());
+    long flat = 0;
+    for (long i = from; i < to && flat < kFlatPoints; ++i) flat = powers_[i] < highest ? 0 : flat + 1;
+    return flat >= kFlatPoints;
   }
 
   void TryReceivers() {
