@@ -95,13 +95,13 @@ bool CutDarkness(const Powers& powers, const NoiseModel& noise, const LinkFit& f
   LinkModel& model = noted.model;
   const size_t last = model.places.size() - 1;
   if (last < 2 || Reflects(fit, last)) return false;
+  // Behind a bright reflection samples show its tail as well, but the fit tells that from the light of a
+  // fibre. The deviation of a logarithm is a share.
+  const bool unknown = Reflects(fit, last - 1) && kLit * fit.Deviation(last - 1, Parameter::kLevel) >= 1.0;
   const long from = powers.At(model.places[last - 1].km + 3.0 * model.pulseKm + 12.0 * model.riseKm);
   const long to = powers.At(model.places[last].km);
-  if (to - from < kFewestPoints) {
-    // Behind a bright reflection there is no room for a look at the samples alone, but the fit tells its
-    // light from that of a fibre. The deviation of a logarithm is a share.
-    if (!Reflects(fit, last - 1) || kLit * fit.Deviation(last - 1, Parameter::kLevel) < 1.0) return false;
-  } else {
+  if (!unknown) {
+    if (to - from < kFewestPoints) return false;
     const double over = powers.Mean(from, to) - StoredPower(0.0, noise).mean;
     const double deviation = std::sqrt(noise.VarianceOfMean(0.0, static_cast<double>(to - from)));
     if (over > kLit * deviation) return false;
