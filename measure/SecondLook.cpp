@@ -298,11 +298,25 @@ bool SecondLook::IsDark(const PlaceNote& note) const {
   return std::find(darkKm_.begin(), darkKm_.end(), note.toldKm) != darkKm_.end();
 }
 
+// Sections beside a missing step take it into their lines as well, and seem to lack one of their own. So of
+// neighbours the clearer goes first.
+std::vector<SecondLook::Missing> SecondLook::LeaveOutNeighbours(const std::vector<Missing>& clearestFirst) {
+  std::vector<Missing> kept;
+  for (const Missing& missing : clearestFirst) {
+    const auto isBeside = [&](const Missing& other) {
+      return !other.isThere && !missing.isThere && missing.at <= other.at + 1 && other.at <= missing.at + 1;
+    };
+    if (std::none_of(kept.begin(), kept.end(), isBeside)) kept.push_back(missing);
+  }
+  return kept;
+}
+
 std::size_t SecondLook::AddMissing(const std::vector<Sample>& samples, const NoiseModel& noise,
                                    const LinkFit& fit, int most, NotedModel& noted) {
   std::vector<Missing> all = AllMissing(samples, noise, fit, noted);
   const auto clearer = [](const Missing& one, const Missing& other) { return one.score > other.score; };
   std::stable_sort(all.begin(), all.end(), clearer);
+  all = LeaveOutNeighbours(all);
   if (all.size() > static_cast<size_t>(most)) all.resize(static_cast<size_t>(most));
   // From the end, so that those in front keep their numbers.
   std::sort(all.begin(), all.end(),
