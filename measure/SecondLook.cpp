@@ -298,13 +298,19 @@ bool SecondLook::IsDark(const PlaceNote& note) const {
   return std::find(darkKm_.begin(), darkKm_.end(), note.toldKm) != darkKm_.end();
 }
 
-// Sections beside a missing step take it into their lines as well, and seem to lack one of their own. So of
-// neighbours the clearer goes first.
-std::vector<SecondLook::Missing> SecondLook::LeaveOutNeighbours(const std::vector<Missing>& clearestFirst) {
+// Sections beside a missing step take it into their lines as well, and seem to lack one far from it. So of
+// neighbours the clearer goes first. Those that stand close together, for their sections, are a row of
+// joints.
+std::vector<SecondLook::Missing> SecondLook::LeaveOutNeighbours(const std::vector<Missing>& clearestFirst,
+                                                                const LinkModel& model) {
+  constexpr double kCloseShare = 0.25;
   std::vector<Missing> kept;
   for (const Missing& missing : clearestFirst) {
     const auto isBeside = [&](const Missing& other) {
-      return !other.isThere && !missing.isThere && missing.at <= other.at + 1 && other.at <= missing.at + 1;
+      if (other.isThere || missing.isThere) return false;
+      const size_t first = std::min(missing.at, other.at), last = std::max(missing.at, other.at);
+      const double bothKm = model.places[last + 1].km - model.places[first].km;
+      return last - first <= 1 && std::fabs(missing.place.km - other.place.km) > kCloseShare * bothKm;
     };
     if (std::none_of(kept.begin(), kept.end(), isBeside)) kept.push_back(missing);
   }
@@ -316,7 +322,7 @@ std::size_t SecondLook::AddMissing(const std::vector<Sample>& samples, const Noi
   std::vector<Missing> all = AllMissing(samples, noise, fit, noted);
   const auto clearer = [](const Missing& one, const Missing& other) { return one.score > other.score; };
   std::stable_sort(all.begin(), all.end(), clearer);
-  all = LeaveOutNeighbours(all);
+  all = LeaveOutNeighbours(all, fit.model);
   if (all.size() > static_cast<size_t>(most)) all.resize(static_cast<size_t>(most));
   // From the end, so that those in front keep their numbers.
   std::sort(all.begin(), all.end(),

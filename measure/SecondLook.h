@@ -40,7 +40,8 @@ class SecondLook {
   };
   std::vector<Missing> AllMissing(const std::vector<Sample>& samples, const NoiseModel& noise,
                                   const LinkFit& fit, const NotedModel& noted) const;
-  static std::vector<Missing> LeaveOutNeighbours(const std::vector<Missing>& clearestFirst);
+  static std::vector<Missing> LeaveOutNeighbours(const std::vector<Missing>& clearestFirst,
+                                                 const LinkModel& model);
   bool IsFree(const LinkModel& model, std::size_t section, double km) const;
   void Remove(std::size_t place, bool wholly, NotedModel& noted);
   bool JoinTouching(NotedModel& noted);
