@@ -128,7 +128,7 @@ class CsvReader {
 };
 
 std::vector<std::string> Columns(CsvReader& csv) {
-  const std::vector<std::string> columns = csv.Row();
+  std::vector<std::string> columns = csv.Row();
   for (std::size_t i = 0; i < columns.size(); ++i) {
     if (columns[i] != "file" && !IsField(columns[i]))
       csv.Wrong(1, "\"" + OneLine(columns[i]) + "\" is no field that can be edited");

@@ -17,7 +17,7 @@ std::string Figure(std::optional<double> value, std::optional<double> sd, int de
 }
 
 std::string PlacesText(const PlaceMeasure& measure) {
-  const char* const before[] = {"", measure.kind == MeasureKind::kEvent ? " to " : " to ", " and ", " to "};
+  const char* const before[] = {"", " to ", " and ", " to "};
   std::string text;
   for (size_t i = 0; i < measure.placesKm.size(); ++i)
     text += before[i] + Format("%.4f", NoMinusZero(measure.placesKm[i], 4));
