@@ -118,6 +118,10 @@ struct Together {
     const long apart = std::max(1L, (block.to - block.from) / 16);
     const double n = static_cast<double>(block.to - block.from), perDeviation = 1.0 / deviation;
     const double left = elementary::QuickExp(-fall * static_cast<double>(apart));
+    // By a quarter instead of twice: both the old and the new room are held while points move.
+    constexpr std::size_t kMostOfBlock = 32;
+    if (points.capacity() < points.size() + kMostOfBlock)
+      points.reserve(points.size() + points.size() / 4 + kMostOfBlock);
     for (long i = block.from; i < block.to; i += apart, line *= left) {
       const double off = (powers[i] - line) * perDeviation - mean;
       points.push_back(off * off * n / (n - 1.0));
