@@ -135,6 +135,56 @@ struct Together {
   double Every() { return blocks.size() < 8 ? 1.0 : MedianOf(blocks) / kMedianOfSquare; }
 };
 
+// From blocks of so many pulses.
+NoiseModel LearnFrom(double blockPulses, const Powers& powers, const LinkModel& model, Residuals asFibre,
+                     NoiseModel noise) {
+  const LinkPower power(model);
+  const long longest = std::max(8L, TruncToLong(blockPulses * model.pulseKm / powers.spacingKm()));
+  Together receiver, ripple;
+  for (size_t i = 0; i + 1 < model.places.size(); ++i) {
+    const Span span = SettledSpan(powers, model, i);
+    const long block = std::clamp((span.to - span.from) / 10, 8L, longest);
+    if (block * 5 > span.to - span.from) continue;
+    // Points of some hundred blocks tell how large noise is; how far they go together all blocks have to
+    // tell.
+    const long every = std::max(1L, (span.to - span.from) / block / kBlocksOfPoints);
+    std::vector<double> sums;
+    long number = 0;
+    for (long at = span.from; at + block <= span.to; at += block) {
+      const double line = power.LineAt(i, powers.KmOf(at + block / 2));
+      if (noise.cut && line < 3.0 * noise.receiver) continue;  // the mean is not that of the light there
+      const double share = noise.ripple * line;
+      const double deviation = std::sqrt(noise.receiver * noise.receiver + share * share);
+      Together& kind = noise.receiver > share ? receiver : ripple;
+      const double n = static_cast<double>(block);
+      const double middleKm = (static_cast<double>(at) + (n - 1.0) / 2.0) * powers.spacingKm();
+      const double fall = model.sections[i].decayPerKm * powers.spacingKm();
+      const double meanLine = power.LineAt(i, middleKm) * MeanOfFall(n, fall);
+      const double sum = n * (powers.Mean(at, at + block) - meanLine) / deviation;
+      if (number++ % every == 0)
+        kind.AddPoints(powers, {at, at + block}, power.LineAt(i, powers.KmOf(at)), fall, deviation, sum / n);
+      sums.push_back(sum / std::sqrt(n));
+      if (asFibre == Residuals::kOfLine) {
+        // Level and slope of the line have taken two of all blocks.
+        const double blocks = static_cast<double>((span.to - span.from) / block);
+        kind.blocks.push_back(sums.back() * sums.back() * blocks / std::max(1.0, blocks - 2.0));
+      } else if (sums.size() >= 3) {
+        const double off = sums[sums.size() - 2] - (sums[sums.size() - 3] + sums.back()) / 2.0;
+        kind.blocks.push_back(off * off / 1.5);
+      }
+    }
+  }
+  const double receiverScale = receiver.Scale(), rippleScale = ripple.Scale();
+  noise.receiver = std::max(noise.receiver * std::sqrt(receiverScale), kLeastReceiver);
+  noise.ripple = std::max(noise.ripple * std::sqrt(rippleScale), kRoundingShare);
+  noise.receiverEvery = std::max(1.0, receiver.Every() / receiverScale);
+  noise.rippleEvery = std::max(1.0, ripple.Every() / rippleScale);
+  return noise;
+}
+
+// Of all that a point and its neighbours may be off.
+double RippleOfBlocks(const NoiseModel& noise) { return noise.ripple * noise.ripple * noise.rippleEvery; }
+
 }  // namespace
 
 void StoredPower::Lift(double power, double receiver) {
@@ -172,49 +222,16 @@ NoiseModel FirstNoise(const Powers& powers, const LinkModel& model) {
   return noise;
 }
 
-NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, Residuals asFibre, NoiseModel noise) {
-  const LinkPower power(model);
-  const long pulse = std::max(1L, TruncToLong(model.pulseKm / powers.spacingKm()));
-  Together receiver, ripple;
-  for (size_t i = 0; i + 1 < model.places.size(); ++i) {
-    const Span span = SettledSpan(powers, model, i);
-    const long block = std::clamp((span.to - span.from) / 10, 8L, std::max(8L, 6 * pulse));
-    if (block * 5 > span.to - span.from) continue;
-    // Points of some hundred blocks tell how large noise is; how far they go together all blocks have to
-    // tell.
-    const long every = std::max(1L, (span.to - span.from) / block / kBlocksOfPoints);
-    std::vector<double> sums;
-    long number = 0;
-    for (long at = span.from; at + block <= span.to; at += block) {
-      const double line = power.LineAt(i, powers.KmOf(at + block / 2));
-      if (noise.cut && line < 3.0 * noise.receiver) continue;  // the mean is not that of the light there
-      const double share = noise.ripple * line;
-      const double deviation = std::sqrt(noise.receiver * noise.receiver + share * share);
-      Together& kind = noise.receiver > share ? receiver : ripple;
-      const double n = static_cast<double>(block);
-      const double middleKm = (static_cast<double>(at) + (n - 1.0) / 2.0) * powers.spacingKm();
-      const double fall = model.sections[i].decayPerKm * powers.spacingKm();
-      const double meanLine = power.LineAt(i, middleKm) * MeanOfFall(n, fall);
-      const double sum = n * (powers.Mean(at, at + block) - meanLine) / deviation;
-      if (number++ % every == 0)
-        kind.AddPoints(powers, {at, at + block}, power.LineAt(i, powers.KmOf(at)), fall, deviation, sum / n);
-      sums.push_back(sum / std::sqrt(n));
-      if (asFibre == Residuals::kOfLine) {
-        // Level and slope of the line have taken two of all blocks.
-        const double blocks = static_cast<double>((span.to - span.from) / block);
-        kind.blocks.push_back(sums.back() * sums.back() * blocks / std::max(1.0, blocks - 2.0));
-      } else if (sums.size() >= 3) {
-        const double off = sums[sums.size() - 2] - (sums[sums.size() - 3] + sums.back()) / 2.0;
-        kind.blocks.push_back(off * off / 1.5);
-      }
-    }
-  }
-  const double receiverScale = receiver.Scale(), rippleScale = ripple.Scale();
-  noise.receiver = std::max(noise.receiver * std::sqrt(receiverScale), kLeastReceiver);
-  noise.ripple = std::max(noise.ripple * std::sqrt(rippleScale), kRoundingShare);
-  noise.receiverEvery = std::max(1.0, receiver.Every() / receiverScale);
-  noise.rippleEvery = std::max(1.0, ripple.Every() / rippleScale);
-  return noise;
+NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, Residuals asFibre,
+                      const NoiseModel& noise) {
+  constexpr double kManyPulses = 6.0, kFewPulses = 1.5, kMuchMore = 4.0;
+  const NoiseModel learned = LearnFrom(kManyPulses, powers, model, asFibre, noise);
+  // Long blocks tell best how far noise goes together. But where a model lacks most joints of a link, they
+  // hold a joint each, and its step would pass for noise. Short ones lie between.
+  if (asFibre == Residuals::kOfLine || RippleOfBlocks(learned) < kMuchMore * RippleOfBlocks(noise))
+    return learned;
+  const NoiseModel between = LearnFrom(kFewPulses, powers, model, asFibre, noise);
+  return kMuchMore * RippleOfBlocks(between) < RippleOfBlocks(learned) ? between : learned;
 }
 
 }  // namespace reflyze

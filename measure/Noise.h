@@ -50,6 +50,7 @@ enum class Residuals { kOfNeighbours, kOfLine };
 
 // Of a model that was fitted: what the points of settled fibre show beside it says how large noise is, and
 // how far its points go together.
-NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, Residuals asFibre, NoiseModel noise);
+NoiseModel LearnNoise(const Powers& powers, const LinkModel& model, Residuals asFibre,
+                      const NoiseModel& noise);
 
 }  // namespace reflyze
