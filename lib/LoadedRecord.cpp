@@ -5,6 +5,7 @@
 #include <new>
 
 #include "lib/EngineCall.h"
+#include "lib/ForeignFile.h"
 #include "lib/StoredBlocks.h"
 #include "lib/Stretches.h"
 #include "lib/UsableTrace.h"
@@ -28,6 +29,10 @@ void CheckMap(const std::string& name, const std::vector<char>& bytes) {
   TSorFile file(bytes.data(), bytes.size());
   TSorBlockMap map;
   map.ReadRN(&file, TSorBlock::kLastKnownRevisionNo);
+  if (file.state != sfOk || map.NB < 2) {
+    const std::string seems = WhatItSeems(name, bytes);
+    if (!seems.empty()) Unreadable(name, "is not a trace record (SR-4731): " + seems, kMap, 0);
+  }
   if (file.state == sfEndOfData) {
     Unreadable(name, "ends inside its map of blocks", kMap, static_cast<long long>(bytes.size()));
   }

@@ -338,4 +338,41 @@ TEST_F(FilesTest, DumpShowsWhatTheFileHasAndNoTimeOfReading) {
   EXPECT_TRUE(native.contains("RFTSParams"));
 }
 
+// --- Files that are no records ---
+
+TEST_F(FilesTest, AForeignFileIsToldByItsBytesAndItsEnding) {
+  using namespace std::string_literals;
+  const std::string binary = "\x07\x01\x02\x03 measured \x05"s, pdf = "%PDF-1.7\n";
+  const struct {
+    std::string name, bytes, seems;
+  } kCases[] = {
+      {"a.trc", binary, "an instrument's own format (.trc)"},
+      {"B.BDR", pdf, "both directions in an instrument's own format (.bdr)"},
+      {"job.msor", binary, "several traces in an instrument's own format (.msor)"},
+      {"report.sor", pdf, "a PDF document; export"},
+      {"all.sor", "PK\3\4\x14\0\0\0"s, "a ZIP archive; unpack it first, or export"},
+      {"scan.sor", "\x89PNG\r\n\x1A\n\0"s, "an image (PNG)"},
+      {"map.bmp", "BM\x9A\1\0\0\0\0\0\0"s, "an image (BMP)"},
+      {"letter.txt", "BMW 5\nlevel 0,2 dB\n", "text; export"},
+      {"page.sor", "\n <html><body>not found", "a page of the web (HTML)"},
+      {"link.json", "\xEF\xBB\xBF{\"a\": 1}", "text (JSON)"},
+  };
+  for (const auto& c : kCases) {
+    const Result result = Run({"dump", Store(c.name, c.bytes)});
+    EXPECT_EQ(result.status, 3) << c.name;
+    EXPECT_NE(result.err.find("is not a trace record (SR-4731): it seems to be "), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find(c.seems), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("the trace as SOR (SR-4731)"), std::string::npos) << result.err;
+  }
+  // A record that is cut is no other kind of file, nor is one that has an instrument's ending.
+  const std::string record = Load(StoreTrace("whole.sor"));
+  for (const std::size_t length : {3u, 4u, 9u, 40u}) {
+    const Result cut = Run({"dump", Store("cut.trc", record.substr(0, length))});
+    EXPECT_NE(cut.err.find("ends inside its map of blocks"), std::string::npos) << length << cut.err;
+  }
+  EXPECT_EQ(Run({"dump", Store("whole.msor", record)}).status, 0);
+  EXPECT_EQ(Run({"dump", Store("noise.sor", binary)}).err.find("seems"), std::string::npos);
+}
+
 }  // namespace
