@@ -8,6 +8,7 @@
 
 #include "cli/Aside.h"
 #include "cli/Commands.h"
+#include "cli/Inputs.h"
 #include "cli/Options.h"
 #include "cli/OrderedWork.h"
 #include "cli/Session.h"
@@ -19,53 +20,63 @@ namespace {
 constexpr unsigned kMostJobs = 1024;
 
 struct AnalyseCommand {
-  std::vector<std::string> traces;
-  std::string output;
+  InputArguments inputs;
   bool module = false;  // show the module's answer alone
   ThresholdOptions thresholds;
   AnalyseOptions analysis;
+  LinkOptions link;
+  std::optional<Limits> limits;  // of its document
   std::string format = "text";
   unsigned jobs = 0;  // 0: as many as the machine has cores
   bool quiet = false;
 };
 
-std::string Listing(const EventTable& table, const std::string& format) {
-  if (format == "json") return JsonOf(table);
-  if (format == "csv") return CsvOf(table);
-  return TextOf(table);
+std::string Listing(const LinkTable& link, const std::string& format) {
+  if (format == "json") return JsonOf(link);
+  if (format == "csv") return CsvOf(link);
+  return TextOf(link);
+}
+
+std::string Heading(const AnalyseCommand& options) {
+  if (options.format != "csv") return "";
+  const Measurement measurement = options.module ? Measurement::kNone : Measurement::kDone;
+  return options.limits ? JudgedCsvHeader(measurement) : CsvHeader(measurement);
 }
 
 // What stands between two listings.
 std::string Between(const std::string& format) { return format == "text" ? "\n" : ""; }
 
-// Standard input can be read once. The first trace that names it gets it, whichever thread is faster.
-void RequireFirstOfStandardInput(const std::vector<std::string>& traces, size_t index) {
-  if (traces[index] != "-" || std::find(traces.begin(), traces.end(), "-") == traces.begin() + index) return;
-  throw Error(ErrorKind::kUnreadable, "standard input", "was read for an earlier trace");
-}
-
-std::string AnalyseTrace(Session& session, const AnalyseCommand& options, Trace trace) {
+std::string AnalyseTrace(Session& session, const AnalyseCommand& options, Trace trace,
+                         const std::string& place, int& status) {
   const std::string name = ShownName(trace.Name()), secondTable = trace.SecondTableWarning();
-  EventTable table = options.module ? AnalyseBy(session.Module(), std::move(trace), options.analysis)
-                                    : Analyse(std::move(trace), options.analysis);
-  if (!options.output.empty()) {
+  LinkTable link =
+      BetweenReels(options.module ? AnalyseBy(session.Module(), std::move(trace), options.analysis)
+                                  : Analyse(std::move(trace), options.analysis),
+                   options.link.AskedReels());
+  EventTable& table = link.table;
+  if (options.limits) JudgeLink(link, *options.limits);
+  if (!place.empty()) {
     if (!secondTable.empty() && !options.analysis.dropUnknown)
       table.warnings.push_back({name, secondTable + " (--drop-unknown leaves them out)"});
-    table.record.Save(options.output);
+    if (options.inputs.below) MakeFolderOf(place);
+    table.record.Save(place);
   }
   session.Warn(table.warnings);
-  return Listing(table, options.format);
+  status = std::max<int>(status, link.verdict && link.verdict->verdict == Verdict::kFail ? kFails : kDone);
+  return Listing(link, options.format);
 }
 
 // A file may hold several traces. Each is listed as a record of its own, under the name of the file.
-std::string AnalyseFile(Session& session, const AnalyseCommand& options, size_t index) {
-  RequireFirstOfStandardInput(options.traces, index);
-  Trace file = session.Open(options.traces[index]);
-  const int traces = options.output.empty() ? file.TraceCount() : 1;  // only one trace can be stored
-  if (traces < 2) return AnalyseTrace(session, options, std::move(file));
+std::string AnalyseFile(Session& session, const AnalyseCommand& options, size_t index, int& status) {
+  RequireFile(options.inputs.files, index);
+  Trace file = session.Open(options.inputs.files[index].name);
+  const std::string place = options.inputs.places.empty() ? "" : options.inputs.places[index];
+  const int traces = place.empty() ? file.TraceCount() : 1;  // only one trace can be stored
+  if (traces < 2) return AnalyseTrace(session, options, std::move(file), place, status);
   std::string listing;
   for (int i = 0; i < traces; ++i)
-    listing += (i == 0 ? "" : Between(options.format)) + AnalyseTrace(session, options, file.Part(i));
+    listing +=
+        (i == 0 ? "" : Between(options.format)) + AnalyseTrace(session, options, file.Part(i), "", status);
   return listing;
 }
 
@@ -80,9 +91,9 @@ struct Outcome {
 Outcome AnalyseAside(Session& session, const AnalyseCommand& options, size_t index) {
   Outcome outcome;
   const Aside aside(outcome.sayings);
-  const std::string name = options.traces[index] == "-" ? "standard input" : options.traces[index];
+  const std::string name = ShownName(options.inputs.files[index].name);
   try {
-    outcome.listing = AnalyseFile(session, options, index);
+    outcome.listing = AnalyseFile(session, options, index, outcome.status);
   } catch (const Error& error) {
     session.Warn(error.what());
     outcome.status = StatusOf(error);
@@ -96,20 +107,21 @@ Outcome AnalyseAside(Session& session, const AnalyseCommand& options, size_t ind
 // One result for each trace, in order. Traces are analysed on several threads, each with an engine and a
 // record of its own. What they share is filled before they start and only read then: the module with its
 // tables, the options with their document of thresholds. This thread says the warnings and the log entries,
-// in order. Standard input belongs to one trace, and only a single trace is stored.
+// in order. Standard input belongs to one trace.
 int RunAnalyse(Session& session, AnalyseCommand& options) {
   int status = kDone;
+  SettleInputs(options.inputs);
   options.analysis.thresholds = options.thresholds.thresholds;
+  options.limits = ReadLimits(session, options.link);
   options.analysis.document = ReadDocument(session, options.thresholds);
   if (options.module) session.Module();
-  const size_t total = options.traces.size();
+  const size_t total = options.inputs.files.size();
   OrderedWork<Outcome> work(total, options.jobs != 0 ? options.jobs : std::thread::hardware_concurrency(),
                             [&](size_t index) { return AnalyseAside(session, options, index); });
   // What goes before the next listing: a heading before the first, and an empty line between texts.
-  std::string before;
-  if (options.format == "csv") before = CsvHeader(options.module ? Measurement::kNone : Measurement::kDone);
+  std::string before = Heading(options);
   for (size_t i = 0; i < total; ++i) {
-    if (!options.quiet) session.Progress(i + 1, total, options.traces[i]);
+    if (!options.quiet) session.Progress(i + 1, total, options.inputs.files[i].name);
     const Outcome outcome = work.Next();
     if (!options.quiet) session.Progress(0, 0, "");
     for (const auto& say : outcome.sayings) say();
@@ -127,12 +139,10 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<AnalyseCommand>();
   CLI::App* command =
       app.add_subcommand("analyse", "Find the events of a trace, measure them and print the event table");
+  AddInputs(*command, options->inputs, "; several give a result each");
   command
-      ->add_option("TRACE", options->traces, "SOR file, or - for standard input; several give a result each")
-      ->required()
-      ->type_name(kFileValue)
-      ->check(InputName());
-  command->add_option("-o,--output", options->output, "Store the record with its event table")
+      ->add_option("-o,--output", options->inputs.output,
+                   "Store the record with its event table; of several, each below that folder")
       ->type_name(kFileValue)
       ->check(OutputName());
   command->add_flag("--ends-only", options->analysis.endsOnly, "Keep only the first and the last event");
@@ -145,6 +155,7 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
                  "Store no blocks that no one here knows, such as a maker's own event table")
       ->needs("--output");
   AddThresholdOptions(*command, options->thresholds);
+  AddLinkOptions(*command, options->link);
   command->add_option("--format", options->format, "text, json (one object a line) or csv")
       ->check(CLI::IsMember({"text", "json", "csv"}))
       ->capture_default_str();
@@ -155,9 +166,6 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
       ->check(NumberBetween(1, kMostJobs));
   command->add_flag("-q,--quiet", options->quiet, "Don't show on a terminal which trace is being analysed");
   command->callback([options, &session] {
-    if (!options->output.empty() && options->traces.size() > 1) {
-      throw CLI::ValidationError("--output", "goes with one trace");
-    }
     session.command = [options](Session& running) { return RunAnalyse(running, *options); };
   });
 }

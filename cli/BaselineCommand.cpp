@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "cli/Commands.h"
+#include "cli/Inputs.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "reflyze/monitor.h"
@@ -15,8 +16,7 @@ namespace reflyze::cli {
 namespace {
 
 struct BaselineCommand {
-  std::string trace;
-  std::string output;
+  InputArguments inputs;
   Monitoring monitoring;
   std::vector<std::string> search, settings;  // as written
   std::string format = "text";
@@ -69,12 +69,18 @@ CLI::Validator Check(std::string (*problem)(const std::string&)) {
   return CLI::Validator([problem](std::string& text) { return problem(text); }, "");
 }
 
-int RunBaseline(Session& session, const BaselineCommand& options) {
-  const Baseline baseline = MakeBaseline(session.Open(options.trace), options.monitoring);
-  baseline.record.Save(options.output);
-  session.Warn(baseline.warnings);
-  session.Print(options.format == "json" ? JsonOf(baseline) : TextOf(baseline));
-  return kDone;
+int RunBaseline(Session& session, BaselineCommand& options) {
+  SettleInputs(options.inputs);
+  bool first = true;
+  return ForEachFile(session, options.inputs, [&](size_t index) {
+    const Baseline baseline =
+        MakeBaseline(session.Open(options.inputs.files[index].name), options.monitoring);
+    baseline.record.Save(options.inputs.places[index]);
+    session.Warn(baseline.warnings);
+    const bool json = options.format == "json";
+    session.Print((first || json ? "" : "\n") + (json ? JsonOf(baseline) : TextOf(baseline)));
+    first = false;
+  });
 }
 
 std::string SettingsHelp() {
@@ -95,11 +101,10 @@ void AddBaselineCommand(CLI::App& app, Session& session) {
   Monitoring& monitoring = options->monitoring;
   CLI::App* command = app.add_subcommand(
       "baseline", "Make a trace the baseline of its fibre's monitoring; analyses what has no events");
-  command->add_option("TRACE", options->trace, "SOR file, or - for standard input")
-      ->required()
-      ->type_name(kFileValue)
-      ->check(InputName());
-  command->add_option("-o,--output", options->output, "SOR file to write")
+  AddInputs(*command, options->inputs, "; several give a baseline each");
+  command
+      ->add_option("-o,--output", options->inputs.output,
+                   "SOR file to write; of several, each below that folder")
       ->required()
       ->type_name(kFileValue)
       ->check(OutputName());

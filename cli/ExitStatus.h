@@ -12,6 +12,7 @@ enum ExitStatus {
   kUsage = 2,       // the command line is wrong
   kUnreadable = 3,  // an input could not be read or is not a usable trace
   kUnwritable = 4,  // an output could not be written
+  kFails = 5,       // a link fails its limits
 };
 
 // The exit status for an error that has stopped a command.

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "cli/Commands.h"
+#include "cli/Inputs.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "reflyze/filter.h"
@@ -12,8 +13,7 @@ namespace reflyze::cli {
 namespace {
 
 struct FilterCommand {
-  std::string trace;
-  std::string output;
+  InputArguments inputs;
   std::string kind = NameOf(FilterKind::kAuto);
   FilterOptions filter;
   std::string format = "text";
@@ -28,11 +28,16 @@ FilterKind KindOf(const std::string& name) {
 
 int RunFilter(Session& session, FilterCommand& options) {
   options.filter.kind = KindOf(options.kind);
-  const FilterTable table = Filter(session.Open(options.trace), options.filter);
-  table.record.Save(options.output);
-  session.Warn(table.warnings);
-  session.Print(options.format == "json" ? JsonOf(table) : TextOf(table));
-  return kDone;
+  SettleInputs(options.inputs);
+  bool first = true;
+  return ForEachFile(session, options.inputs, [&](size_t index) {
+    const FilterTable table = Filter(session.Open(options.inputs.files[index].name), options.filter);
+    table.record.Save(options.inputs.places[index]);
+    session.Warn(table.warnings);
+    const bool json = options.format == "json";
+    session.Print((first || json ? "" : "\n") + (json ? JsonOf(table) : TextOf(table)));
+    first = false;
+  });
 }
 
 }  // namespace
@@ -40,11 +45,10 @@ int RunFilter(Session& session, FilterCommand& options) {
 void AddFilterCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<FilterCommand>();
   CLI::App* command = app.add_subcommand("filter", "Smooth a trace and print what the filter found");
-  command->add_option("TRACE", options->trace, "SOR file, or - for standard input")
-      ->required()
-      ->type_name(kFileValue)
-      ->check(InputName());
-  command->add_option("-o,--output", options->output, "Store the trace with its smoothed levels")
+  AddInputs(*command, options->inputs, "; several give a result each");
+  command
+      ->add_option("-o,--output", options->inputs.output,
+                   "Store the trace with its smoothed levels; of several, each below that folder")
       ->required()
       ->type_name(kFileValue)
       ->check(OutputName());

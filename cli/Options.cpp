@@ -103,4 +103,42 @@ ThresholdDocument ReadDocument(Session& session, const ThresholdOptions& options
   return ThresholdDocument::FromText(options.file, {bytes.begin(), bytes.end()}, options.section);
 }
 
+Reels LinkOptions::AskedReels() const {
+  Reels reels;
+  const auto take = [](const std::string& text, bool& there, std::optional<double>& km) {
+    there = !text.empty();
+    if (there && text != "auto") km = std::strtod(text.c_str(), nullptr);
+  };
+  take(launch, reels.launch, reels.launchKm);
+  take(receive, reels.receive, reels.receiveKm);
+  return reels;
+}
+
+void AddLinkOptions(CLI::App& command, LinkOptions& options) {
+  constexpr double kShortestKm = 0.001, kLongestKm = 100.0;
+  const CLI::Validator length = Unnamed([](const std::string& text) -> std::string {
+    return text == "auto" ? "" : WhyNoNumber(text, kShortestKm, kLongestKm);
+  });
+  command
+      .add_option("--limits", options.limits, "Document of limits (INI or JSON); status 5 if something fails")
+      ->type_name(kFileValue)
+      ->check(InputName());
+  command
+      .add_option("--launch", options.launch,
+                  "Launch reel, km or auto: the link begins with the connector at its end")
+      ->type_name("KM")
+      ->check(length);
+  command
+      .add_option("--receive", options.receive,
+                  "Receive reel, km or auto: the link ends with the connector in front of it")
+      ->type_name("KM")
+      ->check(length);
+}
+
+std::optional<Limits> ReadLimits(Session& session, const LinkOptions& options) {
+  if (options.limits.empty()) return std::nullopt;
+  const std::vector<char> bytes = session.Read(options.limits, kLargestLimitsDocument);
+  return Limits::FromText(ShownName(options.limits), {bytes.begin(), bytes.end()});
+}
+
 }  // namespace reflyze::cli

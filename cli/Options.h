@@ -2,9 +2,12 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <string>
 
 #include "reflyze/events.h"
+#include "reflyze/limits.h"
+#include "reflyze/span.h"
 
 namespace reflyze::cli {
 
@@ -51,5 +54,17 @@ void AddThresholdOptions(CLI::App& command, ThresholdOptions& options);
 // The thresholds of the document, none without a file. It is read once for all traces, so that it may come
 // through a pipe.
 ThresholdDocument ReadDocument(Session& session, const ThresholdOptions& options);
+
+// What a link is judged by, and the reels at its ends.
+struct LinkOptions {
+  std::string limits;           // document
+  std::string launch, receive;  // km or "auto"; empty for no reel
+
+  Reels AskedReels() const;
+};
+
+void AddLinkOptions(CLI::App& command, LinkOptions& options);
+// The limits of the document, none without a file. Throws Error kUnreadable.
+std::optional<Limits> ReadLimits(Session& session, const LinkOptions& options);
 
 }  // namespace reflyze::cli

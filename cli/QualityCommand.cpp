@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "cli/Commands.h"
+#include "cli/Inputs.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "reflyze/quality.h"
@@ -12,21 +13,26 @@ namespace reflyze::cli {
 namespace {
 
 struct QualityCommand {
-  std::string trace;
+  InputArguments inputs;
   std::string longPulse;
   int lastPercent = 10;
   std::string format = "text";
 };
 
-int RunQuality(Session& session, const QualityCommand& options) {
-  Trace trace = session.Open(options.trace);
+int RunQuality(Session& session, QualityCommand& options) {
+  SettleInputs(options.inputs);
   QualityOptions asked;
   asked.lastPercent = options.lastPercent;
-  if (!options.longPulse.empty()) asked.longPulse = session.Open(options.longPulse);
-  const QualityTable table = Quality(std::move(trace), asked);
-  session.Warn(table.warnings);
-  session.Print(options.format == "json" ? JsonOf(table) : TextOf(table));
-  return kDone;
+  bool first = true;
+  return ForEachFile(session, options.inputs, [&](size_t index) {
+    Trace trace = session.Open(options.inputs.files[index].name);
+    if (!options.longPulse.empty() && !asked.longPulse) asked.longPulse = session.Open(options.longPulse);
+    const QualityTable table = Quality(std::move(trace), asked);
+    session.Warn(table.warnings);
+    const bool json = options.format == "json";
+    session.Print((first || json ? "" : "\n") + (json ? JsonOf(table) : TextOf(table)));
+    first = false;
+  });
 }
 
 }  // namespace
@@ -35,10 +41,7 @@ void AddQualityCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<QualityCommand>();
   CLI::App* command = app.add_subcommand(
       "quality", "Tell how far each event's place and loss can be trusted; analyses what has no events");
-  command->add_option("TRACE", options->trace, "SOR file, or - for standard input")
-      ->required()
-      ->type_name(kFileValue)
-      ->check(InputName());
+  AddInputs(*command, options->inputs, "; several give a result each");
   command
       ->add_option("--long-pulse", options->longPulse,
                    "The same fibre with a longer pulse, for losses within dead zones")

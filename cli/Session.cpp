@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <iostream>
 
 #include "cli/Aside.h"
@@ -42,12 +43,28 @@ Trace Session::Open(const std::string& name) {
   return Trace::FromBytes(name, Read(name), options);
 }
 
+// The time left as those that are done tell it, once there are some: "2:05 left".
+std::string Session::TimeLeft(size_t number, size_t total) {
+  constexpr size_t kTelling = 3;
+  constexpr double kWorthTelling = 2.0;  // s
+  const auto now = std::chrono::steady_clock::now();
+  if (number <= 1) started_ = now;
+  if (number <= kTelling) return "";
+  const double gone = std::chrono::duration<double>(now - started_).count();
+  const double left = gone / static_cast<double>(number - 1) * static_cast<double>(total - number + 1);
+  if (gone + left < kWorthTelling) return "";
+  const auto seconds = static_cast<long>(left + 0.5);
+  const std::string rest = std::to_string(seconds % 60);
+  return " " + std::to_string(seconds / 60) + ":" + (rest.size() < 2 ? "0" : "") + rest + " left";
+}
+
 void Session::Progress(size_t number, size_t total, const std::string& what) {
   if (&err_ != &std::cerr || isatty(STDERR_FILENO) == 0) return;
   if (what.empty()) {
     err_ << "\r\033[K" << std::flush;
   } else if (total > 1) {
-    err_ << "\r\033[K[" << number << "/" << total << "] " << OneLine(what) << std::flush;
+    err_ << "\r\033[K[" << number << "/" << total << TimeLeft(number, total) << "] " << OneLine(what)
+         << std::flush;
   }
 }
 

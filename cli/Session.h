@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <iosfwd>
 #include <memory>
@@ -35,7 +36,8 @@ class Session {
   // turn.
   void Warn(const std::string& line);
   void Warn(const std::vector<Warning>& warnings);  // a line each
-  // Shows "[3/12] file" on a terminal, over the line before; shows nothing elsewhere. An empty text wipes it.
+  // Shows "[30/1152 2:05 left] file" on a terminal, over the line before; shows nothing elsewhere. An empty
+  // text wipes it.
   void Progress(size_t number, size_t total, const std::string& what);
 
   // Opens the log. `name` is that of a file, or "-" for standard error. Throws Error kUnwritable where it
@@ -52,9 +54,12 @@ class Session {
   std::string encoding = "auto";
 
  private:
+  std::string TimeLeft(size_t number, size_t total);
+
   std::istream& in_;
   std::ostream& out_;
   std::ostream& err_;
+  std::chrono::steady_clock::time_point started_;  // of the first of several
   std::unique_ptr<TLogFile> log_;
   std::unique_ptr<ModuleHost> module_;
 };

@@ -29,12 +29,21 @@ std::string CsvHeader(Measurement measurement) {
   return heading + "\n";
 }
 
-std::string CsvOf(const EventTable& table) {
+std::string JudgedCsvHeader(Measurement measurement) {
+  std::string heading = CsvHeader(measurement);
+  heading.pop_back();
+  return heading + ",loss_verdict,reflectance_verdict,attenuation_verdict\n";
+}
+
+namespace {
+
+std::string CsvOfTable(const EventTable& table, const LinkVerdict* verdict) {
   const auto number = [](std::optional<double> value, int decimals = 3) {
     return value ? NumberOrDash(value, decimals) : "";
   };
   std::string text;
-  for (const Event& row : table.events) {
+  for (size_t i = 0; i < table.events.size(); ++i) {
+    const Event& row = table.events[i];
     text += CsvText(ValidUtf8(table.file)) +
             Format(",%d,%.6f,%s,%s,%s,%s,%s,%s,", row.number, NoMinusZero(row.distanceKm, 6),
                    CsvText(row.type).c_str(), CsvText(row.code).c_str(), number(row.lossDb).c_str(),
@@ -46,9 +55,22 @@ std::string CsvOf(const EventTable& table) {
            {row.distanceSdM, row.lossSdDb, row.reflectanceSdDb, row.attenuationSdDbPerKm, row.probability})
         text += "," + number(sd, kDeviationDecimals);
     }
+    if (verdict != nullptr) {
+      const EventVerdict& worth = verdict->events[i];
+      for (const Verdict one : {worth.loss, worth.reflectance, worth.attenuation})
+        text += std::string(",") + WordOf(one);
+    }
     text += "\n";
   }
   return text;
+}
+
+}  // namespace
+
+std::string CsvOf(const EventTable& table) { return CsvOfTable(table, nullptr); }
+
+std::string CsvOf(const LinkTable& link) {
+  return CsvOfTable(link.table, link.verdict ? &*link.verdict : nullptr);
 }
 
 }  // namespace reflyze

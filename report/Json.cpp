@@ -119,6 +119,54 @@ Json JsonObjectOf(const EventTable& table) {
 
 }  // namespace
 
+namespace {
+
+Json WordOrNull(Verdict verdict) { return verdict == Verdict::kNone ? Json(nullptr) : Json(WordOf(verdict)); }
+
+Json JsonOf(const Span& span) {
+  const auto eventNumber = [](std::optional<size_t> index) {
+    return index ? Json(*index + 1) : Json(nullptr);
+  };
+  return {{"first_event", eventNumber(span.first)},
+          {"last_event", eventNumber(span.last)},
+          {"launch_reel_km", span.launchFound ? Json(span.fromKm) : Json(nullptr)},
+          {"receive_reel_km", span.receiveFound ? Json(span.receiveKm) : Json(nullptr)},
+          {"length_km", span.lengthKm},
+          {"loss_db", NumberOrNull(span.lossDb)},
+          {"loss_sd_db", NumberOrNull(span.lossSdDb)},
+          {"orl_db", NumberOrNull(span.returnLossDb)}};
+}
+
+// The verdict of a link goes before its events, that of each event into it.
+void TellVerdict(const LinkVerdict& verdict, Json& json) {
+  json["verdict"] = WordOrNull(verdict.verdict);
+  json["verdicts"] = {{"length", WordOrNull(verdict.length)},
+                      {"span_loss", WordOrNull(verdict.spanLoss)},
+                      {"return_loss", WordOrNull(verdict.returnLoss)},
+                      {"link_attenuation", WordOrNull(verdict.linkAttenuation)},
+                      {"sentences", verdict.sentences}};
+  for (size_t i = 0; i < verdict.events.size() && i < json["events"].size(); ++i) {
+    const EventVerdict& event = verdict.events[i];
+    Json& row = json["events"][i]["verdict"];
+    row = {{"loss", WordOrNull(event.loss)},
+           {"reflectance", WordOrNull(event.reflectance)},
+           {"attenuation", WordOrNull(event.attenuation)}};
+    if (event.group == 0) continue;
+    row["group"] = event.group;
+    row["group_loss_db"] = NumberOrNull(event.groupLossDb);
+    row["group_limit_db"] = NumberOrNull(event.groupLimitDb);
+  }
+}
+
+}  // namespace
+
+std::string JsonOf(const LinkTable& link) {
+  Json json = JsonObjectOf(link.table);
+  if (link.span) json["span"] = JsonOf(*link.span);
+  if (link.verdict) TellVerdict(*link.verdict, json);
+  return JsonText(json) + "\n";
+}
+
 std::string JsonOf(const EventTable& table) { return JsonText(JsonObjectOf(table)) + "\n"; }
 
 std::string JsonOf(const Baseline& baseline) {
@@ -161,7 +209,9 @@ std::string JsonOf(const Comparison& table) {
   return JsonText(json) + "\n";
 }
 
-std::string JsonOf(const MergedTable& table) {
+namespace {
+
+Json JsonObjectOf(const MergedTable& table) {
   Json json;
   json["a"] = table.fileA;
   json["b"] = table.fileB;
@@ -185,6 +235,24 @@ std::string JsonOf(const MergedTable& table) {
     event["seen_from"] = SeenFrom(row.a.seen, row.b.seen);
     json["events"].push_back(std::move(event));
   }
+  return json;
+}
+
+}  // namespace
+
+std::string JsonOf(const MergedTable& table) { return JsonText(JsonObjectOf(table)) + "\n"; }
+
+std::string JsonOf(const MergedLink& link) {
+  Json json = JsonObjectOf(link.table);
+  if (link.spanA && link.spanB) {
+    json["span_a"] = JsonOf(*link.spanA);
+    json["span_b"] = JsonOf(*link.spanB);
+    json["ends_apart_m"] = NumberOrNull(link.endsApartM);
+    json["loss_db"] = NumberOrNull(link.lossDb);
+    json["loss_sd_db"] = NumberOrNull(link.lossSdDb);
+    json["orl_db"] = NumberOrNull(link.returnLossDb);
+  }
+  if (link.verdict) TellVerdict(*link.verdict, json);
   return JsonText(json) + "\n";
 }
 

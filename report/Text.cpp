@@ -59,20 +59,28 @@ std::string RowsText(const QualityTable& table) {
   return text;
 }
 
-std::string PlainRows(const EventTable& table) {
+EventVerdict VerdictAt(const LinkVerdict* verdict, size_t i) {
+  return verdict != nullptr && i < verdict->events.size() ? verdict->events[i] : EventVerdict();
+}
+
+std::string PlainRows(const EventTable& table, const LinkVerdict* verdict) {
   std::string text = "  No  Distance  Type                   Loss    Refl.    Section  Cumulated\n";
   text += "            km                           dB       dB      dB/km         dB\n";
   text += " ---  --------  -------------------  ------  -------  ---------  ---------\n";
-  for (const Event& row : table.events) {
-    text += Format(" %3d  %8.4f  %-19s  %6s  %7s  %9s  %9s\n", row.number, NoMinusZero(row.distanceKm, 4),
-                   row.type.c_str(), NumberOrDash(row.lossDb, 3).c_str(), ReflectanceText(row).c_str(),
-                   NumberOrDash(row.attenuationDbPerKm, 3).c_str(), NumberOrDash(row.cumulatedDb, 3).c_str());
+  for (size_t i = 0; i < table.events.size(); ++i) {
+    const Event& row = table.events[i];
+    const EventVerdict worth = VerdictAt(verdict, i);
+    text += Format(" %3d  %8.4f  %-19s  %6s%c %7s%c %9s%c %9s\n", row.number, NoMinusZero(row.distanceKm, 4),
+                   row.type.c_str(), NumberOrDash(row.lossDb, 3).c_str(), MarkOf(worth.loss),
+                   ReflectanceText(row).c_str(), MarkOf(worth.reflectance),
+                   NumberOrDash(row.attenuationDbPerKm, 3).c_str(), MarkOf(worth.attenuation),
+                   NumberOrDash(row.cumulatedDb, 3).c_str());
   }
   return text;
 }
 
 // Each number with its deviation.
-std::string MeasuredRows(const EventTable& table) {
+std::string MeasuredRows(const EventTable& table, const LinkVerdict* verdict) {
   std::string text =
       "  No  Distance        Type                   Loss            Refl.        Section         Cumulated\n"
       "            km \u00b1m                              dB \u00b1dB           dB \u00b1dB     dB/km "
@@ -82,12 +90,15 @@ std::string MeasuredRows(const EventTable& table) {
   const auto deviation = [](std::optional<double> sd, int decimals, size_t width) {
     return PaddedRight(SdText(sd, decimals), width);
   };
-  for (const Event& row : table.events) {
+  for (size_t i = 0; i < table.events.size(); ++i) {
+    const Event& row = table.events[i];
+    const EventVerdict worth = VerdictAt(verdict, i);
     text += Format(
-        " %3d  %8.4f %s  %-19s  %6s %s  %7s %s  %7s %s  %9s\n", row.number, NoMinusZero(row.distanceKm, 4),
+        " %3d  %8.4f %s  %-19s  %6s%c%s  %7s%c%s  %7s%c%s  %9s\n", row.number, NoMinusZero(row.distanceKm, 4),
         deviation(row.distanceSdM, 2, 5).c_str(), row.type.c_str(), NumberOrDash(row.lossDb, 3).c_str(),
-        deviation(row.lossSdDb, 3, 6).c_str(), ReflectanceText(row).c_str(),
-        deviation(row.reflectanceSdDb, 2, 5).c_str(), NumberOrDash(row.attenuationDbPerKm, 3).c_str(),
+        MarkOf(worth.loss), deviation(row.lossSdDb, 3, 6).c_str(), ReflectanceText(row).c_str(),
+        MarkOf(worth.reflectance), deviation(row.reflectanceSdDb, 2, 5).c_str(),
+        NumberOrDash(row.attenuationDbPerKm, 3).c_str(), MarkOf(worth.attenuation),
         deviation(row.attenuationSdDbPerKm, 3, 6).c_str(), NumberOrDash(row.cumulatedDb, 3).c_str());
   }
   return text;
@@ -133,7 +144,9 @@ std::string EventsAsText(const FilterTable& table) {
 
 }  // namespace
 
-std::string TextOf(const EventTable& table) {
+namespace {
+
+std::string TextOfTable(const EventTable& table, const LinkVerdict* verdict) {
   std::string text;
   text += Format("File         %s\n", ShownName(table.file).c_str());
   text += Format("Wavelength   %.1f nm      Pulse  %.0f ns      Range  %.3f km\n", table.wavelengthNm,
@@ -145,7 +158,7 @@ std::string TextOf(const EventTable& table) {
                  WithUnit(NumberOrDash(table.thresholds.reflectanceDb, 1), "dB").c_str(),
                  WithUnit(NumberOrDash(table.thresholds.endDb, 2), "dB").c_str(),
                  WithUnit(NumberOrDash(table.thresholds.slopeDbPerKm, 2), "dB/km").c_str());
-  text += table.measurement == Measurement::kDone ? MeasuredRows(table) : PlainRows(table);
+  text += table.measurement == Measurement::kDone ? MeasuredRows(table, verdict) : PlainRows(table, verdict);
   if (table.events.empty()) text += " no events\n";
   const bool saturated = std::any_of(table.events.begin(), table.events.end(),
                                      [](const Event& event) { return event.reflectanceAtLeast; });
@@ -156,6 +169,33 @@ std::string TextOf(const EventTable& table) {
   if (!table.fibre) text += "The trace shows no fibre\n";
   text += DoubtfulEvents(table);
   if (!table.reasons.empty()) text += ReasonsText(table);
+  return text;
+}
+
+std::string SpanText(const Span& span) {
+  std::string text = "Link         ";
+  text += span.first ? Format("from event %zu", *span.first + 1) : "from its first connector";
+  text += span.last ? Format(" to event %zu, both included", *span.last + 1) : " to its last connector";
+  if (span.launchFound) text += Format("; launch reel %.4f km", span.fromKm);
+  if (span.receiveFound) text += Format("; receive reel %.4f km", span.receiveKm);
+  return text + "\n";
+}
+
+std::string VerdictText(const LinkVerdict& verdict) {
+  const char* word = WordOf(verdict.verdict);
+  std::string text = Format("Verdict      %s\n", *word == '\0' ? "-" : word);
+  for (const std::string& sentence : verdict.sentences) text += "  " + sentence + "\n";
+  return text;
+}
+
+}  // namespace
+
+std::string TextOf(const EventTable& table) { return TextOfTable(table, nullptr); }
+
+std::string TextOf(const LinkTable& link) {
+  std::string text = TextOfTable(link.table, link.verdict ? &*link.verdict : nullptr);
+  if (link.span) text += SpanText(*link.span);
+  if (link.verdict) text += VerdictText(*link.verdict);
   return text;
 }
 
@@ -197,7 +237,9 @@ std::string TextOf(const Comparison& table) {
   return text;
 }
 
-std::string TextOf(const MergedTable& table) {
+namespace {
+
+std::string TextOfMerged(const MergedTable& table, const LinkVerdict* verdict) {
   std::string text;
   text += Format("A  %s\n", ShownName(table.fileA).c_str());
   text += Format("B  %s\n", ShownName(table.fileB).c_str());
@@ -207,13 +249,37 @@ std::string TextOf(const MergedTable& table) {
   text += " ---  --------  ------ ------  ------ ------  ------ ------  -------  -------  ---------\n";
   for (size_t i = 0; i < table.rows.size(); ++i) {
     const MergedEvent& row = table.rows[i];
-    text += Format(" %3zu  %8.4f  %6s %s  %6s %s  %6s %s  %7s  %7s  %s\n", i + 1,
-                   NoMinusZero(row.distanceKm, 4), NumberOrDash(row.a.lossDb, 3).c_str(),
-                   SdColumn(row.a.lossSdDb).c_str(), NumberOrDash(row.b.lossDb, 3).c_str(),
-                   SdColumn(row.b.lossSdDb).c_str(), NumberOrDash(row.meanLossDb, 3).c_str(),
-                   SdColumn(row.meanLossSdDb).c_str(), NumberOrDash(row.a.reflectanceDb, 2).c_str(),
-                   NumberOrDash(row.b.reflectanceDb, 2).c_str(), SeenFrom(row.a.seen, row.b.seen));
+    const EventVerdict worth = VerdictAt(verdict, i);
+    // What one direction alone has is judged there.
+    const char alone = row.meanLossDb ? ' ' : MarkOf(worth.loss),
+               mark = row.meanLossDb ? MarkOf(worth.loss) : ' ';
+    text += Format(
+        " %3zu  %8.4f  %6s%c%s  %6s%c%s  %6s%c%s  %7s%c %7s  %s\n", i + 1, NoMinusZero(row.distanceKm, 4),
+        NumberOrDash(row.a.lossDb, 3).c_str(), row.a.lossDb ? alone : ' ', SdColumn(row.a.lossSdDb).c_str(),
+        NumberOrDash(row.b.lossDb, 3).c_str(), row.a.lossDb ? ' ' : alone, SdColumn(row.b.lossSdDb).c_str(),
+        NumberOrDash(row.meanLossDb, 3).c_str(), mark, SdColumn(row.meanLossSdDb).c_str(),
+        NumberOrDash(row.a.reflectanceDb, 2).c_str(), MarkOf(worth.reflectance),
+        NumberOrDash(row.b.reflectanceDb, 2).c_str(), SeenFrom(row.a.seen, row.b.seen));
   }
+  return text;
+}
+
+}  // namespace
+
+std::string TextOf(const MergedTable& table) { return TextOfMerged(table, nullptr); }
+
+std::string TextOf(const MergedLink& link) {
+  std::string text = TextOfMerged(link.table, link.verdict ? &*link.verdict : nullptr);
+  if (link.spanA && link.spanB) {
+    text += "\nFrom A       " + SpanText(*link.spanA).substr(13) + "From B       " +
+            SpanText(*link.spanB).substr(13);
+    const std::string sd = SdText(link.lossSdDb, 3);
+    text += Format("Ends         %.2f m apart\n", NoMinusZero(link.endsApartM.value_or(0.0), 2));
+    text += Format("Mean loss    %s  Return loss %s\n",
+                   WithUnit(NumberOrDash(link.lossDb, 3) + (sd.empty() ? "" : " " + sd), "dB").c_str(),
+                   WithUnit(NumberOrDash(link.returnLossDb, 2), "dB").c_str());
+  }
+  if (link.verdict) text += VerdictText(*link.verdict);
   return text;
 }
 

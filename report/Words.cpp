@@ -65,6 +65,11 @@ const char* Word(LaunchState launch) {
   return "unknown";
 }
 
+char MarkOf(Verdict verdict) {
+  constexpr char kMarks[] = {' ', ' ', '?', '~', '!'};
+  return kMarks[static_cast<int>(verdict)];
+}
+
 const char* SeenFrom(bool a, bool b) { return a ? b ? "both" : "a" : "b"; }
 
 }  // namespace reflyze

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "reflyze/events.h"
+#include "reflyze/limits.h"
 #include "reflyze/monitor.h"
 #include "reflyze/quality.h"
 
@@ -20,6 +21,9 @@ std::string ReflectanceText(const Event& event);
 std::string SdText(std::optional<double> sd, int decimals);
 // A text with blanks behind it. Its width counts letters, not bytes.
 std::string PaddedRight(const std::string& text, size_t width);
+
+// What stands behind a number in a listing: "!" fails, "~" marginal, "?" warning, a blank for the others.
+char MarkOf(Verdict verdict);
 
 // A text as a field of CSV, in quotes.
 std::string CsvText(const std::string& text);

@@ -13,6 +13,7 @@
 #include "reflyze/quality.h"
 #include "reflyze/show.h"
 #include "reflyze/simulate.h"
+#include "reflyze/span.h"
 
 // The values of the library as texts: what the program prints. Texts end with a line end. JSON is one line;
 // its keys carry their units, and a number that was not measured is null.
@@ -24,6 +25,8 @@ REFLYZE_API std::string TextOf(const EditedFile& edited);      // of what an edi
 REFLYZE_API std::string TextOf(const Baseline& baseline);      // of a baseline
 REFLYZE_API std::string TextOf(const Comparison& comparison);  // of a comparison
 REFLYZE_API std::string TextOf(const MergedTable& table);      // of a merge
+REFLYZE_API std::string TextOf(const LinkTable& link);         // of a link between reels, with its verdicts
+REFLYZE_API std::string TextOf(const MergedLink& link);        // of two directions between reels
 REFLYZE_API std::string TextOf(const QualityTable& table);     // of how far to believe a trace
 REFLYZE_API std::string TextOf(const FilterTable& table);      // of a filter
 REFLYZE_API std::string TextOf(const Sheet& sheet);            // of a file's card and its own table
@@ -35,6 +38,8 @@ REFLYZE_API std::string JsonOf(const EditedFile& edited);      // of what an edi
 REFLYZE_API std::string JsonOf(const Baseline& baseline);      // of a baseline
 REFLYZE_API std::string JsonOf(const Comparison& comparison);  // of a comparison
 REFLYZE_API std::string JsonOf(const MergedTable& table);      // of a merge
+REFLYZE_API std::string JsonOf(const LinkTable& link);         // of a link between reels, with its verdicts
+REFLYZE_API std::string JsonOf(const MergedLink& link);        // of two directions between reels
 REFLYZE_API std::string JsonOf(const QualityTable& table);     // of how far to believe a trace
 REFLYZE_API std::string JsonOf(const FilterTable& table);      // of a filter
 REFLYZE_API std::string JsonOf(const Sheet& sheet);            // of a file's card and its own table
@@ -47,6 +52,11 @@ REFLYZE_API std::string JsonOf(const Simulation& simulation, int indent = -1);
 REFLYZE_API std::string CsvOf(const EventTable& table);
 // The heading of such tables, with units.
 REFLYZE_API std::string CsvHeader(Measurement measurement = Measurement::kDone);
+
+// The same of a table that was judged: three more columns, behind the others.
+REFLYZE_API std::string CsvOf(const LinkTable& link);
+// The heading of such tables, with units.
+REFLYZE_API std::string JudgedCsvHeader(Measurement measurement = Measurement::kDone);
 
 // The rows of a sheet, one line each, without the heading; with more columns where it was to be measured.
 REFLYZE_API std::string CsvOf(const Sheet& sheet);

@@ -188,7 +188,7 @@ TEST_F(FailureTest, EveryBadCommandLineIsOneLineAndStatus2) {
                                                         {"analyse", "--lt", "x", "a"},
                                                         {"dump"},
                                                         {"copy", "a"},
-                                                        {"analyse", "a", "b", "-o", "c"},
+                                                        {"analyse", "a/x", "b/x", "-o", "c"},
                                                         {"analyse", "a", "--format", "xml"},
                                                         {"analyse", "a", "--section", "x"}};
   for (const auto& arguments : kCases) {
