@@ -20,13 +20,14 @@ void AddFilterCommand(CLI::App& app, Session& session);
 void AddBaselineCommand(CLI::App& app, Session& session);
 void AddCompareCommand(CLI::App& app, Session& session);
 void AddMergeCommand(CLI::App& app, Session& session);
+void AddCableCommand(CLI::App& app, Session& session);
 void AddQualityCommand(CLI::App& app, Session& session);
 void AddSimulateCommand(CLI::App& app, Session& session);
 
 constexpr void (*kCommands[])(CLI::App&, Session&) = {
-    AddAnalyseCommand, AddShowCommand,  AddMeasureCommand, AddDumpCommand,
-    AddCopyCommand,    AddEditCommand,  AddFilterCommand,  AddBaselineCommand,
-    AddCompareCommand, AddMergeCommand, AddQualityCommand, AddSimulateCommand};
+    AddAnalyseCommand, AddShowCommand,    AddMeasureCommand,  AddDumpCommand,    AddCopyCommand,
+    AddEditCommand,    AddFilterCommand,  AddBaselineCommand, AddCompareCommand, AddMergeCommand,
+    AddCableCommand,   AddQualityCommand, AddSimulateCommand};
 
 // Adds all commands, and the options that each of them takes.
 void DescribeProgram(CLI::App& app, Session& session);

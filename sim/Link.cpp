@@ -217,6 +217,9 @@ Link LinkFromJson(const Document& value) {
   Object object(value, "");
   Link link;
   object.String("name", link.name);
+  object.String("fibre", link.fibre);
+  object.String("from", link.from);
+  object.String("to", link.to);
   object.Number("wavelength_nm", link.wavelengthNm, 200.0, 1999.0);
   object.Number("pulse_ns", link.pulseNs, 1.0, 32000.0);
   object.Number("group_index", link.groupIndex, 1.0, 2.0);

@@ -48,6 +48,7 @@ struct Receiver {
 // top of the instrument's scale. Distances are arbitrary reals.
 struct Link {
   std::string name;
+  std::string fibre = "1", from = "A", to = "B";  // names of the fibre and of its ends in the record
   double wavelengthNm = 1550.0;
   double pulseNs = 100.0;
   double groupIndex = 1.468;

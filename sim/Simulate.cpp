@@ -47,10 +47,10 @@ void FillScales(const Link& link, TSorData& record) {
 
 void FillTexts(const Link& link, TSorData& record) {
   record.GenParams->CID = link.name.empty() ? " " : Latin1(link.name).c_str();
-  record.GenParams->FID = "1";
+  record.GenParams->FID = Latin1(link.fibre).c_str();
   record.GenParams->NW = TruncToShort(link.wavelengthNm + 0.5);
-  record.GenParams->OL = "A";
-  record.GenParams->TL = "B";
+  record.GenParams->OL = Latin1(link.from).c_str();
+  record.GenParams->TL = Latin1(link.to).c_str();
   record.SupParams->SN = "simulated";
   record.SupParams->OTDR = "1";
   record.SupParams->SR = "1.0";

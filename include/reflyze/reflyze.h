@@ -5,6 +5,7 @@
 // reflectometers. Everything is in the namespace reflyze, everything is a value, units stand in the names,
 // and every failure is an Error. Threads may work side by side, and share what is const.
 
+#include "reflyze/cable.h"
 #include "reflyze/edit.h"
 #include "reflyze/error.h"
 #include "reflyze/events.h"

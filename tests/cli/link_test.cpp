@@ -85,4 +85,70 @@ TEST_F(LinkTest, ManyResultsStandBelowTheirFolder) {
   EXPECT_EQ(Run({"quality", "@" + Store("list", File("a_2.sor") + "\n"), File("a_1*.sor")}).status, 0);
 }
 
+class CableTest : public ProgramTest {
+ protected:
+  // Fibres whose lengths differ by some metres, between reels of 1 km and 0.5 km; one trace of each
+  // direction.
+  void StoreFibre(int named, int shown, const std::string& direction, const std::string& wave = "1550") {
+    reflyze::sim::Link link = MetroLink();
+    const double off = 0.002 * shown * shown;
+    link.wavelengthNm = std::stod(wave);
+    link.sections = {
+        {1.0, 0.2, -81.9}, {4.0 + off, 0.2, -81.9}, {3.0 - off / 3, 0.2, -81.9}, {0.5, 0.2, -81.9}};
+    if (direction == "B") std::swap(link.sections[1], link.sections[2]);
+    link.joints = {{0.3, -50.0}, {0.1, {}}, {0.3, -50.0}};
+    link.lossThresholdDb = 0.05;
+    const auto seed = static_cast<std::uint64_t>(100 * named + 10 * shown + (direction == "B" ? 1 : 0) +
+                                                 (wave == "1310" ? 2 : 0));
+    Store("K_" + std::to_string(named) + "_" + wave + "_" + direction + ".sor",
+          Bytes(*reflyze::sim::Simulate(link, seed).record));
+  }
+  static nlohmann::json Row(const Result& result, size_t i) {
+    return nlohmann::json::parse(result.out)["fibres"][i];
+  }
+};
+
+TEST_F(CableTest, AKilledRunGoesOnWithTheSameBytes) {
+  for (int fibre = 1; fibre <= 3; ++fibre) StoreFibre(fibre, fibre, "A"), StoreFibre(fibre, fibre, "B");
+  const std::vector<std::string> all = {"cable", folder, "--format", "json"};
+  const Result plain = Run(all);
+  EXPECT_EQ(plain.status, 0) << plain.out << plain.err;
+  std::filesystem::create_directory(folder + "-out");
+  std::vector<std::string> stored = all;
+  stored.insert(stored.end(), {"-o", folder + "-out/", "--resume"});
+  EXPECT_EQ(Run(stored).out, plain.out);
+  // What a kill leaves: some results, one of them of other bytes, and a state that is cut.
+  const std::string done = folder + "-out/K_1_1550_A.sor", state = Load(done + ".state"), record = Load(done);
+  std::filesystem::remove(folder + "-out/K_2_1550_A.sor.state");
+  std::ofstream(folder + "-out/K_3_1550_A.sor.state") << state.substr(0, state.size() / 2);
+  std::ofstream(done) << "kept";
+  EXPECT_EQ(Run(stored).out, plain.out);
+  EXPECT_EQ(Load(done), "kept") << "what is done is not done again";
+  StoreFibre(1, 2, "A");
+  const Result changed = Run(stored);
+  EXPECT_NE(Load(done), "kept") << "but a trace that is another one is";
+  EXPECT_EQ(changed.status, 1);
+  std::filesystem::remove_all(folder + "-out");
+}
+
+TEST_F(CableTest, FilesThatAreNotWhatTheySayAreSaid) {
+  for (int fibre = 1; fibre <= 4; ++fibre) {
+    for (const char* wave : {"1310", "1550"})
+      StoreFibre(fibre, fibre, "A", wave), StoreFibre(fibre, fibre, "B", wave);
+  }
+  StoreFibre(2, 3, "A", "1310");
+  Store("K_5_1550_A.sor", "broken");
+  Store("odd.sor", Load(File("K_4_1550_B.sor")));
+  const Result result = Run({"cable", folder, "--format", "json"});
+  EXPECT_EQ(result.status, 3) << result.err;
+  EXPECT_EQ(Row(result, 0)["verdict"], "pass") << result.out;
+  EXPECT_NE(Row(result, 1)["findings"].dump().find("K_2_1310_A.sor shows fibre 3"), std::string::npos)
+      << result.out;
+  EXPECT_EQ(Row(result, 2)["verdict"], "pass") << result.out;
+  EXPECT_EQ(Row(result, 3)["verdict"], "pass");
+  const std::string findings = nlohmann::json::parse(result.out)["findings"].dump();
+  EXPECT_NE(findings.find("K_5_1550_A.sor: "), std::string::npos) << findings;
+  EXPECT_NE(findings.find("odd.sor is the same trace as"), std::string::npos) << findings;
+}
+
 }  // namespace
