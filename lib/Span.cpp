@@ -8,6 +8,7 @@
 #include "lib/LoadedRecord.h"
 #include "lib/Text.h"
 #include "lib/Verdicts.h"
+#include "util/elementary.h"
 
 namespace reflyze {
 namespace {
@@ -15,6 +16,9 @@ namespace {
 constexpr double kShareOfReel = 0.02;  // a length on a label is true to so much
 constexpr double kNsPerKm = 4896.0;    // time of a way of 1 km at a group index of 1.468
 constexpr double kSteps = 1e6;         // in a dB and in a km, as tables have
+
+double Squared(double value) { return value * value; }
+double RootOfSquares(double a, double b) { return std::sqrt(a * a + b * b); }
 
 double PulseKm(const EventTable& table) { return table.pulseNs / 2.0 / kNsPerKm; }
 
@@ -93,15 +97,15 @@ class ReturnedLight {
     if (!table_.returnLossDb) return std::nullopt;
     const double all = Scattered(-1e9, 1e9), own = Scattered(fromKm, toKm);
     if (!(all > 0.0)) return std::nullopt;
-    const double total = std::pow(10.0, -*table_.returnLossDb / 10.0);
+    const double total = elementary::Power(10.0, -*table_.returnLossDb / 10.0);
     const double fibre = std::max(total - Reflected(-1e9, 1e9), 0.0);
     const double sum = Reflected(fromKm, toKm) + fibre * own / all;
     if (!(sum > 0.0)) return std::nullopt;
-    return -10.0 * std::log10(sum) - 2.0 * beforeDb;
+    return -10.0 * elementary::Log10(sum) - 2.0 * beforeDb;
   }
 
  private:
-  static double Share(double lossDb) { return std::pow(10.0, -2.0 * lossDb / 10.0); }
+  static double Share(double lossDb) { return elementary::Power(10.0, -2.0 * lossDb / 10.0); }
 
   double Reflected(double fromKm, double toKm) const {
     double sum = 0.0;
@@ -109,7 +113,7 @@ class ReturnedLight {
       const Event& event = table_.events[i];
       if (!event.reflectanceDb || event.distanceKm < fromKm || event.distanceKm > toKm) continue;
       const std::optional<double> before = CumulatedBefore(table_, i);
-      if (before) sum += std::pow(10.0, *event.reflectanceDb / 10.0) * Share(*before);
+      if (before) sum += elementary::Power(10.0, *event.reflectanceDb / 10.0) * Share(*before);
     }
     return sum;
   }
@@ -192,7 +196,7 @@ void MeasureSpan(const EventTable& table, Span& span) {
     const Event& event = table.events[i];
     if (event.distanceKm < from || event.distanceKm > to) continue;
     const double length = event.distanceKm - std::max(table.events[i - 1].distanceKm, from);
-    if (event.attenuationSdDbPerKm) variance += std::pow(*event.attenuationSdDbPerKm * length, 2.0);
+    if (event.attenuationSdDbPerKm) variance += Squared(*event.attenuationSdDbPerKm * length);
     if (event.lossSdDb) variance += *event.lossSdDb * *event.lossSdDb, measured = true;
   }
   if (measured) span.lossSdDb = NearestDecimal(std::sqrt(variance), kSteps);
@@ -233,7 +237,7 @@ void Warn(const EventTable& table, const Reels& reels, const Span& span, std::ve
 
 // A connector's deviation of place and that of another, and a pulse.
 double NearKm(const EventTable& table, const Event& a, const Event& b) {
-  const double sd = std::hypot(a.distanceSdM.value_or(1.0), b.distanceSdM.value_or(1.0)) / 1000.0;
+  const double sd = RootOfSquares(a.distanceSdM.value_or(1.0), b.distanceSdM.value_or(1.0)) / 1000.0;
   return std::max({PulseKm(table), 4.0 * sd, 2.0 * table.spacingM / 1000.0});
 }
 
@@ -253,7 +257,7 @@ void TakeMean(MergedEvent& row) {
   if (!row.a.lossDb || !row.b.lossDb) return;
   row.meanLossDb = NearestDecimal((*row.a.lossDb + *row.b.lossDb) / 2.0, kSteps);
   if (!row.a.lossSdDb || !row.b.lossSdDb) return;
-  row.meanLossSdDb = NearestDecimal(std::hypot(*row.a.lossSdDb, *row.b.lossSdDb) / 2.0, kSteps);
+  row.meanLossSdDb = NearestDecimal(RootOfSquares(*row.a.lossSdDb, *row.b.lossSdDb) / 2.0, kSteps);
 }
 
 // Indices of a link's events, echoes left out.
@@ -405,7 +409,8 @@ MergedLink MergeBetweenReels(const EventTable& a, const EventTable& b, const Ree
   if (lossA && lossB) {
     link.lossDb = NearestDecimal((*lossA + *lossB) / 2.0, kSteps);
     if (link.spanA->lossSdDb && link.spanB->lossSdDb)
-      link.lossSdDb = NearestDecimal(std::hypot(*link.spanA->lossSdDb, *link.spanB->lossSdDb) / 2.0, kSteps);
+      link.lossSdDb =
+          NearestDecimal(RootOfSquares(*link.spanA->lossSdDb, *link.spanB->lossSdDb) / 2.0, kSteps);
   }
   link.returnLossDb = link.spanA->returnLossDb;
   if (link.spanB->returnLossDb && (!link.returnLossDb || *link.spanB->returnLossDb < *link.returnLossDb))
