@@ -220,6 +220,7 @@ class CableMaker {
   bool Usable(const CableTrace* trace) const {
     return trace != nullptr && trace->table.fibre && trace->table.events.size() > 1;
   }
+  static bool Unmeasured(const CableTrace& trace) { return trace.table.measurement != Measurement::kDone; }
   bool Early(const CableTrace* trace) const {
     for (size_t i = 0; i < placed_.size(); ++i) {
       if (placed_[i].trace == trace) return matches_->Seen()[i].early;
@@ -239,8 +240,15 @@ class CableMaker {
     row.fibre = fibre;
     for (const auto& [nm, named] : pairs) {
       const Pair pair = TracesOf(fibre, nm, named);
-      const bool hasA = Usable(pair.a), hasB = Usable(pair.b);
+      bool hasA = Usable(pair.a), hasB = Usable(pair.b);
       if (!hasA && !hasB) continue;
+      // Numbers of the search alone would spoil a mean with measured ones.
+      if (hasA && hasB && Unmeasured(*pair.a) != Unmeasured(*pair.b)) {
+        bool& doubtful = Unmeasured(*pair.a) ? hasA : hasB;
+        doubtful = false;
+        Say(Shown(hasA ? *pair.b : *pair.a) + " can't be measured as one link; " +
+            Shown(hasA ? *pair.a : *pair.b) + " counts alone");
+      }
       const bool broken = (hasA && Early(pair.a)) || (hasB && Early(pair.b));
       CableNumbers numbers = hasA && hasB && !broken ? OfBoth(fibre, *pair.a, *pair.b)
                                                      : OfOne(fibre, hasA ? *pair.a : *pair.b, !hasA);

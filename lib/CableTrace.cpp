@@ -156,6 +156,7 @@ CableTrace TraceFrom(const Json& json, const std::string& file) {
   trace.table.pulseNs = json.at("pulse");
   trace.table.spacingM = json.at("spacing");
   trace.table.fibre = json.at("shows_fibre");
+  trace.table.measurement = json.at("measured").get<bool>() ? Measurement::kDone : Measurement::kFailed;
   trace.table.lengthKm = NumberAt(json, "length");
   trace.table.totalLossDb = NumberAt(json, "total");
   trace.table.totalLossSdDb = NumberAt(json, "total_sd");
@@ -202,6 +203,7 @@ std::string StateOf(const CableTrace& trace) {
                {"pulse", table.pulseNs},
                {"spacing", table.spacingM},
                {"shows_fibre", table.fibre},
+               {"measured", table.measurement == Measurement::kDone},
                {"length", OrNull(table.lengthKm)},
                {"total", OrNull(table.totalLossDb)},
                {"total_sd", OrNull(table.totalLossSdDb)},
