@@ -11,6 +11,7 @@
 #include "reflyze/events.h"
 #include "reflyze/files.h"
 #include "reflyze/filter.h"
+#include "reflyze/import.h"
 #include "reflyze/inputs.h"
 #include "reflyze/limits.h"
 #include "reflyze/measure.h"

@@ -104,4 +104,21 @@ TEST_F(ShowTest, OneThatFailsCostsItsLine) {
   EXPECT_EQ(Run({"show", Store("esc.sor", bytes)}).out.find('\x1b'), std::string::npos);
 }
 
+TEST_F(ShowTest, AListedCurveIsImportedAndListedTheSame) {
+  const Result listed = Run({"show", "--curve", StoreTrace("a.sor")});
+  ASSERT_EQ(listed.status, 0) << listed.err;
+  const Result imported =
+      Run({"import", "-", "-o", File("b.sor"), "--pulse", "100", "--wavelength", "1310"}, listed.out);
+  ASSERT_EQ(imported.status, 0) << imported.err;
+  EXPECT_EQ(imported.err.find("standard input: warning: tells not how it was taken"), 9u) << imported.err;
+  EXPECT_EQ(Run({"show", "--curve", File("b.sor")}).out, listed.out);
+  EXPECT_EQ(Run({"analyse", File("b.sor")}).status, 0);
+  // What is no curve leaves the output as it was.
+  const std::string before = Load(File("b.sor"));
+  const Result broken = Run({"import", Store("c.csv", listed.out + "x,y\n"), "-o", File("b.sor")});
+  EXPECT_EQ(broken.status, 3);
+  EXPECT_NE(broken.err.find("c.csv: line 9002: \"x\" is no number"), std::string::npos) << broken.err;
+  EXPECT_EQ(Load(File("b.sor")), before);
+}
+
 }  // namespace
