@@ -53,10 +53,16 @@ class Fitter {
     LinkFit fit;
     fit.model = std::move(model);
     Around around = Build(fit.model);
-    double damping = 1e-3;
-    for (int step = 0; step < effort.mostSteps && !fit.converged; ++step)
+    double damping = 1e-3, before = around.cost;
+    for (int step = 0; step < effort.mostSteps && !fit.converged; ++step) {
+      before = around.cost;
       fit.converged = StepSettles(effort, damping, fit.model, around);
+    }
     fit.cost = around.cost;
+    // Along a path of the receiver that hardly shows steps may be many and small. Less than the square of a
+    // deviation by the last moves nothing that is told.
+    const double perSample = fit.cost / static_cast<double>(samples_.size());
+    if (before - fit.cost < std::max(1.0, perSample)) fit.converged = true;
     if (!std::isfinite(fit.cost)) fit.converged = false;
     fit.certainty = around.equations.Solved();
     return fit;

@@ -12,13 +12,13 @@ namespace reflyze {
 template <class Integer, class Floating>
 constexpr Integer TruncTo(Floating value) {
   static_assert(std::is_integral<Integer>::value && std::is_floating_point<Floating>::value, "");
-  using Limits = std::numeric_limits<Integer>;
+  using Bounds = std::numeric_limits<Integer>;
   // The upper bound of a wide type is not representable: its successor, a power of two, always is.
-  constexpr Floating kAbove = static_cast<Floating>(Limits::max() / 2 + 1) * Floating(2);
-  constexpr Floating kLowest = static_cast<Floating>(Limits::min());
+  constexpr Floating kAbove = static_cast<Floating>(Bounds::max() / 2 + 1) * Floating(2);
+  constexpr Floating kLowest = static_cast<Floating>(Bounds::min());
   if (value != value) return 0;
-  if (value >= kAbove) return Limits::max();
-  if (value <= kLowest) return Limits::min();
+  if (value >= kAbove) return Bounds::max();
+  if (value <= kLowest) return Bounds::min();
   return static_cast<Integer>(value);
 }
 

@@ -155,10 +155,12 @@ TEST(Edit, PlacesAndNumbersFollow) {
   for (size_t i = 0; i < 4; ++i) {
     EXPECT_NEAR(At(index, i).distanceKm, At(before, i).distanceKm / 1.1, 1e-4);
     EXPECT_EQ(At(index, i).lossDb, At(before, i).lossDb);
-    if (i > 0)
+    if (i > 0) {
       EXPECT_NEAR(*At(index, i).attenuationDbPerKm, *At(before, i).attenuationDbPerKm * 1.1, 0.00051);
-    if (At(before, i).reflectanceDb)
+    }
+    if (At(before, i).reflectanceDb) {
       EXPECT_NEAR(*At(scatter, i).reflectanceDb, *At(before, i).reflectanceDb + 1.0, 1e-9);
+    }
     EXPECT_NEAR(At(offset, i).distanceKm, At(before, i).distanceKm - 1.5, 1e-4);
     EXPECT_EQ(At(offset, i).eptOwt, At(before, i).eptOwt);
   }
