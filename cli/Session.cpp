@@ -2,6 +2,7 @@
 #include "cli/Session.h"
 
 #include <unistd.h>
+#include <cmath>
 
 #include <chrono>
 #include <iostream>
@@ -53,7 +54,7 @@ std::string Session::TimeLeft(size_t number, size_t total) {
   const double gone = std::chrono::duration<double>(now - started_).count();
   const double left = gone / static_cast<double>(number - 1) * static_cast<double>(total - number + 1);
   if (gone + left < kWorthTelling) return "";
-  const auto seconds = static_cast<long>(left + 0.5);
+  const auto seconds = std::lround(left);
   const std::string rest = std::to_string(seconds % 60);
   return " " + std::to_string(seconds / 60) + ":" + (rest.size() < 2 ? "0" : "") + rest + " left";
 }

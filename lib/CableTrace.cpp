@@ -12,6 +12,7 @@
 #include "lib/LoadedRecord.h"
 #include "lib/Text.h"
 #include "reflyze/cable.h"
+#include "util/convert.h"
 
 namespace reflyze {
 namespace {
@@ -59,7 +60,7 @@ int Nominal(double nm) {
   for (const int usual : {850, 1310, 1490, 1550, 1625}) {
     if (std::fabs(nm - usual) <= 15.0) return usual;
   }
-  return static_cast<int>(nm + 0.5);
+  return TruncToInt(std::round(nm));
 }
 
 bool HasDigit(const std::string& word) {

@@ -8,6 +8,7 @@
 #include "lib/LoadedRecord.h"
 #include "lib/Text.h"
 #include "lib/Verdicts.h"
+#include "util/convert.h"
 #include "util/elementary.h"
 
 namespace reflyze {
@@ -214,7 +215,7 @@ StoredRecord WithSpan(const StoredRecord& stored, const EventTable& table, const
   if (events.ListedEvents() <= static_cast<int>(last)) return stored;
   const int begin = span.first
                         ? events.EventAt(static_cast<long>(first)).EPT
-                        : events.EventAt(0).EPT + static_cast<int>(record.dLenToOwt(span.fromKm) + 0.5);
+                        : events.EventAt(0).EPT + TruncToInt(std::round(record.dLenToOwt(span.fromKm)));
   record.GenParams->UO = begin;
   record.GenParams->UOD = static_cast<int>(std::lround(span.fromKm * 10000.0));  // 0.1 m
   events.ELMP1 = events.RLMP1 = begin;

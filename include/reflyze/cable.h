@@ -32,9 +32,9 @@ struct CableTrace {
 // the name lacks comes from the record. Then analyses the trace. Throws what Analyse throws.
 REFLYZE_API CableTrace AnalyseForCable(Trace trace, const AnalyseOptions& options = {});
 
-// A trace of a job as a text, and back, to the last bit; throws Error kUnreadable for what is none. A run
-// that was killed goes on with such texts.
+// A trace of a job as a text: a run that was killed goes on with such texts.
 REFLYZE_API std::string StateOf(const CableTrace& trace);
+// The same back, to the last bit; `file` is the name of the trace. Throws Error kUnreadable for what is none.
 REFLYZE_API CableTrace CableTraceFrom(const std::string& state, const std::string& file);
 
 // A fibre at one wavelength.
