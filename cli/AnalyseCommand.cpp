@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
-#include <thread>
 #include <vector>
 
 #include "cli/Aside.h"
@@ -17,8 +16,6 @@
 namespace reflyze::cli {
 namespace {
 
-constexpr unsigned kMostJobs = 1024;
-
 struct AnalyseCommand {
   InputArguments inputs;
   bool module = false;  // show the module's answer alone
@@ -27,8 +24,7 @@ struct AnalyseCommand {
   LinkOptions link;
   std::optional<Limits> limits;  // of its document
   std::string format = "text";
-  unsigned jobs = 0;  // 0: as many as the machine has cores
-  bool quiet = false;
+  WorkOptions work;
 };
 
 std::string Listing(const LinkTable& link, const std::string& format) {
@@ -116,14 +112,14 @@ int RunAnalyse(Session& session, AnalyseCommand& options) {
   options.analysis.document = ReadDocument(session, options.thresholds);
   if (options.module) session.Module();
   const size_t total = options.inputs.files.size();
-  OrderedWork<Outcome> work(total, options.jobs != 0 ? options.jobs : std::thread::hardware_concurrency(),
+  OrderedWork<Outcome> work(total, options.work.Threads(),
                             [&](size_t index) { return AnalyseAside(session, options, index); });
   // What goes before the next listing: a heading before the first, and an empty line between texts.
   std::string before = Heading(options);
   for (size_t i = 0; i < total; ++i) {
-    if (!options.quiet) session.Progress(i + 1, total, options.inputs.files[i].name);
+    if (!options.work.quiet) session.Progress(i + 1, total, options.inputs.files[i].name);
     const Outcome outcome = work.Next();
-    if (!options.quiet) session.Progress(0, 0, "");
+    if (!options.work.quiet) session.Progress(0, 0, "");
     for (const auto& say : outcome.sayings) say();
     status = std::max(status, outcome.status);
     if (!outcome.listing) continue;
@@ -156,15 +152,8 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
       ->needs("--output");
   AddThresholdOptions(*command, options->thresholds);
   AddLinkOptions(*command, options->link);
-  command->add_option("--format", options->format, "text, json (one object a line) or csv")
-      ->check(CLI::IsMember({"text", "json", "csv"}))
-      ->capture_default_str();
-  command
-      ->add_option("-j,--jobs", options->jobs,
-                   "Traces to analyse at once; as many as there are cores, if not given")
-      ->type_name("N")
-      ->check(NumberBetween(1, kMostJobs));
-  command->add_flag("-q,--quiet", options->quiet, "Don't show on a terminal which trace is being analysed");
+  AddTableFormatOption(*command, options->format, "one object a line");
+  AddWorkOptions(*command, options->work);
   command->callback([options, &session] {
     session.command = [options](Session& running) { return RunAnalyse(running, *options); };
   });

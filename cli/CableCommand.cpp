@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <thread>
 #include <vector>
 
 #include "cli/Aside.h"
@@ -20,7 +19,6 @@
 namespace reflyze::cli {
 namespace {
 
-constexpr unsigned kMostJobs = 1024;
 constexpr const char* kStateEnding = ".state";
 
 struct CableCommand {
@@ -31,8 +29,7 @@ struct CableCommand {
   bool noReels = false;
   bool resume = false;
   std::string format = "text";
-  unsigned jobs = 0;  // 0: as many as the machine has cores
-  bool quiet = false;
+  WorkOptions work;
 };
 
 // One trace of the job.
@@ -136,14 +133,14 @@ int RunCable(Session& session, CableCommand& options) {
   options.analysis.thresholds = options.thresholds.thresholds;
   options.analysis.document = ReadDocument(session, options.thresholds);
   const size_t total = options.inputs.files.size();
-  OrderedWork<Outcome> work(total, options.jobs != 0 ? options.jobs : std::thread::hardware_concurrency(),
+  OrderedWork<Outcome> work(total, options.work.Threads(),
                             [&](size_t index) { return TraceAside(session, options, index); });
   std::vector<CableTrace> traces;
   int status = kDone;
   for (size_t i = 0; i < total; ++i) {
-    if (!options.quiet) session.Progress(i + 1, total, options.inputs.files[i].name);
+    if (!options.work.quiet) session.Progress(i + 1, total, options.inputs.files[i].name);
     Outcome outcome = work.Next();
-    if (!options.quiet) session.Progress(0, 0, "");
+    if (!options.work.quiet) session.Progress(0, 0, "");
     for (const auto& say : outcome.sayings) say();
     status = std::max(status, outcome.status);
     traces.push_back(std::move(outcome.trace));
@@ -173,15 +170,8 @@ void AddCableCommand(CLI::App& app, Session& session) {
   AddThresholdOptions(*command, options->thresholds);
   AddLinkOptions(*command, options->link);
   command->add_flag("--no-reels", options->noReels, "The traces were taken without reels");
-  command->add_option("--format", options->format, "text, json (one object) or csv")
-      ->check(CLI::IsMember({"text", "json", "csv"}))
-      ->capture_default_str();
-  command
-      ->add_option("-j,--jobs", options->jobs,
-                   "Traces to analyse at once; as many as there are cores, if not given")
-      ->type_name("N")
-      ->check(NumberBetween(1, kMostJobs));
-  command->add_flag("-q,--quiet", options->quiet, "Don't show on a terminal which trace is being analysed");
+  AddTableFormatOption(*command, options->format, "one object");
+  AddWorkOptions(*command, options->work);
   command->callback([options, &session] {
     session.command = [options](Session& running) { return RunCable(running, *options); };
   });

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <thread>
 
 #include "cli/Session.h"
 #include "reflyze/events.h"
@@ -72,6 +73,24 @@ CLI::Option* AddFormatOption(CLI::App& command, std::string& format) {
   return command.add_option("--format", format, "text or json")
       ->check(CLI::IsMember({"text", "json"}))
       ->capture_default_str();
+}
+
+CLI::Option* AddTableFormatOption(CLI::App& command, std::string& format, const std::string& json) {
+  return command.add_option("--format", format, "text, json (" + json + ") or csv")
+      ->check(CLI::IsMember({"text", "json", "csv"}))
+      ->capture_default_str();
+}
+
+unsigned WorkOptions::Threads() const { return jobs != 0 ? jobs : std::thread::hardware_concurrency(); }
+
+void AddWorkOptions(CLI::App& command, WorkOptions& options) {
+  constexpr unsigned kMostJobs = 1024;
+  command
+      .add_option("-j,--jobs", options.jobs,
+                  "Traces to analyse at once; as many as there are cores, if not given")
+      ->type_name("N")
+      ->check(NumberBetween(1, kMostJobs));
+  command.add_flag("-q,--quiet", options.quiet, "Don't show on a terminal which trace is being analysed");
 }
 
 void AddThresholdOptions(CLI::App& command, ThresholdOptions& options) {

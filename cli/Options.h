@@ -42,6 +42,19 @@ constexpr char kFileValue[] = "FILE";
 // "text" or "json".
 CLI::Option* AddFormatOption(CLI::App& command, std::string& format);
 
+// "text", "json" or "csv"; `json` says what JSON of several traces is.
+CLI::Option* AddTableFormatOption(CLI::App& command, std::string& format, const std::string& json);
+
+// How many traces are analysed at once.
+struct WorkOptions {
+  unsigned jobs = 0;   // 0: as many as the machine has cores
+  bool quiet = false;  // shows no progress
+
+  unsigned Threads() const;
+};
+
+void AddWorkOptions(CLI::App& command, WorkOptions& options);
+
 // Where the thresholds of an analysis come from. A single value overrides the document, and the document
 // overrides the trace.
 struct ThresholdOptions {

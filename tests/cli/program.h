@@ -16,6 +16,7 @@
 #include "cli/Session.h"
 #include "sim/Simulate.h"
 #include "sor/sorData.h"
+#include "tests/support/links.h"
 
 // The program as a user meets it: arguments in, exit status and two streams out, files in a folder of its
 // own.
@@ -53,30 +54,12 @@ class ProgramTest : public testing::Test {
   }
   static nlohmann::json Json(const Result& result) { return nlohmann::json::parse(result.out); }
 
-  // A metro link of 12 km with a connector at 4 km and a splice of 0.3 dB at 8 km.
   std::string StoreTrace(const std::string& name) const {
     reflyze::sim::SimulatedTrace trace = reflyze::sim::Simulate(MetroLink(), 3);
     return Store(name, Bytes(*trace.record));
   }
-  static reflyze::sim::Link MetroLink() {
-    reflyze::sim::Link link;
-    link.rangeKm = 18.0;
-    link.points = 9000;
-    link.spacingM = 2.0;
-    link.pulseNs = 100.0;
-    link.receiver.bandwidthMhz = 20.0;
-    link.receiver.noiseDb = -28.0;
-    link.launch = {0.2, -48.0};
-    link.sections = {{4.0, 0.2, -81.9}, {4.0, 0.2, -81.9}, {4.0, 0.2, -81.9}};
-    link.joints = {{0.3, -50.0}, {0.3, {}}};
-    link.end = {0.0, -30.0};
-    return link;
-  }
-  static std::string Bytes(TSorData& record) {
-    TSorFile memory(nullptr, "m");
-    record.Write(&memory);
-    return {memory.GetData(), memory.GetDataSize()};
-  }
+  static reflyze::sim::Link MetroLink() { return reflyze::support::MetroLink(); }
+  static std::string Bytes(TSorData& record) { return reflyze::support::BytesOf(record); }
 
   // One line on standard error, nothing on standard output.
   static void ExpectOneLineError(const Result& result, int status, const std::string& what) {

@@ -17,20 +17,16 @@
 #include "reflyze/report.h"
 #include "sim/Simulate.h"
 #include "sor/sorData.h"
+#include "tests/support/links.h"
 
 namespace {
 
 using namespace reflyze;
+using support::MetroLink;
+using support::TraceOf;
 
 Trace FromText(const std::string& name, const std::string& bytes) {
   return Trace::FromBytes(name, {bytes.begin(), bytes.end()});
-}
-
-Trace TraceOf(TSorData& record) {
-  TSorFile memory(nullptr, "m");
-  record.Write(&memory);
-  const TSorFile& written = memory;
-  return FromText("t.sor", {written.GetData(), written.GetDataSize()});
 }
 
 // The simulated examples, each with a table, and what other instruments have left where there is any.
@@ -126,22 +122,8 @@ TEST(Edit, NothingElseInAFileChanges) {
   EXPECT_GE(edited, 5 * 7);
 }
 
-// 12 km with a connector at 4 km and a splice of 0.3 dB at 8 km, analysed.
-sim::Link Metro() {
-  sim::Link link;
-  link.rangeKm = 18.0;
-  link.points = 9000;
-  link.spacingM = 2.0;
-  link.pulseNs = 100.0;
-  link.receiver.bandwidthMhz = 20.0;
-  link.receiver.noiseDb = -28.0;
-  link.launch = {0.2, -48.0};
-  link.sections = {{4.0, 0.2, -81.9}, {4.0, 0.2, -81.9}, {4.0, 0.2, -81.9}};
-  link.joints = {{0.3, -50.0}, {0.3, {}}};
-  link.end = {0.0, -30.0};
-  return link;
-}
-Trace Analysed() { return Analyse(TraceOf(*sim::Simulate(Metro(), 3).record)).record.Read(); }
+// A metro link, analysed.
+Trace Analysed() { return Analyse(TraceOf(*sim::Simulate(MetroLink(), 3).record)).record.Read(); }
 
 const Event& At(const EventTable& table, size_t i) { return table.events.at(i); }
 
@@ -174,7 +156,7 @@ TEST(Edit, PlacesAndNumbersFollow) {
   }
   // So does one that its maker has stored negated, and one of a host, whose times count from the first
   // sample.
-  sim::SimulatedTrace simulated = sim::Simulate(Metro(), 3);
+  sim::SimulatedTrace simulated = sim::Simulate(MetroLink(), 3);
   for (const bool host : {false, true}) {
     TSorData& record = *simulated.record;
     record.GenParams->UO = host ? 50000 : -50000;

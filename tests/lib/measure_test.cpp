@@ -14,32 +14,22 @@
 #include "reflyze/report.h"
 #include "sim/Simulate.h"
 #include "sor/sorData.h"
+#include "tests/support/links.h"
 
 namespace {
 
 using namespace reflyze;
+using support::TraceOf;
 
 // 15 km with a connector at 4 km and a splice at 8 km, behind which the fibre is another one.
 sim::Link Metro() {
-  sim::Link link;
+  sim::Link link = support::MetroLink();
   link.rangeKm = 20.0;
   link.points = 10000;
-  link.spacingM = 2.0;
-  link.pulseNs = 100.0;
-  link.receiver.bandwidthMhz = 20.0;
   link.receiver.noiseDb = -22.0;
-  link.launch = {0.2, -48.0};
-  link.sections = {{4.0, 0.2, -81.9}, {4.0, 0.2, -81.9}, {7.0, 0.22, -81.9}};
-  link.joints = {{0.3, -50.0}, {0.15, {}}};
-  link.end = {0.0, -30.0};
+  link.sections[2] = {7.0, 0.22, -81.9};
+  link.joints[1].lossDb = 0.15;
   return link;
-}
-
-Trace TraceOf(TSorData& record) {
-  TSorFile memory(nullptr, "m");
-  record.Write(&memory);
-  const TSorFile& written = memory;
-  return Trace::FromBytes("t.sor", {written.GetData(), written.GetData() + written.GetDataSize()});
 }
 
 // Of the light that is sent in, the share that a link of these sections and reflections sends back.

@@ -10,10 +10,13 @@
 #include "reflyze/reflyze.h"
 #include "sim/Simulate.h"
 #include "sor/sorData.h"
+#include "tests/support/links.h"
 
 namespace {
 
 using namespace reflyze;
+using support::MetroLink;
+using support::TraceOf;
 
 TEST(Show, CodesAreToldInWords) {
   const struct {
@@ -46,22 +49,6 @@ TEST(Show, CodesAreToldInWords) {
   }
 }
 
-// 12 km with a connector of 0.3 dB at 4 km and a splice of 0.3 dB at 8 km.
-sim::Link Metro() {
-  sim::Link link;
-  link.rangeKm = 18.0;
-  link.points = 9000;
-  link.spacingM = 2.0;
-  link.pulseNs = 100.0;
-  link.receiver.bandwidthMhz = 20.0;
-  link.receiver.noiseDb = -28.0;
-  link.launch = {0.2, -48.0};
-  link.sections = {{4.0, 0.2, -81.9}, {4.0, 0.2, -81.9}, {4.0, 0.2, -81.9}};
-  link.joints = {{0.3, -50.0}, {0.3, {}}};
-  link.end = {0.0, -30.0};
-  return link;
-}
-
 void AddEvent(TSorData& record, double km, const char* code, double lossDb, double reflectanceDb,
               double dbPerKm) {
   auto event = std::make_unique<TSorBlockKeyEvents1E>();
@@ -77,17 +64,10 @@ void AddEvent(TSorData& record, double km, const char* code, double lossDb, doub
   table.ENSync();
 }
 
-Trace TraceOf(TSorData& record, const char* name) {
-  TSorFile memory(nullptr, "m");
-  record.Write(&memory);
-  const TSorFile& written = memory;
-  return Trace::FromBytes(name, {written.GetData(), written.GetData() + written.GetDataSize()});
-}
-
 // A file has a number in every place. Its own table is shown as it is, whatever the trace says, and a 0 is no
 // measurement.
 TEST(Show, NumbersAreThoseOfTheFileAndNothingIsZero) {
-  sim::SimulatedTrace simulated = sim::Simulate(Metro(), 3);
+  sim::SimulatedTrace simulated = sim::Simulate(MetroLink(), 3);
   TSorData& record = *simulated.record;
   record.GenParams->UO = static_cast<int>(std::lround(record.dLenToOwt(1.0)));
   record.GenParams->CID =
@@ -126,7 +106,7 @@ TEST(Show, NumbersAreThoseOfTheFileAndNothingIsZero) {
 // What both have stands in one row, with the difference; what one of them lacks in a row of its own, in the
 // order of the fibre.
 TEST(Show, WhatIsMeasuredStandsBesideEventByEvent) {
-  sim::SimulatedTrace simulated = sim::Simulate(Metro(), 3);
+  sim::SimulatedTrace simulated = sim::Simulate(MetroLink(), 3);
   TSorData& record = *simulated.record;
   AddEvent(record, 0.0, "1F9999", 0.0, -48.0, 0.0);
   AddEvent(record, 2.0, "0F9999", 0.1, 0.0, 0.2);  // which the trace does not show
@@ -152,7 +132,7 @@ TEST(Show, WhatIsMeasuredStandsBesideEventByEvent) {
 
 // A file that can't be measured still has a card and a table.
 TEST(Show, BrokenFilesAreShownAsFarAsTheyGo) {
-  sim::SimulatedTrace simulated = sim::Simulate(Metro(), 3);
+  sim::SimulatedTrace simulated = sim::Simulate(MetroLink(), 3);
   TSorData& record = *simulated.record;
   AddEvent(record, 4.0, "1F9999", 0.4, -51.0, 0.25);
   const std::string whole = TraceOf(record, "whole").Bytes();
