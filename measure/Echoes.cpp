@@ -29,8 +29,8 @@ constexpr double kSure = 3.0;               // standard deviations
 constexpr double kMostLossNepers = 0.0115;  // 0.05 dB
 constexpr double kTimesOff = 4.0;  // spans scatter differently, and loss and height share what is misread
 constexpr double kMostReflectance = 0.05;  // glass and air, well polished
-constexpr std::size_t kMostBright =
-    24;  // an echo needs bright ones, and the work grows with their third power
+// An echo needs bright reflections, and the work grows with the third power of their number.
+constexpr std::size_t kMostBright = 24;
 
 class EchoSearch {
  public:
@@ -74,7 +74,7 @@ class EchoSearch {
 
   bool Comes(std::size_t place, std::size_t near, std::size_t other, std::size_t far) const {
     const double km = places_[far].km + places_[other].km - places_[near].km;
-    double variance = 0.0;
+    double variance = 0.0;  // with far == other counted as one place twice as heavy: 2 + 2 is 2 squared
     for (const std::size_t at : {place, near, other, far}) {
       const double deviation = fit_.Deviation(at, Parameter::kPlace);
       variance += deviation * deviation * (far == other && at == far ? 2.0 : 1.0);
