@@ -62,8 +62,10 @@ std::string Session::TimeLeft(size_t number, size_t total) {
 void Session::Progress(size_t number, size_t total, const std::string& what) {
   if (&err_ != &std::cerr || isatty(STDERR_FILENO) == 0) return;
   if (what.empty()) {
-    err_ << "\r\033[K" << std::flush;
+    if (progressShown_) err_ << "\r\033[K" << std::flush;
+    progressShown_ = false;
   } else if (total > 1) {
+    progressShown_ = true;
     err_ << "\r\033[K[" << number << "/" << total << TimeLeft(number, total) << "] " << OneLine(what)
          << std::flush;
   }

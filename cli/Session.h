@@ -60,6 +60,7 @@ class Session {
   std::ostream& out_;
   std::ostream& err_;
   std::chrono::steady_clock::time_point started_;  // of the first of several
+  bool progressShown_ = false;                     // a line of it stands on the terminal
   std::unique_ptr<TLogFile> log_;
   std::unique_ptr<ModuleHost> module_;
 };
