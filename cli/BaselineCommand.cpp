@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "cli/Commands.h"
-#include "cli/Inputs.h"
+#include "cli/Job.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "reflyze/monitor.h"
@@ -16,7 +16,7 @@ namespace reflyze::cli {
 namespace {
 
 struct BaselineCommand {
-  InputArguments inputs;
+  Job job;
   Monitoring monitoring;
   std::vector<std::string> search, settings;  // as written
   std::string format = "text";
@@ -70,16 +70,15 @@ CLI::Validator Check(std::string (*problem)(const std::string&)) {
 }
 
 int RunBaseline(Session& session, BaselineCommand& options) {
-  SettleInputs(options.inputs);
-  bool first = true;
-  return ForEachFile(session, options.inputs, [&](size_t index) {
-    const Baseline baseline =
-        MakeBaseline(session.Open(options.inputs.files[index].name), options.monitoring);
-    baseline.record.Save(options.inputs.places[index]);
-    session.Warn(baseline.warnings);
-    const bool json = options.format == "json";
-    session.Print((first || json ? "" : "\n") + (json ? JsonOf(baseline) : TextOf(baseline)));
-    first = false;
+  const InputArguments& inputs = options.job.inputs;
+  SettleInputs(options.job.inputs);
+  return PrintJob(session, options.job, options.format, "", [&](size_t index) {
+    const Baseline baseline = MakeBaseline(session.Open(inputs.files[index].name), options.monitoring);
+    FileResult result;
+    result.listing = options.format == "json" ? JsonOf(baseline) : TextOf(baseline);
+    result.warnings = baseline.warnings;
+    result.outputs = {baseline.record.To(inputs.places[index])};
+    return result;
   });
 }
 
@@ -101,13 +100,8 @@ void AddBaselineCommand(CLI::App& app, Session& session) {
   Monitoring& monitoring = options->monitoring;
   CLI::App* command = app.add_subcommand(
       "baseline", "Make a trace the baseline of its fibre's monitoring; analyses what has no events");
-  AddInputs(*command, options->inputs, "; several give a baseline each");
-  command
-      ->add_option("-o,--output", options->inputs.output,
-                   "SOR file to write; of several, each below that folder")
-      ->required()
-      ->type_name(kFileValue)
-      ->check(OutputName());
+  AddJobInputs(*command, options->job, "; several give a baseline each");
+  AddJobOutput(*command, options->job, "SOR file to write; of several, each below that folder")->required();
   command->add_option("--level", monitoring.level, "Name of the alarm level")
       ->type_name("NAME")
       ->required()

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "cli/Commands.h"
-#include "cli/Inputs.h"
+#include "cli/Job.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "reflyze/report.h"
@@ -12,21 +12,19 @@ namespace reflyze::cli {
 namespace {
 
 struct DumpCommand {
-  InputArguments inputs;
+  Job job;
   DumpOptions dump;
   std::string format = "text";
 };
 
 int RunDump(Session& session, DumpCommand& options) {
-  SettleInputs(options.inputs);
-  bool first = true;
-  return ForEachFile(session, options.inputs, [&](size_t index) {
-    const Trace trace = session.Open(options.inputs.files[index].name);
-    const bool json = options.format == "json";
-    const std::string listing = json ? DumpJson(trace, options.dump) : DumpText(trace, options.dump);
-    session.Print((first || json ? "" : "\n") + listing);
-    first = false;
-    session.Warn(DumpWarnings(trace));
+  SettleInputs(options.job.inputs);
+  return PrintJob(session, options.job, options.format, "", [&](size_t index) {
+    const Trace trace = session.Open(options.job.inputs.files[index].name);
+    FileResult result;
+    result.listing = options.format == "json" ? DumpJson(trace, options.dump) : DumpText(trace, options.dump);
+    result.warnings = DumpWarnings(trace);
+    return result;
   });
 }
 
@@ -35,7 +33,7 @@ int RunDump(Session& session, DumpCommand& options) {
 void AddDumpCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<DumpCommand>();
   CLI::App* command = app.add_subcommand("dump", "Show every field of every block of a file");
-  AddInputs(*command, options->inputs, "; several give a listing each");
+  AddJobInputs(*command, options->job, "; several give a listing each");
   command->add_flag("--no-data{false}", options->dump.samples, "Leave the samples out");
   command->add_flag("--native", options->dump.native,
                     "Show every block that a record has in memory, also those that the file does not have");

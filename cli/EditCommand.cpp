@@ -4,33 +4,27 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <optional>
+#include <set>
 #include <vector>
 
 #include "cli/Commands.h"
-#include "cli/EachTrace.h"
+#include "cli/Job.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "reflyze/edit.h"
 #include "reflyze/report.h"
+#include "reflyze/text.h"
 
 namespace reflyze::cli {
 namespace {
 
 struct EditCommand {
-  std::vector<std::string> traces;
+  Job job;
   std::vector<std::string> settings;  // as written
   std::string table;                  // CSV
-  std::string output;
   bool inPlace = false, noBackup = false, dryRun = false;
   long first = 1;  // what {n} begins with
   std::string format = "text";
-};
-
-// A file that is edited, and where it goes.
-struct Planned {
-  EditedFile edited;
-  std::vector<Output> outputs;  // none for a dry run
 };
 
 std::string SettingProblem(const std::string& text) {
@@ -41,24 +35,32 @@ std::string SettingProblem(const std::string& text) {
 // The rows of the table by the traces that they are of: named as given, or by the last part of the name.
 class Table {
  public:
-  Table(Session& session, EditCommand& options) {
-    if (options.table.empty()) return;
-    const std::vector<char> bytes = session.Read(options.table, kLargestEditTable);
-    rows_ = EditsFromCsv(options.table, {bytes.begin(), bytes.end()});
-    if (options.traces.empty()) {
-      for (const FileEdits& row : rows_) options.traces.push_back(row.file);
-    }
+  Table(Session& session, const std::string& name) : name_(name) {
+    if (name.empty()) return;
+    const std::vector<char> bytes = session.Read(name, kLargestEditTable);
+    rows_ = EditsFromCsv(name, {bytes.begin(), bytes.end()});
+  }
+
+  std::vector<std::string> Files() const {
+    std::vector<std::string> files;
+    for (const FileEdits& row : rows_) files.push_back(row.file);
+    return files;
+  }
+
+  // Each trace needs its row, and each row its trace: else a slip in a name would pass unseen.
+  void RequireAll(const std::vector<InputFile>& files) const {
+    if (name_.empty()) return;
     std::map<const FileEdits*, std::string> taken;
-    for (const std::string& trace : options.traces) {
-      const FileEdits* const row = RowOf(trace);
+    for (const InputFile& file : files) {
+      if (!file.problem.empty()) continue;
+      const FileEdits* const row = RowOf(file.name);
       if (row == nullptr)
-        throw Error(ErrorKind::kUnreadable, options.table, "has no line for " + ShownName(trace));
-      const auto [known, fresh] = taken.emplace(row, trace);
-      if (!fresh) Wrong(options.table, *row, "is of both " + known->second + " and " + trace);
+        throw Error(ErrorKind::kUnreadable, name_, "has no line for " + ShownName(file.name));
+      const auto [known, fresh] = taken.emplace(row, file.name);
+      if (!fresh) Wrong(*row, "is of both " + known->second + " and " + file.name);
     }
     for (const FileEdits& row : rows_) {
-      if (taken.count(&row) == 0)
-        Wrong(options.table, row, "\"" + OneLine(row.file) + "\" is none of the traces");
+      if (taken.count(&row) == 0) Wrong(row, "\"" + OneLine(row.file) + "\" is none of the traces");
     }
   }
 
@@ -73,10 +75,11 @@ class Table {
   }
 
  private:
-  [[noreturn]] static void Wrong(const std::string& table, const FileEdits& row, const std::string& why) {
-    throw Error(ErrorKind::kUnreadable, table, "line " + std::to_string(row.line) + ": " + why);
+  [[noreturn]] void Wrong(const FileEdits& row, const std::string& why) const {
+    throw Error(ErrorKind::kUnreadable, name_, "line " + std::to_string(row.line) + ": " + why);
   }
 
+  const std::string name_;
   std::vector<FileEdits> rows_;
 };
 
@@ -92,59 +95,69 @@ std::vector<FieldEdit> EditsOf(const EditCommand& options, const Table& table, c
 }
 
 // In place, the file as it was goes beside it first, so that one of both is whole at any time.
-std::vector<Output> OutputsOf(const EditCommand& options, const Trace& trace, const EditedFile& edited) {
+std::vector<Output> OutputsOf(const EditCommand& options, const Trace& trace, std::size_t index,
+                              const EditedFile& edited) {
   if (options.dryRun) return {};
   const std::string& name = trace.Name();
-  if (!options.inPlace) {
-    const bool folder = options.traces.size() > 1 || std::filesystem::is_directory(options.output);
-    const std::string own = std::filesystem::path(name).filename().string();
-    return {{folder ? (std::filesystem::path(options.output) / own).string() : options.output, edited.bytes}};
-  }
+  if (!options.inPlace) return {{options.job.inputs.places[index], edited.bytes}};
   const std::string before = trace.Bytes();
   if (before == edited.bytes) return {};
   if (options.noBackup) return {{name, edited.bytes}};
   return {{name + ".bak", before}, {name, edited.bytes}};
 }
 
-void RequireOtherNames(const std::vector<Planned>& plan) {
-  std::map<std::string, std::string> taken;
-  for (const Planned& each : plan) {
-    for (const Output& output : each.outputs) {
-      const auto [known, fresh] = taken.emplace(output.name, each.edited.file);
-      if (!fresh)
-        throw Error(ErrorKind::kUnwritable, output.name,
-                    "would be written for both " + known->second + " and " + each.edited.file);
+// In place, no file may be the backup of another one, or stand there twice.
+void RequireOtherNames(const EditCommand& options) {
+  if (!options.inPlace || options.dryRun) return;
+  std::set<std::string> taken;
+  for (const InputFile& file : options.job.inputs.files) {
+    std::error_code unknown;
+    const std::string path = std::filesystem::weakly_canonical(file.name, unknown).string();
+    const std::string name = unknown ? file.name : path;
+    if (!file.problem.empty()) continue;
+    if (!taken.insert(name).second || (!options.noBackup && !taken.insert(name + ".bak").second))
+      throw Error(ErrorKind::kUsage, file.name, "would be written twice; nothing is written");
+  }
+}
+
+EditedFile EditTrace(const EditCommand& options, const Table& table, const Trace& trace, std::size_t index) {
+  return Edit(trace, EditsOf(options, table, trace, options.first + static_cast<long>(index)));
+}
+
+// What is asked for is tried on every file before the first one is written, so that a slip in a field or
+// value leaves all as they were. A file that can't be read is no slip: the run over all of them tells.
+void TryAll(Session& session, const EditCommand& options, const Table& table) {
+  const std::vector<InputFile>& files = options.job.inputs.files;
+  if (files.size() < 2 || options.dryRun) return;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    if (files[i].name == "-" || !files[i].problem.empty()) continue;
+    try {
+      EditTrace(options, table, session.Open(files[i].name), i);
+    } catch (const Error& error) {
+      if (error.kind() == ErrorKind::kUsage)
+        throw Error(ErrorKind::kUsage, error.file(), error.sentence() + "; nothing is written");
     }
   }
 }
 
-// All files are read and edited before the first one is written: a slip in one leaves all as they were.
 int RunEdit(Session& session, EditCommand& options) {
-  const Table table(session, options);
-  std::vector<Planned> plan;
-  const int status = ForEachTrace(session, options.traces, [&](const std::string& name, std::size_t i) {
-    const Trace trace = session.Open(name);
-    Planned planned;
-    planned.edited = Edit(trace, EditsOf(options, table, trace, options.first + static_cast<long>(i)));
-    planned.outputs = OutputsOf(options, trace, planned.edited);
-    planned.edited.bytes.clear();
-    plan.push_back(std::move(planned));
+  InputArguments& inputs = options.job.inputs;
+  const Table table(session, options.table);
+  if (inputs.names.empty()) inputs.names = table.Files();
+  if (options.dryRun) inputs.output.clear();
+  SettleInputs(inputs);
+  table.RequireAll(inputs.files);
+  RequireOtherNames(options);
+  TryAll(session, options, table);
+  return PrintJob(session, options.job, "", "", [&](std::size_t index) {
+    const Trace trace = session.Open(inputs.files[index].name);
+    const EditedFile edited = EditTrace(options, table, trace, index);
+    FileResult result;
+    result.listing = options.format == "json" ? JsonOf(edited) : TextOf(edited);
+    result.warnings = edited.warnings;
+    result.outputs = OutputsOf(options, trace, index, edited);
+    return result;
   });
-  if (status != kDone) {
-    if (options.traces.size() > 1) session.Warn("nothing is written");
-    return status;
-  }
-  RequireOtherNames(plan);
-  for (const Planned& each : plan) {
-    if (!each.outputs.empty()) SaveTogether(each.outputs);
-  }
-  std::string listing;
-  for (const Planned& each : plan) {
-    session.Warn(each.edited.warnings);
-    listing += options.format == "json" ? JsonOf(each.edited) : TextOf(each.edited);
-  }
-  session.Print(listing);
-  return kDone;
 }
 
 std::string FieldsHelp() {
@@ -160,17 +173,13 @@ std::string FieldsHelp() {
 
 void CheckTogether(const EditCommand& options) {
   const auto wrong = [](const char* why) { throw CLI::ValidationError("edit", why); };
+  const InputArguments& inputs = options.job.inputs;
   if (options.settings.empty() && options.table.empty()) wrong("needs --set or --from");
-  if (options.traces.empty() && options.table.empty())
-    wrong("needs a TRACE, or --from with a column of files");
-  if (!options.inPlace && !options.dryRun && options.output.empty())
+  if (inputs.names.empty() && options.table.empty()) wrong("needs a TRACE, or --from with a column of files");
+  if (!options.inPlace && !options.dryRun && inputs.output.empty())
     wrong("needs --in-place, --output or --dry-run");
-  const bool piped = std::find(options.traces.begin(), options.traces.end(), "-") != options.traces.end();
+  const bool piped = std::find(inputs.names.begin(), inputs.names.end(), "-") != inputs.names.end();
   if (options.inPlace && piped) wrong("can't write to standard input: --in-place needs files");
-  std::error_code unknown;
-  if (!options.output.empty() && options.traces.size() > 1 &&
-      !std::filesystem::is_directory(options.output, unknown))
-    wrong("--output of several traces is a folder that is there");
 }
 
 }  // namespace
@@ -179,11 +188,8 @@ void AddEditCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<EditCommand>();
   CLI::App* command =
       app.add_subcommand("edit", "Change names, places and events of a file, and nothing else in it");
-  command
-      ->add_option("TRACE", options->traces,
-                   "SOR file, or - for standard input; all that --from names, if none")
-      ->type_name(kFileValue)
-      ->check(InputName());
+  options->job.byNumber = true;  // {n}
+  AddJobInputs(*command, options->job, "; all that --from names, if none")->required(false);
   command->add_option("--set", options->settings, "What is to stand in a field, see below")
       ->type_name("FIELD=VALUE")
       ->allow_extra_args(false)
@@ -191,11 +197,8 @@ void AddEditCommand(CLI::App& app, Session& session) {
   command->add_option("--from", options->table, "CSV table: a column \"file\", and one for each field to set")
       ->type_name(kFileValue)
       ->check(InputName());
-  CLI::Option* output = command
-                            ->add_option("-o,--output", options->output,
-                                         "File to write; of several traces, the folder for them")
-                            ->type_name(kFileValue)
-                            ->check(OutputName());
+  CLI::Option* output =
+      AddJobOutput(*command, options->job, "File to write; of several traces, the folder for them");
   CLI::Option* inPlace = command
                              ->add_flag("--in-place", options->inPlace,
                                         "Write over each file, and keep it as it was as FILE.bak")

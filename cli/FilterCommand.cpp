@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "cli/Commands.h"
-#include "cli/Inputs.h"
+#include "cli/Job.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "reflyze/filter.h"
@@ -13,7 +13,7 @@ namespace reflyze::cli {
 namespace {
 
 struct FilterCommand {
-  InputArguments inputs;
+  Job job;
   std::string kind = NameOf(FilterKind::kAuto);
   FilterOptions filter;
   std::string format = "text";
@@ -28,15 +28,15 @@ FilterKind KindOf(const std::string& name) {
 
 int RunFilter(Session& session, FilterCommand& options) {
   options.filter.kind = KindOf(options.kind);
-  SettleInputs(options.inputs);
-  bool first = true;
-  return ForEachFile(session, options.inputs, [&](size_t index) {
-    const FilterTable table = Filter(session.Open(options.inputs.files[index].name), options.filter);
-    table.record.Save(options.inputs.places[index]);
-    session.Warn(table.warnings);
-    const bool json = options.format == "json";
-    session.Print((first || json ? "" : "\n") + (json ? JsonOf(table) : TextOf(table)));
-    first = false;
+  const InputArguments& inputs = options.job.inputs;
+  SettleInputs(options.job.inputs);
+  return PrintJob(session, options.job, options.format, "", [&](size_t index) {
+    const FilterTable table = Filter(session.Open(inputs.files[index].name), options.filter);
+    FileResult result;
+    result.listing = options.format == "json" ? JsonOf(table) : TextOf(table);
+    result.warnings = table.warnings;
+    result.outputs = {table.record.To(inputs.places[index])};
+    return result;
   });
 }
 
@@ -45,13 +45,10 @@ int RunFilter(Session& session, FilterCommand& options) {
 void AddFilterCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<FilterCommand>();
   CLI::App* command = app.add_subcommand("filter", "Smooth a trace and print what the filter found");
-  AddInputs(*command, options->inputs, "; several give a result each");
-  command
-      ->add_option("-o,--output", options->inputs.output,
-                   "Store the trace with its smoothed levels; of several, each below that folder")
-      ->required()
-      ->type_name(kFileValue)
-      ->check(OutputName());
+  AddJobInputs(*command, options->job, "; several give a result each");
+  AddJobOutput(*command, options->job,
+               "Store the trace with its smoothed levels; of several, each below that folder")
+      ->required();
   command
       ->add_option("--kind", options->kind,
                    "auto: a mean that stops at events; fast: a low pass; kernel: the trace's own, if any")

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/Job.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "reflyze/report.h"
@@ -15,7 +16,7 @@ namespace {
 constexpr double kFarthestKm = 10000.0;
 
 struct MeasureCommand {
-  std::string trace;
+  Job job;
   std::optional<double> atKm, fromKm, toKm;
   std::vector<double> eventKm;
   bool twoPoint = false, leastSquares = false, returnLoss = false;
@@ -31,11 +32,16 @@ MeasureRequest RequestOf(const MeasureCommand& options) {
   return {kind, {*options.fromKm, *options.toKm}};
 }
 
-int RunMeasure(Session& session, const MeasureCommand& options) {
-  const PlaceMeasure measure = Measure(session.Open(options.trace), RequestOf(options));
-  session.Warn(measure.warnings);
-  session.Print(options.format == "json" ? JsonOf(measure) : TextOf(measure));
-  return kDone;
+int RunMeasure(Session& session, MeasureCommand& options) {
+  SettleInputs(options.job.inputs);
+  const MeasureRequest request = RequestOf(options);
+  return PrintJob(session, options.job, options.format, "", [&](size_t index) {
+    const PlaceMeasure measure = Measure(session.Open(options.job.inputs.files[index].name), request);
+    FileResult result;
+    result.listing = options.format == "json" ? JsonOf(measure) : TextOf(measure);
+    result.warnings = measure.warnings;
+    return result;
+  });
 }
 
 }  // namespace
@@ -44,10 +50,7 @@ void AddMeasureCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<MeasureCommand>();
   CLI::App* command =
       app.add_subcommand("measure", "Measure one number at a place or between places, with its uncertainty");
-  command->add_option("TRACE", options->trace, "SOR file, or - for standard input")
-      ->required()
-      ->type_name(kFileValue)
-      ->check(InputName());
+  AddJobInputs(*command, options->job, "; several give a number each");
   const auto addKm = [&](const char* name, std::optional<double>& km, const char* meaning) {
     return command->add_option(name, km, meaning)
         ->type_name("KM")

@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/Job.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
+#include "reflyze/cable.h"
 #include "reflyze/limits.h"
 #include "reflyze/merge.h"
 #include "reflyze/report.h"
@@ -15,21 +20,24 @@ namespace reflyze::cli {
 namespace {
 
 struct MergeCommand {
-  std::string traceA, traceB;
-  std::vector<std::string> outputs;  // two
+  Job job;                           // its files are the traces from the first end
+  std::vector<std::string> others;   // from the other end, one each
+  std::vector<std::string> outputs;  // two files, or one folder
+  std::vector<std::string> otherPlaces;
   ThresholdOptions thresholds;
   LinkOptions link;
+  std::optional<Limits> limits;  // of its document
+  MergeOptions merge;
   std::string format = "text";
 };
 
 // Each direction is analysed and cut to the link between its own reels, which need not be equally long.
-MergedLink MergeWithReels(Session& session, const MergeCommand& options, const MergeOptions& asked) {
+MergedLink MergeWithReels(const MergeCommand& options, Trace traceA, Trace traceB) {
   const Reels reels = options.link.AskedReels();
   AnalyseOptions analysis;
-  analysis.thresholds = asked.thresholds;
-  analysis.document = asked.document;
-  const EventTable a = Analyse(session.Open(options.traceA), analysis);
-  const EventTable b = Analyse(session.Open(options.traceB), analysis);
+  analysis.thresholds = options.merge.thresholds;
+  analysis.document = options.merge.document;
+  const EventTable a = Analyse(std::move(traceA), analysis), b = Analyse(std::move(traceB), analysis);
   MergedLink link = MergeBetweenReels(a, b, reels, reels);
   const LinkTable linkA = BetweenReels(a, reels), linkB = BetweenReels(b, reels);
   for (const LinkTable* one : {&linkA, &linkB})
@@ -40,23 +48,95 @@ MergedLink MergeWithReels(Session& session, const MergeCommand& options, const M
   return link;
 }
 
-int RunMerge(Session& session, const MergeCommand& options) {
-  MergeOptions asked;
-  asked.thresholds = options.thresholds.thresholds;
-  asked.document = ReadDocument(session, options.thresholds);
-  const std::optional<Limits> limits = ReadLimits(session, options.link);
+FileResult MergePair(Session& session, const MergeCommand& options, size_t index) {
+  const InputArguments& inputs = options.job.inputs;
+  Trace a = session.Open(inputs.files[index].name), b = session.Open(options.others[index]);
   MergedLink link;
   if (options.link.launch.empty() && options.link.receive.empty()) {
-    Trace a = session.Open(options.traceA), b = session.Open(options.traceB);
-    link.table = Merge(std::move(a), std::move(b), asked);
+    link.table = Merge(std::move(a), std::move(b), options.merge);
   } else {
-    link = MergeWithReels(session, options, asked);
+    link = MergeWithReels(options, std::move(a), std::move(b));
   }
-  if (limits) link.verdict = Judge(link, *limits);
-  SaveTogether({link.table.recordA.To(options.outputs[0]), link.table.recordB.To(options.outputs[1])});
-  session.Warn(link.table.warnings);
-  session.Print(options.format == "json" ? JsonOf(link) : TextOf(link));
-  return link.verdict && link.verdict->verdict == Verdict::kFail ? kFails : kDone;
+  if (options.limits) link.verdict = Judge(link, *options.limits);
+  FileResult result;
+  result.outputs = {link.table.recordA.To(inputs.places[index]),
+                    link.table.recordB.To(options.otherPlaces[index])};
+  result.warnings = link.table.warnings;
+  result.listing = options.format == "json" ? JsonOf(link) : TextOf(link);
+  if (link.verdict && link.verdict->verdict == Verdict::kFail) result.status = kFails;
+  return result;
+}
+
+void TakeTwo(MergeCommand& options) {
+  InputArguments& inputs = options.job.inputs;
+  inputs.files = {{inputs.names[0], inputs.names[0], ""}};
+  inputs.places = {options.outputs[0]};
+  options.others = {inputs.names[1]};
+  options.otherPlaces = {options.outputs[1]};
+}
+
+// Finds the two directions of each fibre in a job. What can't be read, and what has no partner, costs its
+// line and the status. Gives the status of the reading.
+int PairUp(Session& session, MergeCommand& options) {
+  InputArguments& inputs = options.job.inputs;
+  inputs.folders = inputs.below = true;
+  inputs.output = options.outputs[0];
+  inputs.files = FilesOf(inputs.names, {inputs.folders, InputOptions().endings});
+  const std::vector<std::string> places = PlacesBelow(inputs.output, inputs.files);
+  std::map<std::string, size_t> indices;
+  for (size_t i = 0; i < inputs.files.size(); ++i) indices[inputs.files[i].name] = i;
+  std::vector<CableTrace> traces(inputs.files.size());
+  Job reading;
+  reading.inputs.files = inputs.files;
+  reading.work = options.job.work;
+  const int status = RunJob(
+      session, reading,
+      [&](size_t i) {
+        traces[i] = ReadForCable(session.Open(inputs.files[i].name));
+        return FileResult();
+      },
+      [&](size_t i, const FileResult& result) { traces[i].problem = result.problem; });
+  const DirectionPairs found = PairDirections(traces);
+  for (const std::string& finding : found.findings) session.Warn(finding);
+  std::vector<InputFile> files;
+  for (const DirectionPair& pair : found.pairs) {
+    const bool both = !pair.fileA.empty() && !pair.fileB.empty();
+    const std::string& first = pair.fileA.empty() ? pair.fileB : pair.fileA;
+    files.push_back({first, first, both ? "" : "has no trace from the other end"});
+    inputs.places.push_back(places[indices.at(first)]);
+    options.others.push_back(pair.fileB);
+    options.otherPlaces.push_back(both ? places[indices.at(pair.fileB)] : "");
+  }
+  inputs.files = std::move(files);
+  return status;
+}
+
+int RunMerge(Session& session, MergeCommand& options) {
+  options.merge.thresholds = options.thresholds.thresholds;
+  options.merge.document = ReadDocument(session, options.thresholds);
+  options.limits = ReadLimits(session, options.link);
+  int status = kDone;
+  if (options.outputs.size() == 2) {
+    TakeTwo(options);
+  } else {
+    status = PairUp(session, options);
+  }
+  options.job.reads = [&](size_t index) {
+    return std::vector<std::string>{options.job.inputs.files[index].name, options.others[index]};
+  };
+  return std::max(status, PrintJob(session, options.job, options.format, "",
+                                   [&](size_t index) { return MergePair(session, options, index); }));
+}
+
+void CheckTogether(const MergeCommand& options) {
+  const std::vector<std::string>& names = options.job.inputs.names;
+  if (options.outputs.size() == 2) {
+    if (names.size() != 2) throw CLI::ValidationError("merge", "takes two traces, from both ends of a fibre");
+    if (NameTheSame(options.outputs[0], options.outputs[1]))
+      throw CLI::ValidationError("--output", "takes two different files");
+  } else if (std::find(names.begin(), names.end(), "-") != names.end()) {
+    throw CLI::ValidationError("merge", "can't find a partner for standard input");
+  }
 }
 
 }  // namespace
@@ -66,26 +146,24 @@ void AddMergeCommand(CLI::App& app, Session& session) {
   CLI::App* command = app.add_subcommand(
       "merge",
       "Bring the events of both directions of a fibre together; with thresholds, analyse both first");
-  command->add_option("A", options->traceA, "SOR file from the first end, or - for standard input")
-      ->required()
-      ->type_name(kFileValue)
-      ->check(InputName());
-  command->add_option("B", options->traceB, "SOR file from the other end")
-      ->required()
-      ->type_name(kFileValue)
-      ->check(InputName());
-  command->add_option("-o,--output", options->outputs, "Store both records with their merged events")
-      ->required()
-      ->expected(2)
-      ->type_name(kFileValue)
-      ->check(OutputName());
+  AddJobInputs(*command, options->job,
+               ": the one from the first end and the one from the other; or all of a job, with a folder as "
+               "output");
+  CLI::Option* output =
+      command
+          ->add_option("-o,--output", options->outputs,
+                       "Store both records with their merged events: two files, or the folder for those of a "
+                       "job")
+          ->required()
+          ->expected(1, 2)
+          ->type_name(kFileValue)
+          ->check(OutputName());
+  AddResume(*command, options->job, output);
   AddThresholdOptions(*command, options->thresholds);
   AddLinkOptions(*command, options->link);
   AddFormatOption(*command, options->format);
   command->callback([options, &session] {
-    if (NameTheSame(options->outputs[0], options->outputs[1])) {
-      throw CLI::ValidationError("--output", "takes two different files");
-    }
+    CheckTogether(*options);
     session.command = [options](Session& running) { return RunMerge(running, *options); };
   });
 }

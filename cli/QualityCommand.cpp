@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "cli/Commands.h"
-#include "cli/Inputs.h"
+#include "cli/Job.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "reflyze/quality.h"
@@ -13,25 +13,24 @@ namespace reflyze::cli {
 namespace {
 
 struct QualityCommand {
-  InputArguments inputs;
+  Job job;
   std::string longPulse;
   int lastPercent = 10;
   std::string format = "text";
 };
 
 int RunQuality(Session& session, QualityCommand& options) {
-  SettleInputs(options.inputs);
+  SettleInputs(options.job.inputs);
   QualityOptions asked;
   asked.lastPercent = options.lastPercent;
-  bool first = true;
-  return ForEachFile(session, options.inputs, [&](size_t index) {
-    Trace trace = session.Open(options.inputs.files[index].name);
-    if (!options.longPulse.empty() && !asked.longPulse) asked.longPulse = session.Open(options.longPulse);
-    const QualityTable table = Quality(std::move(trace), asked);
-    session.Warn(table.warnings);
-    const bool json = options.format == "json";
-    session.Print((first || json ? "" : "\n") + (json ? JsonOf(table) : TextOf(table)));
-    first = false;
+  // One of both may come through a pipe.
+  if (!options.longPulse.empty()) asked.longPulse = session.Open(options.longPulse);
+  return PrintJob(session, options.job, options.format, "", [&](size_t index) {
+    const QualityTable table = Quality(session.Open(options.job.inputs.files[index].name), asked);
+    FileResult result;
+    result.listing = options.format == "json" ? JsonOf(table) : TextOf(table);
+    result.warnings = table.warnings;
+    return result;
   });
 }
 
@@ -41,7 +40,7 @@ void AddQualityCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<QualityCommand>();
   CLI::App* command = app.add_subcommand(
       "quality", "Tell how far each event's place and loss can be trusted; analyses what has no events");
-  AddInputs(*command, options->inputs, "; several give a result each");
+  AddJobInputs(*command, options->job, "; several give a result each");
   command
       ->add_option("--long-pulse", options->longPulse,
                    "The same fibre with a longer pulse, for losses within dead zones")

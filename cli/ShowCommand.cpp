@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "cli/Commands.h"
-#include "cli/EachTrace.h"
+#include "cli/Job.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "reflyze/report.h"
@@ -13,7 +13,7 @@ namespace reflyze::cli {
 namespace {
 
 struct ShowCommand {
-  std::vector<std::string> traces;
+  Job job;
   SheetOptions sheet;
   bool curve = false;  // the points instead of the sheet
   std::string format = "text";
@@ -24,29 +24,28 @@ std::string Listing(const Sheet& sheet, const std::string& format) {
   return format == "csv" ? CsvOf(sheet) : TextOf(sheet);
 }
 
-// A heading before the first listing, and an empty line between texts.
-std::string Before(const ShowCommand& options, bool first) {
-  if (options.curve) return first ? CurveCsvHeader(options.traces.size() > 1) : "";
-  if (options.format == "csv")
-    return first ? SheetCsvHeader(options.sheet.measure ? Measurement::kDone : Measurement::kNone) : "";
-  return first || options.format == "json" ? "" : "\n";
-}
-
-int RunShow(Session& session, const ShowCommand& options) {
-  bool first = true;
-  return ForEachTrace(session, options.traces, [&](const std::string& name, size_t) {
-    const Trace trace = session.Open(name);
-    std::string listing;
+int RunShow(Session& session, ShowCommand& options) {
+  const InputArguments& inputs = options.job.inputs;
+  SettleInputs(options.job.inputs);
+  const bool several = inputs.files.size() > 1;
+  std::string heading;
+  if (options.curve) {
+    heading = CurveCsvHeader(several);
+  } else if (options.format == "csv") {
+    heading = SheetCsvHeader(options.sheet.measure ? Measurement::kDone : Measurement::kNone);
+  }
+  return PrintJob(session, options.job, options.curve ? "csv" : options.format, heading, [&](size_t index) {
+    const Trace trace = session.Open(inputs.files[index].name);
+    FileResult result;
     if (options.curve) {
-      listing = CurveCsv(trace, options.traces.size() > 1);
-      session.Warn(trace.Warnings());
+      result.listing = CurveCsv(trace, several);
+      result.warnings = trace.Warnings();
     } else {
       const Sheet sheet = SheetOf(trace, options.sheet);
-      session.Warn(sheet.warnings);
-      listing = Listing(sheet, options.format);
+      result.listing = Listing(sheet, options.format);
+      result.warnings = sheet.warnings;
     }
-    session.Print(Before(options, first) + listing);
-    first = false;
+    return result;
   });
 }
 
@@ -56,11 +55,7 @@ void AddShowCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<ShowCommand>();
   CLI::App* command =
       app.add_subcommand("show", "Show what a file says of itself: its card and its own event table");
-  command
-      ->add_option("TRACE", options->traces, "SOR file, or - for standard input; several give a sheet each")
-      ->required()
-      ->type_name(kFileValue)
-      ->check(InputName());
+  AddJobInputs(*command, options->job, "; several give a sheet each");
   CLI::Option* measure = command->add_flag("--measure", options->sheet.measure,
                                            "Set beside it what is measured on the trace, with differences");
   CLI::Option* format =

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "lib/CableMatch.h"
+#include "lib/CableSort.h"
 #include "lib/Text.h"
 #include "lib/Verdicts.h"
 #include "reflyze/inputs.h"
@@ -16,16 +17,6 @@
 
 namespace reflyze {
 namespace {
-
-struct NaturalOrder {
-  bool operator()(const std::string& a, const std::string& b) const { return NaturalLess(a, b); }
-};
-
-// A fibre and a wavelength: traces of both directions, as the names have them.
-struct Pair {
-  const CableTrace *a = nullptr, *b = nullptr;
-};
-using Fibres = std::map<std::string, std::map<int, Pair>, NaturalOrder>;
 
 double Median(std::vector<double> values) {
   if (values.empty()) return 0.0;
@@ -50,10 +41,11 @@ CableFigures FiguresOf(const std::vector<double>& values) {
 class CableMaker {
  public:
   CableMaker(const std::vector<CableTrace>& traces, const CableOptions& options)
-      : traces_(traces), options_(options) {}
+      : options_(options), sorted_(SortTraces(traces)) {}
 
   CableReport Made() {
-    SortOut();
+    report_.cable = sorted_.cable;
+    report_.findings = sorted_.said;
     FindReels();
     matches_ = std::make_unique<CableMatches>(placed_, report_.reels);
     FindEarlyEnds();
@@ -65,83 +57,9 @@ class CableMaker {
   }
 
  private:
-  void Find(const std::string& fibre, const std::string& text) {
-    std::vector<std::string>& findings = findings_[fibre];
-    if (std::find(findings.begin(), findings.end(), text) == findings.end()) findings.push_back(text);
-  }
-  static std::string Shown(const CableTrace& trace) { return ShownName(trace.file); }
-
-  // Puts each trace to its fibre; those that have no place are said.
-  void SortOut() {
-    std::set<std::string> recordFibres, cables;
-    for (const CableTrace& trace : traces_) {
-      recordFibres.insert(trace.recordFibre);
-      if (!trace.cable.empty()) cables.insert(trace.cable);
-    }
-    if (!cables.empty()) report_.cable = *cables.begin();
-    for (const std::string& cable : cables) {
-      if (cable != report_.cable)
-        Say("there are traces of cable \"" + report_.cable + "\" and of \"" + cable + "\"");
-    }
-    std::map<std::uint64_t, const CableTrace*> seen;
-    for (const CableTrace& trace : traces_) {
-      if (!trace.problem.empty()) {
-        Say(trace.problem);
-        if (!trace.fibre.empty()) fibres_[trace.fibre], Find(trace.fibre, "not readable: " + Shown(trace));
-        continue;
-      }
-      if (trace.fibre.empty()) {
-        Say(Shown(trace) + ": neither its name nor its record tells its fibre; left out");
-        continue;
-      }
-      const auto [first, fresh] = seen.emplace(trace.samples, &trace);
-      if (!fresh) {
-        const std::string text = Shown(trace) + " is the same trace as " + Shown(*first->second);
-        Say(text);
-        // A copy whose name says nothing of its own takes the place of no other trace.
-        if (trace.direction.empty() && trace.fibre == trace.recordFibre) continue;
-        fibres_[trace.fibre];
-        Find(trace.fibre, text);
-        continue;
-      }
-      Doubt(trace, recordFibres.size() > 1);
-      Place(trace);
-    }
-  }
-
+  void Find(const std::string& fibre, const std::string& text) { sorted_.Find(fibre, text); }
   void Say(const std::string& text) { report_.findings.push_back(OneLine(text)); }
-
-  // Records of instruments that nobody has told a fibre all have the same.
-  void Doubt(const CableTrace& trace, bool recordsDiffer) {
-    const std::string& own = trace.recordFibre;
-    const bool same = !NaturalLess(own, trace.fibre) && !NaturalLess(trace.fibre, own);
-    const auto number = [](const std::string& text) { return std::atol(text.c_str()); };
-    if (recordsDiffer && !own.empty() && !same && number(own) != number(trace.fibre))
-      Say(Shown(trace) + ": its name says fibre " + trace.fibre + ", its record \"" + own + "\"");
-    if (std::abs(trace.wavelengthNm - trace.recordNm) > 30)
-      Say(Shown(trace) +
-          Format(": its name says %d nm, its record %d nm", trace.wavelengthNm, trace.recordNm));
-  }
-
-  void Place(const CableTrace& trace) {
-    Pair& pair = fibres_[trace.fibre][trace.wavelengthNm];
-    // Without a word about the direction a trace takes the free one; that of the first is A.
-    const bool toB = trace.direction == "B" || (trace.direction.empty() && pair.a != nullptr);
-    const CableTrace*& place = toB ? pair.b : pair.a;
-    if (place != nullptr) {
-      // Of two measurements of one thing the later counts.
-      const CableTrace* older = trace.dateUtc > place->dateUtc ? place : &trace;
-      Say(Shown(*older) + ": fibre " + trace.fibre + " has a later trace of this wavelength and direction, " +
-          Shown(older == place ? trace : *place) + "; left out");
-      if (older == &trace) return;
-      placed_.erase(std::find_if(placed_.begin(), placed_.end(),
-                                 [&](const PlacedTrace& other) { return other.trace == place; }));
-    } else if (trace.direction.empty() && toB) {
-      Say(Shown(trace) + ": nothing tells its direction; taken for the other one of " + Shown(*pair.a));
-    }
-    place = &trace;
-    placed_.push_back({&trace, toB});
-  }
+  static std::string Shown(const CableTrace& trace) { return ShownName(trace.file); }
 
   void FindReels() {
     std::vector<const EventTable*> tables;
@@ -205,7 +123,7 @@ class CableMaker {
   }
 
   // The traces of a fibre that starts at A with this name.
-  Pair TracesOf(const std::string& fibre, int nm, Pair pair) const {
+  BothEnds TracesOf(const std::string& fibre, int nm, BothEnds pair) const {
     const auto swap = swapped_.find(fibre);
     if (swap != swapped_.end()) {
       const auto& other = fibres_.at(swap->second);
@@ -235,11 +153,11 @@ class CableMaker {
     return matches_->Seen()[i].reels;
   }
 
-  void MakeRow(const std::string& fibre, const std::map<int, Pair>& pairs) {
+  void MakeRow(const std::string& fibre, const std::map<int, BothEnds>& pairs) {
     CableRow row;
     row.fibre = fibre;
     for (const auto& [nm, named] : pairs) {
-      const Pair pair = TracesOf(fibre, nm, named);
+      const BothEnds pair = TracesOf(fibre, nm, named);
       bool hasA = Usable(pair.a), hasB = Usable(pair.b);
       if (!hasA && !hasB) continue;
       // Numbers of the search alone would spoil a mean with measured ones.
@@ -258,7 +176,7 @@ class CableMaker {
       row.wavelengths.push_back(std::move(numbers));
     }
     FindMissing(fibre, pairs);
-    row.findings = findings_[fibre];
+    row.findings = sorted_.findings[fibre];
     for (const CableNumbers& numbers : row.wavelengths) {
       if (numbers.verdict) row.verdict = std::max(row.verdict, numbers.verdict->verdict);
     }
@@ -269,7 +187,7 @@ class CableMaker {
   }
 
   // A trace that most other fibres have.
-  void FindMissing(const std::string& fibre, const std::map<int, Pair>& pairs) {
+  void FindMissing(const std::string& fibre, const std::map<int, BothEnds>& pairs) {
     if (usual_.empty()) {
       for (const auto& [other, all] : fibres_) {
         for (const auto& [nm, pair] : all) {
@@ -417,16 +335,15 @@ class CableMaker {
     }
   }
 
-  const std::vector<CableTrace>& traces_;
   const CableOptions& options_;
-  Fibres fibres_;
-  std::vector<PlacedTrace> placed_;
+  SortedTraces sorted_;
+  const CableFibres& fibres_ = sorted_.fibres;
+  const std::vector<PlacedTrace>& placed_ = sorted_.placed;
   std::unique_ptr<CableMatches> matches_;
   double usualKm_ = 0.0;  // length of most links
   std::map<std::string, std::string> swapped_;
   std::set<const CableTrace*> strangers_;
   std::map<std::pair<int, bool>, int> usual_;  // traces by wavelength and end
-  std::map<std::string, std::vector<std::string>> findings_;
   std::map<int, std::vector<double>> splices_;
   std::vector<FibreJoint> joints_;
   CableReport report_;

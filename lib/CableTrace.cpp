@@ -169,7 +169,7 @@ CableTrace TraceFrom(const Json& json, const std::string& file) {
 
 }  // namespace
 
-CableTrace AnalyseForCable(Trace input, const AnalyseOptions& options) {
+CableTrace ReadForCable(const Trace& input) {
   CableTrace trace;
   trace.file = input.Name();
   const Card card = input.GetCard();
@@ -183,6 +183,11 @@ CableTrace AnalyseForCable(Trace input, const AnalyseOptions& options) {
   if (trace.fibre.empty()) trace.fibre = trace.recordFibre;
   if (trace.wavelengthNm == 0) trace.wavelengthNm = trace.recordNm;
   trace.samples = DigestOf(*input.Loaded().record);
+  return trace;
+}
+
+CableTrace AnalyseForCable(Trace input, const AnalyseOptions& options) {
+  CableTrace trace = ReadForCable(input);
   trace.table = Analyse(std::move(input), options);
   return trace;
 }

@@ -16,6 +16,7 @@ using namespace std::string_view_literals;
 enum class Remedy {
   kExport,  // it holds a trace, perhaps, in a format that its maker alone knows
   kUnpack,  // a record may be inside
+  kImport,  // it may be a curve
 };
 
 struct Kind {
@@ -96,7 +97,10 @@ Kind KindOf(std::string_view name, std::string_view head) {
     if (StartsWith(head, kind.mark)) return kind;
   }
   if (IsBitmap(head)) return {""sv, "an image (BMP)"};
-  if (IsText(head)) return {""sv, KindOfText(head)};
+  if (IsText(head)) {
+    const char* const what = KindOfText(head);
+    return {""sv, what, what == std::string_view("text") ? Remedy::kImport : Remedy::kExport};
+  }
   return {""sv, nullptr};
 }
 
@@ -108,8 +112,10 @@ std::string WhatItSeems(const std::string& name, const std::vector<char>& bytes)
   if (head.substr(0, kRecord.size()) == kRecord.substr(0, head.size())) return "";
   const Kind kind = KindOf(name, head);
   if (kind.what == nullptr) return "";
-  return std::string("it seems to be ") + kind.what +
-         (kind.remedy == Remedy::kUnpack ? "; unpack it first, or export" : "; export") +
+  const char* remedy = "; export";
+  if (kind.remedy == Remedy::kUnpack) remedy = "; unpack it first, or export";
+  if (kind.remedy == Remedy::kImport) remedy = "; reflyze import reads curves in CSV, or export";
+  return std::string("it seems to be ") + kind.what + remedy +
          " the trace as SOR (SR-4731) with the program of the instrument's maker";
 }
 

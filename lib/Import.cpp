@@ -16,6 +16,7 @@ constexpr double kUsualWavelengthNm = 1550.0, kUsualPulseNs = 100.0;
 constexpr double kLowestDb = -65.535;  // the largest sample in steps of 0.001 dB
 constexpr double kStepsPerDb = 1000.0;
 constexpr double kDsPerOwt = 10000.0;
+constexpr double kFarthestZeroKm = 1000.0;
 
 void RequireBetween(const std::optional<double>& value, double least, double most, const char* what) {
   if (value && !(*value >= least && *value <= most))
@@ -26,6 +27,7 @@ void RequireSense(const ImportOptions& options) {
   RequireBetween(options.wavelengthNm, 400.0, 2500.0, "the wavelength in nm");
   RequireBetween(options.pulseNs, 1.0, 30000.0, "the pulse in ns");
   RequireBetween(options.groupIndex, 1.0, 2.0, "the group index");
+  RequireBetween(options.userOffsetKm, 0.0, kFarthestZeroKm, "the user offset in km");
   RequireBetween(options.backscatterDb, -100.0, -40.0, "the backscatter coefficient in dB");
   if (!options.unit.empty() && options.unit != "km" && options.unit != "m")
     throw Error(ErrorKind::kUsage, "", "the unit of the distances is km or m");
@@ -67,6 +69,19 @@ TimeBase BestTimeBase(const Curve& curve) {
     }
   }
   return best;
+}
+
+// Distances count from the user's zero, times from the launch. The zero is rounded to a whole time as the
+// first point is, so that a curve that begins at the launch begins at time 0.
+Curve FromLaunch(Curve curve, const ImportOptions& options) {
+  curve.firstKm += options.userOffsetKm.value_or(0.0);
+  return curve;
+}
+
+void FillUserOffset(double km, TSorData& record) {
+  constexpr double kTenthsOfMetre = 10000.0;
+  record.GenParams->UO = TruncToInt(record.FxdParams->LenToOwt(km) + 0.5);
+  record.GenParams->UOD = TruncToInt(km * kTenthsOfMetre + 0.5);
 }
 
 void FillScales(const Curve& curve, const ImportOptions& options, TSorData& record) {
@@ -132,9 +147,10 @@ void TellAssumed(const ImportOptions& options, const Card& card, const std::stri
 ImportedCurve ImportCurve(const std::string& text, const ImportOptions& options, const std::string& name,
                           const std::string& source) {
   RequireSense(options);
-  const Curve curve = ReadCurve(text, options, source);
+  const Curve curve = FromLaunch(ReadCurve(text, options, source), options);
   TSorData record;
   FillScales(curve, options, record);
+  if (options.userOffsetKm) FillUserOffset(*options.userOffsetKm, record);
   std::vector<Warning> warnings = FillSamples(curve, source, record);
   const std::string bytes = RecordBytes(record, name);
   Trace trace = Trace::FromBytes(name, {bytes.begin(), bytes.end()});

@@ -34,11 +34,11 @@ std::string Digits(const std::string& text, size_t& at) {
   return text.substr(first, at - first);
 }
 
-bool IsTraceName(const fs::path& path) {
+bool EndsIn(const std::vector<std::string>& endings, const fs::path& path) {
   std::string ending = path.extension().string();
   std::transform(ending.begin(), ending.end(), ending.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return ending == ".sor" || ending == ".msor";
+  return std::find(endings.begin(), endings.end(), ending) != endings.end();
 }
 
 class Finder {
@@ -81,7 +81,8 @@ class Finder {
   void TakeFolder(const std::string& name) {
     const size_t before = files.size();
     Walk(name, "", 0);
-    if (files.size() == before) Fail(name, "holds no trace, no file that ends in .sor");
+    if (files.size() == before)
+      Fail(name, "holds no file that ends in " + (options_.endings.empty() ? "" : options_.endings[0]));
   }
 
   // Names in a folder, in natural order.
@@ -108,7 +109,7 @@ class Finder {
       std::error_code none;
       if (fs::is_directory(path, none)) {
         Walk(path, place, depth + 1);
-      } else if (IsTraceName(path)) {
+      } else if (EndsIn(options_.endings, path)) {
         Add({path, place, ""});
       }
     }

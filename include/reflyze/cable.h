@@ -29,8 +29,27 @@ struct CableTrace {
 
 // Reads what a name says, such as `cable_fibre_wavelength[_direction].sor`: from its end, a direction (A, B,
 // AB, BA, OE, EO), a wavelength (1310, 1550nm), a number of the fibre; what stands before is the cable. What
-// the name lacks comes from the record. Then analyses the trace. Throws what Analyse throws.
+// the name lacks comes from the record. There are no events in it.
+REFLYZE_API CableTrace ReadForCable(const Trace& trace);
+// The same, and the events of the trace. Throws what Analyse throws.
 REFLYZE_API CableTrace AnalyseForCable(Trace trace, const AnalyseOptions& options = {});
+
+// A fibre at one wavelength, and its traces.
+struct DirectionPair {
+  std::string cable, fibre;  // their names
+  int wavelengthNm = 0;      // nominal, nm
+  std::string fileA, fileB;  // from both ends; "" for one that is not there
+};
+
+// What a job has of each fibre.
+struct DirectionPairs {
+  std::vector<DirectionPair> pairs;   // by cable, fibre and wavelength
+  std::vector<std::string> findings;  // what is doubtful or left out
+};
+
+// Finds the two directions of each fibre and wavelength by what names and records say. Traces that could not
+// be read are passed over.
+REFLYZE_API DirectionPairs PairDirections(const std::vector<CableTrace>& traces);
 
 // A trace of a job as a text: a run that was killed goes on with such texts.
 REFLYZE_API std::string StateOf(const CableTrace& trace);

@@ -15,6 +15,7 @@ constexpr std::size_t kLargestList = 1u << 26;  // bytes
 // Files that were asked for by more than their names.
 struct InputOptions {
   bool folders = false;  // a folder stands for the traces in it and in all folders below
+  std::vector<std::string> endings = {".sor", ".msor"};  // of the files that count there, in small letters
 };
 
 // One file of a job, or what could not be made one.
@@ -31,9 +32,9 @@ REFLYZE_API bool NaturalLess(const std::string& one, const std::string& other);
 // The files that names stand for, in the order of the names. A name may be that of a file, "-" for standard
 // input, "@FILE" for a list of names, one a line (blank lines and lines that begin with "#" don't count), a
 // pattern with `*`, `?` or `[...]` where no file has that very name, or, if asked for, a folder. What folders
-// and patterns hold comes in natural order; of folders, files that end in `.sor` or `.msor` in any case. What
-// leads nowhere is an entry with a problem, in its place: an empty pattern or folder, a list or a folder that
-// leads back to itself, a list that can't be read. Throws Error kUsage for more files than 1,000,000.
+// and patterns hold comes in natural order; of folders, files with one of the endings in any case. What leads
+// nowhere is an entry with a problem, in its place: an empty pattern or folder, a list or a folder that leads
+// back to itself, a list that can't be read. Throws Error kUsage for more files than 1,000,000.
 REFLYZE_API std::vector<InputFile> FilesOf(const std::vector<std::string>& names,
                                            const InputOptions& options = {});
 

@@ -77,7 +77,6 @@ TEST_F(EditTest, WrongOrdersWriteNothing) {
       {{one, "--set", "fibre=1", "--in-place", "-o", File("o.sor")}, 2, "excludes"},
       {{one, "--set", "fibre=1", "--dry-run", "--no-backup"}, 2, "requires"},
       {{"-", "--set", "fibre=1", "--in-place"}, 2, "standard input"},
-      {{one, two, "--set", "fibre=1", "-o", File("none")}, 2, "folder"},
       {{one, "--from", Store("t.csv", "file,fibre\nx.sor,1\n"), "--in-place"}, 3, "has no line for"},
       {{one, "--from", Store("u.csv", "file,fibre\na.sor,1\nx.sor,1\n"), "--in-place"},
        3,
@@ -85,8 +84,9 @@ TEST_F(EditTest, WrongOrdersWriteNothing) {
       {{one, "--from", Store("v.csv", "file,index\na.sor,x\n"), "--in-place"},
        2,
        "index: \"x\" is no number"},
-      {{one, same, "--set", "fibre=9", "-o", File("sub")}, 4, "would be written for both"},
-      {{one, File("none.sor"), "--set", "fibre=9", "--in-place"}, 3, "none.sor"},
+      {{one, same, "--set", "fibre=9", "-o", File("sub")}, 2, "its result would be"},
+      {{one, folder + "/sub/../a.sor", "--set", "fibre=9", "--in-place"}, 2, "written twice"},
+      {{two, one, "--set", "event.99.comment=x", "--in-place"}, 2, "nothing is written"},
   };
   for (const auto& c : kCases) {
     std::vector<std::string> arguments = {"edit"};
@@ -99,6 +99,11 @@ TEST_F(EditTest, WrongOrdersWriteNothing) {
     EXPECT_EQ(Load(same), bytes) << c.part;
   }
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(File("sub")), {}), 1);
+  // A file that can't be read is no slip, and costs its own line.
+  const Result others = Run({"edit", one, File("none.sor"), two, "--set", "fibre=9", "--in-place"});
+  EXPECT_EQ(others.status, 3);
+  EXPECT_EQ(others.err.rfind("reflyze: " + File("none.sor"), 0), 0u) << others.err;
+  EXPECT_EQ(CardOf(two)["fibre"], "9");
 }
 
 }  // namespace

@@ -353,7 +353,7 @@ TEST_F(FilesTest, AForeignFileIsToldByItsBytesAndItsEnding) {
       {"all.sor", "PK\3\4\x14\0\0\0"s, "a ZIP archive; unpack it first, or export"},
       {"scan.sor", "\x89PNG\r\n\x1A\n\0"s, "an image (PNG)"},
       {"map.bmp", "BM\x9A\1\0\0\0\0\0\0"s, "an image (BMP)"},
-      {"letter.txt", "BMW 5\nlevel 0,2 dB\n", "text; export"},
+      {"letter.txt", "BMW 5\nlevel 0,2 dB\n", "text; reflyze import reads curves in CSV, or export"},
       {"page.sor", "\n <html><body>not found", "a page of the web (HTML)"},
       {"link.json", "\xEF\xBB\xBF{\"a\": 1}", "text (JSON)"},
   };

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <map>
+
 #include "tests/cli/program.h"
 
 namespace {
@@ -108,27 +110,108 @@ class CableTest : public ProgramTest {
   }
 };
 
+// Every command with a folder of results. A kill leaves some results and a list of them whose end is cut off.
 TEST_F(CableTest, AKilledRunGoesOnWithTheSameBytes) {
   for (int fibre = 1; fibre <= 3; ++fibre) StoreFibre(fibre, fibre, "A"), StoreFibre(fibre, fibre, "B");
-  const std::vector<std::string> all = {"cable", folder, "--format", "json"};
-  const Result plain = Run(all);
-  EXPECT_EQ(plain.status, 0) << plain.out << plain.err;
-  std::filesystem::create_directory(folder + "-out");
-  std::vector<std::string> stored = all;
-  stored.insert(stored.end(), {"-o", folder + "-out/", "--resume"});
-  EXPECT_EQ(Run(stored).out, plain.out);
-  // What a kill leaves: some results, one of them of other bytes, and a state that is cut.
-  const std::string done = folder + "-out/K_1_1550_A.sor", state = Load(done + ".state"), record = Load(done);
-  std::filesystem::remove(folder + "-out/K_2_1550_A.sor.state");
-  std::ofstream(folder + "-out/K_3_1550_A.sor.state") << state.substr(0, state.size() / 2);
-  std::ofstream(done) << "kept";
-  EXPECT_EQ(Run(stored).out, plain.out);
-  EXPECT_EQ(Load(done), "kept") << "what is done is not done again";
+  for (const char* name : {"1", "2"})
+    Store(name + std::string(".csv"),
+          Run({"show", "--curve", File("K_" + std::string(name) + "_1550_A.sor")}).out);
+  Store("bad.sor", "x");
+  Store("bad.csv", "x");
+  const std::string made = folder + "-out/", baselines = made + "baseline";
+  const std::vector<std::vector<std::string>> kCommands = {{"baseline", "-r", folder, "--level", "main"},
+                                                           {"compare", baselines, folder},
+                                                           {"analyse", "-r", folder, "--format", "csv"},
+                                                           {"filter", "-r", folder},
+                                                           {"copy", "-r", folder, "--native"},
+                                                           {"edit", "-r", folder, "--set", "fibre={n:03}"},
+                                                           {"merge", folder, "--launch", "auto"},
+                                                           {"import", "-r", folder, "-q"},
+                                                           {"cable", folder, "--format", "json"}};
+  for (std::vector<std::string> arguments : kCommands) {
+    const std::string out = made + arguments[0];
+    arguments.insert(arguments.end(), {"-o", out});
+    const Result whole = Run(arguments);
+    EXPECT_EQ(whole.status, 3) << arguments[0] << whole.err;
+    EXPECT_NE(whole.err.find("/bad."), std::string::npos) << whole.err;
+    std::map<std::string, std::string> files;
+    for (const auto& file : std::filesystem::directory_iterator(out)) files[file.path()] = Load(file.path());
+    const std::string list = out + "/.reflyze-done";
+    ASSERT_GE(files.size(), 3u) << arguments[0];
+    const std::string first = std::next(files.begin())->first, last = files.rbegin()->first;
+    // The list of a cable ends with the reels that were stored with each record.
+    const size_t size = files[list].size();
+    std::ofstream(list, std::ios::binary)
+        << files[list].substr(0, arguments[0] == "cable" ? size - 10 : size * 3 / 5);
+    std::filesystem::remove(last);
+    const auto time = std::filesystem::last_write_time(first);
+    arguments.emplace_back("--resume");
+    const auto expectTheSame = [&](const char* what) {
+      const Result again = Run(arguments);
+      EXPECT_EQ(again.out, whole.out) << arguments[0] << what;
+      EXPECT_EQ(again.err, whole.err) << arguments[0] << what;
+      for (const auto& [name, bytes] : files) EXPECT_TRUE(Load(name) == bytes) << name << what;
+    };
+    expectTheSame(" killed");
+    EXPECT_EQ(std::filesystem::last_write_time(first), time) << "what is done is not done again";
+    std::ofstream(first) << "changed";
+    expectTheSame(" a result that is not as it was written");
+  }
+  const std::string one = made + "analyse/K_1_1550_A.sor", before = Load(one);
   StoreFibre(1, 2, "A");
-  const Result changed = Run(stored);
-  EXPECT_NE(Load(done), "kept") << "but a trace that is another one is";
-  EXPECT_EQ(changed.status, 1);
-  std::filesystem::remove_all(folder + "-out");
+  Run({"analyse", "-r", folder, "--format", "csv", "-o", made + "analyse", "--resume"});
+  EXPECT_FALSE(Load(one) == before) << "another trace under the same name";
+  std::filesystem::remove_all(made);
+}
+
+// With the reels of the job, as `analyse` stores a trace with reels of these lengths.
+TEST_F(CableTest, RecordsAreStoredBetweenTheReelsOfTheJob) {
+  for (int fibre = 1; fibre <= 2; ++fibre) StoreFibre(fibre, fibre, "A"), StoreFibre(fibre, fibre, "B");
+  const std::string out = folder + "-out", trace = File("K_1_1550_A.sor");
+  ASSERT_EQ(Run({"cable", folder, "-o", out}).status, 0);
+  ASSERT_EQ(Run({"analyse", trace, "-o", File("one"), "--launch", "1", "--receive", "0.5"}).status, 0);
+  EXPECT_TRUE(Load(out + "/K_1_1550_A.sor") == Load(File("one")));
+  EXPECT_NEAR(Json(Run({"show", File("one"), "--format", "json"}))["card"]["user_offset_km"].get<double>(),
+              1.0, 0.001);
+  ASSERT_EQ(Run({"cable", folder, "-o", out, "--resume", "--no-reels"}).status, 0);
+  ASSERT_EQ(Run({"analyse", trace, "-o", File("one")}).status, 0);
+  EXPECT_TRUE(Load(out + "/K_1_1550_A.sor") == Load(File("one"))) << "stored with other reels before";
+  std::filesystem::remove_all(out);
+}
+
+TEST_F(CableTest, PairsAreMadeOfAWholeJobAndWhatHasNoPartnerIsSaid) {
+  for (int fibre = 1; fibre <= 2; ++fibre) StoreFibre(fibre, fibre, "A"), StoreFibre(fibre, fibre, "B");
+  const auto linesOf = [](const Result& result) {
+    return std::count(result.out.begin(), result.out.end(), '\n');
+  };
+  // Results that lie inside the job are no part of it in the next run.
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(linesOf(Run({"analyse", "-r", folder, "-o", File("out"), "--format", "json"})), 4) << i;
+  std::filesystem::remove_all(File("out"));
+
+  const std::string made = folder + "-out", base = made + "/base";
+  ASSERT_EQ(Run({"baseline", "-r", folder, "-o", base, "--level", "main"}).status, 0);
+  const Result compared = Run({"compare", base, folder, "--format", "json"});
+  EXPECT_EQ(compared.status, 0) << compared.out << compared.err;
+  EXPECT_EQ(linesOf(compared), 4);
+  EXPECT_EQ(linesOf(Run({"compare", base + "/K_1_1550_A.sor", File("K_?_1550_A.sor"), "--format", "json"})),
+            2)
+      << "one baseline for several";
+  EXPECT_EQ(linesOf(Run({"merge", folder, "-o", made, "--format", "json", "--launch", "auto"})), 2);
+
+  std::filesystem::remove(File("K_2_1550_B.sor"));
+  const Result merged = Run({"merge", folder, "-o", made, "--format", "json", "--launch", "auto"});
+  EXPECT_EQ(merged.status, 3);
+  EXPECT_EQ(linesOf(merged), 1);
+  EXPECT_NE(merged.err.find("K_2_1550_A.sor: has no trace from the other end"), std::string::npos)
+      << merged.err;
+  std::filesystem::remove(base + "/K_1_1550_A.sor");
+  const Result lacking = Run({"compare", base, folder, "--format", "json"});
+  EXPECT_EQ(lacking.status, 3);
+  EXPECT_EQ(linesOf(lacking), 2);
+  EXPECT_NE(lacking.err.find("K_1_1550_A.sor: has no baseline"), std::string::npos) << lacking.err;
+  EXPECT_NE(lacking.err.find("base/K_2_1550_B.sor: has no current trace"), std::string::npos) << lacking.err;
+  std::filesystem::remove_all(made);
 }
 
 TEST_F(CableTest, FilesThatAreNotWhatTheySayAreSaid) {

@@ -113,6 +113,12 @@ TEST_F(ShowTest, AListedCurveIsImportedAndListedTheSame) {
   EXPECT_EQ(imported.err.find("standard input: warning: tells not how it was taken"), 9u) << imported.err;
   EXPECT_EQ(Run({"show", "--curve", File("b.sor")}).out, listed.out);
   EXPECT_EQ(Run({"analyse", File("b.sor")}).status, 0);
+  // Distances may count from a user's zero.
+  ASSERT_EQ(Run({"edit", File("b.sor"), "--set", "user-offset=1.5", "-o", File("u.sor")}).status, 0);
+  const std::string shifted = Run({"show", "--curve", File("u.sor")}).out;
+  EXPECT_NE(shifted, listed.out);
+  ASSERT_EQ(Run({"import", "-", "-o", File("v.sor"), "--user-offset", "1.5"}, shifted).status, 0);
+  EXPECT_EQ(Run({"show", "--curve", File("v.sor")}).out, shifted);
   // What is no curve leaves the output as it was.
   const std::string before = Load(File("b.sor"));
   const Result broken = Run({"import", Store("c.csv", listed.out + "x,y\n"), "-o", File("b.sor")});

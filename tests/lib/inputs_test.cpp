@@ -76,7 +76,7 @@ TEST_F(InputsTest, WhatHasNoEndOrNothingInItIsAProblemInItsPlace) {
   const Names found = Found(
       {folder + "/empty", folder + "/deep", "@" + one, "@" + folder + "/none", folder + "/q*", "@" + zero});
   ASSERT_EQ(found.size(), 6u);
-  EXPECT_EQ(found[0], "empty [holds no trace, no file that ends in .sor]");
+  EXPECT_EQ(found[0], "empty [holds no file that ends in .sor]");
   EXPECT_NE(found[1].find("[lies more than 64 folders deep]"), std::string::npos);
   EXPECT_EQ(found[2], "one [names itself, so that the list has no end]");
   EXPECT_EQ(found[3], "none [No such file or directory]");
