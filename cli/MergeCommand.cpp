@@ -31,32 +31,10 @@ struct MergeCommand {
   std::string format = "text";
 };
 
-// Each direction is analysed and cut to the link between its own reels, which need not be equally long.
-MergedLink MergeWithReels(const MergeCommand& options, Trace traceA, Trace traceB) {
-  const Reels reels = options.link.AskedReels();
-  AnalyseOptions analysis;
-  analysis.thresholds = options.merge.thresholds;
-  analysis.document = options.merge.document;
-  const EventTable a = Analyse(std::move(traceA), analysis), b = Analyse(std::move(traceB), analysis);
-  MergedLink link = MergeBetweenReels(a, b, reels, reels);
-  const LinkTable linkA = BetweenReels(a, reels), linkB = BetweenReels(b, reels);
-  for (const LinkTable* one : {&linkA, &linkB})
-    link.table.warnings.insert(link.table.warnings.end(), one->table.warnings.begin(),
-                               one->table.warnings.end());
-  link.table.recordA = linkA.table.record;
-  link.table.recordB = linkB.table.record;
-  return link;
-}
-
 FileResult MergePair(Session& session, const MergeCommand& options, size_t index) {
   const InputArguments& inputs = options.job.inputs;
   Trace a = session.Open(inputs.files[index].name), b = session.Open(options.others[index]);
-  MergedLink link;
-  if (options.link.launch.empty() && options.link.receive.empty()) {
-    link.table = Merge(std::move(a), std::move(b), options.merge);
-  } else {
-    link = MergeWithReels(options, std::move(a), std::move(b));
-  }
+  MergedLink link = MergeLink(std::move(a), std::move(b), options.link.AskedReels(), options.merge);
   if (options.limits) link.verdict = Judge(link, *options.limits);
   FileResult result;
   result.outputs = {link.table.recordA.To(inputs.places[index]),

@@ -419,4 +419,24 @@ MergedLink MergeBetweenReels(const EventTable& a, const EventTable& b, const Ree
   return link;
 }
 
+MergedLink MergeLink(Trace traceA, Trace traceB, const Reels& reels, const MergeOptions& options) {
+  MergedLink link;
+  if (!reels.launch && !reels.receive) {
+    link.table = Merge(std::move(traceA), std::move(traceB), options);
+    return link;
+  }
+  AnalyseOptions analysis;
+  analysis.thresholds = options.thresholds;
+  analysis.document = options.document;
+  const EventTable a = Analyse(std::move(traceA), analysis), b = Analyse(std::move(traceB), analysis);
+  link = MergeBetweenReels(a, b, reels, reels);
+  const LinkTable linkA = BetweenReels(a, reels), linkB = BetweenReels(b, reels);
+  for (const LinkTable* one : {&linkA, &linkB})
+    link.table.warnings.insert(link.table.warnings.end(), one->table.warnings.begin(),
+                               one->table.warnings.end());
+  link.table.recordA = linkA.table.record;
+  link.table.recordB = linkB.table.record;
+  return link;
+}
+
 }  // namespace reflyze

@@ -59,6 +59,9 @@ void NotByHand(const pybind11::class_<Held>& type) {
   };
 }
 
+// Warnings as pairs of file and text.
+pybind11::list WarningList(const std::vector<Warning>& warnings);
+
 void BindErrors();
 void BindTrace(pybind11::module_& module);
 void BindWork(pybind11::module_& module);

@@ -58,13 +58,6 @@ py::dict CardOf(const Trace& trace) {
   return fields;
 }
 
-py::list WarningList(const std::vector<Warning>& warnings) {
-  py::list list;
-  for (const Warning& warning : warnings)
-    list.append(py::make_tuple(FileText(warning.file), PlainText(warning.text)));
-  return list;
-}
-
 py::bytes FileOf(const Made& made, size_t index) {
   return py::bytes(*Unlocked([&] { return &made.File(index); }));
 }
@@ -92,6 +85,13 @@ Made FromParts(const std::map<std::string, std::string>& texts,
 }
 
 }  // namespace
+
+py::list WarningList(const std::vector<Warning>& warnings) {
+  py::list list;
+  for (const Warning& warning : warnings)
+    list.append(py::make_tuple(FileText(warning.file), PlainText(warning.text)));
+  return list;
+}
 
 void Made::Save(const std::vector<std::string>& names) const {
   std::vector<Output> outputs;

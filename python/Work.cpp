@@ -23,6 +23,21 @@ struct Asked {
   }
 };
 
+// A reel: whether there is one, and its length where it is known.
+using AskedReel = std::pair<bool, std::optional<double>>;
+
+// What a link is judged by, a document by its file or as the text of one, and its reels.
+struct AskedLink {
+  std::optional<std::string> file, text;
+  AskedReel launch, receive;
+
+  std::optional<Limits> Read() const {
+    if (text) return Limits::FromText("limits", *text);
+    return file ? std::optional<Limits>(Limits::FromFile(*file)) : std::nullopt;
+  }
+  Reels AskedReels() const { return {launch.first, receive.first, launch.second, receive.second}; }
+};
+
 template <class Table>
 std::map<std::string, std::string> TextsOf(const Table& table) {
   return {{"json", JsonOf(table)}, {"text", TextOf(table)}};
@@ -34,8 +49,15 @@ Made MadeOf(const EventTable& table) {
   return {std::move(texts), table.warnings, {table.record}};
 }
 
-Made AnalyseFor(const Trace& trace, const Asked& asked, std::optional<double> mostLossDb, bool endsOnly,
-                bool dropUnknown, bool explain) {
+Made MadeOf(const LinkTable& link) {
+  std::map<std::string, std::string> texts = TextsOf(link);
+  const Measurement measurement = link.table.measurement;
+  texts["csv"] = (link.verdict ? JudgedCsvHeader(measurement) : CsvHeader(measurement)) + CsvOf(link);
+  return {std::move(texts), link.table.warnings, {link.table.record}};
+}
+
+Made AnalyseFor(const Trace& trace, const Asked& asked, const AskedLink& asLink,
+                std::optional<double> mostLossDb, bool endsOnly, bool dropUnknown, bool explain) {
   return Unlocked([&] {
     AnalyseOptions options;
     options.thresholds = asked.Values();
@@ -44,7 +66,10 @@ Made AnalyseFor(const Trace& trace, const Asked& asked, std::optional<double> mo
     options.endsOnly = endsOnly;
     options.dropUnknown = dropUnknown;
     options.explain = explain;
-    return MadeOf(Analyse(trace, options));
+    const std::optional<Limits> limits = asLink.Read();
+    LinkTable link = BetweenReels(Analyse(trace, options), asLink.AskedReels());
+    if (limits) JudgeLink(link, *limits);
+    return MadeOf(link);
   });
 }
 
@@ -72,10 +97,12 @@ Made CompareFor(const Trace& baseline, const Trace& current, bool recheck) {
   });
 }
 
-Made MergeFor(const Trace& a, const Trace& b, const Asked& asked) {
+Made MergeFor(const Trace& a, const Trace& b, const Asked& asked, const AskedLink& asLink) {
   return Unlocked([&]() -> Made {
-    const MergedTable table = Merge(a, b, {asked.Values(), asked.Document()});
-    return {TextsOf(table), table.warnings, {table.recordA, table.recordB}};
+    const std::optional<Limits> limits = asLink.Read();
+    MergedLink link = MergeLink(a, b, asLink.AskedReels(), {asked.Values(), asked.Document()});
+    if (limits) link.verdict = Judge(link, *limits);
+    return {TextsOf(link), link.table.warnings, {link.table.recordA, link.table.recordB}};
   });
 }
 
@@ -95,12 +122,12 @@ Made SheetFor(const Trace& trace, bool measure) {
   });
 }
 
-Made MeasureFor(const Trace& trace, const std::string& kind, const std::vector<double>& placesKm) {
+Made MeasureFor(const Meter& meter, const std::string& kind, const std::vector<double>& placesKm) {
   for (const MeasureKind known : {MeasureKind::kAt, MeasureKind::kTwoPoint, MeasureKind::kLeastSquares,
                                   MeasureKind::kReturnLoss, MeasureKind::kEvent}) {
     if (kind != NameOf(known)) continue;
     return Unlocked([&]() -> Made {
-      const PlaceMeasure measure = Measure(trace, {known, placesKm});
+      const PlaceMeasure measure = meter.Measure({known, placesKm});
       return {TextsOf(measure), measure.warnings};
     });
   }
@@ -143,6 +170,71 @@ Made SimulateFor(const std::string& link, std::uint64_t seed, const std::string&
   });
 }
 
+// Whole jobs, and curves.
+
+using CableState = std::tuple<std::string, std::string, std::string>;  // file, its state or why there is none
+
+Made CableFor(const std::vector<CableState>& states, const AskedLink& asLink) {
+  return Unlocked([&]() -> Made {
+    std::vector<CableTrace> traces;
+    for (const auto& [file, state, problem] : states) {
+      traces.emplace_back();
+      if (problem.empty()) {
+        traces.back() = CableTraceFrom(state, file);
+      } else {
+        traces.back().file = file;
+        traces.back().problem = problem;
+      }
+    }
+    const CableReport report = MakeCable(traces, {asLink.AskedReels(), asLink.Read()});
+    std::map<std::string, std::string> texts = TextsOf(report);
+    texts["csv"] = CsvOf(report);
+    return {std::move(texts), {}};
+  });
+}
+
+py::tuple CableTraceFor(const Trace& trace, const Asked& asked) {
+  const CableTrace made = Unlocked([&] {
+    AnalyseOptions options;
+    options.thresholds = asked.Values();
+    options.document = asked.Document();
+    return AnalyseForCable(trace, options);
+  });
+  return py::make_tuple(py::bytes(StateOf(made)), WarningList(made.table.warnings));
+}
+
+py::list FilesFor(const std::vector<std::string>& names, bool folders) {
+  InputOptions options;
+  options.folders = folders;
+  py::list list;
+  for (const InputFile& file : Unlocked([&] { return FilesOf(names, options); }))
+    list.append(py::make_tuple(FileText(file.name), FileText(file.below), PlainText(file.problem)));
+  return list;
+}
+
+py::tuple ImportFor(const std::string& text, const std::array<std::optional<double>, 5>& numbers,
+                    const std::array<std::string, 3>& columns, const std::string& name,
+                    const std::string& source) {
+  ImportOptions options;
+  options.wavelengthNm = numbers[0];
+  options.pulseNs = numbers[1];
+  options.groupIndex = numbers[2];
+  options.userOffsetKm = numbers[3];
+  options.backscatterDb = numbers[4];
+  options.distanceColumn = columns[0];
+  options.levelColumn = columns[1];
+  options.unit = columns[2];
+  ImportedCurve curve = Unlocked([&] { return ImportCurve(text, options, name, source); });
+  return py::make_tuple(std::move(curve.trace), WarningList(curve.warnings));
+}
+
+void BindJobs(py::module_& module) {
+  module.def("cable_trace", CableTraceFor);
+  module.def("cable", CableFor);
+  module.def("files", FilesFor);
+  module.def("import_curve", ImportFor);
+}
+
 }  // namespace
 
 void BindWork(py::module_& module) {
@@ -150,6 +242,11 @@ void BindWork(py::module_& module) {
   module.def("asked", [](const std::array<std::optional<double>, 4>& thresholds,
                          const std::optional<std::string>& document, const std::string& section) {
     return Asked{thresholds, document, section};
+  });
+  NotByHand(py::class_<AskedLink>(module, "AskedLink", py::is_final()));
+  module.def("asked_link", [](const std::optional<std::string>& file, const std::optional<std::string>& text,
+                              const AskedReel& launch, const AskedReel& receive) {
+    return AskedLink{file, text, launch, receive};
   });
   module.def("analyse", AnalyseFor);
   module.def("stored_events", [](const Trace& trace, bool asStored) {
@@ -161,7 +258,11 @@ void BindWork(py::module_& module) {
   module.def("merge", MergeFor);
   module.def("quality", QualityFor);
   module.def("show", SheetFor);
-  module.def("measure", MeasureFor);
+  py::class_<Meter> meterType(module, "Meter", py::is_final());
+  NotByHand(meterType);
+  meterType.def("measure", MeasureFor);
+  module.def("meter", [](const Trace& trace) { return Unlocked([&] { return Meter(trace); }); });
+  BindJobs(module);
   module.def("edit", EditFor);
   module.def("meaning", [](const std::string& code, const std::string& technique) {
     const CodeMeaning meaning = MeaningOf(code, technique);

@@ -86,4 +86,8 @@ REFLYZE_API LinkVerdict Judge(const MergedLink& link, const Limits& limits);
 REFLYZE_API MergedLink MergeBetweenReels(const EventTable& a, const EventTable& b, const Reels& reelsA,
                                          const Reels& reelsB);
 
+// Brings two directions together: as Merge does, or, where a reel is asked for, both analysed and laid on the
+// fibre between their reels, with records that count from the first connector. Throws what both throw.
+REFLYZE_API MergedLink MergeLink(Trace a, Trace b, const Reels& reels, const MergeOptions& options = {});
+
 }  // namespace reflyze

@@ -10,19 +10,26 @@ from typing import Any, ClassVar, Dict, Optional, Tuple, Type, TypeVar
 from . import _core
 from ._trace import Note, Path, Trace, file_name, from_bytes
 from ._values import (
+    CableFibre,
+    CableFigures,
+    CableJoint,
+    CableTotals,
     ComparedEvent,
     EndInLastPercent,
     Event,
     FieldChange,
     FilterEvent,
+    Histogram,
     JudgedEvent,
     Launch,
     Level,
+    LinkVerdicts,
     MergedEvent,
     Reason,
     SheetCard,
     SheetEvent,
     SheetTotals,
+    Span,
     Stretch,
     Thresholds,
     TrueEvent,
@@ -126,6 +133,9 @@ class EventTable(Stored):
     fibre: bool  #: the trace shows one
     events: Tuple[Event, ...]
     why: Optional[Tuple[Reason, ...]] = None  #: in the order of the decisions; None unless asked for
+    span: Optional[Span] = None  #: between the reels; None unless there are some
+    verdict: Optional[str] = None  #: pass, warning, marginal, fail; None without limits
+    verdicts: Optional[LinkVerdicts] = None
 
     def to_csv(self) -> str:
         """The program's CSV, with its heading."""
@@ -198,6 +208,14 @@ class MergedTable(Result):
     pulse_ns: float
     length_km: float
     events: Tuple[MergedEvent, ...]
+    span_a: Optional[Span] = None  #: between the reels; None unless there are some
+    span_b: Optional[Span] = None
+    ends_apart_m: Optional[float] = None  #: length seen from A less that seen from B
+    loss_db: Optional[float] = None  #: of the link between its reels, mean of both
+    loss_sd_db: Optional[float] = None
+    orl_db: Optional[float] = None  #: the worse of both
+    verdict: Optional[str] = None  #: None without limits
+    verdicts: Optional[LinkVerdicts] = None
 
     @property
     def traces(self) -> Tuple[Trace, Trace]:
@@ -279,6 +297,38 @@ class PlaceMeasure(Result):
     def _about(self) -> str:
         places = ", ".join(f"{km:.4f}" for km in self.places_km)
         return f"measure {self.kind} of {self.file} at {places} km"
+
+
+@dataclass(frozen=True, repr=False, eq=False)
+class CableReport(Result):
+    """A cable, judged."""
+
+    cable: str
+    passing: int
+    failing: int
+    launch_reel_km: Optional[float]
+    receive_reel_km: Optional[float]
+    fibres: Tuple[CableFibre, ...]
+    joints: Tuple[CableJoint, ...]
+    length_km: CableFigures
+    wavelengths: Tuple[CableTotals, ...]
+    histogram: Histogram
+    findings: Tuple[str, ...]  #: of files: duplicates, doubts, what could not be used
+
+    def to_csv(self) -> str:
+        """The program's CSV, with its heading: a row a fibre and wavelength."""
+        return self._made.text("csv")
+
+    def to_frame(self) -> Any:
+        """The same rows as a pandas.DataFrame; needs pandas."""
+        import io
+
+        import pandas
+
+        return pandas.read_csv(io.StringIO(self.to_csv()), dtype={"fibre": str})
+
+    def _about(self) -> str:
+        return f"cable {self.cable}: {self.passing} fibres pass, {self.failing} fail"
 
 
 @dataclass(frozen=True, repr=False, eq=False)

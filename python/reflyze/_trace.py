@@ -4,7 +4,7 @@
 from __future__ import annotations
 
 import os
-from typing import TYPE_CHECKING, Any, Optional, Tuple, Union
+from typing import TYPE_CHECKING, Any, Mapping, Optional, Tuple, Union
 
 import numpy
 import numpy.typing
@@ -129,6 +129,9 @@ class Trace:
         ends_only: bool = False,
         drop_unknown: bool = False,
         explain: bool = False,
+        limits: Optional[Union[Path, Mapping[str, Any]]] = None,
+        launch: Union[float, str, None] = None,
+        receive: Union[float, str, None] = None,
     ) -> EventTable:
         """Finds the events; see `reflyze.analyse`."""
         from ._work import analyse
@@ -145,6 +148,9 @@ class Trace:
             ends_only=ends_only,
             drop_unknown=drop_unknown,
             explain=explain,
+            limits=limits,
+            launch=launch,
+            receive=receive,
         )
 
     def stored_events(self, *, as_stored: bool = False) -> EventTable:

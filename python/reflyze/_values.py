@@ -68,6 +68,46 @@ class Thresholds:
 
 
 @dataclass(frozen=True)
+class EventVerdict:
+    """What the numbers of an event are worth: pass, warning, marginal, fail; None without a limit or a number.
+
+    Events that can't be told apart are one group, and judged by the sum of their parts.
+    """
+
+    loss: Optional[str]
+    reflectance: Optional[str]
+    attenuation: Optional[str]  #: of the section before
+    group: Optional[int] = None  #: from 1
+    group_loss_db: Optional[float] = None
+    group_limit_db: Optional[float] = None
+
+
+@dataclass(frozen=True)
+class LinkVerdicts:
+    """What the numbers of a link are worth."""
+
+    length: Optional[str]
+    span_loss: Optional[str]
+    return_loss: Optional[str]
+    link_attenuation: Optional[str]
+    sentences: Tuple[str, ...]  #: what is no pass, along the fibre: number, limit, verdict
+
+
+@dataclass(frozen=True)
+class Span:
+    """The link between the reels, with both connectors."""
+
+    first_event: Optional[int]  #: number of its first connector
+    last_event: Optional[int]  #: number of its last connector
+    launch_reel_km: Optional[float]
+    receive_reel_km: Optional[float]
+    length_km: float
+    loss_db: Optional[float]
+    loss_sd_db: Optional[float]
+    orl_db: Optional[float]
+
+
+@dataclass(frozen=True)
 class ModuleAnswer:
     """What the search answered for an event before it was measured."""
 
@@ -104,6 +144,7 @@ class Event:
     markers: Tuple[int, ...]
     comment: str
     module: Optional[ModuleAnswer]  #: None for an event that only the measuring has found
+    verdict: Optional[EventVerdict]  #: None without limits
 
     def __repr__(self) -> str:
         loss = decibels(self.loss_db, self.loss_sd_db)
@@ -186,6 +227,7 @@ class MergedEvent:
     reflectance_a_db: Optional[float]
     reflectance_b_db: Optional[float]
     seen_from: str
+    verdict: Optional[EventVerdict] = None  #: None without limits
 
 
 @dataclass(frozen=True)
@@ -326,6 +368,85 @@ class SheetEvent:
     comment: Optional[str]
     measured: Optional[MeasuredBeside] = None
     difference: Optional[SheetDifference] = None
+
+
+@dataclass(frozen=True)
+class CableNumbers:
+    """A fibre at one wavelength."""
+
+    wavelength_nm: int
+    file_a: str  #: "" for none
+    file_b: str
+    length_km: Optional[float]  #: between the connectors
+    loss_db: Optional[float]  #: mean of both directions
+    orl_db: Optional[float]
+    worst_splice_db: Optional[float]
+    worst_connector_db: Optional[float]
+    events: int
+    verdict: Optional[str] = None  #: None without limits
+    sentences: Optional[Tuple[str, ...]] = None
+
+
+@dataclass(frozen=True)
+class CableFibre:
+    """A fibre of a cable."""
+
+    fibre: str
+    verdict: str
+    findings: Tuple[str, ...]  #: what is wrong beside its numbers
+    wavelengths: Tuple[CableNumbers, ...]
+
+
+@dataclass(frozen=True)
+class CableJoint:
+    """Joints at the same place through all fibres."""
+
+    distance_km: float
+    kind: str  #: splice, connector
+    fibres: int
+    mean_db: float
+    sd_db: float
+    largest_db: float
+    bad: Tuple[str, ...]  #: names of fibres
+    for_all: bool  #: the place is bad, and not a splice
+
+
+@dataclass(frozen=True)
+class CableFigures:
+    """A number over all fibres."""
+
+    count: int
+    least: Optional[float]
+    mean: Optional[float]
+    largest: Optional[float]
+    sd: Optional[float]
+
+
+@dataclass(frozen=True)
+class CableTotals:
+    """One wavelength of a cable."""
+
+    wavelength_nm: int
+    loss_db: CableFigures
+    orl_db: CableFigures
+    splice_db: CableFigures
+
+
+@dataclass(frozen=True)
+class Histogram:
+    """Splices by their loss: gains, then steps of `width_db`, the last one open."""
+
+    width_db: float
+    counts: Tuple[int, ...]
+
+
+@dataclass(frozen=True)
+class InputFile:
+    """One file of a job, or what could not be made one."""
+
+    name: str
+    below: str  #: its path below the folder that was named
+    problem: str  #: "" where there is a file
 
 
 @dataclass(frozen=True)

@@ -3,14 +3,21 @@
 
 from __future__ import annotations
 
+import io
 import json
 import numbers
-from typing import Any, Dict, Iterable, Mapping, Optional, Tuple, Union
+import os
+from concurrent.futures import ThreadPoolExecutor
+from dataclasses import dataclass
+from typing import Any, Dict, Iterable, List, Mapping, Optional, Tuple, Union
+
+import numpy
 
 from . import _core
-from ._errors import UsageError
+from ._errors import Error, UnreadableError, UsageError
 from ._results import (
     Baseline,
+    CableReport,
     Comparison,
     Edited,
     EventTable,
@@ -23,10 +30,12 @@ from ._results import (
     Stored,
     result,
 )
-from ._trace import Path, Trace, file_name, open, text
-from ._values import CodeMeaning
+from ._trace import Note, Path, Trace, file_name, open, text
+from ._values import CodeMeaning, InputFile
 
 Source = Union[Trace, Stored, Path]
+Limits = Union[Path, Mapping[str, Any]]  #: a document of limits, or its JSON as a dict
+Reel = Union[float, str, None]  #: km, "auto" or None
 
 
 def _trace(source: Source) -> Trace:
@@ -74,6 +83,20 @@ def _asked(
     )
 
 
+def _reel(name: str, value: Reel) -> Tuple[bool, Optional[float]]:
+    if isinstance(value, str):
+        if value != "auto":
+            raise UsageError(f"{name} is a length in km, or auto")
+        return True, None
+    return value is not None, _maybe(name, value)
+
+
+def _asked_link(limits: Optional[Limits], launch: Reel, receive: Reel) -> _core.AskedLink:
+    document = json.dumps(dict(limits)) if isinstance(limits, Mapping) else None
+    file = None if limits is None or isinstance(limits, Mapping) else file_name(limits)
+    return _core.asked_link(file, document, _reel("launch", launch), _reel("receive", receive))
+
+
 def analyse(
     trace: Source,
     *,
@@ -87,6 +110,9 @@ def analyse(
     ends_only: bool = False,
     drop_unknown: bool = False,
     explain: bool = False,
+    limits: Optional[Limits] = None,
+    launch: Reel = None,
+    receive: Reel = None,
 ) -> EventTable:
     """Finds the events of a trace.
 
@@ -94,11 +120,15 @@ def analyse(
     from the trace. `most_loss_db` bounds the loss threshold wherever it comes from. `ends_only` keeps the
     first and the last event; `drop_unknown` stores no blocks that nobody here knows;
     `explain` tells in `why` how each event was decided.
+
+    `limits` judges: a document of limits by its file, or as a dict of its JSON. `launch` and `receive` are the reels at
+    the ends, in km or "auto"; the link then counts from its first connector.
     """
     taken = _trace(trace)
     asked = _asked(loss_db, reflectance_db, end_db, slope_db_per_km, thresholds, section)
     bound = _maybe("most_loss_db", most_loss_db)
-    made = _core.analyse(taken._held, asked, bound, bool(ends_only), bool(drop_unknown), bool(explain))
+    link = _asked_link(limits, launch, receive)
+    made = _core.analyse(taken._held, asked, link, bound, bool(ends_only), bool(drop_unknown), bool(explain))
     return result(EventTable, made, taken._encoding)
 
 
@@ -150,11 +180,19 @@ def merge(
     slope_db_per_km: Optional[float] = None,
     thresholds: Optional[Path] = None,
     section: str = "NON",
+    limits: Optional[Limits] = None,
+    launch: Reel = None,
+    receive: Reel = None,
 ) -> MergedTable:
-    """Brings the events of both directions of a fibre together; with thresholds, both are analysed first."""
+    """Brings the events of both directions of a fibre together; with thresholds, both are analysed first.
+
+    With `launch` or `receive`, in km or "auto", both are analysed, cut to the link between their own reels, and laid on
+    each other. `limits` judges, as for `analyse`.
+    """
     one, other = _trace(a), _trace(b)
     asked = _asked(loss_db, reflectance_db, end_db, slope_db_per_km, thresholds, section)
-    return result(MergedTable, _core.merge(one._held, other._held, asked), one._encoding)
+    link = _asked_link(limits, launch, receive)
+    return result(MergedTable, _core.merge(one._held, other._held, asked, link), one._encoding)
 
 
 def quality(trace: Source, *, long_pulse: Optional[Source] = None, last_percent: int = 10) -> QualityTable:
@@ -183,6 +221,47 @@ def meaning_of(code: str, technique: str = "") -> CodeMeaning:
     return CodeMeaning(*_core.meaning(text("code", code), text("technique", technique)))
 
 
+def _places(
+    at: Optional[float],
+    from_km: Optional[float],
+    to_km: Optional[float],
+    event: Optional[Iterable[float]],
+    kind: str,
+) -> Tuple[str, List[float]]:
+    stretch = from_km is not None or to_km is not None
+    if (at is not None) + stretch + (event is not None) != 1:
+        raise UsageError("what to measure is told by at, by from_km and to_km, or by event")
+    if at is not None:
+        return "at", [_number("at", at)]
+    if event is not None:
+        return "event", [_number("event", km) for km in event]
+    return text("kind", kind), [_number("from_km", from_km), _number("to_km", to_km)]
+
+
+class Meter:
+    """A trace made ready to be measured at many places: it is analysed once. Threads may share it."""
+
+    __slots__ = ("_held", "_encoding")
+
+    def __init__(self, trace: Source) -> None:
+        taken = _trace(trace)
+        self._held = _core.meter(taken._held)
+        self._encoding = taken._encoding
+
+    def measure(
+        self,
+        *,
+        at: Optional[float] = None,
+        from_km: Optional[float] = None,
+        to_km: Optional[float] = None,
+        event: Optional[Iterable[float]] = None,
+        kind: str = "two-point",
+    ) -> PlaceMeasure:
+        """As the function `measure`."""
+        asked, places = _places(at, from_km, to_km, event, kind)
+        return result(PlaceMeasure, self._held.measure(asked, places), self._encoding)
+
+
 def measure(
     trace: Source,
     *,
@@ -196,19 +275,121 @@ def measure(
 
     `at` gives the level there, and the reflectance of a peak. Between `from_km` and `to_km` it is of the `kind`
     "two-point", "least-squares" or "return-loss". `event` has four places a, A, B, b, and the event stands between
-    A and B.
+    A and B. For many numbers of one trace, see `Meter`.
     """
-    stretch = from_km is not None or to_km is not None
-    if (at is not None) + stretch + (event is not None) != 1:
-        raise UsageError("what to measure is told by at, by from_km and to_km, or by event")
-    if at is not None:
-        asked, places = "at", [_number("at", at)]
-    elif event is not None:
-        asked, places = "event", [_number("event", km) for km in event]
+    _places(at, from_km, to_km, event, kind)
+    return Meter(trace).measure(at=at, from_km=from_km, to_km=to_km, event=event, kind=kind)
+
+
+def files(names: Union[Path, Iterable[Path]], *, folders: bool = False) -> Tuple[InputFile, ...]:
+    """The files that names stand for: themselves, lists (`@FILE`), patterns and, with `folders`, folders of traces.
+
+    In natural order, `_2` before `_10`. What leads nowhere has a `problem`.
+    """
+    given = [names] if isinstance(names, (str, os.PathLike)) else list(names)
+    return tuple(InputFile(*found) for found in _core.files([file_name(name) for name in given], bool(folders)))
+
+
+def cable(
+    traces: Union[Source, Iterable[Source]],
+    *,
+    loss_db: Optional[float] = None,
+    reflectance_db: Optional[float] = None,
+    end_db: Optional[float] = None,
+    slope_db_per_km: Optional[float] = None,
+    thresholds: Optional[Path] = None,
+    section: str = "NON",
+    limits: Optional[Limits] = None,
+    launch: Reel = "auto",
+    receive: Reel = "auto",
+    jobs: Optional[int] = None,
+) -> CableReport:
+    """Judges a whole cable: which traces are one fibre, a row a fibre, and the summary.
+
+    Folders stand for the traces in them. A trace that can't be read is among the `findings`. `jobs` traces are
+    analysed at once, as many as there are cores without it.
+    """
+    asked = _asked(loss_db, reflectance_db, end_db, slope_db_per_km, thresholds, section)
+    link = _asked_link(limits, launch, receive)
+    given: Any = [traces] if isinstance(traces, (Trace, Stored, str, os.PathLike)) else list(traces)
+    sources: List[Tuple[str, Any]] = []
+    for source in given:
+        if isinstance(source, (Trace, Stored)):
+            sources.append((_trace(source).name, source))
+            continue
+        for file in files(source, folders=True):
+            broken = Error(file.problem, file.name) if file.problem else None
+            sources.append((file.name, broken or file.name))
+    notes: List[Note] = []
+
+    def state(source: Any) -> Tuple[bytes, str, List[Tuple[str, str]]]:
+        try:
+            if isinstance(source, Error):
+                raise source
+            made, warnings = _core.cable_trace(_trace(source)._held, asked)
+            return made, "", warnings
+        except Error as error:
+            return b"", str(error), []
+
+    states = []
+    with ThreadPoolExecutor(jobs or os.cpu_count()) as threads:
+        for (name, _), (made, problem, warnings) in zip(sources, threads.map(state, [one for _, one in sources])):
+            states.append((os.fsencode(name), made, problem))
+            notes += [Note(words, file) for file, words in warnings]
+    report = result(CableReport, _core.cable(states, link), "auto")
+    object.__setattr__(report, "warnings", tuple(notes))
+    return report
+
+
+@dataclass(frozen=True)
+class ImportedCurve:
+    """A curve as a trace."""
+
+    trace: Trace
+    warnings: Tuple[Note, ...]  #: what was assumed, and levels that were changed
+
+
+def import_curve(
+    source: Union[Path, Tuple[Iterable[float], Iterable[float]]],
+    *,
+    wavelength_nm: Optional[float] = None,
+    pulse_ns: Optional[float] = None,
+    group_index: Optional[float] = None,
+    user_offset_km: Optional[float] = None,
+    backscatter_db: Optional[float] = None,
+    distance: str = "",
+    level: str = "",
+    unit: str = "",
+    name: Path = "imported",
+) -> ImportedCurve:
+    """Makes a trace of a curve: a CSV file, or a pair of arrays, distances in km and levels in dB.
+
+    What is not given is assumed, and a warning names it. `distance` and `level` name columns, or number them from 1;
+    `unit` is that of the distances. Distances count from `user_offset_km` behind the launch.
+    """
+    if isinstance(source, (str, os.PathLike)):
+        shown = file_name(source)
+        try:
+            with io.open(source, "rb") as file:
+                words = file.read()
+        except OSError as error:
+            raise UnreadableError(error.strerror or "cannot be read", os.fspath(source)) from error
     else:
-        asked, places = text("kind", kind), [_number("from_km", from_km), _number("to_km", to_km)]
-    taken = _trace(trace)
-    return result(PlaceMeasure, _core.measure(taken._held, asked, places), taken._encoding)
+        places, levels = (numpy.asarray(column, dtype=float) for column in source)
+        if places.ndim != 1 or places.shape != levels.shape:
+            raise UsageError("distances and levels are two arrays of one length")
+        rows = "".join(f"{km!r},{db!r}\n" for km, db in zip(places.tolist(), levels.tolist()))
+        words, shown = ("distance_km,level_db\n" + rows).encode(), b"curve"
+    asked = (
+        _maybe("wavelength_nm", wavelength_nm),
+        _maybe("pulse_ns", pulse_ns),
+        _maybe("group_index", group_index),
+        _maybe("user_offset_km", user_offset_km),
+        _maybe("backscatter_db", backscatter_db),
+    )
+    columns = (text("distance", distance), text("level", level), text("unit", unit))
+    held, warnings = _core.import_curve(words, asked, columns, file_name(name), shown)
+    return ImportedCurve(Trace(held), tuple(Note(told, file) for file, told in warnings))
 
 
 def edit(trace: Source, fields: Mapping[str, object]) -> Edited:

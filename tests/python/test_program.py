@@ -168,6 +168,60 @@ def test_two_directions_and_simulations(tmp_path: pathlib.Path) -> None:
         assert pathlib.Path(mine_truth).read_bytes() == pathlib.Path(truth).read_bytes()
 
 
+def test_links_and_cables(tmp_path: pathlib.Path) -> None:
+    sections = [{"length_km": km, "attenuation_db_per_km": 0.2} for km in (1.0, 4.0, 3.0, 0.5)]
+    joints = [{"loss_db": 0.3, "reflectance_db": -50}, {"loss_db": 0.1}, {"loss_db": 0.3, "reflectance_db": -50}]
+    names = []
+    for number, (fibre, direction) in enumerate((f, d) for f in "12" for d in "AB"):
+        link = {"range_km": 12, "points": 16000, "pulse_ns": 100, "sections": sections, "joints": joints}
+        names += written(tmp_path, [f"K_{fibre}_1550_{direction}.sor"])
+        reflyze.simulate(link, seed=number).save(names[-1])
+    limits = str(ROOT / "examples/limits/carrier.ini")
+    out = written(tmp_path, ["a", "b"])
+    reels = ["--launch", "auto", "--receive", "0.5", "--limits", limits]
+    table = check(lambda: reflyze.analyse(names[0], launch="auto", receive=0.5, limits=limits),
+                  "analyse", names[0], *reels, "-o", out[0], good=5)  # fmt: skip
+    assert isinstance(table, reflyze.EventTable) and table.span is not None and table.events[1].verdict is not None
+    assert bytes(table) == pathlib.Path(out[0]).read_bytes()
+    assert table.to_csv() == program("analyse", names[0], *reels, "--format", "csv").out
+    merged = check(lambda: reflyze.merge(names[0], names[1], launch="auto", receive=0.5, limits=limits),
+                   "merge", *names[:2], "-o", *out, *reels, good=5)  # fmt: skip
+    assert isinstance(merged, reflyze.MergedTable) and merged.verdicts is not None
+    assert [bytes(trace) for trace in merged.traces] == [pathlib.Path(name).read_bytes() for name in out]
+    judged = check(lambda: reflyze.cable(tmp_path / "K_*.sor", limits=limits),
+                   "cable", str(tmp_path / "K_*.sor"), "--limits", limits, good=5)  # fmt: skip
+    assert isinstance(judged, reflyze.CableReport) and len(judged.fibres) == 2
+    assert judged.to_csv() == program("cable", *names, "--limits", limits, "--format", "csv").out
+    dict_limits = {"name": "mine", "one_way": {"span_loss_db": 0.1}}
+    assert reflyze.analyse(names[0], limits=dict_limits).verdict == "fail"
+    (tmp_path / "K_3_1550_A.sor").write_text("none")
+    assert any("K_3_1550_A.sor" in finding for finding in reflyze.cable(tmp_path).findings)
+    found = reflyze.files(tmp_path, folders=True)
+    assert [pathlib.Path(file.name).name for file in found[:2]] == ["K_1_1550_A.sor", "K_1_1550_B.sor"]
+    assert reflyze.files("none*.sor")[0].problem == "no file has such a name"
+
+
+def test_curves_come_back_and_meters_measure_the_same(tmp_path: pathlib.Path) -> None:
+    listed, stored = written(tmp_path, ["metro.csv", "metro.sor"])
+    pathlib.Path(listed).write_text(program("show", "--curve", METRO).out)
+    ran = program("import", listed, "-o", stored, "--pulse", "300")
+    curve = reflyze.import_curve(listed, pulse_ns=300, name=stored)
+    assert bytes(curve.trace) == pathlib.Path(stored).read_bytes()
+    assert [f"reflyze: {note.file}: warning: {note}" for note in curve.warnings] == ran.error.splitlines()
+    trace = reflyze.open(METRO)
+    again = reflyze.import_curve((trace.distance_km, trace.levels_db)).trace
+    assert abs(again.levels_db - trace.levels_db).max() < 0.00051
+    assert abs(again.distance_km - trace.distance_km).max() < 1.1e-6
+    with pytest.raises(reflyze.UsageError):
+        reflyze.import_curve((trace.distance_km, trace.levels_db[1:]))
+    with pytest.raises(reflyze.UnreadableError):
+        reflyze.import_curve(listed + "none")
+    meter = reflyze.Meter(METRO)
+    check(lambda: meter.measure(at=1.0), "measure", METRO, "--at", "1.0")
+    check(lambda: meter.measure(from_km=1.2, to_km=7.4, kind="least-squares"),
+          "measure", METRO, "--from", "1.2", "--to", "7.4", "--lsa")  # fmt: skip
+
+
 def test_file_with_several_traces(tmp_path: pathlib.Path) -> None:
     (file,) = written(tmp_path, ["two.sor"])
     pathlib.Path(file).write_bytes(two_traces(pathlib.Path(METRO).read_bytes()))
