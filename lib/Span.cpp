@@ -273,42 +273,78 @@ std::vector<size_t> EventsOf(const EventTable& table, const Span& span) {
   return indices;
 }
 
+// A row of the fibre, and which events of the two tables it has.
+struct PairedRow {
+  MergedEvent event;
+  std::optional<size_t> a, b;
+};
+
+// Between two rows that a direction has as neighbours lies one section of it. B counts from the other end:
+// the section before a row is behind the same event there.
+void TakeSections(const EventTable& a, const EventTable& b, std::vector<PairedRow>& rows) {
+  for (size_t i = 1; i < rows.size(); ++i) {
+    const PairedRow &before = rows[i - 1], &row = rows[i];
+    const Event* one = row.a && before.a && *row.a == *before.a + 1 ? &a.events[*row.a] : nullptr;
+    const Event* other = row.b && before.b && *before.b == *row.b + 1 ? &b.events[*before.b] : nullptr;
+    if (one != nullptr && !one->attenuationDbPerKm) one = nullptr;
+    if (other != nullptr && !other->attenuationDbPerKm) other = nullptr;
+    if (one == nullptr) std::swap(one, other);
+    if (one == nullptr) continue;
+    MergedEvent& told = rows[i].event;
+    told.attenuationDbPerKm = one->attenuationDbPerKm;
+    told.attenuationSdDbPerKm = one->attenuationSdDbPerKm;
+    if (other == nullptr) continue;
+    told.attenuationDbPerKm =
+        NearestDecimal((*one->attenuationDbPerKm + *other->attenuationDbPerKm) / 2.0, kSteps);
+    told.attenuationSdDbPerKm.reset();
+    if (one->attenuationSdDbPerKm && other->attenuationSdDbPerKm)
+      told.attenuationSdDbPerKm = NearestDecimal(
+          RootOfSquares(*one->attenuationSdDbPerKm, *other->attenuationSdDbPerKm) / 2.0, kSteps);
+  }
+}
+
 // The rows of two directions, from the first connector of A. Both ends pair whatever their distance.
 std::vector<MergedEvent> PairedRows(const EventTable& a, const Span& spanA, const EventTable& b,
                                     const Span& spanB) {
   const double launchA = LaunchPlace(a) + spanA.fromKm, launchB = LaunchPlace(b) + spanB.fromKm;
   const double length = spanA.lengthKm, scale = spanB.lengthKm > 0.0 ? length / spanB.lengthKm : 1.0;
   std::vector<size_t> indicesB = EventsOf(b, spanB);
-  std::vector<MergedEvent> rows;
+  std::vector<PairedRow> rows;
   const auto placeB = [&](size_t k) { return length - (b.events[k].distanceKm - launchB) * scale; };
   for (const size_t i : EventsOf(a, spanA)) {
-    MergedEvent row;
-    row.distanceKm = NearestDecimal(a.events[i].distanceKm - launchA, 1e9);
-    row.a = DirectionOf(a.events[i], IsJoint(a, i));
+    PairedRow row;
+    row.a = i;
+    row.event.distanceKm = NearestDecimal(a.events[i].distanceKm - launchA, 1e9);
+    row.event.a = DirectionOf(a.events[i], IsJoint(a, i));
     auto best = indicesB.end();
     for (auto k = indicesB.begin(); k != indicesB.end(); ++k) {
-      const double away = std::fabs(placeB(*k) - row.distanceKm);
+      const double away = std::fabs(placeB(*k) - row.event.distanceKm);
       if (away <= NearKm(a, a.events[i], b.events[*k]) &&
-          (best == indicesB.end() || away < std::fabs(placeB(*best) - row.distanceKm)))
+          (best == indicesB.end() || away < std::fabs(placeB(*best) - row.event.distanceKm)))
         best = k;
     }
     if (best != indicesB.end()) {
-      row.b = DirectionOf(b.events[*best], IsJoint(b, *best));
+      row.b = *best;
+      row.event.b = DirectionOf(b.events[*best], IsJoint(b, *best));
       indicesB.erase(best);
     }
-    TakeMean(row);
+    TakeMean(row.event);
     rows.push_back(row);
   }
   for (const size_t k : indicesB) {
-    MergedEvent row;
-    row.distanceKm = NearestDecimal(placeB(k), 1e9);
-    row.b = DirectionOf(b.events[k], IsJoint(b, k));
+    PairedRow row;
+    row.b = k;
+    row.event.distanceKm = NearestDecimal(placeB(k), 1e9);
+    row.event.b = DirectionOf(b.events[k], IsJoint(b, k));
     rows.push_back(row);
   }
-  std::stable_sort(rows.begin(), rows.end(), [](const MergedEvent& one, const MergedEvent& other) {
-    return one.distanceKm < other.distanceKm;
+  std::stable_sort(rows.begin(), rows.end(), [](const PairedRow& one, const PairedRow& other) {
+    return one.event.distanceKm < other.event.distanceKm;
   });
-  return rows;
+  TakeSections(a, b, rows);
+  std::vector<MergedEvent> events;
+  for (PairedRow& row : rows) events.push_back(std::move(row.event));
+  return events;
 }
 
 // The length on which most of several agree: the one with the most others near to it.

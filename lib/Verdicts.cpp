@@ -223,6 +223,8 @@ LinkVerdict Judge(const MergedLink& link, const Limits& limits) {
     const DirectionOfEvent& alone = row.a.lossDb ? row.a : row.b;
     joint.lossDb = row.meanLossDb ? row.meanLossDb : alone.lossDb;
     joint.lossSdDb = row.meanLossDb ? row.meanLossSdDb : alone.lossSdDb;
+    joint.attenuation = row.attenuationDbPerKm;
+    joint.attenuationSd = row.attenuationSdDbPerKm;
     joint.reflectanceDb = row.a.reflectanceDb;
     if (row.b.reflectanceDb && (!joint.reflectanceDb || *row.b.reflectanceDb > *joint.reflectanceDb))
       joint.reflectanceDb = row.b.reflectanceDb;

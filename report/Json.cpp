@@ -245,6 +245,10 @@ std::string JsonOf(const MergedTable& table) { return JsonText(JsonObjectOf(tabl
 std::string JsonOf(const MergedLink& link) {
   Json json = JsonObjectOf(link.table);
   if (link.spanA && link.spanB) {
+    for (size_t i = 0; i < link.table.rows.size(); ++i) {
+      json["events"][i]["attenuation_db_per_km"] = NumberOrNull(link.table.rows[i].attenuationDbPerKm);
+      json["events"][i]["attenuation_sd_db_per_km"] = NumberOrNull(link.table.rows[i].attenuationSdDbPerKm);
+    }
     json["span_a"] = JsonOf(*link.spanA);
     json["span_b"] = JsonOf(*link.spanB);
     json["ends_apart_m"] = NumberOrNull(link.endsApartM);

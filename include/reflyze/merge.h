@@ -25,6 +25,9 @@ struct MergedEvent {
   DirectionOfEvent a, b;               // from the first end, and from the other
   std::optional<double> meanLossDb;    // dB, of both directions
   std::optional<double> meanLossSdDb;  // its standard deviation, dB; none unless both were measured
+  std::optional<double>
+      attenuationDbPerKm;  // of the section before it, mean of both directions, else of the one that has it
+  std::optional<double> attenuationSdDbPerKm;  // its standard deviation, dB/km
 };
 
 // Two directions of one fibre in one table.

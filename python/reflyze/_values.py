@@ -227,6 +227,8 @@ class MergedEvent:
     reflectance_a_db: Optional[float]
     reflectance_b_db: Optional[float]
     seen_from: str
+    attenuation_db_per_km: Optional[float] = None  #: of the section before; None unless there are reels
+    attenuation_sd_db_per_km: Optional[float] = None
     verdict: Optional[EventVerdict] = None  #: None without limits
 
 

@@ -67,6 +67,14 @@ TEST_F(LinkTest, MergeLaysTwoDirectionsOnTheFibreBetweenUnequalReels) {
   EXPECT_NEAR(json["ends_apart_m"].get<double>(), 0.0, 0.5);
   EXPECT_NEAR(json["loss_db"].get<double>(), 7 * 0.2 + 0.6, 0.005);
   EXPECT_NEAR(json["events"][2]["loss_db"].get<double>(), 0.2, 0.005);
+  EXPECT_NEAR(json["events"][1]["attenuation_db_per_km"].get<double>(), 0.2, 0.0005);
+  EXPECT_TRUE(json["events"][0]["attenuation_db_per_km"].is_null()) << "the section of the reel";
+  const Result steep =
+      Run({"merge", a, b, "-o", File("ao.sor"), File("bo.sor"), "--launch", "auto", "--receive", "auto",
+           "--limits", Store("s.ini", "[one way]\nattenuation_db_per_km@1550 = 0.19\n")});
+  EXPECT_EQ(steep.status, 5);
+  EXPECT_NE(steep.out.find("event 2: section 0.200 dB/km, limit 0.190: fail"), std::string::npos)
+      << steep.out;
   const std::string limits = Store("l.ini", "[mean of two]\nconnector_db = 0.25\n");
   EXPECT_EQ(Run({"merge", a, b, "-o", File("ao.sor"), File("bo.sor"), "--launch", "1", "--receive", "auto",
                  "--limits", limits})
