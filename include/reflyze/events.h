@@ -150,4 +150,17 @@ REFLYZE_API EventTable Analyse(Trace trace, const AnalyseOptions& options = {});
 // The events that stand in the file. They are told as they are.
 REFLYZE_API EventTable StoredEvents(Trace trace, Numbers numbers = Numbers::kMeasured);
 
+// The straight line of a section, as its attenuation was measured: ends on the trace, and the levels of the
+// line there.
+struct SectionLine {
+  double fromKm = 0.0, toKm = 0.0;  // stretch that the attenuation was measured on, km from the user's zero
+  double fromDb = 0.0, toDb = 0.0;  // level of the line at both ends, dB, 5 log10 of power
+};
+
+// The line of the section in front of each event, for a picture of how well a table fits its trace. The slope
+// is that of the table; the level is fitted by least squares to the power of the points between the section's
+// markers, since levels in dB bend where noise begins. None where the section was not measured.
+REFLYZE_API std::vector<std::optional<SectionLine>> SectionLinesOf(const Trace& trace,
+                                                                   const EventTable& table);
+
 }  // namespace reflyze

@@ -156,6 +156,39 @@ TEST(Library, WatchesAFibre) {
   refused([](Monitoring& m) { m.settings = {{"AutoLT", -0.1}}; }, "AutoLT: -0.1");
 }
 
+// A picture of the fit: each line has the slope of its section and runs through the middle of its points,
+// with a user offset too.
+TEST(Library, SectionLinesLieOnTheirTrace) {
+  std::size_t seen = 0;
+  for (const char* name : {"metro-40km.sor", "access-2km.sor", "current-40km.sor"}) {
+    const Trace trace = Trace::Open(Example(name));
+    const EventTable table = Analyse(trace);
+    const auto lines = SectionLinesOf(trace, table);
+    ASSERT_EQ(lines.size(), table.events.size());
+    EXPECT_FALSE(lines[0]) << "in front of the launch there is no fibre";
+    for (std::size_t i = 1; i < lines.size(); ++i) {
+      ASSERT_EQ(lines[i].has_value(), table.events[i].attenuationDbPerKm.has_value()) << name << i;
+      if (!lines[i]) continue;
+      const SectionLine& line = *lines[i];
+      EXPECT_GE(line.fromKm, table.events[i - 1].distanceKm) << name << i;
+      EXPECT_LE(line.toKm, table.events[i].distanceKm + 0.002) << name << i;
+      EXPECT_NEAR((line.fromDb - line.toDb) / (line.toKm - line.fromKm), *table.events[i].attenuationDbPerKm,
+                  1e-9);
+      double sum = 0.0, count = 0.0;
+      for (std::size_t j = 0; j < trace.DistancesKm().size(); ++j) {
+        const double km = trace.DistancesKm()[j];
+        if (km < line.fromKm || km > line.toKm) continue;
+        sum += trace.LevelsDb()[j] - line.fromDb + (km - line.fromKm) * *table.events[i].attenuationDbPerKm;
+        ++count;
+      }
+      ASSERT_GT(count, 10.0);
+      EXPECT_NEAR(sum / count, 0.0, 0.01) << name << i;
+      ++seen;
+    }
+  }
+  EXPECT_GE(seen, 12u);
+}
+
 TEST(Library, SimulatesMergesJudgesAndFilters) {
   const std::string link = LinkText("links/metro-40km.json");
   const Simulation one = Simulate(link, 3, "one.sor");
