@@ -24,11 +24,12 @@ void AddCableCommand(CLI::App& app, Session& session);
 void AddQualityCommand(CLI::App& app, Session& session);
 void AddSimulateCommand(CLI::App& app, Session& session);
 void AddImportCommand(CLI::App& app, Session& session);
+void AddViewCommand(CLI::App& app, Session& session);
 
 constexpr void (*kCommands[])(CLI::App&, Session&) = {
     AddAnalyseCommand, AddShowCommand,    AddMeasureCommand,  AddDumpCommand,    AddCopyCommand,
     AddEditCommand,    AddFilterCommand,  AddBaselineCommand, AddCompareCommand, AddMergeCommand,
-    AddCableCommand,   AddQualityCommand, AddSimulateCommand, AddImportCommand};
+    AddCableCommand,   AddQualityCommand, AddSimulateCommand, AddImportCommand,  AddViewCommand};
 
 // Adds all commands, and the options that each of them takes.
 void DescribeProgram(CLI::App& app, Session& session);

@@ -22,8 +22,8 @@ Desk& TheDesk() {
 }
 
 std::string Failure(const std::string& sentence) {
-  const nlohmann::json json = {{"error", sentence}};
-  return json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+  const nlohmann::ordered_json json = {{"error", sentence}};
+  return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
 const char* Answering(const std::function<std::string()>& work) {

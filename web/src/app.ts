@@ -6,7 +6,7 @@ import { cardPane } from './card';
 import { levelAt } from './curve';
 import { byId, el } from './dom';
 import { Engine } from './engine';
-import { chosen, dropped, enclosed, Given } from './files';
+import { chosen, dropped, Given } from './files';
 import { Hands } from './hands';
 import { List } from './list';
 import { applyTheme, Theme } from './look';
@@ -25,6 +25,7 @@ import { bringIntoView, fitted, whole } from './views';
 export interface Surroundings {
   makeWorker(): Worker;
   wasm: Promise<ArrayBuffer>;
+  offered(): Promise<Given[]>; // traces that come with the page
 }
 
 const KEYS: [string, string][] = [
@@ -36,6 +37,7 @@ const KEYS: [string, string][] = [
   ['1', 'the whole trace as it was taken'],
   ['+ and −', 'zoom in and out at the chosen event'],
   ['Arrows', 'step from event to event'],
+  ['e', 'the chosen event large, with its levels'],
   ['Shift + left, right', 'move along the fibre'],
   ['Shift + up, down', 'zoom dB'],
   ['m', 'markers a, A, B, b; arrows move the one with the focus'],
@@ -80,19 +82,23 @@ class Page {
     this.buttons();
     this.takeFiles();
     this.readout();
-    void this.begin(around.wasm);
+    void this.begin(around);
   }
 
-  private async begin(wasm: Promise<ArrayBuffer>): Promise<void> {
+  private async begin(around: Surroundings): Promise<void> {
     try {
-      await wasm;
+      await around.wasm;
       await this.engine.ready;
     } catch {
       this.tell('The engine could not be started: open this page from a web server, or take reflyze.html.', true);
       return;
     }
     document.documentElement.dataset.ready = 'yes';
-    await this.open(enclosed(byId('reflyze-traces').textContent || '[]'));
+    try {
+      await this.open(await around.offered());
+    } catch {
+      this.tell('The traces that were to be shown are not there.', true);
+    }
   }
 
   private async open(files: Given[]): Promise<void> {
@@ -154,6 +160,7 @@ class Page {
     on('smaller', () => hands.zoom(1 / 0.6));
     on('previous', () => hands.go(-1));
     on('next', () => hands.go(1));
+    on('close', () => hands.close());
     on('lines', () => {
       model.showLines = !model.showLines;
       model.changed('view');

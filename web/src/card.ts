@@ -35,11 +35,17 @@ const ROWS: [string, string, string][] = [
   ['noise_floor_db', 'Noise floor', 'dB'],
 ];
 
+// Codes of the standard, in words.
+const WORDS: Record<string, Record<string, string>> = {
+  direction: { ST: 'from the first place', RT: 'from the second place', DT: 'difference of two', RF: 'reference' },
+};
+
 export function cardOf(sheet: Values): Values {
   return (sheet.card as Values | undefined) ?? sheet;
 }
 
 function textOf(key: string, value: unknown, unit: string): string {
+  if (typeof value === 'string' && WORDS[key]?.[value]) return WORDS[key][value];
   if (typeof value === 'string') return key === 'date_local' ? value.replace('T', ' ') : value.trim();
   if (typeof value !== 'number' || (value === 0 && key !== 'user_offset_km')) return '';
   const digits = key === 'group_index' ? value.toFixed(5) : String(Math.round(value * 10000) / 10000);

@@ -4,7 +4,7 @@
 import { el } from './dom';
 import type { Model } from './model';
 import type { Plot } from './plot';
-import { bounded, bringIntoView, fitted, pan, step, whole, zoomDb, zoomKm } from './views';
+import { bounded, bringIntoView, closeUp, fitted, pan, step, whole, zoomDb, zoomKm } from './views';
 import { eventKm, tableOf } from './traces';
 
 const WHEEL = 0.0016; // of a factor's logarithm, for each unit that the wheel turns
@@ -170,6 +170,14 @@ export class Hands {
     if (trace && event) bringIntoView(this.model, eventKm(trace, event));
   }
 
+  // The chosen event large.
+  close(): void {
+    const trace = this.model.currentTrace;
+    const table = trace && tableOf(trace);
+    const event = table?.events[this.model.selected];
+    if (trace && table && event) this.model.setView(closeUp(this.model, eventKm(trace, event), table.pulse_ns));
+  }
+
   private key(event: KeyboardEvent): void {
     const target = event.target as Element;
     if (event.ctrlKey || event.metaKey || event.altKey) return;
@@ -198,6 +206,7 @@ export class Hands {
       '+': () => this.zoom(KEY_ZOOM),
       '=': () => this.zoom(KEY_ZOOM),
       '-': () => this.zoom(1 / KEY_ZOOM),
+      e: () => this.close(),
       m: () => this.actions.toggleMarkers(),
       s: () => {
         model.showLines = !model.showLines;

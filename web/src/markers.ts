@@ -77,8 +77,9 @@ export class MarkerHandles {
       const km = markers?.[i] ?? null;
       handle.hidden = km === null || km < view.fromKm || km > view.toKm;
       if (km === null || handle.hidden) return;
-      // The name hangs to the side that the marker looks to, so that two at one place can be told apart.
       handle.style.left = `${this.plot.xOf(km)}px`;
+      handle.setAttribute('aria-valuemin', String(view.fromKm));
+      handle.setAttribute('aria-valuemax', String(view.toKm));
       handle.setAttribute('aria-valuenow', String(km));
       handle.setAttribute('aria-valuetext', placeWithUnit(km));
     });

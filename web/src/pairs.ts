@@ -122,7 +122,8 @@ export class ComparePane {
 // What became of each event: loss, reflectance, and attenuation of the section in front.
 function changesTable(comparison: Comparison): HTMLElement {
   const change = (value: Maybe, exceeded: boolean, decimals: number) => {
-    const text = value !== null && value > 0 ? `+${units.fixed(value, decimals)}` : units.fixed(value, decimals);
+    const size = units.fixed(value, decimals);
+    const text = value !== null && value > 0 && Number(size) > 0 ? `+${size}` : size;
     return number(text, exceeded ? 'fail' : '');
   };
   return el(

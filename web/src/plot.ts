@@ -11,6 +11,17 @@ import { Signs } from './signs';
 import { plotKm, Trace, traceKm } from './traces';
 import { currentUnit, scale } from './units';
 
+const NOISE = 0.4; // of the strength of a curve
+const TAIL_PULSES = 4; // behind the end, until its own light is gone
+
+// Where a trace shows no more light: a little behind its end, or nowhere if that is not known.
+function noiseFromKm(trace: Trace): number {
+  const table = trace.analysis?.table;
+  const METRES_PER_NS = 0.102; // of fibre, there and back
+  if (!table || table.events.length < 2) return Infinity;
+  return table.events[table.events.length - 1].distance_km + (TAIL_PULSES * table.pulse_ns * METRES_PER_NS) / 1000;
+}
+
 const AXIS_FONT = '12px system-ui, sans-serif';
 
 // Where a trace comes to lie on the canvas of a plot.
@@ -35,13 +46,15 @@ export function seen(model: Model, trace: Trace): [number, number] {
   return [Math.min(...ends), Math.max(...ends)];
 }
 
-export function drawCurve(plot: uPlot, path: Path2D, colour: string, width = 1.5): void {
+export function drawCurve(plot: uPlot, path: Path2D, colour: string, width = 1.5, alpha = 1, dash: number[] = []): void {
   const { ctx, bbox } = plot;
   ctx.save();
   ctx.beginPath();
   ctx.rect(bbox.left, bbox.top, bbox.width, bbox.height);
   ctx.clip();
   ctx.strokeStyle = colour;
+  ctx.globalAlpha = alpha;
+  ctx.setLineDash(dash.map((length) => length * devicePixelRatio));
   ctx.lineWidth = width * devicePixelRatio;
   ctx.lineJoin = 'round';
   ctx.stroke(path);
@@ -171,15 +184,26 @@ export class Plot {
     const last = this.model.currentTrace;
     const ordered = this.model.traces.filter((one) => one.visible && one !== last);
     if (last?.visible) ordered.push(last);
-    for (const one of ordered) {
-      const path = new Path2D();
-      const [fromKm, toKm] = seen(this.model, one);
-      traceCurve(one.curve, fromKm, toKm, frameOf(plot, one), path);
-      drawCurve(plot, path, look.curves[one.colour % look.curves.length], one === last ? 1.6 : 1.1);
-    }
+    for (const one of ordered) this.drawTrace(plot, one, look, one === last ? 1.6 : 1.1);
     if (this.model.showLines) this.drawLines(plot, look);
-    this.drawMarkers(plot, look);
     this.signs.draw(plot, look);
+    this.drawMarkers(plot, look);
+  }
+
+  // Behind the end there is noise alone, which is drawn paler than the fibre.
+  private drawTrace(plot: uPlot, trace: Trace, look: Colours, width: number): void {
+    const [fromKm, toKm] = seen(this.model, trace);
+    const frame = frameOf(plot, trace);
+    const endKm = noiseFromKm(trace);
+    const colour = look.curves[trace.colour % look.curves.length];
+    if (endKm < toKm) {
+      const noise = new Path2D();
+      traceCurve(trace.curve, Math.max(endKm, fromKm), toKm, frame, noise);
+      drawCurve(plot, noise, colour, 1, NOISE);
+    }
+    const path = new Path2D();
+    traceCurve(trace.curve, fromKm, Math.min(toKm, endKm), frame, path);
+    drawCurve(plot, path, colour, width);
   }
 
   // The sections of the fibre as they were fitted.
@@ -193,7 +217,7 @@ export class Plot {
       path.moveTo(frame.xOf(line[0]), frame.yOf(line[1], line[0]));
       path.lineTo(frame.xOf(line[2]), frame.yOf(line[3], line[2]));
     }
-    drawCurve(plot, path, look.lines, 2);
+    drawCurve(plot, path, look.lines, 1.6, 1, [7, 5]);
   }
 
   private drawMarkers(plot: uPlot, look: Colours): void {

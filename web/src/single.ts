@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The page as one file: what a folder has beside it stands in its own text, and nothing is fetched.
 import { start } from './app';
+import { enclosed } from './files';
 
 declare const WORKER_TEXT: string;
 declare const ENGINE_BASE64: string;
@@ -9,4 +10,5 @@ const worker = URL.createObjectURL(new Blob([WORKER_TEXT], { type: 'text/javascr
 start({
   makeWorker: () => new Worker(worker),
   wasm: Promise.resolve(Uint8Array.from(atob(ENGINE_BASE64), (letter) => letter.charCodeAt(0)).buffer),
+  offered: async () => enclosed(document.getElementById('reflyze-traces')?.textContent || '[]'),
 });

@@ -7,6 +7,7 @@ import { plotKm, tableOf, Trace, traceKm } from './traces';
 const MARGIN = 0.06; // of what is fitted, on each side
 const LEAST_POINTS = 8; // that are seen at the highest zoom
 const LEAST_DB = 0.02;
+const PULSES = 12; // in front of an event that is looked at closely
 
 // A stretch of a trace as it lies on the plot.
 function stretch(trace: Trace, fromKm: number, toKm: number): [number, number] {
@@ -114,6 +115,15 @@ export function pan(model: Model, byKm: number, byDb: number): void {
   model.setView(
     bounded(model, { fromKm: fromKm + byKm, toKm: toKm + byKm, fromDb: fromDb + byDb, toDb: toDb + byDb }),
   );
+}
+
+// An event by itself: some pulses around it, with the levels that are there.
+export function closeUp(model: Model, km: number, pulseNs: number): View {
+  const METRES_PER_NS = 0.102; // of fibre that a pulse covers, there and back
+  const reach = Math.max((PULSES * pulseNs * METRES_PER_NS) / 1000, 1e-3);
+  const [from, to] = [km - reach, km + 2 * reach];
+  const [fromDb, toDb] = levels(shown(model), from, to);
+  return bounded(model, { fromKm: from, toKm: to, fromDb, toDb });
 }
 
 // Moves the view so that an event is in it.

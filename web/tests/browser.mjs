@@ -2,7 +2,7 @@
 // A browser with the built page in it. Whatever it complains of, and whatever it asks of anybody but its own server,
 // fails the test.
 import assert from 'node:assert/strict';
-import { execFileSync } from 'node:child_process';
+import { spawnSync } from 'node:child_process';
 import { existsSync, readdirSync, readFileSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { basename, dirname, extname, join, resolve } from 'node:path';
@@ -11,7 +11,7 @@ import { chromium } from 'playwright-core';
 
 export const root = resolve(dirname(fileURLToPath(import.meta.url)), '../..');
 const built = join(root, 'build/web');
-const program = process.env.REFLYZE ?? join(root, 'build/reflyze');
+export const program = process.env.REFLYZE ?? join(root, 'build/reflyze');
 const TYPES = { '.html': 'text/html', '.js': 'text/javascript', '.css': 'text/css', '.wasm': 'application/wasm' };
 
 // The examples, and traces from instruments where there are any beside the checkout.
@@ -19,8 +19,12 @@ export const traces = [join(root, 'examples'), process.env.REFLYZE_TRACES ?? joi
   .filter((folder) => existsSync(folder))
   .flatMap((folder) => readdirSync(folder).filter((name) => name.endsWith('.sor')).sort().map((name) => join(folder, name)));
 
+const SAID = [0, 1, 5]; // all is well, something has changed, a limit is exceeded: each with a listing
+
 export function reflyze(folder, ...words) {
-  return execFileSync(program, words, { cwd: folder, encoding: 'utf8', stdio: ['ignore', 'pipe', 'ignore'] });
+  const run = spawnSync(program, words, { cwd: folder, encoding: 'utf8' });
+  assert.ok(SAID.includes(run.status), run.stderr);
+  return run.stdout;
 }
 export const listing = (path) => reflyze(dirname(path), 'analyse', basename(path), '--format', 'json');
 export const example = (name) => join(root, 'examples', name);
@@ -53,14 +57,14 @@ export async function open() {
       server.close();
     },
     // A fresh page. `settings` are those of a browser's context, such as a viewport or a colour scheme.
-    async page(settings = {}, url = address) {
+    async page(settings = {}, url = address, own = address) {
       const context = await browser.newContext({ viewport: { width: 1280, height: 860 }, acceptDownloads: true, ...settings });
       const page = await context.newPage();
       const complaints = [];
       page.on('console', (message) => ['error', 'warning'].includes(message.type()) && complaints.push(message.text()));
       page.on('pageerror', (error) => complaints.push(String(error)));
       page.on('request', (request) => {
-        if (!/^(data|blob):/.test(request.url()) && !request.url().startsWith(address) && !request.url().startsWith('file:'))
+        if (!/^(data|blob):/.test(request.url()) && !request.url().startsWith(own) && !request.url().startsWith('file:'))
           complaints.push(`asks for ${request.url()}`);
       });
       page.expectQuiet = () => assert.deepEqual(complaints, []);
