@@ -34,7 +34,9 @@ const style = readFileSync(join(here, 'node_modules/uplot/dist/uPlot.min.css'), 
   (await esbuild.transform(readFileSync(join(here, 'style.css'), 'utf8'), { loader: 'css', minify: true })).code;
 const page = readFileSync(join(here, 'index.html'), 'utf8');
 const wasm = readFileSync(join(engine, 'engine.wasm'));
-const worker = await bundle('worker.ts');
+// A short link, `reflyze simulate web/warm.json -o web/warm.sor --seed 1`, that the engine is run on before anybody needs it.
+const warm = readFileSync(join(here, 'warm.sor')).toString('base64');
+const worker = await bundle('worker.ts', { WARM_BASE64: JSON.stringify(warm) });
 
 function fill(values) {
   // A function as the replacement, since "$" in a text means something to replace().

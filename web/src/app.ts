@@ -95,7 +95,9 @@ class Page {
     }
     document.documentElement.dataset.ready = 'yes';
     try {
-      await this.open(await around.offered());
+      const offered = await around.offered();
+      if (offered.length === 0) this.engine.warm();
+      await this.open(offered);
     } catch {
       this.tell('The traces that were to be shown are not there.', true);
     }

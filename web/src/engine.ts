@@ -50,6 +50,11 @@ export class Engine {
     return this.started;
   }
 
+  // Nobody has to wait for it.
+  warm(): void {
+    this.send({ what: 'warm' }).catch(() => undefined);
+  }
+
   private start(): void {
     const worker = this.makeWorker();
     this.worker = worker;

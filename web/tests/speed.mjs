@@ -73,6 +73,7 @@ for (const path of process.argv.slice(2)) {
   const drops = [];
   for (let i = 0; i < ROUNDS; ++i) {
     const page = await browser.page({ viewport: { width: 1600, height: 900 } });
+    await page.waitForTimeout(1500); // as long as it takes to look for a file
     drops.push(await page.evaluate(dropped, [basename(path), base64]));
     await page.context().close();
   }
