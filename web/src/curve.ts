@@ -106,7 +106,6 @@ export function rangeOf(curve: Curve, fromKm: number, toKm: number): { low: numb
 export interface Frame {
   xOf(km: number): number;
   yOf(db: number, km: number): number;
-  columns: number; // of the picture, for the stretch that is drawn
 }
 
 // Adds the curve between two places to a path: all points where the columns suffice, else lowest and highest.
@@ -114,7 +113,8 @@ export function trace(curve: Curve, fromKm: number, toKm: number, frame: Frame, 
   const count = curve.db.length;
   const from = Math.max(0, pointAt(curve, fromKm) - 1);
   const to = Math.min(count, pointAt(curve, toKm) + 2);
-  const detail = curve.details.filter((one) => (to - from) / one.group >= frame.columns).pop();
+  const columns = Math.abs(frame.xOf(toKm) - frame.xOf(fromKm));
+  const detail = curve.details.filter((one) => (to - from) / one.group >= columns).pop();
   if (!detail) {
     for (let i = from; i < to; ++i) path.lineTo(frame.xOf(curve.km[i]), frame.yOf(curve.db[i], curve.km[i]));
     return;

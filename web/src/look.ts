@@ -33,6 +33,13 @@ export function colours(): Colours {
   return known;
 }
 
+// A share of one colour in another, both as #rrggbb. Lines that are half transparent would show where they cross.
+export function mixed(colour: string, ground: string, share: number): string {
+  const parts = (text: string) => [1, 3, 5].map((at) => parseInt(text.slice(at, at + 2), 16));
+  const under = parts(ground);
+  return `rgb(${parts(colour).map((part, i) => Math.round(part * share + under[i] * (1 - share))).join(' ')})`;
+}
+
 // To be called when the style has changed.
 export function forgetColours(): void {
   known = null;

@@ -78,7 +78,7 @@ export class Lower {
       {
         ...this.size(),
         legend: { show: false },
-        padding: [6, 34, 0, 0],
+        padding: [6, 44, 0, 0],
         cursor: { drag: { x: false, y: false, setScale: false }, points: { show: false } },
         scales: {
           x: { time: false, range: () => this.rangeKm() },

@@ -96,7 +96,9 @@ export function firstMarkers(model: Model): Markers | null {
   if (!trace) return null;
   const { fromKm, toKm } = model.view;
   const places = aroundEvent(model, trace) ?? [0.2, 0.4, 0.6, 0.8].map((share) => fromKm + share * (toKm - fromKm));
-  return places.map((km) => snapped(trace, km)).sort((a, b) => a - b) as Markers;
+  const margin = 0.02 * (toKm - fromKm);
+  const inside = places.map((km) => Math.min(Math.max(km, fromKm + margin), toKm - margin));
+  return inside.map((km) => snapped(trace, km)).sort((a, b) => a - b) as Markers;
 }
 
 // The lines in front and behind reach half way to the neighbours; the event itself is a pulse long.

@@ -77,7 +77,7 @@ export class MeasurePane {
       ['two-point-slope', '', slope(two)],
       ['lsa', 'Least squares, A to B', loss(line)],
       ['lsa-slope', '', slope(line)],
-      ['event', 'Event A to B, four points', loss(event)],
+      ['event', 'Four points, a A B b', loss(event)],
       ['orl', 'Return loss, A to B', bounded(orl.orl_at_most ? '<' : '', figure(units.fixed(orl.orl_db, 2), units.deviation(orl.orl_sd_db, 2), 'dB'))],
       ['level', 'Level at A', figure(units.fixed(peak.level_db, 3), units.deviation(peak.level_sd_db, 3), 'dB')],
       ['reflectance', 'Reflectance at A', bounded(peak.reflectance_at_least ? '>' : '', figure(units.fixed(peak.reflectance_db, 2), units.deviation(peak.reflectance_sd_db, 2), 'dB'))],

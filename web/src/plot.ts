@@ -4,7 +4,7 @@
 import uPlot from 'uplot';
 import { Frame, trace as traceCurve } from './curve';
 import { el, perFrame } from './dom';
-import { colours, Colours } from './look';
+import { colours, Colours, mixed } from './look';
 import { Lower } from './lower';
 import { MARKER_NAMES, Model } from './model';
 import { Signs } from './signs';
@@ -36,7 +36,6 @@ export function frameOf(plot: uPlot, trace: Trace, yOf?: (db: number, km: number
   return {
     xOf: (km) => zero + sign * km,
     yOf: (db, km) => top + perDb * (yOf ? yOf(db, km) : db + trace.offsetDb),
-    columns: plot.bbox.width,
   };
 }
 
@@ -46,14 +45,13 @@ export function seen(model: Model, trace: Trace): [number, number] {
   return [Math.min(...ends), Math.max(...ends)];
 }
 
-export function drawCurve(plot: uPlot, path: Path2D, colour: string, width = 1.5, alpha = 1, dash: number[] = []): void {
+export function drawCurve(plot: uPlot, path: Path2D, colour: string, width = 1.5, dash: number[] = []): void {
   const { ctx, bbox } = plot;
   ctx.save();
   ctx.beginPath();
   ctx.rect(bbox.left, bbox.top, bbox.width, bbox.height);
   ctx.clip();
   ctx.strokeStyle = colour;
-  ctx.globalAlpha = alpha;
   ctx.setLineDash(dash.map((length) => length * devicePixelRatio));
   ctx.lineWidth = width * devicePixelRatio;
   ctx.lineJoin = 'round';
@@ -138,7 +136,7 @@ export class Plot {
       {
         ...this.size(),
         legend: { show: false },
-        padding: [8, 34, 0, 0],
+        padding: [8, 44, 0, 0],
         cursor: { drag: { x: false, y: false, setScale: false }, points: { show: false } },
         scales: {
           x: { time: false, range: () => this.rangeKm() },
@@ -199,7 +197,7 @@ export class Plot {
     if (endKm < toKm) {
       const noise = new Path2D();
       traceCurve(trace.curve, Math.max(endKm, fromKm), toKm, frame, noise);
-      drawCurve(plot, noise, colour, 1, NOISE);
+      drawCurve(plot, noise, mixed(colour, look.surface, NOISE), 1);
     }
     const path = new Path2D();
     traceCurve(trace.curve, fromKm, Math.min(toKm, endKm), frame, path);
@@ -217,7 +215,7 @@ export class Plot {
       path.moveTo(frame.xOf(line[0]), frame.yOf(line[1], line[0]));
       path.lineTo(frame.xOf(line[2]), frame.yOf(line[3], line[2]));
     }
-    drawCurve(plot, path, look.lines, 1.6, 1, [7, 5]);
+    drawCurve(plot, path, look.lines, 1.6, [7, 5]);
   }
 
   private drawMarkers(plot: uPlot, look: Colours): void {

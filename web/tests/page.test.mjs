@@ -105,6 +105,28 @@ test('row and sign of an event lead to each other, by mouse and by keys', async 
   await page.context().close();
 });
 
+test('traces lie over each other, each as far off as one wants', async () => {
+  const page = await browser.page();
+  await drop(page, example('baseline-40km.sor'), example('current-40km.sor'));
+  await page.waitForFunction(() => document.querySelectorAll('#list li').length === 2 && location.hash.includes('x='));
+  await page.locator('#list .name').nth(1).click();
+  await page.click('#fit');
+  const before = await view(page);
+  await page.fill('.offsets input >> nth=1', '-20');
+  await page.keyboard.press('Tab');
+  await page.fill('.offsets input >> nth=0', '5');
+  await page.keyboard.press('Tab');
+  await page.click('#fit');
+  const apart = await view(page);
+  assert.ok(Math.abs(before.fromDb - apart.fromDb - 20) < 4, `${before.fromDb} ${apart.fromDb}`);
+  assert.ok(Math.abs(apart.toKm - before.toKm - 5) < 0.6, `${before.toKm} ${apart.toKm}`);
+  await page.locator('#list input[type=checkbox]').nth(1).uncheck();
+  await page.click('#fit');
+  assert.ok(Math.abs((await view(page)).fromDb - before.fromDb) < 1);
+  page.expectQuiet();
+  await page.context().close();
+});
+
 test('what the address says is what is shown', async () => {
   const page = await browser.page({}, `${browser.address}#x=5,10&y=-12,-6&u=mi&e=3`);
   await drop(page, example('metro-40km.sor'));
