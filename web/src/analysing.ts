@@ -17,13 +17,18 @@ export class Analysing {
   asked: Asked = { thresholds: {}, limits: '', limitsName: '', reels: { launch: false, receive: false, launchKm: null, receiveKm: null } };
   private number = 1;
   private running = false;
+  private reopening: Promise<void> = Promise.resolve();
   private kept = new Map<number, Given>(); // by trace, for an engine that has to begin anew
 
   constructor(
     private readonly engine: Engine,
     private readonly model: Model,
     private readonly tell: (sentence: string, isError: boolean) => void,
-  ) {}
+  ) {
+    engine.onBreakdown = () => {
+      this.reopening = this.reopening.then(() => this.reopen());
+    };
+  }
 
   // Takes files in; none of them keeps the others from being read.
   async open(files: Given[]): Promise<void> {
@@ -33,13 +38,13 @@ export class Analysing {
         await this.openOne(given);
       } catch (error) {
         this.tell(`${given.name}: ${sentenceOf(error)}`, true);
-        if (error instanceof Breakdown) await this.reopen();
       }
     }
     this.tell('', false);
   }
 
   private async openOne(given: Given): Promise<void> {
+    await this.reopening;
     const file = await this.engine.open(given.name, await given.read());
     for (const part of file.traces) {
       const curve = await this.engine.curve(part.id, part.points);
@@ -51,6 +56,7 @@ export class Analysing {
         id: part.id,
         name: part.part > 0 ? `${given.name} (${part.part})` : given.name,
         file: given.name,
+        part: part.part,
         curve,
         colour: freeColour(this.model.traces),
         visible: true,
@@ -70,22 +76,26 @@ export class Analysing {
     }
   }
 
-  // After a breakdown the engine has nothing open. The traces that were get their new numbers.
+  // After a breakdown the engine has nothing open. The traces that were get their new numbers; one that breaks the
+  // engine once more is not tried again.
   private async reopen(): Promise<void> {
+    const current = this.model.currentTrace;
+    const before = this.kept;
+    this.kept = new Map();
     for (const trace of this.model.traces) {
-      const given = this.kept.get(trace.id);
+      const given = before.get(trace.id);
       if (!given) continue;
       try {
         const opened = await this.engine.open(trace.file, await given.read());
-        const same = opened.traces.find((one) => one.points === trace.curve.km.length);
+        const same = opened.traces.find((one) => one.part === trace.part);
         if (!same) continue;
-        if (this.model.current === trace.id) this.model.current = same.id;
-        this.kept.set(same.id, given);
         trace.id = same.id;
+        this.kept.set(same.id, given);
       } catch {
         this.tell(`${trace.name}: can't be read any more`, true);
       }
     }
+    if (current) this.model.current = current.id;
     this.model.changed('traces');
   }
 
@@ -121,6 +131,7 @@ export class Analysing {
   private async analyse(trace: Trace): Promise<void> {
     const number = this.number;
     trace.analysedBy = number;
+    await this.reopening;
     try {
       const analysis = await this.engine.analyse(trace.id, this.asked);
       if (number !== this.number) return;
@@ -129,7 +140,6 @@ export class Analysing {
     } catch (error) {
       trace.analysis = null;
       trace.failure = `${trace.name}: ${sentenceOf(error)}`;
-      if (error instanceof Breakdown) await this.reopen();
     }
     trace.card ??= await this.cardOf(trace);
     this.model.changed('tables', 'traces');

@@ -38,6 +38,8 @@ export class Engine {
   private started: Promise<unknown> = Promise.resolve();
   private waiting = new Map<number, Waiting>();
   private next = 1;
+  // Told when a fresh engine has taken the place of one that broke down, which has nothing open.
+  onBreakdown: () => void = () => undefined;
 
   constructor(
     private readonly makeWorker: () => Worker,
@@ -83,6 +85,7 @@ export class Engine {
     this.waiting.clear();
     for (const waiting of left) waiting.reject(new Breakdown('the engine has broken down'));
     this.start();
+    this.onBreakdown();
   }
 
   private send(order: Bare<Order>, transfer: Transferable[] = []): Promise<unknown> {

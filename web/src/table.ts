@@ -64,7 +64,7 @@ export class Table {
     });
     return el(
       'table',
-      { class: 'events' },
+      { class: table.events.some((event) => noteOf(event)) ? 'events' : 'events noteless' },
       el('caption', { class: 'unseen', text: `Events of ${trace.name}` }),
       headings(),
       body,

@@ -8,6 +8,7 @@ export interface Trace {
   id: number; // of the engine
   name: string; // of the file, with the number of the trace where it holds several
   file: string;
+  part: number; // of a file with several traces, from 1; 0 for the one of a usual file
   curve: Curve;
   colour: number; // of the palette
   visible: boolean;

@@ -2,7 +2,8 @@
 // Broken files, the page as one file, the page that the program serves, paper, small screens, and what it costs.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
-import { readdirSync, readFileSync, statSync, writeFileSync } from 'node:fs';
+import { copyFileSync, mkdirSync, mkdtempSync, readdirSync, readFileSync, rmSync, statSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
 import { basename, join } from 'node:path';
 import { after, before, test } from 'node:test';
 import { gzipSync } from 'node:zlib';
@@ -50,6 +51,35 @@ test('broken files cost a sentence each at most, and the page lives on', async (
   assert.equal(await saved(page), listing(example('metro-40km.sor')));
   page.expectQuiet();
   await page.context().close();
+});
+
+test('an engine that breaks down is replaced, and the traces stay', async () => {
+  const page = await browser.page();
+  await show(page, example('metro-40km.sor'));
+  await page.workers()[0].evaluate(() => setTimeout(() => { throw new Error('broken'); }));
+  await page.waitForTimeout(300);
+  await drop(page, example('access-2km.sor'));
+  await page.waitForFunction(() => document.querySelectorAll('#list li').length === 2);
+  await page.click('#tab-settings');
+  await page.fill('[aria-label^="Threshold Loss"]', '0.2');
+  await page.waitForFunction(() => document.querySelectorAll('tr.event').length < 7 && document.querySelector('#title h2').textContent === 'metro-40km.sor');
+  await page.locator('#list .name').nth(1).click();
+  await page.waitForFunction(() => document.querySelector('#title h2').textContent === 'access-2km.sor' && document.querySelector('tr.event'));
+  await page.context().close();
+});
+
+test('of a folder, traces count, in natural order', async () => {
+  const folder = mkdtempSync(join(tmpdir(), 'reflyze-page-'));
+  mkdirSync(join(folder, 'cable'));
+  for (const name of ['f_10.sor', 'f_2.SOR', 'cable/f_1.sor', 'notes.txt']) copyFileSync(example('access-2km.sor'), join(folder, name));
+  const page = await browser.page();
+  await page.setInputFiles('#folder', folder);
+  await page.waitForFunction(() => document.querySelectorAll('#list li').length === 3);
+  const names = await page.$$eval('#list .text', (all) => all.map((one) => one.textContent.replace(/^[^/]*\//, '')));
+  assert.deepEqual(names, ['cable/f_1.sor', 'f_2.SOR', 'f_10.sor']);
+  page.expectQuiet();
+  await page.context().close();
+  rmSync(folder, { recursive: true });
 });
 
 test('one file with traces in it opens on them, without a server', async () => {
