@@ -343,6 +343,7 @@ std::vector<MergedEvent> PairedRows(const EventTable& a, const Span& spanA, cons
   });
   TakeSections(a, b, rows);
   std::vector<MergedEvent> events;
+  events.reserve(rows.size());
   for (PairedRow& row : rows) events.push_back(std::move(row.event));
   return events;
 }

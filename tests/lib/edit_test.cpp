@@ -122,6 +122,105 @@ TEST(Edit, NothingElseInAFileChanges) {
   EXPECT_GE(edited, 5 * 7);
 }
 
+// A reader of its own, by the layout of SR-4731 alone, as other programs have one.
+class PlainReader {
+ public:
+  explicit PlainReader(const std::string& bytes) : bytes_(bytes) {
+    named_ = bytes.compare(0, 4, std::string("Map", 4)) == 0;
+    at_ = named_ ? 4 : 0;
+    Number(2);
+    const size_t size = Number(4), blocks = Number(2);
+    std::vector<std::pair<std::string, size_t>> lines;
+    for (size_t i = 1; i < blocks; ++i) {
+      const std::string id = Text();
+      Number(2);
+      lines.emplace_back(id, Number(4));
+    }
+    size_t start = size;
+    for (const auto& [id, length] : lines) places_.emplace(id, start), start += length;
+    whole = start == bytes.size();
+    ReadGeneral();
+    ReadEvents();
+  }
+
+  bool whole = false;
+  std::string cable, fibre, from, to;
+  std::vector<std::pair<long, std::string>> events;  // one-way time, comment
+
+ private:
+  size_t Number(int width) {
+    size_t value = 0;
+    for (int i = 0; i < width; ++i)
+      value |= static_cast<size_t>(static_cast<unsigned char>(bytes_.at(at_++))) << 8 * i;
+    return value;
+  }
+  std::string Text() {
+    const std::string text = bytes_.substr(at_, bytes_.find('\0', at_) - at_);
+    at_ += text.size() + 1;
+    return text;
+  }
+  void Begin(const std::string& id) { at_ = places_.at(id) + (named_ ? id.size() + 1 : 0); }
+  // The first issue of the standard has neither the names of blocks in front of them nor the fibre's type.
+  void ReadGeneral() {
+    Begin("GenParams");
+    at_ += 2;
+    cable = Text();
+    fibre = Text();
+    at_ += named_ ? 4 : 2;
+    from = Text();
+    to = Text();
+  }
+  void ReadEvents() {
+    if (places_.count("KeyEvents") == 0) return;
+    Begin("KeyEvents");
+    for (size_t count = Number(2); count > 0; --count) {
+      at_ += 2;
+      const auto time = static_cast<std::int32_t>(Number(4));
+      at_ += 2 + 2 + 4 + 6 + 2 + (named_ ? 20 : 0);
+      events.emplace_back(time, Text());
+    }
+  }
+
+  const std::string& bytes_;
+  bool named_ = false;
+  size_t at_ = 0;
+  std::map<std::string, size_t> places_;
+};
+
+TEST(Edit, OtherReadersOfTheStandardSeeTheSame) {
+  int read = 0;
+  for (const Trace& trace : Traces()) {
+    SCOPED_TRACE(trace.Name());
+    const std::string bytes = trace.Bytes();
+    const PlainReader before(bytes);
+    ASSERT_TRUE(before.whole);
+    EXPECT_EQ(before.fibre, trace.GetCard().fibre);
+    const auto at = [&](size_t i) { return "event." + std::to_string(StoredEvents(trace).events[i].number); };
+    const std::string edited =
+        Edit(trace, {{"fibre", "fibre 007"}, {"to", "Exchange 7"}, {at(1) + ".comment", "closure 4"}}).bytes;
+    const PlainReader after(edited);
+    EXPECT_TRUE(after.whole);
+    EXPECT_EQ(after.cable, before.cable);
+    EXPECT_EQ(after.fibre, "fibre 007");
+    EXPECT_EQ(after.from, before.from);
+    EXPECT_EQ(after.to, "Exchange 7");
+    ASSERT_EQ(after.events.size(), before.events.size());
+    for (size_t i = 0; i < after.events.size(); ++i) {
+      EXPECT_EQ(after.events[i].first, before.events[i].first);
+      EXPECT_EQ(after.events[i].second, i == 1 ? "closure 4" : before.events[i].second);
+    }
+    // The end of the table is no event less, and all behind it is where the map says.
+    const std::string fewer = Edit(trace, {{at(1) + ".delete", "yes"}}).bytes;
+    const PlainReader shorter(fewer);
+    EXPECT_TRUE(shorter.whole);
+    ASSERT_EQ(shorter.events.size() + 1, before.events.size());
+    EXPECT_EQ(shorter.events[0].first, before.events[0].first);
+    EXPECT_EQ(shorter.events.back().first, before.events.back().first);
+    ++read;
+  }
+  EXPECT_GE(read, 5);
+}
+
 // A metro link, analysed.
 Trace Analysed() { return Analyse(TraceOf(*sim::Simulate(MetroLink(), 3).record)).record.Read(); }
 
