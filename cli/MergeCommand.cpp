@@ -67,7 +67,7 @@ int PairUp(Session& session, MergeCommand& options) {
   Job reading;
   reading.inputs.files = inputs.files;
   reading.work = options.job.work;
-  const int status = RunJob(
+  int status = RunJob(
       session, reading,
       [&](size_t i) {
         traces[i] = ReadForCable(session.Open(inputs.files[i].name));
@@ -76,8 +76,11 @@ int PairUp(Session& session, MergeCommand& options) {
       [&](size_t i, const FileResult& result) { traces[i].problem = result.problem; });
   const DirectionPairs found = PairDirections(traces);
   for (const std::string& finding : found.findings) session.Warn(finding);
+  size_t read = 0, paired = 0;
+  for (const CableTrace& trace : traces) read += trace.problem.empty() ? 1 : 0;
   std::vector<InputFile> files;
   for (const DirectionPair& pair : found.pairs) {
+    paired += (pair.fileA.empty() ? 0 : 1) + (pair.fileB.empty() ? 0 : 1);
     const bool both = !pair.fileA.empty() && !pair.fileB.empty();
     const std::string& first = pair.fileA.empty() ? pair.fileB : pair.fileA;
     files.push_back({first, first, both ? "" : "has no trace from the other end"});
@@ -86,6 +89,8 @@ int PairUp(Session& session, MergeCommand& options) {
     options.otherPlaces.push_back(both ? places[indices.at(pair.fileB)] : "");
   }
   inputs.files = std::move(files);
+  // What was left out, as a copy or for want of a fibre, was said above; nothing is made of it either.
+  if (paired < read) status = std::max<int>(status, kUnreadable);
   return status;
 }
 
