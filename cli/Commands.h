@@ -21,15 +21,17 @@ void AddBaselineCommand(CLI::App& app, Session& session);
 void AddCompareCommand(CLI::App& app, Session& session);
 void AddMergeCommand(CLI::App& app, Session& session);
 void AddCableCommand(CLI::App& app, Session& session);
+void AddReportCommand(CLI::App& app, Session& session);
 void AddQualityCommand(CLI::App& app, Session& session);
 void AddSimulateCommand(CLI::App& app, Session& session);
 void AddImportCommand(CLI::App& app, Session& session);
 void AddViewCommand(CLI::App& app, Session& session);
 
 constexpr void (*kCommands[])(CLI::App&, Session&) = {
-    AddAnalyseCommand, AddShowCommand,    AddMeasureCommand,  AddDumpCommand,    AddCopyCommand,
-    AddEditCommand,    AddFilterCommand,  AddBaselineCommand, AddCompareCommand, AddMergeCommand,
-    AddCableCommand,   AddQualityCommand, AddSimulateCommand, AddImportCommand,  AddViewCommand};
+    AddAnalyseCommand, AddShowCommand,     AddMeasureCommand, AddDumpCommand,
+    AddCopyCommand,    AddEditCommand,     AddFilterCommand,  AddBaselineCommand,
+    AddCompareCommand, AddMergeCommand,    AddCableCommand,   AddReportCommand,
+    AddQualityCommand, AddSimulateCommand, AddImportCommand,  AddViewCommand};
 
 // Adds all commands, and the options that each of them takes.
 void DescribeProgram(CLI::App& app, Session& session);

@@ -5,8 +5,8 @@
 #include "src/module/Module.h"
 #else
 #include <dlfcn.h>
-#include <limits.h>
-#include <unistd.h>
+
+#include "cli/LoadBeside.h"
 #endif
 
 #include <vector>
@@ -28,28 +28,6 @@ constexpr size_t kSlots = 11;
 #ifndef REFLYZE_LINKED_MODULE
 constexpr const char* kModuleName = "reflyze.so";
 
-std::string FolderOfExecutable() {
-  char path[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-  if (length <= 0) return ".";
-  const std::string whole(path, static_cast<size_t>(length));
-  return whole.substr(0, whole.rfind('/'));
-}
-
-void* LoadModule() {
-  std::string reasons;
-  const std::string folder = FolderOfExecutable();
-  const std::vector<std::string> places = {folder + "/" + kModuleName,
-                                           folder + "/" REFLYZE_MODULE_FROM_PROGRAM "/" + kModuleName};
-  for (const std::string& place : places) {
-    if (access(place.c_str(), R_OK) != 0) continue;
-    if (void* handle = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL)) return handle;
-    reasons = dlerror();
-  }
-  throw Error(ErrorKind::kUnreadable, kModuleName,
-              reasons.empty() ? "not found beside the program nor where it was installed" : reasons);
-}
-
 template <class Function>
 Function Find(void* handle, const char* name) {
   void* symbol = dlsym(handle, name);
@@ -69,7 +47,7 @@ ModuleHost::ModuleHost(TLogFile* log)
 }
 #else
 ModuleHost::ModuleHost(TLogFile* log) {
-  void* handle = LoadModule();
+  void* handle = LoadBeside(kModuleName, REFLYZE_MODULE_FROM_PROGRAM);
   const auto dllMain = Find<DllMainFunction>(handle, "DllMain");
   const auto dllInit = Find<DllInitFunction>(handle, "DllInit");
   getModuleVersion_ = Find<GetModuleVersionFunction>(handle, "GetModuleVersion");

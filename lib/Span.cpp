@@ -403,7 +403,7 @@ LinkTable BetweenReels(EventTable table, const Reels& reels) {
     const double zero = LaunchPlace(table) + span.fromKm;
     const std::optional<double> before =
         span.first ? CumulatedBefore(table, *span.first) : CumulatedAt(table, zero);
-    table.record = WithSpan(table.record, table, span);
+    if (table.record.IsThere()) table.record = WithSpan(table.record, table, span);
     for (Event& event : table.events) {
       event.distanceKm = NearestDecimal(event.distanceKm - zero, 1e9);
       if (before && event.cumulatedDb) {

@@ -17,6 +17,7 @@
 #include "reflyze/measure.h"
 #include "reflyze/merge.h"
 #include "reflyze/monitor.h"
+#include "reflyze/picture.h"
 #include "reflyze/quality.h"
 #include "reflyze/report.h"
 #include "reflyze/show.h"

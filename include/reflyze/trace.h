@@ -113,6 +113,7 @@ class REFLYZE_API StoredRecord {
   // Event times in the file count from the user offset, as other programs expect it. Throws Error
   // kUnwritable.
   const std::string& Bytes() const;
+  bool IsThere() const { return kept_ != nullptr; }  // whether there is one
   // Writes that file; see SaveTogether. Throws Error kUnwritable.
   void Save(const std::string& file) const;
   Output To(const std::string& file) const;  // for SaveTogether

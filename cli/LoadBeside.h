@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+namespace reflyze::cli {
+
+// Loads what the program does without until it is asked for: a file beside the program, else in a folder that
+// is named from the program's. It stays loaded. Throws Error kUnreadable.
+void* LoadBeside(const std::string& name, const std::string& fromProgram);
+
+}  // namespace reflyze::cli

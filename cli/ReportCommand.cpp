@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "cli/Aside.h"
+#include "cli/Commands.h"
+#include "cli/Inputs.h"
+#include "cli/Options.h"
+#include "cli/OrderedWork.h"
+#include "cli/PaperHost.h"
+#include "cli/Session.h"
+#include "reflyze/files.h"
+#include "reflyze/text.h"
+
+namespace reflyze::cli {
+namespace {
+
+constexpr std::size_t kLargestLogoFile = 1u << 24;  // bytes
+
+struct ReportCommand {
+  InputArguments inputs;
+  std::string file;  // to be written
+  PaperOptions paper;
+  std::string size = "a4";
+  std::string logo;  // file
+  std::string date;  // of the report
+  ThresholdOptions thresholds;
+  AnalyseOptions analysis;
+  LinkOptions link;
+  bool noReels = false;
+  WorkOptions work;
+};
+
+// One trace of the report.
+struct Outcome {
+  PicturedTrace picture;
+  int status = kDone;
+  Sayings sayings;
+};
+
+// Days are those of the Gregorian calendar, counted from 1970 (H. Hinnant's formula).
+long long DaysOf(long long year, int month, int day) {
+  year -= month <= 2 ? 1 : 0;
+  const long long era = year / 400, ofEra = year - era * 400;
+  const long long ofYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+  return era * 146097 + ofEra * 365 + ofEra / 4 - ofEra / 100 + ofYear - 719468;
+}
+
+// YYYY-MM-DD as seconds since 1970; none for what is no such day.
+std::optional<long long> SecondsOf(const std::string& text) {
+  int year = 0, month = 0, day = 0, length = 0;
+  if (text.size() != 10 || std::sscanf(text.c_str(), "%4d-%2d-%2d%n", &year, &month, &day, &length) != 3 ||
+      length != 10)
+    return std::nullopt;
+  constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  if (year < 1970 || month < 1 || month > 12 || day < 1) return std::nullopt;
+  const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  if (day > kDays[month - 1] + (month == 2 && leap ? 1 : 0)) return std::nullopt;
+  return DaysOf(year, month, day) * 86400;
+}
+
+// The day of the report: the one asked for, else that of a build that is to be repeatable, else today.
+long long DayOf(const ReportCommand& options) {
+  if (!options.date.empty()) return *SecondsOf(options.date);
+  const char* epoch = std::getenv("SOURCE_DATE_EPOCH");
+  if (epoch != nullptr && WhyNoNumber(epoch, 0.0, 253402300799.0).empty()) return std::atoll(epoch);
+  return static_cast<long long>(std::time(nullptr));
+}
+
+PicturedTrace OneTrace(Session& session, const ReportCommand& options, size_t index) {
+  RequireFile(options.inputs.files, index);
+  return PictureOf(session.Open(options.inputs.files[index].name), options.analysis);
+}
+
+Outcome TraceAside(Session& session, const ReportCommand& options, size_t index) {
+  Outcome outcome;
+  const Aside aside(outcome.sayings);
+  const std::string& name = options.inputs.files[index].name;
+  CableTrace& trace = outcome.picture.trace;
+  try {
+    outcome.picture = OneTrace(session, options, index);
+    session.Warn(trace.table.warnings);
+    return outcome;
+  } catch (const Error& error) {
+    trace.problem = error.what();
+    outcome.status = StatusOf(error);
+  } catch (const std::exception& error) {
+    trace.problem = ShownName(name) + ": " + error.what();
+    outcome.status = kUnreadable;
+  }
+  trace.file = name;
+  session.Warn(trace.problem);
+  return outcome;
+}
+
+// Whatever is wrong with what was asked for is said before anything is measured.
+const PaperDoor& SettlePaper(Session& session, ReportCommand& options) {
+  const PaperDoor& paper = LoadedPaper();
+  const std::vector<std::string> languages = paper.languages();
+  if (std::find(languages.begin(), languages.end(), options.paper.language) == languages.end())
+    throw Error(ErrorKind::kUsage, "", "\"" + options.paper.language + "\" is no language of reports");
+  options.paper.size = options.size == "letter" ? PaperSize::kLetter : PaperSize::kA4;
+  options.paper.dateUtc = DayOf(options);
+  if (!options.logo.empty()) {
+    const std::vector<char> bytes = session.Read(options.logo, kLargestLogoFile);
+    options.paper.logo.assign(bytes.begin(), bytes.end());
+  }
+  options.paper.limits = ReadLimits(session, options.link);
+  options.paper.reels = options.link.AskedReels();
+  options.analysis.thresholds = options.thresholds.thresholds;
+  options.analysis.document = ReadDocument(session, options.thresholds);
+  paper.reportOf(options.file, {}, options.paper);
+  return paper;
+}
+
+int RunReport(Session& session, ReportCommand& options) {
+  const PaperDoor& paper = SettlePaper(session, options);
+  SettleInputs(options.inputs);
+  const size_t total = options.inputs.files.size();
+  OrderedWork<Outcome> work(total, options.work.Threads(),
+                            [&](size_t index) { return TraceAside(session, options, index); });
+  std::vector<PicturedTrace> pictures;
+  int status = kDone;
+  size_t measured = 0;
+  for (size_t i = 0; i < total; ++i) {
+    if (!options.work.quiet) session.Progress(i + 1, total, options.inputs.files[i].name);
+    Outcome outcome = work.Next();
+    if (!options.work.quiet) session.Progress(0, 0, "");
+    for (const auto& say : outcome.sayings) say();
+    status = std::max(status, outcome.status);
+    measured += outcome.picture.trace.problem.empty() ? 1 : 0;
+    pictures.push_back(std::move(outcome.picture));
+  }
+  // Each has been told; there is nothing to report on.
+  if (measured == 0) return status;
+  SaveTogether(paper.reportOf(options.file, pictures, options.paper));
+  return status;
+}
+
+void AddPaperOptions(CLI::App& command, ReportCommand& options) {
+  command.add_option("--language", options.paper.language, "Of the words: en, de, fr or es")
+      ->type_name("NAME")
+      ->capture_default_str();
+  command.add_option("--paper", options.size, "a4 or letter")
+      ->check(CLI::IsMember({"a4", "letter"}))
+      ->capture_default_str();
+  command.add_option("--title", options.paper.title, "On top of the summary")->type_name("TEXT");
+  command.add_option("--logo", options.logo, "PNG picture for the head of each page")
+      ->type_name(kFileValue)
+      ->check(InputName());
+  command.add_option("--date", options.date, "Day of the report, YYYY-MM-DD; today, if not given")
+      ->type_name("DAY")
+      ->check(CLI::Validator(
+          [](const std::string& text) -> std::string {
+            return SecondsOf(text) ? "" : "\"" + text + "\" is no day such as 2026-01-31";
+          },
+          ""));
+}
+
+}  // namespace
+
+void AddReportCommand(CLI::App& app, Session& session) {
+  auto options = std::make_shared<ReportCommand>();
+  CLI::App* command =
+      app.add_subcommand("report", "Make a report of traces, a page a fibre: PDF or pictures of the pages");
+  AddInputs(*command, options->inputs, "; those of one fibre share a page");
+  command
+      ->add_option("-o,--output", options->file, "The report; its ending tells the kind: .pdf, .svg or .png")
+      ->required()
+      ->type_name(kFileValue)
+      ->check(OutputName());
+  AddPaperOptions(*command, *options);
+  AddThresholdOptions(*command, options->thresholds);
+  AddLinkOptions(*command, options->link);
+  AddWorkOptions(*command, options->work);
+  command->callback([options, &session] {
+    session.command = [options](Session& running) { return RunReport(running, *options); };
+  });
+}
+
+}  // namespace reflyze::cli
