@@ -12,6 +12,7 @@ class Session;
 // Each adds one command to the program, in the order of its help.
 void AddAnalyseCommand(CLI::App& app, Session& session);
 void AddShowCommand(CLI::App& app, Session& session);
+void AddPlotCommand(CLI::App& app, Session& session);
 void AddMeasureCommand(CLI::App& app, Session& session);
 void AddDumpCommand(CLI::App& app, Session& session);
 void AddCopyCommand(CLI::App& app, Session& session);
@@ -28,10 +29,10 @@ void AddImportCommand(CLI::App& app, Session& session);
 void AddViewCommand(CLI::App& app, Session& session);
 
 constexpr void (*kCommands[])(CLI::App&, Session&) = {
-    AddAnalyseCommand, AddShowCommand,     AddMeasureCommand, AddDumpCommand,
-    AddCopyCommand,    AddEditCommand,     AddFilterCommand,  AddBaselineCommand,
-    AddCompareCommand, AddMergeCommand,    AddCableCommand,   AddReportCommand,
-    AddQualityCommand, AddSimulateCommand, AddImportCommand,  AddViewCommand};
+    AddAnalyseCommand, AddShowCommand,  AddPlotCommand,   AddMeasureCommand,  AddDumpCommand,
+    AddCopyCommand,    AddEditCommand,  AddFilterCommand, AddBaselineCommand, AddCompareCommand,
+    AddMergeCommand,   AddCableCommand, AddReportCommand, AddQualityCommand,  AddSimulateCommand,
+    AddImportCommand,  AddViewCommand};
 
 // Adds all commands, and the options that each of them takes.
 void DescribeProgram(CLI::App& app, Session& session);

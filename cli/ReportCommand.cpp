@@ -167,10 +167,11 @@ void AddPaperOptions(CLI::App& command, ReportCommand& options) {
 void AddReportCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<ReportCommand>();
   CLI::App* command =
-      app.add_subcommand("report", "Make a report of traces, a page a fibre: PDF or pictures of the pages");
+      app.add_subcommand("report", "Make a report of traces, a page a fibre: PDF, a workbook or pictures");
   AddInputs(*command, options->inputs, "; those of one fibre share a page");
   command
-      ->add_option("-o,--output", options->file, "The report; its ending tells the kind: .pdf, .svg or .png")
+      ->add_option("-o,--output", options->file,
+                   "The report; its ending tells the kind: .pdf, .xlsx, .svg or .png")
       ->required()
       ->type_name(kFileValue)
       ->check(OutputName());

@@ -143,7 +143,9 @@ Table TotalsTable(const Fibre& fibre, const Texts& texts, double width) {
                           {texts.Number(wave.lossDb, kLoss), verdict.spanLoss},
                           {texts.Deviation(wave.lossSdDb, kLoss)},
                           {texts.Number(perKm, kLoss), verdict.linkAttenuation},
-                          {texts.Number(wave.returnLossDb, kReflectance), verdict.returnLoss},
+                          {(wave.returnLossAtMost && wave.returnLossDb ? "< " : "") +
+                               texts.Number(wave.returnLossDb, kReflectance),
+                           verdict.returnLoss},
                           {std::to_string(wave.lines.size())},
                           {WordFor(verdict.verdict, texts), verdict.verdict, "", true}});
   }

@@ -35,8 +35,9 @@ struct Wave {
   bool merged = false;                  // its lines are of both
   double zeroAKm = 0.0, zeroBKm = 0.0;  // where the link begins on each trace, km from the user's zero
   std::optional<double> lengthKm, lossDb, lossSdDb, returnLossDb;  // of the link
-  std::optional<LinkVerdict> verdict;                              // none without limits
-  std::vector<EventLine> lines;                                    // along the link
+  bool returnLossAtMost = false;       // an event was saturated: it is no more than that
+  std::optional<LinkVerdict> verdict;  // none without limits
+  std::vector<EventLine> lines;        // along the link
 
   // The trace whose card speaks for the wavelength.
   const PicturedTrace& First() const { return a != nullptr ? *a : *b; }

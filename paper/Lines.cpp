@@ -121,9 +121,13 @@ Wave WaveOf(const CableNumbers& numbers, const PicturedTrace* a, const PicturedT
   wave.lossDb = numbers.lossDb;
   wave.returnLossDb = numbers.returnLossDb;
   wave.verdict = numbers.verdict;
-  if (Merge(wave, numbers, reels)) return wave;
-  if (a != nullptr) wave.b = nullptr;
-  TakeOneDirection(wave, reels);
+  if (!Merge(wave, numbers, reels)) {
+    if (a != nullptr) wave.b = nullptr;
+    TakeOneDirection(wave, reels);
+  }
+  wave.returnLossAtMost = std::any_of(wave.lines.begin(), wave.lines.end(), [](const EventLine& line) {
+    return line.reflectanceAtLeast || line.reflectanceBAtLeast;
+  });
   return wave;
 }
 

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <iterator>
 
+#include "paper/Cover.h"
 #include "paper/Document.h"
 #include "paper/Job.h"
 #include "paper/Pages.h"
+#include "paper/Workbook.h"
 #include "reflyze/error.h"
 #include "reflyze/paper.h"
 
@@ -52,22 +55,30 @@ std::vector<Page> WithFeet(std::vector<Page> pages, const Setting& setting) {
   return pages;
 }
 
-std::vector<Page> PagesOf(const Job& job, const Setting& setting) {
-  std::vector<Page> pages;
-  for (const Fibre& fibre : job.fibres) {
-    for (Page& page : FibrePages(fibre, setting)) pages.push_back(std::move(page));
-  }
-  return WithFeet(std::move(pages), setting);
-}
-
 std::string TitleOf(const Setting& setting) {
   const std::string title = Harmless(setting.options.title);
   return title.empty() ? setting.texts["report"] : title;
 }
 
+std::vector<Page> PagesOf(const Job& job, const Setting& setting) {
+  std::vector<Page> fibres;
+  std::vector<std::optional<size_t>> firstPages;
+  for (const Fibre& fibre : job.fibres) {
+    std::vector<Page> own = FibrePages(fibre, setting);
+    firstPages.push_back(own.empty() ? std::nullopt : std::optional<size_t>(fibres.size()));
+    std::move(own.begin(), own.end(), std::back_inserter(fibres));
+  }
+  // One fibre needs no summary, unless there is something to say of its files.
+  if (fibres.empty() || (job.fibres.size() == 1 && job.findings.empty()))
+    return WithFeet(std::move(fibres), setting);
+  std::vector<Page> pages = CoverPages(job, firstPages, TitleOf(setting), setting);
+  std::move(fibres.begin(), fibres.end(), std::back_inserter(pages));
+  return WithFeet(std::move(pages), setting);
+}
+
 }  // namespace
 
-std::vector<std::string> PaperEndings() { return {".pdf", ".svg", ".png"}; }
+std::vector<std::string> PaperEndings() { return {".pdf", ".svg", ".png", ".xlsx"}; }
 
 std::vector<Output> ReportOf(const std::string& file, const std::vector<PicturedTrace>& traces,
                              const PaperOptions& options) {
@@ -78,6 +89,8 @@ std::vector<Output> ReportOf(const std::string& file, const std::vector<Pictured
   const Setting setting(options);
   if (traces.empty()) return {};
   const Job job = MakeJob(traces, options);
+  if (job.fibres.empty()) throw Error(ErrorKind::kUnreadable, "", "no trace shows a fibre to report on");
+  if (ending == ".xlsx") return {{file, WorkbookOf(job, setting, TitleOf(setting))}};
   const std::vector<Page> pages = PagesOf(job, setting);
   if (pages.empty()) throw Error(ErrorKind::kUnreadable, "", "no trace shows a fibre to report on");
   if (ending == ".pdf") return {{file, PdfOf(pages, setting, TitleOf(setting))}};

@@ -39,8 +39,8 @@ void Table::DrawHead(Canvas& canvas, double x, double y) const {
     const double at = TextPlace(x, column), most = column.width - kPad;
     Style style = {column.deviation ? kSmallLetters : 7.2, true, kBlack, column.align};
     // Words of some languages are long: smaller letters say more than half a word.
-    const double width = canvas.Width(column.heading, style);
-    if (width > most) style.size = std::max(style.size * most / width, kLeastLetters);
+    const double wanted = canvas.Width(column.heading, style);
+    if (wanted > most) style.size = std::max(style.size * most / wanted, kLeastLetters);
     style.most = most + 0.5;
     canvas.Text(at, y + 9.0, column.heading, style);
     canvas.Text(at, y + 18.0, column.unit, {kSmallLetters, false, kGrey, column.align, 0.0});
@@ -48,15 +48,17 @@ void Table::DrawHead(Canvas& canvas, double x, double y) const {
   }
 }
 
-void Table::DrawCell(Canvas& canvas, double x, double y, const Column& column, const Cell& cell) const {
+void Table::DrawCell(Canvas& canvas, double x, double y, const Column& column, const Cell& cell,
+                     double room) const {
   if (const Colour* ground = GroundOf(cell.verdict))
     canvas.RoundFill(x + 0.8, y + 0.6, column.width - 1.6, kRowHeight - 1.2, 1.5, *ground);
   if (!cell.symbol.empty())
     DrawSymbol(canvas, x + column.width / 2.0, y + kRowHeight / 2.0, 6.5, cell.symbol);
   Style style = {column.deviation ? kSmallLetters : kLetters, cell.bold, LettersOn(cell.verdict),
-                 column.align, column.width - kPad};
+                 column.align, (cell.spans ? room : column.width) - kPad};
   if (column.deviation && cell.verdict == Verdict::kNone) style.colour = kGrey;
-  const double at = TextPlace(x, column);
+  const double at = cell.spans ? x + kPad : TextPlace(x, column);
+  if (cell.spans) style.align = Align::kLeft, style.colour = kFailRed;
   canvas.Text(at, y + kBaseline, cell.text, style);
 }
 
@@ -67,11 +69,13 @@ void Table::Draw(Canvas& canvas, double x, double y, size_t from, size_t to) con
   for (size_t i = from; i < to && i < rows.size(); ++i) {
     double at = x;
     for (size_t c = 0; c < columns.size() && c < rows[i].size(); ++c) {
-      DrawCell(canvas, at, y, columns[c], rows[i][c]);
+      DrawCell(canvas, at, y, columns[c], rows[i][c], x + width - at);
       at += columns[c].width;
     }
     y += kRowHeight;
-    canvas.Line(x, y, x + width, y, kPaleGrey, 0.3);
+    // What is said of a row belongs to it.
+    const bool goesOn = i + 1 < rows.size() && rows[i + 1].size() > 1 && rows[i + 1][1].spans;
+    if (!goesOn) canvas.Line(x, y, x + width, y, kPaleGrey, 0.3);
   }
 }
 

@@ -21,6 +21,7 @@ struct Cell {
   Verdict verdict = Verdict::kNone;  // colours the cell
   std::string symbol = {};           // a kind of event, drawn instead of a text
   bool bold = false;
+  bool spans = false;  // reaches over the columns behind it
 };
 
 using Row = std::vector<Cell>;
@@ -42,7 +43,8 @@ struct Table {
 
  private:
   void DrawHead(Canvas& canvas, double x, double y) const;
-  void DrawCell(Canvas& canvas, double x, double y, const Column& column, const Cell& cell) const;
+  void DrawCell(Canvas& canvas, double x, double y, const Column& column, const Cell& cell,
+                double room) const;
 };
 
 }  // namespace reflyze::paper

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <vector>
 
 #include "paper/TextFiles.h"
 #include "reflyze/error.h"
@@ -50,6 +51,49 @@ std::string Time(long long utc, const char* format) {
   return {text, std::strftime(text, sizeof text, format, &parts)};
 }
 
+constexpr const char* kSentences = "says.";  // keys of what the library says of files and fibres
+
+std::string Mark(size_t part) { return "{" + std::to_string(part + 1) + "}"; }
+
+// What stands in a sentence for the marks of a pattern, in order; none for another sentence.
+std::optional<std::vector<std::string>> PartsOf(const std::string& sentence, const std::string& pattern) {
+  std::vector<std::string> parts;
+  size_t at = 0, from = 0;
+  while (true) {
+    const size_t mark = pattern.find(Mark(parts.size()), from);
+    const std::string between = pattern.substr(from, mark == std::string::npos ? mark : mark - from);
+    const bool last = mark == std::string::npos;
+    size_t found = parts.empty() ? (sentence.rfind(between, 0) == 0 ? 0 : std::string::npos)
+                                 : sentence.find(between, at);
+    // The last words end the sentence; a name may hold them too.
+    if (last && !parts.empty())
+      found = sentence.size() < between.size() ? std::string::npos : sentence.size() - between.size();
+    if (found == std::string::npos || found < at || sentence.compare(found, between.size(), between) != 0)
+      return std::nullopt;
+    if (!parts.empty()) parts.back() = sentence.substr(at, found - at);
+    at = found + between.size();
+    if (last) return at == sentence.size() ? std::optional(parts) : std::nullopt;
+    from = mark + 3;
+    parts.emplace_back();
+  }
+}
+
+std::string Filled(const std::string& pattern, const std::vector<std::string>& parts) {
+  std::string text;
+  for (size_t at = 0; at < pattern.size(); ++at) {
+    const size_t number = at + 2 < pattern.size() && pattern[at] == '{' && pattern[at + 2] == '}'
+                              ? static_cast<size_t>(pattern[at + 1] - '1')
+                              : parts.size();
+    if (number < parts.size()) {
+      text += parts[number];
+      at += 2;
+    } else {
+      text += pattern[at];
+    }
+  }
+  return text;
+}
+
 bool TurnsOrHides(gunichar letter) {
   const bool turns = (letter >= 0x202A && letter <= 0x202E) || (letter >= 0x2066 && letter <= 0x2069) ||
                      letter == 0x200E || letter == 0x200F || letter == 0x061C;
@@ -83,13 +127,16 @@ const std::string& Texts::operator[](const std::string& key) const {
 }
 
 std::string Texts::With(const std::string& key, const std::string& first, const std::string& second) const {
-  std::string text = (*this)[key];
-  for (const auto& [mark, value] :
-       {std::pair<const char*, const std::string&>("{1}", first), {"{2}", second}}) {
-    const size_t at = text.find(mark);
-    if (at != std::string::npos) text.replace(at, 3, value);
+  return Filled((*this)[key], {first, second});
+}
+
+std::string Texts::Told(const std::string& sentence) const {
+  static const Texts english("en");
+  for (const auto& [key, pattern] : english.words_) {
+    if (key.rfind(kSentences, 0) != 0) continue;
+    if (const auto parts = PartsOf(sentence, pattern)) return Filled((*this)[key], *parts);
   }
-  return text;
+  return sentence;
 }
 
 std::string Texts::Number(std::optional<double> value, int decimals) const {

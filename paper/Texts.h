@@ -20,6 +20,9 @@ class Texts {
   // The same with what stands for "{1}" and "{2}" in it.
   std::string With(const std::string& key, const std::string& first, const std::string& second = "") const;
 
+  // A sentence of the library, which are English, in this language; as it is where it is none that is known.
+  std::string Told(const std::string& sentence) const;
+
   // "-" for none. A value that rounds to 0 has no sign.
   std::string Number(std::optional<double> value, int decimals) const;
   // "±0.012" of a standard deviation, rounded up and never 0: one that looks less than it is would be

@@ -36,7 +36,7 @@ struct PaperOptions {
 // The languages that a report can have: "en", "de", "fr", "es".
 REFLYZE_API std::vector<std::string> PaperLanguages();
 
-// The kinds of file, by the ending of the name: ".pdf", ".svg", ".png".
+// The kinds of file, by the ending of the name: ".pdf", ".svg", ".png", ".xlsx".
 REFLYZE_API std::vector<std::string> PaperEndings();
 
 // A report of these traces, as the files to be written. The ending of the name tells the kind; pictures of

@@ -18,6 +18,7 @@
 #include "reflyze/merge.h"
 #include "reflyze/monitor.h"
 #include "reflyze/picture.h"
+#include "reflyze/plot.h"
 #include "reflyze/quality.h"
 #include "reflyze/report.h"
 #include "reflyze/show.h"

@@ -79,6 +79,17 @@ class ReportTest : public testing::Test {
     return Said("pdftotext -layout " + Store(files.at(0)) + " -");
   }
 
+  // Lines without the blanks in front of them.
+  static std::string Unindented(const std::string& text) {
+    std::string plain;
+    bool begun = false;
+    for (const char c : text) {
+      begun = c != '\n' && (begun || c != ' ');
+      if (begun || c == '\n') plain += c;
+    }
+    return plain;
+  }
+
   static void ExpectHas(const std::string& text, const std::vector<std::string>& words) {
     for (const std::string& word : words)
       EXPECT_NE(text.find(word), std::string::npos) << word << " in\n" << text;
@@ -176,15 +187,110 @@ TEST_F(ReportTest, BothDirectionsAndUnrelatedTracesFindTheirPages) {
   const std::string both = TextOfPdf({Metro(), back});
   ExpectHas(both, {"both directions", "Loss A", "Loss B", "Mean", "Page 1 of 1"});
   // Another fibre that an instrument calls "1" too is no direction of this one.
-  ExpectHas(TextOfPdf({Metro(), Example("access-2km.sor")}), {"Page 1 of 2", "Page 2 of 2"});
+  ExpectHas(TextOfPdf({Metro(), Example("access-2km.sor")}), {"2 fibres", "Page 3 of 3"});
+}
+
+// A cable of four fibres: one fails a limit, one is a copy of another.
+std::vector<PicturedTrace> FourFibres(const PicturedTrace& metro) {
+  std::vector<PicturedTrace> traces;
+  for (int i = 1; i <= 4; ++i) {
+    PicturedTrace trace = metro;
+    trace.trace.cable = "K 7";
+    trace.trace.fibre = "00" + std::to_string(i);
+    trace.trace.file = "K7_00" + std::to_string(i) + "_1550.sor";
+    trace.trace.samples += static_cast<std::uint64_t>(i == 4 ? 3 : i);
+    trace.trace.table.events[4].lossDb = i == 2 ? 0.45 : 0.14;
+    traces.push_back(trace);
+  }
+  return traces;
+}
+
+TEST_F(ReportTest, TheSummaryHasFailuresFirstAndTheirPages) {
+  options_.limits = Limits::FromText("l.ini", "[one way]\nsplice_db = 0.4\nconnector_db = 0.5\n");
+  options_.title = "Acceptance of K 7";
+  const std::string text = TextOfPdf(FourFibres(Metro()));
+  const std::string cover = text.substr(0, text.find('\f'));
+  ExpectHas(cover, {"Acceptance of K 7", "4 fibres", "Page 1 of 4",
+                    "K7_004_1550.sor is the same trace as K7_003_1550.sor", "Splice losses",
+                    "Joints at the same place", "0.450"});
+  // Rows: 002 and 004 fail and stand before 001 and 003; 002 is on page 3, 004 has no page of its own.
+  const size_t rows = cover.find("worst, dB");
+  ASSERT_NE(rows, std::string::npos);
+  std::vector<size_t> at;
+  for (const char* fibre : {"\n002", "\n004", "\n001", "\n003"}) at.push_back(Unindented(cover).find(fibre));
+  EXPECT_TRUE(std::is_sorted(at.begin(), at.end())) << cover;
+  const auto page = [&](size_t line) {
+    const std::string plain = Unindented(cover);
+    const size_t end = plain.find('\n', line + 1), last = plain.find_last_not_of(' ', end - 1);
+    return plain.substr(plain.find_last_of(' ', last) + 1, last - plain.find_last_of(' ', last));
+  };
+  EXPECT_EQ(page(at[0]), "3");
+  EXPECT_EQ(page(at[1]), "-");
+  EXPECT_EQ(page(at[3]), "4");
+  options_.language = "de";
+  ExpectHas(TextOfPdf(FourFibres(Metro())), {"K7_004_1550.sor ist dieselbe Messung wie K7_003_1550.sor"});
+}
+
+// Whatever the library says of files and fibres is said in every language; a sentence that changes there is
+// seen.
+TEST_F(ReportTest, SentencesOfTheLibraryAreTranslated) {
+  std::vector<PicturedTrace> traces = FourFibres(Metro());
+  traces[3].trace.samples += 77;
+  traces[3].trace.table.events.back().distanceKm = 31.9;
+  traces[3].trace.table.lengthKm = 31.9;
+  traces[0].trace.recordFibre = "9";
+  traces[1].trace.recordNm = 1310;
+  traces.push_back(traces[2]);
+  traces[4].trace.samples += 5;
+  traces[4].trace.dateUtc += 60;
+  traces[4].trace.direction = traces[2].trace.direction = "A";
+  std::vector<CableTrace> plain;
+  for (const PicturedTrace& trace : traces) plain.push_back(trace.trace);
+  const CableReport report = MakeCable(plain);
+  std::vector<std::string> said = report.findings;
+  for (const CableRow& row : report.rows) said.insert(said.end(), row.findings.begin(), row.findings.end());
+  EXPECT_GE(said.size(), 4u);
+  for (const char* language : {"de", "fr", "es"}) {
+    const paper::Texts texts(language);
+    for (const std::string& sentence : said) EXPECT_NE(texts.Told(sentence), sentence) << language;
+  }
+  EXPECT_EQ(paper::Texts("en").Told(said[0]), said[0]);
+  EXPECT_EQ(paper::Texts("de").Told("no sentence of ours"), "no sentence of ours");
+}
+
+TEST_F(ReportTest, AWorkbookHasNumbersAndNoFormulas) {
+  options_.limits = Limits::FromText("l.ini", "[one way]\nsplice_db = 0.4\nconnector_db = 0.5\n");
+  std::vector<PicturedTrace> traces = FourFibres(Metro());
+  for (PicturedTrace& trace : traces) trace.trace.cable = "=1+1";
+  traces[0].card.from = "@SUM(A1)";
+  traces[0].card.to = "<b>&\x01";
+  traces[0].trace.table.events[1].reflectanceAtLeast = true;
+  const std::vector<Output> once = ReportOf("r.xlsx", traces, options_);
+  EXPECT_TRUE(once[0].bytes == ReportOf("r.xlsx", traces, options_)[0].bytes);
+  const std::string script =
+      "import openpyxl\n"
+      "book = openpyxl.load_workbook(\"" +
+      Store(once[0]) +
+      "\")\n"
+      "print(book.sheetnames, len(book[\"Cable\"]._charts))\n"
+      "for sheet in book:\n"
+      "  for row in sheet.iter_rows():\n"
+      "    for cell in row:\n"
+      "      if cell.value is not None:\n"
+      "        print(sheet.title, cell.coordinate, cell.data_type, repr(cell.value), cell.number_format, "
+      "cell.fill.fgColor.rgb)\n";
+  const std::string program = Store({"read.py", script});
+  const std::string cells = Said("/usr/bin/python3 " + program);
+  ExpectHas(cells, {"['Fibres', 'Events', 'Cable'] 1", "Fibres A2 s '=1+1'", "s '@SUM(A1)'", "s '<b>&?'",
+                    "n 0.45 0.000 FFB81", "n 40.0507 0.0000", "n -52.01 \"> \"0.00", "s 'fail'"});
+  EXPECT_EQ(cells.find(" f "), std::string::npos) << "a formula";
 }
 
 TEST_F(ReportTest, EachPictureOfSeveralIsAFileOfItsOwn) {
   const std::vector<Output> files =
       ReportOf("folder.x/r.png", {Metro(), Example("access-2km.sor")}, options_);
-  ASSERT_EQ(files.size(), 2u);
-  EXPECT_EQ(files[0].name, "folder.x/r-1.png");
-  EXPECT_EQ(files[1].name, "folder.x/r-2.png");
+  ASSERT_EQ(files.size(), 3u) << "a summary and two fibres";
+  for (size_t i = 0; i < 3; ++i) EXPECT_EQ(files[i].name, "folder.x/r-" + std::to_string(i + 1) + ".png");
 }
 
 // Thirty and a hundred events: the table goes on behind the page, each event once, none outside the paper.
