@@ -1,24 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/LoadBeside.h"
 
+#include <limits.h>
+#include <unistd.h>
+
 #include "reflyze/error.h"
 
 #ifndef REFLYZE_LINKED_MODULE
 #include <dlfcn.h>
-#include <limits.h>
-#include <unistd.h>
 #endif
 
 namespace reflyze::cli {
 
-#ifdef REFLYZE_LINKED_MODULE
-void* LoadBeside(const std::string& name, const std::string&) {
-  throw Error(ErrorKind::kUnreadable, name, "can't be loaded on this system");
-}
-#else
-namespace {
-
-std::string FolderOfExecutable() {
+std::string FolderOfProgram() {
   char path[PATH_MAX];
   const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
   if (length <= 0) return ".";
@@ -26,11 +20,14 @@ std::string FolderOfExecutable() {
   return whole.substr(0, whole.rfind('/'));
 }
 
-}  // namespace
-
+#ifdef REFLYZE_LINKED_MODULE
+void* LoadBeside(const std::string& name, const std::string&) {
+  throw Error(ErrorKind::kUnreadable, name, "can't be loaded on this system");
+}
+#else
 void* LoadBeside(const std::string& name, const std::string& fromProgram) {
   std::string reasons;
-  const std::string folder = FolderOfExecutable();
+  const std::string folder = FolderOfProgram();
   for (const std::string& place : {folder + "/" + name, folder + "/" + fromProgram + "/" + name}) {
     if (access(place.c_str(), R_OK) != 0) continue;
     if (void* handle = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL)) return handle;

@@ -5,6 +5,9 @@
 
 namespace reflyze::cli {
 
+// The folder that the running program stands in; "." where the system does not tell.
+std::string FolderOfProgram();
+
 // Loads what the program does without until it is asked for: a file beside the program, else in a folder that
 // is named from the program's. It stays loaded. Throws Error kUnreadable.
 void* LoadBeside(const std::string& name, const std::string& fromProgram);

@@ -13,6 +13,7 @@
 #include "cli/Options.h"
 #include "cli/OrderedWork.h"
 #include "cli/PaperHost.h"
+#include "cli/ReportPage.h"
 #include "cli/Session.h"
 #include "reflyze/files.h"
 #include "reflyze/text.h"
@@ -29,6 +30,7 @@ struct ReportCommand {
   std::string size = "a4";
   std::string logo;  // file
   std::string date;  // of the report
+  std::string page;  // the built page, for one with traces in it
   ThresholdOptions thresholds;
   AnalyseOptions analysis;
   LinkOptions link;
@@ -118,7 +120,16 @@ const PaperDoor& SettlePaper(Session& session, ReportCommand& options) {
   return paper;
 }
 
+bool IsPage(const std::string& file) {
+  const std::string ending = ".html";
+  return file.size() > ending.size() && file.compare(file.size() - ending.size(), ending.size(), ending) == 0;
+}
+
 int RunReport(Session& session, ReportCommand& options) {
+  if (IsPage(options.file)) {
+    SettleInputs(options.inputs);
+    return WritePage(session, options.inputs, options.page, options.file);
+  }
   const PaperDoor& paper = SettlePaper(session, options);
   SettleInputs(options.inputs);
   const size_t total = options.inputs.files.size();
@@ -153,6 +164,11 @@ void AddPaperOptions(CLI::App& command, ReportCommand& options) {
   command.add_option("--logo", options.logo, "PNG picture for the head of each page")
       ->type_name(kFileValue)
       ->check(InputName());
+  command
+      .add_option("--page", options.page,
+                  "For .html: the page that scripts/build-web has built, if not that of the installation")
+      ->type_name(kFileValue)
+      ->check(InputName());
   command.add_option("--date", options.date, "Day of the report, YYYY-MM-DD; today, if not given")
       ->type_name("DAY")
       ->check(CLI::Validator(
@@ -171,7 +187,7 @@ void AddReportCommand(CLI::App& app, Session& session) {
   AddInputs(*command, options->inputs, "; those of one fibre share a page");
   command
       ->add_option("-o,--output", options->file,
-                   "The report; its ending tells the kind: .pdf, .xlsx, .svg or .png")
+                   "The report; its ending tells the kind: .pdf, .xlsx, .html, .svg or .png")
       ->required()
       ->type_name(kFileValue)
       ->check(OutputName());

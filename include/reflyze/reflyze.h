@@ -27,3 +27,4 @@
 #include "reflyze/text.h"
 #include "reflyze/trace.h"
 #include "reflyze/version.h"
+#include "reflyze/webpage.h"

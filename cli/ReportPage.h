@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "cli/Inputs.h"
+
+namespace reflyze::cli {
+
+class Session;
+
+// A report as a page for browsers: the traces of a job, as their files are, in the page that shows them.
+// `page` names the built page; without it, that beside the program or of the installation is taken. Throws
+// Error kUnreadable where there is none. A trace that can't be read costs its line, and gives a status;
+// nothing is written where none can.
+int WritePage(Session& session, const InputArguments& inputs, const std::string& page,
+              const std::string& file);
+
+}  // namespace reflyze::cli

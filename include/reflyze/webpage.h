@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "reflyze/files.h"
+
+namespace reflyze {
+
+// The page that shows traces in a browser, with these traces in it: one file that opens without a server.
+// `page` is the text of the built page; `traces` are files of records with the names that the page shows.
+// Names may hold whatever they like, none of it becomes a part of the page. Throws Error kUnreadable for a
+// page without a place for traces.
+REFLYZE_API std::string PageWith(const std::string& page, const std::vector<Output>& traces);
+
+}  // namespace reflyze
