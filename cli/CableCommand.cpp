@@ -94,15 +94,6 @@ int StoreSpans(Session& session, const CableCommand& options, const std::vector<
       [](size_t, const FileResult&) {});
 }
 
-bool AnyNumberFails(const CableReport& report) {
-  for (const CableRow& row : report.rows) {
-    for (const CableNumbers& numbers : row.wavelengths) {
-      if (numbers.verdict && numbers.verdict->verdict == Verdict::kFail) return true;
-    }
-  }
-  return false;
-}
-
 int RunCable(Session& session, CableCommand& options) {
   InputArguments& inputs = options.job.inputs;
   inputs.folders = true;

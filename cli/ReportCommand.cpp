@@ -125,6 +125,14 @@ bool IsPage(const std::string& file) {
   return file.size() > ending.size() && file.compare(file.size() - ending.size(), ending.size(), ending) == 0;
 }
 
+// A report that shows a number which fails its limits is no error, and yet a script has to know.
+int StatusByLimits(const std::vector<PicturedTrace>& pictures, const PaperOptions& paper) {
+  if (!paper.limits) return kDone;
+  std::vector<CableTrace> traces;
+  for (const PicturedTrace& picture : pictures) traces.push_back(picture.trace);
+  return AnyNumberFails(MakeCable(traces, {paper.reels, paper.limits})) ? kFails : kDone;
+}
+
 int RunReport(Session& session, ReportCommand& options) {
   if (IsPage(options.file)) {
     SettleInputs(options.inputs);
@@ -150,7 +158,7 @@ int RunReport(Session& session, ReportCommand& options) {
   // Each has been told; there is nothing to report on.
   if (measured == 0) return status;
   SaveTogether(paper.reportOf(options.file, pictures, options.paper));
-  return status;
+  return std::max(status, StatusByLimits(pictures, options.paper));
 }
 
 void AddPaperOptions(CLI::App& command, ReportCommand& options) {

@@ -355,4 +355,13 @@ CableReport MakeCable(const std::vector<CableTrace>& traces, const CableOptions&
   return CableMaker(traces, options).Made();
 }
 
+bool AnyNumberFails(const CableReport& report) {
+  for (const CableRow& row : report.rows) {
+    for (const CableNumbers& numbers : row.wavelengths) {
+      if (numbers.verdict && numbers.verdict->verdict == Verdict::kFail) return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace reflyze

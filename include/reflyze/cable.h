@@ -128,6 +128,8 @@ struct CableOptions {
 // another fibre than they are named for, fibres that are swapped between the ends or end early are said, and
 // nothing is dropped without a word. Fibres are told from each other by lengths and places of joints.
 REFLYZE_API CableReport MakeCable(const std::vector<CableTrace>& traces, const CableOptions& options = {});
+// Whether a number of any fibre fails its limits; what was found beside the numbers does not count.
+REFLYZE_API bool AnyNumberFails(const CableReport& report);
 
 REFLYZE_API std::string TextOf(const CableReport& report);  // a row a fibre, and the summary
 REFLYZE_API std::string JsonOf(const CableReport& report);  // the same as one object

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <filesystem>
 #include <map>
 
 #include "tests/cli/program.h"
@@ -29,6 +30,17 @@ TEST_F(LinkTest, LimitsMarkWhatFailsAndStatus5Says) {
   ExpectOneLineError(Run({"analyse", trace, "--limits", Store("bad", "[one way]\nx=1\n")}), 3, "bad limits");
   ExpectOneLineError(Run({"analyse", trace, "--launch", "far"}), 2, "no length");
 }
+
+#ifdef REFLYZE_PAPER
+TEST_F(LinkTest, AReportIsWrittenAndItsStatusSaysWhatFails) {
+  const std::string trace = StoreTrace("a.sor"), report = File("a.pdf");
+  const std::string strict = Store("strict.ini", "[one way]\nsplice_db = 0.25\n");
+  EXPECT_EQ(Run({"report", trace, "-o", report}).status, 0);
+  std::filesystem::remove(report);
+  EXPECT_EQ(Run({"report", trace, "-o", report, "--limits", strict}).status, 5);
+  EXPECT_TRUE(std::filesystem::exists(report));
+}
+#endif
 
 // What is stored with reels counts from the connector, here and for others.
 TEST_F(LinkTest, ReelsAreStoredAsTheUserOffset) {
