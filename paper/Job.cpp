@@ -98,6 +98,7 @@ class JobMaker {
     for (const CableTrace& trace : traces_)
       parts[{trace.cable, trace.cable.empty() ? trace.fibre : ""}].push_back(trace);
     std::vector<std::pair<std::string, std::string>> order;
+    order.reserve(parts.size());
     for (const auto& part : parts) order.push_back(part.first);
     std::sort(order.begin(), order.end(), [](const auto& a, const auto& b) {
       if (a.first != b.first) return NaturalLess(a.first, b.first);

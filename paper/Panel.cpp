@@ -128,7 +128,9 @@ void DrawAxes(Canvas& canvas, const Box& plot, const Scale& x, const Scale& y, c
   right.align = Align::kRight;
   for (const double tick : y.Ticks(levels)) {
     canvas.Line(plot.x, y.At(tick), plot.x + plot.width, y.At(tick), kPaleGrey, 0.3);
-    canvas.Text(plot.x - 4.0, y.At(tick) + 2.3, texts.Number(tick, y.Decimals(levels)), right);
+    // The unit stands at the upper end.
+    if (y.At(tick) > plot.y + 9.0)
+      canvas.Text(plot.x - 4.0, y.At(tick) + 2.3, texts.Number(tick, y.Decimals(levels)), right);
   }
   canvas.Frame(plot.x, plot.y, plot.width, plot.height, kGrey, 0.5);
   right.bold = true;

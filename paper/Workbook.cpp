@@ -23,7 +23,7 @@ namespace {
 constexpr lxw_color_t kHeadGround = 0xEEF0F2;
 
 lxw_color_t Rgb(const Colour& colour) {
-  const auto part = [](double value) { return static_cast<lxw_color_t>(value * 255.0 + 0.5); };
+  const auto part = [](double value) { return static_cast<lxw_color_t>(std::lround(value * 255.0)); };
   return part(colour.red) << 16 | part(colour.green) << 8 | part(colour.blue);
 }
 
