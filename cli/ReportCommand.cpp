@@ -129,6 +129,7 @@ bool IsPage(const std::string& file) {
 int StatusByLimits(const std::vector<PicturedTrace>& pictures, const PaperOptions& paper) {
   if (!paper.limits) return kDone;
   std::vector<CableTrace> traces;
+  traces.reserve(pictures.size());
   for (const PicturedTrace& picture : pictures) traces.push_back(picture.trace);
   return AnyNumberFails(MakeCable(traces, {paper.reels, paper.limits})) ? kFails : kDone;
 }
