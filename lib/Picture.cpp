@@ -4,13 +4,15 @@
 #include <algorithm>
 #include <cmath>
 
+#include "lib/Verdicts.h"
+
 namespace reflyze {
 namespace {
 
 constexpr int kWholeColumns = 720;    // of a page: finer than a printed line is wide
 constexpr int kCloseUpColumns = 240;  // of a picture beside another one
-constexpr double kBehindEnd =
-    0.08;  // share of the fibre that is shown behind its end: the noise belongs there
+// Share of the fibre that is shown behind its end: the noise belongs there.
+constexpr double kBehindEnd = 0.08;
 constexpr double kLightKmPerNs = 1.02e-4;  // fibre that a pulse of 1 ns covers, both ways, km
 
 struct Points {
@@ -60,14 +62,13 @@ std::vector<double> PlacesToShow(const EventTable& table) {
   if (table.events.empty()) return places;
   const std::vector<Event>& events = table.events;
   places = {events.front().distanceKm, events.back().distanceKm};
-  const auto reflects = [](const Event& event) { return !event.code.empty() && event.code[0] != '0'; };
   for (size_t i = 1; i + 1 < events.size(); ++i) {
-    if (!reflects(events[i])) continue;
+    if (!ReflectsBy(events[i].code)) continue;
     places.push_back(events[i].distanceKm);
     break;
   }
   for (size_t i = events.size() - 1; i-- > 1;) {
-    if (!reflects(events[i])) continue;
+    if (!ReflectsBy(events[i].code)) continue;
     places.push_back(events[i].distanceKm);
     break;
   }

@@ -64,8 +64,7 @@ struct Limits {
   // "name", "one_way" and "mean_of_two". Keys are splice_db, connector_db, reflectance_db,
   // section_db_per_km, attenuation_db_per_km and link_db_per_km with an at sign and a wavelength in nm behind
   // them or two with a hyphen between, span_loss_db, return_loss_db, length_km, least_length_km, each also
-  // with
-  // ".warning" behind it. One wavelength stands for 25 nm either side.
+  // with ".warning" behind it. One wavelength stands for 25 nm either side.
   // Throws Error kUnreadable, with the line or the key, for what is none.
   static REFLYZE_API Limits FromText(const std::string& file, const std::string& text);
   // The same of a file.

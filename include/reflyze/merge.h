@@ -25,8 +25,8 @@ struct MergedEvent {
   DirectionOfEvent a, b;               // from the first end, and from the other
   std::optional<double> meanLossDb;    // dB, of both directions
   std::optional<double> meanLossSdDb;  // its standard deviation, dB; none unless both were measured
-  std::optional<double>
-      attenuationDbPerKm;  // of the section before it, mean of both directions, else of the one that has it
+  // Of the section before it, mean of both directions, else of the one that has it.
+  std::optional<double> attenuationDbPerKm;
   std::optional<double> attenuationSdDbPerKm;  // its standard deviation, dB/km
 };
 

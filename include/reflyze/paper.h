@@ -42,8 +42,8 @@ REFLYZE_API std::vector<std::string> PaperEndings();
 // A report of these traces, as the files to be written. The ending of the name tells the kind; pictures of
 // several pages are one file each, FILE-1.png and so on. Traces that belong to one fibre share a page, and
 // several fibres get a summary in front. The same input gives the same bytes. Throws Error kUsage for another
-// ending, a language that is not known and a logo that is no PNG, kUnreadable where no trace
-// was measured. Of no traces there are no files, only what is wrong with the rest.
+// ending, a language that is not known and a logo that is no PNG, kUnreadable where no trace was measured. Of
+// no traces there are no files, only what is wrong with the rest.
 REFLYZE_API std::vector<Output> ReportOf(const std::string& file, const std::vector<PicturedTrace>& traces,
                                          const PaperOptions& options = {});
 
