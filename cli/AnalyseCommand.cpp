@@ -23,14 +23,7 @@ struct AnalyseCommand {
   std::string format = "text";
 };
 
-std::string Listing(const LinkTable& link, const std::string& format) {
-  if (format == "json") return JsonOf(link);
-  if (format == "csv") return CsvOf(link);
-  return TextOf(link);
-}
-
 std::string Heading(const AnalyseCommand& options) {
-  if (options.format != "csv") return "";
   const Measurement measurement = options.module ? Measurement::kNone : Measurement::kDone;
   return options.limits ? JudgedCsvHeader(measurement) : CsvHeader(measurement);
 }
@@ -54,7 +47,7 @@ void AnalyseTrace(Session& session, const AnalyseCommand& options, Trace trace, 
   }
   result.warnings.insert(result.warnings.end(), table.warnings.begin(), table.warnings.end());
   if (link.verdict && link.verdict->verdict == Verdict::kFail) result.status = kFails;
-  result.listing += (result.listing.empty() ? "" : Between(options.format)) + Listing(link, options.format);
+  result.listing += (result.listing.empty() ? "" : Between(options.format)) + ListingOf(link, options.format);
 }
 
 // A file may hold several traces. Each is listed as a record of its own, under the name of the file.
@@ -104,7 +97,7 @@ void AddAnalyseCommand(CLI::App& app, Session& session) {
       ->needs("--output");
   AddThresholdOptions(*command, options->thresholds);
   AddLinkOptions(*command, options->link);
-  AddTableFormatOption(*command, options->format, "one object a line");
+  AddTableFormatOption(*command, options->format);
   command->callback([options, &session] {
     session.command = [options](Session& running) { return RunAnalyse(running, *options); };
   });

@@ -72,10 +72,10 @@ CLI::Validator Check(std::string (*problem)(const std::string&)) {
 int RunBaseline(Session& session, BaselineCommand& options) {
   const InputArguments& inputs = options.job.inputs;
   SettleInputs(options.job.inputs);
-  return PrintJob(session, options.job, options.format, "", [&](size_t index) {
+  return PrintJob(session, options.job, options.format, CsvHeader(Measurement::kNone), [&](size_t index) {
     const Baseline baseline = MakeBaseline(session.Open(inputs.files[index].name), options.monitoring);
     FileResult result;
-    result.listing = options.format == "json" ? JsonOf(baseline) : TextOf(baseline);
+    result.listing = ListingOf(baseline, options.format);
     result.warnings = baseline.warnings;
     result.outputs = {baseline.record.To(inputs.places[index])};
     return result;
@@ -127,7 +127,7 @@ void AddBaselineCommand(CLI::App& app, Session& session) {
       ->type_name("NAME=VALUE")
       ->allow_extra_args(false)
       ->check(Check(SettingProblem));
-  AddFormatOption(*command, options->format);
+  AddTableFormatOption(*command, options->format);
   command->footer(SettingsHelp());
   command->callback([options, &session] {
     for (const std::string& text : options->search) options->monitoring.search.push_back(StretchOf(text));

@@ -117,9 +117,7 @@ int RunCable(Session& session, CableCommand& options) {
       });
   const CableReport report = MakeCable(traces, asked);
   status = std::max(status, StoreSpans(session, options, traces, digests, report.reels));
-  session.Print(options.format == "json"  ? JsonOf(report)
-                : options.format == "csv" ? CsvOf(report)
-                                          : TextOf(report));
+  session.Print(ListingOf(report, options.format));
   const int worth = AnyNumberFails(report) ? kFails : report.failing > 0 ? kChanged : kDone;
   return std::max(status, worth);
 }

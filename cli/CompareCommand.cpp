@@ -81,7 +81,7 @@ FileResult CompareFile(Session& session, const CompareCommand& options, size_t i
     result.outputs = {comparison.record.To(inputs.places[index])};
   }
   result.warnings = comparison.warnings;
-  result.listing = options.format == "json" ? JsonOf(comparison) : TextOf(comparison);
+  result.listing = ListingOf(comparison, options.format);
   if (comparison.Changed()) result.status = kChanged;
   return result;
 }
@@ -94,7 +94,8 @@ int RunCompare(Session& session, CompareCommand& options) {
   options.job.reads = [&](size_t index) {
     return std::vector<std::string>{options.baselines[index], options.job.inputs.files[index].name};
   };
-  return PrintJob(session, options.job, options.format, "",
+  const Numbers numbers = options.module ? Numbers::kAsStored : Numbers::kMeasured;
+  return PrintJob(session, options.job, options.format, ComparisonCsvHeader(numbers),
                   [&](size_t index) { return CompareFile(session, options, index); });
 }
 
@@ -127,7 +128,7 @@ void AddCompareCommand(CLI::App& app, Session& session) {
                     "Hold the results in CURRENT, stored by an earlier comparison, against the limits again");
   command->add_flag("--module", options->module,
                     "Show what the analysis module itself answers to the two records as they are");
-  AddFormatOption(*command, options->format);
+  AddTableFormatOption(*command, options->format);
   command->callback([options, &session] {
     session.command = [options](Session& running) { return RunCompare(running, *options); };
   });

@@ -30,10 +30,10 @@ int RunFilter(Session& session, FilterCommand& options) {
   options.filter.kind = KindOf(options.kind);
   const InputArguments& inputs = options.job.inputs;
   SettleInputs(options.job.inputs);
-  return PrintJob(session, options.job, options.format, "", [&](size_t index) {
+  return PrintJob(session, options.job, options.format, FilterCsvHeader(), [&](size_t index) {
     const FilterTable table = Filter(session.Open(inputs.files[index].name), options.filter);
     FileResult result;
-    result.listing = options.format == "json" ? JsonOf(table) : TextOf(table);
+    result.listing = ListingOf(table, options.format);
     result.warnings = table.warnings;
     result.outputs = {table.record.To(inputs.places[index])};
     return result;
@@ -59,7 +59,7 @@ void AddFilterCommand(CLI::App& app, Session& session) {
                    "Strength of the filter, 1 is usual; without it the trace's")
       ->type_name("L")
       ->transform(NumberBetween(kLeastFilterLevel, kLargestFilterLevel));
-  AddFormatOption(*command, options->format);
+  AddTableFormatOption(*command, options->format);
   command->callback([options, &session] {
     session.command = [options](Session& running) { return RunFilter(running, *options); };
   });

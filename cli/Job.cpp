@@ -187,7 +187,7 @@ int RunJob(Session& session, const Job& job, const FileWork& work,
 
 int PrintJob(Session& session, const Job& job, const std::string& format, const std::string& heading,
              const FileWork& work) {
-  std::string before = heading;
+  std::string before = format == "csv" ? heading : "";
   return RunJob(session, job, work, [&](size_t, const FileResult& result) {
     if (!result.problem.empty()) return;
     session.Print(before + result.listing);

@@ -46,7 +46,15 @@ using FileWork = std::function<FileResult(size_t index)>;
 int RunJob(Session& session, const Job& job, const FileWork& work,
            const std::function<void(size_t, const FileResult&)>& take);
 
-// The same, and prints the listings: `heading` before the first, and an empty line between those of text.
+// What a command prints of a table that it has made.
+template <class Table>
+std::string ListingOf(const Table& table, const std::string& format) {
+  if (format == "json") return JsonOf(table);
+  return format == "csv" ? CsvOf(table) : TextOf(table);
+}
+
+// The same, and prints the listings: `heading` before the first of CSV, and an empty line between those of
+// text.
 int PrintJob(Session& session, const Job& job, const std::string& format, const std::string& heading,
              const FileWork& work);
 

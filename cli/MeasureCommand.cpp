@@ -35,10 +35,10 @@ MeasureRequest RequestOf(const MeasureCommand& options) {
 int RunMeasure(Session& session, MeasureCommand& options) {
   SettleInputs(options.job.inputs);
   const MeasureRequest request = RequestOf(options);
-  return PrintJob(session, options.job, options.format, "", [&](size_t index) {
+  return PrintJob(session, options.job, options.format, MeasureCsvHeader(), [&](size_t index) {
     const PlaceMeasure measure = Measure(session.Open(options.job.inputs.files[index].name), request);
     FileResult result;
-    result.listing = options.format == "json" ? JsonOf(measure) : TextOf(measure);
+    result.listing = ListingOf(measure, options.format);
     result.warnings = measure.warnings;
     return result;
   });
@@ -78,7 +78,7 @@ void AddMeasureCommand(CLI::App& app, Session& session) {
   for (CLI::Option* flag : {twoPoint, line, orl}) flag->needs(from);
   twoPoint->excludes(line)->excludes(orl);
   line->excludes(orl);
-  AddFormatOption(*command, options->format);
+  AddTableFormatOption(*command, options->format);
   command->callback([options, &session] {
     if (!options->atKm && !options->fromKm && options->eventKm.empty())
       throw CLI::ValidationError("measure", "needs --at, --from and --to, or --event");

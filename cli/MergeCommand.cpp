@@ -40,7 +40,7 @@ FileResult MergePair(Session& session, const MergeCommand& options, size_t index
   result.outputs = {link.table.recordA.To(inputs.places[index]),
                     link.table.recordB.To(options.otherPlaces[index])};
   result.warnings = link.table.warnings;
-  result.listing = options.format == "json" ? JsonOf(link) : TextOf(link);
+  result.listing = ListingOf(link, options.format);
   if (link.verdict && link.verdict->verdict == Verdict::kFail) result.status = kFails;
   return result;
 }
@@ -107,8 +107,9 @@ int RunMerge(Session& session, MergeCommand& options) {
   options.job.reads = [&](size_t index) {
     return std::vector<std::string>{options.job.inputs.files[index].name, options.others[index]};
   };
-  return std::max(status, PrintJob(session, options.job, options.format, "",
-                                   [&](size_t index) { return MergePair(session, options, index); }));
+  return std::max(status,
+                  PrintJob(session, options.job, options.format, MergedCsvHeader(options.limits.has_value()),
+                           [&](size_t index) { return MergePair(session, options, index); }));
 }
 
 void CheckTogether(const MergeCommand& options) {
@@ -144,7 +145,7 @@ void AddMergeCommand(CLI::App& app, Session& session) {
   AddResume(*command, options->job, output);
   AddThresholdOptions(*command, options->thresholds);
   AddLinkOptions(*command, options->link);
-  AddFormatOption(*command, options->format);
+  AddTableFormatOption(*command, options->format);
   command->callback([options, &session] {
     CheckTogether(*options);
     session.command = [options](Session& running) { return RunMerge(running, *options); };

@@ -43,7 +43,8 @@ constexpr char kFileValue[] = "FILE";
 CLI::Option* AddFormatOption(CLI::App& command, std::string& format);
 
 // "text", "json" or "csv"; `json` says what JSON of several traces is.
-CLI::Option* AddTableFormatOption(CLI::App& command, std::string& format, const std::string& json);
+CLI::Option* AddTableFormatOption(CLI::App& command, std::string& format,
+                                  const std::string& json = "one object a line");
 
 // How many traces are analysed at once.
 struct WorkOptions {

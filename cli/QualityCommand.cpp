@@ -25,13 +25,14 @@ int RunQuality(Session& session, QualityCommand& options) {
   asked.lastPercent = options.lastPercent;
   // One of both may come through a pipe.
   if (!options.longPulse.empty()) asked.longPulse = session.Open(options.longPulse);
-  return PrintJob(session, options.job, options.format, "", [&](size_t index) {
-    const QualityTable table = Quality(session.Open(options.job.inputs.files[index].name), asked);
-    FileResult result;
-    result.listing = options.format == "json" ? JsonOf(table) : TextOf(table);
-    result.warnings = table.warnings;
-    return result;
-  });
+  return PrintJob(
+      session, options.job, options.format, QualityCsvHeader(!options.longPulse.empty()), [&](size_t index) {
+        const QualityTable table = Quality(session.Open(options.job.inputs.files[index].name), asked);
+        FileResult result;
+        result.listing = ListingOf(table, options.format);
+        result.warnings = table.warnings;
+        return result;
+      });
 }
 
 }  // namespace
@@ -53,7 +54,7 @@ void AddQualityCommand(CLI::App& app, Session& session) {
       ->check(WholeNumber())
       ->check(NumberBetween(0.0, 100.0))
       ->capture_default_str();
-  AddFormatOption(*command, options->format);
+  AddTableFormatOption(*command, options->format);
   command->callback([options, &session] {
     session.command = [options](Session& running) { return RunQuality(running, *options); };
   });

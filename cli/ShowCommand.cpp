@@ -19,21 +19,13 @@ struct ShowCommand {
   std::string format = "text";
 };
 
-std::string Listing(const Sheet& sheet, const std::string& format) {
-  if (format == "json") return JsonOf(sheet);
-  return format == "csv" ? CsvOf(sheet) : TextOf(sheet);
-}
-
 int RunShow(Session& session, ShowCommand& options) {
   const InputArguments& inputs = options.job.inputs;
   SettleInputs(options.job.inputs);
   const bool several = inputs.files.size() > 1;
-  std::string heading;
-  if (options.curve) {
-    heading = CurveCsvHeader(several);
-  } else if (options.format == "csv") {
-    heading = SheetCsvHeader(options.sheet.measure ? Measurement::kDone : Measurement::kNone);
-  }
+  const std::string heading =
+      options.curve ? CurveCsvHeader(several)
+                    : SheetCsvHeader(options.sheet.measure ? Measurement::kDone : Measurement::kNone);
   return PrintJob(session, options.job, options.curve ? "csv" : options.format, heading, [&](size_t index) {
     const Trace trace = session.Open(inputs.files[index].name);
     FileResult result;
@@ -42,7 +34,7 @@ int RunShow(Session& session, ShowCommand& options) {
       result.warnings = trace.Warnings();
     } else {
       const Sheet sheet = SheetOf(trace, options.sheet);
-      result.listing = Listing(sheet, options.format);
+      result.listing = ListingOf(sheet, options.format);
       result.warnings = sheet.warnings;
     }
     return result;
@@ -58,10 +50,7 @@ void AddShowCommand(CLI::App& app, Session& session) {
   AddJobInputs(*command, options->job, "; several give a sheet each");
   CLI::Option* measure = command->add_flag("--measure", options->sheet.measure,
                                            "Set beside it what is measured on the trace, with differences");
-  CLI::Option* format =
-      command->add_option("--format", options->format, "text, json (one object a line) or csv")
-          ->check(CLI::IsMember({"text", "json", "csv"}))
-          ->capture_default_str();
+  CLI::Option* format = AddTableFormatOption(*command, options->format);
   command
       ->add_flag("--curve", options->curve,
                  "Write the points instead, as CSV of distance (km) and level (dB)")

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "cli/Commands.h"
+#include "cli/Job.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "reflyze/report.h"
@@ -28,7 +29,8 @@ int RunSimulate(Session& session, const SimulateCommand& options) {
   std::vector<Output> outputs = {{options.output, simulation.trace.Bytes()}};
   if (!options.truth.empty()) outputs.push_back({options.truth, JsonOf(simulation, 1)});
   SaveTogether(outputs);
-  session.Print(options.format == "json" ? JsonOf(simulation) : TextOf(simulation));
+  session.Print((options.format == "csv" ? SimulationCsvHeader() : "") +
+                ListingOf(simulation, options.format));
   return kDone;
 }
 
@@ -52,7 +54,7 @@ void AddSimulateCommand(CLI::App& app, Session& session) {
       ->type_name("N")
       ->check(WholeNumber())
       ->capture_default_str();
-  AddFormatOption(*command, options->format);
+  AddTableFormatOption(*command, options->format, "one object");
   command->callback([options, &session] {
     if (NameTheSame(options->truth, options->output))
       throw CLI::ValidationError("--truth", "is the trace's own file");

@@ -43,17 +43,21 @@ std::map<std::string, std::string> TextsOf(const Table& table) {
   return {{"json", JsonOf(table)}, {"text", TextOf(table)}};
 }
 
+// The same with CSV, below its heading.
+template <class Table>
+std::map<std::string, std::string> TextsOf(const Table& table, const std::string& heading) {
+  return {{"json", JsonOf(table)}, {"text", TextOf(table)}, {"csv", heading + CsvOf(table)}};
+}
+
 Made MadeOf(const EventTable& table) {
-  std::map<std::string, std::string> texts = TextsOf(table);
-  texts["csv"] = CsvHeader(table.measurement) + CsvOf(table);
-  return {std::move(texts), table.warnings, {table.record}};
+  return {TextsOf(table, CsvHeader(table.measurement)), table.warnings, {table.record}};
 }
 
 Made MadeOf(const LinkTable& link) {
-  std::map<std::string, std::string> texts = TextsOf(link);
   const Measurement measurement = link.table.measurement;
-  texts["csv"] = (link.verdict ? JudgedCsvHeader(measurement) : CsvHeader(measurement)) + CsvOf(link);
-  return {std::move(texts), link.table.warnings, {link.table.record}};
+  return {TextsOf(link, link.verdict ? JudgedCsvHeader(measurement) : CsvHeader(measurement)),
+          link.table.warnings,
+          {link.table.record}};
 }
 
 Made AnalyseFor(const Trace& trace, const Asked& asked, const AskedLink& asLink,
@@ -86,14 +90,16 @@ Made BaselineFor(const Trace& trace, const std::string& level, const std::array<
   for (const auto& [from, to] : search) monitoring.search.push_back({from, to});
   return Unlocked([&]() -> Made {
     const Baseline baseline = MakeBaseline(trace, monitoring);
-    return {TextsOf(baseline), baseline.warnings, {baseline.record}};
+    return {TextsOf(baseline, CsvHeader(Measurement::kNone)), baseline.warnings, {baseline.record}};
   });
 }
 
 Made CompareFor(const Trace& baseline, const Trace& current, bool recheck) {
   return Unlocked([&]() -> Made {
     const Comparison comparison = Compare(baseline, current, {recheck});
-    return {TextsOf(comparison), comparison.warnings, {comparison.record}};
+    return {TextsOf(comparison, ComparisonCsvHeader(comparison.numbers)),
+            comparison.warnings,
+            {comparison.record}};
   });
 }
 
@@ -102,23 +108,23 @@ Made MergeFor(const Trace& a, const Trace& b, const Asked& asked, const AskedLin
     const std::optional<Limits> limits = asLink.Read();
     MergedLink link = MergeLink(a, b, asLink.AskedReels(), {asked.Values(), asked.Document()});
     if (limits) link.verdict = Judge(link, *limits);
-    return {TextsOf(link), link.table.warnings, {link.table.recordA, link.table.recordB}};
+    return {TextsOf(link, MergedCsvHeader(link.verdict.has_value())),
+            link.table.warnings,
+            {link.table.recordA, link.table.recordB}};
   });
 }
 
 Made QualityFor(const Trace& trace, const std::optional<Trace>& longPulse, int lastPercent) {
   return Unlocked([&]() -> Made {
     const QualityTable table = Quality(trace, {longPulse, lastPercent});
-    return {TextsOf(table), table.warnings};
+    return {TextsOf(table, QualityCsvHeader(table.longPulseFile.has_value())), table.warnings};
   });
 }
 
 Made SheetFor(const Trace& trace, bool measure) {
   return Unlocked([&]() -> Made {
     const Sheet sheet = SheetOf(trace, {measure});
-    std::map<std::string, std::string> texts = TextsOf(sheet);
-    texts["csv"] = SheetCsvHeader(sheet.measurement) + CsvOf(sheet);
-    return {std::move(texts), sheet.warnings};
+    return {TextsOf(sheet, SheetCsvHeader(sheet.measurement)), sheet.warnings};
   });
 }
 
@@ -128,7 +134,7 @@ Made MeasureFor(const Meter& meter, const std::string& kind, const std::vector<d
     if (kind != NameOf(known)) continue;
     return Unlocked([&]() -> Made {
       const PlaceMeasure measure = meter.Measure({known, placesKm});
-      return {TextsOf(measure), measure.warnings};
+      return {TextsOf(measure, MeasureCsvHeader()), measure.warnings};
     });
   }
   throw Error(ErrorKind::kUsage, "", "\"" + kind + "\" is no kind of measure");
@@ -155,7 +161,7 @@ Made FilterFor(const Trace& trace, const std::string& kind, std::optional<double
     throw Error(ErrorKind::kUsage, "", "\"" + kind + "\" is none of auto, fast and kernel");
   return Unlocked([&]() -> Made {
     const FilterTable table = Filter(trace, options);
-    return {TextsOf(table), table.warnings, {table.record}};
+    return {TextsOf(table, FilterCsvHeader()), table.warnings, {table.record}};
   });
 }
 
@@ -163,7 +169,7 @@ Made SimulateFor(const std::string& link, std::uint64_t seed, const std::string&
                  const std::string& source) {
   return Unlocked([&] {
     const Simulation simulation = Simulate(link, seed, name, source);
-    Made made(TextsOf(simulation), {});
+    Made made(TextsOf(simulation, SimulationCsvHeader()), {});
     made.KeepFile(simulation.trace.Bytes());
     made.KeepFile(JsonOf(simulation, 1));  // the truth as the program stores it
     return made;
@@ -187,9 +193,7 @@ Made CableFor(const std::vector<CableState>& states, const AskedLink& asLink) {
       }
     }
     const CableReport report = MakeCable(traces, {asLink.AskedReels(), asLink.Read()});
-    std::map<std::string, std::string> texts = TextsOf(report);
-    texts["csv"] = CsvOf(report);
-    return {std::move(texts), {}};
+    return {TextsOf(report, ""), {}};
   });
 }
 

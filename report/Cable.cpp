@@ -196,18 +196,15 @@ std::string CsvOf(const CableReport& report) {
   std::string text =
       "fibre,wavelength_nm,length_km,loss_db,orl_db,worst_splice_db,worst_connector_db,events,verdict,"
       "findings\n";
-  const auto number = [](std::optional<double> value, int decimals) {
-    return value ? NumberOrDash(value, decimals) : "";
-  };
   for (const CableRow& row : report.rows) {
     std::string findings;
     for (const std::string& finding : row.findings) findings += (findings.empty() ? "" : "; ") + finding;
     const std::string tail = std::string(WordOf(row.verdict)) + "," + CsvText(ValidUtf8(findings)) + "\n";
     if (row.wavelengths.empty()) text += CsvText(ValidUtf8(row.fibre)) + ",,,,,,,," + tail;
     for (const CableNumbers& one : row.wavelengths) {
-      text += CsvText(ValidUtf8(row.fibre)) + Format(",%d,", one.wavelengthNm) + number(one.lengthKm, 6) +
-              "," + number(one.lossDb, 3) + "," + number(one.returnLossDb, 2) + "," +
-              number(one.worstSpliceDb, 3) + "," + number(one.worstConnectorDb, 3) +
+      text += CsvText(ValidUtf8(row.fibre)) + Format(",%d,", one.wavelengthNm) + CsvNumber(one.lengthKm, 6) +
+              "," + CsvNumber(one.lossDb, 3) + "," + CsvNumber(one.returnLossDb, 2) + "," +
+              CsvNumber(one.worstSpliceDb, 3) + "," + CsvNumber(one.worstConnectorDb, 3) +
               Format(",%d,", one.events) + tail;
     }
   }

@@ -277,10 +277,6 @@ Json JsonOf(const SheetRow& row, Measurement measurement) {
   return json;
 }
 
-std::string CsvNumber(std::optional<double> value, int decimals) {
-  return value && std::isfinite(*value) ? NumberOrDash(value, decimals) : "";
-}
-
 std::string CsvOfStored(const SheetRow& row) {
   constexpr const char* kNothing = ",,,,,,,,,,,";
   if (!row.stored) return kNothing;

@@ -27,6 +27,8 @@ char MarkOf(Verdict verdict);
 
 // A text as a field of CSV, in quotes.
 std::string CsvText(const std::string& text);
+// A number as a field of CSV, empty for none.
+std::string CsvNumber(std::optional<double> value, int decimals);
 
 const char* Word(Measurable measurable);
 const char* Word(LaunchState launch);

@@ -58,6 +58,40 @@ REFLYZE_API std::string CsvOf(const LinkTable& link);
 // The heading of such tables, with units.
 REFLYZE_API std::string JudgedCsvHeader(Measurement measurement = Measurement::kDone);
 
+// The events of a comparison, held against the baseline; a line without an event where the fibre is not
+// there.
+REFLYZE_API std::string CsvOf(const Comparison& comparison);
+// The heading of such tables, with units.
+REFLYZE_API std::string ComparisonCsvHeader(Numbers numbers = Numbers::kMeasured);
+
+// The events of a baseline, as those of a record: see CsvHeader for kNone.
+REFLYZE_API std::string CsvOf(const Baseline& baseline);
+
+// The events of both directions; three more columns where they were judged.
+REFLYZE_API std::string CsvOf(const MergedLink& link);
+// The heading of such tables, with units.
+REFLYZE_API std::string MergedCsvHeader(bool judged = false);
+
+// How far to believe each event; one more column where a longer pulse has helped.
+REFLYZE_API std::string CsvOf(const QualityTable& table);
+// The heading of such tables, with units.
+REFLYZE_API std::string QualityCsvHeader(bool twoPulses = false);
+
+// What was measured between markers, one line.
+REFLYZE_API std::string CsvOf(const PlaceMeasure& measure);
+// The heading of such lines, with units.
+REFLYZE_API std::string MeasureCsvHeader();
+
+// Where the automatic filter stopped.
+REFLYZE_API std::string CsvOf(const FilterTable& table);
+// The heading of such tables, with units.
+REFLYZE_API std::string FilterCsvHeader();
+
+// What stands on a simulated fibre.
+REFLYZE_API std::string CsvOf(const Simulation& simulation);
+// The heading of such tables, with units.
+REFLYZE_API std::string SimulationCsvHeader();
+
 // The rows of a sheet, one line each, without the heading; with more columns where it was to be measured.
 REFLYZE_API std::string CsvOf(const Sheet& sheet);
 // The heading of such tables, with units.

@@ -59,6 +59,10 @@ class Result:
         """What the program prints for people."""
         return self._made.text("text")
 
+    def to_csv(self) -> str:
+        """The program's CSV, with its heading."""
+        return self._made.text("csv")
+
     def to_frame(self) -> Any:
         """The events as a pandas.DataFrame, a line each; needs pandas."""
         from ._show import frame
@@ -136,10 +140,6 @@ class EventTable(Stored):
     span: Optional[Span] = None  #: between the reels; None unless there are some
     verdict: Optional[str] = None  #: pass, warning, marginal, fail; None without limits
     verdicts: Optional[LinkVerdicts] = None
-
-    def to_csv(self) -> str:
-        """The program's CSV, with its heading."""
-        return self._made.text("csv")
 
     def _about(self) -> str:
         if not self.fibre:
@@ -266,10 +266,6 @@ class Sheet(Result):
     events: Tuple[SheetEvent, ...]
     measured: Optional[SheetTotals] = None  #: None unless it was asked for
 
-    def to_csv(self) -> str:
-        """The program's CSV, with its heading."""
-        return self._made.text("csv")
-
     def _about(self) -> str:
         return f"sheet of {self.file}: {len(self.events)} events, {self.card.points} points"
 
@@ -301,7 +297,7 @@ class PlaceMeasure(Result):
 
 @dataclass(frozen=True, repr=False, eq=False)
 class CableReport(Result):
-    """A cable, judged."""
+    """A cable, judged; its CSV has a row a fibre and wavelength."""
 
     cable: str
     passing: int
@@ -314,10 +310,6 @@ class CableReport(Result):
     wavelengths: Tuple[CableTotals, ...]
     histogram: Histogram
     findings: Tuple[str, ...]  #: of files: duplicates, doubts, what could not be used
-
-    def to_csv(self) -> str:
-        """The program's CSV, with its heading: a row a fibre and wavelength."""
-        return self._made.text("csv")
 
     def to_frame(self) -> Any:
         """The same rows as a pandas.DataFrame; needs pandas."""
@@ -337,6 +329,9 @@ class Edited(Stored):
 
     file: str
     changes: Tuple[FieldChange, ...]
+
+    def to_csv(self) -> str:
+        raise TypeError("an edit has no events")
 
     def to_frame(self) -> Any:
         raise TypeError("an edit has no events")

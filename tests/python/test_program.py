@@ -48,6 +48,8 @@ def check(call: Call, *arguments: str, good: int = 0) -> Optional[reflyze.Result
     assert [f"reflyze: {note.file}: warning: {note}" for note in result.warnings] == ran.error.splitlines()
     same_names(result, result.to_dict())
     assert result.to_text() == program(*arguments).out
+    if arguments[0] != "edit":
+        assert result.to_csv() == program(*arguments, "--format", "csv").out
     return result
 
 
@@ -71,7 +73,6 @@ def test_one_trace(trace: str, tmp_path: pathlib.Path) -> None:
         if table is None:
             continue
         assert isinstance(table, reflyze.EventTable)
-        assert table.to_csv() == program("analyse", trace, *options, "--format", "csv").out
         program("analyse", trace, *options, "-o", out)
         table.save(mine)
         assert bytes(table) == pathlib.Path(out).read_bytes() == pathlib.Path(mine).read_bytes()
@@ -82,7 +83,6 @@ def test_one_trace(trace: str, tmp_path: pathlib.Path) -> None:
         options = ["--measure"] if measure else []
         sheet = check(lambda: reflyze.show(trace, measure=measure), "show", trace, *options)
         if isinstance(sheet, reflyze.Sheet):
-            assert sheet.to_csv() == program("show", trace, *options, "--format", "csv").out
             words = [reflyze.meaning_of(event.code, event.technique or "").words for event in sheet.events if event.code]
             assert words == [event.meaning for event in sheet.events if event.code]
             assert sheet.card.from_ == reflyze.open(trace).card.from_
@@ -183,7 +183,6 @@ def test_links_and_cables(tmp_path: pathlib.Path) -> None:
                   "analyse", names[0], *reels, "-o", out[0], good=5)  # fmt: skip
     assert isinstance(table, reflyze.EventTable) and table.span is not None and table.events[1].verdict is not None
     assert bytes(table) == pathlib.Path(out[0]).read_bytes()
-    assert table.to_csv() == program("analyse", names[0], *reels, "--format", "csv").out
     merged = check(lambda: reflyze.merge(names[0], names[1], launch="auto", receive=0.5, limits=limits),
                    "merge", *names[:2], "-o", *out, *reels, good=5)  # fmt: skip
     assert isinstance(merged, reflyze.MergedTable) and merged.verdicts is not None
@@ -191,7 +190,6 @@ def test_links_and_cables(tmp_path: pathlib.Path) -> None:
     judged = check(lambda: reflyze.cable(tmp_path / "K_*.sor", limits=limits),
                    "cable", str(tmp_path / "K_*.sor"), "--limits", limits, good=5)  # fmt: skip
     assert isinstance(judged, reflyze.CableReport) and len(judged.fibres) == 2
-    assert judged.to_csv() == program("cable", *names, "--limits", limits, "--format", "csv").out
     dict_limits = {"name": "mine", "one_way": {"span_loss_db": 0.1}}
     assert reflyze.analyse(names[0], limits=dict_limits).verdict == "fail"
     (tmp_path / "K_3_1550_A.sor").write_text("none")
