@@ -3,15 +3,16 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <optional>
+#include <set>
 #include <vector>
 
-#include "cli/Aside.h"
 #include "cli/Commands.h"
-#include "cli/Inputs.h"
+#include "cli/Job.h"
 #include "cli/Options.h"
-#include "cli/OrderedWork.h"
 #include "cli/PaperHost.h"
 #include "cli/ReportPage.h"
 #include "cli/Session.h"
@@ -24,7 +25,7 @@ namespace {
 constexpr std::size_t kLargestLogoFile = 1u << 24;  // bytes
 
 struct ReportCommand {
-  InputArguments inputs;
+  Job job;
   std::string file;  // to be written
   PaperOptions paper;
   std::string size = "a4";
@@ -35,14 +36,6 @@ struct ReportCommand {
   AnalyseOptions analysis;
   LinkOptions link;
   bool noReels = false;
-  WorkOptions work;
-};
-
-// One trace of the report.
-struct Outcome {
-  PicturedTrace picture;
-  int status = kDone;
-  Sayings sayings;
 };
 
 // Days are those of the Gregorian calendar, counted from 1970 (H. Hinnant's formula).
@@ -74,30 +67,32 @@ long long DayOf(const ReportCommand& options) {
   return static_cast<long long>(std::time(nullptr));
 }
 
-PicturedTrace OneTrace(Session& session, const ReportCommand& options, size_t index) {
-  RequireFile(options.inputs.files, index);
-  return PictureOf(session.Open(options.inputs.files[index].name), options.analysis);
+// The name under which a trace of a file that holds several is shown, from 0.
+std::string NameOfPart(const std::string& file, int part) {
+  std::filesystem::path path = file;
+  const std::string number = " (" + std::to_string(part + 1) + ")";
+  return path.replace_filename(path.stem().string() + number + path.extension().string()).string();
 }
 
-Outcome TraceAside(Session& session, const ReportCommand& options, size_t index) {
-  Outcome outcome;
-  const Aside aside(outcome.sayings);
-  const std::string& name = options.inputs.files[index].name;
-  CableTrace& trace = outcome.picture.trace;
-  try {
-    outcome.picture = OneTrace(session, options, index);
-    session.Warn(trace.table.warnings);
-    return outcome;
-  } catch (const Error& error) {
-    trace.problem = error.what();
-    outcome.status = StatusOf(error);
-  } catch (const std::exception& error) {
-    trace.problem = ShownName(name) + ": " + error.what();
-    outcome.status = kUnreadable;
+// Each trace of a file. Where one file holds several, the wavelength is that of the record; what has the
+// wavelength of another trace, such as the same fibre with a longer pulse, is a page of its own.
+std::vector<PicturedTrace> PicturesOf(const Trace& file, const AnalyseOptions& analysis) {
+  const int parts = file.TraceCount();
+  std::vector<PicturedTrace> pictures;
+  if (parts < 2) return {PictureOf(file, analysis)};
+  std::set<int> wavelengths;
+  for (int i = 0; i < parts; ++i) {
+    PicturedTrace picture = PictureOf(file.Part(i), analysis);
+    CableTrace& trace = picture.trace;
+    trace.file = NameOfPart(trace.file, i);
+    trace.wavelengthNm = trace.recordNm;
+    if (!wavelengths.insert(trace.wavelengthNm).second) {
+      trace.fibre = std::filesystem::path(trace.file).stem().string();
+      trace.cable = trace.direction = "";
+    }
+    pictures.push_back(std::move(picture));
   }
-  trace.file = name;
-  session.Warn(trace.problem);
-  return outcome;
+  return pictures;
 }
 
 // Whatever is wrong with what was asked for is said before anything is measured.
@@ -113,7 +108,7 @@ const PaperDoor& SettlePaper(Session& session, ReportCommand& options) {
     options.paper.logo.assign(bytes.begin(), bytes.end());
   }
   options.paper.limits = ReadLimits(session, options.link);
-  options.paper.reels = options.link.AskedReels();
+  if (!options.noReels) options.paper.reels = options.link.AskedReels();
   options.analysis.thresholds = options.thresholds.thresholds;
   options.analysis.document = ReadDocument(session, options.thresholds);
   paper.reportOf(options.file, {}, options.paper);
@@ -136,26 +131,35 @@ int StatusByLimits(const std::vector<PicturedTrace>& pictures, const PaperOption
 
 int RunReport(Session& session, ReportCommand& options) {
   if (IsPage(options.file)) {
-    SettleInputs(options.inputs);
-    return WritePage(session, options.inputs, options.page, options.file);
+    SettleInputs(options.job.inputs);
+    return WritePage(session, options.job.inputs, options.page, options.file);
   }
   const PaperDoor& paper = SettlePaper(session, options);
-  SettleInputs(options.inputs);
-  const size_t total = options.inputs.files.size();
-  OrderedWork<Outcome> work(total, options.work.Threads(),
-                            [&](size_t index) { return TraceAside(session, options, index); });
+  SettleInputs(options.job.inputs);
+  const std::vector<InputFile>& files = options.job.inputs.files;
+  std::vector<std::vector<PicturedTrace>> made(files.size());
   std::vector<PicturedTrace> pictures;
-  int status = kDone;
   size_t measured = 0;
-  for (size_t i = 0; i < total; ++i) {
-    if (!options.work.quiet) session.Progress(i + 1, total, options.inputs.files[i].name);
-    Outcome outcome = work.Next();
-    if (!options.work.quiet) session.Progress(0, 0, "");
-    for (const auto& say : outcome.sayings) say();
-    status = std::max(status, outcome.status);
-    measured += outcome.picture.trace.problem.empty() ? 1 : 0;
-    pictures.push_back(std::move(outcome.picture));
-  }
+  const int status = RunJob(
+      session, options.job,
+      [&](size_t index) {
+        made[index] = PicturesOf(session.Open(files[index].name), options.analysis);
+        FileResult result;
+        for (const PicturedTrace& picture : made[index]) {
+          const std::vector<Warning>& warnings = picture.trace.table.warnings;
+          result.warnings.insert(result.warnings.end(), warnings.begin(), warnings.end());
+        }
+        return result;
+      },
+      [&](size_t index, const FileResult& result) {
+        measured += made[index].size();
+        if (!result.problem.empty()) {
+          made[index].resize(1);
+          made[index][0].trace.file = files[index].name;
+          made[index][0].trace.problem = result.problem;
+        }
+        std::move(made[index].begin(), made[index].end(), std::back_inserter(pictures));
+      });
   // Each has been told; there is nothing to report on.
   if (measured == 0) return status;
   SaveTogether(paper.reportOf(options.file, pictures, options.paper));
@@ -193,7 +197,7 @@ void AddReportCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<ReportCommand>();
   CLI::App* command =
       app.add_subcommand("report", "Make a report of traces, a page a fibre: PDF, a workbook or pictures");
-  AddInputs(*command, options->inputs, "; those of one fibre share a page");
+  AddJobInputs(*command, options->job, "; those of one fibre share a page");
   command
       ->add_option("-o,--output", options->file,
                    "The report; its ending tells the kind: .pdf, .xlsx, .html, .svg or .png")
@@ -203,7 +207,7 @@ void AddReportCommand(CLI::App& app, Session& session) {
   AddPaperOptions(*command, *options);
   AddThresholdOptions(*command, options->thresholds);
   AddLinkOptions(*command, options->link);
-  AddWorkOptions(*command, options->work);
+  command->add_flag("--no-reels", options->noReels, "The traces were taken without reels");
   command->callback([options, &session] {
     session.command = [options](Session& running) { return RunReport(running, *options); };
   });

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "paper/Canvas.h"
 
+#include <algorithm>
+
 namespace reflyze::paper {
 namespace {
 
@@ -62,12 +64,18 @@ void Canvas::Text(double x, double baseline, const std::string& text, const Styl
   const double width = Width(text, style);
   if (style.align == Align::kRight) x -= width;
   if (style.align == Align::kCentre) x -= width / 2.0;
-  // A text that runs from right to left would stand at the right end of the room that it may take.
-  PangoRectangle extents;
-  pango_layout_get_extents(layout_, nullptr, &extents);
   SetColour(cairo_, style.colour);
-  cairo_move_to(cairo_, x - static_cast<double>(extents.x) / PANGO_SCALE, baseline);
+  cairo_move_to(cairo_, x, baseline);
   pango_cairo_show_layout_line(cairo_, pango_layout_get_line_readonly(layout_, 0));
+}
+
+void Canvas::FittingText(double x, double baseline, const std::string& text, Style style, double least) {
+  const double most = style.most;
+  style.most = 0.0;
+  const double wanted = Width(text, style);
+  if (wanted > most) style.size = std::max(style.size * most / wanted, std::min(least, style.size));
+  style.most = most + 0.5;
+  Text(x, baseline, text, style);
 }
 
 void Canvas::Fill(double x, double y, double width, double height, const Colour& colour) {

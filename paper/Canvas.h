@@ -48,6 +48,8 @@ class Canvas {
 
   // Sets a text on a base line. Texts are taken as they are: no markup has a meaning.
   void Text(double x, double baseline, const std::string& text, const Style& style);
+  // The same in smaller letters where the room asks for it: they say more than half a sentence.
+  void FittingText(double x, double baseline, const std::string& text, Style style, double least = 5.4);
   double Width(const std::string& text, const Style& style);
 
   void Fill(double x, double y, double width, double height, const Colour& colour);

@@ -62,7 +62,8 @@ class CoverMaker {
 
   std::string Subtitle() const {
     std::string text = job_.cable.empty() ? "" : texts_["cable"] + " " + Harmless(job_.cable) + "   ·   ";
-    return text + texts_.With("n-fibres", std::to_string(job_.fibres.size()));
+    const size_t fibres = job_.fibres.size();
+    return text + (fibres == 1 ? texts_["one-fibre"] : texts_.With("n-fibres", std::to_string(fibres)));
   }
 
   void Flow() {
@@ -121,10 +122,10 @@ class CoverMaker {
     DrawPartHeading(canvas, setting_, piece.y + 8.0, texts_["findings"],
                     piece.from > 0 ? texts_["continued"] : "");
     for (size_t i = piece.from; i < piece.to; ++i)
-      canvas.Text(setting_.sheet.Left(),
-                  piece.y + kHeading + 7.5 + kSentence * static_cast<double>(i - piece.from),
-                  Harmless(texts_.Told(job_.findings[i])),
-                  {7.6, false, kBlack, Align::kLeft, setting_.sheet.Inner()});
+      canvas.FittingText(setting_.sheet.Left(),
+                         piece.y + kHeading + 7.5 + kSentence * static_cast<double>(i - piece.from),
+                         Harmless(texts_.Told(job_.findings[i])),
+                         {7.6, false, kBlack, Align::kLeft, setting_.sheet.Inner()});
   }
 
   const Job& job_;

@@ -78,11 +78,12 @@ Table OneWayTable(const Wave& wave, const Texts& texts) {
 Table BothWaysTable(const Wave& wave, const Texts& texts) {
   Table table;
   AddPlaceColumns(table, texts);
-  AddNumber(table, texts["loss-short"] + " A", "dB", 40.0, 28.0);
-  AddNumber(table, texts["loss-short"] + " B", "dB", 40.0, 28.0);
-  AddNumber(table, texts["mean"], "dB", 40.0, 28.0);
-  AddNumber(table, texts["reflectance-short"] + " A", "dB", 44.0, 0.0);
-  AddNumber(table, texts["reflectance-short"] + " B", "dB", 44.0, 0.0);
+  AddNumber(table, texts["loss-short"] + " A", "dB", 38.0, 26.0);
+  AddNumber(table, texts["loss-short"] + " B", "dB", 38.0, 26.0);
+  AddNumber(table, texts["mean"], "dB", 38.0, 26.0);
+  AddNumber(table, texts["reflectance-short"] + " A", "dB", 40.0, 0.0);
+  AddNumber(table, texts["reflectance-short"] + " B", "dB", 40.0, 0.0);
+  AddNumber(table, texts["section"], "dB/km", 40.0, 26.0);
   if (wave.verdict) table.columns.push_back({texts["verdict"], "", 56.0, Align::kCentre});
   for (const EventLine& line : wave.lines) {
     Row row = PlaceCells(line, texts);
@@ -102,6 +103,8 @@ Table BothWaysTable(const Wave& wave, const Texts& texts) {
                    byB ? Verdict::kNone : line.verdict.reflectance});
     row.push_back({Reflectance(line.reflectanceBDb, line.reflectanceBAtLeast, texts),
                    byB ? line.verdict.reflectance : Verdict::kNone});
+    row.push_back({texts.Number(line.attenuationDbPerKm, kLoss), line.verdict.attenuation});
+    row.push_back({texts.Deviation(line.attenuationSdDbPerKm, kLoss)});
     const Verdict worst = WorstOf(line.verdict);
     if (wave.verdict) row.push_back({WordFor(worst, texts), worst});
     table.rows.push_back(std::move(row));

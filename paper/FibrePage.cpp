@@ -93,9 +93,9 @@ class FibrePageMaker {
     totals_.Draw(canvas, setting_.sheet.Left(), layout_.totals, 0, totals_.rows.size());
     double y = layout_.totals + Table::HeightOf(totals_.rows.size()) + 9.0;
     for (const std::string& finding : fibre_.findings) {
-      canvas.Text(setting_.sheet.Left(), y,
-                  setting_.texts["finding"] + " " + Harmless(setting_.texts.Told(finding)),
-                  {7.8, true, kFailRed, Align::kLeft, setting_.sheet.Inner()});
+      canvas.FittingText(setting_.sheet.Left(), y,
+                         setting_.texts["finding"] + " " + Harmless(setting_.texts.Told(finding)),
+                         {7.8, true, kFailRed, Align::kLeft, setting_.sheet.Inner()});
       y += 11.0;
     }
     const Sheet& sheet = setting_.sheet;

@@ -66,6 +66,8 @@ std::vector<EventLine> LinesOf(const MergedLink& link) {
     line.reflectanceBDb = row.b.reflectanceDb;
     line.reflectanceAtLeast = Saturated(row.a.code);
     line.reflectanceBAtLeast = Saturated(row.b.code);
+    line.attenuationDbPerKm = row.attenuationDbPerKm;
+    line.attenuationSdDbPerKm = row.attenuationSdDbPerKm;
     lines.push_back(std::move(line));
   }
   return lines;

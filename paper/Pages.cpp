@@ -39,13 +39,23 @@ bool HasModestSize(const std::string& png) {
   return modest(number(kWidthAt)) && modest(number(kWidthAt + 4));
 }
 
+// Why a picture can't be the logo, and what helps.
+std::string WhatItIs(const std::string& bytes) {
+  const std::string start = bytes.substr(0, 512);
+  const bool jpeg = start.rfind("\xFF\xD8\xFF", 0) == 0;
+  const bool svg = start.find("<svg") != std::string::npos || start.rfind("<?xml", 0) == 0;
+  if (!jpeg && !svg) return "no PNG picture that can be shown";
+  return std::string(jpeg ? "a JPEG" : "an SVG") + " picture; reports take PNG: export it as PNG, " +
+         (svg ? "some 1000 pixels wide" : "which any viewer of pictures does");
+}
+
 cairo_surface_t* ReadLogo(const std::string& png) {
   Bytes bytes{png};
   cairo_surface_t* logo =
       HasModestSize(png) ? cairo_image_surface_create_from_png_stream(Take, &bytes) : nullptr;
   if (logo != nullptr && cairo_surface_status(logo) == CAIRO_STATUS_SUCCESS) return logo;
   if (logo != nullptr) cairo_surface_destroy(logo);
-  throw Error(ErrorKind::kUsage, "", "the logo is no PNG picture that can be shown");
+  throw Error(ErrorKind::kUsage, "", "the logo is " + WhatItIs(png));
 }
 
 double DrawLogo(Canvas& canvas, const Setting& setting, double top, double height) {
@@ -91,9 +101,12 @@ double DrawHead(Canvas& canvas, const Setting& setting, const std::string& title
   constexpr double kHeight = 34.0;
   const Sheet& sheet = setting.sheet;
   const double beside = DrawLogo(canvas, setting, Sheet::kTop, kHeight);
-  const double room = sheet.Inner() - beside - 90.0;
-  canvas.Text(sheet.Left() + beside, Sheet::kTop + 15.0, title, {16.0, true, kBlack, Align::kLeft, room});
-  canvas.Text(sheet.Left() + beside, Sheet::kTop + 29.0, below, {8.6, false, kGrey, Align::kLeft, room});
+  constexpr double kVerdictRoom = 90.0, kLeastTitle = 9.0;
+  const double room = sheet.Inner() - beside - (verdict == Verdict::kNone ? 0.0 : kVerdictRoom);
+  canvas.FittingText(sheet.Left() + beside, Sheet::kTop + 15.0, title,
+                     {16.0, true, kBlack, Align::kLeft, room}, kLeastTitle);
+  canvas.FittingText(sheet.Left() + beside, Sheet::kTop + 29.0, below,
+                     {8.6, false, kGrey, Align::kLeft, room});
   DrawVerdict(canvas, setting, sheet.Right(), Sheet::kTop + 14.0, verdict, 11.0);
   const double end = Sheet::kTop + kHeight + 5.0;
   canvas.Line(sheet.Left(), end, sheet.Right(), end, kBlack, 1.0);
@@ -111,7 +124,7 @@ void DrawPartHeading(Canvas& canvas, const Setting& setting, double y, const std
 void DrawFact(Canvas& canvas, double x, double y, double width, const std::string& label,
               const std::string& value) {
   canvas.Text(x, y + 6.0, label, {6.4, false, kGrey, Align::kLeft, width});
-  canvas.Text(x, y + 15.4, value, {8.2, false, kBlack, Align::kLeft, width});
+  canvas.FittingText(x, y + 15.4, value, {8.2, false, kBlack, Align::kLeft, width});
 }
 
 }  // namespace reflyze::paper

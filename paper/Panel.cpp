@@ -146,7 +146,20 @@ struct Label {
   Verdict verdict;
 };
 
-// The numbers of all places, each once, moved apart where they would cover each other.
+// Where there is no room for all numbers, those stay whose verdict is bad, and of the others every so many.
+void ThinOut(std::vector<Label>& labels, size_t room) {
+  if (labels.size() <= room) return;
+  const auto bad = [](const Label& label) { return label.verdict > Verdict::kPass; };
+  const auto kept = static_cast<size_t>(std::count_if(labels.begin(), labels.end(), bad));
+  const size_t others = labels.size() - kept, places = room > kept ? room - kept : 1;
+  const size_t step = (others + places - 1) / places;
+  size_t at = 0;
+  labels.erase(std::remove_if(labels.begin(), labels.end(),
+                              [&](const Label& label) { return !bad(label) && at++ % step != 0; }),
+               labels.end());
+}
+
+// The numbers of the places, each once, moved apart where they would cover each other.
 std::vector<Label> LabelsOf(const Fibre& fibre, const Box& plot, const Scale& x) {
   std::vector<Label> labels;
   for (const Wave& wave : fibre.waves) {
@@ -162,6 +175,7 @@ std::vector<Label> LabelsOf(const Fibre& fibre, const Box& plot, const Scale& x)
     }
   }
   std::sort(labels.begin(), labels.end(), [](const Label& a, const Label& b) { return a.number < b.number; });
+  ThinOut(labels, static_cast<size_t>(plot.width / (kLabelSide + 1.5)));
   const double apart =
       std::min(kLabelSide + 2.5, plot.width / std::max<double>(1.0, static_cast<double>(labels.size())));
   double least = plot.x + kLabelSide / 2.0;

@@ -6,6 +6,8 @@
 #include <numeric>
 #include <set>
 
+#include "paper/EventTables.h"
+
 namespace reflyze::paper {
 namespace {
 
@@ -162,6 +164,20 @@ std::vector<size_t> FailuresFirst(const Job& job) {
   return order;
 }
 
+namespace {
+
+// Fibres of several cables may have one name: the cable, else the file, tells them apart.
+std::string NameIn(const Job& job, const Fibre& fibre) {
+  const std::string name = HarmlessOrDash(fibre.name);
+  const auto same = std::count_if(job.fibres.begin(), job.fibres.end(),
+                                  [&](const Fibre& other) { return other.name == fibre.name; });
+  if (same < 2 || fibre.waves.empty()) return name;
+  const std::string cable = Harmless(fibre.cable);
+  return name + " (" + (cable.empty() ? FileNameOf(fibre.waves.front().First().trace.file) : cable) + ")";
+}
+
+}  // namespace
+
 Table FibresTable(const Job& job, const std::vector<std::optional<size_t>>& firstPages, size_t pagesBefore,
                   const Texts& texts, double width) {
   Table table;
@@ -169,15 +185,17 @@ Table FibresTable(const Job& job, const std::vector<std::optional<size_t>>& firs
   for (const CableTotals& totals : job.totals)
     table.columns.push_back({texts["loss-short"] + " " + std::to_string(totals.wavelengthNm), "dB", 50.0});
   table.columns.push_back({texts["return-loss"], "dB", 48.0});
-  table.columns.push_back({texts["splice"], texts["worst"] + ", dB", 56.0});
-  table.columns.push_back({texts["connector"], texts["worst"] + ", dB", 56.0});
+  table.columns.push_back({texts["splice-heading"], texts["worst"] + ", dB", 56.0});
+  table.columns.push_back({texts["connector-heading"], texts["worst"] + ", dB", 56.0});
   table.columns.push_back({texts["joints-short"], "", 40.0});
-  table.columns.push_back({texts["verdict"], "", 56.0, Align::kCentre});
+  const bool judged = std::any_of(job.fibres.begin(), job.fibres.end(),
+                                  [](const Fibre& fibre) { return fibre.verdict != Verdict::kNone; });
+  if (judged) table.columns.push_back({texts["verdict"], "", 56.0, Align::kCentre});
   table.columns.push_back({texts["page-short"], "", 32.0});
   for (const size_t index : FailuresFirst(job)) {
     const Fibre& fibre = job.fibres[index];
     const CableRow& row = fibre.row;
-    Row cells = {{HarmlessOrDash(fibre.name), Verdict::kNone, "", true},
+    Row cells = {{NameIn(job, fibre), Verdict::kNone, "", true},
                  {texts.Number(WorstOfRow(row, &CableNumbers::lengthKm, true), kLength),
                   WorstOfWaves(fibre, [](const Wave& wave) { return wave.verdict->length; })}};
     int events = 0;
@@ -196,8 +214,8 @@ Table FibresTable(const Job& job, const std::vector<std::optional<size_t>>& firs
                      WorstOfWaves(fibre, [](const Wave& wave) { return JointsOf(wave, false); })});
     cells.push_back({texts.Number(WorstOfRow(row, &CableNumbers::worstConnectorDb, true), kLoss),
                      WorstOfWaves(fibre, [](const Wave& wave) { return JointsOf(wave, true); })});
-    cells.push_back({std::to_string(events)});
-    cells.push_back({WordFor(fibre.verdict, texts), fibre.verdict});
+    cells.push_back({fibre.waves.empty() ? "-" : std::to_string(events)});
+    if (judged) cells.push_back({WordFor(fibre.verdict, texts), fibre.verdict});
     const std::optional<size_t>& page = firstPages[index];
     cells.push_back({page ? std::to_string(pagesBefore + *page + 1) : "-"});
     table.rows.push_back(std::move(cells));

@@ -8,7 +8,7 @@
 namespace reflyze::paper {
 namespace {
 
-constexpr double kLetters = 7.8, kSmallLetters = 6.4, kLeastLetters = 5.4;
+constexpr double kLetters = 7.8, kSmallLetters = 6.4;
 constexpr double kPad = 3.0;       // between a text and the edge of its cell
 constexpr double kBaseline = 8.2;  // of a row, below its top
 
@@ -36,13 +36,10 @@ void Table::DrawHead(Canvas& canvas, double x, double y) const {
   canvas.Fill(x, y, width, kHeadHeight, kFaintGrey);
   for (size_t i = 0; i < columns.size(); ++i) {
     const Column& column = columns[i];
-    const double at = TextPlace(x, column), most = column.width - kPad;
+    const double at = TextPlace(x, column), most = column.width - 2.0 * kPad;
     Style style = {column.deviation ? kSmallLetters : 7.2, true, kBlack, column.align};
-    // Words of some languages are long: smaller letters say more than half a word.
-    const double wanted = canvas.Width(column.heading, style);
-    if (wanted > most) style.size = std::max(style.size * most / wanted, kLeastLetters);
-    style.most = most + 0.5;
-    canvas.Text(at, y + 9.0, column.heading, style);
+    style.most = column.deviation ? column.width : most;
+    canvas.FittingText(at, y + 9.0, column.heading, style);
     canvas.Text(at, y + 18.0, column.unit, {kSmallLetters, false, kGrey, column.align, 0.0});
     x += column.width;
   }
@@ -59,7 +56,7 @@ void Table::DrawCell(Canvas& canvas, double x, double y, const Column& column, c
   if (column.deviation && cell.verdict == Verdict::kNone) style.colour = kGrey;
   const double at = cell.spans ? x + kPad : TextPlace(x, column);
   if (cell.spans) style.align = Align::kLeft, style.colour = kFailRed;
-  canvas.Text(at, y + kBaseline, cell.text, style);
+  canvas.FittingText(at, y + kBaseline, cell.text, style);
 }
 
 void Table::Draw(Canvas& canvas, double x, double y, size_t from, size_t to) const {

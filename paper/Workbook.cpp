@@ -21,6 +21,7 @@ namespace reflyze::paper {
 namespace {
 
 constexpr lxw_color_t kHeadGround = 0xEEF0F2;
+constexpr double kHeadHeight = 31.0;  // of two lines, points
 
 lxw_color_t Rgb(const Colour& colour) {
   const auto part = [](double value) { return static_cast<lxw_color_t>(std::lround(value * 255.0)); };
@@ -47,6 +48,7 @@ class Formats {
     if (format != nullptr) return format;
     format = workbook_add_format(book_);
     if (number == ">") format_set_align(format, LXW_ALIGN_RIGHT);
+    if (number.empty() && !head) format_set_indent(format, 1);  // off the number in front of it
     if (!number.empty() && number != ">") format_set_num_format(format, number.c_str());
     if (const Colour* ground = GroundOf(verdict)) {
       format_set_bg_color(format, Rgb(*ground));
@@ -69,20 +71,32 @@ class Formats {
 // A sheet that is filled row by row.
 class SheetFiller {
  public:
-  SheetFiller(lxw_workbook* book, Formats& formats, const std::string& name)
-      : formats_(formats), sheet_(workbook_add_worksheet(book, name.c_str())) {}
+  SheetFiller(lxw_workbook* book, Formats& formats, const std::string& name, PaperSize size)
+      : formats_(formats), sheet_(workbook_add_worksheet(book, name.c_str())) {
+    constexpr double kMargin = 0.4, kTopMargin = 0.6;  // inches
+    constexpr std::uint8_t kLetter = 1, kA4 = 9;       // as the file format numbers them
+    worksheet_set_paper(sheet_, size == PaperSize::kLetter ? kLetter : kA4);
+    worksheet_set_landscape(sheet_);
+    worksheet_fit_to_pages(sheet_, 1, 0);
+    worksheet_set_margins(sheet_, kMargin, kMargin, kTopMargin, kTopMargin);
+  }
 
   void Head(const std::vector<std::pair<std::string, double>>& columns) {
     for (const auto& [text, width] : columns) {
       worksheet_set_column(sheet_, column_, column_, width, nullptr);
-      worksheet_write_string(sheet_, row_, column_++, text.c_str(), formats_.Head());
+      Heading(text);
     }
+    // Not every program makes room for a heading of two lines by itself.
+    worksheet_set_row(sheet_, row_, kHeadHeight, nullptr);
     lastColumn_ = column_;
     headRow_ = row_;
     Next();
   }
   void Text(const std::string& text, Verdict verdict = Verdict::kNone) {
     worksheet_write_string(sheet_, row_, column_++, Harmless(text).c_str(), formats_.Text(verdict));
+  }
+  void Heading(const std::string& text) {
+    worksheet_write_string(sheet_, row_, column_++, text.c_str(), formats_.Head());
   }
   void Number(std::optional<double> value, int decimals, Verdict verdict = Verdict::kNone,
               bool atLeast = false) {
@@ -109,8 +123,6 @@ class SheetFiller {
     worksheet_freeze_panes(sheet_, headRow_ + 1, 0);
     if (row_ > headRow_ + 1)
       worksheet_autofilter(sheet_, headRow_, 0, row_ - 1, static_cast<lxw_col_t>(lastColumn_ - 1));
-    worksheet_set_landscape(sheet_);
-    worksheet_fit_to_pages(sheet_, 1, 0);
     worksheet_repeat_rows(sheet_, headRow_, headRow_);
   }
   lxw_worksheet* sheet() const { return sheet_; }
@@ -131,32 +143,32 @@ class SheetFiller {
 };
 
 constexpr int kLoss = 3, kReflectance = 2, kLength = 4, kMetres = 2;
-constexpr double kNarrow = 9.0, kUsual = 11.0, kWide = 18.0;
+constexpr double kNarrow = 8.0, kUsual = 11.0, kMiddle = 15.0, kWide = 18.0;
 
 std::string WordFor(Verdict verdict, const Texts& texts) {
   return verdict == Verdict::kNone ? "" : texts[std::string("verdict.") + WordOf(verdict)];
 }
 
 void FillFibres(SheetFiller sheet, const Job& job, const Texts& t) {
-  sheet.Head({{t["cable"], kWide},
-              {t["fibre"], kUsual},
+  sheet.Head({{t["cable"], kUsual},
+              {t["fibre"], kNarrow},
               {t["wavelength"] + ", nm", kUsual},
               {t["from"], kUsual},
               {t["to"], kUsual},
-              {t["directions"], kWide},
+              {t["directions"], kMiddle},
               {t["length"] + ", km", kUsual},
               {t["total-loss"] + ", dB", kUsual},
               {"± dB", kNarrow},
               {t["link-attenuation"] + ", dB/km", kUsual},
               {t["return-loss"] + ", dB", kUsual},
-              {t["splice"] + ", " + t["worst"] + ", dB", kUsual},
-              {t["connector"] + ", " + t["worst"] + ", dB", kUsual},
+              {t["splice-heading"] + ", " + t["worst"] + ", dB", kUsual},
+              {t["connector-heading"] + ", " + t["worst"] + ", dB", kUsual},
               {t["joints-short"], kNarrow},
               {t["verdict"], kUsual},
-              {t["date"], kWide},
+              {t["date"], kMiddle},
               {t["findings"] + " A", kWide},
               {t["findings"] + " B", kWide},
-              {t["finding"], 40.0}});
+              {t["finding-heading"], 30.0}});
   for (const Fibre& fibre : job.fibres) {
     std::string findings;
     for (const std::string& finding : fibre.findings)
@@ -206,11 +218,11 @@ void FillFibres(SheetFiller sheet, const Job& job, const Texts& t) {
 
 void FillEvents(SheetFiller sheet, const Job& job, const Texts& t) {
   const std::string loss = t["loss"], reflectance = t["reflectance"];
-  sheet.Head({{t["cable"], kWide},
-              {t["fibre"], kUsual},
+  sheet.Head({{t["cable"], kUsual},
+              {t["fibre"], kNarrow},
               {t["wavelength"] + ", nm", kUsual},
-              {t["no"], 6.0},
-              {t["type"], kWide},
+              {t["no"], 5.0},
+              {t["type"], kMiddle},
               {t["distance"] + ", km", kUsual},
               {"± m", kNarrow},
               {loss + ", dB", kUsual},
@@ -284,8 +296,8 @@ void FillFigures(SheetFiller& sheet, const Job& job, const Texts& t) {
 
 // The losses of the splices as rows and as a chart of the workbook, which a reader can change.
 void FillHistogram(lxw_workbook* book, SheetFiller& sheet, const Job& job, const Texts& t) {
-  sheet.Text(t["splice-losses"] + ", dB");
-  sheet.Text(t["number"]);
+  sheet.Heading(t["splice-losses"] + ", dB");
+  sheet.Heading(t["number"]);
   sheet.Next();
   const lxw_row_t first = sheet.row();
   for (size_t i = 0; i < job.histogram.size(); ++i) {
@@ -305,14 +317,20 @@ void FillHistogram(lxw_workbook* book, SheetFiller& sheet, const Job& job, const
   chart_title_set_name(chart, t["splice-losses"].c_str());
   chart_axis_set_name(chart->x_axis, "dB");
   chart_legend_set_position(chart, LXW_CHART_LEGEND_NONE);
-  worksheet_insert_chart(sheet.sheet(), first - 1, 3, chart);
-  sheet.Next();
+  // As high as its rows, also where a program has lower ones.
+  lxw_chart_options place = {};
+  place.x_scale = 1.0;
+  place.y_scale = 0.8;
+  worksheet_insert_chart_opt(sheet.sheet(), first - 1, 3, chart, &place);
+  for (int i = 0; i < 3; ++i) sheet.Next();
 }
 
 void FillJoints(SheetFiller& sheet, const Job& job, const Texts& t) {
-  for (const char* key : {"joints", "type", "n-of-fibres", "mean", "largest", "sd", "bad"})
-    sheet.Text(t[key]);
-  sheet.Next();
+  if (!job.joints.empty()) {
+    for (const char* key : {"joints", "type", "n-of-fibres", "mean", "largest", "sd", "bad"})
+      sheet.Heading(t[key]);
+    sheet.Next();
+  }
   for (const CableJoint& joint : job.joints) {
     sheet.Number(joint.km, kLength);
     sheet.Text(t[joint.connector ? "connector" : "splice"]);
@@ -363,9 +381,10 @@ std::string WorkbookOf(const Job& job, const Setting& setting, const std::string
   workbook_set_properties(book, &properties);
   Formats formats(book);
   const Texts& texts = setting.texts;
-  FillFibres(SheetFiller(book, formats, texts["fibres"]), job, texts);
-  FillEvents(SheetFiller(book, formats, texts["events"]), job, texts);
-  SheetFiller cable(book, formats, texts["cable"]);
+  const PaperSize size = setting.options.size;
+  FillFibres(SheetFiller(book, formats, texts["fibres"], size), job, texts);
+  FillEvents(SheetFiller(book, formats, texts["events"], size), job, texts);
+  SheetFiller cable(book, formats, texts["cable"], size);
   FillFigures(cable, job, texts);
   FillHistogram(book, cable, job, texts);
   FillJoints(cable, job, texts);

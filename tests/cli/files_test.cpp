@@ -273,6 +273,13 @@ TEST_F(FilesTest, SeveralTracesAreMeasuredEachByItself) {
   EXPECT_EQ(taken->DataPts->GetSubBlock()->samples, second->DataPts->GetSubBlock()->samples);
   EXPECT_EQ(taken->FxdParams->TPW, 1);
   EXPECT_EQ(taken->FxdParams->PWU[0], 1000);
+#ifdef REFLYZE_PAPER
+  // In a report each has a page, behind the summary.
+  ASSERT_EQ(Run({"report", own, "-o", File("own.svg"), "-q"}).status, 0);
+  for (const char* page : {"own-1.svg", "own-2.svg", "own-3.svg"})
+    EXPECT_TRUE(std::filesystem::exists(File(page))) << page;
+  EXPECT_FALSE(std::filesystem::exists(File("own-4.svg")));
+#endif
 }
 
 // --- Copies and listings ---

@@ -18,6 +18,7 @@
 #include "paper/Texts.h"
 #include "reflyze/error.h"
 #include "reflyze/paper.h"
+#include "reflyze/span.h"
 
 namespace reflyze {
 namespace {
@@ -184,8 +185,15 @@ TEST_F(ReportTest, BothDirectionsAndUnrelatedTracesFindTheirPages) {
   const double end = back.trace.table.events.back().distanceKm;
   for (size_t i = 1; i + 1 < back.trace.table.events.size(); ++i)
     back.trace.table.events[i].distanceKm = end - back.trace.table.events[i].distanceKm;
+  // A section that fails is seen in the table of both.
+  options_.limits = Limits::FromText("l.ini", "[mean of two]\nattenuation_db_per_km@1550 = 0.15\n");
   const std::string both = TextOfPdf({Metro(), back});
-  ExpectHas(both, {"both directions", "Loss A", "Loss B", "Mean", "Page 1 of 1"});
+  ExpectHas(both, {"both directions", "Loss A", "Loss B", "Mean", "Section", "Page 1 of 1", "fail"});
+  const MergedLink link = MergeBetweenReels(Metro().trace.table, back.trace.table, {}, {});
+  for (const MergedEvent& row : link.table.rows) {
+    if (row.attenuationDbPerKm) ExpectHas(both, {paper::Texts("en").Number(row.attenuationDbPerKm, 3)});
+  }
+  options_.limits.reset();
   // Another fibre that an instrument calls "1" too is no direction of this one.
   ExpectHas(TextOfPdf({Metro(), Example("access-2km.sor")}), {"2 fibres", "Page 3 of 3"});
 }
@@ -341,6 +349,22 @@ TEST_F(ReportTest, HostileTextsStayTexts) {
     EXPECT_EQ(svg.find("<script"), std::string::npos);
     EXPECT_LT(svg.size(), 3u << 20);
   }
+  // What runs from right to left begins where its room does, on the summary too.
+  std::vector<PicturedTrace> turned = {Metro(), Metro()};
+  for (size_t i = 0; i < 2; ++i) {
+    turned[i].trace.fibre =
+        (i == 0 ? "\u0627\u0644\u0644\u064A\u0641 " : "\u05E9\u05DC\u05D5\u05DD ") + std::to_string(i);
+    turned[i].trace.file = "f" + std::to_string(i) + ".sor";
+    turned[i].trace.samples += i;
+    turned[i].card.from = turned[i].trace.fibre + " <x>";
+  }
+  const std::string boxes =
+      Said("pdftotext -bbox " + Store(ReportOf("report.pdf", turned, options_)[0]) + " -");
+  size_t words = 0;
+  for (size_t at = boxes.find("xMin=\""); at != std::string::npos;
+       at = boxes.find("xMin=\"", at + 6), ++words)
+    EXPECT_GE(std::stod(boxes.substr(at + 6)), 41.9) << boxes.substr(at, 120);
+  EXPECT_GT(words, 100u);
   EXPECT_EQ(paper::Harmless("<b>A & B</b>"), "<b>A & B</b>") << "markup has no meaning, so that it is shown";
   EXPECT_EQ(paper::Harmless(" a\tb\n"), "a b");
 }
@@ -350,6 +374,13 @@ TEST_F(ReportTest, WhatCanNotBeDoneIsSaid) {
   EXPECT_THROW(ReportOf("pdf", {Metro()}, options_), Error);
   options_.logo = "no picture";
   EXPECT_THROW(ReportOf("report.pdf", {Metro()}, options_), Error);
+  options_.logo = "\xFF\xD8\xFF\xE0 JFIF";
+  try {
+    ReportOf("report.pdf", {Metro()}, options_);
+    ADD_FAILURE() << "a JPEG was taken";
+  } catch (const Error& error) {
+    EXPECT_NE(std::string(error.what()).find("a JPEG picture; reports take PNG"), std::string::npos);
+  }
   // A head that claims a picture of 60,000 by 60,000 points.
   options_.logo = std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\xea\x60\0\0\xea\x60\x08\x06\0\0\0", 29);
   EXPECT_THROW(ReportOf("report.pdf", {Metro()}, options_), Error);
