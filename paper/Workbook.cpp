@@ -143,7 +143,7 @@ class SheetFiller {
 };
 
 constexpr int kLoss = 3, kReflectance = 2, kLength = 4, kMetres = 2;
-constexpr double kNarrow = 8.0, kUsual = 11.0, kMiddle = 15.0, kWide = 18.0;
+constexpr double kNarrow = 8.0, kUsual = 11.0, kMiddle = 15.0, kWide = 18.0, kFindings = 30.0;
 
 std::string WordFor(Verdict verdict, const Texts& texts) {
   return verdict == Verdict::kNone ? "" : texts[std::string("verdict.") + WordOf(verdict)];
@@ -159,7 +159,7 @@ void FillFibres(SheetFiller sheet, const Job& job, const Texts& t) {
               {t["length"] + ", km", kUsual},
               {t["total-loss"] + ", dB", kUsual},
               {"± dB", kNarrow},
-              {t["link-attenuation"] + ", dB/km", kUsual},
+              {t["link-attenuation"] + ", dB/km", kMiddle},
               {t["return-loss"] + ", dB", kUsual},
               {t["splice-heading"] + ", " + t["worst"] + ", dB", kUsual},
               {t["connector-heading"] + ", " + t["worst"] + ", dB", kUsual},
@@ -168,7 +168,7 @@ void FillFibres(SheetFiller sheet, const Job& job, const Texts& t) {
               {t["date"], kMiddle},
               {t["findings"] + " A", kWide},
               {t["findings"] + " B", kWide},
-              {t["finding-heading"], 30.0}});
+              {t["finding-heading"], kFindings}});
   for (const Fibre& fibre : job.fibres) {
     std::string findings;
     for (const std::string& finding : fibre.findings)
@@ -275,7 +275,8 @@ void FillFigures(SheetFiller& sheet, const Job& job, const Texts& t) {
               {t["least"], kUsual},
               {t["mean"], kUsual},
               {t["largest"], kUsual},
-              {t["sd"], kUsual}});
+              {t["sd"], kUsual},
+              {"", kFindings}});
   const auto add = [&](const std::string& name, const CableFigures& figures, int decimals) {
     if (figures.count == 0) return;
     sheet.Text(name);
@@ -316,6 +317,9 @@ void FillHistogram(lxw_workbook* book, SheetFiller& sheet, const Job& job, const
   chart_series_set_name(series, t["number"].c_str());
   chart_title_set_name(chart, t["splice-losses"].c_str());
   chart_axis_set_name(chart->x_axis, "dB");
+  // There are no half splices.
+  const int most = *std::max_element(job.histogram.begin(), job.histogram.end());
+  chart_axis_set_major_unit(chart->y_axis, std::max(1, (most + 4) / 5));
   chart_legend_set_position(chart, LXW_CHART_LEGEND_NONE);
   // As high as its rows, also where a program has lower ones.
   lxw_chart_options place = {};
