@@ -238,16 +238,24 @@ void DrawLegend(Canvas& canvas, const Box& plot, const std::vector<Drawn>& curve
   }
 }
 
+// The ground of the reels below the grid, and their names above it.
+enum class ReelPart { kGround, kName };
 void DrawReels(Canvas& canvas, const Box& plot, const Scale& x, const Fibre& fibre, const Range& kms,
-               const Texts& texts) {
+               const Texts& texts, ReelPart part) {
   const Wave& wave = fibre.waves.front();
   if (!wave.lengthKm || wave.lines.empty()) return;
   const auto shade = [&](double from, double to, const std::string& text) {
     if (!(to > from) || x.At(to) - x.At(from) < 2.0) return;
-    canvas.Fill(x.At(from), plot.y, x.At(to) - x.At(from), plot.height, kReel);
+    const double left = x.At(from), room = x.At(to) - left;
+    if (part == ReelPart::kGround) {
+      canvas.Fill(left, plot.y, room, plot.height, kReel);
+      return;
+    }
     const Style style = {6.0, false, kGrey, Align::kCentre};
-    if (canvas.Width(text, style) < x.At(to) - x.At(from))
-      canvas.Text((x.At(from) + x.At(to)) / 2.0, plot.y + 8.0, text, style);
+    const double wide = canvas.Width(text, style);
+    if (wide + 2.0 > room) return;
+    canvas.Fill(left + (room - wide) / 2.0 - 0.5, plot.y + 2.0, wide + 1.0, 8.0, kReel);
+    canvas.Text(left + room / 2.0, plot.y + 8.0, text, style);
   };
   const EventTable& table = wave.First().trace.table;
   const double zero = wave.a != nullptr ? wave.zeroAKm : wave.zeroBKm;
@@ -321,8 +329,9 @@ void DrawCurves(Canvas& canvas, const Box& box, const Fibre& fibre, const Texts&
   const Range kms = DistancesOf(fibre, curves), dbs = LevelsOf(curves, kms);
   const Scale x(kms.from, kms.to, plot.x, plot.x + plot.width);
   const Scale y(dbs.from, dbs.to, plot.y + plot.height, plot.y);
-  DrawReels(canvas, plot, x, fibre, kms, texts);
+  DrawReels(canvas, plot, x, fibre, kms, texts, ReelPart::kGround);
   DrawAxes(canvas, plot, x, y, "km", texts, static_cast<int>(plot.height / 28.0));
+  DrawReels(canvas, plot, x, fibre, kms, texts, ReelPart::kName);
   DrawLabels(canvas, plot, x, y, fibre, curves, dbs.from);
   for (const Drawn& drawn : curves) DrawCurve(canvas, plot, x, y, drawn, drawn.mirrored ? 0.5 : 0.7);
   DrawLegend(canvas, plot, curves, texts);
