@@ -154,10 +154,15 @@ void AddLinkOptions(CLI::App& command, LinkOptions& options) {
       ->check(length);
 }
 
+std::string ReadLimitsText(Session& session, const LinkOptions& options) {
+  if (options.limits.empty()) return "";
+  const std::vector<char> bytes = session.Read(options.limits, kLargestLimitsDocument);
+  return {bytes.begin(), bytes.end()};
+}
+
 std::optional<Limits> ReadLimits(Session& session, const LinkOptions& options) {
   if (options.limits.empty()) return std::nullopt;
-  const std::vector<char> bytes = session.Read(options.limits, kLargestLimitsDocument);
-  return Limits::FromText(ShownName(options.limits), {bytes.begin(), bytes.end()});
+  return Limits::FromText(ShownName(options.limits), ReadLimitsText(session, options));
 }
 
 }  // namespace reflyze::cli

@@ -78,6 +78,8 @@ struct LinkOptions {
 };
 
 void AddLinkOptions(CLI::App& command, LinkOptions& options);
+// The text of the document, empty without a file.
+std::string ReadLimitsText(Session& session, const LinkOptions& options);
 // The limits of the document, none without a file. Throws Error kUnreadable.
 std::optional<Limits> ReadLimits(Session& session, const LinkOptions& options);
 

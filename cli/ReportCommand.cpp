@@ -31,7 +31,7 @@ struct ReportCommand {
   std::string size = "a4";
   std::string logo;  // file
   std::string date;  // of the report
-  std::string page;  // the built page, for one with traces in it
+  PageReport page;   // for one with traces in it
   ThresholdOptions thresholds;
   AnalyseOptions analysis;
   LinkOptions link;
@@ -95,6 +95,22 @@ std::vector<PicturedTrace> PicturesOf(const Trace& file, const AnalyseOptions& a
   return pictures;
 }
 
+bool IsPage(const std::string& file) {
+  const std::string ending = ".html";
+  return file.size() > ending.size() && file.compare(file.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+// What holds for a report of any kind. A document of limits may come through a pipe, and is read once.
+void SettleAnalysis(Session& session, ReportCommand& options) {
+  PageSettings& page = options.page.settings;
+  page.limits = ReadLimitsText(session, options.link);
+  page.limitsName = ShownName(options.link.limits);
+  if (!options.link.limits.empty()) options.paper.limits = Limits::FromText(page.limitsName, page.limits);
+  if (!options.noReels) options.paper.reels = page.reels = options.link.AskedReels();
+  options.analysis.thresholds = page.thresholds = options.thresholds.thresholds;
+  options.analysis.document = ReadDocument(session, options.thresholds);
+}
+
 // Whatever is wrong with what was asked for is said before anything is measured.
 const PaperDoor& SettlePaper(Session& session, ReportCommand& options) {
   const PaperDoor& paper = LoadedPaper();
@@ -107,17 +123,9 @@ const PaperDoor& SettlePaper(Session& session, ReportCommand& options) {
     const std::vector<char> bytes = session.Read(options.logo, kLargestLogoFile);
     options.paper.logo.assign(bytes.begin(), bytes.end());
   }
-  options.paper.limits = ReadLimits(session, options.link);
-  if (!options.noReels) options.paper.reels = options.link.AskedReels();
-  options.analysis.thresholds = options.thresholds.thresholds;
-  options.analysis.document = ReadDocument(session, options.thresholds);
+  SettleAnalysis(session, options);
   paper.reportOf(options.file, {}, options.paper);
   return paper;
-}
-
-bool IsPage(const std::string& file) {
-  const std::string ending = ".html";
-  return file.size() > ending.size() && file.compare(file.size() - ending.size(), ending.size(), ending) == 0;
 }
 
 // A report that shows a number which fails its limits is no error, and yet a script has to know.
@@ -129,18 +137,18 @@ int StatusByLimits(const std::vector<PicturedTrace>& pictures, const PaperOption
   return AnyNumberFails(MakeCable(traces, {paper.reels, paper.limits})) ? kFails : kDone;
 }
 
-int RunReport(Session& session, ReportCommand& options) {
-  if (IsPage(options.file)) {
-    SettleInputs(options.job.inputs);
-    return WritePage(session, options.job.inputs, options.page, options.file);
-  }
-  const PaperDoor& paper = SettlePaper(session, options);
-  SettleInputs(options.job.inputs);
+// All traces of a report, measured.
+struct Measured {
+  std::vector<PicturedTrace> pictures;
+  int status = kDone;
+  size_t count = 0;  // of those that could be
+};
+
+Measured MeasureAll(Session& session, ReportCommand& options) {
   const std::vector<InputFile>& files = options.job.inputs.files;
   std::vector<std::vector<PicturedTrace>> made(files.size());
-  std::vector<PicturedTrace> pictures;
-  size_t measured = 0;
-  const int status = RunJob(
+  Measured all;
+  all.status = RunJob(
       session, options.job,
       [&](size_t index) {
         made[index] = PicturesOf(session.Open(files[index].name), options.analysis);
@@ -152,18 +160,42 @@ int RunReport(Session& session, ReportCommand& options) {
         return result;
       },
       [&](size_t index, const FileResult& result) {
-        measured += made[index].size();
+        all.count += made[index].size();
         if (!result.problem.empty()) {
           made[index].resize(1);
           made[index][0].trace.file = files[index].name;
           made[index][0].trace.problem = result.problem;
         }
-        std::move(made[index].begin(), made[index].end(), std::back_inserter(pictures));
+        std::move(made[index].begin(), made[index].end(), std::back_inserter(all.pictures));
       });
+  return all;
+}
+
+// The page measures by itself. Here that is done for the status alone, if there are limits.
+int RunPage(Session& session, ReportCommand& options) {
+  if (!options.thresholds.file.empty())
+    throw Error(ErrorKind::kUsage, "",
+                "a page can't take --thresholds along; --lt, --rt, --et and --ct it can");
+  SettleAnalysis(session, options);
+  SettleInputs(options.job.inputs);
+  int status = kDone;
+  if (options.paper.limits) {
+    const Measured all = MeasureAll(session, options);
+    status = std::max(all.status, StatusByLimits(all.pictures, options.paper));
+    options.page.told = true;
+  }
+  return std::max(status, WritePage(session, options.job.inputs, options.page, options.file));
+}
+
+int RunReport(Session& session, ReportCommand& options) {
+  if (IsPage(options.file)) return RunPage(session, options);
+  const PaperDoor& paper = SettlePaper(session, options);
+  SettleInputs(options.job.inputs);
+  const Measured all = MeasureAll(session, options);
   // Each has been told; there is nothing to report on.
-  if (measured == 0) return status;
-  SaveTogether(paper.reportOf(options.file, pictures, options.paper));
-  return std::max(status, StatusByLimits(pictures, options.paper));
+  if (all.count == 0) return all.status;
+  SaveTogether(paper.reportOf(options.file, all.pictures, options.paper));
+  return std::max(all.status, StatusByLimits(all.pictures, options.paper));
 }
 
 void AddPaperOptions(CLI::App& command, ReportCommand& options) {
@@ -178,7 +210,7 @@ void AddPaperOptions(CLI::App& command, ReportCommand& options) {
       ->type_name(kFileValue)
       ->check(InputName());
   command
-      .add_option("--page", options.page,
+      .add_option("--page", options.page.page,
                   "For .html: the page that scripts/build-web has built, if not that of the installation")
       ->type_name(kFileValue)
       ->check(InputName());

@@ -7,7 +7,6 @@
 #include "cli/LoadBeside.h"
 #include "cli/Session.h"
 #include "reflyze/text.h"
-#include "reflyze/webpage.h"
 
 namespace reflyze::cli {
 namespace {
@@ -28,9 +27,9 @@ std::string PlaceOfPage(const std::string& asked) {
 
 }  // namespace
 
-int WritePage(Session& session, const InputArguments& inputs, const std::string& page,
+int WritePage(Session& session, const InputArguments& inputs, const PageReport& report,
               const std::string& file) {
-  const std::string place = PlaceOfPage(page);
+  const std::string place = PlaceOfPage(report.page);
   const std::vector<char> text = session.Read(place);
   std::vector<Output> traces;
   int status = kDone;
@@ -43,15 +42,16 @@ int WritePage(Session& session, const InputArguments& inputs, const std::string&
                       {bytes.begin(), bytes.end()}};
       OpenOptions open;
       open.encoding = session.encoding;
-      session.Warn(Trace::FromBytes(name, std::move(bytes), open).Warnings());
+      const Trace read = Trace::FromBytes(name, std::move(bytes), open);
+      if (!report.told) session.Warn(read.Warnings());
       traces.push_back(std::move(trace));
     } catch (const Error& error) {
-      session.Warn(error.what());
+      if (!report.told) session.Warn(error.what());
       status = std::max<int>(status, StatusOf(error));
     }
   }
   if (traces.empty()) return status;
-  SaveTogether({{file, PageWith({text.begin(), text.end()}, traces)}});
+  SaveTogether({{file, PageWith({text.begin(), text.end()}, traces, report.settings)}});
   return status;
 }
 

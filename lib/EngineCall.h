@@ -35,8 +35,8 @@ void CallEngine(const std::string& name, const std::string& cannot, Work work) {
     throw Error(ErrorKind::kUnreadable, name, "a count or size in it cannot be right");
   } catch (int) {
     throw Error(ErrorKind::kUnreadable, name, "a count or size in it cannot be right");
-  } catch (const char* text) {
-    throw Error(ErrorKind::kUnreadable, name, std::string("is damaged: ") + text);
+  } catch (const char*) {
+    throw Error(ErrorKind::kUnreadable, name, "a count or size in it cannot be right");
   }
 }
 

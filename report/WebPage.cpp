@@ -10,10 +10,10 @@
 namespace reflyze {
 namespace {
 
-// The empty list that the page carries, and what stands around it.
-const std::string kBefore = "<script type=\"application/json\" id=\"reflyze-traces\">";
-const std::string kEmpty = "[]";
+// The empty values that the page carries, and what stands around them.
+const std::string kBefore = "<script type=\"application/json\" id=\"";
 const std::string kBehind = "</script>";
+constexpr const char* kNameOfFound = "auto";  // for a reel whose length is looked for
 
 std::string Base64(const std::string& bytes) {
   constexpr char kLetters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -36,19 +36,53 @@ std::string Quoted(const std::string& text) {
   return safe;
 }
 
+// The page with a value in the element of that name, in place of the empty one.
+std::string Filled(const std::string& page, const std::string& element, const std::string& empty,
+                   const std::string& value) {
+  const std::string before = kBefore + element + "\">";
+  const size_t place = page.find(before + empty + kBehind);
+  if (place == std::string::npos)
+    throw Error(ErrorKind::kUnreadable, "", "the page has no place for what it is to show");
+  std::string whole = page.substr(0, place + before.size());
+  whole.reserve(page.size() + value.size());
+  return whole.append(value).append(page, place + before.size() + empty.size(), std::string::npos);
+}
+
+// In the words that the address of the page has.
+std::string WordsOf(const PageSettings& settings) {
+  std::string words;
+  const auto say = [&](const std::string& word, const std::string& value) {
+    words += (words.empty() ? "\"" : ", \"") + word + "\": " + Quoted(value);
+  };
+  const auto number = [](double value) { return nlohmann::json(value).dump(); };
+  const Thresholds& thresholds = settings.thresholds;
+  if (thresholds.lossDb) say("lt", number(*thresholds.lossDb));
+  if (thresholds.reflectanceDb) say("rt", number(*thresholds.reflectanceDb));
+  if (thresholds.endDb) say("et", number(*thresholds.endDb));
+  if (thresholds.slopeDbPerKm) say("ct", number(*thresholds.slopeDbPerKm));
+  const Reels& reels = settings.reels;
+  if (reels.launch) say("launch", reels.launchKm ? number(*reels.launchKm) : kNameOfFound);
+  if (reels.receive) say("receive", reels.receiveKm ? number(*reels.receiveKm) : kNameOfFound);
+  if (!settings.limits.empty()) {
+    say("limits", settings.limits);
+    say("document", settings.limitsName);
+  }
+  return "{" + words + "}";
+}
+
 }  // namespace
 
 std::string PageWith(const std::string& page, const std::vector<Output>& traces) {
-  const size_t place = page.find(kBefore + kEmpty + kBehind);
-  if (place == std::string::npos) throw Error(ErrorKind::kUnreadable, "", "the page has no place for traces");
   std::string list;
   for (const Output& trace : traces)
     list += (list.empty() ? "" : ",\n") + ("{\"name\": " + Quoted(trace.name)) + ", \"sor\": \"" +
             Base64(trace.bytes) + "\"}";
-  std::string whole = page.substr(0, place + kBefore.size());
-  whole.reserve(page.size() + list.size() + 2);
-  return whole.append("[").append(list).append("]").append(page, place + kBefore.size() + kEmpty.size(),
-                                                           std::string::npos);
+  return Filled(page, "reflyze-traces", "[]", "[" + list + "]");
+}
+
+std::string PageWith(const std::string& page, const std::vector<Output>& traces,
+                     const PageSettings& settings) {
+  return PageWith(Filled(page, "reflyze-settings", "{}", WordsOf(settings)), traces);
 }
 
 }  // namespace reflyze

@@ -53,5 +53,24 @@ TEST(WebPageTest, TracesComeBackAndNamesStayNames) {
   EXPECT_THROW(PageWith("<html></html>", traces), Error);
 }
 
+TEST(WebPageTest, SettingsAreWordsOfTheAddress) {
+  PageSettings settings;
+  settings.thresholds.lossDb = 0.05;
+  settings.reels = {true, true, std::nullopt, 0.98765};
+  settings.limitsName = "a</script>.ini";
+  settings.limits = "[one way]\nsplice_db = 0.1 ; <!--\n";
+  const std::string before = "<script type=\"application/json\" id=\"reflyze-settings\">";
+  const std::string page = PageWith(before + "{}</script>" + kPage, {{"a.sor", "M"}}, settings);
+  const std::string words = page.substr(before.size(), page.find("</script>") - before.size());
+  EXPECT_EQ(words.find('<'), std::string::npos);
+  const nlohmann::json wanted = {{"lt", "0.05"},
+                                 {"launch", "auto"},
+                                 {"receive", "0.98765"},
+                                 {"limits", settings.limits},
+                                 {"document", settings.limitsName}};
+  EXPECT_EQ(nlohmann::json::parse(words), wanted);
+  EXPECT_THROW(PageWith(kPage, {}, settings), Error);
+}
+
 }  // namespace
 }  // namespace reflyze

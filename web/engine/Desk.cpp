@@ -48,6 +48,12 @@ Reels ReelsOf(const Json& request) {
   return reels;
 }
 
+std::optional<Limits> LimitsOf(const Json& request) {
+  const std::string text = TextAt(request, "limits");
+  if (text.empty()) return std::nullopt;
+  return Limits::FromText(TextAt(request, "limitsName"), text);
+}
+
 // Texts of records are UTF-8 by the time they are here; what is not is shown as that, and stops nothing.
 std::string LineOf(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
@@ -121,10 +127,10 @@ std::string Desk::Analyse(const Json& request) {
   const std::string listing = JsonOf(*open.table);
   const Json lines = ListOf(SectionLinesOf(open.trace, *open.table));
   const Reels reels = ReelsOf(request);
-  const std::string limits = TextAt(request, "limits");
-  if (!reels.launch && !reels.receive && limits.empty()) return listing + LineOf({{"lines", lines}});
+  const std::optional<Limits> limits = LimitsOf(request);
+  if (!reels.launch && !reels.receive && !limits) return listing + LineOf({{"lines", lines}});
   LinkTable link = BetweenReels(*open.table, reels);
-  if (!limits.empty()) JudgeLink(link, Limits::FromText(TextAt(request, "limitsName"), limits));
+  if (limits) JudgeLink(link, *limits);
   return listing + LineOf({{"lines", lines}}) + JsonOf(link);
 }
 
@@ -159,9 +165,14 @@ std::string Desk::CompareTwo(const Json& request) {
                                       {"changed", comparison.Changed()}});
 }
 
+// As `reflyze merge` does it, with the thresholds, reels and limits of the page.
 std::string Desk::MergeTwo(const Json& request) {
-  const MergedTable table = Merge(At(request.value("a", 0)).trace, At(request.value("b", 0)).trace);
-  return JsonOf(table) + LineOf({{"warnings", ListOf(table.warnings)}});
+  MergeOptions options;
+  options.thresholds = ThresholdsOf(request);
+  MergedLink link =
+      MergeLink(At(request.value("a", 0)).trace, At(request.value("b", 0)).trace, ReelsOf(request), options);
+  if (const std::optional<Limits> limits = LimitsOf(request)) link.verdict = Judge(link, *limits);
+  return JsonOf(link) + LineOf({{"warnings", ListOf(link.table.warnings)}});
 }
 
 std::string Desk::Answer(const std::string& text) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Traces from files to tables: opened one after the other, shown as soon as their curve is there, analysed then. What
 // is asked of the analysis has a number; a table of an older number is made anew, the shown one first.
+import type { Curve } from './curve';
 import { Breakdown, Engine, Refusal } from './engine';
 import type { Given } from './files';
 import type { Model } from './model';
@@ -17,25 +18,19 @@ export class Analysing {
   asked: Asked = { thresholds: {}, limits: '', limitsName: '', reels: { launch: false, receive: false, launchKm: null, receiveKm: null } };
   private number = 1;
   private running = false;
-  private reopening: Promise<void> = Promise.resolve();
-  private kept = new Map<number, Given>(); // by trace, for an engine that has to begin anew
 
   constructor(
     private readonly engine: Engine,
     private readonly model: Model,
     private readonly tell: (sentence: string, isError: boolean) => void,
-  ) {
-    engine.onBreakdown = () => {
-      this.reopening = this.reopening.then(() => this.reopen());
-    };
-  }
+  ) {}
 
-  // Takes files in; none of them keeps the others from being read.
-  async open(files: Given[]): Promise<void> {
+  // Takes files in; none of them keeps the others from being read. `opened` is called behind each.
+  async open(files: Given[], opened: () => void = () => undefined): Promise<void> {
     for (const [i, given] of files.entries()) {
       if (files.length > 3) this.tell(`Reading ${i + 1} of ${files.length} files`, false);
       try {
-        await this.openOne(given);
+        await this.openOne(given, opened);
       } catch (error) {
         this.tell(`${given.name}: ${sentenceOf(error)}`, true);
       }
@@ -43,23 +38,22 @@ export class Analysing {
     this.tell('', false);
   }
 
-  private async openOne(given: Given): Promise<void> {
-    await this.reopening;
-    const file = await this.engine.open(given.name, await given.read());
-    for (const part of file.traces) {
+  private async openOne(given: Given, opened: () => void): Promise<void> {
+    const file = await this.engine.open(given);
+    for (const part of file.parts) {
       const curve = await this.engine.curve(part.id, part.points);
       if (curve.km.length < 2) {
         this.tell(`${given.name}: ${part.why || 'has no curve'}`, true);
+        this.engine.close(part.id);
         continue;
       }
+      sharePlaces(curve, this.model.traces);
       this.model.traces.push({
         id: part.id,
         name: part.part > 0 ? `${given.name} (${part.part})` : given.name,
-        file: given.name,
-        part: part.part,
         curve,
         colour: freeColour(this.model.traces),
-        visible: true,
+        shown: null,
         offsetKm: 0,
         offsetDb: 0,
         mirroredAtKm: null,
@@ -69,47 +63,30 @@ export class Analysing {
         warnings: file.warnings,
         card: null,
       });
-      this.kept.set(part.id, given);
-      this.model.changed('traces');
+      this.model.changedOf(this.model.traces[this.model.traces.length - 1], 'traces');
       if (this.model.current === 0) this.model.makeCurrent(part.id);
+      opened();
       await this.refresh();
+      opened();
     }
   }
 
-  // After a breakdown the engine has nothing open. The traces that were get their new numbers; one that breaks the
-  // engine once more is not tried again.
-  private async reopen(): Promise<void> {
-    const current = this.model.currentTrace;
-    const before = this.kept;
-    this.kept = new Map();
-    for (const trace of this.model.traces) {
-      const given = before.get(trace.id);
-      if (!given) continue;
-      try {
-        const opened = await this.engine.open(trace.file, await given.read());
-        const same = opened.traces.find((one) => one.part === trace.part);
-        if (!same) continue;
-        trace.id = same.id;
-        this.kept.set(same.id, given);
-      } catch {
-        this.tell(`${trace.name}: can't be read any more`, true);
-      }
-    }
-    if (current) this.model.current = current.id;
-    this.model.changed('traces');
-  }
-
-  close(trace: Trace): void {
-    this.model.traces = this.model.traces.filter((one) => one !== trace);
-    void this.engine.object({ do: 'close', trace: trace.id }).catch(() => undefined);
-    this.kept.delete(trace.id);
-    if (this.model.current === trace.id) this.model.makeCurrent(this.model.traces[0]?.id ?? 0);
-    this.model.changed('traces', 'tables');
+  close(...traces: Trace[]): void {
+    const { model } = this;
+    const left = model.traces.filter((one) => !traces.includes(one));
+    // The one that stood behind takes the place of the one whose table was shown.
+    const behind = model.traces.findIndex((one) => one.id === model.current);
+    const next = model.traces.slice(behind).find((one) => left.includes(one)) ?? left[left.length - 1];
+    model.traces = left;
+    for (const trace of traces) this.engine.close(trace.id);
+    if (!model.currentTrace) model.makeCurrent(next?.id ?? 0);
+    model.changed('traces', 'tables');
   }
 
   // Analyses anew what was analysed with other settings.
   again(): void {
     ++this.number;
+    this.model.changed('settings');
     void this.refresh();
   }
 
@@ -131,7 +108,6 @@ export class Analysing {
   private async analyse(trace: Trace): Promise<void> {
     const number = this.number;
     trace.analysedBy = number;
-    await this.reopening;
     try {
       const analysis = await this.engine.analyse(trace.id, this.asked);
       if (number !== this.number) return;
@@ -142,17 +118,22 @@ export class Analysing {
       trace.failure = `${trace.name}: ${sentenceOf(error)}`;
     }
     trace.card ??= await this.cardOf(trace);
-    this.model.changed('tables', 'traces');
+    this.model.changedOf(trace, 'tables', 'traces');
   }
 
   private async cardOf(trace: Trace): Promise<Record<string, unknown>> {
     try {
-      const sheet = await this.engine.object<Record<string, unknown>>({ do: 'sheet', trace: trace.id });
-      return sheet;
+      return await this.engine.object<Record<string, unknown>>({ do: 'sheet', trace: trace.id });
     } catch (error) {
       return { error: sentenceOf(error) };
     }
   }
+}
+
+// The traces of a cable are taken at the same places, which take twice the room of their levels.
+function sharePlaces(curve: Curve, traces: Trace[]): void {
+  const last = traces[traces.length - 1]?.curve.km;
+  if (last?.length === curve.km.length && last.every((km, i) => km === curve.km[i])) curve.km = last;
 }
 
 export function sentenceOf(error: unknown): string {
@@ -161,5 +142,6 @@ export function sentenceOf(error: unknown): string {
 }
 
 function freeColour(traces: Trace[]): number {
-  for (let colour = 0; ; ++colour) if (!traces.some((trace) => trace.colour === colour)) return colour;
+  const taken = new Set(traces.map((trace) => trace.colour));
+  for (let colour = 0; ; ++colour) if (!taken.has(colour)) return colour;
 }

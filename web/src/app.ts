@@ -2,8 +2,11 @@
 // The page: puts its parts together.
 import { Address } from './address';
 import { Analysing } from './analysing';
+import { Announcer } from './announcer';
 import { cardPane } from './card';
+import { ComparePane } from './compare';
 import { levelAt } from './curve';
+import { DirectionsPane } from './directions';
 import { byId, el } from './dom';
 import { Engine } from './engine';
 import { chosen, dropped, Given } from './files';
@@ -12,8 +15,7 @@ import { List } from './list';
 import { applyTheme, Theme } from './look';
 import { firstMarkers, MarkerHandles } from './markers';
 import { MeasurePane } from './measure';
-import { Model } from './model';
-import { ComparePane, DirectionsPane } from './pairs';
+import { Model, View } from './model';
 import { Plot } from './plot';
 import { Settings } from './settings';
 import { Table } from './table';
@@ -26,6 +28,7 @@ export interface Surroundings {
   makeWorker(): Worker;
   wasm: Promise<ArrayBuffer>;
   offered(): Promise<Given[]>; // traces that come with the page
+  settings: Record<string, string>; // for these traces, in the words of the address
 }
 
 const KEYS: [string, string][] = [
@@ -49,12 +52,13 @@ const KEYS: [string, string][] = [
 
 class Page {
   private readonly model = new Model();
-  private readonly address = new Address(this.model);
+  private readonly address: Address;
   private readonly engine: Engine;
   private readonly analysing: Analysing;
   private readonly plot: Plot;
   private readonly hands: Hands;
   private readonly tabs: Tabs;
+  private placed: View | null = null; // the view that nobody has chosen
 
   constructor(around: Surroundings) {
     this.engine = new Engine(around.makeWorker, around.wasm);
@@ -63,17 +67,20 @@ class Page {
     const tabs = new Tabs(byId('tabs'), byId('panes'));
     cardPane(tabs.add('card', 'Card'), this.model);
     new MeasurePane(tabs.add('measure', 'Measure'), this.model, this.engine);
-    new Settings(tabs.add('settings', 'Settings'), this.model, this.analysing);
-    new ComparePane(tabs.add('compare', 'Compare'), this.model, this.engine);
-    new DirectionsPane(tabs.add('directions', 'Directions'), this.model, this.engine);
+    const settings = new Settings(tabs.add('settings', 'Settings'), this.model, this.analysing);
+    const compare = new ComparePane(tabs.add('compare', 'Compare'), this.model, this.engine, () => directions.choice.clear());
+    const directions: DirectionsPane = new DirectionsPane(tabs.add('directions', 'Directions'), this.model, this.engine, this.analysing, () => compare.choice.clear());
+    this.address = new Address(this.model, settings, [tabs, compare.choice, directions.choice], around.settings);
     new MarkerHandles(this.model, this.plot);
     this.tabs = tabs;
-    new List(byId('list'), this.model, this.analysing);
+    tabs.onShow = () => this.model.changed('panes');
+    new List(byId('list'), byId('of-list'), this.model, this.analysing);
+    new Announcer(byId('said'), this.model);
     new Table(byId('events'), byId('totals'), this.model);
     this.hands = new Hands(this.model, this.plot, byId('plot'), {
       toggleMarkers: () => this.toggleMarkers(),
       clear: () => this.clear(),
-      showKeys: () => byId<HTMLDialogElement>('keys').showModal(),
+      showKeys: () => this.showKeys(),
     });
     this.model.onChange((changes) => {
       if (changes.has('selection') && this.model.selected >= 0) this.showChosen();
@@ -105,9 +112,20 @@ class Page {
 
   private async open(files: Given[]): Promise<void> {
     if (files.length === 0) return;
-    const first = this.model.traces.length === 0;
-    await this.analysing.open(files);
-    if (!first || !this.address.apply()) this.model.setView(fitted(this.model));
+    await this.analysing.open(files, () => this.fitUntouched());
+    if (this.address.apply()) this.placed = null;
+    else this.fitUntouched();
+  }
+
+  // What is opened is seen whole, until somebody looks at a place of their own.
+  private fitUntouched(): void {
+    const { model } = this;
+    if (this.placed && model.view !== this.placed) return;
+    if (!this.placed && model.traces.length > 1) return;
+    const view = fitted(model);
+    if (this.placed && JSON.stringify(view) === JSON.stringify(this.placed)) return;
+    this.placed = view;
+    model.setView(view);
   }
 
   private tell(sentence: string, isError: boolean): void {
@@ -116,7 +134,7 @@ class Page {
       return;
     }
     const notice = el('p', {}, el('span', { text: sentence }), el('button', { type: 'button', class: 'quiet', text: '×', 'aria-label': 'Dismiss', click: () => notice.remove() }));
-    byId('notices').append(notice);
+    byId('notice-list').append(notice);
   }
 
   private showState(): void {
@@ -147,6 +165,18 @@ class Page {
     this.model.changed('markers', 'selection');
   }
 
+  // The list has one button: Tab stays there, and the focus goes back to where it was.
+  private showKeys(): void {
+    const before = document.activeElement as HTMLElement | null;
+    const keys = byId<HTMLDialogElement>('keys');
+    keys.onkeydown = (event) => {
+      if (event.key === 'Tab') event.preventDefault();
+      if (event.key === 'Escape') keys.close();
+    };
+    keys.onclose = () => before?.focus();
+    keys.showModal();
+  }
+
   private toggleMarkers(): void {
     this.model.markers = this.model.markers ? null : firstMarkers(this.model);
     if (this.model.markers) this.tabs.show('measure');
@@ -172,8 +202,10 @@ class Page {
       model.changed('view', 'pairs');
     });
     on('markers', () => this.toggleMarkers());
-    on('help', () => byId<HTMLDialogElement>('keys').showModal());
+    on('help', () => this.showKeys());
     on('print', () => window.print());
+    on('dismiss', () => byId('notice-list').replaceChildren());
+    on('close-all', () => this.analysing.close(...model.traces));
     on('save', () => this.save());
     byId('key-table').querySelector('tbody')?.append(...KEYS.map(([key, meaning]) => el('tr', {}, el('th', { scope: 'row', text: key }), el('td', { text: meaning }))));
     this.choices();

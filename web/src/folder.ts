@@ -22,4 +22,5 @@ start({
   makeWorker: () => new Worker('worker.js'),
   wasm: fetch('engine.wasm').then((answer) => answer.arrayBuffer()),
   offered,
+  settings: {},
 });

@@ -86,23 +86,26 @@ export class Hands {
     }
     if (this.fingers.has(event.pointerId)) this.fingers.set(event.pointerId, point);
     if (!this.drag) return;
-    if (this.drag.how === 'pan') {
-      const per = this.plot.perPixel;
-      pan(this.model, (this.drag.last.x - point.x) * per.km, (point.y - this.drag.last.y) * per.db);
-    }
+    if (this.drag.how === 'pan') this.pan(this.drag.last, point);
     this.drag.last = point;
     if (this.drag.how === 'rectangle') this.showRectangle();
   }
 
-  // The fibre under both fingers stays there.
+  // The fibre under both fingers stays there, spread and moved.
   private pinch(id: number, point: Point): void {
     const before = [...this.fingers.values()];
     this.fingers.set(id, point);
     const after = [...this.fingers.values()];
     const spread = (two: Point[]) => Math.max(Math.hypot(two[0].x - two[1].x, two[0].y - two[1].y), 20);
-    const middle = { clientX: (after[0].x + after[1].x) / 2, clientY: (after[0].y + after[1].y) / 2 };
-    const at = this.plot.at(middle);
+    const middle = (two: Point[]) => ({ x: (two[0].x + two[1].x) / 2, y: (two[0].y + two[1].y) / 2 });
+    this.pan(middle(before), middle(after));
+    const at = this.plot.at({ clientX: middle(after).x, clientY: middle(after).y });
     if (at) zoomKm(this.model, spread(before) / spread(after), at.km);
+  }
+
+  private pan(from: Point, to: Point): void {
+    const per = this.plot.perPixel;
+    pan(this.model, (from.x - to.x) * per.km, (to.y - from.y) * per.db);
   }
 
   private showRectangle(): void {

@@ -4,6 +4,22 @@
 export type Maybe = number | null;
 export type Verdict = 'pass' | 'warning' | 'marginal' | 'fail' | null;
 
+export interface EventVerdict {
+  loss: Verdict;
+  reflectance: Verdict;
+  attenuation: Verdict;
+  group?: number;
+  group_loss_db?: Maybe;
+  group_limit_db?: Maybe;
+}
+export interface LinkVerdicts {
+  length: Verdict;
+  span_loss: Verdict;
+  return_loss: Verdict;
+  link_attenuation: Verdict;
+  sentences: string[];
+}
+
 export interface EventRow {
   number: number;
   ept: number;
@@ -21,14 +37,7 @@ export interface EventRow {
   cumulated_db: Maybe;
   probability?: Maybe;
   comment: string;
-  verdict?: {
-    loss: Verdict;
-    reflectance: Verdict;
-    attenuation: Verdict;
-    group?: number;
-    group_loss_db?: Maybe;
-    group_limit_db?: Maybe;
-  };
+  verdict?: EventVerdict;
 }
 
 export interface EventTable {
@@ -61,13 +70,7 @@ export interface Span {
 export interface LinkTable extends EventTable {
   span?: Span;
   verdict?: Verdict;
-  verdicts?: {
-    length: Verdict;
-    span_loss: Verdict;
-    return_loss: Verdict;
-    link_attenuation: Verdict;
-    sentences: string[];
-  };
+  verdicts?: LinkVerdicts;
 }
 
 // A section as it was fitted: from km, dB to km, dB.
@@ -144,11 +147,22 @@ export interface MergedRow {
   reflectance_a_db: Maybe;
   reflectance_b_db: Maybe;
   seen_from: string;
+  attenuation_db_per_km?: Maybe; // of the section in front, between reels
+  verdict?: EventVerdict;
 }
+// Between reels with the totals of the link, with limits with what each number is worth.
 export interface MergedTable {
   a: string;
   b: string;
   pulse_ns: number;
   length_km: number;
   events: MergedRow[];
+  span_a?: Span;
+  span_b?: Span;
+  ends_apart_m?: Maybe;
+  loss_db?: Maybe;
+  loss_sd_db?: Maybe;
+  orl_db?: Maybe;
+  verdict?: Verdict;
+  verdicts?: LinkVerdicts;
 }

@@ -1,20 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // The plot below: what the trace is off its fitted sections, or off its baseline, along the same fibre.
 import uPlot from 'uplot';
-import { Curve, levelAt, makeCurve, pointAt, trace as traceCurve } from './curve';
-import type { SectionLine } from './listing';
+import { Curve, pointAt, trace as traceCurve } from './curve';
 import { colours } from './look';
 import type { Model } from './model';
 import { axes, drawCurve, frameOf, seen } from './plot';
-import { plotKm, Trace, traceKm } from './traces';
+import { differenceOf, residualsOf } from './rest';
+import type { Trace } from './traces';
 import { scale } from './units';
 
 const MOST_SAMPLES = 3000; // that the height of the picture is chosen by
 const SHARE = 0.98; // of them that shall be seen
 const LEAST_DB = 0.02;
-
-const lineAt = (line: SectionLine, km: number): number =>
-  line[1] + ((line[3] - line[1]) * (km - line[0])) / (line[2] - line[0]);
 
 // The height within which most values lie.
 function reach(values: number[]): number {
@@ -23,34 +20,11 @@ function reach(values: number[]): number {
   return Math.max(most * 1.4, LEAST_DB);
 }
 
-// The current trace less its baseline, at the points of the current one, as far as both have light.
-function differenceOf(current: Trace, baseline: Trace): Curve {
-  const count = current.curve.km.length;
-  const km = new Float64Array(count);
-  const db = new Float64Array(count);
-  const endKm = Math.min(endOf(current), endOf(baseline));
-  let used = 0;
-  for (let i = 0; i < count; ++i) {
-    const there = plotKm(current, current.curve.km[i]);
-    const level = there <= endKm ? levelAt(baseline.curve, traceKm(baseline, there)) : null;
-    if (level === null) continue;
-    km[used] = current.curve.km[i];
-    db[used++] = current.curve.db[i] + current.offsetDb - level - baseline.offsetDb;
-  }
-  return makeCurve(km.slice(0, used), db.slice(0, used));
-}
-
-// Where the light of a trace ends, with a little room; behind it there is noise alone.
-function endOf(trace: Trace): number {
-  const events = trace.analysis?.table.events ?? [];
-  const all = trace.curve.km[trace.curve.km.length - 1];
-  return plotKm(trace, events.length > 1 ? Math.min(all, events[events.length - 1].distance_km) : all);
-}
-
 export class Lower {
   private plot: uPlot | null = null;
   private height = 1;
-  private difference: { key: string; curve: Curve } | null = null;
+  private label = '';
+  private kept: { key: string; curve: Curve } | null = null;
 
   constructor(
     private readonly host: HTMLElement,
@@ -68,12 +42,16 @@ export class Lower {
     return this.model.showResiduals || this.pair !== null;
   }
 
+  private get labelNow(): string {
+    return this.pair ? 'difference dB' : 'residual dB';
+  }
+
   rebuild(): void {
     this.plot?.destroy();
     this.plot = null;
     this.host.hidden = !this.wanted;
     if (!this.wanted) return;
-    const label = this.pair ? 'difference dB' : 'residual dB';
+    this.label = this.labelNow;
     this.plot = new uPlot(
       {
         ...this.size(),
@@ -84,7 +62,7 @@ export class Lower {
           x: { time: false, range: () => this.rangeKm() },
           y: { range: () => [-this.height, this.height] },
         },
-        axes: axes(colours(), label),
+        axes: axes(colours(), this.label),
         series: [{}, { show: true, stroke: 'transparent', paths: () => null, points: { show: false } }],
         hooks: { draw: [(plot) => this.drawValues(plot)] },
       },
@@ -106,35 +84,23 @@ export class Lower {
   }
 
   draw(): void {
-    if (this.wanted !== (this.plot !== null)) this.rebuild();
+    if (this.wanted !== (this.plot !== null) || (this.plot && this.label !== this.labelNow)) this.rebuild();
     if (!this.plot) return;
-    this.height = this.pair ? this.reachOfDifference() : this.reachOfResiduals();
+    const rest = this.rest();
+    const trace = this.pair?.[0] ?? this.model.currentTrace;
+    this.height = rest && trace ? reach(samples(rest, ...seen(this.model, trace))) : LEAST_DB;
     this.plot.setData([this.rangeKm(), [0, 0]]);
   }
 
-  private reachOfDifference(): number {
-    const pair = this.pair;
-    if (!pair) return LEAST_DB;
-    const [current, baseline] = pair;
-    const key = [current, baseline].map((one) => `${one.id} ${one.offsetKm} ${one.offsetDb} ${one.analysedBy}`).join();
-    if (this.difference?.key !== key) this.difference = { key, curve: differenceOf(current, baseline) };
-    const { curve } = this.difference;
-    const [fromKm, toKm] = seen(this.model, current);
-    return reach(samples(curve, fromKm, toKm, (i) => curve.db[i]));
-  }
-
-  private reachOfResiduals(): number {
-    const trace = this.model.currentTrace;
-    const lines = trace?.analysis?.extras.lines ?? [];
-    if (!trace) return LEAST_DB;
-    const [fromKm, toKm] = seen(this.model, trace);
-    const { curve } = trace;
-    const values = lines.flatMap((line) =>
-      line
-        ? samples(curve, Math.max(line[0], fromKm), Math.min(line[2], toKm), (i) => curve.db[i] - lineAt(line, curve.km[i]))
-        : [],
-    );
-    return reach(values);
+  // Made once for a trace with its settings, or for a pair.
+  private rest(): Curve | null {
+    const traces = this.pair ?? [this.model.currentTrace];
+    const [trace, baseline] = traces;
+    if (!trace) return null;
+    const key = traces.map((one) => one && `${one.id} ${one.offsetKm} ${one.offsetDb} ${one.analysedBy} ${one.analysis !== null}`).join();
+    if (this.kept?.key !== key)
+      this.kept = { key, curve: baseline ? differenceOf(trace, baseline) : residualsOf(trace.curve, trace.analysis?.extras.lines ?? []) };
+    return this.kept.curve;
   }
 
   private drawValues(plot: uPlot): void {
@@ -143,39 +109,30 @@ export class Lower {
     zero.moveTo(plot.bbox.left, y);
     zero.lineTo(plot.bbox.left + plot.bbox.width, y);
     drawCurve(plot, zero, colours().muted, 1);
-    if (this.pair) this.drawDifference(plot, this.pair[0]);
-    else this.drawResiduals(plot);
-  }
-
-  private drawDifference(plot: uPlot, current: Trace): void {
-    if (!this.difference) return;
-    const path = new Path2D();
-    const [fromKm, toKm] = seen(this.model, current);
-    traceCurve(this.difference.curve, fromKm, toKm, frameOf(plot, current, (db) => db), path);
-    drawCurve(plot, path, colours().accent, 1.1);
-  }
-
-  private drawResiduals(plot: uPlot): void {
-    const trace = this.model.currentTrace;
-    if (!trace?.analysis) return;
+    const rest = this.rest();
+    const trace = this.pair?.[0] ?? this.model.currentTrace;
+    if (!rest || !trace) return;
     const [fromKm, toKm] = seen(this.model, trace);
-    for (const line of trace.analysis.extras.lines) {
-      if (!line || line[0] > toKm || line[2] < fromKm) continue;
-      const path = new Path2D();
-      const frame = frameOf(plot, trace, (db, km) => db - lineAt(line, km));
-      traceCurve(trace.curve, Math.max(line[0], fromKm), Math.min(line[2], toKm), frame, path);
-      drawCurve(plot, path, colours().curves[trace.colour % 8], 1);
+    const stretches = this.pair ? [[fromKm, toKm]] : (trace.analysis?.extras.lines ?? []).flatMap((line) => (line ? [[line[0], line[2]]] : []));
+    const path = new Path2D();
+    for (const [from, to] of stretches) {
+      if (from > toKm || to < fromKm) continue;
+      // A stretch begins a line of its own.
+      const part = new Path2D();
+      traceCurve(rest, Math.max(from, fromKm), Math.min(to, toKm), frameOf(plot, trace, (db) => db), part);
+      path.addPath(part);
     }
+    drawCurve(plot, path, this.pair ? colours().accent : colours().curves[trace.colour % 8], 1);
   }
 }
 
 // Values at some points between two places, enough to tell how high a picture of all has to be.
-function samples(curve: Curve, fromKm: number, toKm: number, valueAt: (point: number) => number): number[] {
+function samples(curve: Curve, fromKm: number, toKm: number): number[] {
   if (!(fromKm < toKm)) return [];
   const from = pointAt(curve, fromKm);
   const to = pointAt(curve, toKm);
   const stride = Math.max(1, Math.floor((to - from) / MOST_SAMPLES));
   const values: number[] = [];
-  for (let i = from; i < to; i += stride) values.push(valueAt(i));
+  for (let i = from; i < to; i += stride) values.push(curve.db[i]);
   return values;
 }

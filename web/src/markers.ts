@@ -19,7 +19,7 @@ export class MarkerHandles {
   ) {
     this.handles = MARKER_NAMES.map((name, i) => this.handle(name, i));
     plot.over.append(...this.handles);
-    model.onChange(() => this.place());
+    plot.onDrawn = () => this.place();
   }
 
   private handle(name: string, index: number): HTMLElement {

@@ -33,7 +33,10 @@ export interface Merged {
   failure: string;
 }
 
-export type Change = 'traces' | 'tables' | 'current' | 'selection' | 'view' | 'markers' | 'look' | 'pairs';
+const MOST_SHOWN = 8; // curves that can still be told apart by colour
+
+// 'listed': a trace has come, or its table, that is neither current nor drawn.
+export type Change = 'listed' | 'traces' | 'tables' | 'current' | 'selection' | 'view' | 'markers' | 'look' | 'pairs' | 'settings' | 'panes';
 
 export class Model {
   traces: Trace[] = [];
@@ -70,6 +73,19 @@ export class Model {
   }
   get currentTrace(): Trace | null {
     return this.traceOf(this.current);
+  }
+
+  // Whether the curve of a trace is drawn. A pair is seen alone; of a whole cable, one fibre at a time.
+  shows(trace: Trace): boolean {
+    if (trace.shown !== null) return trace.shown;
+    if (trace.id === this.current) return true;
+    const pair = this.compared ? [this.compared.pair.baseline, this.compared.pair.current] : this.merged ? [this.merged.a, this.merged.b] : null;
+    return pair ? pair.includes(trace.id) : this.traces.length <= MOST_SHOWN;
+  }
+
+  // Tells of a change of one trace.
+  changedOf(trace: Trace, ...changes: Change[]): void {
+    this.changed('listed', ...(this.shows(trace) ? changes : []));
   }
 
   makeCurrent(id: number): void {

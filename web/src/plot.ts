@@ -77,6 +77,7 @@ export class Plot {
   private readonly signs: Signs;
   private readonly lower: Lower;
   readonly over = el('div', { class: 'over' });
+  onDrawn: () => void = () => undefined; // what lies over the curve comes to its place
   private readonly redraw = perFrame(() => this.drawNow());
 
   constructor(
@@ -88,6 +89,7 @@ export class Plot {
     this.lower = new Lower(lowerHost, model);
     new ResizeObserver(() => this.fitToHost()).observe(host);
     model.onChange((changes) => {
+      if (changes.has('listed') && changes.size === 1) return;
       if (changes.has('look')) this.rebuild();
       if (changes.has('tables') || changes.has('current') || changes.has('look')) this.signs.rebuild();
       this.redraw();
@@ -180,12 +182,13 @@ export class Plot {
   private draw(plot: uPlot): void {
     const look = colours();
     const last = this.model.currentTrace;
-    const ordered = this.model.traces.filter((one) => one.visible && one !== last);
-    if (last?.visible) ordered.push(last);
+    const ordered = this.model.traces.filter((one) => one !== last && this.model.shows(one));
+    if (last && this.model.shows(last)) ordered.push(last);
     for (const one of ordered) this.drawTrace(plot, one, look, one === last ? 1.6 : 1.1);
     if (this.model.showLines) this.drawLines(plot, look);
     this.signs.draw(plot, look);
     this.drawMarkers(plot, look);
+    this.onDrawn();
   }
 
   // Behind the end there is noise alone, which is drawn paler than the fibre.
@@ -207,7 +210,7 @@ export class Plot {
   // The sections of the fibre as they were fitted.
   private drawLines(plot: uPlot, look: Colours): void {
     const trace = this.model.currentTrace;
-    if (!trace?.visible || !trace.analysis) return;
+    if (!trace?.analysis || !this.model.shows(trace)) return;
     const frame = frameOf(plot, trace);
     const path = new Path2D();
     for (const line of trace.analysis.extras.lines) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What an analysis takes for an event, what numbers are held against, and the reels around a link. Whatever is typed
 // counts at once: the analysis runs again.
+import type { Remembering } from './address';
 import type { Analysing, Asked } from './analysing';
 import { calm, el } from './dom';
 import type { Model } from './model';
@@ -39,6 +40,9 @@ const THRESHOLD_KEYS: Record<string, 'lt_db' | 'rt_db' | 'et_db' | 'ct_db_per_km
   end: 'et_db',
   slope: 'ct_db_per_km',
 };
+// In the address thresholds are called as options of the program are, and limits as in its documents.
+const WORDS: Record<string, string> = { loss: 'lt', reflectance: 'rt', end: 'et', slope: 'ct' };
+const REEL_FOUND = 'auto';
 
 function input(field: Field, label: string, take: () => void): HTMLInputElement {
   return el('input', {
@@ -59,7 +63,7 @@ function valueOf(field: HTMLInputElement): number | null {
   return isFinite(value) && !wrong ? value : null;
 }
 
-export class Settings {
+export class Settings implements Remembering {
   private readonly thresholds = new Map<string, HTMLInputElement>();
   private readonly fails = new Map<string, HTMLInputElement>();
   private readonly warnings = new Map<string, HTMLInputElement>();
@@ -104,9 +108,9 @@ export class Settings {
     const file = el('input', { type: 'file', accept: '.ini,.json', hidden: true, change: () => void this.openDocument(file) });
     this.host.append(
       el('h3', { text: 'What counts as an event' }),
-      el('table', { class: 'fields' }, el('tbody', {}, ...thresholds)),
+      el('table', { class: 'fields', 'aria-label': 'Thresholds' }, el('tbody', {}, ...thresholds)),
       el('h3', { text: 'Limits' }),
-      el('table', { class: 'fields' }, el('thead', {}, el('tr', {}, el('td'), el('th', { scope: 'col', text: 'fail' }), el('th', { scope: 'col', text: 'warning' }), el('td'))), el('tbody', {}, ...limits)),
+      el('table', { class: 'fields', 'aria-label': 'Limits' }, el('thead', {}, el('tr', {}, el('td'), el('th', { scope: 'col', text: 'fail' }), el('th', { scope: 'col', text: 'warning' }), el('td'))), el('tbody', {}, ...limits)),
       el(
         'div',
         { class: 'group' },
@@ -164,6 +168,43 @@ export class Settings {
       if (early !== null) lines.push(`${key}.warning = ${early}`);
     }
     return lines.length === 0 ? '' : `[limits]\nname = this page\n[one way]\n${lines.join('\n')}\n`;
+  }
+
+  // What fields have in the address.
+  private words(): [string, HTMLInputElement][] {
+    return [
+      ...[...this.thresholds].map(([key, field]): [string, HTMLInputElement] => [WORDS[key], field]),
+      ...this.fails,
+      ...[...this.warnings].map(([key, field]): [string, HTMLInputElement] => [`${key}.warning`, field]),
+    ];
+  }
+
+  remember(words: URLSearchParams): void {
+    for (const [word, field] of this.words()) if (valueOf(field) !== null) words.set(word, field.value);
+    if (this.document) {
+      words.set('limits', this.document.text);
+      words.set('document', this.document.name);
+    }
+    for (const [word, there, km] of this.reels()) if (there.checked) words.set(word, km.value || REEL_FOUND);
+  }
+
+  recall(words: URLSearchParams): void {
+    for (const [word, field] of this.words()) field.value = words.get(word) ?? '';
+    const text = words.get('limits');
+    this.document = text ? { name: words.get('document') ?? 'limits', text } : null;
+    for (const [word, there, km] of this.reels()) {
+      const value = words.get(word);
+      there.checked = value !== null;
+      km.value = value === null || value === REEL_FOUND ? '' : value;
+    }
+    this.take();
+  }
+
+  private reels(): [string, HTMLInputElement, HTMLInputElement][] {
+    return [
+      ['launch', this.launch, this.launchKm],
+      ['receive', this.receive, this.receiveKm],
+    ];
   }
 
   private take(): void {

@@ -14,8 +14,16 @@ import { placeWithUnit, scale } from './units';
 const LIFT = 34; // pixels between the curve and a sign over it
 const WIDTH = 24; // of a sign; nearer ones stand higher
 const HEIGHT = 30;
+const STEP = 8; // pixels that a sign is moved by to be clear of others
+const MOST_STEPS = 16;
+const BELOW = 12; // pixels between the curve and a sign below it
+const SMALL = 9; // pixels, of the dot that stands for a sign without room
 const INTERVAL = 1.96; // deviations: 95 %
 
+interface Place {
+  x: number;
+  top: number;
+}
 interface Sign {
   event: EventRow;
   button: HTMLButtonElement;
@@ -55,30 +63,46 @@ export class Signs {
 
   draw(plot: uPlot, look: Colours): void {
     const trace = this.model.currentTrace;
-    if (!trace?.visible) {
+    if (!trace || !this.model.shows(trace)) {
       this.layer.hidden = true;
       return;
     }
     this.layer.hidden = false;
     const box = plot.over.getBoundingClientRect();
-    const taken: { x: number; top: number }[] = [];
-    this.signs.forEach(({ event, button }, index) => {
-      const km = eventKm(trace, event);
-      const x = plot.valToPos(km * scale().perKm, 'x');
-      const place = this.levelsAt(trace, event, plot);
-      const inside = x >= -1 && x <= box.width + 1 && place !== null;
+    const taken: Place[] = [];
+    for (const index of this.byWeight()) {
+      const { event, button } = this.signs[index];
+      const x = plot.valToPos(eventKm(trace, event) * scale().perKm, 'x');
+      const levels = this.levelsAt(trace, event, plot);
+      const inside = x >= -1 && x <= box.width + 1 && levels !== null;
       button.hidden = !inside;
-      if (!inside || !place) return;
+      if (!inside || !levels) continue;
+      const y = plot.valToPos(levels.at, 'y');
       const chosen = index === this.model.selected;
-      let top = plot.valToPos(place.top, 'y') - LIFT;
-      for (const other of taken)
-        if (Math.abs(other.x - x) < WIDTH && Math.abs(other.top - top) < HEIGHT) top = other.top - HEIGHT;
-      top = Math.max(0, Math.min(top, box.height - HEIGHT));
+      const top = freeTop(x, plot.valToPos(levels.top, 'y') - LIFT, y, box.height, taken, chosen);
+      button.classList.toggle('chosen', chosen);
+      button.classList.toggle('small', top === null);
+      if (top === null) {
+        button.style.transform = `translate(${x - SMALL / 2}px, ${Math.max(0, Math.min(y, box.height) - SMALL / 2)}px)`;
+        continue;
+      }
       taken.push({ x, top });
       button.style.transform = `translate(${x - WIDTH / 2}px, ${top}px)`;
-      button.classList.toggle('chosen', chosen);
-      this.drawPlace(plot, look, event, x, top + HEIGHT, plot.valToPos(place.at, 'y'), chosen);
-    });
+      this.drawPlace(plot, look, event, x, top, y, chosen);
+    }
+  }
+
+  // Where there is no room for all signs, these come first: the chosen one, what fails, the ends of the fibre, reflections.
+  private byWeight(): number[] {
+    const last = this.signs.length - 1;
+    const weight = (index: number): number => {
+      const { event } = this.signs[index];
+      if (index === this.model.selected) return 0;
+      if (worst(event) === 'fail') return 1;
+      if (index === 0 || index === last) return 2;
+      return worst(event) === 'warning' || worst(event) === 'marginal' ? 3 : event.reflectance_db !== null ? 4 : 5;
+    };
+    return this.signs.map((_, index) => index).sort((a, b) => weight(a) - weight(b) || a - b);
   }
 
   // Level of the curve at an event, and the highest that the sign has to stay clear of.
@@ -114,8 +138,8 @@ export class Signs {
     ctx.strokeStyle = chosen ? look.accent : look.muted;
     ctx.lineWidth = chosen ? 1.5 : 1;
     ctx.beginPath();
-    ctx.moveTo(x, chosen ? 0 : top);
-    ctx.lineTo(x, chosen ? bbox.height / ratio : Math.max(top, y));
+    ctx.moveTo(x, chosen ? 0 : top > y ? y : top + HEIGHT);
+    ctx.lineTo(x, chosen ? bbox.height / ratio : top > y ? top : Math.max(top + HEIGHT, y));
     ctx.stroke();
     if (event.distance_sd_m !== null && event.distance_sd_m !== undefined) {
       ctx.lineWidth = 2;
@@ -132,6 +156,18 @@ export class Signs {
     }
     ctx.restore();
   }
+}
+
+// A place for a sign that covers no other: over the curve, at most some signs higher, else below it; none where there is
+// no room.
+function freeTop(x: number, lowest: number, y: number, height: number, taken: Place[], chosen: boolean): number | null {
+  const most = height - HEIGHT;
+  const first = Math.max(0, Math.min(lowest, most));
+  const covers = (top: number) => taken.some((other) => Math.abs(other.x - x) < WIDTH && Math.abs(other.top - top) < HEIGHT);
+  if (chosen || !covers(first)) return first;
+  for (let step = 1; step < MOST_STEPS && first - step * STEP >= 0; ++step) if (!covers(first - step * STEP)) return first - step * STEP;
+  for (let step = 0; step < MOST_STEPS && y + BELOW + step * STEP <= most; ++step) if (!covers(y + BELOW + step * STEP)) return y + BELOW + step * STEP;
+  return null;
 }
 
 // The worst verdict of an event's numbers, for its colour.

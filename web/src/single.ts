@@ -10,5 +10,6 @@ const worker = URL.createObjectURL(new Blob([WORKER_TEXT], { type: 'text/javascr
 start({
   makeWorker: () => new Worker(worker),
   wasm: Promise.resolve(Uint8Array.from(atob(ENGINE_BASE64), (letter) => letter.charCodeAt(0)).buffer),
+  settings: JSON.parse(document.getElementById('reflyze-settings')?.textContent || '{}') as Record<string, string>,
   offered: async () => enclosed(document.getElementById('reflyze-traces')?.textContent || '[]'),
 });

@@ -97,12 +97,16 @@ export class Table {
     );
   }
 
+  // Whoever goes through the table by keys stays with the chosen event.
   private mark(): void {
+    const inside = this.host.contains(document.activeElement) && document.activeElement !== this.host;
     this.rows.forEach((row, index) => {
       const chosen = index === this.model.selected;
       row.classList.toggle('chosen', chosen);
       row.querySelector('button')?.setAttribute('aria-pressed', String(chosen));
-      if (chosen) row.scrollIntoView({ block: 'nearest' });
+      if (!chosen) return;
+      row.scrollIntoView({ block: 'nearest' });
+      if (inside) row.querySelector('button')?.focus({ preventScroll: true });
     });
   }
 }
@@ -116,6 +120,19 @@ function lossCell(event: EventRow): HTMLTableCellElement {
     cell.title = `Group ${group}: ${sum} dB together, limit ${units.fixed(event.verdict?.group_limit_db, 3)} dB`;
   }
   return cell;
+}
+
+// For the small tables beside the curve.
+export function heading(...titles: string[]): HTMLTableSectionElement {
+  return el('thead', {}, el('tr', {}, ...titles.map((text, i) => el('th', { scope: 'col', text, class: i > 0 ? 'number' : '' }))));
+}
+export function number(text: string, extra = '', verdict: Verdict | undefined = null): HTMLTableCellElement {
+  const cell = el('td', { class: `number ${extra}`.trim(), text });
+  if (verdict && verdict !== 'pass') cell.append(el('span', { class: 'unseen', text: ` ${verdict}` }));
+  return cell;
+}
+export function total(name: string, value: string, unit: string, verdict: Verdict | undefined = null): HTMLElement {
+  return el('div', { class: 'total' }, el('span', { class: 'name', text: name }), el('span', { class: `value ${verdict ?? ''}`, text: value === '-' ? value : `${value} ${unit}`.trim() }));
 }
 
 function headings(): HTMLTableSectionElement {
@@ -163,8 +180,6 @@ function linkRow(table: EventTable): Row {
 function totalsOf(table: EventTable): Node[] {
   const link = table as LinkTable;
   const saturated = table.events.some((event) => event.reflectance_at_least);
-  const total = (name: string, value: string, unit: string, verdict: Verdict = null) =>
-    el('div', { class: 'total' }, el('span', { class: 'name', text: name }), el('span', { class: `value ${verdict ?? ''}`, text: value === '-' ? value : `${value} ${unit}` }));
   const orl = units.fixed(table.orl_db, 2);
   const totals = [
     total('Length', units.place(table.length_km), units.currentUnit(), link.verdicts?.length),

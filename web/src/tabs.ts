@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // Panes of which one is seen: arrow keys go from tab to tab, as screen readers expect.
+import type { Remembering } from './address';
 import { el } from './dom';
 
-export class Tabs {
+export class Tabs implements Remembering {
   private tabs: HTMLButtonElement[] = [];
   private panes: HTMLElement[] = [];
+  onShow: () => void = () => undefined;
 
   constructor(
     private readonly list: HTMLElement,
@@ -38,6 +40,20 @@ export class Tabs {
   show(key: string): void {
     this.shown = key;
     this.mark();
+    this.onShow();
+  }
+
+  private get first(): string {
+    return this.tabs[0].id.replace('tab-', '');
+  }
+
+  remember(words: URLSearchParams): void {
+    if (this.shown !== this.first) words.set('pane', this.shown);
+  }
+
+  recall(words: URLSearchParams): void {
+    const key = words.get('pane') ?? this.first;
+    if (this.tabs.some((tab) => tab.id === `tab-${key}`)) this.show(key);
   }
 
   private mark(): void {

@@ -5,13 +5,11 @@ import type { Analysis } from './engine';
 import type { EventRow, EventTable, LinkTable } from './listing';
 
 export interface Trace {
-  id: number; // of the engine
+  id: number;
   name: string; // of the file, with the number of the trace where it holds several
-  file: string;
-  part: number; // of a file with several traces, from 1; 0 for the one of a usual file
   curve: Curve;
   colour: number; // of the palette
-  visible: boolean;
+  shown: boolean | null; // as the user has said; else the first few are, and the one whose table is shown
   offsetKm: number; // that the user has moved it by
   offsetDb: number;
   mirroredAtKm: number | null; // length of the fibre, where the trace is seen from the other end

@@ -27,7 +27,7 @@ function fibreOf(trace: Trace): [number, number] {
 }
 
 function shown(model: Model): Trace[] {
-  const visible = model.traces.filter((trace) => trace.visible);
+  const visible = model.traces.filter((trace) => model.shows(trace));
   return visible.length > 0 ? visible : model.traces;
 }
 

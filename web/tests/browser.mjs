@@ -3,10 +3,11 @@
 // fails the test.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { existsSync, readdirSync, readFileSync } from 'node:fs';
+import { existsSync, readdirSync, readFileSync, statSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { basename, dirname, extname, join, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
+import { gzipSync } from 'node:zlib';
 import { chromium } from 'playwright-core';
 
 export const root = resolve(dirname(fileURLToPath(import.meta.url)), '../..');
@@ -19,6 +20,10 @@ export const traces = [join(root, 'examples'), process.env.REFLYZE_TRACES ?? joi
   .filter((folder) => existsSync(folder))
   .flatMap((folder) => readdirSync(folder).filter((name) => name.endsWith('.sor')).sort().map((name) => join(folder, name)));
 
+// Of the folder, bytes.
+export const compressedSize = () =>
+  readdirSync(built).filter((name) => name !== 'reflyze.html' && statSync(join(built, name)).isFile()).reduce((bytes, name) => bytes + gzipSync(readFileSync(join(built, name)), { level: 9 }).length, 0);
+
 const SAID = [0, 1, 5]; // all is well, something has changed, a limit is exceeded: each with a listing
 
 export function reflyze(folder, ...words) {
@@ -27,6 +32,12 @@ export function reflyze(folder, ...words) {
   return run.stdout;
 }
 export const listing = (path) => reflyze(dirname(path), 'analyse', basename(path), '--format', 'json');
+// The metro link from its other end.
+export function back() {
+  const path = join(root, 'build/web-back.sor');
+  reflyze(root, 'simulate', 'examples/links/metro-40km-back.json', '-o', path, '--seed', '6');
+  return path;
+}
 export const example = (name) => join(root, 'examples', name);
 
 async function serve() {
@@ -84,6 +95,14 @@ export async function drop(page, ...files) {
       transfer.items.add(new File([Uint8Array.from(atob(base64), (letter) => letter.charCodeAt(0))], name));
     document.dispatchEvent(new DragEvent('drop', { dataTransfer: transfer, bubbles: true, cancelable: true }));
   }, given.map(([name, bytes]) => [name, Buffer.from(bytes).toString('base64')]));
+}
+
+// Drops files or folders as they lie on the disk, which the browser then reads itself.
+export async function dropPaths(page, ...paths) {
+  const session = await page.context().newCDPSession(page);
+  const data = { items: [], files: paths, dragOperationsMask: 1 };
+  for (const type of ['dragEnter', 'dragOver', 'drop']) await session.send('Input.dispatchDragEvent', { type, x: 300, y: 300, data });
+  await session.detach();
 }
 
 // Drops one trace and waits for its table.

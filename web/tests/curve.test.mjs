@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Levels of detail lose nothing that a screen could show: whatever the zoom, each column has the lowest and the highest
-// of its points, and the reflection of a single point stays.
+// of its points, and the reflection of a single point stays. What is left of a falling trace less its line lies around 0.
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import { test } from 'node:test';
@@ -51,4 +51,17 @@ test('each column shows the lowest and highest of its points', async () => {
     assert.ok(quick >= Math.fround(slow) && (quick === Math.fround(slow) || quick === -5));
   }
   assert.ok(crossed > 100, String(crossed));
+});
+
+test('residuals of a falling trace lie around 0 at every level of detail', async () => {
+  const { residualsOf } = await load('rest.ts');
+  const { makeCurve } = await load('curve.ts');
+  const random = noise(3);
+  const count = 50000;
+  const km = Float64Array.from({ length: count }, (_, i) => i * 0.001);
+  const db = Float64Array.from(km, (place) => -10 - 0.2 * place + 0.01 * (random() - 0.5));
+  const rest = residualsOf(makeCurve(km, db), [[2, -10.4, 20, -14], null, [22, -14.4, 49, -19.8]]);
+  assert.equal(rest.km.length, 18001 + 27001);
+  for (const detail of rest.details)
+    detail.low.forEach((low, i) => assert.ok(low > -0.0052 && detail.high[i] < 0.0052 && low < detail.high[i], `${detail.group}: ${low}`));
 });

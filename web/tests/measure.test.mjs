@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Markers, limits, overlays, baselines and directions: the same numbers as the program's.
 import assert from 'node:assert/strict';
+import { readFileSync, writeFileSync } from 'node:fs';
 import { after, before, test } from 'node:test';
-import { cells, drop, example, open, reflyze, root, show, view } from './browser.mjs';
+import { back, cells, drop, example, open, reflyze, root, show, view } from './browser.mjs';
 
 let browser;
 before(async () => (browser = await open()));
@@ -91,14 +92,17 @@ test('a trace against its baseline, with the sentences of compare and the differ
   await page.context().close();
 });
 
+const choosePair = async (page, pane, one, other) => {
+  await page.click(`#tab-${pane}`);
+  await page.selectOption(`#pane-${pane} select >> nth=0`, { label: one });
+  await page.selectOption(`#pane-${pane} select >> nth=1`, { label: other });
+};
+
 test('two directions, B mirrored, with the table of merge', async () => {
-  reflyze(root, 'simulate', 'examples/links/metro-40km-back.json', '-o', 'build/web-back.sor', '--seed', '6');
   const page = await browser.page();
-  await drop(page, example('metro-40km.sor'), `${root}/build/web-back.sor`);
+  await drop(page, example('metro-40km.sor'), back());
   await page.waitForFunction(() => document.querySelectorAll('#list li').length === 2);
-  await page.click('#tab-directions');
-  await page.selectOption('#pane-directions select >> nth=0', { label: 'metro-40km.sor' });
-  await page.selectOption('#pane-directions select >> nth=1', { label: 'web-back.sor' });
+  await choosePair(page, 'directions', 'metro-40km.sor', 'web-back.sor');
   await page.waitForSelector('.merged');
   const { events } = JSON.parse(reflyze(root, 'merge', 'examples/metro-40km.sor', 'build/web-back.sor', '-o', 'build/web-a.sor', 'build/web-b.sor', '--format', 'json'));
   const shown = await page.$$eval('.merged tbody tr', (rows) => rows.map((row) => [row.cells[0].textContent, row.cells[3].textContent]));
@@ -106,6 +110,54 @@ test('two directions, B mirrored, with the table of merge', async () => {
   // The launch of B lies on the end of A: fitted, both take no more room than one.
   const { fromKm, toKm } = await view(page);
   assert.ok(fromKm > -4 && toKm < 44, `${fromKm} ${toKm}`);
+  page.expectQuiet();
+  await page.context().close();
+});
+
+// A link between two reels, from both ends; from B the reels change places.
+function linkBetweenReels() {
+  const link = JSON.parse(readFileSync(example('links/metro-40km.json'), 'utf8'));
+  const glass = (length_km) => ({ length_km, attenuation_db_per_km: 0.19 });
+  const sections = [glass(1.0), glass(7.4), glass(5.1), glass(6.2), glass(0.6)];
+  const joints = [{ loss_db: 0.3, reflectance_db: -45 }, { loss_db: 0.15 }, { loss_db: 0.06 }, { loss_db: 0.4, reflectance_db: -38 }];
+  const write = (name, turned) => {
+    const turn = (list) => (turned ? [...list].reverse() : list);
+    writeFileSync(`${root}/build/${name}.json`, JSON.stringify({ ...link, range_km: 30, points: 24000, sections: turn(sections), joints: turn(joints) }));
+    reflyze(root, 'simulate', `build/${name}.json`, '-o', `build/${name}.sor`, '--seed', turned ? '2' : '1');
+    return `${root}/build/${name}.sor`;
+  };
+  return [write('web-reels-a', false), write('web-reels-b', true)];
+}
+
+test('two directions between reels, judged, and again as settings change', async () => {
+  const page = await browser.page();
+  await drop(page, ...linkBetweenReels());
+  await page.waitForFunction(() => document.querySelectorAll('#list li').length === 2);
+  await choosePair(page, 'directions', 'web-reels-a.sor', 'web-reels-b.sor');
+  await page.waitForSelector('.merged');
+  await page.click('#tab-settings');
+  await page.setInputFiles('#pane-settings input[type=file]', example('limits/carrier.ini'));
+  await page.check('text=Launch >> input');
+  await page.check('text=Receive >> input');
+  await page.click('#tab-directions');
+  await page.waitForSelector('#pane-directions .totals >> text=Mean loss');
+  const wanted = JSON.parse(reflyze(root, 'merge', 'build/web-reels-a.sor', 'build/web-reels-b.sor', '-o', 'build/web-a.sor', 'build/web-b.sor',
+    '--launch', 'auto', '--receive', 'auto', '--limits', 'examples/limits/carrier.ini', '--format', 'json'));
+  assert.equal(wanted.events.length, 4);
+  const number = (value, decimals) => (value === null ? '-' : value.toFixed(decimals));
+  const rows = () => page.$$eval('.merged tbody tr', (all) => all.map((row) => [...row.cells].map((cell) => [cell.textContent, (/fail|warning|marginal|pass/.exec(cell.className) ?? [''])[0]])));
+  await page.waitForFunction((count) => document.querySelectorAll('.merged tbody tr').length === count, wanted.events.length);
+  const shown = (await rows()).map((row) => row.map(([text, verdict]) => [plain(text).split(' ')[0], verdict]));
+  wanted.events.forEach((event, i) => {
+    assert.equal(shown[i][0][0], event.distance_km.toFixed(4));
+    assert.deepEqual(shown[i][3], [number(event.loss_db, 3), event.verdict.loss ?? '']);
+    assert.equal(shown[i][4][1], event.verdict.reflectance ?? '');
+    assert.deepEqual(shown[i][5], [number(event.attenuation_db_per_km, 3), event.verdict.attenuation ?? '']);
+  });
+  const totals = plain(await page.textContent('#pane-directions .totals'));
+  for (const part of [`Length${wanted.length_km.toFixed(4)}`, `Mean loss${wanted.loss_db.toFixed(3)}`, `Return loss${wanted.orl_db.toFixed(2)}`, `Verdict${wanted.verdict}`])
+    assert.ok(totals.includes(part), `${totals}: ${part}`);
+  assert.deepEqual(await page.$$eval('#pane-directions .remarks li', (all) => all.map((one) => one.textContent)), [...wanted.verdicts.sentences]);
   page.expectQuiet();
   await page.context().close();
 });

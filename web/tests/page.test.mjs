@@ -139,6 +139,72 @@ test('what the address says is what is shown', async () => {
   await page.context().close();
 });
 
+test('a link shows the same thresholds, limits, reels, offsets, pair, pane, markers and place', async () => {
+  const files = [example('baseline-40km.sor'), example('current-40km.sor'), example('metro-40km.sor')];
+  const there = (page) => page.waitForFunction(() => document.querySelectorAll('#list li').length === 3 && document.querySelector('#state').textContent === '' && location.hash.includes('x='));
+  const first = await browser.page();
+  await drop(first, ...files);
+  await there(first);
+  await first.locator('#list .name').nth(2).click();
+  await first.fill('.offsets input >> nth=0', '0.25');
+  await first.fill('.offsets input >> nth=1', '-3');
+  await first.selectOption('#unit', 'm');
+  await first.click('#tab-settings');
+  await first.fill('[aria-label^="Threshold Loss"]', '0.12');
+  await first.fill('[aria-label="Limit Splice, dB"]', '0.2');
+  await first.fill('[aria-label="Limit of warning Section, dB/km"]', '0.15');
+  await first.check('text=Launch >> input');
+  await first.fill('[aria-label="Length of the launch reel, km"]', '1.02');
+  await first.click('#tab-compare');
+  await first.selectOption('#pane-compare select >> nth=0', { index: 1 });
+  await first.selectOption('#pane-compare select >> nth=1', { index: 2 });
+  await first.waitForSelector('.sentences');
+  await first.locator('#list input[type=checkbox]').nth(2).check();
+  await first.click('tr.event[data-index="2"]');
+  await first.locator('body').press('m');
+  await first.click('#tab-compare');
+  await first.click('#larger');
+  await first.waitForSelector('#totals .badge');
+  const seen = (page) => page.evaluate(() => ({
+    table: document.querySelector('#events').textContent,
+    totals: document.querySelector('#totals').textContent,
+    list: [...document.querySelectorAll('#list li')].map((one) => one.textContent + one.querySelector('input').checked),
+    fields: [...document.querySelectorAll('#pane-settings input')].map((one) => (one.type === 'checkbox' ? one.checked : one.value)),
+    measured: document.querySelector('#pane-measure').textContent,
+    compared: document.querySelector('#pane-compare').textContent + [...document.querySelectorAll('#pane-compare select')].map((one) => one.selectedIndex),
+    pane: document.querySelector('[aria-selected=true]').id,
+    chosen: document.querySelector('tr.chosen')?.dataset.index,
+    markers: [...document.querySelectorAll('.marker')].map((one) => one.style.left),
+    lower: document.querySelector('#lower').hidden,
+  }));
+  await first.waitForTimeout(700);
+  const wanted = await seen(first);
+  assert.ok(wanted.pane === 'tab-compare' && wanted.chosen === '2' && wanted.compared.includes('rose') && wanted.measured.includes('dB/km'));
+  const { hash } = new URL(first.url());
+  const second = await browser.page({}, browser.address + hash);
+  // One file after the other: the place is shown when all are there.
+  await drop(second, ...files.slice(0, 2));
+  await second.waitForTimeout(500);
+  assert.equal(new URL(second.url()).hash, hash);
+  await drop(second, files[2]);
+  await there(second);
+  await second.waitForFunction(() => document.querySelector('#pane-compare').textContent.includes('rose') && document.querySelector('[data-figure]'));
+  await second.waitForTimeout(700);
+  assert.deepEqual(await seen(second), wanted);
+  assert.equal(new URL(second.url()).hash, hash);
+  // A document of limits is in the address with its text.
+  await second.click('#tab-settings');
+  await second.setInputFiles('#pane-settings input[type=file]', example('limits/carrier.ini'));
+  await second.waitForFunction(() => location.hash.includes('document=carrier.ini'));
+  const third = await browser.page({}, second.url());
+  await show(third, files[2]);
+  assert.equal(await third.textContent('#pane-settings p'), 'Limits of carrier.ini');
+  for (const page of [first, second, third]) {
+    page.expectQuiet();
+    await page.context().close();
+  }
+});
+
 test('names with markup stay text, and what is no trace costs one sentence', async () => {
   const page = await browser.page();
   const { readFileSync } = await import('node:fs');

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-// What the page costs: speed.mjs TRACE... prints, for each trace, milliseconds from the drop to the curve and to the
-// table, of a picture while the wheel turns, and of an analysis in WebAssembly and by the program. Let nothing else run.
+// What the page costs: speed.mjs TABLE TRACE... prints, for each trace, milliseconds from the drop to the curve and to the
+// table, of a picture while the wheel turns, and of an analysis in WebAssembly and by the program, and adds them to the
+// table as a line. Let nothing else run.
 import { spawnSync } from 'node:child_process';
-import { readFileSync } from 'node:fs';
+import { appendFileSync, readFileSync } from 'node:fs';
 import { basename } from 'node:path';
-import { drop, open, program } from './browser.mjs';
+import { compressedSize, drop, open, program, root } from './browser.mjs';
 
 const ROUNDS = 9;
 const median = (values) => [...values].sort((a, b) => a - b)[values.length >> 1];
@@ -67,8 +68,11 @@ function native(path) {
   return (1000 * (seconds(2 * ROUNDS) - seconds(ROUNDS))) / ROUNDS;
 }
 
+const [table, ...paths] = process.argv.slice(2);
+const commit = spawnSync('git', ['rev-parse', '--short', 'HEAD'], { cwd: root, encoding: 'utf8' }).stdout.trim();
+const line = [commit, Math.round(compressedSize() / 1000)];
 const browser = await open();
-for (const path of process.argv.slice(2)) {
+for (const path of paths) {
   const base64 = readFileSync(path).toString('base64');
   const drops = [];
   for (let i = 0; i < ROUNDS; ++i) {
@@ -84,8 +88,10 @@ for (const path of process.argv.slice(2)) {
   const wasm = await page.evaluate(analyses, [base64, ROUNDS]);
   await page.context().close();
   const by = native(path);
-  const whole = (values) => median(values).toFixed(0);
-  console.log(`${basename(path)}: curve ${whole(drops.map((one) => one.curve))} ms, table ${whole(drops.map((one) => one.table))} ms, ` +
-    `picture ${median(pictures).toFixed(1)} ms; analysis ${median(wasm).toFixed(1)} ms, by the program ${by.toFixed(1)} ms`);
+  const figures = [median(drops.map((one) => one.curve)).toFixed(0), median(drops.map((one) => one.table)).toFixed(0),
+                   median(pictures).toFixed(1), median(wasm).toFixed(1), by.toFixed(1)];
+  console.log(`${basename(path)}: curve ${figures[0]} ms, table ${figures[1]} ms, picture ${figures[2]} ms; analysis ${figures[3]} ms, by the program ${figures[4]} ms`);
+  line.push(...figures);
 }
 await browser.close();
+appendFileSync(table, `${line.join(',')}\n`);
