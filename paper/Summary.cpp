@@ -168,7 +168,7 @@ namespace {
 
 // Fibres of several cables may have one name: the cable, else the file, tells them apart.
 std::string NameIn(const Job& job, const Fibre& fibre) {
-  const std::string name = HarmlessOrDash(fibre.name);
+  std::string name = HarmlessOrDash(fibre.name);
   const auto same = std::count_if(job.fibres.begin(), job.fibres.end(),
                                   [&](const Fibre& other) { return other.name == fibre.name; });
   if (same < 2 || fibre.waves.empty()) return name;
