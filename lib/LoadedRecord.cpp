@@ -137,10 +137,11 @@ LoadedRecord ReadRecord(const std::string& given, std::vector<char> bytes, const
   if (loaded.bytes.empty()) Unreadable(loaded.name, "is empty");
   loaded.record = std::make_unique<TSorData>();
   CallEngine(loaded.name, "is not a record that can be held", [&] {
-    CheckMap(loaded.name, loaded.bytes);
     TSorFile file(static_cast<const char*>(loaded.bytes.data()), loaded.bytes.size());
     file.KeepNoChecksum();
     const bool readThrough = loaded.record->ReadWithoutLinf(&file);
+    // Reading has been through the map already; it is looked at again where that went wrong.
+    if (!readThrough || loaded.record->Map->NB < 2) CheckMap(loaded.name, loaded.bytes);
     loaded.state = file.state;
     loaded.brokenOff = IsBrokenOff(loaded, readThrough);
   });

@@ -103,6 +103,7 @@ class TSorData::Reader {
     record_.FixNFScaleFactor();
     BringLevelsIntoLine();
     record_.CalculateValues();
+    SettleFloorOfScale();
     record_.FixUserOffset();
     return true;
   }
@@ -205,6 +206,12 @@ class TSorData::Reader {
     }
   }
 
+  // The range of the display has just found the lowest level.
+  void SettleFloorOfScale() {
+    TSorBlockQRTParameters& scale = *record_.QRTParams;
+    if (scale.MAX == 0 && !scale.isATP()) scale.SetMAX(static_cast<float>(record_.MinLevel));
+  }
+
   // Some instruments leave the points of a stretch uncounted where it is the whole trace.
   void CountPointsOfOnlyStretch() {
     TSorBlockFixedParameters& fixed = *record_.FxdParams;
@@ -231,8 +238,6 @@ bool TSorData::ReadWithoutLinf(TSorFile* file) {
   if (!Reader(*this, *file).Run()) return false;
   if (EmbData->GetEmbData(TEmbData1E::kLinearTrace) != nullptr) {
     SetLinf();  // in place of what the file brings along under that name
-  } else if (GetDataType() != dtTC) {
-    SettleFloorOfScale();
   }
   return true;
 }

@@ -108,6 +108,10 @@ OwnedText<Self, Char>::OwnedText(const Char* text, int count) {
 template <class Self, class Char>
 OwnedText<Self, Char>& OwnedText<Self, Char>::operator=(const OwnedText& other) {
   if (this == &other) return *this;
+  if (other.length_ == length_) {  // most texts of a record are empty and stay so
+    std::copy_n(other.buffer_.get(), length_, buffer_.get());
+    return *this;
+  }
   std::unique_ptr<Char[]> buffer = MakeBuffer<Char>(other.length_);
   std::copy_n(other.buffer_.get(), other.length_, buffer.get());
   Take(std::move(buffer), other.length_);
@@ -125,6 +129,10 @@ OwnedText<Self, Char>& OwnedText<Self, Char>::operator=(OwnedText&& other) noexc
 template <class Self, class Char>
 void OwnedText<Self, Char>::SetString(const Char* text) {
   const int length = text == nullptr ? 0 : TextLength(text);
+  if (length == length_) {
+    if (length > 0 && text != buffer_.get()) std::copy_n(text, length, buffer_.get());
+    return;
+  }
   std::unique_ptr<Char[]> buffer = MakeBuffer<Char>(length);
   if (length > 0) std::copy_n(text, length, buffer.get());
   Take(std::move(buffer), length);

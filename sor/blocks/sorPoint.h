@@ -11,6 +11,7 @@
 #include "util/convert.h"
 #include "util/export.h"
 #include "util/tarray.h"
+#include "util/unset.h"
 
 namespace reflyze {
 
@@ -209,7 +210,7 @@ class REFLYZE_API TSorBlockDataPoints : public TSorBlock {
   const TSorBlockDataPoints1SF& OnlySubBlock() const;
   void NewSubBlocks(int count);
 
-  std::vector<float> levels_;
+  reflyze::UnsetVector<float> levels_;
 
  public:
   ::DataType DataType = dtRL;  // set it through SetDataType

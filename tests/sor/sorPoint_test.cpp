@@ -121,7 +121,7 @@ TEST(SorPoint, RangesOfLevelsAgainstASlowTwin) {
 // Many levels are compared side by side. Which of two equal ones came first still shows in the sign of a 0.
 TEST(SorPoint, LowestLevelIsTheFirstOfEqualOnes) {
   constexpr float kNoNumber = std::numeric_limits<float>::quiet_NaN();
-  for (const long count : {1L, 15L, 16L, 17L, 40L}) {
+  for (const long count : {1L, 17L, 63L, 64L, 65L, 150L}) {
     for (long lowest = 0; lowest < count; ++lowest) {
       TSorBlockDataPoints points;
       points.SetPointsNum(count);
