@@ -1,0 +1,133 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Where rows of a fleet go: CSV, JSON lines or Zarr, each whole or not at all."""
+
+from __future__ import annotations
+
+import os
+import shutil
+import uuid
+from typing import Any, Dict, List
+
+from ._errors import UnwritableError, UsageError
+from ._fleet_rows import FLAG, NUMBER, TEXT
+from ._fleet_run import need
+from ._trace import Path
+
+_CHUNK_ROWS = 1 << 16  # of an array: whole chunks are written once
+
+FORMATS = {"csv": "csv", "jsonl": "jsonl", "zarr": "columns"}  # and how workers send them
+_ENDINGS = {".csv": "csv", ".jsonl": "jsonl", ".ndjson": "jsonl", ".zarr": "zarr"}
+
+
+def format_of(path: Path, given: str) -> str:
+    """The kind of an output, by its name unless it is told."""
+    kind = given or _ENDINGS.get(os.path.splitext(os.fspath(path))[1].lower(), "")
+    if kind not in FORMATS:
+        raise UsageError(f"{kind or os.fspath(path)}: the format is none of {', '.join(FORMATS)}")
+    return kind
+
+
+class Output:
+    """An output that stands beside its place until it is whole."""
+
+    def __init__(self, path: Path, columns: Dict[str, str]) -> None:
+        self.path = os.path.abspath(os.fspath(path))
+        self.columns = columns
+        folder, name = os.path.split(self.path)
+        self.beside = os.path.join(folder, f".{name[:100]}.{uuid.uuid4().hex[:12]}")
+
+    def begin(self) -> None:
+        raise NotImplementedError
+
+    def add(self, payload: Any) -> None:
+        raise NotImplementedError
+
+    def finish(self) -> None:
+        raise NotImplementedError
+
+    def drop(self) -> None:
+        raise NotImplementedError
+
+
+class Lines(Output):
+    """Texts."""
+
+    heading = b""
+
+    def begin(self) -> None:
+        if os.path.isdir(self.path):
+            raise UnwritableError("is a folder", self.path)
+        self._file = open(os.open(self.beside, os.O_WRONLY | os.O_CREAT | os.O_EXCL, 0o666), "wb")
+        self._file.write(self.heading)
+
+    def add(self, payload: bytes) -> None:
+        self._file.write(payload)
+
+    def finish(self) -> None:
+        self._file.flush()
+        os.fsync(self._file.fileno())
+        self._file.close()
+        os.replace(self.beside, self.path)
+
+    def drop(self) -> None:
+        if hasattr(self, "_file"):
+            self._file.close()
+            os.unlink(self.beside)
+
+
+class Csv(Lines):
+    def begin(self) -> None:
+        self.heading = (",".join(self.columns) + "\n").encode()
+        super().begin()
+
+
+class Zarr(Output):
+    """A group with an array a column. NaN is a number that was not measured, -1 a count or a flag without one."""
+
+    def begin(self) -> None:
+        if os.path.lexists(self.path) and not os.path.isfile(os.path.join(self.path, ".zgroup")):
+            raise UnwritableError("is there, and is no group of Zarr", self.path)
+        zarr = need("zarr")
+        self._rows: Dict[str, List[Any]] = {name: [] for name in self.columns}
+        self._group = zarr.open_group(self.beside, mode="w-")
+        self._group.attrs["columns"] = list(self.columns)
+        for name, kind in self.columns.items():
+            dtype: Any = {NUMBER: "f8", TEXT: str, FLAG: "i1"}.get(kind, "i4")
+            fill: Any = {NUMBER: float("nan"), TEXT: ""}.get(kind, -1)
+            array = self._group.create_dataset(name, shape=(0,), chunks=(_CHUNK_ROWS,), dtype=dtype, fill_value=fill)
+            array.attrs["_ARRAY_DIMENSIONS"] = ["row"]
+
+    def add(self, payload: Dict[str, List[Any]]) -> None:
+        for name, values in payload.items():
+            self._rows[name] += values
+        while len(self._rows["file"]) >= _CHUNK_ROWS:
+            self._store(_CHUNK_ROWS)
+
+    def _store(self, count: int) -> None:
+        for name, values in self._rows.items():
+            array = self._group[name]
+            array.append([array.fill_value if value is None else value for value in values[:count]])
+            del values[:count]
+
+    def finish(self) -> None:
+        if self._rows["file"]:
+            self._store(len(self._rows["file"]))
+        need("zarr").consolidate_metadata(self._group.store)
+        old = f"{self.beside}.old"
+        there = os.path.isdir(self.path)
+        if there:  # a folder does not take another's place in one step
+            os.rename(self.path, old)
+        try:
+            os.rename(self.beside, self.path)
+        except OSError:
+            if there:
+                os.rename(old, self.path)
+            raise
+        shutil.rmtree(old, ignore_errors=True)
+
+    def drop(self) -> None:
+        shutil.rmtree(self.beside, ignore_errors=True)
+
+
+def output(path: Path, kind: str, columns: Dict[str, str]) -> Output:
+    return {"csv": Csv, "jsonl": Lines, "zarr": Zarr}[kind](path, columns)
