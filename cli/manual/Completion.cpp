@@ -62,7 +62,7 @@ std::string BashCases(const std::vector<Option>& options) {
 
 std::string BashWords(const std::vector<Option>& options) {
   std::string words;
-  for (const Option& option : options) words += " " + Joined(NamesOf(option), " ");
+  for (const Option& option : options) words += (words.empty() ? "" : " ") + Joined(NamesOf(option), " ");
   return words;
 }
 
@@ -130,14 +130,14 @@ _reflyze() {
   case $command in
 )";
   for (const Command& command : program.commands)
-    text += "    " + command.name + ")\n      options=\"" + BashWords(command.options).substr(1) +
+    text += "    " + command.name + ")\n      options=\"" + BashWords(command.options) +
             "\"\n      case $previous in\n" + BashCases(command.options) + "      esac\n      ;;\n";
-  text += "    *) options=\"" + BashWords({program.options}).substr(1) +
-          "\" ;;\n  esac\n  case $previous in\n" + BashCases(program.options) + R"(  esac
+  text += "    *) options=\"" + BashWords({program.options}) + "\" ;;\n  esac\n  case $previous in\n" +
+          BashCases(program.options) + R"(  esac
   if [[ -n $words ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
   elif [[ -z $files && $current == -?* || -z $files && $current == - ]]; then
-)" + "    mapfile -t COMPREPLY < <(compgen -W \"$options" +
+)" + "    mapfile -t COMPREPLY < <(compgen -W \"$options " +
           BashWords(program.options) + R"(" -- "$current")
   elif [[ -z $files && -z $command ]]; then
 )" + "    mapfile -t COMPREPLY < <(compgen -W \"" +
