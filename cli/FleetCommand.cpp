@@ -39,6 +39,7 @@ int RunFleet(Session& session, const std::vector<std::string>& given) {
   words.insert(words.end(), given.begin(), given.end());
   if (session.encoding != "auto") words.insert(words.end(), {"--encoding", session.encoding});
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
   ShowPackageBeside();
