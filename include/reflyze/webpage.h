@@ -18,8 +18,8 @@ REFLYZE_API std::string PageWith(const std::string& page, const std::vector<Outp
 
 // What such a page analyses its traces with, and judges them by. Its reader can change all of it.
 struct PageSettings {
-  Thresholds thresholds;
-  Reels reels;
+  Thresholds thresholds;           // before those of a trace
+  Reels reels;                     // at the ends of all traces; those that are not given are none
   std::string limitsName, limits;  // the document of limits: what it is called, and its text; empty for none
 };
 
