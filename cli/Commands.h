@@ -28,12 +28,13 @@ void AddSimulateCommand(CLI::App& app, Session& session);
 void AddImportCommand(CLI::App& app, Session& session);
 void AddViewCommand(CLI::App& app, Session& session);
 void AddFleetCommand(CLI::App& app, Session& session);
+void AddWatchCommand(CLI::App& app, Session& session);
 
 constexpr void (*kCommands[])(CLI::App&, Session&) = {
     AddAnalyseCommand, AddShowCommand,  AddPlotCommand,   AddMeasureCommand,  AddDumpCommand,
     AddCopyCommand,    AddEditCommand,  AddFilterCommand, AddBaselineCommand, AddCompareCommand,
     AddMergeCommand,   AddCableCommand, AddReportCommand, AddQualityCommand,  AddSimulateCommand,
-    AddImportCommand,  AddViewCommand,  AddFleetCommand};
+    AddImportCommand,  AddViewCommand,  AddWatchCommand,  AddFleetCommand};
 
 // Adds all commands, and the options that each of them takes.
 void DescribeProgram(CLI::App& app, Session& session);

@@ -17,10 +17,10 @@ struct RoutePoint {
 // Where a place on the fibre is on earth.
 struct RoutePlace {
   double latitude = 0.0, longitude = 0.0;  // of the likeliest place
-  double sdM = 0.0;                        // along the route: of the trace, and of the cable between two known points
-  std::string near;                        // nearest named point
-  double nearM = 0.0;                      // along the route from it, forward positive
-  bool onRoute = true;                     // no: the route ends before
+  double sdM = 0.0;     // along the route: of the trace, and of the cable between two known points
+  std::string near;     // nearest named point
+  double nearM = 0.0;   // along the route from it, forward positive
+  bool onRoute = true;  // no: the route ends before
   // The stretch of the route in which the place lies with 95 %, as points from one end to the other.
   std::vector<RoutePoint> stretch;
 };

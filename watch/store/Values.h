@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,8 +9,8 @@
 
 namespace reflyze::watch {
 
-using Millis = std::int64_t;  // since 1970, UTC
-using Id = std::int64_t;      // of a row; 0 for none
+using Millis = long long;  // since 1970, UTC
+using Id = long long;      // of a row; 0 for none
 
 // What can be wrong with a fibre. The names stand in the store and in the interface.
 enum class AlarmKind {
@@ -61,18 +60,18 @@ struct WatchLimits {
 
 struct Fibre {
   Id id = 0;
-  std::string name;                  // in addresses and folders: letters, digits, "-", "_" and "."
-  std::string title;                 // for people
-  std::string fromEnd, toEnd;        // its ends
-  std::string instrument;            // that sends its traces; empty where none is known
-  std::string route;                 // GeoJSON; empty where none is known
-  std::string limits = "default";    // name of its limits
-  int confirm = 2;                   // traces in a row before an alarm counts
-  long everySeconds = 900;           // a trace is expected so often; 0 for whenever it comes
-  Id baseline = 0;                   // that its traces are held against
-  Millis lastTakenAt = 0;            // of the newest trace that was compared
-  Millis lastReceivedAt = 0;         // when a trace came last
-  Millis waitingSince = 0;           // when the oldest trace came that was not compared; 0 for none
+  std::string name;                // in addresses and folders: letters, digits, "-", "_" and "."
+  std::string title;               // for people
+  std::string fromEnd, toEnd;      // its ends
+  std::string instrument;          // that sends its traces; empty where none is known
+  std::string route;               // GeoJSON; empty where none is known
+  std::string limits = "default";  // name of its limits
+  int confirm = 2;                 // traces in a row before an alarm counts
+  long everySeconds = 900;         // a trace is expected so often; 0 for whenever it comes
+  Id baseline = 0;                 // that its traces are held against
+  Millis lastTakenAt = 0;          // of the newest trace that was compared
+  Millis lastReceivedAt = 0;       // when a trace came last
+  Millis waitingSince = 0;         // when the oldest trace came that was not compared; 0 for none
 };
 
 // Whether traces wait, are done, or can't be used.
@@ -86,7 +85,7 @@ struct TraceRow {
   Millis receivedAt = 0;  // by ours
   long bytes = 0;
   TraceState state = TraceState::kWaiting;
-  std::string problem;    // why it can't be used
+  std::string problem;  // why it can't be used
 };
 
 // What one trace came to.
@@ -95,17 +94,17 @@ struct ComparisonRow {
   Id trace = 0;
   Id fibre = 0;
   Millis takenAt = 0;
-  int result = 1;            // reflyze::ComparisonCode
-  bool changed = false;      // anything at all
-  bool late = false;         // an older trace than one that was compared before; it moves no alarm
-  double endKm = 0.0;        // where the fibre ends, from the user's zero
-  std::string sentences;     // JSON: a list of texts
-  std::string events;        // JSON: a list of {event, km, loss_db, loss_sd_db, reflectance_db, ...}
+  int result = 1;         // reflyze::ComparisonCode
+  bool changed = false;   // anything at all
+  bool late = false;      // an older trace than one that was compared before; it moves no alarm
+  double endKm = 0.0;     // where the fibre ends, from the user's zero
+  std::string sentences;  // JSON: a list of texts
+  std::string events;     // JSON: a list of {event, km, loss_db, loss_sd_db, reflectance_db, ...}
 };
 
 struct Alarm {
   Id id = 0;
-  Id fibre = 0;           // 0 for one of an instrument
+  Id fibre = 0;            // 0 for one of an instrument
   std::string instrument;  // of an alarm of an instrument
   AlarmKind kind = AlarmKind::kBroken;
   Severity severity = Severity::kMajor;

@@ -12,13 +12,13 @@ namespace reflyze::watch {
 
 // What a channel has to say.
 struct Message {
-  Id delivery = 0;        // the same at each try, so that a receiver can tell a repeated message
+  Id delivery = 0;  // the same at each try, so that a receiver can tell a repeated message
   Telling what = Telling::kConfirmed;
   Alarm alarm;
-  std::string fibre;      // name
-  std::string title;      // of the fibre
-  std::string place;      // on earth, in words; empty where it is not known
-  std::string link;       // to the page; empty for none
+  std::string fibre;  // name
+  std::string title;  // of the fibre
+  std::string place;  // on earth, in words; empty where it is not known
+  std::string link;   // to the page; empty for none
 };
 
 // The message as JSON, which webhook, MQTT and command get: keys "delivery", "what", "alarm", "kind",

@@ -15,13 +15,13 @@ struct DayMean {
 
 // How a quantity moves over months, apart from the seasons.
 struct Trend {
-  double perMonth = 0.0;                 // slope, dB a month of 365.25 / 12 days
-  double lowPerMonth = 0.0;              // 95 % interval of the slope
+  double perMonth = 0.0;     // slope, dB a month of 365.25 / 12 days
+  double lowPerMonth = 0.0;  // 95 % interval of the slope
   double highPerMonth = 0.0;
-  double now = 0.0;                      // level at the last day without the season, dB
-  std::optional<double> seasonDb;        // amplitude of the year's swing; none in less than a year of days
-  long days = 0;                         // with a value
-  bool creeps = false;                   // the slope is no chance, and large enough to matter
+  double now = 0.0;                // level at the last day without the season, dB
+  std::optional<double> seasonDb;  // amplitude of the year's swing; none in less than a year of days
+  long days = 0;                   // with a value
+  bool creeps = false;             // the slope is no chance, and large enough to matter
 };
 
 // The slope of daily means against time: robust against days that are off, its interval true also where

@@ -1,0 +1,155 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "watch/spool/Spool.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+
+#include "reflyze/files.h"
+
+namespace reflyze::watch {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kRefused = ".refused";
+constexpr int kSweepMillis = 5000;         // what a full disk or a store that was away has left
+constexpr std::chrono::seconds kQuiet{2};  // a file that nobody announced is complete when it rests so long
+
+bool EndsWith(const std::string& text, const std::string& ending) {
+  return text.size() > ending.size() && text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+bool Counts(const std::string& name) {
+  return !name.empty() && name[0] != '.' && !EndsWith(name, ".part") && !EndsWith(name, ".tmp");
+}
+
+}  // namespace
+
+Spool::Spool(const std::string& folder, Intake& intake) : folder_(folder), intake_(intake) {
+  std::error_code failed;
+  fs::create_directories(fs::path(folder) / kRefused, failed);
+  notify_ = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+  if (failed || notify_ < 0 || pipe2(stop_, O_CLOEXEC) != 0 ||
+      inotify_add_watch(notify_, folder.c_str(), IN_CREATE | IN_MOVED_TO | IN_ONLYDIR) < 0)
+    throw Error(ErrorKind::kUnwritable, folder, std::string("can't be watched: ") + std::strerror(errno));
+}
+
+Spool::~Spool() {
+  Stop();
+  for (const int descriptor : {notify_, stop_[0], stop_[1]}) {
+    if (descriptor >= 0) close(descriptor);
+  }
+}
+
+void Spool::Start() {
+  thread_ = std::thread([this] { Run(); });
+}
+
+void Spool::Stop() {
+  if (!thread_.joinable()) return;
+  [[maybe_unused]] const ssize_t written = write(stop_[1], "x", 1);
+  thread_.join();
+}
+
+void Spool::Run() {
+  while (true) {
+    Sweep();
+    const auto next = std::chrono::steady_clock::now() + std::chrono::milliseconds(kSweepMillis);
+    while (std::chrono::steady_clock::now() < next && !missed_) {
+      pollfd waited[] = {{stop_[0], POLLIN, 0}, {notify_, POLLIN, 0}};
+      const auto left =
+          std::chrono::duration_cast<std::chrono::milliseconds>(next - std::chrono::steady_clock::now());
+      poll(waited, 2, static_cast<int>(std::max<long long>(0, left.count())));
+      if (waited[0].revents != 0) return;
+      if (waited[1].revents != 0) Hear();
+    }
+  }
+}
+
+void Spool::WatchFolder(const std::string& fibre) {
+  const std::string folder = (fs::path(folder_) / fibre).string();
+  const int watch =
+      inotify_add_watch(notify_, folder.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO | IN_ONLYDIR | IN_DONT_FOLLOW);
+  if (watch >= 0) fibres_[watch] = fibre;
+}
+
+// New folders, and what lay here before anybody listened.
+void Spool::Sweep() {
+  missed_ = false;
+  std::error_code failed;
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder_, failed)) {
+    const std::string name = entry.path().filename().string();
+    if (!Counts(name) || !entry.is_directory(failed) || entry.is_symlink(failed)) continue;
+    WatchFolder(name);
+    SweepFolder(name);
+  }
+}
+
+void Spool::SweepFolder(const std::string& fibre) {
+  std::error_code failed;
+  for (const fs::directory_entry& entry : fs::directory_iterator(fs::path(folder_) / fibre, failed)) {
+    const std::string name = entry.path().filename().string();
+    if (!Counts(name)) continue;
+    const auto rested = fs::file_time_type::clock::now() - fs::last_write_time(entry.path(), failed);
+    if (failed || (rested < kQuiet && rested > -kQuiet)) continue;
+    if (!TakeFile(fibre, name)) return;  // the store is away: all of it waits
+  }
+}
+
+void Spool::Hear() {
+  alignas(inotify_event) char buffer[65536];
+  const ssize_t got = read(notify_, buffer, sizeof buffer);
+  for (ssize_t at = 0; at < got;) {
+    const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
+    at += static_cast<ssize_t>(sizeof *event + event->len);
+    const std::string name = event->len > 0 ? event->name : "";
+    const auto fibre = fibres_.find(event->wd);
+    if ((event->mask & IN_Q_OVERFLOW) != 0) {
+      missed_ = true;
+    } else if ((event->mask & IN_IGNORED) != 0) {
+      fibres_.erase(event->wd);
+    } else if (fibre != fibres_.end()) {
+      if (Counts(name)) TakeFile(fibre->second, name);
+    } else if (Counts(name)) {
+      WatchFolder(name);  // what was put into it before the watch stood is found by the next sweep
+      SweepFolder(name);
+    }
+  }
+}
+
+// False where the store is away, so that the file stays for later.
+bool Spool::TakeFile(const std::string& fibre, const std::string& name) {
+  const fs::path path = fs::path(folder_) / fibre / name;
+  std::error_code failed;
+  if (!fs::is_regular_file(fs::symlink_status(path, failed))) return true;  // a link leads out of the spool
+  try {
+    intake_.Take(fibre, ReadFile(path.string()));
+    fs::remove(path, failed);
+  } catch (const StoreAway&) {
+    return false;
+  } catch (const Error& error) {
+    if (fs::exists(path, failed)) Refuse(fibre, name, error.what());
+  }
+  return true;
+}
+
+void Spool::Refuse(const std::string& fibre, const std::string& name, const std::string& why) {
+  ++refused_;
+  const fs::path place = fs::path(folder_) / kRefused / (fibre + "__" + name);
+  std::error_code failed;
+  fs::rename(fs::path(folder_) / fibre / name, place, failed);
+  try {
+    SaveTogether({{place.string() + ".txt", why + "\n"}});
+  } catch (const Error&) {  // the reason is lost, and the file is out of the way all the same
+  }
+}
+
+}  // namespace reflyze::watch

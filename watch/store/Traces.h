@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <soci/soci.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "watch/store/Store.h"
+#include "watch/store/Values.h"
+
+// Traces as they came, the queue of those that wait, and what became of them. All that writes belongs inside
+// Store::Write.
+
+namespace reflyze::watch {
+
+// What became of a trace that was handed in.
+struct Taken {
+  Id id = 0;
+  bool known = false;  // the fibre has it already
+};
+// Keeps a trace and lets it wait. The same bytes of a fibre are kept and compared once.
+Taken PutTrace(soci::session& session, Dialect kind, const TraceRow& row, const std::string& card,
+               const std::string& bytes);
+std::optional<TraceRow> FindTrace(soci::session& session, Id id);
+std::string TraceBytes(soci::session& session, Dialect kind, Id id);
+// The newest first, taken before `before`.
+std::vector<TraceRow> TracesOf(soci::session& session, Id fibre, Millis before, long most);
+
+// A centre that does not say for so long that it lives is dead, and its work is anybody's.
+constexpr Millis kLeaseMillis = 30000;
+void StayAlive(soci::session& session, const std::string& centre, Millis now);
+void Leave(soci::session& session, const std::string& centre);
+
+// Takes fibres whose traces wait, those that wait longest first, so that no other centre takes them.
+std::vector<Id> ClaimFibres(soci::session& session, Dialect kind, const std::string& centre, Millis now,
+                            long most);
+// Whether a claim still holds. Whoever finishes work looks, inside the transaction that keeps it.
+bool Holds(soci::session& session, Dialect kind, Id fibre, const std::string& centre);
+// Gives a fibre back; it waits on if it has traces that do.
+void Release(soci::session& session, Id fibre, const std::string& centre);
+// In the order in which they were taken.
+std::vector<TraceRow> WaitingTraces(soci::session& session, Id fibre, long most);
+long WaitingCount(soci::session& session);
+
+void PutBad(soci::session& session, Id trace, const std::string& problem);
+// Keeps a result and marks its trace as done. Whether it was not there yet.
+bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline);
+std::vector<ComparisonRow> ComparisonsOf(soci::session& session, Id fibre, Millis before, long most);
+
+// Adds what a trace measured of an event to the mean of its day.
+void AddToDay(soci::session& session, Id fibre, Id baseline, const EventDay& one);
+std::vector<EventDay> DaysOf(soci::session& session, Id fibre, Id baseline, int event);
+
+}  // namespace reflyze::watch

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "watch/work/Intake.h"
+
+#include <sodium.h>
+
+#include <algorithm>
+
+#include "reflyze/monitor.h"
+#include "watch/store/Fibres.h"
+#include "watch/work/Clock.h"
+#include "watch/work/Findings.h"
+
+namespace reflyze::watch {
+namespace {
+
+constexpr std::size_t kLongestName = 100;
+constexpr Millis kMillisPerSecond = 1000;
+constexpr Millis kAheadMillis = 86400000;  // a clock in another time zone is within a day
+
+// An instrument that does not know the time, or has it from the future, is taken to have measured now.
+Millis TakenAt(const Card& card, Millis now) {
+  const Millis told = card.dateUtc * kMillisPerSecond;
+  return told > 0 && told <= now + kAheadMillis ? told : now;
+}
+
+}  // namespace
+
+void ReadTraces::Put(Id id, const Trace& trace) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  traces_.emplace_back(id, trace);
+  if (traces_.size() > kKept) traces_.pop_front();
+}
+
+std::optional<Trace> ReadTraces::Take(Id id) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const auto found =
+      std::find_if(traces_.begin(), traces_.end(), [&](const auto& one) { return one.first == id; });
+  if (found == traces_.end()) return std::nullopt;
+  Trace trace = std::move(found->second);
+  traces_.erase(found);
+  return trace;
+}
+
+bool IsFibreName(const std::string& name) {
+  const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.";
+  return !name.empty() && name.size() <= kLongestName && name[0] != '.' &&
+         name.find_first_not_of(letters) == std::string::npos;
+}
+
+std::string HashOf(const char* bytes, std::size_t size) {
+  unsigned char hash[crypto_generichash_BYTES];
+  crypto_generichash(hash, sizeof hash, reinterpret_cast<const unsigned char*>(bytes), size, nullptr, 0);
+  std::string text(2 * sizeof hash + 1, '\0');
+  sodium_bin2hex(text.data(), text.size(), hash, sizeof hash);
+  text.pop_back();  // its final zero
+  return text;
+}
+
+Fibre Intake::Known(const std::string& name) {
+  if (!IsFibreName(name)) throw Error(ErrorKind::kUsage, "", "no fibre can have this name");
+  const auto find = [&](soci::session& session) { return FindFibre(session, name); };
+  std::optional<Fibre> fibre = store_.Read(find);
+  if (!fibre && learn_) {
+    Fibre added;
+    added.name = name;
+    added.everySeconds = 0;  // nobody has said how often it comes
+    store_.Write([&](soci::session& session) { PutFibre(session, added); });
+    fibre = store_.Read(find);
+  }
+  if (!fibre) throw Error(ErrorKind::kUsage, name, "is no fibre that is watched here");
+  return *fibre;
+}
+
+Taken Intake::Take(const std::string& name, std::vector<char> bytes) {
+  const Fibre fibre = Known(name);
+  TraceRow row;
+  row.fibre = fibre.id;
+  row.hash = HashOf(bytes.data(), bytes.size());
+  row.bytes = static_cast<long>(bytes.size());
+  row.receivedAt = Now();
+  const std::string kept(bytes.begin(), bytes.end());
+  const Trace trace = Trace::FromBytes(name, std::move(bytes));
+  const Card card = trace.GetCard();
+  row.takenAt = TakenAt(card, row.receivedAt);
+  if (learn_ && fibre.baseline == 0)
+    TakeBaseline(name, std::vector<char>(kept.begin(), kept.end()), "learnt");
+  const std::string cardJson = CardJson(card);
+  Taken taken;
+  store_.Write(
+      [&](soci::session& session) { taken = PutTrace(session, store_.Kind(), row, cardJson, kept); });
+  if (!taken.known) {
+    ++taken_;
+    recent_.Put(taken.id, trace);
+    work_.Ring();
+  }
+  return taken;
+}
+
+Id Intake::TakeBaseline(const std::string& name, std::vector<char> bytes, const std::string& who) {
+  const Fibre fibre = Known(name);
+  const WatchLimits limits =
+      store_.Read([&](soci::session& session) { return FindLimits(session, fibre.limits); })
+          .value_or(WatchLimits());
+  Monitoring monitoring;
+  monitoring.level = limits.level;
+  monitoring.ltDb = limits.ltDb;
+  monitoring.rtDb = limits.rtDb;
+  monitoring.ctDbPerKm = limits.ctDbPerKm;
+  monitoring.eelDb = limits.eelDb;
+  const Trace trace = Trace::FromBytes(name, std::move(bytes));
+  BaselineRow row;
+  row.madeAt = Now();
+  row.madeBy = who;
+  row.card = CardJson(trace.GetCard());
+  const Baseline baseline = MakeBaseline(trace, monitoring);
+  row.events = BaselineEventsJson(baseline.events);
+  const std::string record = baseline.record.Bytes();
+  Id id = 0;
+  store_.Write(
+      [&](soci::session& session) { id = PutBaseline(session, store_.Kind(), fibre.id, row, record); });
+  work_.Ring();
+  return id;
+}
+
+}  // namespace reflyze::watch

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "reflyze/trace.h"
+#include "watch/store/Store.h"
+#include "watch/store/Traces.h"
+#include "watch/work/Wake.h"
+
+namespace reflyze::watch {
+
+// Traces that were read when they came, for whoever compares them next. Few are kept; the store has all.
+class ReadTraces {
+ public:
+  void Put(Id id, const Trace& trace);
+  std::optional<Trace> Take(Id id);
+
+ private:
+  static constexpr std::size_t kKept = 64;
+  std::mutex mutex_;
+  std::deque<std::pair<Id, Trace>> traces_;
+};
+
+// Where traces come in. What it gives back is on disk.
+class Intake {
+ public:
+  Intake(Store& store, Wake& work, bool learn) : store_(store), work_(work), learn_(learn) {}
+
+  // Takes a trace of a fibre, whole and as it came. Throws Error kUsage for a name that no fibre has or could
+  // have, kUnreadable for bytes that are no trace, StoreAway where it can't be kept now.
+  Taken Take(const std::string& fibre, std::vector<char> bytes);
+
+  // Makes a trace the baseline of a fibre, with its limits. Throws Error as Take does, and kUnreadable for a
+  // trace that shows no fibre.
+  Id TakeBaseline(const std::string& fibre, std::vector<char> bytes, const std::string& who);
+
+  long long TakenCount() const { return taken_; }
+  ReadTraces& Recent() { return recent_; }
+
+ private:
+  Fibre Known(const std::string& name);
+
+  Store& store_;
+  Wake& work_;
+  bool learn_;
+  ReadTraces recent_;
+  std::atomic<long long> taken_{0};
+};
+
+// Whether a name can be that of a fibre: up to 100 letters, digits, "-", "_" and ".", not beginning with ".".
+bool IsFibreName(const std::string& name);
+
+// The hash by which the store knows bytes: BLAKE2b, 32 bytes, in hexadecimal.
+std::string HashOf(const char* bytes, std::size_t size);
+
+}  // namespace reflyze::watch

@@ -1,0 +1,202 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "watch/work/Worker.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "reflyze/monitor.h"
+#include "watch/store/Fibres.h"
+#include "watch/work/Clock.h"
+#include "watch/work/Findings.h"
+
+namespace reflyze::watch {
+namespace {
+
+constexpr long kFibresAtOnce = 4;   // that a worker takes: fewer transactions, and little to lose
+constexpr long kTracesAtOnce = 32;  // of one fibre, after a long time away
+constexpr std::chrono::milliseconds kLookAround{500};  // other centres and folders add work without a bell
+constexpr std::chrono::milliseconds kStoreAway{1000};
+constexpr Millis kMillisPerDay = 86400000;
+constexpr std::size_t kLatencies = 4096;
+
+}  // namespace
+
+void Workers::Start(unsigned threads) {
+  for (unsigned i = 0; i < threads; ++i) threads_.emplace_back([this] { Run(); });
+}
+
+void Workers::Stop() {
+  shop_.work.Stop();
+  for (std::thread& thread : threads_) thread.join();
+  threads_.clear();
+}
+
+std::vector<double> Workers::Latencies() const {
+  const std::lock_guard<std::mutex> lock(latencies_mutex_);
+  return {latencies_.begin(), latencies_.end()};
+}
+
+// A store that is away takes the fibres along; they are taken again when it is back.
+void Workers::Run() {
+  std::vector<Id> fibres;
+  while (true) {
+    const unsigned long seen = shop_.work.Rung();
+    std::chrono::milliseconds patience = kLookAround;
+    try {
+      std::vector<Done> all;
+      for (const Id fibre : fibres) all.push_back(Work(fibre));
+      fibres = Finish(all);
+      if (!fibres.empty() && !shop_.work.Stopping()) continue;
+    } catch (const StoreAway&) {
+      patience = kStoreAway;
+    }
+    if (!shop_.work.Wait(seen, patience)) return;
+  }
+}
+
+Workers::Done Workers::Work(Id id) {
+  Done done;
+  done.fibre = id;
+  const auto fibre = shop_.store.Read([&](soci::session& session) { return FindFibre(session, id); });
+  if (!fibre || fibre->baseline == 0) return done;
+  done.name = fibre->name;
+  done.confirm = fibre->confirm;
+  done.baseline = fibre->baseline;
+  const auto rows =
+      shop_.store.Read([&](soci::session& session) { return WaitingTraces(session, id, kTracesAtOnce); });
+  Fibre now = *fibre;
+  std::shared_ptr<const ReadBaseline> baseline;
+  std::string problem;
+  try {
+    baseline = baselines_.Get(fibre->baseline);
+  } catch (const Error& error) {
+    problem = std::string("the baseline can't be used: ") + error.what();
+  }
+  for (const TraceRow& row : rows) {
+    Outcome outcome;
+    outcome.trace = row;
+    outcome.problem = problem;
+    if (baseline != nullptr) outcome = One(now, *baseline, row);
+    now.lastTakenAt = std::max(now.lastTakenAt, row.takenAt);
+    done.outcomes.push_back(std::move(outcome));
+  }
+  return done;
+}
+
+Workers::Outcome Workers::One(const Fibre& fibre, const ReadBaseline& baseline, const TraceRow& row) {
+  Outcome outcome;
+  outcome.trace = row;
+  try {
+    std::optional<Trace> trace = recent_.Take(row.id);
+    if (!trace) {
+      const std::string bytes = shop_.store.Read(
+          [&](soci::session& session) { return TraceBytes(session, shop_.store.Kind(), row.id); });
+      trace = Trace::FromBytes(fibre.name, std::vector<char>(bytes.begin(), bytes.end()));
+    }
+    const Comparison comparison = Compare(baseline.trace, std::move(*trace));
+    outcome.row.trace = row.id;
+    outcome.row.fibre = fibre.id;
+    outcome.row.takenAt = row.takenAt;
+    outcome.row.result = comparison.result;
+    outcome.row.changed = comparison.Changed();
+    outcome.row.late = row.takenAt < fibre.lastTakenAt;
+    outcome.row.endKm = comparison.rows.empty() ? 0.0 : comparison.rows.back().event.distanceKm;
+    outcome.row.sentences = SentencesJson(ChangesOf(comparison));
+    outcome.row.events = EventsJson(comparison, baseline.events);
+    outcome.findings = FindingsOf(comparison, baseline.events);
+    outcome.days = DaysFrom(comparison, baseline.events, row.takenAt);
+    if (!outcome.row.late && row.takenAt / kMillisPerDay > fibre.lastTakenAt / kMillisPerDay)
+      LookAtTrends(fibre, outcome);
+  } catch (const StoreAway&) {
+    throw;
+  } catch (const std::exception& error) {
+    // Whatever is wrong with one trace, the queue goes on.
+    outcome.problem = error.what();
+  }
+  return outcome;
+}
+
+// With the first trace of a day, all days before are complete.
+void Workers::LookAtTrends(const Fibre& fibre, Outcome& outcome) {
+  outcome.newDay = true;
+  const long day = static_cast<long>(outcome.trace.takenAt / kMillisPerDay);
+  shop_.store.Read([&](soci::session& session) {
+    outcome.trends = TrendsOf(session, fibre, day);
+    const WatchLimits limits = FindLimits(session, fibre.limits).value_or(WatchLimits());
+    const auto baseline = FindBaseline(session, fibre.baseline);
+    outcome.creeping = CreepingOf(outcome.trends, baseline ? baseline->events : "[]", limits);
+    return 0;
+  });
+}
+
+std::vector<AlarmChange> Workers::KeepOne(soci::session& session, const Done& done,
+                                          const Outcome& outcome) const {
+  if (!outcome.problem.empty()) {
+    PutBad(session, outcome.trace.id, outcome.problem);
+    return {};
+  }
+  if (!PutComparison(session, outcome.row, done.baseline)) return {};
+  for (const EventDay& day : outcome.days) AddToDay(session, done.fibre, done.baseline, day);
+  if (outcome.row.late) return {};
+  AlarmStep step;
+  step.fibre = done.fibre;
+  step.trace = outcome.trace.id;
+  step.at = outcome.trace.takenAt;
+  step.confirm = done.confirm;
+  const std::vector<Alarm> open = OpenAlarms(session, done.fibre);
+  std::vector<AlarmChange> changes = NextAlarms(open, outcome.findings, step);
+  if (outcome.newDay) {
+    PutTrends(session, done.fibre, static_cast<long>(outcome.trace.takenAt / kMillisPerDay), outcome.trends);
+    for (const AlarmChange& change : NextTrendAlarms(open, outcome.creeping, step)) changes.push_back(change);
+  }
+  return KeepChanges(session, std::move(changes), shop_.listeners, Now());
+}
+
+// Keeps what was done and takes what comes next, in one transaction.
+std::vector<Id> Workers::Finish(const std::vector<Done>& all) {
+  std::vector<Id> next;
+  std::vector<std::vector<AlarmChange>> changes;
+  const bool stopping = shop_.work.Stopping();
+  if (all.empty() && stopping) return {};
+  shop_.store.Write([&](soci::session& session) {
+    changes.assign(all.size(), {});
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      // Another centre may have taken over what this one did not finish in time.
+      if (!Holds(session, shop_.store.Kind(), all[i].fibre, shop_.name)) continue;
+      for (const Outcome& outcome : all[i].outcomes) {
+        for (AlarmChange& change : KeepOne(session, all[i], outcome)) changes[i].push_back(std::move(change));
+      }
+      Release(session, all[i].fibre, shop_.name);
+    }
+    next = stopping ? std::vector<Id>()
+                    : ClaimFibres(session, shop_.store.Kind(), shop_.name, Now(), kFibresAtOnce);
+  });
+  for (std::size_t i = 0; i < all.size(); ++i) Tell(all[i], changes[i]);
+  return next;
+}
+
+void Workers::Tell(const Done& done, const std::vector<AlarmChange>& changes) {
+  const Millis now = Now();
+  for (const Outcome& outcome : done.outcomes) {
+    ++(outcome.problem.empty() ? compared_ : bad_);
+    {
+      const std::lock_guard<std::mutex> lock(latencies_mutex_);
+      latencies_.push_back(static_cast<double>(now - outcome.trace.receivedAt));
+      if (latencies_.size() > kLatencies) latencies_.pop_front();
+    }
+    const nlohmann::json news = {{"trace", outcome.trace.id},
+                                 {"taken_at", outcome.trace.takenAt},
+                                 {"changed", outcome.row.changed},
+                                 {"problem", outcome.problem}};
+    shop_.bus.Publish("comparison", done.name,
+                      news.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+  }
+  bool told = false;
+  for (const AlarmChange& change : changes) {
+    told = told || change.told.has_value();
+    shop_.bus.Publish("alarm", done.name, JsonOf(change.alarm, done.name));
+  }
+  if (told) shop_.mail.Ring();
+}
+
+}  // namespace reflyze::watch

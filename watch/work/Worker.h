@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "watch/store/Store.h"
+#include "watch/store/Traces.h"
+#include "watch/work/Baselines.h"
+#include "watch/work/Bus.h"
+#include "watch/work/Intake.h"
+#include "watch/work/Keep.h"
+#include "watch/work/Trends.h"
+#include "watch/work/Wake.h"
+
+namespace reflyze::watch {
+
+// What all that works in a centre shares.
+struct Shop {
+  Store& store;
+  Bus& bus;
+  Wake& work;  // rings when traces wait
+  Wake& mail;  // rings when messages wait
+  Listeners listeners;
+  std::string name;  // of the centre
+};
+
+// Compares the traces that wait, each once, and keeps what comes out. A fibre is one worker's at a time, so
+// that its traces are compared in the order in which they were taken.
+class Workers {
+ public:
+  Workers(Shop& shop, ReadTraces& recent) : shop_(shop), recent_(recent), baselines_(shop.store) {}
+  ~Workers() { Stop(); }
+  void Start(unsigned threads);
+  // What was begun is finished first.
+  void Stop();
+
+  long long ComparedCount() const { return compared_; }
+  long long BadCount() const { return bad_; }
+  // Milliseconds from when a trace came to when its result was on disk, the latest.
+  std::vector<double> Latencies() const;
+
+ private:
+  // What became of one trace, before it is kept.
+  struct Outcome {
+    TraceRow trace;
+    std::string problem;  // why it could not be compared; empty where it could
+    ComparisonRow row;
+    std::vector<Finding> findings;
+    std::vector<EventDay> days;
+    std::vector<EventTrend> trends;  // of a new day
+    bool newDay = false;
+    std::vector<Finding> creeping;
+  };
+  struct Done {
+    Id fibre = 0;
+    std::string name;
+    int confirm = 1;
+    Id baseline = 0;
+    std::vector<Outcome> outcomes;
+  };
+  void Run();
+  Done Work(Id fibre);
+  Outcome One(const Fibre& fibre, const ReadBaseline& baseline, const TraceRow& row);
+  void LookAtTrends(const Fibre& fibre, Outcome& outcome);
+  std::vector<AlarmChange> KeepOne(soci::session& session, const Done& done, const Outcome& outcome) const;
+  std::vector<Id> Finish(const std::vector<Done>& all);
+  void Tell(const Done& done, const std::vector<AlarmChange>& changes);
+
+  Shop& shop_;
+  ReadTraces& recent_;
+  Baselines baselines_;
+  std::vector<std::thread> threads_;
+  std::atomic<long long> compared_{0}, bad_{0};
+  mutable std::mutex latencies_mutex_;
+  std::deque<double> latencies_;
+};
+
+}  // namespace reflyze::watch
