@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "watch/work/Intake.h"
 
@@ -30,6 +33,7 @@ class Spool {
   void Sweep();
   void SweepFolder(const std::string& fibre);
   void Hear();
+  void TakeAll(const std::vector<std::pair<std::string, std::string>>& files);
   bool TakeFile(const std::string& fibre, const std::string& name);
   void Refuse(const std::string& fibre, const std::string& name, const std::string& why);
 

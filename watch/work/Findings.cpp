@@ -105,6 +105,22 @@ std::vector<Finding> FindingsOf(const Comparison& comparison, const EventTable& 
   return findings;
 }
 
+void MeasureBreaks(std::vector<Finding>& findings, const Trace& current) {
+  // The comparison and the analysis may place an end some points apart, no more.
+  constexpr double kSamePlaceKm = 0.05;
+  constexpr double kUniform = 0.2887;  // deviation of a place between two points, in their distance
+  for (Finding& finding : findings) {
+    if (finding.kind != AlarmKind::kBroken || finding.km < 0.0) continue;
+    const EventTable table = Analyse(current);
+    finding.sdKm = kUniform * table.spacingM / kMetresPerKm;
+    for (const Event& event : table.events) {
+      if (std::abs(event.distanceKm - finding.km) > kSamePlaceKm || !event.distanceSdM) continue;
+      finding.km = event.distanceKm;
+      finding.sdKm = std::max(finding.sdKm, *event.distanceSdM / kMetresPerKm);
+    }
+  }
+}
+
 std::string EventsJson(const Comparison& comparison, const EventTable& baseline) {
   json rows = json::array();
   for (const ComparedEvent& row : comparison.rows) {

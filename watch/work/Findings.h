@@ -15,6 +15,10 @@ namespace reflyze::watch {
 // comparison.
 std::vector<Finding> FindingsOf(const Comparison& comparison, const EventTable& baseline);
 
+// Where a fibre is broken, as measured on the trace itself, with the deviation of the place: somebody will
+// drive there. Costs an analysis where there is a break, and nothing else.
+void MeasureBreaks(std::vector<Finding>& findings, const Trace& current);
+
 // The numbers of a comparison that are kept: for each event of the baseline that was found again, its place,
 // loss and reflectance with their deviations. JSON.
 std::string EventsJson(const Comparison& comparison, const EventTable& baseline);

@@ -93,7 +93,7 @@ Workers::Outcome Workers::One(const Fibre& fibre, const ReadBaseline& baseline, 
           [&](soci::session& session) { return TraceBytes(session, shop_.store.Kind(), row.id); });
       trace = Trace::FromBytes(fibre.name, std::vector<char>(bytes.begin(), bytes.end()));
     }
-    const Comparison comparison = Compare(baseline.trace, std::move(*trace));
+    const Comparison comparison = Compare(baseline.trace, *trace);
     outcome.row.trace = row.id;
     outcome.row.fibre = fibre.id;
     outcome.row.takenAt = row.takenAt;
@@ -104,6 +104,7 @@ Workers::Outcome Workers::One(const Fibre& fibre, const ReadBaseline& baseline, 
     outcome.row.sentences = SentencesJson(ChangesOf(comparison));
     outcome.row.events = EventsJson(comparison, baseline.events);
     outcome.findings = FindingsOf(comparison, baseline.events);
+    MeasureBreaks(outcome.findings, *trace);
     outcome.days = DaysFrom(comparison, baseline.events, row.takenAt);
     if (!outcome.row.late && row.takenAt / kMillisPerDay > fibre.lastTakenAt / kMillisPerDay)
       LookAtTrends(fibre, outcome);
