@@ -14,6 +14,10 @@ namespace {
 constexpr std::size_t kMostTogether = 256;  // writes in one transaction
 constexpr std::size_t kMostIdle = 8;        // sessions that wait for readers
 
+[[noreturn]] void Refuse(const std::string& address, const std::string& why) {
+  throw Error(ErrorKind::kUnreadable, address, "can't be used as a store: " + why);
+}
+
 Dialect DialectOf(const std::string& address) {
   return address.rfind("postgresql://", 0) == 0 ? Dialect::kPostgres : Dialect::kSqlite;
 }
@@ -57,7 +61,9 @@ Store::Store(const std::string& address) : address_(address), kind_(DialectOf(ad
     writer_ = Open();
     Migrate(*writer_, kind_, address);
   } catch (const soci::soci_error& error) {
-    throw Error(ErrorKind::kUnreadable, address, std::string("can't be used as a store: ") + error.what());
+    Refuse(address, error.what());
+  } catch (const StoreAway& error) {
+    Refuse(address, error.what());
   }
   thread_ = std::thread([this] { WriteThem(); });
 }
@@ -76,7 +82,7 @@ int Store::VersionOf(const std::string& address) {
     const std::unique_ptr<soci::session> session = Connect(address, DialectOf(address));
     return SchemaVersion(*session, DialectOf(address));
   } catch (const soci::soci_error& error) {
-    throw Error(ErrorKind::kUnreadable, address, std::string("can't be used as a store: ") + error.what());
+    Refuse(address, error.what());
   }
 }
 

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: Apache-2.0
+// The life of alarms, as a function of what traces show and clocks say.
+#include <gtest/gtest.h>
+
+#include "watch/work/AlarmLife.h"
+#include "watch/work/Silence.h"
+
+namespace reflyze::watch {
+namespace {
+
+Finding At(AlarmKind kind, double km, int event = -1, Severity severity = Severity::kMinor) {
+  Finding finding;
+  finding.kind = kind;
+  finding.km = km;
+  finding.event = event;
+  finding.severity = severity;
+  finding.sdKm = 0.002;
+  return finding;
+}
+
+// A fibre that gets traces, and what is told of it.
+class Life {
+ public:
+  explicit Life(int confirm) { step_.confirm = confirm; }
+
+  std::vector<std::string> Shows(const std::vector<Finding>& findings) {
+    ++step_.trace;
+    step_.at += 900000;
+    std::vector<std::string> told;
+    for (const AlarmChange& change : NextAlarms(Open(), findings, step_)) {
+      Alarm alarm = change.alarm;
+      if (alarm.id == 0) alarm.id = static_cast<Id>(alarms_.size()) + 1;
+      if (alarm.id > static_cast<Id>(alarms_.size())) alarms_.push_back(alarm);
+      alarms_[static_cast<std::size_t>(alarm.id - 1)] = alarm;
+      if (change.told) told.push_back(std::string(NameOf(alarm.kind)) + " " + NameOf(*change.told));
+    }
+    return told;
+  }
+  std::vector<Alarm> Open() const {
+    std::vector<Alarm> open;
+    for (const Alarm& alarm : alarms_) {
+      if (alarm.Open()) open.push_back(alarm);
+    }
+    return open;
+  }
+  const std::vector<Alarm>& All() const { return alarms_; }
+
+ private:
+  AlarmStep step_;
+  std::vector<Alarm> alarms_;
+};
+
+using Told = std::vector<std::string>;
+
+TEST(AlarmLife, IsConfirmedByTracesInARowAndToldOnce) {
+  Life life(3);
+  const Finding loss = At(AlarmKind::kLoss, 12.0, 4);
+  EXPECT_EQ(life.Shows({loss}), Told());
+  EXPECT_EQ(life.Shows({loss}), Told());
+  EXPECT_EQ(life.Shows({loss}), Told({"loss confirmed"}));
+  EXPECT_EQ(life.Shows({loss}), Told());
+  EXPECT_EQ(life.Shows({At(AlarmKind::kLoss, 12.0, 4, Severity::kMajor)}), Told({"loss worse"}));
+  // It does not flicker back.
+  EXPECT_EQ(life.Shows({loss}), Told());
+  EXPECT_EQ(life.Open().front().severity, Severity::kMajor);
+  EXPECT_EQ(life.Shows({}), Told());
+  EXPECT_EQ(life.Shows({loss}), Told());
+  EXPECT_EQ(life.Shows({}), Told());
+  EXPECT_EQ(life.Shows({}), Told());
+  EXPECT_EQ(life.Shows({}), Told({"loss cleared"}));
+  EXPECT_EQ(life.All().size(), 1u);
+}
+
+TEST(AlarmLife, WakesNobodyForWhatPasses) {
+  Life life(2);
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(life.Shows({At(AlarmKind::kReflectance, 3.0, 1)}), Told());
+    EXPECT_EQ(life.Shows({}), Told());
+  }
+  for (const Alarm& alarm : life.All()) EXPECT_EQ(alarm.state, AlarmState::kPassed);
+  EXPECT_TRUE(life.Open().empty());
+}
+
+TEST(AlarmLife, KnowsAPlaceAgainAndTellsTwoApart) {
+  Life life(1);
+  EXPECT_EQ(life.Shows({At(AlarmKind::kNewEvent, 5.000)}), Told({"new event confirmed"}));
+  EXPECT_EQ(life.Shows({At(AlarmKind::kNewEvent, 5.006)}), Told());
+  EXPECT_EQ(life.Shows({At(AlarmKind::kNewEvent, 5.006), At(AlarmKind::kNewEvent, 5.4)}),
+            Told({"new event confirmed"}));
+  EXPECT_EQ(life.Open().size(), 2u);
+}
+
+TEST(AlarmLife, LeavesWhatLiesBehindABreakAsItIs) {
+  Life life(1);
+  life.Shows({At(AlarmKind::kLoss, 30.0, 5), At(AlarmKind::kLoss, 5.0, 1)});
+  const Finding broken = At(AlarmKind::kBroken, 17.194, -1, Severity::kCritical);
+  EXPECT_EQ(life.Shows({broken}), Told({"loss cleared", "broken confirmed"}));  // that at 5 km
+  ASSERT_EQ(life.Open().size(), 2u);
+  EXPECT_EQ(life.Open().front().km, 30.0);
+  // The break moves towards the instrument: it is the same alarm, at its new place.
+  EXPECT_EQ(life.Shows({At(AlarmKind::kBroken, 9.0, -1, Severity::kCritical)}), Told());
+  EXPECT_EQ(life.Open().back().km, 9.0);
+  // A wrong patch shows nothing of this fibre, not even that it is whole.
+  Finding other = At(AlarmKind::kOtherFibre, -1.0, -1, Severity::kCritical);
+  EXPECT_EQ(life.Shows({other}), Told({"other fibre confirmed"}));
+  EXPECT_EQ(life.Shows({}), Told({"loss cleared", "broken cleared", "other fibre cleared"}));
+}
+
+TEST(AlarmLife, OfTrendsDoesNotEndWithATraceThatShowsNone) {
+  AlarmStep step;
+  step.fibre = 1;
+  Alarm creeping = NextTrendAlarms({}, {At(AlarmKind::kTrend, 5.0, 2)}, step).at(0).alarm;
+  EXPECT_EQ(creeping.state, AlarmState::kConfirmed);
+  creeping.id = 1;
+  EXPECT_TRUE(NextAlarms({creeping}, {}, step).empty());
+  EXPECT_EQ(NextTrendAlarms({creeping}, {}, step).at(0).alarm.state, AlarmState::kCleared);
+}
+
+Expected Fibre(Id id, const std::string& instrument, Millis since) {
+  return {id, "f" + std::to_string(id), instrument, 900, since};
+}
+
+TEST(Silence, IsOfTheInstrumentWhereAllItsFibresAreSilent) {
+  const Millis now = 100000000;
+  const Millis longAgo = now - 2 * 900000 - 60001, lately = now - 1000;
+  const Silent one =
+      SilentOf({Fibre(1, "A", longAgo), Fibre(2, "A", lately), Fibre(3, "B", longAgo)}, now, 0);
+  EXPECT_TRUE(one.instruments.empty());  // a single fibre does not speak for its instrument
+  ASSERT_EQ(one.fibres.size(), 2u);
+  const Silent both = SilentOf({Fibre(1, "A", longAgo), Fibre(2, "A", longAgo)}, now, 0);
+  EXPECT_EQ(both.instruments, std::vector<std::string>{"A"});
+  EXPECT_TRUE(both.fibres.empty());
+  // The clock was set: what looks long ago need not be.
+  EXPECT_TRUE(
+      SilentOf({Fibre(1, "A", longAgo), Fibre(2, "A", longAgo)}, now, now - 1000).instruments.empty());
+}
+
+TEST(Silence, BecomesOneAlarmAndEndsWithTheNextTrace) {
+  const Millis now = 100000000;
+  const Silent silent = SilentOf({Fibre(7, "", 1)}, now, 0);
+  std::vector<AlarmChange> changes = NextSilence({}, silent, now);
+  ASSERT_EQ(changes.size(), 1u);
+  EXPECT_EQ(changes[0].told, Telling::kConfirmed);
+  Alarm alarm = changes[0].alarm;
+  alarm.id = 1;
+  EXPECT_TRUE(NextSilence({alarm}, silent, now + 5000).empty());
+  changes = NextSilence({alarm}, {}, now + 10000);
+  ASSERT_EQ(changes.size(), 1u);
+  EXPECT_EQ(changes[0].alarm.state, AlarmState::kCleared);
+  EXPECT_EQ(changes[0].told, Telling::kCleared);
+}
+
+}  // namespace
+}  // namespace reflyze::watch

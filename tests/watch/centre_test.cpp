@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: Apache-2.0
+// The store, and a centre from a folder of files to alarms, with what can come between.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <thread>
+
+#include "reflyze/files.h"
+#include "reflyze/simulate.h"
+#include "reflyze/watch.h"
+#include "watch/store/Alarms.h"
+#include "watch/store/Fibres.h"
+#include "watch/store/Migrations.h"
+#include "watch/store/Traces.h"
+#include "watch/work/Clock.h"
+
+namespace reflyze::watch {
+namespace {
+
+namespace fs = std::filesystem;
+
+class CentreTest : public ::testing::Test {
+ protected:
+  CentreTest() : folder_(fs::temp_directory_path() / ("reflyze-watch-" + std::to_string(getpid()))) {
+    fs::remove_all(folder_);
+    fs::create_directories(folder_ / "spool");
+  }
+  ~CentreTest() override { fs::remove_all(folder_); }
+  CentreTest(const CentreTest&) = delete;
+  CentreTest& operator=(const CentreTest&) = delete;
+
+  std::string Path(const std::string& name) const { return (folder_ / name).string(); }
+  CentreOptions Options() const {
+    CentreOptions options;
+    options.store = Path("w.db");
+    options.spool = Path("spool");
+    options.port = -1;
+    options.learn = true;
+    options.jobs = 2;
+    return options;
+  }
+  static std::string Example(const std::string& name) {
+    const std::vector<char> bytes = ReadFile(std::string(REFLYZE_SOURCE_DIR) + "/examples/" + name);
+    return {bytes.begin(), bytes.end()};
+  }
+  // A trace of the described link; the seed makes the noise, so that no two are the same.
+  static std::string Simulated(const std::string& link, unsigned seed) {
+    const std::vector<char> text =
+        ReadFile(std::string(REFLYZE_SOURCE_DIR) + "/examples/links/" + link + ".json");
+    return Simulate(std::string(text.begin(), text.end()), seed).trace.Bytes();
+  }
+  // As programs write that mean it well: beside, then under its name.
+  void Drop(const std::string& fibre, const std::string& name, const std::string& bytes) const {
+    fs::create_directories(folder_ / "spool" / fibre);
+    SaveTogether({{Path("spool/" + fibre + "/" + name), bytes}});
+  }
+  static bool Within(int seconds, const std::function<bool()>& what) {
+    for (int i = 0; i < seconds * 50; ++i) {
+      if (what()) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+  }
+  long Count(const std::string& query) const {
+    Store store(Path("w.db"));
+    return store.Read([&](soci::session& session) {
+      long long count = 0;
+      session << query, soci::into(count);
+      return static_cast<long>(count);
+    });
+  }
+
+  fs::path folder_;
+};
+
+TEST_F(CentreTest, TakesWhatLiesInItsFolderAndTellsABreak) {
+  const std::unique_ptr<Centre> centre = OpenCentre(Options());
+  centre->Start();
+  Drop("F1", "1.sor", Example("baseline-40km.sor"));
+  ASSERT_TRUE(Within(20, [&] { return Count("SELECT COUNT(*) FROM comparisons") == 1; }));
+  Drop("F1", "2.sor", Simulated("broken-40km", 2));
+  Drop("F1", "3.sor", Simulated("broken-40km", 3));
+  Drop("F1", "3again.sor", Simulated("broken-40km", 3));
+  Drop("F1", ".half.sor", Simulated("broken-40km", 4).substr(0, 900));
+  Drop("F1", "half.sor.part", "not yet");
+  Drop("F1", "cut.sor", Simulated("broken-40km", 5).substr(0, 30));
+  Drop("..", "F1.sor", "a file that is in no fibre's folder");
+  ASSERT_TRUE(Within(20, [&] {
+    return Count("SELECT COUNT(*) FROM comparisons") == 3 &&
+           fs::exists(Path("spool/.refused/F1__cut.sor.txt"));
+  }));
+  centre->Stop();
+  Store store(Path("w.db"));
+  store.Read([&](soci::session& session) {
+    const std::vector<Alarm> alarms = Alarms(session, AlarmQuery());
+    EXPECT_EQ(alarms.size(), 1u);
+    const Alarm& alarm = alarms.at(0);
+    EXPECT_EQ(alarm.kind, AlarmKind::kBroken);
+    EXPECT_EQ(alarm.severity, Severity::kCritical);
+    EXPECT_NEAR(alarm.km, 27.5, 0.01);
+    EXPECT_GT(alarm.sdKm, 0.0);
+    EXPECT_LT(alarm.sdKm, 0.01);
+    // Every byte is as it came.
+    EXPECT_EQ(TraceBytes(session, store.Kind(), TracesOf(session, 1, Now() + 1, 9).back().id),
+              Example("baseline-40km.sor"));
+    return 0;
+  });
+  EXPECT_TRUE(fs::exists(Path("spool/F1/.half.sor")));
+  EXPECT_TRUE(fs::exists(Path("spool/F1/half.sor.part")));
+  EXPECT_FALSE(fs::exists(Path("spool/F1/3again.sor")));
+}
+
+TEST_F(CentreTest, MovesNoAlarmByATraceThatComesLate) {
+  CentreOptions options = Options();
+  {
+    const std::unique_ptr<Centre> centre = OpenCentre(options);
+    centre->Start();
+    Drop("F1", "1.sor", Example("baseline-40km.sor"));
+    ASSERT_TRUE(Within(20, [&] { return Count("SELECT COUNT(*) FROM comparisons") == 1; }));
+  }
+  {  // the fibre has been seen since, by clocks that were right
+    Store store(Path("w.db"));
+    store.Write(
+        [](soci::session& session) { session << "UPDATE fibres SET last_taken_at = last_taken_at + 5000"; });
+  }
+  const std::unique_ptr<Centre> centre = OpenCentre(options);
+  centre->Start();
+  Drop("F1", "2.sor", Simulated("broken-40km", 2));
+  ASSERT_TRUE(Within(20, [&] { return Count("SELECT COUNT(*) FROM comparisons WHERE late = 1") == 1; }));
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM alarms"), 0);
+}
+
+TEST_F(CentreTest, IsAloneWithItsFile) {
+  const std::unique_ptr<Centre> centre = OpenCentre(Options());
+  EXPECT_THROW(OpenCentre(Options()), Error);
+}
+
+TEST_F(CentreTest, RefusesAStoreOfANewerVersionAndOfSomethingElse) {
+  { Store store(Path("w.db")); }
+  {
+    soci::session session("sqlite3", "dbname=" + Path("w.db"));
+    session << "INSERT INTO reflyze_schema VALUES (999)";
+  }
+  EXPECT_THROW(OpenCentre(Options()), Error);
+  EXPECT_EQ(CheckCentre(Options()).size(), 1u);
+  {
+    soci::session session("sqlite3", "dbname=" + Path("other.db"));
+    session << "CREATE TABLE fibres (x INTEGER)";
+  }
+  CentreOptions other = Options();
+  other.store = Path("other.db");
+  EXPECT_THROW(OpenCentre(other), Error);
+  std::ofstream(Path("text.db")) << "this is a text and no database, however long it goes on about it";
+  other.store = Path("text.db");
+  EXPECT_THROW(OpenCentre(other), Error);
+}
+
+TEST_F(CentreTest, FailedWriteTakesNobodyAlong) {
+  Store store(Path("w.db"));
+  Fibre fibre;
+  fibre.name = "F1";
+  store.Write([&](soci::session& session) { PutFibre(session, fibre); });
+  std::vector<std::thread> threads;
+  std::atomic<int> failed{0};
+  for (int i = 0; i < 16; ++i) {
+    threads.emplace_back([&, i] {
+      Fibre one;
+      one.name = "N" + std::to_string(i);
+      try {
+        store.Write([&](soci::session& session) {
+          PutFibre(session, one);
+          if (i % 2 == 1) throw Error(ErrorKind::kUsage, "", "no");
+        });
+      } catch (const Error&) {
+        ++failed;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(failed, 8);
+  EXPECT_EQ(store.Read([](soci::session& session) { return Fibres(session).size(); }), 9u);
+}
+
+// A claim is one centre's until that centre leaves or its lease ends.
+TEST_F(CentreTest, WorkOfADeadCentreIsAnybodys) {
+  Store store(Path("w.db"));
+  store.Write([&](soci::session& session) {
+    Fibre fibre;
+    fibre.name = "F1";
+    const Id id = PutFibre(session, fibre);
+    session << "UPDATE fibres SET waiting_since = 5, baseline = 1 WHERE id = :id", soci::use(id);
+    const Dialect kind = store.Kind();
+    StayAlive(session, "one", 1000);
+    EXPECT_EQ(ClaimFibres(session, kind, "one", 1000, 9), std::vector<Id>{id});
+    EXPECT_TRUE(ClaimFibres(session, kind, "two", 2000, 9).empty());
+    EXPECT_EQ(ClaimFibres(session, kind, "two", 1000 + kLeaseMillis, 9), std::vector<Id>{id});
+    EXPECT_FALSE(Holds(session, kind, id, "one"));
+    EXPECT_TRUE(Holds(session, kind, id, "two"));
+  });
+}
+
+}  // namespace
+}  // namespace reflyze::watch
