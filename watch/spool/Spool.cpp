@@ -23,7 +23,8 @@ constexpr const char* kRefused = ".refused";
 constexpr int kSweepMillis = 5000;         // what a full disk or a store that was away has left
 constexpr std::chrono::seconds kQuiet{2};  // a file that nobody announced is complete when it rests so long
 
-constexpr std::size_t kLanes = 8;  // files that are taken at a time
+constexpr int kUnsettledMillis = 500;  // where something lies that may be complete soon
+constexpr std::size_t kLanes = 8;      // files that are taken at a time
 
 bool EndsWith(const std::string& text, const std::string& ending) {
   return text.size() > ending.size() && text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
@@ -64,7 +65,8 @@ void Spool::Stop() {
 void Spool::Run() {
   while (true) {
     Sweep();
-    const auto next = std::chrono::steady_clock::now() + std::chrono::milliseconds(kSweepMillis);
+    const auto next = std::chrono::steady_clock::now() +
+                      std::chrono::milliseconds(unsettled_.empty() ? kSweepMillis : kUnsettledMillis);
     while (std::chrono::steady_clock::now() < next && !missed_) {
       pollfd waited[] = {{stop_[0], POLLIN, 0}, {notify_, POLLIN, 0}};
       const auto left =
@@ -95,15 +97,27 @@ void Spool::Sweep() {
   }
 }
 
+// In the order in which they were written: alarms live by it. The first file that may not be complete lets
+// all behind it wait for the next time.
 void Spool::SweepFolder(const std::string& fibre) {
   std::error_code failed;
+  std::vector<std::pair<fs::file_time_type, std::string>> files;
   for (const fs::directory_entry& entry : fs::directory_iterator(fs::path(folder_) / fibre, failed)) {
     const std::string name = entry.path().filename().string();
-    if (!Counts(name)) continue;
-    const auto rested = fs::file_time_type::clock::now() - fs::last_write_time(entry.path(), failed);
-    if (failed || (rested < kQuiet && rested > -kQuiet)) continue;
-    if (!TakeFile(fibre, name)) return;  // the store is away: all of it waits
+    if (Counts(name)) files.emplace_back(fs::last_write_time(entry.path(), failed), name);
   }
+  std::sort(files.begin(), files.end());
+  std::set<std::string> announced;
+  std::swap(announced, unsettled_[fibre]);
+  const auto now = fs::file_time_type::clock::now();
+  for (const auto& [written, name] : files) {
+    const bool rested = now - written >= kQuiet || now - written <= -kQuiet;
+    if ((!rested && announced.count(name) == 0) || !TakeFile(fibre, name)) {
+      unsettled_[fibre] = announced;
+      return;
+    }
+  }
+  unsettled_.erase(fibre);
 }
 
 void Spool::Hear() {
@@ -120,7 +134,13 @@ void Spool::Hear() {
     } else if ((event->mask & IN_IGNORED) != 0) {
       fibres_.erase(event->wd);
     } else if (fibre != fibres_.end()) {
-      if (Counts(name)) files.emplace_back(fibre->second, name);
+      const auto waiting = unsettled_.find(fibre->second);
+      if (!Counts(name)) continue;
+      if (waiting == unsettled_.end()) {
+        files.emplace_back(fibre->second, name);
+      } else {
+        waiting->second.insert(name);  // behind what lies there already
+      }
     } else if (Counts(name)) {
       WatchFolder(name);  // what was put into it before the watch stood is found by the next sweep
       SweepFolder(name);

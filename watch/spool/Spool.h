@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <map>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
@@ -42,7 +43,9 @@ class Spool {
   int notify_ = -1;
   int stop_[2] = {-1, -1};             // a pipe: a byte in it ends the thread
   std::map<int, std::string> fibres_;  // watched folders
-  bool missed_ = false;                // more came than the system could tell
+  // Fibres with files that came before anybody listened, and what was announced since: it comes behind them.
+  std::map<std::string, std::set<std::string>> unsettled_;
+  bool missed_ = false;  // more came than the system could tell
   std::thread thread_;
   std::atomic<long long> refused_{0};
 };
