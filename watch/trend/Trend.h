@@ -25,14 +25,15 @@ struct Trend {
 };
 
 // The slope of daily means against time: robust against days that are off, its interval true also where
-// neighbouring days err alike. Temperature swings with the year: from `kSeasonDays` of history on, a yearly
-// sine is fitted along with the slope, so that a summer is not told as ageing; with less, the swing that a
-// season could have widens the interval. None for fewer than `kLeastTrendDays` days with values.
+// neighbouring days err alike. Temperature swings with the year: a yearly sine is fitted along with the
+// slope, with what is known of joints as its prior, so that a summer is not told as ageing, and the slope of
+// some weeks is as uncertain as a season could make it. From `kSeasonDays` on the swing is told too. None for
+// fewer than `kLeastTrendDays` days with values.
 constexpr long kLeastTrendDays = 14;
 constexpr long kSeasonDays = 365;
 std::optional<Trend> TrendOf(const std::vector<DayMean>& days);
 
-// Days until the quantity has grown by `room` dB at this slope, 95 % interval's fast side first; none where
+// Days until the quantity may have grown by `room` dB, at the fast end of the interval; none where
 // it does not grow.
 std::optional<double> DaysUntil(const Trend& trend, double room);
 
