@@ -28,8 +28,8 @@ struct RoutePlace {
 // The way of a fibre over land. GeoJSON (RFC 7946): a LineString, or a Feature or FeatureCollection with one;
 // property "cable_m" lists the metres of cable at each point (null where not known), "slack_m" what is coiled
 // there, "names" what stands there; Point features with "slack_m", "cable_m" or "name" lie on the nearest
-// point of the line. Where cable metres are not known they follow from the length on the ellipsoid between
-// known points, and without any from that length with `cable_per_route` (1.0 if not given).
+// point of the line. Cable metres count the slack of their point. Where they are not known they follow from
+// the length on the ellipsoid, stretched between points where they are.
 class Route {
  public:
   // Throws Error kUnreadable, naming what is wrong and where, for what is no route: no line, fewer than two
@@ -44,6 +44,9 @@ class Route {
   double CableM() const;  // in all
 
  private:
+  RoutePoint PointAt(double cableM) const;
+  double UnknownSdM(double cableM) const;
+
   std::vector<RoutePoint> points_;
   std::vector<bool> known_;  // whether the cable metres of a point were given
 };
