@@ -55,11 +55,13 @@ const std::vector<std::vector<const char*>>& Steps() {
       " raised_at BIGINT NOT NULL, confirmed_at BIGINT NOT NULL, cleared_at BIGINT NOT NULL,"
       " acknowledged_at BIGINT NOT NULL, acknowledged_by TEXT NOT NULL)",
       "CREATE INDEX alarms_open ON alarms(fibre) WHERE state < 2",
+      "CREATE INDEX alarms_fibre ON alarms(fibre, id)",
       "CREATE INDEX alarms_raised ON alarms(raised_at)",
       "CREATE TABLE deliveries (id %id, alarm BIGINT NOT NULL REFERENCES alarms(id) ON DELETE CASCADE,"
       " what INTEGER NOT NULL, channel TEXT NOT NULL, tries INTEGER NOT NULL, next_at BIGINT NOT NULL,"
       " claimed_by TEXT NOT NULL, state INTEGER NOT NULL, problem TEXT NOT NULL)",
       "CREATE INDEX deliveries_due ON deliveries(next_at) WHERE state = 0",
+      "CREATE INDEX deliveries_dead ON deliveries(id) WHERE state = 2",
       "CREATE TABLE centres (name TEXT PRIMARY KEY, alive_until BIGINT NOT NULL)",
       "CREATE TABLE users (name TEXT PRIMARY KEY, hash TEXT NOT NULL, role TEXT NOT NULL)",
       "CREATE TABLE tokens (id %id, hash TEXT NOT NULL UNIQUE, name TEXT NOT NULL, role TEXT NOT NULL,"

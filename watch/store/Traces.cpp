@@ -74,15 +74,17 @@ std::string TraceBytes(soci::session& session, Dialect kind, Id id) {
   return ReadBytes(session, kind, "trace_bytes", id);
 }
 
-std::vector<TraceRow> TracesOf(soci::session& session, Id fibre, Millis before, long most) {
+std::vector<TraceRow> TracesOf(soci::session& session, Id fibre, const PageEnd& end, long most) {
   const long long count = most;
-  return TracesWhere(
-      session, "WHERE fibre = :fibre AND taken_at < :before ORDER BY taken_at DESC, id DESC LIMIT :most",
-      [&](soci::statement& statement) {
-        statement.exchange(use(fibre));
-        statement.exchange(use(before));
-        statement.exchange(use(count));
-      });
+  return TracesWhere(session,
+                     "WHERE fibre = :fibre AND (taken_at, id) < (:before, :number)"
+                     " ORDER BY taken_at DESC, id DESC LIMIT :most",
+                     [&](soci::statement& statement) {
+                       statement.exchange(use(fibre));
+                       statement.exchange(use(end.takenAt));
+                       statement.exchange(use(end.id));
+                       statement.exchange(use(count));
+                     });
 }
 
 void StayAlive(soci::session& session, const std::string& centre, Millis now) {
@@ -168,7 +170,7 @@ bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline
   return true;
 }
 
-std::vector<ComparisonRow> ComparisonsOf(soci::session& session, Id fibre, Millis before, long most) {
+std::vector<ComparisonRow> ComparisonsOf(soci::session& session, Id fibre, const PageEnd& end, long most) {
   ComparisonRow row;
   int changed = 0, late = 0;
   const long long count = most;
@@ -181,12 +183,14 @@ std::vector<ComparisonRow> ComparisonsOf(soci::session& session, Id fibre, Milli
   };
   const auto bind = [&](soci::statement& statement) {
     statement.exchange(use(fibre));
-    statement.exchange(use(before));
+    statement.exchange(use(end.takenAt));
+    statement.exchange(use(end.id));
     statement.exchange(use(count));
   };
   return RowsOf(session,
                 "SELECT id, trace, fibre, taken_at, result, changed, late, end_km, sentences, events FROM"
-                " comparisons WHERE fibre = :fibre AND taken_at < :before ORDER BY taken_at DESC LIMIT :most",
+                " comparisons WHERE fibre = :fibre AND (taken_at, id) < (:before, :number)"
+                " ORDER BY taken_at DESC, id DESC LIMIT :most",
                 columns, bind, [&] {
                   row.changed = changed != 0;
                   row.late = late != 0;

@@ -25,8 +25,14 @@ Taken PutTrace(soci::session& session, Dialect kind, const TraceRow& row, const 
                const std::string& bytes);
 std::optional<TraceRow> FindTrace(soci::session& session, Id id);
 std::string TraceBytes(soci::session& session, Dialect kind, Id id);
-// The newest first, taken before `before`.
-std::vector<TraceRow> TracesOf(soci::session& session, Id fibre, Millis before, long most);
+// Where a page of a list ends that has the newest first: what comes behind was taken earlier, or at the same
+// time with a smaller number.
+struct PageEnd {
+  PageEnd(Millis at = 0x7fffffffffffffffLL, Id number = 0) : takenAt(at), id(number) {}
+  Millis takenAt;
+  Id id;
+};
+std::vector<TraceRow> TracesOf(soci::session& session, Id fibre, const PageEnd& end, long most);
 
 // A centre that does not say for so long that it lives is dead, and its work is anybody's.
 constexpr Millis kLeaseMillis = 30000;
@@ -47,7 +53,7 @@ long WaitingCount(soci::session& session);
 void PutBad(soci::session& session, Id trace, const std::string& problem);
 // Keeps a result and marks its trace as done. Whether it was not there yet.
 bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline);
-std::vector<ComparisonRow> ComparisonsOf(soci::session& session, Id fibre, Millis before, long most);
+std::vector<ComparisonRow> ComparisonsOf(soci::session& session, Id fibre, const PageEnd& end, long most);
 
 // Adds what a trace measured of an event to the mean of its day.
 void AddToDay(soci::session& session, Id fibre, Id baseline, const EventDay& one);
