@@ -80,8 +80,10 @@ const Way& Api::Find(const Request& request) const {
   std::string others;
   for (const Way& way : ways_) {
     if (!Fits(request.parts, way)) continue;
-    if (way.method == method) return way;
-    if (std::string(way.gives) != "page") others += (others.empty() ? "" : ", ") + std::string(way.method);
+    // A name that is a way is no file of the page.
+    const bool page = std::string(way.gives) == "page";
+    if (way.method == method && !(page && !others.empty())) return way;
+    if (!page) others += (others.empty() ? "" : ", ") + std::string(way.method);
   }
   if (!others.empty()) {
     Refusal refusal(405, request.path + " does not take " + method);

@@ -31,13 +31,11 @@ class Figures {
   std::string name_, text_;
 };
 
-void AddLatencies(Figures& figures, std::vector<double> millis) {
+void AddLatencies(Figures& figures, std::vector<double> millis, long long count) {
   constexpr double kMillisPerSecond = 1000.0;
   figures.Begin("latency_seconds", "summary",
                 "From when a trace came to when its result was on disk, of the latest traces.");
   std::sort(millis.begin(), millis.end());
-  double sum = 0.0;
-  for (const double one : millis) sum += one / kMillisPerSecond;
   for (const double quantile : {0.5, 0.9, 0.95, 0.99}) {
     if (millis.empty()) break;
     const auto at = static_cast<std::size_t>(quantile * static_cast<double>(millis.size() - 1));
@@ -45,8 +43,7 @@ void AddLatencies(Figures& figures, std::vector<double> millis) {
     std::snprintf(label, sizeof label, "quantile=\"%g\"", quantile);
     figures.Add(millis[at] / kMillisPerSecond, label);
   }
-  figures.Add(sum, "", "_sum");
-  figures.Add(static_cast<double>(millis.size()), "", "_count");
+  figures.Add(static_cast<double>(count), "", "_count");
 }
 
 void AddStore(Figures& figures, const StoreCounts& counts) {
@@ -72,7 +69,8 @@ Response Metrics(const Desk& desk) {
               static_cast<double>(served.workers.ComparedCount()));
   figures.One("traces_bad_total", "counter", "Traces that could not be compared.",
               static_cast<double>(served.workers.BadCount()));
-  AddLatencies(figures, served.workers.Latencies());
+  AddLatencies(figures, served.workers.Latencies(),
+               served.workers.ComparedCount() + served.workers.BadCount());
   bool up = true;
   try {
     AddStore(figures, desk.TheStore().Read(CountAll));
