@@ -32,13 +32,16 @@ async function bundle(entry, define = {}) {
 
 const style = readFileSync(join(here, 'node_modules/uplot/dist/uPlot.min.css'), 'utf8') +
   (await esbuild.transform(readFileSync(join(here, 'style.css'), 'utf8'), { loader: 'css', minify: true })).code;
-const page = readFileSync(join(here, 'index.html'), 'utf8');
+const tracePage = readFileSync(join(here, 'index.html'), 'utf8');
 const wasm = readFileSync(join(engine, 'engine.wasm'));
 // A short link, `reflyze simulate web/warm.json -o web/warm.sor --seed 1`, that the engine is run on before anybody needs it.
 const warm = readFileSync(join(here, 'warm.sor')).toString('base64');
 const worker = await bundle('worker.ts', { WARM_BASE64: JSON.stringify(warm) });
 
-function fill(values) {
+const centrePage = readFileSync(join(here, 'centre.html'), 'utf8');
+const centreStyle = (await esbuild.transform(readFileSync(join(here, 'centre.css'), 'utf8'), { loader: 'css', minify: true })).code;
+
+function fill(values, page = tracePage) {
   // A function as the replacement, since "$" in a text means something to replace().
   return page.replace(/\{\{(\w+)\}\}/g, (_, name) => values[name]);
 }
@@ -51,6 +54,13 @@ const files = {
     style: '<link rel="stylesheet" href="style.css">',
     script: '<script src="page.js" defer></script>',
   }),
+  'centre.html': fill({
+    policy: folderPolicy,
+    style: '<link rel="stylesheet" href="style.css"><link rel="stylesheet" href="centre.css">',
+    script: '<script src="centre.js" defer></script>',
+  }, centrePage),
+  'centre.js': await bundle('centre/main.ts'),
+  'centre.css': centreStyle,
   'page.js': await bundle('folder.ts'),
   'worker.js': worker,
   'style.css': style,

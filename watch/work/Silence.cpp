@@ -8,10 +8,11 @@ namespace reflyze::watch {
 namespace {
 
 constexpr Millis kMillisPerSecond = 1000;
-constexpr Millis kGraceMillis = 60000;
+constexpr Millis kMostGraceMillis = 60000;
 
 bool IsSilent(const Expected& one, Millis now, Millis jumpedAt) {
-  const Millis most = 2 * one.everySeconds * kMillisPerSecond + kGraceMillis;
+  const Millis every = one.everySeconds * kMillisPerSecond,
+               most = 2 * every + std::min(every, kMostGraceMillis);
   return one.everySeconds > 0 && now - std::max(one.since, jumpedAt) > most;
 }
 

@@ -17,8 +17,8 @@ struct Expected {
   Millis since = 0;  // when a trace came last, or the fibre began to be watched
 };
 
-// What of all that is silent now: the fibres from which nothing has come for twice the time in which a trace
-// is expected, and a minute; where that is so of all fibres of an instrument, two at least, the instrument. A
+// What of all that is silent now: the fibres from which nothing has come for more than twice the time in
+// which a trace is expected; where that is so of all fibres of an instrument, two at least, the instrument. A
 // clock that was set at `jumpedAt` makes nothing silent before the same time has passed again.
 struct Silent {
   std::vector<Expected> fibres;

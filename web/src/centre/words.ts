@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+// How things are said on the page of a centre.
+import { el } from '../dom';
+import type { Fibre } from './api';
+
+// The worst first; a fibre without a baseline is watched by nobody.
+const ORDER = ['critical', 'major', 'minor', 'warning', 'no baseline', 'ok'];
+
+export const badness = (state: string): number => ORDER.indexOf(state);
+
+export const byBadness = (one: Fibre, other: Fibre): number =>
+  badness(one.state) - badness(other.state) || one.name.localeCompare(other.name, undefined, { numeric: true });
+
+export function badge(state: string): HTMLElement {
+  return el('span', { class: `badge ${state.replace(' ', '-')}`, text: state });
+}
+
+export function ago(at: number, now = Date.now()): string {
+  if (at <= 0) return 'never';
+  const seconds = Math.max(0, Math.round((now - at) / 1000));
+  if (seconds < 90) return `${seconds} s ago`;
+  if (seconds < 5400) return `${Math.round(seconds / 60)} min ago`;
+  if (seconds < 172800) return `${Math.round(seconds / 3600)} h ago`;
+  return `${Math.round(seconds / 86400)} days ago`;
+}
+
+export const time = (at: number): string => (at > 0 ? new Date(at).toISOString().replace('T', ' ').slice(0, 16) : '');
