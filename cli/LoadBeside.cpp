@@ -20,6 +20,14 @@ std::string FolderOfProgram() {
   return whole.substr(0, whole.rfind('/'));
 }
 
+std::string FolderOfPage() {
+  const std::string beside = FolderOfProgram();
+  for (const std::string& folder : {beside + "/web", beside + "/" REFLYZE_SHARE_FROM_PROGRAM "/web"}) {
+    if (access((folder + "/engine.wasm").c_str(), R_OK) == 0) return folder;
+  }
+  return "";
+}
+
 #ifdef REFLYZE_LINKED_MODULE
 void* LoadBeside(const std::string& name, const std::string&) {
   throw Error(ErrorKind::kUnreadable, name, "can't be loaded on this system");

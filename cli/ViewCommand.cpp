@@ -12,6 +12,7 @@
 
 #include "cli/Commands.h"
 #include "cli/Inputs.h"
+#include "cli/LoadBeside.h"
 #include "cli/Options.h"
 #include "cli/PageServer.h"
 #include "cli/Session.h"
@@ -40,20 +41,6 @@ std::string TextOfFile(const std::string& name) {
   return {bytes.begin(), bytes.end()};
 }
 
-// Where the page is: beside a program that was built, or where an installed one has what it shares.
-std::string PageFolder() {
-  char path[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
-  const std::string whole(path, length > 0 ? static_cast<std::size_t>(length) : 0);
-  const std::string beside = whole.substr(0, whole.rfind('/'));
-  for (const std::string& folder : {beside + "/web", beside + "/" REFLYZE_SHARE_FROM_PROGRAM "/web"}) {
-    if (access((folder + "/engine.wasm").c_str(), R_OK) == 0) return folder;
-  }
-  throw Error(
-      ErrorKind::kUnreadable, "",
-      "the page is neither beside the program nor where it was installed; scripts/build-web builds it");
-}
-
 // A name that nobody can guess: other users of this machine reach the port too.
 std::string Token() {
   std::random_device random;  // of the system
@@ -77,7 +64,11 @@ std::string JsonText(const std::string& text) {
 std::map<std::string, Served> FilesToServe(Session& session, const ViewCommand& options,
                                            const std::string& token) {
   std::map<std::string, Served> files;
-  const std::string folder = PageFolder();
+  const std::string folder = FolderOfPage();
+  if (folder.empty())
+    throw Error(
+        ErrorKind::kUnreadable, "",
+        "the page is neither beside the program nor where it was installed; scripts/build-web builds it");
   for (const auto& [name, type] : kPage) {
     files["/" + std::string(name)] = {type, [path = folder + "/" + name] { return TextOfFile(path); }};
   }

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "cli/Commands.h"
+#include "cli/LoadBeside.h"
 #include "cli/Options.h"
 #include "cli/Session.h"
 #include "cli/WatchHost.h"
@@ -49,6 +50,7 @@ void WaitForSignal(const sigset_t& ends) {
 int RunWatch(Session& session, WatchCommand& options) {
   constexpr unsigned long long kLastPort = 65535;
   if (options.port > kLastPort) throw Error(ErrorKind::kUsage, "", "--port: there are ports from 1 to 65535");
+  if (options.centre.page.empty()) options.centre.page = FolderOfPage();
   options.centre.port = options.noHttp ? -1 : static_cast<int>(options.port);
   if (!options.user.empty()) return SetUser(session, options);
   if (options.check) return Check(session, options);

@@ -108,6 +108,8 @@ std::size_t Api::Admit(Request& request) {
   if (!may && person.role == Role::kNobody) throw Refusal(401, "say who you are: by a token or a password");
   if (!may) throw Refusal(403, std::string(NameOf(person.role)) + " " + person.name + " may not do this");
   Guard::CheckSite(request, person);
+  // What stands in the address of a page is for the page.
+  if (std::string(way.gives) == "page") return kLargestNothing;
   for (const auto& [name, value] : request.query) {
     const std::set<std::string> known(way.query.begin(), way.query.end());
     if (known.count(name) == 0) throw Refusal(400, "nothing is known of \"" + name + "\"");

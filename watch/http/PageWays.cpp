@@ -62,7 +62,7 @@ std::vector<Way> PageWays(const Desk& desk) {
        "page",
        200,
        {},
-       [&desk](const Request& request) { return PageFile(desk, request, "index.html"); }},
+       [&desk](const Request& request) { return PageFile(desk, request, "centre.html"); }},
       {"GET",
        "/{file}",
        Role::kNobody,

@@ -181,7 +181,7 @@ async function enter(): Promise<void> {
   if (role === 'nobody') return door();
   state.role = role;
   byId('who').textContent = name ? `${name} (${role})` : role;
-  byId('logout').hidden = name === '';
+  byId('logout').hidden = name === '' || name === 'local'; // whom nobody asked for a password
   byId('door').hidden = true;
   byId('centre').hidden = false;
   await readAll();
