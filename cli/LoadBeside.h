@@ -8,8 +8,8 @@ namespace reflyze::cli {
 // The folder that the running program stands in; "." where the system does not tell.
 std::string FolderOfProgram();
 
-// The folder of the built page: beside a program that was built, or where an installed one has what it shares.
-// Empty where it is in neither.
+// The folder of the built page: beside a program that was built, or where an installed one has what it
+// shares. Empty where it is in neither.
 std::string FolderOfPage();
 
 // Loads what the program does without until it is asked for: a file beside the program, else in a folder that
