@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::size_t kMostTogether = 256;  // writes in one transaction
 constexpr std::size_t kMostIdle = 8;        // sessions that wait for readers
+constexpr std::size_t kMostReading = 24;    // at the same time
 
 [[noreturn]] void Refuse(const std::string& address, const std::string& why) {
   throw Error(ErrorKind::kUnreadable, address, "can't be used as a store: " + why);
@@ -87,6 +88,20 @@ int Store::VersionOf(const std::string& address) {
 }
 
 int Store::NewestVersion() { return watch::NewestVersion(); }
+
+Store::Turn::Turn(Store& store) : store_(store) {
+  std::unique_lock<std::mutex> lock(store_.readers_mutex_);
+  store_.reader_left_.wait(lock, [this] { return store_.reading_ < kMostReading; });
+  ++store_.reading_;
+}
+
+Store::Turn::~Turn() {
+  {
+    const std::lock_guard<std::mutex> lock(store_.readers_mutex_);
+    --store_.reading_;
+  }
+  store_.reader_left_.notify_one();
+}
 
 std::unique_ptr<soci::session> Store::Open() const {
   try {

@@ -40,7 +40,7 @@ class Store {
 
   Dialect Kind() const { return kind_; }
 
-  // Does what reads. Throws StoreAway, and whatever `what` throws.
+  // Does what reads. Throws StoreAway, and whatever `what` throws. `what` reads from its session alone.
   template <typename What>
   auto Read(const What& what);
 
@@ -60,6 +60,17 @@ class Store {
     const std::function<void(soci::session&)>* what;
     std::promise<void> done;
   };
+  // One of so many that read at the same time: a server has few connections to give.
+  class Turn {
+   public:
+    explicit Turn(Store& store);
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    ~Turn();
+
+   private:
+    Store& store_;
+  };
   std::unique_ptr<soci::session> Open() const;
   std::unique_ptr<soci::session> Lend();
   void GiveBack(std::unique_ptr<soci::session> session);
@@ -70,6 +81,8 @@ class Store {
   std::string address_;
   Dialect kind_;
   std::mutex readers_mutex_;
+  std::condition_variable reader_left_;
+  std::size_t reading_ = 0;
   std::vector<std::unique_ptr<soci::session>> readers_;
   std::unique_ptr<soci::session> writer_;  // of the writing thread alone
   std::mutex mutex_;
@@ -81,6 +94,7 @@ class Store {
 
 template <typename What>
 auto Store::Read(const What& what) {
+  const Turn turn(*this);
   // A session whose server went away does not come back. The first failure may be that of one that was
   // lying idle; a fresh one tells.
   for (bool fresh = false;; fresh = true) {
