@@ -260,7 +260,8 @@ TEST_F(HttpTest, ShowsThePageAndNothingBesideIt) {
   for (const char* path :
        {"/../secret.txt", "/..%2fsecret.txt", "/%2e%2e/secret.txt", "/..%5csecret.txt", "/.hidden", "/deep",
         "/deep/a.js", "/deep%2fa.js", "//secret.txt", "/app.js/", "/app.js%00.html", "/./app.js", "/%",
-        "/fibres/../secret.txt", "/fibres/..%2f..%2fsecret.txt/traces", "/%252e%252e%252fsecret.txt"}) {
+        "/%ff", "/app%c0%aejs", "/%ed%a0%80", "/fibres/../secret.txt", "/fibres/..%2f..%2fsecret.txt/traces",
+        "/%252e%252e%252fsecret.txt"}) {
     const Heard heard = Get(path);
     EXPECT_GE(heard.status, 400) << path;
     EXPECT_EQ(heard.body.find("text of"), std::string::npos) << path;

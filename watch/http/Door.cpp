@@ -21,7 +21,7 @@ constexpr unsigned kIdleSeconds = 30;                 // between two letters, an
 constexpr std::size_t kConnectionMemory = 64u << 10;  // bytes; a head has to fit
 constexpr Millis kHeadMillis = 20000, kBodyMillis = 120000, kAnswerMillis = 600000;
 constexpr Millis kForever = 1LL << 40;
-constexpr std::size_t kMostHeld = 128u << 20;  // bytes of all bodies that come in
+constexpr std::size_t kMostHeld = 96u << 20;  // bytes of all bodies that come in
 // A body of this size is taken to its end before it is refused, since many clients hear nothing before.
 constexpr std::size_t kHeardOut = 1u << 20;
 constexpr const char* kPriorities = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "reflyze/monitor.h"
 #include "watch/http/Api.h"
 #include "watch/http/Json.h"
 #include "watch/http/Text.h"
@@ -14,7 +15,7 @@ namespace {
 constexpr long long kMostFibres = 10000;
 constexpr long long kMostConfirm = 100;
 constexpr long long kLongestEvery = 366LL * 86400;  // seconds
-constexpr double kLargestLimit = 32.5;              // dB; a record holds no more
+constexpr std::size_t kLongestLevel = 50;           // letters
 constexpr double kLongestKm = 1000.0;
 
 Fibre FibreOf(const Desk& desk, const std::string& name) {
@@ -77,24 +78,17 @@ Response OneFibre(const Desk& desk, const std::string& name, int status = 200) {
   return JsonResponse(JsonOf(fibre, states, true), status);
 }
 
-// A route as text or as an object; the store keeps its text.
-std::string RouteIn(Form& form, const Fibre& fibre) {
-  if (!form.Has("route")) return fibre.route;
+// A route as text or as an object; the store keeps its text. None where it stays as it is.
+std::optional<std::string> RouteIn(Form& form) {
+  if (!form.Has("route")) return std::nullopt;
   const Json route = form.Any("route");
   if (route.is_null()) return "";
   const std::string text = route.is_string() ? route.get<std::string>() : route.dump();
-  if (text.empty()) return "";
-  Route::FromGeoJson("route", text);
+  if (!text.empty()) Route::FromGeoJson("route", text);
   return text;
 }
 
-Response PutFibreAsked(const Desk& desk, const Request& request) {
-  const std::string& name = request.parts[1];
-  if (!IsFibreName(name)) throw Refusal(422, "no fibre can have this name");
-  const auto known = desk.TheStore().Read([&](soci::session& session) { return FindFibre(session, name); });
-  Fibre fibre = known.value_or(Fibre());
-  fibre.name = name;
-  Form form(request);
+void ChangeFibre(Fibre& fibre, Form& form) {
   fibre.title = form.Text("title", fibre.title);
   fibre.fromEnd = form.Text("from", fibre.fromEnd);
   fibre.toEnd = form.Text("to", fibre.toEnd);
@@ -102,9 +96,22 @@ Response PutFibreAsked(const Desk& desk, const Request& request) {
   fibre.limits = form.Text("limits", fibre.limits);
   fibre.confirm = static_cast<int>(form.Whole("confirm", fibre.confirm, 1, kMostConfirm));
   fibre.everySeconds = static_cast<long>(form.Whole("every_s", fibre.everySeconds, 0, kLongestEvery));
-  fibre.route = RouteIn(form, fibre);
-  form.Done();
-  desk.Change(request, known ? "change fibre" : "add fibre", name, [&](soci::session& session) {
+}
+
+Response PutFibreAsked(const Desk& desk, const Request& request) {
+  const std::string& name = request.parts[1];
+  if (!IsFibreName(name)) throw Refusal(422, "no fibre can have this name");
+  Form form(request);
+  const std::optional<std::string> route = RouteIn(form);
+  bool known = false;
+  desk.Change(request, "fibre", name, [&](soci::session& session) {
+    const std::optional<Fibre> before = FindFibre(session, name);
+    known = before.has_value();
+    Fibre fibre = before.value_or(Fibre());
+    fibre.name = name;
+    ChangeFibre(fibre, form);
+    form.Done();
+    fibre.route = route.value_or(fibre.route);
     if (!FindLimits(session, fibre.limits))
       throw Refusal(422, "there are no limits \"" + fibre.limits + "\"");
     PutFibre(session, fibre);
@@ -172,21 +179,20 @@ Response ListLimits(const Desk& desk) {
 Response PutLimitsAsked(const Desk& desk, const Request& request) {
   const std::string& name = request.parts[1];
   if (!IsFibreName(name)) throw Refusal(422, "no limits can have this name");
-  WatchLimits limits = desk.TheStore()
-                           .Read([&](soci::session& session) { return FindLimits(session, name); })
-                           .value_or(WatchLimits());
   Form form(request);
-  limits.level = form.Text("level", limits.level, 50);
-  if (limits.level.empty()) throw Refusal(422, "a level has a name");
-  limits.ltDb = form.Number("lt_db", limits.ltDb, 0.0, kLargestLimit);
-  limits.rtDb = form.Number("rt_db", limits.rtDb, 0.0, kLargestLimit);
-  limits.ctDbPerKm = form.Number("ct_db_per_km", limits.ctDbPerKm, 0.0, kLargestLimit);
-  limits.eelDb = form.Number("eel_db", limits.eelDb, 0.0, kLargestLimit);
-  form.Done();
-  const Json value = JsonOf(name, limits);
-  desk.Change(request, "limits", value.dump(),
-              [&](soci::session& session) { PutLimits(session, name, limits); });
-  return JsonResponse(value);
+  WatchLimits limits;
+  desk.Change(request, "limits", name, [&](soci::session& session) {
+    limits = FindLimits(session, name).value_or(WatchLimits());
+    limits.level = form.Text("level", limits.level, kLongestLevel);
+    if (limits.level.empty()) throw Refusal(422, "a level has a name");
+    limits.ltDb = form.Number("lt_db", limits.ltDb, 0.0, kLargestLimit);
+    limits.rtDb = form.Number("rt_db", limits.rtDb, 0.0, kLargestLimit);
+    limits.ctDbPerKm = form.Number("ct_db_per_km", limits.ctDbPerKm, 0.0, kLargestLimit);
+    limits.eelDb = form.Number("eel_db", limits.eelDb, 0.0, kLargestLimit);
+    form.Done();
+    PutLimits(session, name, limits);
+  });
+  return JsonResponse(JsonOf(name, limits));
 }
 
 }  // namespace

@@ -162,7 +162,7 @@ Person Guard::WhoAsks(const Request& request) {
   }
   if (!authorization.empty()) throw Refusal(401, "the header Authorization can't be read");
   // Whoever is on another machine could write the proxy's header too.
-  if (!trustedHeader_.empty() && request.fromLoopback && request.headers.count(trustedHeader_) > 0)
+  if (!trustedHeader_.empty() && request.fromLoopback && !request.Header(trustedHeader_).empty())
     return ByProxy(request.Header(trustedHeader_));
   const std::string secret = CookieOf(request);
   if (!secret.empty()) {

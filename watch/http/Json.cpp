@@ -58,7 +58,7 @@ bool Form::Has(const std::string& key) {
 std::string Form::Text(const std::string& key, const std::string& otherwise, std::size_t most) {
   if (!Has(key)) return otherwise;
   if (!value_[key].is_string()) throw Refusal(422, "\"" + key + "\" is a text");
-  const std::string text = value_[key].get<std::string>();
+  std::string text = value_[key].get<std::string>();
   if (text.size() > most)
     throw Refusal(422, "\"" + key + "\" has " + std::to_string(most) + " letters at most");
   for (const char letter : text) {

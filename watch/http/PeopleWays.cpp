@@ -52,19 +52,23 @@ Response OneUser(const Desk& desk, const std::string& name, int status = 200) {
 Response PutUserAsked(const Desk& desk, const Request& request) {
   const std::string& name = request.parts[1];
   if (!IsUserName(name)) throw Refusal(422, "no user can have this name");
-  const auto known = desk.TheStore().Read([&](soci::session& session) { return FindUser(session, name); });
-  User user = known.value_or(User{name, "", NameOf(Role::kReader)});
   Form form(request);
-  user.role = form.Text("role", user.role);
-  if (RoleAsked(user.role) == Role::kInstrument) throw Refusal(422, "an instrument has a token");
-  const std::string password = form.Text("password", "", kMostPassword);
+  const std::string role = form.Text("role", ""), password = form.Text("password", "", kMostPassword);
   form.Done();
-  if (!password.empty() || !known) {
-    if (password.size() < kLeastPassword) throw Refusal(422, "a password has eight letters at least");
-    user.hash = PasswordHash(password);
-  }
-  desk.Change(request, "user", name + ": " + user.role + (password.empty() ? "" : ", new password"),
+  if (!role.empty() && RoleAsked(role) < Role::kReader) throw Refusal(422, "an instrument has a token");
+  if (!password.empty() && password.size() < kLeastPassword)
+    throw Refusal(422, "a password has eight letters at least");
+  const std::string hash = password.empty() ? "" : PasswordHash(password);
+  bool known = false;
+  desk.Change(request, "user",
+              name + (role.empty() ? "" : ": " + role) + (hash.empty() ? "" : ", new password"),
               [&](soci::session& session) {
+                const std::optional<User> before = FindUser(session, name);
+                known = before.has_value();
+                if (!known && hash.empty()) throw Refusal(422, "a new user needs a password");
+                User user = before.value_or(User{name, "", NameOf(Role::kReader)});
+                if (!role.empty()) user.role = role;
+                if (!hash.empty()) user.hash = hash;
                 PutUser(session, user);
                 NeedAdministrator(session);
               });

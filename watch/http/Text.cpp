@@ -34,6 +34,33 @@ bool Matches(const std::string& name, const std::string& pattern) {
   return in == pattern.size();
 }
 
+// How many bytes the letter at `at` has in UTF-8; 0 where none begins there.
+std::size_t LetterBytes(const std::string& text, std::size_t at) {
+  const auto byte = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u; };
+  const unsigned first = byte(at), second = byte(at + 1);
+  const std::size_t bytes = first < 0x80u                     ? 1
+                            : first >= 0xc2u && first < 0xe0u ? 2
+                            : first >= 0xe0u && first < 0xf0u ? 3
+                            : first >= 0xf0u && first < 0xf5u ? 4
+                                                              : 0;
+  for (std::size_t i = 1; i < bytes; ++i) {
+    if ((byte(at + i) & 0xc0u) != 0x80u) return 0;
+  }
+  // Longer than it need be, half of a pair, or beyond the last letter.
+  const bool wrong = (first == 0xe0u && second < 0xa0u) || (first == 0xedu && second >= 0xa0u) ||
+                     (first == 0xf0u && second < 0x90u) || (first == 0xf4u && second >= 0x90u);
+  return wrong ? 0 : bytes;
+}
+
+bool IsUtf8(const std::string& text) {
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t bytes = LetterBytes(text, at);
+    if (bytes == 0) return false;
+    at += bytes;
+  }
+  return true;
+}
+
 }  // namespace
 
 std::optional<std::string> Unescape(const std::string& text, bool plusIsBlank) {
@@ -53,6 +80,7 @@ std::optional<std::string> Unescape(const std::string& text, bool plusIsBlank) {
     if (code < kFirstLetter || code == kDelete) return std::nullopt;
     plain += letter;
   }
+  if (!IsUtf8(plain)) return std::nullopt;  // a database takes no other text
   return plain;
 }
 

@@ -7,7 +7,8 @@
 
 namespace reflyze::watch {
 
-// What "%41" and the like mean. None for a half escape, and for letters that end a line or a text.
+// What "%41" and the like mean, in UTF-8. None for a half escape, for bytes that are no letters, and for
+// letters that end a line or a text.
 std::optional<std::string> Unescape(const std::string& text, bool plusIsBlank = false);
 
 // The parts of a path between its slashes, decoded. None for a path that tries to be another: with "." or

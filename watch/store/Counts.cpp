@@ -11,7 +11,6 @@ namespace reflyze::watch {
 namespace {
 
 using soci::into;
-using soci::use;
 
 std::string OfFibre(Id fibre) { return fibre > 0 ? " AND fibre = " + std::to_string(fibre) : ""; }
 
