@@ -28,7 +28,7 @@ class HttpTest : public ::testing::Test {
     fs::remove_all(folder_);
     fs::create_directories(folder_ / "page" / "deep");
     for (const char* name :
-         {"secret.txt", "page/index.html", "page/app.js", "page/.hidden", "page/deep/a.js"})
+         {"secret.txt", "page/centre.html", "page/app.js", "page/.hidden", "page/deep/a.js"})
       std::ofstream(folder_ / name) << "text of " << name;
     options_.store = (folder_ / "w.db").string();
     options_.page = (folder_ / "page").string();
@@ -251,7 +251,7 @@ TEST_F(HttpTest, BelievesTheProxyAndNoOtherName) {
 TEST_F(HttpTest, ShowsThePageAndNothingBesideIt) {
   Start();
   const Heard page = Get("/");
-  EXPECT_EQ(page.body, "text of page/index.html");
+  EXPECT_EQ(page.body, "text of page/centre.html");
   EXPECT_EQ(page.Header("Content-Type"), "text/html; charset=utf-8");
   EXPECT_EQ(page.Header("X-Content-Type-Options"), "nosniff");
   EXPECT_EQ(page.Header("Content-Security-Policy").find("default-src 'none'"), 0U);
