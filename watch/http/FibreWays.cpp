@@ -83,7 +83,7 @@ std::optional<std::string> RouteIn(Form& form) {
   if (!form.Has("route")) return std::nullopt;
   const Json route = form.Any("route");
   if (route.is_null()) return "";
-  const std::string text = route.is_string() ? route.get<std::string>() : route.dump();
+  std::string text = route.is_string() ? route.get<std::string>() : route.dump();
   if (!text.empty()) Route::FromGeoJson("route", text);
   return text;
 }

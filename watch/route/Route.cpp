@@ -1,253 +1,142 @@
 // SPDX-License-Identifier: Apache-2.0
+
+// From metres of cable to a place on earth.
+//
+// Between two points where the cable is known to have c1 and c2 metres, it runs evenly along the route, apart
+// from what is coiled at points. How far that is wrong is nothing at both points and most in the middle:
+// cable that winds in its trench and coils that nobody wrote down add up like a random walk that is held at
+// both ends (a Brownian bridge), whose variance x metres behind one of D is
+//
+//   v = k x (D - x) / D.
+//
+// Behind the last known point nothing holds the walk, v = k x, and how much longer the cable is than the
+// route is itself uncertain by a share g, which adds (g x)^2.
+
 #include "watch/route/Route.h"
 
 #include <algorithm>
 #include <cmath>
-#include <nlohmann/json.hpp>
-#include <optional>
+#include <iterator>
 
 #include "reflyze/error.h"
+#include "watch/route/Ellipsoid.h"
 
 namespace reflyze::watch {
 namespace {
 
-using nlohmann::json;
+constexpr double kSure = 1.96;    // deviations to either side hold 95 %
+constexpr double kWalkM = 0.05;   // k: a coil of 10 m that nobody wrote down every 2 km
+constexpr double kExcess = 0.01;  // g: cables are laid 0 to 3 % longer than their route
+constexpr double kIndex = 1e-4;   // share by which the index of the fibre, and so each distance, is uncertain
 
-constexpr std::size_t kLargestDocument = 1u << 24;  // bytes
-constexpr std::size_t kMostPoints = 100000;
-constexpr double kDegree = 3.14159265358979323846 / 180.0;
-constexpr double kMetresPerKm = 1000.0;
-constexpr double kMostMetres = 1e8;  // of cable or slack
-// The group index of a fibre is known to some tenths of a thousandth.
-constexpr double kIndexShare = 2e-4;
-// How far cable and route differ from place to place, of the length between two places that are known.
-constexpr double kUnknownShare = 0.005;
-constexpr double kDeviations95 = 1.96;
-
-// One document, read.
-class Reader {
- public:
-  Reader(const std::string& name, const std::string& text) : name_(name) {
-    if (text.size() > kLargestDocument) Refuse("is larger than 16 MB");
-    const json document = json::parse(text, nullptr, false);
-    if (document.is_discarded()) Refuse("is no JSON");
-    Take(document);
-    if (line_.size() < 2) Refuse("has no LineString of two points or more");
-    for (const json& feature : places_) AddPlace(feature);
-  }
-
-  std::vector<RoutePoint> line_;
-  std::vector<std::optional<double>> cable_;  // as given
-
- private:
-  [[noreturn]] void Refuse(const std::string& why) const { throw Error(ErrorKind::kUnreadable, name_, why); }
-
-  void Take(const json& object) {
-    const std::string type = TypeOf(object);
-    if (type == "FeatureCollection") {
-      if (!object.contains("features") || !object["features"].is_array()) Refuse("\"features\" is no list");
-      for (const json& feature : object["features"]) TakeFeature(feature);
-    } else if (type == "Feature") {
-      TakeFeature(object);
-    } else {
-      TakeLine(object, json::object());
-    }
-  }
-  static std::string TypeOf(const json& object) {
-    return object.is_object() && object.contains("type") && object["type"].is_string()
-               ? object["type"].get<std::string>()
-               : "";
-  }
-  void TakeFeature(const json& feature) {
-    if (!feature.is_object() || !feature.contains("geometry")) Refuse("a feature has no geometry");
-    const json properties = feature.value("properties", json::object());
-    if (TypeOf(feature["geometry"]) == "Point") {
-      places_.push_back(feature);
-    } else {
-      TakeLine(feature["geometry"], properties.is_object() ? properties : json::object());
-    }
-  }
-  RoutePoint PointOf(const json& pair) const {
-    const std::string at = "point " + std::to_string(line_.size() + 1);
-    if (!pair.is_array() || pair.size() < 2 || !pair[0].is_number() || !pair[1].is_number())
-      Refuse(at + " is no pair of degrees");
-    RoutePoint point;
-    point.longitude = pair[0].get<double>();
-    point.latitude = pair[1].get<double>();
-    if (!(std::abs(point.longitude) <= 180.0 && std::abs(point.latitude) <= 90.0))
-      Refuse(at + " is not on earth: longitude comes first, up to 180 degrees, then latitude, up to 90");
-    return point;
-  }
-  void TakeLine(const json& geometry, const json& properties) {
-    if (TypeOf(geometry) != "LineString") Refuse("has something that is no LineString and no Point");
-    if (!line_.empty()) Refuse("has several lines, and a fibre goes one way");
-    if (!geometry.contains("coordinates") || !geometry["coordinates"].is_array())
-      Refuse("the line has no points");
-    const json& pairs = geometry["coordinates"];
-    if (pairs.size() > kMostPoints) Refuse("has more than 100,000 points");
-    for (const json& pair : pairs) line_.push_back(PointOf(pair));
-    cable_.resize(line_.size());
-    for (std::size_t i = 0; i < line_.size(); ++i) {
-      cable_[i] = Metres(Entry(properties, "cable_m", i), "cable_m", i);
-      line_[i].slackM = Metres(Entry(properties, "slack_m", i), "slack_m", i).value_or(0.0);
-      const json name = Entry(properties, "names", i);
-      if (name.is_string()) line_[i].name = name.get<std::string>();
-    }
-  }
-  json Entry(const json& properties, const char* key, std::size_t i) const {
-    if (!properties.contains(key) || properties[key].is_null()) return nullptr;
-    if (!properties[key].is_array() || properties[key].size() != line_.size())
-      Refuse(std::string("\"") + key + "\" is no list of as many entries as the line has points");
-    return properties[key][i];
-  }
-  std::optional<double> Metres(const json& value, const char* key, std::size_t i) const {
-    if (value.is_null()) return std::nullopt;
-    if (!value.is_number() || !(value.get<double>() >= 0.0 && value.get<double>() <= kMostMetres))
-      Refuse(std::string("\"") + key + "\" of point " + std::to_string(i + 1) + " is no length in metres");
-    return value.get<double>();
-  }
-  // What stands at a place of its own is taken to stand at the nearest point of the line.
-  void AddPlace(const json& feature) {
-    const json& geometry = feature["geometry"];
-    if (!geometry.contains("coordinates")) Refuse("a Point has no coordinates");
-    const RoutePoint place = PointOf(geometry["coordinates"]);
-    std::size_t nearest = 0;
-    double least = HUGE_VAL;
-    for (std::size_t i = 0; i < line_.size(); ++i) {
-      const double east = (line_[i].longitude - place.longitude) * std::cos(place.latitude * kDegree);
-      const double off = std::hypot(line_[i].latitude - place.latitude, east);
-      if (off < least) {
-        least = off;
-        nearest = i;
-      }
-    }
-    const json properties = feature.value("properties", json::object());
-    if (!properties.is_object()) return;
-    if (const auto slack = Metres(properties.value("slack_m", json()), "slack_m", nearest))
-      line_[nearest].slackM = *slack;
-    if (const auto cable = Metres(properties.value("cable_m", json()), "cable_m", nearest))
-      cable_[nearest] = cable;
-    const json name = properties.value("name", json());
-    if (name.is_string()) line_[nearest].name = name.get<std::string>();
-  }
-
-  std::string name_;
-  std::vector<json> places_;
-};
-
-// The length between two neighbouring points on the WGS 84 ellipsoid, by its radii of curvature at the
-// latitude between them (good to a millionth over some kilometres).
-double LengthM(const RoutePoint& from, const RoutePoint& to) {
-  constexpr double kEquatorM = 6378137.0, kSquaredEccentricity = 6.69437999014e-3;
-  const double latitude = 0.5 * (from.latitude + to.latitude) * kDegree, sine = std::sin(latitude);
-  const double root = std::sqrt(1.0 - kSquaredEccentricity * sine * sine);
-  const double across = kEquatorM / root, along = across * (1.0 - kSquaredEccentricity) / (root * root);
-  double turn = to.longitude - from.longitude;
-  if (turn > 180.0) turn -= 360.0;  // over the date line
-  if (turn < -180.0) turn += 360.0;
-  return std::hypot(across * std::cos(latitude) * turn * kDegree,
-                    along * (to.latitude - from.latitude) * kDegree);
-}
-
-RoutePoint Between(const RoutePoint& from, const RoutePoint& to, double share) {
-  RoutePoint point;
-  double turn = to.longitude - from.longitude;
-  if (turn > 180.0) turn -= 360.0;
-  if (turn < -180.0) turn += 360.0;
-  point.latitude = from.latitude + share * (to.latitude - from.latitude);
-  point.longitude = from.longitude + share * turn;
-  if (point.longitude > 180.0) point.longitude -= 360.0;
-  if (point.longitude < -180.0) point.longitude += 360.0;
-  return point;
-}
-
-// Cable metres of the points between two that are known: what is left besides slack goes by the length of the
-// route. `last` may be not known: then the cable is as long as the route.
-void Spread(std::vector<RoutePoint>& points, std::size_t first, std::size_t last, bool lastKnown) {
-  double route = 0.0, slack = 0.0;
-  for (std::size_t i = first; i < last; ++i) route += LengthM(points[i], points[i + 1]);
-  for (std::size_t i = first + 1; i <= last; ++i) slack += points[i].slackM;
-  const double cable = points[last].cableM - points[first].cableM - slack;
-  const double stretch = lastKnown && route > 0.0 ? cable / route : 1.0;
-  const std::size_t end = lastKnown ? last : last + 1;
-  for (std::size_t i = first + 1; i < end; ++i)
-    points[i].cableM = points[i - 1].cableM + stretch * LengthM(points[i - 1], points[i]) + points[i].slackM;
-}
+Spot SpotOf(const RoutePoint& point) { return {point.latitude, point.longitude}; }
 
 }  // namespace
 
-Route Route::FromGeoJson(const std::string& name, const std::string& text) {
-  Reader read(name, text);
-  Route route;
-  route.points_ = std::move(read.line_);
-  route.known_.assign(route.points_.size(), false);
-  if (!read.cable_[0]) read.cable_[0] = route.points_[0].slackM;
-  std::size_t first = 0;
-  for (std::size_t i = 0; i < route.points_.size(); ++i) {
-    if (!read.cable_[i]) continue;
-    route.known_[i] = true;
-    route.points_[i].cableM = *read.cable_[i];
-    if (i == 0) continue;
-    double slack = 0.0;
-    for (std::size_t j = first + 1; j <= i; ++j) slack += route.points_[j].slackM;
-    if (route.points_[i].cableM < route.points_[first].cableM + slack)
-      throw Error(ErrorKind::kUnreadable, name,
-                  "the cable metres of point " + std::to_string(i + 1) +
-                      " are fewer than those before it and the slack between");
-    Spread(route.points_, first, i, true);
-    first = i;
-  }
-  if (first + 1 < route.points_.size()) Spread(route.points_, first, route.points_.size() - 1, false);
-  return route;
+Route::Route(std::vector<RoutePoint> points, std::vector<bool> known, double cablePerRoute)
+    : points_(std::move(points)), known_(std::move(known)), lengthM_(points_.size(), 0.0) {
+  for (std::size_t i = 1; i < points_.size(); ++i)
+    lengthM_[i] = lengthM_[i - 1] + LengthOf(SpotOf(points_[i - 1]), SpotOf(points_[i]));
+  if (!(lengthM_.back() > 0.0)) throw Error(ErrorKind::kUnreadable, "", "all points of its line are one");
+  LayAll(cablePerRoute);
 }
 
-double Route::CableM() const { return points_.back().cableM; }
+// Cable at `cablePerRoute` from a point whose metres stand, up to another.
+void Route::LayCable(std::size_t from, std::size_t to, double cablePerRoute) {
+  for (std::size_t i = from + 1; i <= to; ++i)
+    points_[i].cableM =
+        points_[i - 1].cableM + cablePerRoute * (lengthM_[i] - lengthM_[i - 1]) + points_[i].slackM;
+}
 
-// The point at so many metres of cable. What lies in a coil is where the coil is.
+void Route::LayAll(double cablePerRoute) {
+  if (!known_.front()) {
+    known_.front() = true;
+    points_.front().cableM = points_.front().slackM;
+  }
+  std::size_t last = 0;
+  double laidM = 0.0;
+  for (std::size_t i = 1; i < points_.size(); ++i) {
+    if (!known_[i]) continue;
+    const double cableM = points_[i].cableM, ahead = lengthM_[i] - lengthM_[last];
+    double free = cableM - points_[last].cableM;
+    for (std::size_t k = last + 1; k <= i; ++k) free -= points_[k].slackM;
+    const std::string where = "point " + std::to_string(i + 1) + " of its line: ";
+    if (cableM < points_[last].cableM)
+      throw Error(ErrorKind::kUnreadable, "", where + "its metres of cable are fewer than those before it");
+    if (free < 0.0)
+      throw Error(ErrorKind::kUnreadable, "", where + "more cable is coiled up to it than there is");
+    // What lies between two points of one spot is coiled there.
+    if (ahead <= 0.0) points_[i].slackM += free;
+    LayCable(last, i, ahead > 0.0 ? free / ahead : 0.0);
+    points_[i].cableM = cableM;
+    laidM += ahead > 0.0 ? free : 0.0;
+    last = i;
+  }
+  if (cablePerRoute <= 0.0) cablePerRoute = laidM > 0.0 ? laidM / lengthM_[last] : 1.0;
+  LayCable(last, points_.size() - 1, cablePerRoute);
+  if (!(CableM() > points_.front().cableM - points_.front().slackM))
+    throw Error(ErrorKind::kUnreadable, "", "its line has no metre of cable");
+}
+
+Route::Where Route::Find(double cableM) const {
+  // The first point whose cable, coil and all, reaches there.
+  const auto next = std::lower_bound(points_.begin(), points_.end(), cableM,
+                                     [](const RoutePoint& point, double m) { return point.cableM < m; });
+  if (next == points_.begin()) return {0, 0.0};
+  if (next == points_.end()) return {points_.size() - 1, 0.0};
+  const auto i = static_cast<std::size_t>(next - points_.begin());
+  const double begins = points_[i - 1].cableM, reaches = points_[i].cableM - points_[i].slackM;
+  if (cableM >= reaches) return {i, 0.0};
+  return {i - 1, (lengthM_[i] - lengthM_[i - 1]) * (cableM - begins) / (reaches - begins)};
+}
+
 RoutePoint Route::PointAt(double cableM) const {
-  if (cableM <= points_.front().cableM) return points_.front();
-  std::size_t next = 1;
-  while (next < points_.size() && points_[next].cableM < cableM) ++next;
-  if (next == points_.size()) return points_.back();
-  const RoutePoint& from = points_[next - 1];
-  const RoutePoint& to = points_[next];
-  const double stretch = to.cableM - to.slackM - from.cableM;
-  RoutePoint point = Between(from, to, stretch > 0.0 ? std::min(1.0, (cableM - from.cableM) / stretch) : 1.0);
-  point.cableM = cableM;
+  const Where where = Find(cableM);
+  RoutePoint point = points_[where.point];
+  if (where.aheadM > 0.0) {
+    const Spot spot = SpotAlong(SpotOf(point), SpotOf(points_[where.point + 1]), where.aheadM);
+    point = {spot.latitude, spot.longitude, cableM, 0.0, ""};
+  }
+  point.cableM = std::clamp(cableM, 0.0, CableM());
   return point;
 }
 
-// Between two known points a place is least sure in the middle, and behind the last one ever less so.
-double Route::UnknownSdM(double cableM) const {
-  double before = 0.0;
-  for (std::size_t i = 0; i < points_.size(); ++i) {
-    if (!known_[i]) continue;
-    if (points_[i].cableM >= cableM) {
-      const double span = points_[i].cableM - before, share = span > 0.0 ? (cableM - before) / span : 0.0;
-      return kUnknownShare * span * std::sqrt(std::max(0.0, share * (1.0 - share)));
-    }
-    before = points_[i].cableM;
-  }
-  return kUnknownShare * (cableM - before);
+double Route::LayVariance(double cableM) const {
+  const std::size_t at = Find(cableM).point;
+  std::size_t before = at, after = at + 1;
+  while (before > 0 && !known_[before]) --before;
+  while (after < points_.size() && !known_[after]) ++after;
+  const double behind = std::max(0.0, std::min(cableM, CableM()) - points_[before].cableM);
+  if (after == points_.size()) return kWalkM * behind + kExcess * kExcess * behind * behind;
+  const double all = points_[after].cableM - points_[before].cableM;
+  return all > 0.0 ? kWalkM * behind * std::max(0.0, all - behind) / all : 0.0;
 }
 
 RoutePlace Route::At(double fibreKm, double sdKm, double fibrePerCable) const {
-  const double cableM = fibreKm * kMetresPerKm / fibrePerCable;
-  const RoutePoint point = PointAt(cableM);
+  if (!std::isfinite(fibreKm) || !std::isfinite(sdKm) || !std::isfinite(fibrePerCable) || sdKm < 0.0 ||
+      !(fibrePerCable > 0.0))
+    throw Error(ErrorKind::kUsage, "", "a place on a route needs numbers");
+  const double cableM = fibreKm * 1000.0 / fibrePerCable;
+  const double traceM = sdKm * 1000.0 / fibrePerCable, indexM = kIndex * cableM;
   RoutePlace place;
+  place.sdM = std::sqrt(traceM * traceM + indexM * indexM + LayVariance(cableM));
+  const double from = cableM - kSure * place.sdM, to = cableM + kSure * place.sdM;
+  place.onRoute = to >= 0.0 && from <= CableM();
+  const RoutePoint point = PointAt(cableM);
   place.latitude = point.latitude;
   place.longitude = point.longitude;
-  place.sdM = std::hypot(std::hypot(sdKm * kMetresPerKm, kIndexShare * cableM), UnknownSdM(cableM));
-  place.onRoute = cableM >= -kDeviations95 * place.sdM && cableM <= CableM() + kDeviations95 * place.sdM;
-  const double from = cableM - kDeviations95 * place.sdM, to = cableM + kDeviations95 * place.sdM;
+  const Where where = Find(cableM), first = Find(from), last = Find(to);
+  const double alongM = lengthM_[where.point] + where.aheadM;
+  for (std::size_t i = 0; i < points_.size(); ++i) {
+    if (points_[i].name.empty()) continue;
+    const double ahead = alongM - lengthM_[i];
+    if (!place.near.empty() && std::fabs(ahead) >= std::fabs(place.nearM)) continue;
+    place.near = points_[i].name;
+    place.nearM = ahead;
+  }
   place.stretch.push_back(PointAt(from));
-  double nearest = HUGE_VAL;
-  for (const RoutePoint& one : points_) {
-    if (one.cableM > from && one.cableM < to) place.stretch.push_back(one);
-    if (one.name.empty() || std::abs(cableM - one.cableM) >= nearest) continue;
-    nearest = std::abs(cableM - one.cableM);
-    place.near = one.name;
-    place.nearM = cableM - one.cableM;
+  for (std::size_t i = first.point + 1; i <= last.point; ++i) {
+    if (lengthM_[i] < lengthM_[last.point] + last.aheadM) place.stretch.push_back(points_[i]);
   }
   place.stretch.push_back(PointAt(to));
   return place;

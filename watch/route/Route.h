@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,7 @@ struct RoutePlace {
   double sdM = 0.0;     // along the route: of the trace, and of the cable between two known points
   std::string near;     // nearest named point
   double nearM = 0.0;   // along the route from it, forward positive
-  bool onRoute = true;  // no: the route ends before
+  bool onRoute = true;  // no: it lies surely (95 %) before or behind the route, whose end is given instead
   // The stretch of the route in which the place lies with 95 %, as points from one end to the other.
   std::vector<RoutePoint> stretch;
 };
@@ -28,27 +29,38 @@ struct RoutePlace {
 // The way of a fibre over land. GeoJSON (RFC 7946): a LineString, or a Feature or FeatureCollection with one;
 // property "cable_m" lists the metres of cable at each point (null where not known), "slack_m" what is coiled
 // there, "names" what stands there; Point features with "slack_m", "cable_m" or "name" lie on the nearest
-// point of the line. Cable metres count the slack of their point. Where they are not known they follow from
-// the length on the ellipsoid, stretched between points where they are.
+// spot of the line, which gets a point there. Where cable metres are not known they follow from the length on
+// the ellipsoid between known points, and without any from that length with `cable_per_route` (1.0 if not
+// given). Behind the last known point the cable runs as "cable_per_route" says, or as before that point.
 class Route {
  public:
-  // Throws Error kUnreadable, naming what is wrong and where, for what is no route: no line, fewer than two
-  // points, degrees out of range, cable metres that fall, more than 100,000 points.
+  // Throws Error kUnreadable, naming what is wrong and where, for what is no route: no line or several, fewer
+  // than two points, degrees out of range, cable metres that fall, more slack than cable, a Point more than
+  // 1 km off, more than 100,000 points, 1000 Points or 8 MB.
   static Route FromGeoJson(const std::string& name, const std::string& text);
 
   // The place at so many km of fibre. `fibrePerCable` is the excess length of fibre in cable, usually 1.00 to
-  // 1.02.
+  // 1.02. Throws Error kUsage for numbers that are none.
   RoutePlace At(double fibreKm, double sdKm, double fibrePerCable = 1.0) const;
 
   const std::vector<RoutePoint>& Points() const { return points_; }
-  double CableM() const;  // in all
+  double CableM() const { return points_.back().cableM; }  // in all
 
  private:
+  struct Where {
+    std::size_t point;  // at or before the place
+    double aheadM;      // along the route from it
+  };
+  Route(std::vector<RoutePoint> points, std::vector<bool> known, double cablePerRoute);
+  void LayCable(std::size_t from, std::size_t to, double cablePerRoute);
+  void LayAll(double cablePerRoute);
+  Where Find(double cableM) const;
   RoutePoint PointAt(double cableM) const;
-  double UnknownSdM(double cableM) const;
+  double LayVariance(double cableM) const;
 
   std::vector<RoutePoint> points_;
-  std::vector<bool> known_;  // whether the cable metres of a point were given
+  std::vector<bool> known_;      // whether the cable metres of a point were given
+  std::vector<double> lengthM_;  // along the route up to each point
 };
 
 }  // namespace reflyze::watch

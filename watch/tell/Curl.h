@@ -3,20 +3,44 @@
 
 #include <curl/curl.h>
 
-#include <memory>
+#include <cstddef>
 #include <string>
 
-#include "watch/tell/Kinds.h"
+#include "watch/tell/Keys.h"
 
 namespace reflyze::watch {
 
-using CurlHandle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
-using CurlList = std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)>;
+// One exchange by libcurl, with what all of them share: no signals, a limit of time, certificates looked at,
+// no protocol but those named, and nowhere that the other side sends us.
+class Exchange {
+ public:
+  Exchange(const std::string& url, const char* protocols, const std::string& ca, Patience patience);
+  Exchange(const Exchange&) = delete;
+  Exchange& operator=(const Exchange&) = delete;
+  ~Exchange();
 
-// A request that knows `protocols` alone, follows nobody elsewhere, checks certificates and is patient for so
-// long.
-CurlHandle NewRequest(const std::string& url, const std::string& protocols, Patience patience);
-// Does it. Throws Error kUnwritable, naming `url`, with the reason of the library.
-void Perform(CURL* request, const std::string& url);
+  template <typename Value>
+  void Set(CURLoption option, Value value) {
+    if (ok_ == CURLE_OK) ok_ = curl_easy_setopt(curl_, option, value);
+  }
+  long Answer() const;  // status of the last answer
+  // Empty, or why it failed.
+  std::string Run();
+
+ private:
+  CURL* curl_;
+  CURLcode ok_ = CURLE_OK;
+  char problem_[CURL_ERROR_SIZE] = "";
+};
+
+// Frees a list at the end of a block.
+struct CurlList {
+  CurlList() = default;
+  CurlList(const CurlList&) = delete;
+  CurlList& operator=(const CurlList&) = delete;
+  ~CurlList() { curl_slist_free_all(list); }
+  void Add(const std::string& line) { list = curl_slist_append(list, line.c_str()); }
+  curl_slist* list = nullptr;
+};
 
 }  // namespace reflyze::watch

@@ -1,55 +1,71 @@
 // SPDX-License-Identifier: Apache-2.0
+
+// The message as JSON, posted to an address. With a secret, X-Signature is the HMAC-SHA-256 of the body, by
+// which the other side knows that it comes from here; X-Delivery is the same at each try.
+
 #include <sodium.h>
+
+#include <array>
 
 #include "reflyze/error.h"
 #include "watch/tell/Curl.h"
+#include "watch/tell/Keys.h"
+#include "watch/tell/Words.h"
 
 namespace reflyze::watch {
 namespace {
 
 std::string SignatureOf(const std::string& body, const std::string& secret) {
-  unsigned char sum[crypto_auth_hmacsha256_BYTES];
   crypto_auth_hmacsha256_state state;
+  std::array<unsigned char, crypto_auth_hmacsha256_BYTES> mac;
   crypto_auth_hmacsha256_init(&state, reinterpret_cast<const unsigned char*>(secret.data()), secret.size());
   crypto_auth_hmacsha256_update(&state, reinterpret_cast<const unsigned char*>(body.data()), body.size());
-  crypto_auth_hmacsha256_final(&state, sum);
-  char text[2 * sizeof sum + 1];
-  return sodium_bin2hex(text, sizeof text, sum, sizeof sum);
+  crypto_auth_hmacsha256_final(&state, mac.data());
+  std::array<char, 2 * mac.size() + 1> hex;
+  return sodium_bin2hex(hex.data(), hex.size(), mac.data(), mac.size());
 }
-
-std::size_t Ignore(char*, std::size_t size, std::size_t count, void*) { return size * count; }
 
 class WebhookChannel : public Channel {
  public:
-  WebhookChannel(WebhookWords words, Patience patience) : words_(std::move(words)), patience_(patience) {}
+  WebhookChannel(Keys& keys, Patience patience)
+      : name_(keys.Section()),
+        url_(keys.Needed("url")),
+        secret_(keys.Text("secret")),
+        ca_(keys.Text("ca")),
+        patience_(patience) {
+    if (url_.rfind("https://", 0) != 0 && url_.rfind("http://", 0) != 0)
+      keys.Fail("url", "is no http or https address");
+    if (sodium_init() < 0) keys.Fail("secret", "can't be used: libsodium can't be started");
+  }
+
   void Send(const Message& message) override {
     const std::string body = JsonOf(message);
-    const CurlHandle request = NewRequest(words_.url, "http,https", patience_);
-    CurlList headers(curl_slist_append(nullptr, "Content-Type: application/json"), curl_slist_free_all);
-    if (!words_.secret.empty()) {
-      const std::string signature = "X-Signature: sha256=" + SignatureOf(body, words_.secret);
-      curl_slist_append(headers.get(), signature.c_str());
-    }
-    curl_easy_setopt(request.get(), CURLOPT_HTTPHEADER, headers.get());
-    curl_easy_setopt(request.get(), CURLOPT_POSTFIELDS, body.c_str());
-    curl_easy_setopt(request.get(), CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
-    curl_easy_setopt(request.get(), CURLOPT_WRITEFUNCTION, Ignore);
-    Perform(request.get(), words_.url);
-    long status = 0;
-    curl_easy_getinfo(request.get(), CURLINFO_RESPONSE_CODE, &status);
-    if (status < 200 || status > 299)
-      throw Error(ErrorKind::kUnwritable, words_.url, "answered " + std::to_string(status));
+    CurlList headers;
+    headers.Add("Content-Type: application/json");
+    headers.Add("Expect:");  // a small body needs no leave
+    headers.Add("X-Delivery: " + std::to_string(message.delivery));
+    if (!secret_.empty()) headers.Add("X-Signature: sha256=" + SignatureOf(body, secret_));
+    Exchange exchange(url_, "http,https", ca_, patience_);
+    exchange.Set(CURLOPT_HTTPHEADER, headers.list);
+    exchange.Set(CURLOPT_USERAGENT, "reflyze-watch");
+    exchange.Set(CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+    exchange.Set(CURLOPT_POSTFIELDS, body.c_str());
+    std::string problem = exchange.Run();
+    // One who has moved must be told of here: a signed message goes nowhere that somebody else names.
+    const long status = exchange.Answer();
+    if (problem.empty() && (status < 200 || status > 299)) problem = "answers " + std::to_string(status);
+    if (!problem.empty()) throw Error(ErrorKind::kUnwritable, name_, OneLine(problem, 500));
   }
 
  private:
-  WebhookWords words_;
+  std::string name_, url_, secret_, ca_;
   Patience patience_;
 };
 
 }  // namespace
 
-std::unique_ptr<Channel> MakeWebhook(const WebhookWords& words, Patience patience) {
-  return std::make_unique<WebhookChannel>(words, patience);
+std::unique_ptr<Channel> MakeWebhook(Keys& keys, Patience patience) {
+  return std::make_unique<WebhookChannel>(keys, patience);
 }
 
 }  // namespace reflyze::watch

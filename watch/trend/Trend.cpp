@@ -2,187 +2,223 @@
 #include "watch/trend/Trend.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
+#include <cstddef>
+#include <iterator>
+
+#include "watch/trend/Errors.h"
 
 namespace reflyze::watch {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-constexpr double kDaysPerMonth = 365.25 / 12.0;
-constexpr double kYearRate = 2.0 * kPi / 365.25;  // a day
-// What is known of a joint before anything is measured: it moves by a hundredth of a dB or two between summer
-// and winter. The deviation of either part of the yearly sine.
-constexpr double kLikelySeasonDb = 0.005;
-// Every event of every fibre is asked every day: what is told has to be far beyond chance.
-constexpr double kToldDeviations = 3.5;
-constexpr double kMatters = 0.002;  // dB a month, below which a century would pass
-constexpr double kTwoSided95 = 1.96;
-constexpr double kHuber = 1.345;  // deviations from which on a day counts less (P. J. Huber 1964)
-constexpr int kSteps = 20;
-constexpr std::size_t kMost = 4;
+constexpr double kMonth = 365.25 / 12.0;                        // days
+constexpr double kYearly = 2.0 * 3.14159265358979323 / 365.25;  // angle a day
+// A slope is told when all but this share of what is known of it lies beyond what matters. A history is
+// looked at every day, and each look may err, so the share is smaller than that of the interval.
+constexpr double kDoubt = 0.003;
+constexpr double kMattersPerMonth = 0.001;  // dB; a limit of 0.2 dB is 16 years away
+// Places of a bend that are tried, days before the last one: a line through years would drown the last
+// months.
+constexpr long kBendDays[] = {60, 120, 240};
+constexpr long kBendForOutliers = 120;
+constexpr double kBendDoubt = 0.0005;
+constexpr long kLeastDaysBesideBend = 30;
+constexpr long kRecentDays = 90;  // looked at alone where the season is not known yet
 
-using Row = std::array<double, kMost>;
+enum Column { kLevel, kSlope, kCosine, kSine };
 
-// Normal equations of a fit with weights, solved by elimination; small and well scaled.
-struct Normal {
-  std::array<Row, kMost> matrix{};
-  std::size_t size = 0;
+Columns Only(int column) {
+  Columns one{};
+  one[column] = 1.0;
+  return one;
+}
 
-  void Add(const Row& row, double weight) {
-    for (std::size_t i = 0; i < size; ++i) {
-      for (std::size_t j = 0; j < size; ++j) matrix[i][j] += weight * row[i] * row[j];
-    }
+// Each day once, in order. Two values of one day count as their mean.
+std::vector<DayMean> InOrder(std::vector<DayMean> days) {
+  days.erase(
+      std::remove_if(days.begin(), days.end(), [](const DayMean& one) { return !std::isfinite(one.value); }),
+      days.end());
+  std::stable_sort(days.begin(), days.end(),
+                   [](const DayMean& a, const DayMean& b) { return a.day < b.day; });
+  std::vector<DayMean> once;
+  for (std::size_t i = 0; i < days.size();) {
+    double sum = 0.0;
+    std::size_t next = i;
+    while (next < days.size() && days[next].day == days[i].day) sum += days[next++].value;
+    once.push_back({days[i].day, sum / static_cast<double>(next - i)});
+    i = next;
   }
-  Row Solve(Row right) const {
-    std::array<Row, kMost> left = matrix;
-    for (std::size_t pivot = 0; pivot < size; ++pivot) {
-      for (std::size_t i = 0; i < size; ++i) {
-        if (i == pivot) continue;
-        const double factor = left[i][pivot] / left[pivot][pivot];
-        for (std::size_t j = pivot; j < size; ++j) left[i][j] -= factor * left[pivot][j];
-        right[i] -= factor * right[pivot];
-      }
-    }
-    for (std::size_t i = 0; i < size; ++i) right[i] /= left[i][i];
-    return right;
-  }
-};
+  return once;
+}
 
-// A line with a yearly sine. Days of less than a year hardly tell the one from the other. There what is known
-// of seasons decides, as a prior on the sine, and leaves the slope as uncertain as it is.
-class Fit {
+double MedianOf(std::vector<DayMean> days) {
+  const auto middle = days.begin() + static_cast<std::ptrdiff_t>(days.size() / 2);
+  std::nth_element(days.begin(), middle, days.end(),
+                   [](const DayMean& a, const DayMean& b) { return a.value < b.value; });
+  return middle->value;
+}
+
+// What a season can add to the slope of a line through `span` days. Least squares sees of A sin(w t) around
+// its steepest moment, over times from -x / w to x / w,
+//
+//   A int(t sin(w t)) / int(t^2) = A w 3 (sin x - x cos x) / x^3,
+//
+// which is A w for a few days, and a third of it for a year.
+double SeasonSlope(long span, double swingDb) {
+  const double x = 0.5 * kYearly * static_cast<double>(span);
+  const double part = x < 0.1 ? 1.0 - 0.1 * x * x : 3.0 * (std::sin(x) - x * std::cos(x)) / (x * x * x);
+  return 0.5 * swingDb * kYearly * kMonth * std::fabs(part);
+}
+
+// Time runs from the last day, in months, so that the level is that of now. Before a bend, `bendDays` before
+// the last day, another slope may hold.
+std::vector<ModelDay> ModelOf(const std::vector<DayMean>& days, double level, bool season, long bendDays) {
+  std::vector<ModelDay> model;
+  model.reserve(days.size());
+  const long last = days.back().day;
+  const int bend = season ? kSine + 1 : kSlope + 1;
+  for (const DayMean& one : days) {
+    ModelDay day;
+    day.day = one.day;
+    day.value = one.value - level;
+    day.x[kLevel] = 1.0;
+    day.x[kSlope] = static_cast<double>(one.day - last) / kMonth;
+    if (season) {
+      const double angle = kYearly * static_cast<double>(one.day - last);
+      day.x[kCosine] = std::cos(angle);
+      day.x[kSine] = std::sin(angle);
+    }
+    if (bendDays > 0) day.x[bend] = std::min(0.0, static_cast<double>(one.day - last + bendDays) / kMonth);
+    model.push_back(day);
+  }
+  return model;
+}
+
+// Whether there is enough on both sides of a bend to tell two slopes.
+bool CanBend(const std::vector<DayMean>& days, long bendDays) {
+  const long at = days.back().day - bendDays;
+  const auto first = std::lower_bound(days.begin(), days.end(), at,
+                                      [](const DayMean& one, long day) { return one.day < day; });
+  return first - days.begin() >= kLeastDaysBesideBend && days.end() - first >= kLeastDaysBesideBend;
+}
+
+// How sure it is that a change of slope is none by chance: above 0 for sure.
+double SureOf(const Knowledge& change) {
+  const double low = change.Quantile(kBendDoubt), high = change.Quantile(1.0 - kBendDoubt);
+  return std::max(low, -high) / (high - low);
+}
+
+class TrendMaker {
  public:
-  explicit Fit(const std::vector<DayMean>& days)
-      : days_(days), middle_(0.5 * static_cast<double>(days.front().day + days.back().day)) {
-    weights_.assign(days.size(), 1.0);
-    for (int step = 0; step < kSteps; ++step) {
-      Solve();
-      Weigh();
-      noise_ = Noise() * Inflation();
+  TrendMaker(const std::vector<DayMean>& days, double swingDb)
+      : all_(days),
+        span_(days.back().day - days.front().day),
+        swingDb_(swingDb),
+        level_(MedianOf(days)),
+        season_(span_ >= kSeasonDays) {
+    LeaveOutliers();
+  }
+
+  Trend Made() {
+    if (season_) {
+      if (const auto bent = Bent()) return *bent;
+      const CorrelatedFit fit(ModelOf(kept_, level_, true, 0), kSine + 1);
+      if (fit.Solved()) return TrendFrom(fit, all_.front().day);
+      season_ = false;  // days of the same few weeks in each year tell nothing of the season
     }
+    const Trend whole =
+        TrendFrom(CorrelatedFit(ModelOf(kept_, level_, false, 0), kSlope + 1), all_.front().day);
+    const auto recent = Recent(whole.perMonth);
+    return recent ? *recent : whole;
   }
-
-  double Slope() const { return found_[1]; }  // dB a day
-  double SeasonDb() const { return std::hypot(found_[2], found_[3]); }
-  // The level on the last day, without the season.
-  double Now() const { return found_[0] + found_[1] * (static_cast<double>(days_.back().day) - middle_); }
-
-  // Days that follow each other err alike (a process of first order), and count for fewer.
-  double SlopeSd() const {
-    Normal normal = Prior();
-    for (const DayMean& day : days_) normal.Add(RowOf(day), 1.0);
-    Row unit{};
-    unit[1] = 1.0;
-    return std::sqrt(noise_ * normal.Solve(unit)[1]);
-  }
-  // As many days as err alone, less what was fitted.
-  double Freedom() const { return std::max(3.0, static_cast<double>(days_.size()) / Inflation() - 2.0); }
 
  private:
-  Row RowOf(const DayMean& day) const {
-    const double at = static_cast<double>(day.day) - middle_;
-    return {1.0, at, std::cos(kYearRate * at), std::sin(kYearRate * at)};
-  }
-  double Residual(std::size_t i) const {
-    const Row row = RowOf(days_[i]);
-    double value = days_[i].value;
-    for (std::size_t j = 0; j < kMost; ++j) value -= found_[j] * row[j];
-    return value;
-  }
-  void Solve() {
-    Normal normal = Prior();
-    Row right{};
-    for (std::size_t i = 0; i < days_.size(); ++i) {
-      const Row row = RowOf(days_[i]);
-      normal.Add(row, weights_[i]);
-      for (std::size_t j = 0; j < kMost; ++j) right[j] += weights_[i] * row[j] * days_[i].value;
-    }
-    found_ = normal.Solve(right);
-  }
-  // The scale is the median of the residuals, which days that are far off don't move.
-  void Weigh() {
-    std::vector<double> sizes(days_.size());
-    for (std::size_t i = 0; i < sizes.size(); ++i) sizes[i] = std::abs(Residual(i));
-    const auto half = sizes.begin() + static_cast<std::ptrdiff_t>(sizes.size() / 2);
-    std::nth_element(sizes.begin(), half, sizes.end());
-    constexpr double kOfMedian = 1.4826, kLeast = 1e-6;
-    scale_ = std::max(kLeast, kOfMedian * *half);
-    for (std::size_t i = 0; i < days_.size(); ++i)
-      weights_[i] = std::min(1.0, kHuber * scale_ / std::max(kLeast, std::abs(Residual(i))));
-  }
-  double Cut(std::size_t i) const { return std::clamp(Residual(i), -kHuber * scale_, kHuber * scale_); }
-  // Variance of one day's error (Huber's proposal 2).
-  double Noise() const {
-    double squares = 0.0, inside = 0.0;
-    for (std::size_t i = 0; i < days_.size(); ++i) {
-      squares += Cut(i) * Cut(i);
-      inside += std::abs(Residual(i)) <= kHuber * scale_ ? 1.0 : 0.0;
-    }
-    const auto count = static_cast<double>(days_.size());
-    const double share = std::max(0.5, inside / count);
-    return squares / (count - 2.0) / (share * share);
-  }
-  Normal Prior() const {
-    Normal normal;
-    normal.size = kMost;
-    const double known = noise_ / (kLikelySeasonDb * kLikelySeasonDb);
-    normal.matrix[2][2] = normal.matrix[3][3] = known;
-    return normal;
-  }
-  double Inflation() const {
-    double products = 0.0, squares = 0.0;
-    long pairs = 0;
-    for (std::size_t i = 1; i < days_.size(); ++i) {
-      if (days_[i].day - days_[i - 1].day != 1) continue;
-      products += Cut(i) * Cut(i - 1);
-      squares += 0.5 * (Cut(i) * Cut(i) + Cut(i - 1) * Cut(i - 1));
-      ++pairs;
-    }
-    if (pairs < 5 || squares <= 0.0) return 1.0;
-    // Residuals of a fitted line look less alike than the errors are (F. H. C. Marriott, J. A. Pope 1954).
-    const double seen = products / squares;
-    const double alike = std::clamp(seen + (2.0 + 4.0 * seen) / static_cast<double>(pairs), 0.0, 0.9);
-    return (1.0 + alike) / (1.0 - alike);
+  void LeaveOutliers() {
+    const long bend = season_ && CanBend(all_, kBendForOutliers) ? kBendForOutliers : 0;
+    const int columns = (season_ ? kSine : kSlope) + 1 + (bend > 0 ? 1 : 0);
+    const std::vector<ModelDay> model = ModelOf(all_, level_, season_, bend);
+    for (const ModelDay& day : WithoutOutliers(model, RobustFit(model, columns)))
+      kept_.push_back({day.day, day.value + level_});
   }
 
-  const std::vector<DayMean>& days_;
-  double middle_;
-  std::vector<double> weights_;
-  Row found_{};
-  double scale_ = 0.0;
-  double noise_ = 1e-12;  // variance of one day, times what days that err alike count for fewer
+  Trend TrendFrom(const CorrelatedFit& fit, long since) const {
+    const Knowledge slope = fit.Of(Only(kSlope));
+    const double wider = season_ ? 0.0 : SeasonSlope(all_.back().day - since, swingDb_);
+    Columns now = Only(kLevel);
+    now[kSlope] = static_cast<double>(all_.back().day - kept_.back().day) / kMonth;
+    Trend trend;
+    trend.perMonth = slope.Mean();
+    trend.lowPerMonth = slope.Quantile(0.025) - wider;
+    trend.highPerMonth = slope.Quantile(0.975) + wider;
+    trend.now = level_ + fit.Of(now).Mean();
+    if (season_) {
+      const double a = fit.Of(Only(kCosine)).Mean(), b = fit.Of(Only(kSine)).Mean();
+      trend.seasonDb = std::sqrt(a * a + b * b);
+    }
+    trend.days = static_cast<long>(all_.size());
+    trend.sinceDay = since;
+    trend.creeps = slope.Quantile(kDoubt) - wider > kMattersPerMonth ||
+                   slope.Quantile(1.0 - kDoubt) + wider < -kMattersPerMonth;
+    return trend;
+  }
+
+  // A history whose season is known and whose slope has surely changed in the last months: by the surest
+  // place.
+  std::optional<Trend> Bent() const {
+    std::optional<Trend> bent;
+    double surest = 0.0;
+    for (const long bendDays : kBendDays) {
+      if (!CanBend(kept_, bendDays)) continue;
+      const std::vector<ModelDay> model = ModelOf(kept_, level_, true, bendDays);
+      // Errors that are alike make a bend less sure, never surer.
+      const CorrelatedFit quick(model, kSine + 2, Errors::kNoise);
+      if (!quick.Solved() || SureOf(quick.Of(Only(kSine + 1))) <= 0.0) continue;
+      const CorrelatedFit fit(model, kSine + 2);
+      const double sure = SureOf(fit.Of(Only(kSine + 1)));
+      if (sure <= surest) continue;
+      surest = sure;
+      bent = TrendFrom(fit, kept_.back().day - bendDays);
+    }
+    return bent;
+  }
+
+  // The last months of a history whose season is not known, where the slope of all of it surely does not
+  // hold.
+  std::optional<Trend> Recent(double wholePerMonth) const {
+    if (span_ < kRecentDays + kLeastDaysBesideBend || span_ >= kSeasonDays) return std::nullopt;
+    std::vector<DayMean> days;
+    const long since = all_.back().day - kRecentDays;
+    std::copy_if(kept_.begin(), kept_.end(), std::back_inserter(days),
+                 [&](const DayMean& one) { return one.day > since; });
+    if (static_cast<long>(days.size()) < kLeastDaysBesideBend) return std::nullopt;
+    const CorrelatedFit fit(ModelOf(days, level_, false, 0), kSlope + 1);
+    const Knowledge slope = fit.Of(Only(kSlope));
+    const double wider = SeasonSlope(kRecentDays, swingDb_);
+    if (slope.Quantile(kBendDoubt) - wider <= wholePerMonth &&
+        slope.Quantile(1.0 - kBendDoubt) + wider >= wholePerMonth)
+      return std::nullopt;
+    return TrendFrom(fit, since);
+  }
+
+  const std::vector<DayMean>& all_;
+  std::vector<DayMean> kept_;  // without the days that are off
+  long span_;
+  double swingDb_;
+  double level_;  // in the middle of them, so that sums of squares keep their digits
+  bool season_;
 };
-
-// The quantile of Student's distribution that belongs to one of the normal one (first term of the expansion
-// of R. A. Fisher and E. A. Cornish).
-double Student(double deviations, double freedom) {
-  return deviations + (deviations * deviations * deviations + deviations) / (4.0 * freedom);
-}
 
 }  // namespace
 
-std::optional<Trend> TrendOf(const std::vector<DayMean>& days) {
-  if (days.size() < static_cast<std::size_t>(kLeastTrendDays)) return std::nullopt;
-  const auto span = static_cast<double>(days.back().day - days.front().day);
-  if (span < static_cast<double>(kLeastTrendDays - 1)) return std::nullopt;
-  const Fit fit(days);
-  const double sd = fit.SlopeSd(), wide = Student(kTwoSided95, fit.Freedom()) * sd;
-  Trend trend;
-  trend.perMonth = fit.Slope() * kDaysPerMonth;
-  trend.lowPerMonth = (fit.Slope() - wide) * kDaysPerMonth;
-  trend.highPerMonth = (fit.Slope() + wide) * kDaysPerMonth;
-  trend.now = fit.Now();
-  if (span >= static_cast<double>(kSeasonDays)) trend.seasonDb = fit.SeasonDb();
-  trend.days = static_cast<long>(days.size());
-  trend.creeps = trend.perMonth > kMatters && fit.Slope() > Student(kToldDeviations, fit.Freedom()) * sd;
-  return trend;
+std::optional<Trend> TrendOf(const std::vector<DayMean>& days, double swingDb) {
+  const std::vector<DayMean> ordered = InOrder(days);
+  if (static_cast<long>(ordered.size()) < kLeastTrendDays) return std::nullopt;
+  return TrendMaker(ordered, swingDb).Made();
 }
 
 std::optional<double> DaysUntil(const Trend& trend, double room) {
-  if (room <= 0.0) return 0.0;
-  if (trend.highPerMonth <= 0.0) return std::nullopt;
-  return room / trend.highPerMonth * kDaysPerMonth;
+  if (!(trend.highPerMonth > 0.0)) return std::nullopt;
+  return std::max(0.0, room) / trend.highPerMonth * kMonth;
 }
 
 }  // namespace reflyze::watch

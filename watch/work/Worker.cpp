@@ -44,6 +44,7 @@ void Workers::Run() {
     std::chrono::milliseconds patience = kLookAround;
     try {
       std::vector<Done> all;
+      all.reserve(fibres.size());
       for (const Id fibre : fibres) all.push_back(Work(fibre));
       fibres = Finish(all);
       if (!fibres.empty() && !shop_.work.Stopping()) continue;
