@@ -126,9 +126,9 @@ class Sink {
 };
 
 // A program beside the test, ended with it.
-class Server {
+class Daemon {
  public:
-  explicit Server(const std::vector<std::string>& words) {
+  explicit Daemon(const std::vector<std::string>& words) {
     child_ = ::fork();
     if (child_ != 0) return;
     std::vector<char*> arguments;
@@ -137,7 +137,7 @@ class Server {
     ::execvp(arguments[0], arguments.data());
     ::_exit(127);
   }
-  ~Server() {
+  ~Daemon() {
     ::kill(child_, SIGKILL);
     ::waitpid(child_, nullptr, 0);
   }

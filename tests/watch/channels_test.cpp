@@ -254,7 +254,7 @@ TEST_F(ChannelTest, WebhookTrustsNoCertificateThatNobodyHasSigned) {
               .c_str()),
       0);
   const std::string port = std::to_string(FreePort());
-  const Server server(
+  const Daemon server(
       {openssl, "s_server", "-quiet", "-accept", "127.0.0.1:" + port, "-key", key, "-cert", certificate});
   const std::string keys = "kind=webhook\nurl=https://localhost:" + port;
   ASSERT_TRUE(Within(5s, [&] { return Failure(keys).find("connect") == std::string::npos; }));
@@ -343,7 +343,7 @@ TEST_F(ChannelTest, MqttIsTakenWhenTheBrokerHasIt) {
   const std::string settings =
       Write("conf", "listener " + port + " 127.0.0.1\nallow_anonymous false\npassword_file " + users +
                         "\nuser root\npersistence false\nlog_dest none\n");
-  const Server server({broker, "-c", settings});
+  const Daemon server({broker, "-c", settings});
   const std::string keys = "kind=mqtt\nhost=127.0.0.1\ntopic=net/alarms\nport=" + port;
   ASSERT_TRUE(Within(5s, [&] { return Failure(keys + "\nuser=ann\npassword=open sesame").empty(); }));
   EXPECT_SAYS(Failure(keys + "\nuser=ann\npassword=wrong"), "not authorised");
@@ -383,7 +383,7 @@ TEST_F(ChannelTest, SnmpIsAcknowledgedInBothVersions) {
             "authCommunity log open\ncreateUser -e 0x8000000001020304 unused SHA 12345678\n"
             "createUser ann SHA-256 sesame-a AES sesame-p\nauthUser log ann authpriv\n");
   ::setenv("SNMP_PERSISTENT_DIR", folder_.c_str(), 1);  // of the server
-  const Server server(
+  const Daemon server(
       {trapd, "-f", "-C", "-c", settings, "-On", "-Lf", log, "-m", "", "udp:127.0.0.1:" + port});
   const std::string keys = "kind=snmp\nhost=127.0.0.1\nport=" + port + "\n";
   ASSERT_TRUE(Within(5s, [&] { return Failure(keys + "community=open").empty(); }));
