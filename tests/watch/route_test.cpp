@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 
@@ -148,6 +149,7 @@ TEST(RouteTest, WhatIsNoRouteIsRefusedWithTheReason) {
        "1 km"},
       {std::string(100000, '['), "nested"},
       {R"({"a":)" + std::string(2000, '['), "nested"},
+      {R"({"\"":)" + std::string(2000, '['), "nested"},  // a quote in a text does not end it
       {std::string(9u << 20, ' '), "8 MB"},
       {tooMany, "100,000"},
       {std::string("{\"type\":\"\xff\xfe\"}"), "no JSON"},
@@ -162,6 +164,15 @@ TEST(RouteTest, WhatIsNoRouteIsRefusedWithTheReason) {
       EXPECT_NE(error.sentence().find(one.says), std::string::npos) << one.says << ": " << error.what();
     }
   }
+}
+
+// A parser that goes through the list at each of its objects takes a minute for these.
+TEST(RouteTest, ManySmallObjectsTakeNoTime) {
+  std::string text = R"({"type":"LineString","coordinates":[[8,50],[8,51]],"x":[{})";
+  for (int i = 0; i < 400000; ++i) text += ",{}";
+  const auto begun = std::chrono::steady_clock::now();
+  EXPECT_EQ(Route::FromGeoJson("fibre-1", text + "]}").Points().size(), 2u);
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(10));
 }
 
 }  // namespace
