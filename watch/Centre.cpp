@@ -11,12 +11,12 @@
 
 #include "reflyze/files.h"
 #include "reflyze/watch.h"
+#include "watch/desk/Clock.h"
+#include "watch/desk/Keeper.h"
+#include "watch/desk/Teller.h"
 #include "watch/http/Server.h"
 #include "watch/spool/Spool.h"
 #include "watch/store/People.h"
-#include "watch/work/Clock.h"
-#include "watch/work/Keeper.h"
-#include "watch/work/Teller.h"
 
 namespace reflyze {
 

@@ -2,8 +2,8 @@
 // The life of alarms, as a function of what traces show and clocks say.
 #include <gtest/gtest.h>
 
-#include "watch/work/AlarmLife.h"
-#include "watch/work/Silence.h"
+#include "watch/desk/AlarmLife.h"
+#include "watch/desk/Silence.h"
 
 namespace reflyze::watch {
 namespace {

@@ -12,11 +12,11 @@
 #include "reflyze/files.h"
 #include "reflyze/simulate.h"
 #include "reflyze/watch.h"
+#include "watch/desk/Clock.h"
 #include "watch/store/Alarms.h"
 #include "watch/store/Fibres.h"
 #include "watch/store/Migrations.h"
 #include "watch/store/Traces.h"
-#include "watch/work/Clock.h"
 
 namespace reflyze::watch {
 namespace {

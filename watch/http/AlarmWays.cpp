@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "watch/desk/Clock.h"
+#include "watch/desk/Keep.h"
 #include "watch/http/Api.h"
 #include "watch/http/Json.h"
 #include "watch/http/Text.h"
 #include "watch/store/Alarms.h"
 #include "watch/store/Fibres.h"
-#include "watch/work/Clock.h"
-#include "watch/work/Keep.h"
 
 namespace reflyze::watch {
 namespace {

@@ -3,9 +3,9 @@
 
 #include <set>
 
+#include "watch/desk/Clock.h"
 #include "watch/http/Json.h"
 #include "watch/http/Text.h"
-#include "watch/work/Clock.h"
 
 namespace reflyze::watch {
 namespace {

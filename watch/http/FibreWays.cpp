@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "reflyze/monitor.h"
+#include "watch/desk/Clock.h"
+#include "watch/desk/Findings.h"
 #include "watch/http/Api.h"
 #include "watch/http/Json.h"
 #include "watch/http/Text.h"
 #include "watch/route/Route.h"
 #include "watch/store/Counts.h"
 #include "watch/store/Fibres.h"
-#include "watch/work/Clock.h"
-#include "watch/work/Findings.h"
 
 namespace reflyze::watch {
 namespace {

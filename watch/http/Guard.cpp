@@ -5,9 +5,9 @@
 
 #include <vector>
 
+#include "watch/desk/Clock.h"
+#include "watch/desk/Intake.h"
 #include "watch/http/Text.h"
-#include "watch/work/Clock.h"
-#include "watch/work/Intake.h"
 
 namespace reflyze::watch {
 namespace {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "watch/work/Bus.h"
+#include "watch/desk/Bus.h"
 
 namespace reflyze::watch {
 

@@ -3,7 +3,7 @@
 
 #include <sys/socket.h>
 
-#include "watch/work/Clock.h"
+#include "watch/desk/Clock.h"
 
 namespace reflyze::watch {
 namespace {

@@ -5,8 +5,8 @@
 #include <mutex>
 #include <thread>
 
+#include "watch/desk/Wake.h"
 #include "watch/store/Values.h"
-#include "watch/work/Wake.h"
 
 namespace reflyze::watch {
 

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "watch/work/Clock.h"
+#include "watch/desk/Clock.h"
 
 namespace reflyze::watch {
 namespace {

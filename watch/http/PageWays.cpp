@@ -2,10 +2,10 @@
 #include <map>
 
 #include "reflyze/files.h"
+#include "watch/desk/Intake.h"
 #include "watch/http/Api.h"
 #include "watch/http/Json.h"
 #include "watch/http/Text.h"
-#include "watch/work/Intake.h"
 
 namespace reflyze::watch {
 namespace {

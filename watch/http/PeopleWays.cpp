@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 
+#include "watch/desk/Clock.h"
 #include "watch/http/Api.h"
 #include "watch/http/Json.h"
 #include "watch/http/Text.h"
 #include "watch/store/People.h"
-#include "watch/work/Clock.h"
 
 namespace reflyze::watch {
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "reflyze/watch.h"
-#include "watch/work/Intake.h"
-#include "watch/work/Worker.h"
+#include "watch/desk/Intake.h"
+#include "watch/desk/Worker.h"
 
 namespace reflyze::watch {
 

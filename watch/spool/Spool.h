@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "watch/work/Intake.h"
+#include "watch/desk/Intake.h"
 
 namespace reflyze::watch {
 

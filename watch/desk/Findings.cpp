@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "watch/work/Findings.h"
+#include "watch/desk/Findings.h"
 
 #include <algorithm>
 #include <cmath>

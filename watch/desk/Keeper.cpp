@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "watch/work/Keeper.h"
+#include "watch/desk/Keeper.h"
 
 #include <cstdlib>
 
+#include "watch/desk/Clock.h"
 #include "watch/store/Rows.h"
-#include "watch/work/Clock.h"
 
 namespace reflyze::watch {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "watch/work/Baselines.h"
+#include "watch/desk/Baselines.h"
 
 #include <algorithm>
 #include <vector>

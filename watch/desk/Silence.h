@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "watch/work/AlarmLife.h"
+#include "watch/desk/AlarmLife.h"
 
 namespace reflyze::watch {
 

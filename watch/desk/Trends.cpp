@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "watch/work/Trends.h"
+#include "watch/desk/Trends.h"
 
 #include <algorithm>
 #include <cstdio>

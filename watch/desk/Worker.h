@@ -8,14 +8,14 @@
 #include <thread>
 #include <vector>
 
+#include "watch/desk/Baselines.h"
+#include "watch/desk/Bus.h"
+#include "watch/desk/Intake.h"
+#include "watch/desk/Keep.h"
+#include "watch/desk/Trends.h"
+#include "watch/desk/Wake.h"
 #include "watch/store/Store.h"
 #include "watch/store/Traces.h"
-#include "watch/work/Baselines.h"
-#include "watch/work/Bus.h"
-#include "watch/work/Intake.h"
-#include "watch/work/Keep.h"
-#include "watch/work/Trends.h"
-#include "watch/work/Wake.h"
 
 namespace reflyze::watch {
 

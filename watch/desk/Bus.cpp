@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "watch/work/Bus.h"
+#include "watch/desk/Bus.h"
 
 namespace reflyze::watch {
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "watch/work/Teller.h"
+#include "watch/desk/Teller.h"
 
 #include <algorithm>
 #include <cstdio>
 
+#include "watch/desk/Clock.h"
 #include "watch/route/Route.h"
 #include "watch/store/Fibres.h"
-#include "watch/work/Clock.h"
 
 namespace reflyze::watch {
 namespace {

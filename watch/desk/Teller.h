@@ -4,8 +4,8 @@
 #include <thread>
 #include <vector>
 
+#include "watch/desk/Worker.h"
 #include "watch/tell/Channel.h"
-#include "watch/work/Worker.h"
 
 namespace reflyze::watch {
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "watch/work/Worker.h"
+#include "watch/desk/Worker.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "reflyze/monitor.h"
+#include "watch/desk/Clock.h"
+#include "watch/desk/Findings.h"
 #include "watch/store/Fibres.h"
-#include "watch/work/Clock.h"
-#include "watch/work/Findings.h"
 
 namespace reflyze::watch {
 namespace {

@@ -3,8 +3,8 @@
 
 #include <thread>
 
-#include "watch/work/Silence.h"
-#include "watch/work/Worker.h"
+#include "watch/desk/Silence.h"
+#include "watch/desk/Worker.h"
 
 namespace reflyze::watch {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "watch/desk/AlarmLife.h"
 #include "watch/store/Alarms.h"
-#include "watch/work/AlarmLife.h"
 
 namespace reflyze::watch {
 

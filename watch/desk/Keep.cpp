@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "watch/work/Keep.h"
+#include "watch/desk/Keep.h"
 
 #include <nlohmann/json.hpp>
 

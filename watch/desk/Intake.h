@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "reflyze/trace.h"
+#include "watch/desk/Wake.h"
 #include "watch/store/Store.h"
 #include "watch/store/Traces.h"
-#include "watch/work/Wake.h"
 
 namespace reflyze::watch {
 

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "watch/work/Intake.h"
+#include "watch/desk/Intake.h"
 
 #include <sodium.h>
 
 #include <algorithm>
 
 #include "reflyze/monitor.h"
+#include "watch/desk/Clock.h"
+#include "watch/desk/Findings.h"
 #include "watch/store/Fibres.h"
-#include "watch/work/Clock.h"
-#include "watch/work/Findings.h"
 
 namespace reflyze::watch {
 namespace {

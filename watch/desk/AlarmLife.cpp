@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "watch/work/AlarmLife.h"
+#include "watch/desk/AlarmLife.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "watch/work/Silence.h"
+#include "watch/desk/Silence.h"
 
 #include <algorithm>
 #include <set>
