@@ -188,6 +188,7 @@ void Workers::Tell(const Done& done, const std::vector<AlarmChange>& changes) {
     }
     const nlohmann::json news = {{"trace", outcome.trace.id},
                                  {"taken_at", outcome.trace.takenAt},
+                                 {"received_at", outcome.trace.receivedAt},
                                  {"changed", outcome.row.changed},
                                  {"problem", outcome.problem}};
     shop_.bus.Publish("comparison", done.name,

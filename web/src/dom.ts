@@ -49,6 +49,17 @@ export function calm(work: () => void, milliseconds: number): () => void {
   };
 }
 
+// Runs once for many calls, a while after the first of them. Unlike calm() it comes to run where calls never end.
+export function paced(work: () => void, milliseconds: number): () => void {
+  let timer = 0;
+  return () => {
+    timer ||= window.setTimeout(() => {
+      timer = 0;
+      work();
+    }, milliseconds);
+  };
+}
+
 // Runs the last of many calls before the next picture.
 export function perFrame(work: () => void): () => void {
   let asked = false;

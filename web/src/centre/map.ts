@@ -2,6 +2,7 @@
 // A plain map: the routes of the fibres, coloured by their states, and the place of what is wrong.
 import { perFrame } from '../dom';
 import type { Fibre, Place } from './api';
+import { drawLabels } from './labels';
 import { badness, byBadness } from './words';
 
 type Point = [number, number]; // longitude, latitude
@@ -10,6 +11,7 @@ interface Line {
   name: string;
   state: string;
   points: Point[];
+  ends: [string, string];
 }
 
 interface View {
@@ -19,6 +21,9 @@ interface View {
 }
 
 const MOST_ZOOM = 4e6;
+const LEAST_ZOOM = 1; // 360 pixels for the whole earth
+const STEP = 1.5;
+const WIDE_OF_A_PRESS = 4; // pixels that a hand moves while it presses
 
 // The line of a route, whichever way GeoJSON holds it.
 export function lineOf(route: unknown): Point[] {
@@ -37,7 +42,7 @@ export class RouteMap {
   private lines: Line[] = [];
   private places: { place: Place; state: string }[] = [];
   private view: View | null = null;
-  private held: { x: number; y: number } | null = null;
+  private readonly held = new Map<number, { x: number; y: number }>(); // fingers, or the mouse
   private moved = 0;
   private chosen = '';
   private readonly draw = perFrame(() => this.drawNow());
@@ -50,16 +55,17 @@ export class RouteMap {
     canvas.addEventListener('pointerdown', (event) => this.press(event));
     canvas.addEventListener('pointermove', (event) => this.drag(event));
     canvas.addEventListener('pointerup', (event) => this.release(event));
+    canvas.addEventListener('pointercancel', (event) => this.held.delete(event.pointerId));
     canvas.addEventListener('keydown', (event) => this.key(event));
     canvas.addEventListener('dblclick', () => this.fit());
-    new ResizeObserver(() => this.draw()).observe(canvas);
+    new ResizeObserver(() => (this.view ? this.draw() : this.fit())).observe(canvas);
     matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => this.draw());
   }
 
   show(fibres: Fibre[], chosen: string): void {
     // What is wrong is drawn last, on top.
     this.lines = [...fibres].sort(byBadness).reverse()
-      .map(({ name, state, route }) => ({ name, state, points: lineOf(route) }))
+      .map(({ name, state, route, from, to }): Line => ({ name, state, points: lineOf(route), ends: [from, to] }))
       .filter((line) => line.points.length > 1);
     this.chosen = chosen;
     if (!this.view) this.fit();
@@ -102,26 +108,44 @@ export class RouteMap {
     this.canvas.width = width * devicePixelRatio;
     this.canvas.height = height * devicePixelRatio;
     pen.scale(devicePixelRatio, devicePixelRatio);
-    const colour = (name: string): string => getComputedStyle(this.canvas).getPropertyValue(name);
+    const style = getComputedStyle(this.canvas);
+    const colour = (name: string): string => style.getPropertyValue(name).trim();
     for (const line of this.lines) {
-      const bad = badness(line.state) < 4;
-      pen.strokeStyle = colour(line.state === 'ok' ? '--pass' : badness(line.state) < 2 ? '--fail' : '--section-line');
+      const bad = badness(line.state) < badness('no baseline');
+      pen.strokeStyle = colour(colourOf(line.state));
       pen.lineWidth = line.name === this.chosen ? 4 : bad ? 2.5 : 1.2;
-      pen.setLineDash(bad ? [] : line.state === 'ok' ? [] : [4, 4]);
+      pen.setLineDash(bad || line.state === 'ok' ? [] : [4, 4]);
       this.path(pen, line.points);
     }
     pen.setLineDash([]);
-    for (const { place } of this.places) {
-      pen.strokeStyle = colour('--fail');
-      pen.lineWidth = 7;
-      this.path(pen, place.stretch);
-      const [x, y] = this.at([place.longitude, place.latitude]);
-      pen.lineWidth = 2;
-      pen.beginPath();
-      pen.arc(x, y, 9, 0, 2 * Math.PI);
-      pen.stroke();
-    }
+    for (const { place, state } of this.places) this.drawPlace(pen, place, colour(colourOf(state)));
+    drawLabels(pen, this.ends(), colour('--text'), colour('--surface'));
     this.scaleBar(pen, height, colour('--text'));
+  }
+
+  // Where an alarm is: the stretch of the route that holds it, and a ring that is seen from afar.
+  private drawPlace(pen: CanvasRenderingContext2D, place: Place, colour: string): void {
+    pen.strokeStyle = colour;
+    pen.lineWidth = 7;
+    this.path(pen, place.stretch);
+    pen.lineWidth = 2;
+    pen.beginPath();
+    pen.arc(...this.at([place.longitude, place.latitude]), 9, 0, 2 * Math.PI);
+    pen.stroke();
+  }
+
+  // Both ends of all routes by their names, each name once at a place.
+  private ends(): { text: string; x: number; y: number }[] {
+    const found = new Map<string, { text: string; x: number; y: number }>();
+    for (const { ends, points } of this.lines) {
+      for (const [text, point] of [[ends[0], points[0]], [ends[1], points[points.length - 1]]] as [string, Point][]) {
+        const key = `${text} ${point[0].toFixed(3)} ${point[1].toFixed(3)}`;
+        if (text === '' || found.has(key)) continue;
+        const [x, y] = this.at(point);
+        found.set(key, { text, x, y });
+      }
+    }
+    return [...found.values()];
   }
 
   private path(pen: CanvasRenderingContext2D, points: Point[]): void {
@@ -139,11 +163,17 @@ export class RouteMap {
     pen.fillText(km >= 1 ? `${km} km` : `${Math.round(km * 1000)} m`, 12, height - 20);
   }
 
+  // Larger or smaller; what is in the middle stays there.
+  step(factor: number): void {
+    const { width, height } = this.canvas.getBoundingClientRect();
+    this.zoom(factor, width / 2, height / 2);
+  }
+
   private zoom(factor: number, x: number, y: number): void {
     if (!this.view) return;
     const { width, height } = this.canvas.getBoundingClientRect();
     const narrow = Math.cos((this.view.y * Math.PI) / 180);
-    const scale = Math.min(this.view.scale * factor, MOST_ZOOM);
+    const scale = Math.max(LEAST_ZOOM, Math.min(this.view.scale * factor, MOST_ZOOM));
     const shift = 1 / this.view.scale - 1 / scale;
     this.view.x += ((x - width / 2) * shift) / narrow;
     this.view.y -= (y - height / 2) * shift;
@@ -157,24 +187,33 @@ export class RouteMap {
   }
 
   private press(event: PointerEvent): void {
-    this.held = { x: event.clientX, y: event.clientY };
-    this.moved = 0;
+    if (this.held.size === 0) this.moved = 0;
+    this.held.set(event.pointerId, { x: event.offsetX, y: event.offsetY });
     this.canvas.setPointerCapture(event.pointerId);
   }
 
+  // One moves the map; two move and zoom it.
   private drag(event: PointerEvent): void {
-    if (!this.held || !this.view) return;
-    const [right, down] = [event.clientX - this.held.x, event.clientY - this.held.y];
-    this.moved += Math.abs(right) + Math.abs(down);
-    this.view.x -= right / this.view.scale / Math.cos((this.view.y * Math.PI) / 180);
-    this.view.y += down / this.view.scale;
-    this.held = { x: event.clientX, y: event.clientY };
+    const before = this.held.get(event.pointerId);
+    if (!before || !this.view) return;
+    const now = { x: event.offsetX, y: event.offsetY };
+    this.held.set(event.pointerId, now);
+    const other = [...this.held].find(([id]) => id !== event.pointerId)?.[1];
+    const share = other ? 0.5 : 1;
+    const [right, down] = [now.x - before.x, now.y - before.y];
+    this.moved += Math.abs(right) + Math.abs(down) + (other ? WIDE_OF_A_PRESS : 0);
+    this.view.x -= (share * right) / this.view.scale / Math.cos((this.view.y * Math.PI) / 180);
+    this.view.y += (share * down) / this.view.scale;
+    if (other) {
+      const apart = (one: { x: number; y: number }): number => Math.max(1, Math.hypot(one.x - other.x, one.y - other.y));
+      this.zoom(apart(now) / apart(before), (now.x + other.x) / 2, (now.y + other.y) / 2);
+    }
     this.draw();
   }
 
   private release(event: PointerEvent): void {
-    this.held = null;
-    if (this.moved > 4 || !this.view) return;
+    this.held.delete(event.pointerId);
+    if (this.held.size > 0 || this.moved > WIDE_OF_A_PRESS || !this.view) return;
     const near = this.nearest(event.offsetX, event.offsetY);
     if (near) this.choose(near);
   }
@@ -192,22 +231,27 @@ export class RouteMap {
 
   private key(event: KeyboardEvent): void {
     const step = this.view ? 40 / this.view.scale : 0;
-    const { width, height } = this.canvas.getBoundingClientRect();
+    const narrow = this.view ? Math.cos((this.view.y * Math.PI) / 180) : 1;
     const keys: Record<string, () => void> = {
-      '+': () => this.zoom(1.5, width / 2, height / 2),
-      '-': () => this.zoom(1 / 1.5, width / 2, height / 2),
+      '+': () => this.step(STEP),
+      '-': () => this.step(1 / STEP),
       f: () => this.fit(),
-      ArrowLeft: () => (this.view!.x -= step),
-      ArrowRight: () => (this.view!.x += step),
+      ArrowLeft: () => (this.view!.x -= step / narrow),
+      ArrowRight: () => (this.view!.x += step / narrow),
       ArrowUp: () => (this.view!.y += step),
       ArrowDown: () => (this.view!.y -= step),
     };
     const act = keys[event.key];
-    if (!act || !this.view) return;
+    if (!act || !this.view || event.ctrlKey || event.metaKey || event.altKey) return;
     event.preventDefault();
     act();
     this.draw();
   }
+}
+
+function colourOf(state: string): string {
+  if (state === 'ok') return '--pass';
+  return badness(state) <= badness('major') ? '--bad' : '--section-line';
 }
 
 function range(values: number[]): [number, number] {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Small pictures of one quantity over time, all on the same scale of time.
 import { el } from '../dom';
+import { time } from './words';
 
 export interface Series {
   name: string;
@@ -31,12 +32,15 @@ export function multiple(series: Series, from: number, to: number): HTMLElement 
     svg.append(shape('line', { class: 'base', x1: 0, x2: WIDTH, y1: y(series.base), y2: y(series.base) }));
   const line = series.points.map((point) => `${x(point.at).toFixed(1)},${y(point.value).toFixed(1)}`).join(' ');
   svg.append(shape('polyline', { class: 'curve', points: line }));
-  for (const point of series.points.filter((one) => one.bad))
-    svg.append(shape('rect', { class: 'bad', x: x(point.at) - 1, y: y(point.value) - 2, width: 2, height: 4 }));
+  // A line of one point would not be seen.
+  for (const { at, value, bad } of series.points)
+    if (bad || series.points.length === 1)
+      svg.append(shape('rect', { class: bad ? 'bad' : 'lone', x: x(at) - 1, y: y(value) - 2, width: 2, height: 4 }));
   const last = series.points[series.points.length - 1] as Series['points'][number] | undefined;
   const change = last && series.base !== null ? last.value - series.base : null;
   const said = last ? `${last.value.toFixed(3)} ${series.unit}` : 'nothing measured';
   const by = change === null ? '' : ` (${change < 0 ? '−' : '+'}${Math.abs(change).toFixed(3)})`;
-  return el('div', { class: 'multiple' }, el('div', { class: 'muted', text: series.name }), svg as unknown as Node,
-    el('div', { text: said + by }));
+  // Behind a break nothing is measured: an old number is not shown as if it were today's.
+  const old = last && last.at < to ? el('div', { class: 'muted', text: `last measured ${time(last.at)}` }) : null;
+  return el('div', { class: 'multiple' }, el('div', { class: 'muted', text: series.name }), svg, el('div', { text: said + by }), old);
 }
