@@ -82,7 +82,7 @@ void NoteOrigin(const LoadedRecord& baseline, TSorData& current) {
 }
 
 Comparison CompareAs(Answer answer, AnalysisService& service, Trace baselineTrace, Trace currentTrace,
-                     const CompareOptions& options) {
+                     const CompareOptions& options, MeasuredBaselines* memory = nullptr) {
   LoadedRecord baseline = ForMeasuring(std::move(baselineTrace));
   LoadedRecord current = ForMeasuring(std::move(currentTrace));
   RequireUsable(baseline, current, options.recheck);
@@ -91,7 +91,7 @@ Comparison CompareAs(Answer answer, AnalysisService& service, Trace baselineTrac
     const int result = ResultOf(service, *baseline.record, *current.record, options.recheck, answer);
     table = MakeCompareTable(baseline, current, result,
                              answer == Answer::kOfModule ? Numbers::kAsStored : Numbers::kMeasured);
-    if (answer == Answer::kBest) HoldAgainstMeasured(*baseline.record, *current.record, table);
+    if (answer == Answer::kBest) HoldAgainstMeasured(*baseline.record, *current.record, table, memory);
   });
   table.recheck = options.recheck;
   current.record->WriteProprietaryBlocks = 1;  // the results are in one of these blocks
@@ -107,6 +107,10 @@ Comparison CompareAs(Answer answer, AnalysisService& service, Trace baselineTrac
 
 Comparison Compare(Trace baseline, Trace current, const CompareOptions& options) {
   return CompareAs(Answer::kBest, Engine(), std::move(baseline), std::move(current), options);
+}
+
+Comparison Compare(Trace baseline, Trace current, BaselineMemory& memory, const CompareOptions& options) {
+  return CompareAs(Answer::kBest, Engine(), std::move(baseline), std::move(current), options, &memory.Held());
 }
 
 Comparison CompareBy(AnalysisService& service, Trace baseline, Trace current, const CompareOptions& options) {

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "lib/BaselineMemory.h"
 #include "lib/Decimal.h"
-#include "measure/MeasuredLink.h"
 #include "ref/events/refEvent.h"
 #include "sor/sorData.h"
 #include "src/monitor/CompareScale.h"
@@ -71,7 +71,8 @@ struct EventOnBoth {
 // baseline too: a joint too weak to be listed there may always have been.
 class BothTraces {
  public:
-  BothTraces(const TSorData& baseline, const TSorData& current, const Comparison& table) {
+  BothTraces(const TSorData& baseline, const TSorData& current, const Comparison& table,
+             MeasuredBaselines* memory) {
     std::unique_ptr<TSorData> before = OnTimeScaleOf(baseline, current);
     if (before == nullptr) {
       before = std::make_unique<TSorData>();
@@ -80,7 +81,7 @@ class BothTraces {
     AddNew(current, table, *before);
     MeasureOptions options;
     options.keepsTable = true;
-    before_ = MeasureLink(*before, options);
+    before_ = memory != nullptr ? memory->Measure(*before, options) : MeasureLink(*before, options);
     if (!before_ || !before_->fibre) return;
     now_ = MeasureLink(current, options);
     if (!now_ || !now_->fibre) return;
@@ -242,10 +243,11 @@ bool HasContradiction(const Comparison& table) {
 
 }  // namespace
 
-void HoldAgainstMeasured(const TSorData& baseline, TSorData& current, Comparison& table) {
+void HoldAgainstMeasured(const TSorData& baseline, TSorData& current, Comparison& table,
+                         MeasuredBaselines* memory) {
   if (table.result != kCompared && table.result != kFibreBreak) return;
   TSorBlockRFTSEvents& entries = *current.RFTSEvents;
-  const BothTraces both(baseline, current, table);
+  const BothTraces both(baseline, current, table, memory);
   if (both.events().size() != table.rows.size()) return;
   const Judge judge(both.events(), current.FxdParams->GetLT());
   for (size_t i = 1; i < table.rows.size() && i < static_cast<size_t>(entries.GetTNRFTSE()); ++i)

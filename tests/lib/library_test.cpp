@@ -131,6 +131,22 @@ TEST(Library, WatchesAFibre) {
   const Comparison changed = Compare(watched, Trace::Open(Example("current-40km.sor")));
   EXPECT_TRUE(changed.Changed());
   EXPECT_FALSE(ChangesOf(changed).empty());
+  // What is remembered of one baseline is not taken for another's, nor for one with a new event in it.
+  BaselineMemory memory(2);
+  const Trace other = MakeBaseline(Trace::Open(Example("current-40km.sor")), monitoring).record.Read();
+  for (const Trace* baseline : {&watched, &watched, &other, &watched}) {
+    for (const char* name : {"baseline-40km.sor", "current-40km.sor"}) {
+      const Trace now = Trace::Open(Example(name));
+      const Comparison fresh = Compare(*baseline, now), remembered = Compare(*baseline, now, memory);
+      EXPECT_EQ(fresh.record.Bytes(), remembered.record.Bytes());
+      EXPECT_EQ(ChangesOf(fresh), ChangesOf(remembered));
+      ASSERT_EQ(fresh.rows.size(), remembered.rows.size());
+      for (std::size_t i = 0; i < fresh.rows.size(); ++i) {
+        EXPECT_EQ(fresh.rows[i].loss.measured, remembered.rows[i].loss.measured);
+        EXPECT_EQ(fresh.rows[i].loss.measuredSd, remembered.rows[i].loss.measuredSd);
+      }
+    }
+  }
   CompareOptions recheck;
   recheck.recheck = true;
   EXPECT_TRUE(Compare(watched, changed.record.Read(), recheck).fail);
