@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "watch/desk/Clock.h"
+#include "watch/desk/Complain.h"
 #include "watch/store/Rows.h"
 
 namespace reflyze::watch {
@@ -53,6 +54,8 @@ void Keeper::Run() {
     try {
       LookAround();
     } catch (const StoreAway&) {  // it will be back, or another centre does this
+    } catch (const std::exception& error) {
+      Complain("looking for silence", error);
     }
   } while (wake_.Wait(wake_.Rung(), kBeat));
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "watch/desk/Clock.h"
+#include "watch/desk/Complain.h"
 #include "watch/route/Route.h"
 #include "watch/store/Fibres.h"
 
@@ -54,6 +55,8 @@ void Teller::Run() {
       while (!shop_.mail.Stopping() && SendSome()) {
       }
     } catch (const StoreAway&) {  // what was sent and not noted is sent again
+    } catch (const std::exception& error) {
+      Complain("telling of alarms", error);
     }
     if (!shop_.mail.Wait(seen, kLookAround)) return;
   } while (true);

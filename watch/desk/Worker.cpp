@@ -6,6 +6,7 @@
 
 #include "reflyze/monitor.h"
 #include "watch/desk/Clock.h"
+#include "watch/desk/Complain.h"
 #include "watch/desk/Findings.h"
 #include "watch/store/Fibres.h"
 
@@ -49,6 +50,9 @@ void Workers::Run() {
       fibres = Finish(all);
       if (!fibres.empty() && !shop_.work.Stopping()) continue;
     } catch (const StoreAway&) {
+      patience = kStoreAway;
+    } catch (const std::exception& error) {
+      Complain("comparing", error);
       patience = kStoreAway;
     }
     if (!shop_.work.Wait(seen, patience)) return;
@@ -94,7 +98,7 @@ Workers::Outcome Workers::One(const Fibre& fibre, const ReadBaseline& baseline, 
           [&](soci::session& session) { return TraceBytes(session, shop_.store.Kind(), row.id); });
       trace = Trace::FromBytes(fibre.name, std::vector<char>(bytes.begin(), bytes.end()));
     }
-    const Comparison comparison = Compare(baseline.trace, *trace);
+    const Comparison comparison = Compare(baseline.trace, *trace, measured_);
     outcome.row.trace = row.id;
     outcome.row.fibre = fibre.id;
     outcome.row.takenAt = row.takenAt;

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <deque>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "reflyze/monitor.h"
 #include "watch/desk/Baselines.h"
 #include "watch/desk/Bus.h"
 #include "watch/desk/Intake.h"
@@ -71,9 +73,11 @@ class Workers {
   std::vector<Id> Finish(const std::vector<Done>& all);
   void Tell(const Done& done, const std::vector<AlarmChange>& changes);
 
+  static constexpr std::size_t kMeasured = 16384;  // baselines, of about 2 kB each
   Shop& shop_;
   ReadTraces& recent_;
   Baselines baselines_;
+  BaselineMemory measured_{kMeasured};
   std::vector<std::thread> threads_;
   std::atomic<long long> compared_{0}, bad_{0};
   mutable std::mutex latencies_mutex_;

@@ -174,7 +174,7 @@ bool Spool::TakeFile(const std::string& fibre, const std::string& name) {
     fs::remove(path, failed);
   } catch (const StoreAway&) {
     return false;
-  } catch (const Error& error) {
+  } catch (const std::exception& error) {
     if (fs::exists(path, failed)) Refuse(fibre, name, error.what());
   }
   return true;

@@ -12,6 +12,7 @@ namespace reflyze::watch {
 namespace {
 
 constexpr std::size_t kMostTogether = 256;  // writes in one transaction
+constexpr int kMostRaces = 20;              // that a transaction loses against other centres
 constexpr std::size_t kMostIdle = 8;        // sessions that wait for readers
 constexpr std::size_t kMostReading = 24;    // at the same time
 
@@ -48,6 +49,13 @@ std::exception_ptr AsAway(const soci::soci_error& error) {
   if (code == kBusy || code == kInOut || code == kFull || code == kCantOpen)
     return std::make_exception_ptr(StoreAway(error.what()));
   return std::make_exception_ptr(error);
+}
+
+// Two centres changed the same rows, each in its own order: the server has let one of them go on, and the
+// other does all of its transaction again.
+bool LostRace(const soci::soci_error& error) {
+  const auto* own = dynamic_cast<const soci::postgresql_soci_error*>(&error);
+  return own != nullptr && (own->sqlstate() == "40P01" || own->sqlstate() == "40001");
 }
 
 void Begin(soci::session& session, Dialect kind) {
@@ -166,6 +174,7 @@ std::vector<std::exception_ptr> Store::Apply(soci::session& session,
     try {
       (*batch[i].what)(session);
     } catch (const soci::soci_error& error) {
+      if (LostRace(error)) throw;
       failures[i] = AsAway(error);
       session << "ROLLBACK TO SAVEPOINT one";
     } catch (...) {
@@ -179,7 +188,7 @@ std::vector<std::exception_ptr> Store::Apply(soci::session& session,
 
 void Store::Commit(std::vector<Waiting>& batch) {
   std::string away;
-  for (int attempt = 0; attempt < 2; ++attempt) {
+  for (int attempt = 0, races = 0; attempt < 2 && races < kMostRaces;) {
     try {
       if (writer_ == nullptr) writer_ = Open();
       Begin(*writer_, kind_);
@@ -194,6 +203,8 @@ void Store::Commit(std::vector<Waiting>& batch) {
       }
       return;
     } catch (const std::exception& error) {
+      const auto* own = dynamic_cast<const soci::soci_error*>(&error);
+      ++(own != nullptr && LostRace(*own) ? races : attempt);
       // Whether a lost COMMIT took effect is not known on this side. All that is written can be written
       // again without being counted twice.
       away = error.what();
