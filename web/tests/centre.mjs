@@ -92,11 +92,12 @@ export function trace(fibre, { splice = 0.1, cutKm = 0 } = {}, day = 0) {
   return readFileSync(path);
 }
 
-// The network of the examples, small and fast.
-export async function startNetwork() {
+// The network of the examples; small and fast if nothing else is said.
+export async function startNetwork(fibres = 20, turn = 1, past = 60) {
   const folder = temporary();
   const { child, lines, address } = await run(
-    ['python3', join(root, 'examples/network/run'), program, folder, '--fibres', '20', '--turn', '1', '--past', '60', '--port', '0', '--page', page],
+    ['python3', join(root, 'examples/network/run'), program, folder, '--port', '0', '--page', page,
+     '--fibres', `${fibres}`, '--turn', `${turn}`, '--past', `${past}`],
     { ...process.env, PYTHONUNBUFFERED: '1' });
   return {
     address,

@@ -355,6 +355,8 @@ test('the network of the examples: the page shows each thing that happens within
   }
   const severities = (await alarms(watched)).map((row) => row[0]);
   assert.ok(severities.includes('critical') && severities.includes('major') && severities.includes('warning'));
+  const map = await redOnMap(watched);
+  assert.ok(map.x[0] > 5 && map.x[1] < map.width - 5 && map.y[0] > 5 && map.y[1] < map.height - 5, 'the map grows with the network');
   await alarmOf(watched, 'creeps').locator('[data-act=choose]').click();
   const trend = watched.locator('#fibre tr', { hasText: 'creeps' }).filter({ hasText: /0\.0\d+ to 0\.0\d+/ }).filter({ hasNotText: 'confirmed' });
   await trend.waitFor();

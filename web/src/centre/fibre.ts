@@ -3,7 +3,7 @@
 import { el } from '../dom';
 import * as api from './api';
 import { multiple, type Series } from './multiples';
-import { ago, badge, count, time } from './words';
+import { ago, badge, count, number, time } from './words';
 
 const LEAST_LOSS_DB = 0.1;
 const LEAST_REFLECTANCE_DB = 2;
@@ -87,12 +87,12 @@ function trendTable(trends: api.Trend[], baseline: api.MeasuredEvent[]): HTMLEle
   const rows = trends.map((one) => {
     const event = baseline.find((row) => row.event === one.event);
     const cells = [
-      event ? nameOf(event) : String(one.event), one.quantity === 'loss_db' ? 'loss' : 'reflectance', one.per_month.toFixed(4),
-      `${one.low_per_month.toFixed(4)} to ${one.high_per_month.toFixed(4)}`, String(one.days), one.creeps ? 'creeps' : 'steady',
+      event ? nameOf(event) : String(one.event), one.quantity === 'loss_db' ? 'loss' : 'reflectance', number(one.per_month, 4),
+      `${number(one.low_per_month, 4)} to ${number(one.high_per_month, 4)}`, String(one.days), one.creeps ? 'creeps' : 'steady',
     ];
     return el('tr', {}, ...cells.map((text) => el('td', { text })));
   });
-  return table('Trends', ['Event', 'Quantity', 'dB a month', '95 %', 'Days', 'Verdict'], rows);
+  return table('Trends', ['Event', 'Quantity', 'dB a month', '95 % interval', 'Days', 'Verdict'], rows);
 }
 
 // The latest traces, with those that could not be compared.

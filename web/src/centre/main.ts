@@ -119,7 +119,9 @@ function choose(name: string): void {
   if (!part.hidden) {
     byId('fibre-head').focus();
   } else if (before) {
-    [...fibreBody.children].find((row) => (row as HTMLElement).dataset.key === before)?.querySelector('button')?.focus();
+    drawFibres();
+    const row = [...fibreBody.children].find((one) => (one as HTMLElement).dataset.key === before);
+    (row?.querySelector('button') ?? byId('find')).focus();
   }
 }
 

@@ -23,6 +23,7 @@ interface View {
 const MOST_ZOOM = 4e6;
 const LEAST_ZOOM = 1; // 360 pixels for the whole earth
 const STEP = 1.5;
+const SCALE_BAR = 80; // pixels, below the routes with its number, and the same above
 const WIDE_OF_A_PRESS = 4; // pixels that a hand moves while it presses
 
 // The line of a route, whichever way GeoJSON holds it.
@@ -45,6 +46,7 @@ export class RouteMap {
   private readonly held = new Map<number, { x: number; y: number }>(); // fingers, or the mouse
   private moved = 0;
   private chosen = '';
+  private untouched = true; // no hand has moved it: it shows all routes, whichever come
   private readonly draw = perFrame(() => this.drawNow());
 
   constructor(
@@ -58,7 +60,7 @@ export class RouteMap {
     canvas.addEventListener('pointercancel', (event) => this.held.delete(event.pointerId));
     canvas.addEventListener('keydown', (event) => this.key(event));
     canvas.addEventListener('dblclick', () => this.fit());
-    new ResizeObserver(() => (this.view ? this.draw() : this.fit())).observe(canvas);
+    new ResizeObserver(() => (this.untouched ? this.fit() : this.draw())).observe(canvas);
     matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => this.draw());
   }
 
@@ -68,7 +70,7 @@ export class RouteMap {
       .map(({ name, state, route, from, to }): Line => ({ name, state, points: lineOf(route), ends: [from, to] }))
       .filter((line) => line.points.length > 1);
     this.chosen = chosen;
-    if (!this.view) this.fit();
+    if (this.untouched) this.fit();
     this.draw();
   }
 
@@ -89,7 +91,8 @@ export class RouteMap {
     const [south, north] = range(points.map((point) => point[1]));
     const y = (south + north) / 2;
     const wide = Math.max((east - west) * Math.cos((y * Math.PI) / 180), 1e-6);
-    const scale = 0.9 * Math.min(width / wide, height / Math.max(north - south, 1e-6));
+    const scale = Math.min((0.9 * width) / wide, Math.max(height - SCALE_BAR, 1) / Math.max(north - south, 1e-6));
+    this.untouched = true;
     this.view = { x: (west + east) / 2, y, scale: Math.min(scale, MOST_ZOOM) };
     this.draw();
   }
@@ -156,7 +159,8 @@ export class RouteMap {
 
   private scaleBar(pen: CanvasRenderingContext2D, height: number, colour: string): void {
     const kmAPixel = 111.2 / this.view!.scale;
-    const km = 10 ** Math.floor(Math.log10(kmAPixel * 120));
+    const tens = 10 ** Math.floor(Math.log10(kmAPixel * 150));
+    const km = tens * ([5, 2].find((times) => times * tens <= kmAPixel * 150) ?? 1);
     pen.fillStyle = colour;
     pen.fillRect(12, height - 14, km / kmAPixel, 2);
     pen.font = '12px system-ui, sans-serif';
@@ -173,6 +177,7 @@ export class RouteMap {
     if (!this.view) return;
     const { width, height } = this.canvas.getBoundingClientRect();
     const narrow = Math.cos((this.view.y * Math.PI) / 180);
+    this.untouched = false;
     const scale = Math.max(LEAST_ZOOM, Math.min(this.view.scale * factor, MOST_ZOOM));
     const shift = 1 / this.view.scale - 1 / scale;
     this.view.x += ((x - width / 2) * shift) / narrow;
@@ -198,6 +203,7 @@ export class RouteMap {
     if (!before || !this.view) return;
     const now = { x: event.offsetX, y: event.offsetY };
     this.held.set(event.pointerId, now);
+    this.untouched = false;
     const other = [...this.held].find(([id]) => id !== event.pointerId)?.[1];
     const share = other ? 0.5 : 1;
     const [right, down] = [now.x - before.x, now.y - before.y];
@@ -244,6 +250,7 @@ export class RouteMap {
     const act = keys[event.key];
     if (!act || !this.view || event.ctrlKey || event.metaKey || event.altKey) return;
     event.preventDefault();
+    this.untouched = false;
     act();
     this.draw();
   }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Small pictures of one quantity over time, all on the same scale of time.
 import { el } from '../dom';
-import { time } from './words';
+import { number, time } from './words';
 
 export interface Series {
   name: string;
@@ -38,8 +38,8 @@ export function multiple(series: Series, from: number, to: number): HTMLElement 
       svg.append(shape('rect', { class: bad ? 'bad' : 'lone', x: x(at) - 1, y: y(value) - 2, width: 2, height: 4 }));
   const last = series.points[series.points.length - 1] as Series['points'][number] | undefined;
   const change = last && series.base !== null ? last.value - series.base : null;
-  const said = last ? `${last.value.toFixed(3)} ${series.unit}` : 'nothing measured';
-  const by = change === null ? '' : ` (${change < 0 ? '−' : '+'}${Math.abs(change).toFixed(3)})`;
+  const said = last ? `${number(last.value, 3)} ${series.unit}` : 'nothing measured';
+  const by = change === null ? '' : ` (${change < 0 ? '' : '+'}${number(change, 3)})`;
   // Behind a break nothing is measured: an old number is not shown as if it were today's.
   const old = last && last.at < to ? el('div', { class: 'muted', text: `last measured ${time(last.at)}` }) : null;
   return el('div', { class: 'multiple' }, el('div', { class: 'muted', text: series.name }), svg, el('div', { text: said + by }), old);

@@ -25,6 +25,9 @@ export function ago(at: number, now = clock()): string {
   return `${Math.round(seconds / 86400)} days ago`;
 }
 
-export const count = (number: number, one: string): string => `${number} ${one}${number === 1 ? '' : 's'}`;
+// With a minus that is as wide as a plus.
+export const number = (value: number, digits: number): string => value.toFixed(digits).replace('-', '−');
+
+export const count = (many: number, one: string): string => `${many} ${one}${many === 1 ? '' : 's'}`;
 
 export const time = (at: number): string => (at > 0 ? new Date(at).toISOString().replace('T', ' ').slice(0, 16) : '');
