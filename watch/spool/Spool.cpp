@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 
@@ -22,9 +23,11 @@ namespace fs = std::filesystem;
 constexpr const char* kRefused = ".refused";
 constexpr int kSweepMillis = 5000;         // what a full disk or a store that was away has left
 constexpr std::chrono::seconds kQuiet{2};  // a file that nobody announced is complete when it rests so long
-
-constexpr int kUnsettledMillis = 500;  // where something lies that may be complete soon
-constexpr std::size_t kLanes = 8;      // files that are taken at a time
+constexpr std::chrono::seconds kLongQuiet{30};    // where the system does not say who writes it
+constexpr int kUnsettledMillis = 500;             // where something lies that may be complete soon
+constexpr int kAwayMillis = 1000;                 // until a store that was away is asked again
+constexpr std::size_t kLanes = 8;                 // files that are taken at a time
+constexpr std::size_t kLargestTrace = 64u << 20;  // bytes, as by HTTP
 
 bool EndsWith(const std::string& text, const std::string& ending) {
   return text.size() > ending.size() && text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
@@ -32,6 +35,19 @@ bool EndsWith(const std::string& text, const std::string& ending) {
 
 bool Counts(const std::string& name) {
   return !name.empty() && name[0] != '.' && !EndsWith(name, ".part") && !EndsWith(name, ".tmp");
+}
+
+enum class Written { kYes, kNo, kUnknown };
+
+// Whether somebody writes a file at the moment: a lease for reading is refused then. Unknown where leases are
+// none, or the file is another user's.
+Written IsWritten(const std::string& path) {
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (file < 0) return Written::kUnknown;
+  fcntl(file, F_SETSIG, SIGURG);  // whoever opens it right now costs a signal, which means nothing here
+  const int refused = fcntl(file, F_SETLEASE, F_RDLCK) == 0 ? 0 : errno;
+  close(file);  // ends the lease
+  return refused == 0 ? Written::kNo : refused == EAGAIN ? Written::kYes : Written::kUnknown;
 }
 
 }  // namespace
@@ -63,18 +79,29 @@ void Spool::Stop() {
 }
 
 void Spool::Run() {
-  while (true) {
-    Sweep();
-    const auto next = std::chrono::steady_clock::now() +
-                      std::chrono::milliseconds(unsettled_.empty() ? kSweepMillis : kUnsettledMillis);
-    while (std::chrono::steady_clock::now() < next && !missed_) {
-      pollfd waited[] = {{stop_[0], POLLIN, 0}, {notify_, POLLIN, 0}};
-      const auto left =
-          std::chrono::duration_cast<std::chrono::milliseconds>(next - std::chrono::steady_clock::now());
-      poll(waited, 2, static_cast<int>(std::max<long long>(0, left.count())));
-      if (waited[0].revents != 0) return;
-      if (waited[1].revents != 0) Hear();
+  pollfd stopped = {stop_[0], POLLIN, 0};
+  do {
+    try {
+      Sweep();
+      Listen();
+    } catch (const std::exception&) {  // a folder that can't be read now, or no memory: the next sweep sees
+      poll(&stopped, 1, kAwayMillis);
     }
+  } while (poll(&stopped, 1, 0) == 0);
+}
+
+// Takes what is announced until it is time to sweep again.
+void Spool::Listen() {
+  const auto begun = std::chrono::steady_clock::now();
+  while (!missed_) {
+    const int most = away_ ? kAwayMillis : unsettled_.empty() ? kSweepMillis : kUnsettledMillis;
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        begun + std::chrono::milliseconds(most) - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return;
+    pollfd waited[] = {{stop_[0], POLLIN, 0}, {notify_, POLLIN, 0}};
+    poll(waited, 2, static_cast<int>(left.count()));
+    if (waited[0].revents != 0) return;
+    if (waited[1].revents != 0) Hear();
   }
 }
 
@@ -87,18 +114,18 @@ void Spool::WatchFolder(const std::string& fibre) {
 
 // New folders, and what lay here before anybody listened.
 void Spool::Sweep() {
-  missed_ = false;
+  missed_ = away_ = false;
   std::error_code failed;
   for (const fs::directory_entry& entry : fs::directory_iterator(folder_, failed)) {
     const std::string name = entry.path().filename().string();
     if (!Counts(name) || !entry.is_directory(failed) || entry.is_symlink(failed)) continue;
     WatchFolder(name);
-    SweepFolder(name);
+    if (!away_) SweepFolder(name);
   }
 }
 
 // In the order in which they were written: alarms live by it. The first file that may not be complete lets
-// all behind it wait for the next time.
+// all behind it wait for the next time, but for one that somebody writes slowly: it is announced in the end.
 void Spool::SweepFolder(const std::string& fibre) {
   std::error_code failed;
   std::vector<std::pair<fs::file_time_type, std::string>> files;
@@ -111,8 +138,12 @@ void Spool::SweepFolder(const std::string& fibre) {
   std::swap(announced, unsettled_[fibre]);
   const auto now = fs::file_time_type::clock::now();
   for (const auto& [written, name] : files) {
-    const bool rested = now - written >= kQuiet || now - written <= -kQuiet;
-    if ((!rested && announced.count(name) == 0) || !TakeFile(fibre, name)) {
+    const auto age = now > written ? now - written : written - now;
+    const bool heard = announced.count(name) > 0;
+    const Written open = heard ? Written::kNo : IsWritten((fs::path(folder_) / fibre / name).string());
+    if (open == Written::kYes && age >= kQuiet) continue;
+    const bool complete = heard || age >= (open == Written::kNo ? kQuiet : kLongQuiet);
+    if (!complete || !TakeFile(fibre, name)) {
       unsettled_[fibre] = announced;
       return;
     }
@@ -134,12 +165,11 @@ void Spool::Hear() {
     } else if ((event->mask & IN_IGNORED) != 0) {
       fibres_.erase(event->wd);
     } else if (fibre != fibres_.end()) {
-      const auto waiting = unsettled_.find(fibre->second);
       if (!Counts(name)) continue;
-      if (waiting == unsettled_.end()) {
+      if (!away_ && unsettled_.count(fibre->second) == 0) {
         files.emplace_back(fibre->second, name);
       } else {
-        waiting->second.insert(name);  // behind what lies there already
+        unsettled_[fibre->second].insert(name);  // behind what lies there already
       }
     } else if (Counts(name)) {
       WatchFolder(name);  // what was put into it before the watch stood is found by the next sweep
@@ -162,6 +192,8 @@ void Spool::TakeAll(const std::vector<std::pair<std::string, std::string>>& file
     });
   }
   for (std::thread& thread : threads) thread.join();
+  if (!away_) return;
+  for (const auto& [fibre, name] : files) unsettled_[fibre].insert(name);
 }
 
 // False where the store is away, so that the file stays for later.
@@ -170,13 +202,16 @@ bool Spool::TakeFile(const std::string& fibre, const std::string& name) {
   std::error_code failed;
   if (!fs::is_regular_file(fs::symlink_status(path, failed))) return true;  // a link leads out of the spool
   try {
-    intake_.Take(fibre, ReadFile(path.string()));
+    intake_.Take(fibre, ReadFile(path.string(), kLargestTrace));
     fs::remove(path, failed);
   } catch (const StoreAway&) {
-    return false;
+    away_ = true;
+  } catch (const std::bad_alloc&) {
+    away_ = true;
   } catch (const std::exception& error) {
     if (fs::exists(path, failed)) Refuse(fibre, name, error.what());
   }
+  if (away_) return false;
   return true;
 }
 

@@ -14,9 +14,9 @@
 namespace reflyze::watch {
 
 // A folder whose files are taken: SPOOL/FIBRE/NAME is a trace of that fibre. A file counts when whoever
-// writes it has closed it or moved it there; names that begin with "." or end with ".part" or ".tmp" don't.
-// What was taken is deleted, once it is on disk in the store. What can't be taken goes to SPOOL/.refused,
-// with a text beside it that says why.
+// writes it has closed it or moved it there; one that came unheard counts when nobody writes it any more;
+// names that begin with "." or end with ".part" or ".tmp" don't. What was taken is deleted, once it is on
+// disk in the store. What can't be taken goes to SPOOL/.refused, with a text beside it that says why.
 class Spool {
  public:
   // Throws Error kUnwritable for a folder that can't be had.
@@ -30,6 +30,7 @@ class Spool {
 
  private:
   void Run();
+  void Listen();
   void WatchFolder(const std::string& fibre);
   void Sweep();
   void SweepFolder(const std::string& fibre);
@@ -45,7 +46,8 @@ class Spool {
   std::map<int, std::string> fibres_;  // watched folders
   // Fibres with files that came before anybody listened, and what was announced since: it comes behind them.
   std::map<std::string, std::set<std::string>> unsettled_;
-  bool missed_ = false;  // more came than the system could tell
+  bool missed_ = false;            // more came than the system could tell
+  std::atomic<bool> away_{false};  // the store is: what comes waits for the next sweep, in its order
   std::thread thread_;
   std::atomic<long long> refused_{0};
 };

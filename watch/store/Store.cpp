@@ -12,7 +12,6 @@ namespace reflyze::watch {
 namespace {
 
 constexpr std::size_t kMostTogether = 256;  // writes in one transaction
-constexpr int kMostRaces = 20;              // that a transaction loses against other centres
 constexpr std::size_t kMostIdle = 8;        // sessions that wait for readers
 constexpr std::size_t kMostReading = 24;    // at the same time
 
@@ -24,9 +23,25 @@ Dialect DialectOf(const std::string& address) {
   return address.rfind("postgresql://", 0) == 0 ? Dialect::kPostgres : Dialect::kSqlite;
 }
 
+// What a network that swallows everything may cost; whoever gives an address can say otherwise.
+std::string WithPatience(std::string address) {
+  for (const char* setting : {"connect_timeout=10", "tcp_user_timeout=30000", "keepalives_idle=30"}) {
+    const std::string text = setting;
+    if (address.find(text.substr(0, text.find('=') + 1)) != std::string::npos) continue;
+    address += (address.find('?') == std::string::npos ? '?' : '&') + text;
+  }
+  return address;
+}
+
 std::unique_ptr<soci::session> Connect(const std::string& address, Dialect kind) {
-  if (kind == Dialect::kPostgres)
-    return std::make_unique<soci::session>(*soci::factory_postgresql(), address);
+  if (kind == Dialect::kPostgres) {
+    auto session = std::make_unique<soci::session>(*soci::factory_postgresql(), WithPatience(address));
+    // A centre that stands still while it writes holds no rows for long, and nobody waits for them for ever.
+    *session << "SELECT set_config(name, value, false) FROM (VALUES ('lock_timeout', '20000'),"
+                " ('idle_in_transaction_session_timeout', '15000')) wanted(name, value)"
+                " WHERE current_setting(name) = '0'";
+    return session;
+  }
   // The address is a list of words to the library; a name that would be several is refused.
   if (address.find_first_of("\" \t\n") != std::string::npos)
     throw Error(ErrorKind::kUsage, address, "the name of a store holds no blank and no quotation mark");
@@ -41,26 +56,79 @@ std::unique_ptr<soci::session> Connect(const std::string& address, Dialect kind)
   return session;
 }
 
+// Two centres want the same rows, perhaps in different orders. Whoever is told so has to begin anew.
+struct Conflict {};
+
+bool IsAway(const soci::sqlite3_soci_error& error) {
+  constexpr int kBusy = 5, kNoMemory = 7, kReadOnly = 8, kInOut = 10, kFull = 13, kCantOpen = 14;
+  const int code = error.result() & 0xff;
+  return code == kBusy || code == kNoMemory || code == kReadOnly || code == kInOut || code == kFull ||
+         code == kCantOpen;
+}
+
+// No connection, no resources (such as a disk), stopped by its operator, a fault of its system; stood still.
+bool IsAway(const std::string& state) {
+  const std::string group = state.substr(0, 2);
+  return group == "  " || group == "08" || group == "53" || group == "57" || group == "58" ||
+         state == "25P03";
+}
+
 // A database that has no room or does not answer is away; a statement that it refuses is a fault of ours.
 std::exception_ptr AsAway(const soci::soci_error& error) {
-  constexpr int kBusy = 5, kInOut = 10, kFull = 13, kCantOpen = 14;  // SQLite's codes
-  const auto* own = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
-  const int code = own == nullptr ? 0 : own->result() & 0xff;
-  if (code == kBusy || code == kInOut || code == kFull || code == kCantOpen)
+  const auto* file = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
+  const auto* server = dynamic_cast<const soci::postgresql_soci_error*>(&error);
+  const std::string state = server != nullptr ? server->sqlstate() : "";
+  if (state.compare(0, 2, "40") == 0 || state == "55P03") throw Conflict();
+  if ((file != nullptr && IsAway(*file)) || (server != nullptr && IsAway(state)))
     return std::make_exception_ptr(StoreAway(error.what()));
-  return std::make_exception_ptr(error);
+  return std::make_exception_ptr(soci::soci_error(error.what()));
 }
 
-// Two centres changed the same rows, each in its own order: the server has let one of them go on, and the
-// other does all of its transaction again.
-bool LostRace(const soci::soci_error& error) {
-  const auto* own = dynamic_cast<const soci::postgresql_soci_error*>(&error);
-  return own != nullptr && (own->sqlstate() == "40P01" || own->sqlstate() == "40001");
-}
-
-void Begin(soci::session& session, Dialect kind) {
+// Gives a number by which the server tells later what became of it; 0 for none.
+long long Begin(soci::session& session, Dialect kind, bool together) {
   // A SQLite transaction that becomes a writer late can't wait for another; one that begins as one can.
   session << (kind == Dialect::kSqlite ? "BEGIN IMMEDIATE" : "BEGIN");
+  long long number = 0;
+  // Several hold many rows, and wait for others only briefly: one by one they get on.
+  const std::string patience = together ? ", set_config('lock_timeout', '200', true)" : "";
+  if (kind == Dialect::kPostgres) session << "SELECT txid_current()" + patience, soci::into(number);
+  return number;
+}
+
+// Whether a transaction took effect whose end nobody has heard of. The server may still be about to notice
+// that nobody is there.
+bool Took(soci::session& session, long long number) {
+  constexpr int kLooks = 50;
+  for (int i = 0; i < kLooks; ++i) {
+    std::string status;
+    soci::indicator known = soci::i_ok;
+    session << "SELECT txid_status(:number)", soci::use(number), soci::into(status, known);
+    if (known != soci::i_ok || status != "in progress") return status == "committed";
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  throw StoreAway("what was written last hangs");
+}
+
+// Each in its place behind a savepoint: one that fails takes nobody along. A soci_error may be the fault of
+// one statement or of the database; only where the rest goes on is it the former.
+std::exception_ptr Apply(soci::session& session, const std::function<void(soci::session&)>& what) {
+  std::exception_ptr failure;
+  session << "SAVEPOINT one";
+  try {
+    what(session);
+  } catch (const soci::soci_error& error) {
+    failure = AsAway(error);
+  } catch (...) {
+    failure = std::current_exception();
+  }
+  try {
+    if (failure) session << "ROLLBACK TO SAVEPOINT one";
+    session << "RELEASE SAVEPOINT one";
+  } catch (const soci::soci_error&) {
+    if (failure) std::rethrow_exception(failure);  // a disk that is full has ended the whole transaction
+    throw;
+  }
+  return failure;
 }
 
 }  // namespace
@@ -164,54 +232,64 @@ void Store::WriteThem() {
   }
 }
 
-// Each in its place behind a savepoint: one that fails takes nobody along. A soci_error may be the fault of
-// one statement or of the database; only where the rest goes on is it the former.
-std::vector<std::exception_ptr> Store::Apply(soci::session& session,
-                                             const std::vector<Waiting>& batch) const {
+// Those that want the same rows as another centre's in another order can't go on together; one by one they
+// do.
+void Store::Commit(std::vector<Waiting>& batch) {
   std::vector<std::exception_ptr> failures(batch.size());
-  for (std::size_t i = 0; i < batch.size(); ++i) {
-    session << "SAVEPOINT one";
-    try {
-      (*batch[i].what)(session);
-    } catch (const soci::soci_error& error) {
-      if (LostRace(error)) throw;
-      failures[i] = AsAway(error);
-      session << "ROLLBACK TO SAVEPOINT one";
-    } catch (...) {
-      failures[i] = std::current_exception();
-      session << "ROLLBACK TO SAVEPOINT one";
-    }
-    session << "RELEASE SAVEPOINT one";
+  try {
+    failures = Transact(batch.data(), batch.size());
+  } catch (const Conflict&) {
+    for (std::size_t i = 0; i < batch.size(); ++i) failures[i] = Alone(batch[i]);
+  } catch (const std::exception& error) {
+    for (std::exception_ptr& failure : failures) failure = std::make_exception_ptr(StoreAway(error.what()));
   }
-  return failures;
+  for (std::size_t i = 0; i < batch.size(); ++i) {
+    if (failures[i]) {
+      batch[i].done.set_exception(failures[i]);
+    } else {
+      batch[i].done.set_value();
+    }
+  }
 }
 
-void Store::Commit(std::vector<Waiting>& batch) {
-  std::string away;
-  for (int attempt = 0, races = 0; attempt < 2 && races < kMostRaces;) {
+std::exception_ptr Store::Alone(Waiting& one) {
+  constexpr std::chrono::seconds kLongest{20};
+  const auto until = std::chrono::steady_clock::now() + kLongest;
+  while (std::chrono::steady_clock::now() < until) {
     try {
-      if (writer_ == nullptr) writer_ = Open();
-      Begin(*writer_, kind_);
-      const std::vector<std::exception_ptr> failures = Apply(*writer_, batch);
-      *writer_ << "COMMIT";
-      for (std::size_t i = 0; i < batch.size(); ++i) {
-        if (failures[i]) {
-          batch[i].done.set_exception(failures[i]);
-        } else {
-          batch[i].done.set_value();
-        }
-      }
-      return;
+      return Transact(&one, 1).front();
+    } catch (const Conflict&) {  // the other one has gone on
     } catch (const std::exception& error) {
-      const auto* own = dynamic_cast<const soci::soci_error*>(&error);
-      ++(own != nullptr && LostRace(*own) ? races : attempt);
-      // Whether a lost COMMIT took effect is not known on this side. All that is written can be written
-      // again without being counted twice.
-      away = error.what();
-      writer_.reset();
+      return std::make_exception_ptr(StoreAway(error.what()));
     }
   }
-  for (Waiting& one : batch) one.done.set_exception(std::make_exception_ptr(StoreAway(away)));
+  return std::make_exception_ptr(StoreAway("others want the same at the same time"));
+}
+
+// Gives what became of each. Throws Conflict, and anything else where nothing took effect.
+std::vector<std::exception_ptr> Store::Transact(const Waiting* batch, std::size_t count) {
+  std::vector<std::exception_ptr> failures(count);
+  long long number = 0;
+  bool ending = false;
+  for (bool again = false;; again = true) {
+    try {
+      if (writer_ == nullptr) writer_ = Open();
+      if (ending && number > 0 && Took(*writer_, number)) return failures;
+      ending = false;
+      number = Begin(*writer_, kind_, count > 1);
+      for (std::size_t i = 0; i < count; ++i) failures[i] = Apply(*writer_, *batch[i].what);
+      ending = true;
+      *writer_ << "COMMIT";
+      return failures;
+    } catch (const std::exception&) {
+      // The session may be that of a server that went away; a fresh one tells.
+      writer_.reset();
+      if (again) throw;
+    } catch (const Conflict&) {
+      writer_.reset();
+      throw;
+    }
+  }
 }
 
 }  // namespace reflyze::watch

@@ -76,7 +76,8 @@ class Store {
   void GiveBack(std::unique_ptr<soci::session> session);
   void WriteThem();
   void Commit(std::vector<Waiting>& batch);
-  std::vector<std::exception_ptr> Apply(soci::session& session, const std::vector<Waiting>& batch) const;
+  std::exception_ptr Alone(Waiting& one);
+  std::vector<std::exception_ptr> Transact(const Waiting* batch, std::size_t count);
 
   std::string address_;
   Dialect kind_;
@@ -91,6 +92,12 @@ class Store {
   bool stopping_ = false;
   std::thread thread_;
 };
+
+// Until the transaction ends, no other one changes this table of a server. A file is locked as a whole
+// already.
+inline void LockAgainst(soci::session& session, Dialect kind, const std::string& table) {
+  if (kind == Dialect::kPostgres) session << "LOCK TABLE " + table + " IN SHARE ROW EXCLUSIVE MODE";
+}
 
 template <typename What>
 auto Store::Read(const What& what) {
