@@ -96,7 +96,7 @@ class CentreOfParts : public Centre {
     store_.Write([&](soci::session& session) {
       // Behind the lock of a file nobody else lives.
       if (!IsServer(options_.store)) session << "DELETE FROM centres";
-      StayAlive(session, shop_.name, Now());
+      StayAlive(session, store_.Kind(), shop_.name, Now());
     });
     if (options_.port >= 0) server_ = std::make_unique<Server>(options_, Served{shop_, intake_, workers_});
     if (!options_.spool.empty()) spool_ = std::make_unique<Spool>(options_.spool, intake_);

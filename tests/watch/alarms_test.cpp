@@ -116,38 +116,41 @@ TEST(AlarmLife, OfTrendsDoesNotEndWithATraceThatShowsNone) {
   EXPECT_EQ(NextTrendAlarms({creeping}, {}, step).at(0).alarm.state, AlarmState::kCleared);
 }
 
-Expected Fibre(Id id, const std::string& instrument, Millis since) {
-  return {id, "f" + std::to_string(id), instrument, 900, since};
+Expected Fibre(Id id, const std::string& instrument, Millis quiet) {
+  return {id, "f" + std::to_string(id), instrument, 900, 1000, quiet, false};
 }
 
+constexpr Millis kLong = 2 * 900000 + 60001, kNow = 100000000;
+
 TEST(Silence, IsOfTheInstrumentWhereAllItsFibresAreSilent) {
-  const Millis now = 100000000;
-  const Millis longAgo = now - 2 * 900000 - 60001, lately = now - 1000;
-  const Silent one =
-      SilentOf({Fibre(1, "A", longAgo), Fibre(2, "A", lately), Fibre(3, "B", longAgo)}, now, 0);
+  const Silent one = SilentOf({Fibre(1, "A", kLong), Fibre(2, "A", 1000), Fibre(3, "B", kLong)});
   EXPECT_TRUE(one.instruments.empty());  // a single fibre does not speak for its instrument
   ASSERT_EQ(one.fibres.size(), 2u);
-  const Silent both = SilentOf({Fibre(1, "A", longAgo), Fibre(2, "A", longAgo)}, now, 0);
+  const Silent both = SilentOf({Fibre(1, "A", kLong), Fibre(2, "A", kLong)});
   EXPECT_EQ(both.instruments, std::vector<std::string>{"A"});
   EXPECT_TRUE(both.fibres.empty());
-  // The clock was set: what looks long ago need not be.
-  EXPECT_TRUE(
-      SilentOf({Fibre(1, "A", longAgo), Fibre(2, "A", longAgo)}, now, now - 1000).instruments.empty());
 }
 
 TEST(Silence, BecomesOneAlarmAndEndsWithTheNextTrace) {
-  const Millis now = 100000000;
-  const Silent silent = SilentOf({Fibre(7, "", 1)}, now, 0);
-  std::vector<AlarmChange> changes = NextSilence({}, silent, now);
+  Expected fibre = Fibre(7, "", kLong);
+  std::vector<AlarmChange> changes = NextSilence({}, {fibre}, kNow);
   ASSERT_EQ(changes.size(), 1u);
   EXPECT_EQ(changes[0].told, Telling::kConfirmed);
   Alarm alarm = changes[0].alarm;
   alarm.id = 1;
-  EXPECT_TRUE(NextSilence({alarm}, silent, now + 5000).empty());
-  changes = NextSilence({alarm}, {}, now + 10000);
-  ASSERT_EQ(changes.size(), 1u);
-  EXPECT_EQ(changes[0].alarm.state, AlarmState::kCleared);
-  EXPECT_EQ(changes[0].told, Telling::kCleared);
+  EXPECT_TRUE(NextSilence({alarm}, {fibre}, kNow + 5000).empty());
+  // A centre that has just begun has heard nothing, which says nothing.
+  fibre.quiet = 0;
+  EXPECT_TRUE(NextSilence({alarm}, {fibre}, kNow + 5000).empty());
+  for (const bool heard : {true, false}) {  // since, or before it began
+    fibre.heard = heard;
+    fibre.toldAt = heard ? 1000 : kNow + 1;
+    changes = NextSilence({alarm}, {fibre}, kNow + 10000);
+    ASSERT_EQ(changes.size(), 1u);
+    EXPECT_EQ(changes[0].alarm.state, AlarmState::kCleared);
+    EXPECT_EQ(changes[0].told, Telling::kCleared);
+  }
+  EXPECT_EQ(NextSilence({alarm}, {}, kNow).size(), 1u) << "nothing is expected any more";
 }
 
 }  // namespace

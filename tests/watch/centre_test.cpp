@@ -194,9 +194,12 @@ TEST_F(CentreTest, WorkOfADeadCentreIsAnybodys) {
     const Id id = PutFibre(session, fibre);
     session << "UPDATE fibres SET waiting_since = 5, baseline = 1 WHERE id = :id", soci::use(id);
     const Dialect kind = store.Kind();
-    StayAlive(session, "one", 1000);
+    StayAlive(session, kind, "one", 1000);
     EXPECT_EQ(ClaimFibres(session, kind, "one", 1000, 9), std::vector<Id>{id});
     EXPECT_TRUE(ClaimFibres(session, kind, "two", 2000, 9).empty());
+    EXPECT_TRUE(ClaimFibres(session, kind, "one", 2000, 9, {id}).empty());
+    EXPECT_EQ(ClaimFibres(session, kind, "one", 2000, 9), std::vector<Id>{id})
+        << "whose end it never heard of";
     EXPECT_EQ(ClaimFibres(session, kind, "two", 1000 + kLeaseMillis, 9), std::vector<Id>{id});
     EXPECT_FALSE(Holds(session, kind, id, "one"));
     EXPECT_TRUE(Holds(session, kind, id, "two"));

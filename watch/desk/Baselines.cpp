@@ -8,11 +8,31 @@
 
 namespace reflyze::watch {
 
-std::shared_ptr<const ReadBaseline> Baselines::Get(Id id) {
+namespace {
+
+bool Same(const WatchLimits& one, const WatchLimits& other) {
+  return one.level == other.level && one.ltDb == other.ltDb && one.rtDb == other.rtDb &&
+         one.ctDbPerKm == other.ctDbPerKm && one.eelDb == other.eelDb;
+}
+
+}  // namespace
+
+Monitoring MonitoringOf(const WatchLimits& limits) {
+  Monitoring monitoring;
+  monitoring.level = limits.level;
+  monitoring.ltDb = limits.ltDb;
+  monitoring.rtDb = limits.rtDb;
+  monitoring.ctDbPerKm = limits.ctDbPerKm;
+  monitoring.eelDb = limits.eelDb;
+  return monitoring;
+}
+
+std::shared_ptr<const ReadBaseline> Baselines::Get(Id id, const WatchLimits& limits) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const auto found =
-        std::find_if(used_.begin(), used_.end(), [&](const auto& one) { return one->id == id; });
+    const auto found = std::find_if(used_.begin(), used_.end(), [&](const auto& one) {
+      return one->id == id && Same(one->limits, limits);
+    });
     if (found != used_.end()) {
       used_.splice(used_.begin(), used_, found);
       return used_.front();
@@ -20,10 +40,14 @@ std::shared_ptr<const ReadBaseline> Baselines::Get(Id id) {
   }
   const std::string bytes =
       store_.Read([&](soci::session& session) { return BaselineBytes(session, store_.Kind(), id); });
-  Trace trace = Trace::FromBytes("baseline", std::vector<char>(bytes.begin(), bytes.end()));
+  // The record has the limits of when it was made; its events stay.
+  const Baseline baseline = MakeBaseline(
+      Trace::FromBytes("baseline", std::vector<char>(bytes.begin(), bytes.end())), MonitoringOf(limits));
+  Trace trace = baseline.record.Read();
   EventTable events = StoredEvents(trace);
   events.record = StoredRecord();  // a second copy of the trace
-  auto read = std::make_shared<const ReadBaseline>(ReadBaseline{id, std::move(trace), std::move(events)});
+  auto read =
+      std::make_shared<const ReadBaseline>(ReadBaseline{id, limits, std::move(trace), std::move(events)});
   const std::lock_guard<std::mutex> lock(mutex_);
   used_.push_front(read);
   if (used_.size() > kKept) used_.pop_back();

@@ -6,15 +6,20 @@
 #include <mutex>
 
 #include "reflyze/events.h"
+#include "reflyze/monitor.h"
 #include "reflyze/trace.h"
 #include "watch/store/Store.h"
 #include "watch/store/Values.h"
 
 namespace reflyze::watch {
 
-// A baseline that was read.
+// Limits as a baseline holds them.
+Monitoring MonitoringOf(const WatchLimits& limits);
+
+// A baseline that was read, with the limits of today.
 struct ReadBaseline {
   Id id = 0;
+  WatchLimits limits;
   Trace trace;
   EventTable events;
 };
@@ -24,7 +29,7 @@ class Baselines {
  public:
   explicit Baselines(Store& store) : store_(store) {}
   // Throws Error kUnreadable for a baseline that is not there, StoreAway.
-  std::shared_ptr<const ReadBaseline> Get(Id id);
+  std::shared_ptr<const ReadBaseline> Get(Id id, const WatchLimits& limits);
 
  private:
   static constexpr std::size_t kKept = 256;

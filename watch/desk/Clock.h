@@ -21,4 +21,10 @@ inline Millis SteadyNow() {
       .count();
 }
 
+// Whether a time is later than any clock can be ahead: one in another time zone is within a day.
+inline bool IsAhead(Millis time, Millis now) {
+  constexpr Millis kAheadMillis = 86400000;
+  return time > now + kAheadMillis;
+}
+
 }  // namespace reflyze::watch

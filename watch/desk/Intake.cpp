@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "reflyze/monitor.h"
+#include "watch/desk/Baselines.h"
 #include "watch/desk/Clock.h"
 #include "watch/desk/Findings.h"
 #include "watch/store/Fibres.h"
@@ -15,12 +16,21 @@ namespace {
 
 constexpr std::size_t kLongestName = 100;
 constexpr Millis kMillisPerSecond = 1000;
-constexpr Millis kAheadMillis = 86400000;  // a clock in another time zone is within a day
+constexpr Millis kClocksBegin = 978307200000;  // 2001: those without a battery begin in 1970, 1980 or 2000
 
 // An instrument that does not know the time, or has it from the future, is taken to have measured now.
 Millis TakenAt(const Card& card, Millis now) {
   const Millis told = card.dateUtc * kMillisPerSecond;
-  return told > 0 && told <= now + kAheadMillis ? told : now;
+  return told >= kClocksBegin && !IsAhead(told, now) ? told : now;
+}
+
+BaselineRow RowOf(const Trace& trace, const Baseline& baseline, const std::string& who) {
+  BaselineRow row;
+  row.madeAt = Now();
+  row.madeBy = who;
+  row.card = CardJson(trace.GetCard());
+  row.events = BaselineEventsJson(baseline.events);
+  return row;
 }
 
 }  // namespace
@@ -80,14 +90,13 @@ Taken Intake::Take(const std::string& name, std::vector<char> bytes) {
   row.receivedAt = Now();
   const std::string kept(bytes.begin(), bytes.end());
   const Trace trace = Trace::FromBytes(name, std::move(bytes));
+  // Half a file above all: its sender has the rest, and should hear that it is missing.
+  if (const std::string why = trace.WhyUnusable(); !why.empty())
+    throw Error(ErrorKind::kUnreadable, name, why);
   const Card card = trace.GetCard();
   row.takenAt = TakenAt(card, row.receivedAt);
-  if (learn_ && fibre.baseline == 0)
-    TakeBaseline(name, std::vector<char>(kept.begin(), kept.end()), "learnt");
-  const std::string cardJson = CardJson(card);
-  Taken taken;
-  store_.Write(
-      [&](soci::session& session) { taken = PutTrace(session, store_.Kind(), row, cardJson, kept); });
+  if (learn_ && fibre.baseline == 0) Learn(fibre, trace);
+  const Taken taken = Keep(row, name, CardJson(card), kept);
   if (!taken.known) {
     ++taken_;
     recent_.Put(taken.id, trace);
@@ -96,28 +105,50 @@ Taken Intake::Take(const std::string& name, std::vector<char> bytes) {
   return taken;
 }
 
-Id Intake::TakeBaseline(const std::string& name, std::vector<char> bytes, const std::string& who) {
+Taken Intake::Keep(const TraceRow& row, const std::string& name, const std::string& card,
+                   const std::string& bytes) {
+  Taken taken;
+  try {
+    store_.Write([&](soci::session& session) { taken = PutTrace(session, store_.Kind(), row, card, bytes); });
+  } catch (const soci::soci_error&) {
+    // The fibre was forgotten meanwhile.
+    if (store_.Read([&](soci::session& session) { return FindFibre(session, row.fibre); })) throw;
+    throw Error(ErrorKind::kUsage, name, "is no fibre that is watched here");
+  }
+  return taken;
+}
+
+// The first of several that come at once is the baseline.
+void Intake::Learn(const Fibre& fibre, const Trace& trace) {
+  const WatchLimits limits =
+      store_.Read([&](soci::session& session) { return FindLimits(session, fibre.limits); })
+          .value_or(WatchLimits());
+  const Baseline baseline = MakeBaseline(trace, MonitoringOf(limits));
+  const BaselineRow row = RowOf(trace, baseline, "learnt");
+  const std::string record = baseline.record.Bytes();
+  store_.Write([&](soci::session& session) {
+    LockFibre(session, store_.Kind(), fibre.name);
+    const auto now = FindFibre(session, fibre.id);
+    if (now && now->baseline == 0) PutBaseline(session, store_.Kind(), fibre.id, row, record);
+  });
+  work_.Ring();
+}
+
+Id Intake::TakeBaseline(const std::string& name, std::vector<char> bytes, const std::string& who,
+                        const std::function<void(soci::session&, Id)>& also) {
   const Fibre fibre = Known(name);
   const WatchLimits limits =
       store_.Read([&](soci::session& session) { return FindLimits(session, fibre.limits); })
           .value_or(WatchLimits());
-  Monitoring monitoring;
-  monitoring.level = limits.level;
-  monitoring.ltDb = limits.ltDb;
-  monitoring.rtDb = limits.rtDb;
-  monitoring.ctDbPerKm = limits.ctDbPerKm;
-  monitoring.eelDb = limits.eelDb;
   const Trace trace = Trace::FromBytes(name, std::move(bytes));
-  BaselineRow row;
-  row.madeAt = Now();
-  row.madeBy = who;
-  row.card = CardJson(trace.GetCard());
-  const Baseline baseline = MakeBaseline(trace, monitoring);
-  row.events = BaselineEventsJson(baseline.events);
+  const Baseline baseline = MakeBaseline(trace, MonitoringOf(limits));
+  const BaselineRow row = RowOf(trace, baseline, who);
   const std::string record = baseline.record.Bytes();
   Id id = 0;
-  store_.Write(
-      [&](soci::session& session) { id = PutBaseline(session, store_.Kind(), fibre.id, row, record); });
+  store_.Write([&](soci::session& session) {
+    id = PutBaseline(session, store_.Kind(), fibre.id, row, record);
+    also(session, id);
+  });
   work_.Ring();
   return id;
 }

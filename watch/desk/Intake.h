@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -33,18 +34,23 @@ class Intake {
   Intake(Store& store, Wake& work, bool learn) : store_(store), work_(work), learn_(learn) {}
 
   // Takes a trace of a fibre, whole and as it came. Throws Error kUsage for a name that no fibre has or could
-  // have, kUnreadable for bytes that are no trace, StoreAway where it can't be kept now.
+  // have, kUnreadable for bytes that are no trace or can't be measured, such as half a file, StoreAway where
+  // it can't be kept now.
   Taken Take(const std::string& fibre, std::vector<char> bytes);
 
   // Makes a trace the baseline of a fibre, with its limits. Throws Error as Take does, and kUnreadable for a
   // trace that shows no fibre.
-  Id TakeBaseline(const std::string& fibre, std::vector<char> bytes, const std::string& who);
+  // `also` is done in the same transaction, with the number of the baseline.
+  Id TakeBaseline(const std::string& fibre, std::vector<char> bytes, const std::string& who,
+                  const std::function<void(soci::session&, Id)>& also);
 
   long long TakenCount() const { return taken_; }
   ReadTraces& Recent() { return recent_; }
 
  private:
   Fibre Known(const std::string& name);
+  Taken Keep(const TraceRow& row, const std::string& name, const std::string& card, const std::string& bytes);
+  void Learn(const Fibre& fibre, const Trace& trace);
 
   Store& store_;
   Wake& work_;

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/desk/Keeper.h"
 
-#include <cstdlib>
+#include <algorithm>
+#include <utility>
 
 #include "watch/desk/Clock.h"
 #include "watch/desk/Complain.h"
@@ -11,9 +12,8 @@ namespace reflyze::watch {
 namespace {
 
 constexpr std::chrono::milliseconds kBeat{5000};
-constexpr Millis kJumpMillis = 30000;  // clocks are drawn to the right time by less
 
-std::vector<Expected> AllExpected(soci::session& session) {
+std::vector<Expected> ExpectedOf(soci::session& session) {
   Expected row;
   long long every = 0;
   const auto columns = [&](soci::statement& statement) {
@@ -21,7 +21,7 @@ std::vector<Expected> AllExpected(soci::session& session) {
     statement.exchange(soci::into(row.name));
     statement.exchange(soci::into(row.instrument));
     statement.exchange(soci::into(every));
-    statement.exchange(soci::into(row.since));
+    statement.exchange(soci::into(row.toldAt));
   };
   return RowsOf(
       session,
@@ -36,8 +36,19 @@ std::vector<Expected> AllExpected(soci::session& session) {
 
 }  // namespace
 
+std::vector<Expected> Keeper::AllExpected(soci::session& session) {
+  std::vector<Expected> all = ExpectedOf(session);
+  for (Expected& one : all) {
+    const auto [known, isNew] = heard_.try_emplace(one.fibre, Heard{one.toldAt, lookedFor_, false});
+    if (!isNew && known->second.toldAt != one.toldAt) known->second = {one.toldAt, lookedFor_, true};
+    one.quiet = lookedFor_ - known->second.lookedFor;
+    one.heard = known->second.since;
+  }
+  return all;
+}
+
 void Keeper::Start() {
-  clockAhead_ = Now() - SteadyNow();
+  lookedAt_ = SteadyNow();
   thread_ = std::thread([this] { Run(); });
 }
 
@@ -48,9 +59,6 @@ void Keeper::Stop() {
 
 void Keeper::Run() {
   do {
-    const Millis ahead = Now() - SteadyNow();
-    if (std::abs(ahead - clockAhead_) > kJumpMillis) jumpedAt_ = Now();
-    clockAhead_ = ahead;
     try {
       LookAround();
     } catch (const StoreAway&) {  // it will be back, or another centre does this
@@ -61,17 +69,21 @@ void Keeper::Run() {
 }
 
 void Keeper::LookAround() {
-  shop_.store.Write([&](soci::session& session) { StayAlive(session, shop_.name, Now()); });
-  const auto expected = shop_.store.Read([](soci::session& session) { return AllExpected(session); });
-  const Millis now = Now();
-  const Silent silent = SilentOf(expected, now, jumpedAt_);
-  const auto open = shop_.store.Read([](soci::session& session) { return OpenSilence(session); });
-  if (NextSilence(open, silent, now).empty()) return;
+  shop_.store.Write(
+      [&](soci::session& session) { StayAlive(session, shop_.store.Kind(), shop_.name, Now()); });
+  std::vector<Expected> expected;
+  const auto next = [&](soci::session& session) {
+    expected = AllExpected(session);
+    return NextSilence(OpenSilence(session), expected, Now());
+  };
+  const Millis steady = SteadyNow();
+  lookedFor_ += std::min<Millis>(steady - std::exchange(lookedAt_, steady), 2 * kBeat.count());
+  if (shop_.store.Read(next).empty()) return;
   std::vector<AlarmChange> changes;
   shop_.store.Write([&](soci::session& session) {
     // Several centres look; what one of them has raised is open for the next.
-    if (shop_.store.Kind() == Dialect::kPostgres) session << "LOCK TABLE alarms IN SHARE ROW EXCLUSIVE MODE";
-    changes = KeepChanges(session, NextSilence(OpenSilence(session), silent, now), shop_.listeners, now);
+    LockAgainst(session, shop_.store.Kind(), "alarms");
+    changes = KeepChanges(session, next(session), shop_.listeners, Now());
   });
   std::map<Id, std::string> names;
   for (const Expected& one : expected) names[one.fibre] = one.name;

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <map>
 #include <thread>
+#include <vector>
 
 #include "watch/desk/Silence.h"
 #include "watch/desk/Worker.h"
@@ -19,12 +21,19 @@ class Keeper {
  private:
   void Run();
   void LookAround();
+  std::vector<Expected> AllExpected(soci::session& session);
 
   Shop& shop_;
   Wake wake_;
   std::thread thread_;
-  Millis clockAhead_ = 0;  // the machine's clock against the steady one
-  Millis jumpedAt_ = 0;    // when it was set last
+  // When a fibre was heard last. Clocks that are set, a store that is away and a centre that stands still
+  // make nobody silent: what counts is the time for which this centre looked on.
+  struct Heard {
+    Millis toldAt = 0, lookedFor = 0;
+    bool since = false;
+  };
+  std::map<Id, Heard> heard_;
+  Millis lookedFor_ = 0, lookedAt_ = 0;  // for how long, and when last, by the steady clock
 };
 
 }  // namespace reflyze::watch

@@ -10,10 +10,27 @@ namespace {
 constexpr Millis kMillisPerSecond = 1000;
 constexpr Millis kMostGraceMillis = 60000;
 
-bool IsSilent(const Expected& one, Millis now, Millis jumpedAt) {
+bool IsSilent(const Expected& one) {
   const Millis every = one.everySeconds * kMillisPerSecond,
                most = 2 * every + std::min(every, kMostGraceMillis);
-  return one.everySeconds > 0 && now - std::max(one.since, jumpedAt) > most;
+  return one.everySeconds > 0 && one.quiet > most;
+}
+
+// Whether the fibre of an alarm speaks again.
+bool Spoke(const Expected& one, const Alarm& alarm) {
+  return !IsSilent(one) && (one.heard || one.toldAt > alarm.raisedAt);
+}
+
+// An alarm goes on while nothing has come from any that it is of.
+bool GoesOn(const Alarm& alarm, const std::vector<Expected>& expected) {
+  const bool whole = alarm.kind == AlarmKind::kInstrument;
+  bool any = false;
+  for (const Expected& one : expected) {
+    if (whole ? one.instrument != alarm.instrument : one.fibre != alarm.fibre) continue;
+    any = true;
+    if (Spoke(one, alarm)) return false;
+  }
+  return any;
 }
 
 AlarmChange Raised(Alarm alarm, Millis now) {
@@ -30,12 +47,16 @@ AlarmChange Cleared(Alarm alarm, Millis now) {
   return {alarm, Telling::kCleared};
 }
 
+bool InstrumentIn(const Silent& silent, const std::string& name) {
+  return std::binary_search(silent.instruments.begin(), silent.instruments.end(), name);
+}
+
 AlarmChange NoTraceFrom(const Expected& one, Millis now) {
   Alarm alarm;
   alarm.fibre = one.fibre;
   alarm.kind = AlarmKind::kNoTrace;
   alarm.severity = Severity::kMajor;
-  alarm.sentence = "no trace came for " + std::to_string((now - one.since) / kMillisPerSecond) +
+  alarm.sentence = "no trace came for " + std::to_string(one.quiet / kMillisPerSecond) +
                    " s; one is expected every " + std::to_string(one.everySeconds) + " s";
   return Raised(alarm, now);
 }
@@ -51,35 +72,38 @@ AlarmChange DeadInstrument(const std::string& name, Millis now) {
 
 }  // namespace
 
-Silent SilentOf(const std::vector<Expected>& expected, Millis now, Millis jumpedAt) {
+Silent SilentOf(const std::vector<Expected>& expected) {
   std::map<std::string, std::pair<int, int>> counts;  // of an instrument: fibres, silent ones
   for (const Expected& one : expected) {
     if (one.everySeconds <= 0) continue;
     ++counts[one.instrument].first;
-    counts[one.instrument].second += IsSilent(one, now, jumpedAt) ? 1 : 0;
+    counts[one.instrument].second += IsSilent(one) ? 1 : 0;
   }
   Silent silent;
   for (const auto& [name, count] : counts) {
     if (!name.empty() && count.first >= 2 && count.first == count.second) silent.instruments.push_back(name);
   }
   for (const Expected& one : expected) {
-    const bool told =
-        std::binary_search(silent.instruments.begin(), silent.instruments.end(), one.instrument);
-    if (!told && IsSilent(one, now, jumpedAt)) silent.fibres.push_back(one);
+    if (!InstrumentIn(silent, one.instrument) && IsSilent(one)) silent.fibres.push_back(one);
   }
   return silent;
 }
 
-std::vector<AlarmChange> NextSilence(const std::vector<Alarm>& open, const Silent& silent, Millis now) {
+std::vector<AlarmChange> NextSilence(const std::vector<Alarm>& open, const std::vector<Expected>& expected,
+                                     Millis now) {
+  const Silent silent = SilentOf(expected);
   std::vector<AlarmChange> changes;
   std::set<Id> fibres;
   std::set<std::string> instruments(silent.instruments.begin(), silent.instruments.end());
   for (const Expected& one : silent.fibres) fibres.insert(one.fibre);
   for (const Alarm& alarm : open) {
-    if (alarm.kind == AlarmKind::kNoTrace && fibres.erase(alarm.fibre) == 0)
-      changes.push_back(Cleared(alarm, now));
-    if (alarm.kind == AlarmKind::kInstrument && instruments.erase(alarm.instrument) == 0)
-      changes.push_back(Cleared(alarm, now));
+    const bool whole = alarm.kind == AlarmKind::kInstrument;
+    const bool told = whole ? instruments.erase(alarm.instrument) > 0 : fibres.erase(alarm.fibre) > 0;
+    // That of an instrument stands for those of its fibres.
+    const bool within = !whole && std::any_of(expected.begin(), expected.end(), [&](const Expected& one) {
+      return one.fibre == alarm.fibre && InstrumentIn(silent, one.instrument);
+    });
+    if (!told && (within || !GoesOn(alarm, expected))) changes.push_back(Cleared(alarm, now));
   }
   for (const Expected& one : silent.fibres) {
     if (fibres.count(one.fibre) > 0) changes.push_back(NoTraceFrom(one, now));

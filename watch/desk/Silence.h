@@ -14,19 +14,22 @@ struct Expected {
   Id fibre = 0;
   std::string name, instrument;
   long everySeconds = 0;
-  Millis since = 0;  // when a trace came last, or the fibre began to be watched
+  Millis toldAt = 0;   // when a trace came last, or the fibre began to be watched, by the clock of then
+  Millis quiet = 0;    // for how long none has come while this centre looked on
+  bool heard = false;  // one has, since it looks on
 };
 
-// What of all that is silent now: the fibres from which nothing has come for more than twice the time in
-// which a trace is expected; where that is so of all fibres of an instrument, two at least, the instrument. A
-// clock that was set at `jumpedAt` makes nothing silent before the same time has passed again.
+// What of all that is silent: the fibres from which nothing has come for more than twice the time in which a
+// trace is expected; where that is so of all fibres of an instrument, two at least, the instrument.
 struct Silent {
   std::vector<Expected> fibres;
   std::vector<std::string> instruments;
 };
-Silent SilentOf(const std::vector<Expected>& expected, Millis now, Millis jumpedAt);
+Silent SilentOf(const std::vector<Expected>& expected);
 
-// What that changes of the alarms of silence, which are `open`. They need no confirmation.
-std::vector<AlarmChange> NextSilence(const std::vector<Alarm>& open, const Silent& silent, Millis now);
+// What that changes of the alarms of silence, which are `open`. They need no confirmation, and end when a
+// trace has come: a centre that has just begun to look on knows nothing yet.
+std::vector<AlarmChange> NextSilence(const std::vector<Alarm>& open, const std::vector<Expected>& expected,
+                                     Millis now);
 
 }  // namespace reflyze::watch

@@ -15,7 +15,6 @@ namespace {
 constexpr long kAtOnce = 16;
 constexpr std::chrono::milliseconds kLookAround{1000};
 constexpr Millis kFirstPause = 1000;
-constexpr Millis kLongestPause = 600000;
 
 Millis PauseAfter(int tries) {
   Millis pause = kFirstPause;
@@ -64,14 +63,7 @@ void Teller::Run() {
 
 bool Teller::SendSome() {
   // Nobody writes for nothing: a look first.
-  const Millis now = Now();
-  const bool any = shop_.store.Read([&](soci::session& session) {
-    long long due = 0;
-    session << "SELECT COUNT(*) FROM deliveries WHERE state = 0 AND next_at <= :now", soci::use(now),
-        soci::into(due);
-    return due > 0;
-  });
-  if (!any) return false;
+  if (!shop_.store.Read([](soci::session& session) { return AnyDue(session, Now()); })) return false;
   std::vector<Delivery> due;
   shop_.store.Write([&](soci::session& session) {
     due = ClaimDue(session, shop_.store.Kind(), shop_.name, Now(), kAtOnce);
@@ -81,6 +73,8 @@ bool Teller::SendSome() {
 }
 
 void Teller::SendOne(const Delivery& delivery) {
+  const std::optional<Message> message = Written(delivery);
+  if (!message) return;
   Delivery tried = delivery;
   ++tried.tries;
   try {
@@ -88,10 +82,8 @@ void Teller::SendOne(const Delivery& delivery) {
                                       [&](const NamedChannel& one) { return one.name == delivery.channel; });
     if (channel == channels_.end())
       throw Error(ErrorKind::kUsage, delivery.channel, "is no channel any more");
-    channel->channel->Send(Written(delivery));
+    channel->channel->Send(*message);
     tried.problem.clear();
-  } catch (const StoreAway&) {
-    throw;
   } catch (const std::exception& error) {
     tried.problem = error.what();
   }
@@ -99,19 +91,22 @@ void Teller::SendOne(const Delivery& delivery) {
     if (tried.problem.empty()) {
       Delivered(session, tried.id);
     } else if (tried.tries >= kMostTries) {
-      GiveUp(session, tried);
+      GiveUp(session, tried, shop_.name);
     } else {
-      TryLater(session, tried, Now() + PauseAfter(tried.tries));
+      TryLater(session, tried, shop_.name, Now() + PauseAfter(tried.tries));
     }
   });
 }
 
-Message Teller::Written(const Delivery& delivery) {
-  return shop_.store.Read([&](soci::session& session) {
+// None for a message that another centre has taken, since this one stood still, or whose fibre was forgotten.
+std::optional<Message> Teller::Written(const Delivery& delivery) {
+  return shop_.store.Read([&](soci::session& session) -> std::optional<Message> {
+    const std::optional<Alarm> alarm = FindAlarm(session, delivery.alarm);
+    if (!alarm || !IsClaimed(session, delivery.id, shop_.name)) return std::nullopt;
     Message message;
     message.delivery = delivery.id;
     message.what = delivery.what;
-    message.alarm = FindAlarm(session, delivery.alarm).value_or(Alarm());
+    message.alarm = *alarm;
     if (const auto fibre = FindFibre(session, message.alarm.fibre)) {
       message.fibre = fibre->name;
       message.title = fibre->title;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -25,7 +26,7 @@ class Teller {
   void Run();
   bool SendSome();
   void SendOne(const Delivery& delivery);
-  Message Written(const Delivery& delivery);
+  std::optional<Message> Written(const Delivery& delivery);
 
   Shop& shop_;
   std::vector<NamedChannel> channels_;

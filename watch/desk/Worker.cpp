@@ -2,7 +2,9 @@
 #include "watch/desk/Worker.h"
 
 #include <algorithm>
+#include <new>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "reflyze/monitor.h"
 #include "watch/desk/Clock.h"
@@ -23,7 +25,8 @@ constexpr std::size_t kLatencies = 4096;
 }  // namespace
 
 void Workers::Start(unsigned threads) {
-  for (unsigned i = 0; i < threads; ++i) threads_.emplace_back([this] { Run(); });
+  held_.resize(threads);
+  for (unsigned i = 0; i < threads; ++i) threads_.emplace_back([this, i] { Run(i); });
 }
 
 void Workers::Stop() {
@@ -38,31 +41,73 @@ std::vector<double> Workers::Latencies() const {
 }
 
 // A store that is away takes the fibres along; they are taken again when it is back.
-void Workers::Run() {
+void Workers::Run(std::size_t own) {
   std::vector<Id> fibres;
+  bool refused = false;
   while (true) {
     const unsigned long seen = shop_.work.Rung();
     std::chrono::milliseconds patience = kLookAround;
     try {
+      if (refused) EachAlone(own, std::exchange(fibres, {}));
+      refused = false;
       std::vector<Done> all;
       all.reserve(fibres.size());
       for (const Id fibre : fibres) all.push_back(Work(fibre));
-      fibres = Finish(all);
+      fibres = Finish(own, all, shop_.work.Stopping() ? 0 : kFibresAtOnce);
       if (!fibres.empty() && !shop_.work.Stopping()) continue;
     } catch (const StoreAway&) {
       patience = kStoreAway;
+    } catch (const std::bad_alloc&) {
+      patience = kStoreAway;
     } catch (const std::exception& error) {
       Complain("comparing", error);
+      refused = true;
       patience = kStoreAway;
     }
     if (!shop_.work.Wait(seen, patience)) return;
   }
 }
 
+// What the database refuses is the fault of one trace; the other fibres go on without it.
+void Workers::EachAlone(std::size_t own, const std::vector<Id>& fibres) {
+  for (const Id fibre : fibres) {
+    const Done done = Work(fibre);
+    try {
+      Finish(own, {done}, 0);
+    } catch (const StoreAway&) {
+      throw;
+    } catch (const std::exception& error) {
+      shop_.store.Write([&](soci::session& session) {
+        if (!Holds(session, shop_.store.Kind(), fibre, shop_.name)) return;
+        for (const Outcome& outcome : done.outcomes)
+          PutBad(session, outcome.trace.id, std::string("its result can't be kept: ") + error.what());
+        Release(session, fibre, shop_.name);
+      });
+    }
+  }
+}
+
+void Workers::Hold(std::size_t own, const std::vector<Id>& fibres) {
+  const std::lock_guard<std::mutex> lock(held_mutex_);
+  held_[own] = fibres;
+}
+
+std::vector<Id> Workers::AllHeld() const {
+  const std::lock_guard<std::mutex> lock(held_mutex_);
+  std::vector<Id> all;
+  for (const std::vector<Id>& one : held_) all.insert(all.end(), one.begin(), one.end());
+  return all;
+}
+
 Workers::Done Workers::Work(Id id) {
   Done done;
   done.fibre = id;
-  const auto fibre = shop_.store.Read([&](soci::session& session) { return FindFibre(session, id); });
+  WatchLimits limits;
+  const auto fibre = shop_.store.Read([&](soci::session& session) {
+    const auto found = FindFibre(session, id);
+    if (found) limits = FindLimits(session, found->limits).value_or(WatchLimits());
+    return found;
+  });
   if (!fibre || fibre->baseline == 0) return done;
   done.name = fibre->name;
   done.confirm = fibre->confirm;
@@ -70,10 +115,11 @@ Workers::Done Workers::Work(Id id) {
   const auto rows =
       shop_.store.Read([&](soci::session& session) { return WaitingTraces(session, id, kTracesAtOnce); });
   Fibre now = *fibre;
+  if (IsAhead(now.lastTakenAt, Now())) now.lastTakenAt = 0;
   std::shared_ptr<const ReadBaseline> baseline;
   std::string problem;
   try {
-    baseline = baselines_.Get(fibre->baseline);
+    baseline = baselines_.Get(fibre->baseline, limits);
   } catch (const Error& error) {
     problem = std::string("the baseline can't be used: ") + error.what();
   }
@@ -115,6 +161,8 @@ Workers::Outcome Workers::One(const Fibre& fibre, const ReadBaseline& baseline, 
       LookAtTrends(fibre, outcome);
   } catch (const StoreAway&) {
     throw;
+  } catch (const std::bad_alloc&) {
+    throw;  // not the fault of the trace
   } catch (const std::exception& error) {
     // Whatever is wrong with one trace, the queue goes on.
     outcome.problem = error.what();
@@ -158,26 +206,45 @@ std::vector<AlarmChange> Workers::KeepOne(soci::session& session, const Done& do
   return KeepChanges(session, std::move(changes), shop_.listeners, Now());
 }
 
-// Keeps what was done and takes what comes next, in one transaction.
-std::vector<Id> Workers::Finish(const std::vector<Done>& all) {
-  std::vector<Id> next;
-  std::vector<std::vector<AlarmChange>> changes;
-  const bool stopping = shop_.work.Stopping();
-  if (all.empty() && stopping) return {};
-  shop_.store.Write([&](soci::session& session) {
-    changes.assign(all.size(), {});
-    for (std::size_t i = 0; i < all.size(); ++i) {
-      // Another centre may have taken over what this one did not finish in time.
-      if (!Holds(session, shop_.store.Kind(), all[i].fibre, shop_.name)) continue;
-      for (const Outcome& outcome : all[i].outcomes) {
-        for (AlarmChange& change : KeepOne(session, all[i], outcome)) changes[i].push_back(std::move(change));
-      }
-      Release(session, all[i].fibre, shop_.name);
+// Whether what was done of a fibre counts. Another centre may have taken over what this one did not finish in
+// time; and against a baseline that came meanwhile its traces have to be compared anew.
+bool Workers::KeepAll(soci::session& session, const Done& done, std::vector<AlarmChange>& changes) const {
+  const auto held = Holds(session, shop_.store.Kind(), done.fibre, shop_.name);
+  if (!held) return false;
+  const bool counts = held->baseline == done.baseline;
+  if (counts && IsAhead(held->lastTakenAt, Now())) ForgetNewest(session, done.fibre);
+  if (counts) {
+    for (const Outcome& outcome : done.outcomes) {
+      for (AlarmChange& change : KeepOne(session, done, outcome)) changes.push_back(std::move(change));
     }
-    next = stopping ? std::vector<Id>()
-                    : ClaimFibres(session, shop_.store.Kind(), shop_.name, Now(), kFibresAtOnce);
-  });
-  for (std::size_t i = 0; i < all.size(); ++i) Tell(all[i], changes[i]);
+  }
+  Release(session, done.fibre, shop_.name);
+  return counts;
+}
+
+// Keeps what was done and takes what comes next, at most so many, in one transaction.
+std::vector<Id> Workers::Finish(std::size_t own, const std::vector<Done>& all, long most) {
+  if (all.empty() && most == 0) return {};
+  std::vector<Id> next, before;
+  std::vector<std::vector<AlarmChange>> changes;
+  std::vector<bool> counts;
+  for (const Done& done : all) before.push_back(done.fibre);
+  try {
+    shop_.store.Write([&](soci::session& session) {
+      changes.assign(all.size(), {});
+      counts.assign(all.size(), false);
+      for (std::size_t i = 0; i < all.size(); ++i) counts[i] = KeepAll(session, all[i], changes[i]);
+      Hold(own, {});
+      next = ClaimFibres(session, shop_.store.Kind(), shop_.name, Now(), most, AllHeld());
+      Hold(own, next);
+    });
+  } catch (...) {
+    Hold(own, before);
+    throw;
+  }
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    if (counts[i]) Tell(all[i], changes[i]);
+  }
   return next;
 }
 

@@ -65,12 +65,16 @@ class Workers {
     Id baseline = 0;
     std::vector<Outcome> outcomes;
   };
-  void Run();
+  void Run(std::size_t own);
   Done Work(Id fibre);
   Outcome One(const Fibre& fibre, const ReadBaseline& baseline, const TraceRow& row);
   void LookAtTrends(const Fibre& fibre, Outcome& outcome);
   std::vector<AlarmChange> KeepOne(soci::session& session, const Done& done, const Outcome& outcome) const;
-  std::vector<Id> Finish(const std::vector<Done>& all);
+  std::vector<Id> Finish(std::size_t own, const std::vector<Done>& all, long most);
+  bool KeepAll(soci::session& session, const Done& done, std::vector<AlarmChange>& changes) const;
+  void EachAlone(std::size_t own, const std::vector<Id>& fibres);
+  void Hold(std::size_t own, const std::vector<Id>& fibres);
+  std::vector<Id> AllHeld() const;
   void Tell(const Done& done, const std::vector<AlarmChange>& changes);
 
   static constexpr std::size_t kMeasured = 16384;  // baselines, of about 2 kB each
@@ -79,6 +83,8 @@ class Workers {
   Baselines baselines_;
   BaselineMemory measured_{kMeasured};
   std::vector<std::thread> threads_;
+  mutable std::mutex held_mutex_;
+  std::vector<std::vector<Id>> held_;  // what each thread works on
   std::atomic<long long> compared_{0}, bad_{0};
   mutable std::mutex latencies_mutex_;
   std::deque<double> latencies_;

@@ -105,6 +105,7 @@ Response PutFibreAsked(const Desk& desk, const Request& request) {
   const std::optional<std::string> route = RouteIn(form);
   bool known = false;
   desk.Change(request, "fibre", name, [&](soci::session& session) {
+    LockFibre(session, desk.TheStore().Kind(), name);
     const std::optional<Fibre> before = FindFibre(session, name);
     known = before.has_value();
     Fibre fibre = before.value_or(Fibre());
@@ -182,6 +183,7 @@ Response PutLimitsAsked(const Desk& desk, const Request& request) {
   Form form(request);
   WatchLimits limits;
   desk.Change(request, "limits", name, [&](soci::session& session) {
+    LockAgainst(session, desk.TheStore().Kind(), "limits");
     limits = FindLimits(session, name).value_or(WatchLimits());
     limits.level = form.Text("level", limits.level, kLongestLevel);
     if (limits.level.empty()) throw Refusal(422, "a level has a name");
@@ -256,7 +258,7 @@ std::vector<Way> FibreWays(const Desk& desk) {
       {"PUT",
        "/limits/{name}",
        Role::kAdministrator,
-       "Adds limits, or changes the keys that are given; baselines made from then on have them",
+       "Adds limits, or changes the keys that are given; the next traces are held against them",
        "LimitsChange",
        "Limits",
        200,

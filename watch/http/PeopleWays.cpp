@@ -28,6 +28,11 @@ Role RoleAsked(const std::string& name) {
   return *role;
 }
 
+// Another centre changes none meanwhile.
+void LockUsers(soci::session& session, const Desk& desk) {
+  LockAgainst(session, desk.TheStore().Kind(), "users");
+}
+
 // Without an administrator nobody could change anything any more; and without any user all could.
 void NeedAdministrator(soci::session& session) {
   const std::vector<User> users = Users(session);
@@ -63,6 +68,7 @@ Response PutUserAsked(const Desk& desk, const Request& request) {
   desk.Change(request, "user",
               name + (role.empty() ? "" : ": " + role) + (hash.empty() ? "" : ", new password"),
               [&](soci::session& session) {
+                LockUsers(session, desk);
                 const std::optional<User> before = FindUser(session, name);
                 known = before.has_value();
                 if (!known && hash.empty()) throw Refusal(422, "a new user needs a password");
@@ -78,6 +84,7 @@ Response PutUserAsked(const Desk& desk, const Request& request) {
 Response DropUserAsked(const Desk& desk, const Request& request) {
   const std::string& name = request.parts[1];
   desk.Change(request, "drop user", name, [&](soci::session& session) {
+    LockUsers(session, desk);
     if (!DropUser(session, name)) throw Refusal(404, "there is no such user");
     NeedAdministrator(session);
   });

@@ -118,8 +118,10 @@ Response BaselineOf(const Desk& desk, const Request& request, int status = 200) 
 Response PutBaselineAsked(const Desk& desk, const Request& request) {
   const Fibre fibre = FibreOf(desk, request);
   if (request.body.empty()) throw Refusal(422, "the body is empty; it is the bytes of a trace");
-  const Id id = desk.served.intake.TakeBaseline(fibre.name, request.body, request.person.name);
-  desk.Change(request, "baseline", fibre.name + ": " + std::to_string(id), [](soci::session&) {});
+  const auto note = [&](soci::session& session, Id made) {
+    Note(session, {0, Now(), request.person.name, "baseline", fibre.name + ": " + std::to_string(made)});
+  };
+  const Id id = desk.served.intake.TakeBaseline(fibre.name, request.body, request.person.name, note);
   desk.served.shop.bus.Publish("fibre", fibre.name, R"({"baseline":)" + std::to_string(id) + "}");
   return BaselineOf(desk, request, 201);
 }

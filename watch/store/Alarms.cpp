@@ -74,12 +74,17 @@ std::vector<Delivery> DeliveriesOf(soci::session& session, const std::string& qu
   });
 }
 
-void SetDelivery(soci::session& session, const Delivery& delivery, DeliveryState state, Millis nextAt) {
+// Another centre may have sent meanwhile what this one could not.
+void SetDelivery(soci::session& session, const Delivery& delivery, const std::string& centre,
+                 DeliveryState state, Millis nextAt) {
   const int code = state;
   session << "UPDATE deliveries SET state = :state, tries = :tries, next_at = :next, problem = :problem,"
-             " claimed_by = '' WHERE id = :id",
-      use(code), use(delivery.tries), use(nextAt), use(delivery.problem), use(delivery.id);
+             " claimed_by = '' WHERE id = :id AND claimed_by = :centre AND state = 0",
+      use(code), use(delivery.tries), use(nextAt), use(delivery.problem), use(delivery.id), use(centre);
 }
+
+// The condition, with the values :now and :far.
+constexpr const char* kIsDue = "state = 0 AND (next_at <= :now OR next_at > :far)";
 
 }  // namespace
 
@@ -132,11 +137,12 @@ Id PutAlarm(soci::session& session, const Alarm& alarm) {
 }
 
 bool Acknowledge(soci::session& session, Id id, const std::string& who, Millis now) {
-  const std::optional<Alarm> alarm = FindAlarm(session, id);
-  if (!alarm || !alarm->Open() || alarm->acknowledgedAt > 0) return false;
-  session << "UPDATE alarms SET acknowledged_at = :at, acknowledged_by = :who WHERE id = :id", use(now),
-      use(who), use(id);
-  return true;
+  soci::statement statement =
+      (session.prepare << "UPDATE alarms SET acknowledged_at = :at, acknowledged_by = :who WHERE id = :id AND"
+                          " state < 2 AND acknowledged_at = 0",
+       use(now), use(who), use(id));
+  statement.execute(true);
+  return statement.get_affected_rows() > 0;
 }
 
 void Enqueue(soci::session& session, Id alarm, Telling what, const std::string& channel, Millis now) {
@@ -147,34 +153,53 @@ void Enqueue(soci::session& session, Id alarm, Telling what, const std::string& 
       use(alarm), use(code), use(channel), use(now);
 }
 
+bool AnyDue(soci::session& session, Millis now) {
+  const Millis far = now + kLongestPause;
+  long long due = 0;
+  session << std::string("SELECT COUNT(*) FROM deliveries WHERE ") + kIsDue, use(now), use(far), into(due);
+  return due > 0;
+}
+
 std::vector<Delivery> ClaimDue(soci::session& session, Dialect kind, const std::string& centre, Millis now,
                                long most) {
   const long long count = most;
+  const Millis far = now + kLongestPause;
   const std::string lock = kind == Dialect::kPostgres ? " FOR UPDATE SKIP LOCKED" : "";
   return DeliveriesOf(
       session,
-      "UPDATE deliveries SET claimed_by = :centre WHERE id IN (SELECT id FROM deliveries WHERE state = 0 AND"
-      " next_at <= :now AND (claimed_by = '' OR NOT EXISTS (SELECT 1 FROM centres WHERE name = claimed_by AND"
-      " alive_until > :then)) ORDER BY next_at LIMIT :most" +
-          lock + ") RETURNING id, alarm, what, channel, tries, next_at, problem",
+      std::string(
+          "UPDATE deliveries SET claimed_by = :centre WHERE id IN (SELECT id FROM deliveries WHERE ") +
+          kIsDue +
+          " AND (claimed_by = '' OR claimed_by = :own OR NOT EXISTS (SELECT 1 FROM centres WHERE"
+          " name = claimed_by AND alive_until > " +
+          LeaseClock(kind, now) + ")) ORDER BY next_at LIMIT :most" + lock +
+          ") RETURNING id, alarm, what, channel, tries, next_at, problem",
       [&](soci::statement& statement) {
         statement.exchange(use(centre));
         statement.exchange(use(now));
-        statement.exchange(use(now));
+        statement.exchange(use(far));
+        statement.exchange(use(centre));
         statement.exchange(use(count));
       });
+}
+
+bool IsClaimed(soci::session& session, Id delivery, const std::string& centre) {
+  long long count = 0;
+  session << "SELECT COUNT(*) FROM deliveries WHERE id = :id AND claimed_by = :centre AND state = 0",
+      use(delivery), use(centre), into(count);
+  return count > 0;
 }
 
 void Delivered(soci::session& session, Id delivery) {
   session << "UPDATE deliveries SET state = 1, claimed_by = '', problem = '' WHERE id = :id", use(delivery);
 }
 
-void TryLater(soci::session& session, const Delivery& delivery, Millis nextAt) {
-  SetDelivery(session, delivery, kDue, nextAt);
+void TryLater(soci::session& session, const Delivery& delivery, const std::string& centre, Millis nextAt) {
+  SetDelivery(session, delivery, centre, kDue, nextAt);
 }
 
-void GiveUp(soci::session& session, const Delivery& delivery) {
-  SetDelivery(session, delivery, kDead, delivery.nextAt);
+void GiveUp(soci::session& session, const Delivery& delivery, const std::string& centre) {
+  SetDelivery(session, delivery, centre, kDead, delivery.nextAt);
 }
 
 std::vector<Delivery> DeadLetters(soci::session& session, long most) {

@@ -30,19 +30,25 @@ std::vector<Alarm> Alarms(soci::session& session, const AlarmQuery& query);
 
 // Adds an alarm (number 0) or keeps what has become of one. Gives its number.
 Id PutAlarm(soci::session& session, const Alarm& alarm);
-// Whether there was such an alarm, open and not acknowledged before.
+// Whether there was such an alarm, open and not acknowledged before; of several at once, one succeeds.
 bool Acknowledge(soci::session& session, Id id, const std::string& who, Millis now);
 
 // A message to be sent as soon as possible.
 void Enqueue(soci::session& session, Id alarm, Telling what, const std::string& channel, Millis now);
-// Takes messages that are due, so that no other centre takes them.
+// The longest time that a message waits. One that seems to wait for longer is due: a clock was set.
+constexpr Millis kLongestPause = 600000;
+bool AnyDue(soci::session& session, Millis now);
+// Takes messages that are due, so that no other centre takes them. What `centre` has taken before and said
+// nothing of is due again.
 std::vector<Delivery> ClaimDue(soci::session& session, Dialect kind, const std::string& centre, Millis now,
                                long most);
+// Whether a message is still this centre's to send.
+bool IsClaimed(soci::session& session, Id delivery, const std::string& centre);
 void Delivered(soci::session& session, Id delivery);
-// Lets a message wait until `nextAt`.
-void TryLater(soci::session& session, const Delivery& delivery, Millis nextAt);
-// Puts a message on the list of those that could not be told.
-void GiveUp(soci::session& session, const Delivery& delivery);
+// Lets a message of this centre's wait until `nextAt`.
+void TryLater(soci::session& session, const Delivery& delivery, const std::string& centre, Millis nextAt);
+// Puts a message of this centre's on the list of those that could not be told.
+void GiveUp(soci::session& session, const Delivery& delivery, const std::string& centre);
 std::vector<Delivery> DeadLetters(soci::session& session, long most);
 // Lets all dead letters wait again. Gives how many.
 long Revive(soci::session& session, Millis now);

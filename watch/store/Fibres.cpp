@@ -48,6 +48,12 @@ std::optional<Fibre> FindFibre(soci::session& session, Id id) {
                              [&](soci::statement& statement) { statement.exchange(soci::use(id)); }));
 }
 
+void LockFibre(soci::session& session, Dialect kind, const std::string& name) {
+  Id id = 0;  // a file is locked as a whole already
+  if (kind == Dialect::kPostgres)
+    session << "SELECT id FROM fibres WHERE name = :name FOR UPDATE", soci::use(name), soci::into(id);
+}
+
 std::vector<Fibre> Fibres(soci::session& session, const std::string& after, long most) {
   const long long count = most;
   return FibresWhere(session, "WHERE name > :after ORDER BY name LIMIT :most",

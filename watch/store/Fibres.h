@@ -16,6 +16,8 @@ namespace reflyze::watch {
 
 std::optional<Fibre> FindFibre(soci::session& session, const std::string& name);
 std::optional<Fibre> FindFibre(soci::session& session, Id id);
+// Until the transaction ends nobody else changes the fibre.
+void LockFibre(soci::session& session, Dialect kind, const std::string& name);
 // In the order of their names, at most so many, behind `after`.
 std::vector<Fibre> Fibres(soci::session& session, const std::string& after = "", long most = 1000000);
 // Adds a fibre, or changes how one of that name is watched; what has happened to it stays. Gives its number.

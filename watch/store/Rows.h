@@ -7,6 +7,9 @@
 #include <utility>
 #include <vector>
 
+#include "watch/store/Store.h"
+#include "watch/store/Values.h"
+
 namespace reflyze::watch {
 
 // The rows of a query. `into` names the columns' variables to the statement, `bind` the values that the query
@@ -26,5 +29,11 @@ auto RowsOf(soci::session& session, const std::string& query, Into into, Bind bi
 }
 
 inline void NoValues(soci::statement&) {}
+
+// The time by which centres are alive: that of the server which several share, else `now`.
+inline std::string LeaseClock(Dialect kind, Millis now) {
+  return kind == Dialect::kPostgres ? "CAST(EXTRACT(EPOCH FROM clock_timestamp()) * 1000 AS BIGINT)"
+                                    : std::to_string(now);
+}
 
 }  // namespace reflyze::watch

@@ -31,15 +31,13 @@ std::vector<TraceRow> TracesWhere(soci::session& session, const std::string& whe
                 });
 }
 
-// The fibre has a trace again, and so has its instrument.
+// The fibre has a trace again. That of an instrument is the latest of its fibres: a row of its own would be
+// wanted by all of them at once.
 void Received(soci::session& session, const TraceRow& row) {
   session
       << "UPDATE fibres SET last_received_at = :at, waiting_since = CASE WHEN waiting_since = 0 THEN :since"
          " ELSE waiting_since END WHERE id = :id",
       use(row.receivedAt), use(row.receivedAt), use(row.fibre);
-  session << "UPDATE instruments SET last_received_at = :at WHERE name = (SELECT instrument FROM fibres"
-             " WHERE id = :id)",
-      use(row.receivedAt), use(row.fibre);
 }
 
 }  // namespace
@@ -87,13 +85,13 @@ std::vector<TraceRow> TracesOf(soci::session& session, Id fibre, const PageEnd& 
                      });
 }
 
-void StayAlive(soci::session& session, const std::string& centre, Millis now) {
-  const Millis until = now + kLeaseMillis;
-  session << "INSERT INTO centres VALUES (:name, :until) ON CONFLICT (name) DO UPDATE SET"
-             " alive_until = excluded.alive_until",
-      use(centre), use(until);
-  const Millis forgotten = now - 100 * kLeaseMillis;
-  session << "DELETE FROM centres WHERE alive_until < :then", use(forgotten);
+void StayAlive(soci::session& session, Dialect kind, const std::string& centre, Millis now) {
+  const std::string clock = LeaseClock(kind, now), until = clock + " + " + std::to_string(kLeaseMillis);
+  session << "INSERT INTO centres VALUES (:name, " + until +
+                 ") ON CONFLICT (name) DO UPDATE SET alive_until = excluded.alive_until",
+      use(centre);
+  session << "UPDATE centres SET alive_until = " + until + " WHERE alive_until > " + until;
+  session << "DELETE FROM centres WHERE alive_until < " + clock + " - " + std::to_string(100 * kLeaseMillis);
 }
 
 void Leave(soci::session& session, const std::string& centre) {
@@ -101,31 +99,36 @@ void Leave(soci::session& session, const std::string& centre) {
 }
 
 std::vector<Id> ClaimFibres(soci::session& session, Dialect kind, const std::string& centre, Millis now,
-                            long most) {
+                            long most, const std::vector<Id>& held) {
   Id id = 0;
   const long long count = most;
   const std::string lock = kind == Dialect::kPostgres ? " FOR UPDATE SKIP LOCKED" : "";
+  std::string own = "0";
+  for (const Id one : held) own += ", " + std::to_string(one);
   return RowsOf(
       session,
       "UPDATE fibres SET claimed_by = :centre WHERE id IN (SELECT id FROM fibres WHERE waiting_since > 0 AND"
-      " baseline > 0 AND (claimed_by = '' OR NOT EXISTS (SELECT 1 FROM centres WHERE name = claimed_by AND"
-      " alive_until > :now)) ORDER BY waiting_since LIMIT :most" +
-          lock + ") RETURNING id",
+      " baseline > 0 AND id NOT IN (" +
+          own +
+          ") AND (claimed_by = '' OR claimed_by = :own OR NOT EXISTS (SELECT 1 FROM centres WHERE"
+          " name = claimed_by AND alive_until > " +
+          LeaseClock(kind, now) + ")) ORDER BY waiting_since LIMIT :most" + lock + ") RETURNING id",
       [&](soci::statement& statement) { statement.exchange(into(id)); },
       [&](soci::statement& statement) {
         statement.exchange(use(centre));
-        statement.exchange(use(now));
+        statement.exchange(use(centre));
         statement.exchange(use(count));
       },
       [&] { return id; });
 }
 
-bool Holds(soci::session& session, Dialect kind, Id fibre, const std::string& centre) {
-  std::string holder;
-  session << std::string("SELECT claimed_by FROM fibres WHERE id = :id") +
+std::optional<Held> Holds(soci::session& session, Dialect kind, Id fibre, const std::string& centre) {
+  Held held;
+  session << std::string(
+                 "SELECT baseline, last_taken_at FROM fibres WHERE id = :id AND claimed_by = :centre") +
                  (kind == Dialect::kPostgres ? " FOR UPDATE" : ""),
-      use(fibre), into(holder);
-  return session.got_data() && holder == centre;
+      use(fibre), use(centre), into(held.baseline), into(held.lastTakenAt);
+  return session.got_data() ? std::optional<Held>(held) : std::nullopt;
 }
 
 void Release(soci::session& session, Id fibre, const std::string& centre) {
@@ -150,8 +153,13 @@ long WaitingCount(soci::session& session) {
   return static_cast<long>(count);
 }
 
+void ForgetNewest(soci::session& session, Id fibre) {
+  session << "UPDATE fibres SET last_taken_at = 0 WHERE id = :id", use(fibre);
+}
+
 void PutBad(soci::session& session, Id trace, const std::string& problem) {
-  session << "UPDATE traces SET state = 2, problem = :problem WHERE id = :id", use(problem), use(trace);
+  session << "UPDATE traces SET state = 2, problem = :problem WHERE id = :id AND state = 0", use(problem),
+      use(trace);
 }
 
 bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline) {

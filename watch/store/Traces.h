@@ -36,20 +36,31 @@ std::vector<TraceRow> TracesOf(soci::session& session, Id fibre, const PageEnd& 
 
 // A centre that does not say for so long that it lives is dead, and its work is anybody's.
 constexpr Millis kLeaseMillis = 30000;
-void StayAlive(soci::session& session, const std::string& centre, Millis now);
+// Times are those of a server that is shared, and `now` where a centre is alone: the clocks of several
+// machines differ. Nobody is alive for longer than that, whatever a clock said before it was set.
+void StayAlive(soci::session& session, Dialect kind, const std::string& centre, Millis now);
 void Leave(soci::session& session, const std::string& centre);
 
-// Takes fibres whose traces wait, those that wait longest first, so that no other centre takes them.
+// Takes fibres whose traces wait, those that wait longest first, so that no other centre takes them. `held`
+// are those that this one works on; others in its name are of a claim whose end it never heard of, and free.
 std::vector<Id> ClaimFibres(soci::session& session, Dialect kind, const std::string& centre, Millis now,
-                            long most);
-// Whether a claim still holds. Whoever finishes work looks, inside the transaction that keeps it.
-bool Holds(soci::session& session, Dialect kind, Id fibre, const std::string& centre);
+                            long most, const std::vector<Id>& held = {});
+// What a claim that still holds has taken; none where it holds no more. Whoever finishes work looks, inside
+// the transaction that keeps it.
+struct Held {
+  Id baseline = 0;
+  Millis lastTakenAt = 0;
+};
+std::optional<Held> Holds(soci::session& session, Dialect kind, Id fibre, const std::string& centre);
 // Gives a fibre back; it waits on if it has traces that do.
 void Release(soci::session& session, Id fibre, const std::string& centre);
 // In the order in which they were taken.
 std::vector<TraceRow> WaitingTraces(soci::session& session, Id fibre, long most);
 long WaitingCount(soci::session& session);
 
+// The newest trace that was compared was of a time that can't be true.
+void ForgetNewest(soci::session& session, Id fibre);
+// Marks a trace that waits as one that can't be compared.
 void PutBad(soci::session& session, Id trace, const std::string& problem);
 // Keeps a result and marks its trace as done. Whether it was not there yet.
 bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline);

@@ -157,7 +157,11 @@ class SnmpChannel : public Channel {
     asked.timeout = static_cast<long>(patience_.count()) * 1000 / ((kRetries + 1) * questions);
     Introduce(asked);
     void* session = snmp_sess_open(&asked);
-    if (session == nullptr) throw Error(ErrorKind::kUnwritable, name_, ReasonOf(asked));
+    if (session == nullptr) {
+      const std::string reason = ReasonOf(asked);
+      ForgetUsers();  // one may be known before the other side can't be found
+      throw Error(ErrorKind::kUnwritable, name_, reason);
+    }
     const std::string problem = Tell(session, message);
     snmp_sess_close(session);
     ForgetUsers();
