@@ -216,6 +216,12 @@ test('users: who has not signed in sees nothing, a reader looks, an operator ack
   await signIn(page, 'ray', 'wrong');
   await page.waitForFunction(() => document.querySelector('#refused').textContent === 'The name or the password is wrong.');
   assert.ok(await page.isHidden('#centre'));
+  const box = await page.locator('#login').boundingBox();
+  assert.ok(Math.abs(box.x + box.width / 2 - 640) < 2, 'the form stands in the middle');
+  for (const colorScheme of ['light', 'dark']) {
+    await page.emulateMedia({ colorScheme });
+    assert.deepEqual(await page.evaluate(faint), [], colorScheme);
+  }
   await signIn(page, 'ray', 'the third of them');
   await alarmOf(page, 'ring', 'no').waitFor();
   assert.equal(await page.textContent('#who'), 'ray (reader)');
@@ -257,22 +263,28 @@ test('users: who has not signed in sees nothing, a reader looks, an operator ack
 test('the centre stops and comes back: the page says so, and then shows what is', async () => {
   const frail = await centre();
   await frail.add('ring');
+  await frail.measure('ring', { cutKm: 5 });
   const page = await look(frail);
-  await count(page, 1);
+  await alarmOf(page, 'ring', 'broken').waitFor();
   await live(page);
   await mark(page);
   await frail.kill();
   await page.waitForSelector('#lost:not([hidden])');
   assert.match(await page.textContent('#lost'), /^No connection to the centre since \d\d:\d\d:\d\d\. What is shown is as it was then/);
   assert.equal(await page.textContent('#link'), 'not connected');
-  await page.emulateMedia({ colorScheme: 'dark' });
-  assert.deepEqual(await page.evaluate(faint), []);
+  await alarmOf(page, 'ring').locator('[data-act=acknowledge]').click();
+  await page.waitForFunction(() => document.querySelector('#notice').textContent.startsWith('Not acknowledged: '));
+  for (const colorScheme of ['light', 'dark']) {
+    await page.emulateMedia({ colorScheme });
+    assert.deepEqual(await page.evaluate(faint), [], colorScheme);
+  }
+  await page.click('#dismiss-notice');
   await frail.again();
-  await frail.measure('ring', { cutKm: 5 });
-  await alarmOf(page, 'ring', 'broken').waitFor();
-  await page.waitForSelector('#lost', { state: 'hidden' });
   await frail.measure('ring', {}, 2);
   await alarmOf(page, 'ring').waitFor({ state: 'detached' });
+  await page.waitForSelector('#lost', { state: 'hidden' });
+  await frail.measure('ring', { cutKm: 4 }, 3);
+  await alarmOf(page, 'ring', 'broken').waitFor();
   await stayed(page);
   await page.context().close(); // browsers complain of a server that is not there
 });

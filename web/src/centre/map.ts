@@ -97,11 +97,12 @@ export class RouteMap {
     this.draw();
   }
 
-  private at(point: Point): [number, number] {
+  // From the earth to the canvas, as both are now.
+  private placing(): (point: Point) => [number, number] {
     const { width, height } = this.canvas.getBoundingClientRect();
     const { x, y, scale } = this.view!;
     const narrow = Math.cos((y * Math.PI) / 180);
-    return [width / 2 + (point[0] - x) * narrow * scale, height / 2 - (point[1] - y) * scale];
+    return (point) => [width / 2 + (point[0] - x) * narrow * scale, height / 2 - (point[1] - y) * scale];
   }
 
   private drawNow(): void {
@@ -113,14 +114,21 @@ export class RouteMap {
     pen.scale(devicePixelRatio, devicePixelRatio);
     const style = getComputedStyle(this.canvas);
     const colour = (name: string): string => style.getPropertyValue(name).trim();
-    for (const line of this.lines) {
-      const bad = badness(line.state) < badness('no baseline');
-      pen.strokeStyle = colour(colourOf(line.state));
-      pen.lineWidth = line.name === this.chosen ? 4 : bad ? 2.5 : 1.2;
-      pen.setLineDash(bad || line.state === 'ok' ? [] : [4, 4]);
-      this.path(pen, line.points);
+    // Of one state in one stroke: a network has thousands of them.
+    for (const [state, lines] of this.byState()) {
+      const bad = badness(state) < badness('no baseline');
+      pen.strokeStyle = colour(colourOf(state));
+      pen.lineWidth = bad ? 2.5 : 1.2;
+      pen.setLineDash(bad || state === 'ok' ? [] : [4, 4]);
+      this.path(pen, lines.map((line) => line.points));
     }
     pen.setLineDash([]);
+    const chosen = this.lines.find((line) => line.name === this.chosen);
+    if (chosen) {
+      pen.strokeStyle = colour(colourOf(chosen.state));
+      pen.lineWidth = 4;
+      this.path(pen, [chosen.points]);
+    }
     for (const { place, state } of this.places) this.drawPlace(pen, place, colour(colourOf(state)));
     drawLabels(pen, this.ends(), colour('--text'), colour('--surface'));
     this.scaleBar(pen, height, colour('--text'));
@@ -130,30 +138,42 @@ export class RouteMap {
   private drawPlace(pen: CanvasRenderingContext2D, place: Place, colour: string): void {
     pen.strokeStyle = colour;
     pen.lineWidth = 7;
-    this.path(pen, place.stretch);
+    this.path(pen, [place.stretch]);
     pen.lineWidth = 2;
     pen.beginPath();
-    pen.arc(...this.at([place.longitude, place.latitude]), 9, 0, 2 * Math.PI);
+    pen.arc(...this.placing()([place.longitude, place.latitude]), 9, 0, 2 * Math.PI);
     pen.stroke();
   }
 
-  // Both ends of all routes by their names, each name once at a place.
+  // Both ends of all routes by their names, each name once at a place; those of the worst first.
   private ends(): { text: string; x: number; y: number }[] {
+    const place = this.placing();
     const found = new Map<string, { text: string; x: number; y: number }>();
-    for (const { ends, points } of this.lines) {
+    for (const { ends, points } of [...this.lines].reverse()) {
       for (const [text, point] of [[ends[0], points[0]], [ends[1], points[points.length - 1]]] as [string, Point][]) {
         const key = `${text} ${point[0].toFixed(3)} ${point[1].toFixed(3)}`;
         if (text === '' || found.has(key)) continue;
-        const [x, y] = this.at(point);
+        const [x, y] = place(point);
         found.set(key, { text, x, y });
       }
     }
     return [...found.values()];
   }
 
-  private path(pen: CanvasRenderingContext2D, points: Point[]): void {
+  private byState(): Map<string, Line[]> {
+    const groups = new Map<string, Line[]>();
+    for (const line of this.lines) {
+      const group = groups.get(line.state);
+      if (group) group.push(line);
+      else groups.set(line.state, [line]);
+    }
+    return groups;
+  }
+
+  private path(pen: CanvasRenderingContext2D, lines: Point[][]): void {
+    const place = this.placing();
     pen.beginPath();
-    for (const point of points) pen.lineTo(...this.at(point));
+    for (const points of lines) points.forEach((point, i) => (i === 0 ? pen.moveTo(...place(point)) : pen.lineTo(...place(point))));
     pen.stroke();
   }
 
@@ -225,10 +245,11 @@ export class RouteMap {
   }
 
   private nearest(x: number, y: number): string | null {
+    const place = this.placing();
     let best: { name: string; off: number } | null = null;
     for (const line of this.lines) {
       for (let i = 1; i < line.points.length; ++i) {
-        const off = distance([x, y], this.at(line.points[i - 1]), this.at(line.points[i]));
+        const off = distance([x, y], place(line.points[i - 1]), place(line.points[i]));
         if (off < 12 && (!best || off <= best.off)) best = { name: line.name, off };
       }
     }
