@@ -163,4 +163,4 @@ test('a phone shows all without scrolling sideways, in light and dark', async ()
   }
 });
 
-test('all of the page takes less than 600 KB compressed', () => assert.ok(compressedSize() < 600000, String(compressedSize())));
+test('all of the page for traces takes less than 600 KB compressed', () => assert.ok(compressedSize() < 600000, String(compressedSize())));
