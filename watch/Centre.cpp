@@ -13,6 +13,7 @@
 #include "reflyze/watch.h"
 #include "watch/desk/Clock.h"
 #include "watch/desk/Keeper.h"
+#include "watch/desk/Relay.h"
 #include "watch/desk/Teller.h"
 #include "watch/http/Server.h"
 #include "watch/spool/Spool.h"
@@ -98,6 +99,7 @@ class CentreOfParts : public Centre {
       if (!IsServer(options_.store)) session << "DELETE FROM centres";
       StayAlive(session, store_.Kind(), shop_.name, Now());
     });
+    if (IsServer(options_.store)) relay_ = std::make_unique<Relay>(bus_, options_.store);
     if (options_.port >= 0) server_ = std::make_unique<Server>(options_, Served{shop_, intake_, workers_});
     if (!options_.spool.empty()) spool_ = std::make_unique<Spool>(options_.spool, intake_);
   }
@@ -108,6 +110,7 @@ class CentreOfParts : public Centre {
     workers_.Start(options_.jobs > 0 ? options_.jobs : std::max(1u, std::thread::hardware_concurrency()));
     keeper_.Start();
     teller_.Start();
+    if (relay_) relay_->Start();
     if (spool_) spool_->Start();
     running_ = true;
   }
@@ -119,6 +122,7 @@ class CentreOfParts : public Centre {
   // In the order of the road: nothing comes in any more, then what is there is finished.
   void StopAll() {
     if (spool_) spool_->Stop();
+    if (relay_) relay_->Stop();
     bus_.Close();
     if (server_) server_->Stop();
     workers_.Stop();
@@ -143,6 +147,7 @@ class CentreOfParts : public Centre {
   Workers workers_;
   Keeper keeper_;
   Teller teller_;
+  std::unique_ptr<Relay> relay_;
   std::unique_ptr<Server> server_;
   std::unique_ptr<Spool> spool_;
   int port_ = 0;

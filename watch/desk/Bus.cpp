@@ -3,10 +3,11 @@
 
 namespace reflyze::watch {
 
-void Bus::Publish(const std::string& kind, const std::string& fibre, const std::string& json) {
+void Bus::Publish(const std::string& kind, const std::string& fibre, const std::string& json,
+                  bool fromOthers) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    news_.push_back({++last_, kind, fibre, json});
+    news_.push_back({++last_, kind, fibre, json, fromOthers});
     if (news_.size() > kKept) news_.pop_front();
   }
   came_.notify_all();

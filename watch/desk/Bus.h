@@ -12,16 +12,18 @@ namespace reflyze::watch {
 
 // Something that whoever looks on should see at once.
 struct News {
-  long long number = 0;  // from 1, in order
-  std::string kind;      // "comparison", "alarm", "fibre"
-  std::string fibre;     // its name; empty for none
-  std::string json;      // the rest
+  long long number = 0;     // from 1, in order
+  std::string kind;         // "comparison", "alarm", "fibre"; "missed" where some are lost
+  std::string fibre;        // its name; empty for none
+  std::string json;         // the rest
+  bool fromOthers = false;  // it happened at another centre
 };
 
 // Carries news to those who look on. Only the latest are kept; whoever comes too late looks at the store.
 class Bus {
  public:
-  void Publish(const std::string& kind, const std::string& fibre, const std::string& json);
+  void Publish(const std::string& kind, const std::string& fibre, const std::string& json,
+               bool fromOthers = false);
   // What came behind the number `after`; waits so long for it.
   std::vector<News> After(long long after, std::chrono::milliseconds patience);
   long long Last();

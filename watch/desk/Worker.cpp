@@ -104,7 +104,7 @@ Workers::Done Workers::Work(Id id) {
   done.fibre = id;
   WatchLimits limits;
   const auto fibre = shop_.store.Read([&](soci::session& session) {
-    const auto found = FindFibre(session, id);
+    auto found = FindFibre(session, id);
     if (found) limits = FindLimits(session, found->limits).value_or(WatchLimits());
     return found;
   });

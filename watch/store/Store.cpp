@@ -23,16 +23,6 @@ Dialect DialectOf(const std::string& address) {
   return address.rfind("postgresql://", 0) == 0 ? Dialect::kPostgres : Dialect::kSqlite;
 }
 
-// What a network that swallows everything may cost; whoever gives an address can say otherwise.
-std::string WithPatience(std::string address) {
-  for (const char* setting : {"connect_timeout=10", "tcp_user_timeout=30000", "keepalives_idle=30"}) {
-    const std::string text = setting;
-    if (address.find(text.substr(0, text.find('=') + 1)) != std::string::npos) continue;
-    address += (address.find('?') == std::string::npos ? '?' : '&') + text;
-  }
-  return address;
-}
-
 std::unique_ptr<soci::session> Connect(const std::string& address, Dialect kind) {
   if (kind == Dialect::kPostgres) {
     auto session = std::make_unique<soci::session>(*soci::factory_postgresql(), WithPatience(address));
@@ -132,6 +122,15 @@ std::exception_ptr Apply(soci::session& session, const std::function<void(soci::
 }
 
 }  // namespace
+
+std::string WithPatience(std::string address) {
+  for (const char* setting : {"connect_timeout=10", "tcp_user_timeout=30000", "keepalives_idle=30"}) {
+    const std::string text = setting;
+    if (address.find(text.substr(0, text.find('=') + 1)) != std::string::npos) continue;
+    address += (address.find('?') == std::string::npos ? '?' : '&') + text;
+  }
+  return address;
+}
 
 Store::Store(const std::string& address) : address_(address), kind_(DialectOf(address)) {
   try {

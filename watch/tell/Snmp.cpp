@@ -185,7 +185,7 @@ class SnmpChannel : public Channel {
     netsnmp_session& open = *snmp_sess_session(session);
     if (!acknowledged) {
       if (snmp_sess_send(session, pdu) != 0) return "";
-      const std::string reason = ReasonOf(open);
+      std::string reason = ReasonOf(open);
       snmp_free_pdu(pdu);
       return reason;
     }
