@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "reflyze/files.h"
+#include "reflyze/simulate.h"
 #include "reflyze/watch.h"
 #include "tests/watch/Browser.h"
 #include "watch/http/Api.h"
@@ -118,6 +119,29 @@ TEST_F(HttpTest, TakesTracesAndShowsWhatTheyCameTo) {
   const json page = Get("/fibres/north/traces?limit=1").Json();
   const json next = Get("/fibres/north/traces?limit=1&before=" + page["next"].get<std::string>()).Json();
   EXPECT_NE(page["traces"][0]["id"], next["traces"].at(0)["id"]);
+}
+
+TEST_F(HttpTest, ChangedLimitsHoldForTheNextTrace) {
+  Start();
+  Do("PUT", "/fibres/north", R"({"confirm":1,"every_s":0})");
+  EXPECT_EQ(Do("PUT", "/fibres/north/baseline", Example("baseline-40km.sor")).status, 201);
+  EXPECT_EQ(Get("/audit").Json()["deeds"][0]["what"], "baseline");
+  const json events = Get("/fibres/north/baseline").Json()["events"];
+  const char* wide = R"({"lt_db":30,"rt_db":30,"ct_db_per_km":30,"eel_db":30})";
+  const char* usual = R"({"lt_db":0.2,"rt_db":2,"ct_db_per_km":0.05,"eel_db":0.5})";
+  const std::vector<char> link =
+      ReadFile(std::string(REFLYZE_SOURCE_DIR) + "/examples/links/current-40km.json");
+  for (unsigned i = 0; i < 3; ++i) {
+    EXPECT_EQ(Do("PUT", "/limits/default", i == 1 ? wide : usual).status, 200);
+    const std::string trace = Simulate(std::string(link.begin(), link.end()), 7 + i).trace.Bytes();
+    EXPECT_EQ(Do("PUT", "/fibres/north/traces", trace).status, 201);
+    const json rows = Eventually("/fibres/north/comparisons", [&](const json& value) {
+      return value["comparisons"].size() == i + 1;
+    })["comparisons"];
+    EXPECT_EQ(rows[0]["changed"], i != 1) << rows[0];
+    EXPECT_EQ(Get("/alarms").Json()["alarms"].size(), i == 1 ? 0U : 1U);
+  }
+  EXPECT_EQ(Get("/fibres/north/baseline").Json()["events"], events);
 }
 
 TEST_F(HttpTest, RefusesWithAReason) {
