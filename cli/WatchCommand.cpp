@@ -91,6 +91,12 @@ void AddPlaces(CLI::App& command, WatchCommand& options) {
   command.add_option("-j,--jobs", centre.jobs, "Comparisons at a time; 0 for one a core")
       ->type_name("N")
       ->capture_default_str();
+  command
+      .add_option("--keep", centre.keepDays,
+                  "Days after which traces without a change lose their bytes, but for one a day; 0 for never")
+      ->type_name("DAYS")
+      ->check(WholeNumber())
+      ->capture_default_str();
   command.add_option("--name", centre.name, "Of this centre among those that share a store")
       ->type_name("NAME");
 }

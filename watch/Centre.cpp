@@ -92,7 +92,7 @@ class CentreOfParts : public Centre {
               options.name.empty() ? NewName() : options.name},
         intake_(store_, work_, options.learn),
         workers_(shop_, intake_.Recent()),
-        keeper_(shop_),
+        keeper_(shop_, options.keepDays),
         teller_(shop_, std::move(channels_)) {
     store_.Write([&](soci::session& session) {
       // Behind the lock of a file nobody else lives.

@@ -29,7 +29,10 @@ struct CentreOptions {
   std::string channels;       // document (INI) of whom to tell of alarms; empty for nobody
   bool learn = false;         // adds fibres that it does not know; their first trace is their baseline
   unsigned jobs = 0;          // comparisons at a time; 0 for as many as the machine has cores
-  std::string name;           // of this centre among those that share a store; empty for a new one
+  // Days for which the bytes of every trace are kept; after that those of each fibre's first of a day, and of
+  // what showed a change. 0 keeps all for good.
+  long keepDays = 0;
+  std::string name;  // of this centre among those that share a store; empty for a new one
 };
 
 // A centre at work. Threads of its own do what there is to do, from Start to Stop.

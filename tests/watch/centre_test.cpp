@@ -16,6 +16,7 @@
 #include "watch/store/Alarms.h"
 #include "watch/store/Fibres.h"
 #include "watch/store/Migrations.h"
+#include "watch/store/Thinning.h"
 #include "watch/store/Traces.h"
 
 namespace reflyze::watch {
@@ -186,6 +187,46 @@ TEST_F(CentreTest, FailedWriteTakesNobodyAlong) {
 }
 
 // A claim is one centre's until that centre leaves or its lease ends.
+TEST_F(CentreTest, ThinsOutWhatIsOldAndShowedNoChange) {
+  constexpr Millis kDay = 86400000, kBegin = 20000 * kDay;
+  Store store(Path("w.db"));
+  const auto add = [&](Millis takenAt, const char* result) {
+    store.Write([&](soci::session& session) {
+      TraceRow row;
+      row.fibre = 1;
+      row.hash = std::to_string(takenAt);
+      row.takenAt = takenAt;
+      const Id id = PutTrace(session, store.Kind(), row, "{}", "bytes").id;
+      if (result != nullptr)
+        session << "INSERT INTO comparisons (trace, fibre, baseline, taken_at, result, changed, late, end_km,"
+                   " sentences, events) VALUES (:id, 1, 1, :at, 0, " +
+                       std::string(result) + ", 0, 40, '[]', '[]')",
+            soci::use(id), soci::use(takenAt);
+    });
+  };
+  store.Write([](soci::session& session) {
+    Fibre fibre;
+    fibre.name = "F1";
+    PutFibre(session, fibre);
+  });
+  for (int day = 0; day < 10; ++day) {
+    for (int hour : {1, 9, 17})
+      add(kBegin + day * kDay + hour * 3600000LL,
+          day == 4 && hour == 9 ? "1" : (day == 5 && hour == 17 ? nullptr : "0"));
+  }
+  const auto thin = [&] {
+    bool more = true;
+    for (int turns = 0; more && turns < 9; ++turns)
+      store.Write([&](soci::session& session) { more = ThinOut(session, kBegin + 8 * kDay + kDay / 2); });
+    EXPECT_FALSE(more);
+    return Count("SELECT COUNT(*) FROM trace_bytes");
+  };
+  // The first of eight days, a change, one that could not be compared, and two days that are young enough.
+  EXPECT_EQ(thin(), 8 + 1 + 1 + 2 * 3);
+  add(kBegin + 2 * kDay + 5 * 3600000LL, "0");  // comes late, and nothing else is known of it
+  EXPECT_EQ(thin(), 17);
+}
+
 TEST_F(CentreTest, WorkOfADeadCentreIsAnybodys) {
   Store store(Path("w.db"));
   store.Write([&](soci::session& session) {

@@ -7,10 +7,12 @@
 #include "watch/desk/Clock.h"
 #include "watch/desk/Complain.h"
 #include "watch/store/Rows.h"
+#include "watch/store/Thinning.h"
 
 namespace reflyze::watch {
 namespace {
 
+constexpr Millis kDayMillis = 86400000;
 constexpr std::chrono::milliseconds kBeat{5000};
 
 std::vector<Expected> ExpectedOf(soci::session& session) {
@@ -61,11 +63,21 @@ void Keeper::Run() {
   do {
     try {
       LookAround();
+      ThinOutSome();
     } catch (const StoreAway&) {  // it will be back, or another centre does this
     } catch (const std::exception& error) {
       Complain("looking for silence", error);
     }
   } while (wake_.Wait(wake_.Rung(), kBeat));
+}
+
+void Keeper::ThinOutSome() {
+  if (keepDays_ <= 0) return;
+  const Millis until = (Now() / kDayMillis - keepDays_) * kDayMillis;
+  if (until <= thinDay_) return;
+  bool more = false;
+  shop_.store.Write([&](soci::session& session) { more = ThinOut(session, until); });
+  if (!more) thinDay_ = until;
 }
 
 void Keeper::LookAround() {

@@ -10,10 +10,11 @@
 
 namespace reflyze::watch {
 
-// Says again and again that this centre lives, and looks from whom nothing comes.
+// Says again and again that this centre lives, looks from whom nothing comes, and drops the bytes of old
+// traces in which nothing had changed (watch/store/Thinning.h).
 class Keeper {
  public:
-  explicit Keeper(Shop& shop) : shop_(shop) {}
+  Keeper(Shop& shop, long keepDays) : shop_(shop), keepDays_(keepDays) {}
   ~Keeper() { Stop(); }
   void Start();
   void Stop();
@@ -21,9 +22,12 @@ class Keeper {
  private:
   void Run();
   void LookAround();
+  void ThinOutSome();
   std::vector<Expected> AllExpected(soci::session& session);
 
   Shop& shop_;
+  long keepDays_;       // 0 keeps all
+  Millis thinDay_ = 0;  // up to which all fibres are thin
   Wake wake_;
   std::thread thread_;
   // When a fibre was heard last. Clocks that are set, a store that is away and a centre that stands still

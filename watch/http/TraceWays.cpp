@@ -89,6 +89,7 @@ Response OneTrace(const Desk& desk, const Request& request) {
     const auto row = id ? FindTrace(session, *id) : std::nullopt;
     return row && row->fibre == fibre.id ? TraceBytes(session, desk.TheStore().Kind(), *id) : std::string();
   });
+  if (bytes.empty()) throw Refusal(404, "the fibre has no such trace, or its bytes are no longer kept");
   return BytesResponse(std::move(bytes), fibre.name + "-" + request.parts[3] + ".sor");
 }
 

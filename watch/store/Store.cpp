@@ -42,7 +42,6 @@ std::unique_ptr<soci::session> Connect(const std::string& address, Dialect kind)
   *session << "PRAGMA journal_mode=WAL", soci::into(mode);
   *session << "PRAGMA synchronous=FULL";
   *session << "PRAGMA foreign_keys=ON";
-  *session << "PRAGMA cache_size=-32768";  // KiB: the pages at the ends of the indices stay in memory
   return session;
 }
 
@@ -134,7 +133,7 @@ std::string WithPatience(std::string address) {
 
 Store::Store(const std::string& address) : address_(address), kind_(DialectOf(address)) {
   try {
-    writer_ = Open();
+    OpenWriter();
     Migrate(*writer_, kind_, address);
   } catch (const soci::soci_error& error) {
     Refuse(address, error.what());
@@ -184,6 +183,12 @@ std::unique_ptr<soci::session> Store::Open() const {
   } catch (const soci::soci_error& error) {
     throw StoreAway(error.what());
   }
+}
+
+// The pages at the ends of the indices stay in its memory; a reader needs few.
+void Store::OpenWriter() {
+  writer_ = Open();
+  if (kind_ == Dialect::kSqlite) *writer_ << "PRAGMA cache_size=-32768";  // KiB
 }
 
 std::unique_ptr<soci::session> Store::Lend() {
@@ -272,7 +277,7 @@ std::vector<std::exception_ptr> Store::Transact(const Waiting* batch, std::size_
   bool ending = false;
   for (bool again = false;; again = true) {
     try {
-      if (writer_ == nullptr) writer_ = Open();
+      if (writer_ == nullptr) OpenWriter();
       if (ending && number > 0 && Took(*writer_, number)) return failures;
       ending = false;
       number = Begin(*writer_, kind_, count > 1);

@@ -76,6 +76,7 @@ class Store {
     Store& store_;
   };
   std::unique_ptr<soci::session> Open() const;
+  void OpenWriter();
   std::unique_ptr<soci::session> Lend();
   void GiveBack(std::unique_ptr<soci::session> session);
   void WriteThem();
