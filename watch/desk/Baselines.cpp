@@ -2,6 +2,7 @@
 #include "watch/desk/Baselines.h"
 
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 #include "watch/store/Fibres.h"
@@ -27,6 +28,24 @@ Monitoring MonitoringOf(const WatchLimits& limits) {
   return monitoring;
 }
 
+// A record has the limits of when it was made. Where others hold now it is made anew, once; its events stay.
+Trace Baselines::WithLimits(Id id, const WatchLimits& limits) {
+  std::optional<BaselineRow> row;
+  const std::string bytes = store_.Read([&](soci::session& session) {
+    row = FindBaseline(session, id);
+    return BaselineBytes(session, store_.Kind(), id);
+  });
+  Trace trace = Trace::FromBytes("baseline", std::vector<char>(bytes.begin(), bytes.end()));
+  if (!row || row->limits == LimitsText(limits)) return trace;
+  const Baseline baseline = MakeBaseline(trace, MonitoringOf(limits));
+  const std::string made = baseline.record.Bytes();
+  row->limits = LimitsText(limits);
+  store_.Write([&](soci::session& session) {
+    if (FindBaseline(session, id)) PutBaselineRecord(session, store_.Kind(), *row, made);
+  });
+  return baseline.record.Read();
+}
+
 std::shared_ptr<const ReadBaseline> Baselines::Get(Id id, const WatchLimits& limits) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -38,12 +57,7 @@ std::shared_ptr<const ReadBaseline> Baselines::Get(Id id, const WatchLimits& lim
       return used_.front();
     }
   }
-  const std::string bytes =
-      store_.Read([&](soci::session& session) { return BaselineBytes(session, store_.Kind(), id); });
-  // The record has the limits of when it was made; its events stay.
-  const Baseline baseline = MakeBaseline(
-      Trace::FromBytes("baseline", std::vector<char>(bytes.begin(), bytes.end())), MonitoringOf(limits));
-  Trace trace = baseline.record.Read();
+  Trace trace = WithLimits(id, limits);
   EventTable events = StoredEvents(trace);
   events.record = StoredRecord();  // a second copy of the trace
   auto read =

@@ -32,6 +32,7 @@ class Baselines {
   std::shared_ptr<const ReadBaseline> Get(Id id, const WatchLimits& limits);
 
  private:
+  Trace WithLimits(Id id, const WatchLimits& limits);
   static constexpr std::size_t kKept = 256;
   Store& store_;
   std::mutex mutex_;

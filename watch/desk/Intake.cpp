@@ -24,12 +24,14 @@ Millis TakenAt(const Card& card, Millis now) {
   return told >= kClocksBegin && !IsAhead(told, now) ? told : now;
 }
 
-BaselineRow RowOf(const Trace& trace, const Baseline& baseline, const std::string& who) {
+BaselineRow RowOf(const Trace& trace, const Baseline& baseline, const WatchLimits& limits,
+                  const std::string& who) {
   BaselineRow row;
   row.madeAt = Now();
   row.madeBy = who;
   row.card = CardJson(trace.GetCard());
   row.events = BaselineEventsJson(baseline.events);
+  row.limits = LimitsText(limits);
   return row;
 }
 
@@ -124,7 +126,7 @@ void Intake::Learn(const Fibre& fibre, const Trace& trace) {
       store_.Read([&](soci::session& session) { return FindLimits(session, fibre.limits); })
           .value_or(WatchLimits());
   const Baseline baseline = MakeBaseline(trace, MonitoringOf(limits));
-  const BaselineRow row = RowOf(trace, baseline, "learnt");
+  const BaselineRow row = RowOf(trace, baseline, limits, "learnt");
   const std::string record = baseline.record.Bytes();
   store_.Write([&](soci::session& session) {
     LockFibre(session, store_.Kind(), fibre.name);
@@ -142,7 +144,7 @@ Id Intake::TakeBaseline(const std::string& name, std::vector<char> bytes, const 
           .value_or(WatchLimits());
   const Trace trace = Trace::FromBytes(name, std::move(bytes));
   const Baseline baseline = MakeBaseline(trace, MonitoringOf(limits));
-  const BaselineRow row = RowOf(trace, baseline, who);
+  const BaselineRow row = RowOf(trace, baseline, limits, who);
   const std::string record = baseline.record.Bytes();
   Id id = 0;
   store_.Write([&](soci::session& session) {

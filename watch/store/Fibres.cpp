@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/store/Fibres.h"
 
+#include <cstdio>
+
 #include "watch/store/Bytes.h"
 #include "watch/store/Rows.h"
 
@@ -120,10 +122,10 @@ void PutLimits(soci::session& session, const std::string& name, const WatchLimit
 Id PutBaseline(soci::session& session, Dialect kind, Id fibre, const BaselineRow& row,
                const std::string& bytes) {
   Id id = 0;
-  session << "INSERT INTO baselines (fibre, made_at, made_by, card, events) VALUES"
-             " (:fibre, :at, :by, :card, :events) RETURNING id",
+  session << "INSERT INTO baselines (fibre, made_at, made_by, card, events, limits) VALUES"
+             " (:fibre, :at, :by, :card, :events, :limits) RETURNING id",
       soci::use(fibre), soci::use(row.madeAt), soci::use(row.madeBy), soci::use(row.card),
-      soci::use(row.events), soci::into(id);
+      soci::use(row.events), soci::use(row.limits), soci::into(id);
   InsertBytes(session, kind, "baseline_bytes", id, bytes);
   session << "UPDATE fibres SET baseline = :baseline WHERE id = :fibre", soci::use(id), soci::use(fibre);
   session << "UPDATE alarms SET state = 2, cleared_at = :at WHERE fibre = :fibre AND state < 2"
@@ -136,13 +138,28 @@ Id PutBaseline(soci::session& session, Dialect kind, Id fibre, const BaselineRow
 std::optional<BaselineRow> FindBaseline(soci::session& session, Id id) {
   BaselineRow row;
   row.id = id;
-  session << "SELECT made_at, made_by, card, events FROM baselines WHERE id = :id", soci::use(id),
-      soci::into(row.madeAt), soci::into(row.madeBy), soci::into(row.card), soci::into(row.events);
+  session << "SELECT made_at, made_by, card, events, limits FROM baselines WHERE id = :id", soci::use(id),
+      soci::into(row.madeAt), soci::into(row.madeBy), soci::into(row.card), soci::into(row.events),
+      soci::into(row.limits);
   return session.got_data() ? std::optional<BaselineRow>(row) : std::nullopt;
 }
 
 std::string BaselineBytes(soci::session& session, Dialect kind, Id id) {
   return ReadBytes(session, kind, "baseline_bytes", id);
+}
+
+void PutBaselineRecord(soci::session& session, Dialect kind, const BaselineRow& row,
+                       const std::string& bytes) {
+  session << "UPDATE baselines SET limits = :limits WHERE id = :id", soci::use(row.limits), soci::use(row.id);
+  session << "DELETE FROM baseline_bytes WHERE id = :id", soci::use(row.id);
+  InsertBytes(session, kind, "baseline_bytes", row.id, bytes);
+}
+
+std::string LimitsText(const WatchLimits& limits) {
+  char numbers[160];
+  std::snprintf(numbers, sizeof numbers, "%.17g %.17g %.17g %.17g ", limits.ltDb, limits.rtDb,
+                limits.ctDbPerKm, limits.eelDb);
+  return numbers + limits.level;
 }
 
 }  // namespace reflyze::watch

@@ -36,6 +36,7 @@ struct BaselineRow {
   std::string madeBy;
   std::string card;    // JSON
   std::string events;  // JSON: a list of {event, km, type, loss_db, reflectance_db}
+  std::string limits;  // that its record was made with, as LimitsText has them; empty where that is not known
 };
 // Makes it the baseline of its fibre. Places on an older one mean nothing any more: what is wrong there is
 // cleared, without a word to anybody.
@@ -43,5 +44,9 @@ Id PutBaseline(soci::session& session, Dialect kind, Id fibre, const BaselineRow
                const std::string& bytes);
 std::optional<BaselineRow> FindBaseline(soci::session& session, Id id);
 std::string BaselineBytes(soci::session& session, Dialect kind, Id id);
+// The same baseline with other limits in its record.
+void PutBaselineRecord(soci::session& session, Dialect kind, const BaselineRow& row,
+                       const std::string& bytes);
+std::string LimitsText(const WatchLimits& limits);
 
 }  // namespace reflyze::watch

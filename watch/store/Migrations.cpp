@@ -75,6 +75,7 @@ const std::vector<std::vector<const char*>>& Steps() {
       {
           "ALTER TABLE fibres ADD COLUMN thin_until BIGINT NOT NULL DEFAULT 0",
           "CREATE INDEX fibres_thin ON fibres(thin_until)",
+          "ALTER TABLE baselines ADD COLUMN limits TEXT NOT NULL DEFAULT ''",
       }};
   return steps;
 }
