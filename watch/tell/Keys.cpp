@@ -37,7 +37,7 @@ std::string Keys::Text(const std::string& key, const std::string& otherwise) {
 }
 
 std::string Keys::Needed(const std::string& key) {
-  const std::string text = Text(key);
+  std::string text = Text(key);
   if (text.empty()) Fail(key, "is missing");
   return text;
 }
@@ -58,7 +58,7 @@ bool Keys::Yes(const std::string& key, bool otherwise) {
 }
 
 std::string Keys::OneOf(const std::string& key, const std::vector<std::string>& allowed) {
-  const std::string text = Text(key, allowed.front());
+  std::string text = Text(key, allowed.front());
   if (std::find(allowed.begin(), allowed.end(), text) != allowed.end()) return text;
   std::string all;
   for (const std::string& one : allowed) all += (all.empty() ? "" : ", ") + one;

@@ -92,7 +92,7 @@ struct Reading {
 std::size_t ReadMail(char* into, std::size_t size, std::size_t count, void* from) {
   auto& reading = *static_cast<Reading*>(from);
   const std::size_t bytes = std::min(size * count, reading.text.size() - reading.at);
-  std::memcpy(into, reading.text.data() + reading.at, bytes);
+  reading.text.copy(into, bytes, reading.at);
   reading.at += bytes;
   return bytes;
 }
