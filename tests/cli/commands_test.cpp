@@ -36,7 +36,7 @@ TEST_F(AnalyseTest, TableHoldsWhatStandsOnTheFibre) {
 }
 
 // Links on which the search from the filter's events alone goes wrong: a fibre that ends without a
-// reflection, and one with more events than that search has room for.
+// reflection, and one with a few more events than the hundred which that search has room for.
 TEST_F(AnalyseTest, TableThatCannotBeTrueIsSearchedAgain) {
   reflyze::sim::Link broken = MetroLink();
   broken.sections[2].lengthKm = 1.7;
@@ -47,14 +47,14 @@ TEST_F(AnalyseTest, TableThatCannotBeTrueIsSearchedAgain) {
   many.pulseNs = 50.0;
   many.receiver.bandwidthMhz = 40.0;
   many.receiver.noiseDb = -40.0;
-  many.sections.assign(140, {0.12, 0.2, -81.9});
-  many.joints.assign(139, {0.02, -55.0});
+  many.sections.assign(105, {0.12, 0.2, -81.9});
+  many.joints.assign(104, {0.02, -55.0});
   const struct {
     reflyze::sim::Link link;
     const char* ltDb;
     size_t events;
     double lengthKm;
-  } kCases[] = {{broken, "0.1", 4, 9.7}, {many, "0.01", 141, 16.8}};
+  } kCases[] = {{broken, "0.1", 4, 9.7}, {many, "0.01", 106, 12.6}};
   for (const auto& c : kCases) {
     const std::string trace = Store("t.sor", Bytes(*reflyze::sim::Simulate(c.link, 5).record));
     const nlohmann::json json =
