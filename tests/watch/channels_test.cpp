@@ -230,7 +230,7 @@ TEST_F(ChannelTest, ServersThatAreDeadSilentOrEndlessEndInTime) {
   Sink silent([](Sink::Talk& talk) { talk.Hear("\x01never"); });
   Sink endless([](Sink::Talk& talk) {
     talk.Say("HTTP/1.1 200 OK\r\n\r\n");
-    while (talk.Going()) talk.Say(std::string(1000, 'x'));
+    for (; talk.Going(); std::this_thread::sleep_for(1ms)) talk.Say(std::string(1000, 'x'));
   });
   for (const std::string& port : {dead, std::to_string(silent.Port()), std::to_string(endless.Port())}) {
     EXPECT_NE(Failure("kind=webhook\nurl=http://127.0.0.1:" + port), "") << port;
