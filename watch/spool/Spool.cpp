@@ -21,11 +21,12 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kRefused = ".refused";
-constexpr int kSweepMillis = 5000;         // what a full disk or a store that was away has left
+constexpr int kSweepMillis = 15000;        // what a full disk or a store that was away has left
 constexpr std::chrono::seconds kQuiet{2};  // a file that nobody announced is complete when it rests so long
 constexpr std::chrono::seconds kLongQuiet{30};    // where the system does not say who writes it
 constexpr int kUnsettledMillis = 500;             // where something lies that may be complete soon
 constexpr int kAwayMillis = 1000;                 // until a store that was away is asked again
+constexpr std::size_t kFoldersAtOnce = 32;        // between two looks at what is announced
 constexpr std::size_t kLanes = 8;                 // files that are taken at a time
 constexpr std::size_t kLargestTrace = 64u << 20;  // bytes, as by HTTP
 
@@ -82,7 +83,12 @@ void Spool::Run() {
   pollfd stopped = {stop_[0], POLLIN, 0};
   do {
     try {
-      Sweep();
+      if (missed_ || away_ || std::chrono::steady_clock::now() >= nextSweep_) {
+        Sweep();
+      } else {
+        const std::map<std::string, std::set<std::string>> unsettled = unsettled_;
+        for (const auto& [fibre, announced] : unsettled) SweepFolder(fibre);
+      }
       Listen();
     } catch (const std::exception&) {  // a folder that can't be read now, or no memory: the next sweep sees
       poll(&stopped, 1, kAwayMillis);
@@ -94,9 +100,11 @@ void Spool::Run() {
 void Spool::Listen() {
   const auto begun = std::chrono::steady_clock::now();
   while (!missed_) {
-    const int most = away_ ? kAwayMillis : unsettled_.empty() ? kSweepMillis : kUnsettledMillis;
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        begun + std::chrono::milliseconds(most) - std::chrono::steady_clock::now());
+    const bool quiet = !away_ && unsettled_.empty();
+    const auto until =
+        quiet ? nextSweep_ : begun + std::chrono::milliseconds(away_ ? kAwayMillis : kUnsettledMillis);
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
     if (left.count() <= 0) return;
     pollfd waited[] = {{stop_[0], POLLIN, 0}, {notify_, POLLIN, 0}};
     poll(waited, 2, static_cast<int>(left.count()));
@@ -112,16 +120,23 @@ void Spool::WatchFolder(const std::string& fibre) {
   if (watch >= 0) fibres_[watch] = fibre;
 }
 
-// New folders, and what lay here before anybody listened.
+// New folders, and what lay here before anybody listened. Where nothing can have been missed, what is
+// announced meanwhile does not wait for ten thousand folders.
 void Spool::Sweep() {
+  const bool hears = swept_ && !missed_ && !away_;
   missed_ = away_ = false;
   std::error_code failed;
+  std::size_t looked = 0;
   for (const fs::directory_entry& entry : fs::directory_iterator(folder_, failed)) {
     const std::string name = entry.path().filename().string();
     if (!Counts(name) || !entry.is_directory(failed) || entry.is_symlink(failed)) continue;
     WatchFolder(name);
     if (!away_) SweepFolder(name);
+    pollfd heard = {notify_, POLLIN, 0};
+    if (hears && ++looked % kFoldersAtOnce == 0 && poll(&heard, 1, 0) > 0) Hear();
   }
+  swept_ = true;
+  nextSweep_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(kSweepMillis);
 }
 
 // In the order in which they were written: alarms live by it. The first file that may not be complete lets

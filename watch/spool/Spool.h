@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <set>
 #include <string>
@@ -46,7 +47,9 @@ class Spool {
   std::map<int, std::string> fibres_;  // watched folders
   // Fibres with files that came before anybody listened, and what was announced since: it comes behind them.
   std::map<std::string, std::set<std::string>> unsettled_;
-  bool missed_ = false;            // more came than the system could tell
+  std::chrono::steady_clock::time_point nextSweep_;  // of all folders
+  bool swept_ = false;                               // all of them, once at least
+  bool missed_ = false;                              // more came than the system could tell
   std::atomic<bool> away_{false};  // the store is: what comes waits for the next sweep, in its order
   std::thread thread_;
   std::atomic<long long> refused_{0};
