@@ -129,6 +129,7 @@ class Centre:
         self.address = ""
 
     def stop(self, patience=60):
+        self.address = ""
         self.process.terminate()
         return self.process.wait(patience)
 
