@@ -76,6 +76,11 @@ const std::vector<std::vector<const char*>>& Steps() {
           "ALTER TABLE fibres ADD COLUMN thin_until BIGINT NOT NULL DEFAULT 0",
           "CREATE INDEX fibres_thin ON fibres(thin_until)",
           "ALTER TABLE baselines ADD COLUMN limits TEXT NOT NULL DEFAULT ''",
+      },
+      {
+          // With the state in it, no database takes the index of all traces of a fibre for those that wait.
+          "DROP INDEX traces_waiting",
+          "CREATE INDEX traces_waiting ON traces(fibre, state, taken_at, id) WHERE state = 0",
       }};
   return steps;
 }
