@@ -90,7 +90,7 @@ class CentreOfParts : public Centre {
               mail_,
               ListenersOf(channels_),
               options.name.empty() ? NewName() : options.name},
-        intake_(store_, work_, options.learn),
+        intake_(store_, work_, shop_.name, options.learn),
         workers_(shop_, intake_.Recent()),
         keeper_(shop_, options.keepDays),
         teller_(shop_, std::move(channels_)) {

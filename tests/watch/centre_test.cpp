@@ -196,7 +196,7 @@ TEST_F(CentreTest, ThinsOutWhatIsOldAndShowedNoChange) {
       row.fibre = 1;
       row.hash = std::to_string(takenAt);
       row.takenAt = takenAt;
-      const Id id = PutTrace(session, store.Kind(), row, "{}", "bytes").id;
+      const Id id = PutTrace(session, store.Kind(), row, "{}", "bytes", "one").id;
       if (result != nullptr)
         session << "INSERT INTO comparisons (trace, fibre, baseline, taken_at, result, changed, late, end_km,"
                    " sentences, events) VALUES (:id, 1, 1, :at, 0, " +
@@ -233,9 +233,12 @@ TEST_F(CentreTest, WorkOfADeadCentreIsAnybodys) {
     Fibre fibre;
     fibre.name = "F1";
     const Id id = PutFibre(session, fibre);
-    session << "UPDATE fibres SET waiting_since = 5, baseline = 1 WHERE id = :id", soci::use(id);
+    session << "UPDATE fibres SET waiting_since = 5, baseline = 1, received_by = 'one' WHERE id = :id",
+        soci::use(id);
     const Dialect kind = store.Kind();
     StayAlive(session, kind, "one", 1000);
+    EXPECT_TRUE(ClaimFibres(session, kind, "two", 1000, 9, {}, Whose::kOwn).empty()) << "it came to another";
+    EXPECT_EQ(ClaimFibres(session, kind, "one", 1000, 9, {}, Whose::kOwn), std::vector<Id>{id});
     EXPECT_EQ(ClaimFibres(session, kind, "one", 1000, 9), std::vector<Id>{id});
     EXPECT_TRUE(ClaimFibres(session, kind, "two", 2000, 9).empty());
     EXPECT_TRUE(ClaimFibres(session, kind, "one", 2000, 9, {id}).empty());

@@ -111,7 +111,8 @@ Taken Intake::Keep(const TraceRow& row, const std::string& name, const std::stri
                    const std::string& bytes) {
   Taken taken;
   try {
-    store_.Write([&](soci::session& session) { taken = PutTrace(session, store_.Kind(), row, card, bytes); });
+    store_.Write(
+        [&](soci::session& session) { taken = PutTrace(session, store_.Kind(), row, card, bytes, centre_); });
   } catch (const soci::soci_error&) {
     // The fibre was forgotten meanwhile.
     if (store_.Read([&](soci::session& session) { return FindFibre(session, row.fibre); })) throw;

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "reflyze/trace.h"
@@ -31,7 +32,9 @@ class ReadTraces {
 // Where traces come in. What it gives back is on disk.
 class Intake {
  public:
-  Intake(Store& store, Wake& work, bool learn) : store_(store), work_(work), learn_(learn) {}
+  // Of the centre of that name.
+  Intake(Store& store, Wake& work, std::string centre, bool learn)
+      : store_(store), work_(work), centre_(std::move(centre)), learn_(learn) {}
 
   // Takes a trace of a fibre, whole and as it came. Throws Error kUsage for a name that no fibre has or could
   // have, kUnreadable for bytes that are no trace or can't be measured, such as half a file, StoreAway where
@@ -54,6 +57,7 @@ class Intake {
 
   Store& store_;
   Wake& work_;
+  std::string centre_;
   bool learn_;
   ReadTraces recent_;
   std::atomic<long long> taken_{0};

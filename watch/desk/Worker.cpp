@@ -44,6 +44,7 @@ std::vector<double> Workers::Latencies() const {
 void Workers::Run(std::size_t own) {
   std::vector<Id> fibres;
   bool refused = false;
+  auto look = std::chrono::steady_clock::now();  // when it looks next for what others leave
   while (true) {
     const unsigned long seen = shop_.work.Rung();
     std::chrono::milliseconds patience = kLookAround;
@@ -53,7 +54,9 @@ void Workers::Run(std::size_t own) {
       std::vector<Done> all;
       all.reserve(fibres.size());
       for (const Id fibre : fibres) all.push_back(Work(fibre));
-      fibres = Finish(own, all, shop_.work.Stopping() ? 0 : kFibresAtOnce);
+      const auto now = std::chrono::steady_clock::now();
+      fibres = Finish(own, all, shop_.work.Stopping() ? 0 : kFibresAtOnce, now >= look);
+      if (now >= look && fibres.empty()) look = now + kLookAround;
       if (!fibres.empty() && !shop_.work.Stopping()) continue;
     } catch (const StoreAway&) {
       patience = kStoreAway;
@@ -73,7 +76,7 @@ void Workers::EachAlone(std::size_t own, const std::vector<Id>& fibres) {
   for (const Id fibre : fibres) {
     const Done done = Work(fibre);
     try {
-      Finish(own, {done}, 0);
+      Finish(own, {done}, 0, false);
     } catch (const StoreAway&) {
       throw;
     } catch (const std::exception& error) {
@@ -222,8 +225,20 @@ bool Workers::KeepAll(soci::session& session, const Done& done, std::vector<Alar
   return counts;
 }
 
+// What came to this centre goes first: it has those traces in its memory, and no other centre writes in their
+// rows. Where none of them waits, and it is time to look around, it helps others and takes over from the
+// dead.
+std::vector<Id> Workers::Claim(soci::session& session, long most, bool around) const {
+  const auto claim = [&](Whose whose) {
+    return ClaimFibres(session, shop_.store.Kind(), shop_.name, Now(), most, AllHeld(), whose);
+  };
+  if (shop_.store.Kind() == Dialect::kSqlite) return claim(Whose::kAnybodys);  // nobody else is there
+  std::vector<Id> own = claim(Whose::kOwn);
+  return own.empty() && around ? claim(Whose::kAnybodys) : own;
+}
+
 // Keeps what was done and takes what comes next, at most so many, in one transaction.
-std::vector<Id> Workers::Finish(std::size_t own, const std::vector<Done>& all, long most) {
+std::vector<Id> Workers::Finish(std::size_t own, const std::vector<Done>& all, long most, bool around) {
   if (all.empty() && most == 0) return {};
   std::vector<Id> next, before;
   std::vector<std::vector<AlarmChange>> changes;
@@ -235,7 +250,7 @@ std::vector<Id> Workers::Finish(std::size_t own, const std::vector<Done>& all, l
       counts.assign(all.size(), false);
       for (std::size_t i = 0; i < all.size(); ++i) counts[i] = KeepAll(session, all[i], changes[i]);
       Hold(own, {});
-      next = ClaimFibres(session, shop_.store.Kind(), shop_.name, Now(), most, AllHeld());
+      next = Claim(session, most, around);
       Hold(own, next);
     });
   } catch (...) {

@@ -70,7 +70,8 @@ class Workers {
   Outcome One(const Fibre& fibre, const ReadBaseline& baseline, const TraceRow& row);
   void LookAtTrends(const Fibre& fibre, Outcome& outcome);
   std::vector<AlarmChange> KeepOne(soci::session& session, const Done& done, const Outcome& outcome) const;
-  std::vector<Id> Finish(std::size_t own, const std::vector<Done>& all, long most);
+  std::vector<Id> Finish(std::size_t own, const std::vector<Done>& all, long most, bool around);
+  std::vector<Id> Claim(soci::session& session, long most, bool around) const;
   bool KeepAll(soci::session& session, const Done& done, std::vector<AlarmChange>& changes) const;
   void EachAlone(std::size_t own, const std::vector<Id>& fibres);
   void Hold(std::size_t own, const std::vector<Id>& fibres);

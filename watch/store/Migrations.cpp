@@ -7,7 +7,8 @@ namespace reflyze::watch {
 namespace {
 
 // The steps, oldest first. A step that was released never changes; a new one comes behind it. "%id" is a
-// number that the database gives, "%bytes" what holds any bytes.
+// number that the database gives, "%bytes" what holds any bytes; what begins with "%server" is for PostgreSQL
+// alone.
 const std::vector<std::vector<const char*>>& Steps() {
   static const std::vector<std::vector<const char*>> steps = {
       {
@@ -81,12 +82,25 @@ const std::vector<std::vector<const char*>>& Steps() {
           // With the state in it, no database takes the index of all traces of a fibre for those that wait.
           "DROP INDEX traces_waiting",
           "CREATE INDEX traces_waiting ON traces(fibre, state, taken_at, id) WHERE state = 0",
+      },
+      {
+          "ALTER TABLE fibres ADD COLUMN received_by TEXT NOT NULL DEFAULT ''",
+          "CREATE INDEX fibres_waiting_here ON fibres(received_by, waiting_since) WHERE waiting_since > 0",
+          // The server's own way of making bytes smaller takes longer than all else that it does with a
+          // trace. One that was built without the other keeps its own.
+          "%server DO $$ BEGIN"
+          " EXECUTE 'ALTER TABLE trace_bytes ALTER COLUMN bytes SET COMPRESSION lz4';"
+          " EXECUTE 'ALTER TABLE baseline_bytes ALTER COLUMN bytes SET COMPRESSION lz4';"
+          " EXCEPTION WHEN OTHERS THEN NULL; END $$",
       }};
   return steps;
 }
 
+// Empty for what the other one needs.
 std::string InDialect(std::string statement, Dialect kind) {
   const bool sqlite = kind == Dialect::kSqlite;
+  const std::string server = "%server ";
+  if (statement.compare(0, server.size(), server) == 0) return sqlite ? "" : statement.substr(server.size());
   const std::pair<std::string, std::string> words[] = {
       {"%id", sqlite ? "INTEGER PRIMARY KEY AUTOINCREMENT" : "BIGSERIAL PRIMARY KEY"},
       {"%bytes", sqlite ? "BLOB" : "BYTEA"}};
@@ -134,8 +148,9 @@ void Migrate(soci::session& session, Dialect kind, const std::string& address) {
                       std::to_string(NewestVersion()));
     if (version == 0) session << "CREATE TABLE IF NOT EXISTS reflyze_schema (version INTEGER PRIMARY KEY)";
     for (int step = version; step < NewestVersion(); ++step) {
-      for (const char* statement : Steps()[static_cast<std::size_t>(step)])
-        session << InDialect(statement, kind);
+      for (const char* statement : Steps()[static_cast<std::size_t>(step)]) {
+        if (const std::string own = InDialect(statement, kind); !own.empty()) session << own;
+      }
       session << "INSERT INTO reflyze_schema VALUES (" + std::to_string(step + 1) + ")";
     }
     session << "COMMIT";

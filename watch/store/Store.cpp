@@ -270,6 +270,15 @@ std::exception_ptr Store::Alone(Waiting& one) {
   return std::make_exception_ptr(StoreAway("others want the same at the same time"));
 }
 
+// A session whose transaction failed is good for the next one, unless its server is away.
+void Store::TakeBack() {
+  try {
+    *writer_ << "ROLLBACK";
+  } catch (const std::exception&) {
+    writer_.reset();
+  }
+}
+
 // Gives what became of each. Throws Conflict, and anything else where nothing took effect.
 std::vector<std::exception_ptr> Store::Transact(const Waiting* batch, std::size_t count) {
   std::vector<std::exception_ptr> failures(count);
@@ -290,7 +299,7 @@ std::vector<std::exception_ptr> Store::Transact(const Waiting* batch, std::size_
       writer_.reset();
       if (again) throw;
     } catch (const Conflict&) {
-      writer_.reset();
+      TakeBack();
       throw;
     }
   }

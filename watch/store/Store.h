@@ -77,6 +77,7 @@ class Store {
   };
   std::unique_ptr<soci::session> Open() const;
   void OpenWriter();
+  void TakeBack();
   std::unique_ptr<soci::session> Lend();
   void GiveBack(std::unique_ptr<soci::session> session);
   void WriteThem();

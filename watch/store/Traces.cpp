@@ -33,17 +33,16 @@ std::vector<TraceRow> TracesWhere(soci::session& session, const std::string& whe
 
 // The fibre has a trace again. That of an instrument is the latest of its fibres: a row of its own would be
 // wanted by all of them at once.
-void Received(soci::session& session, const TraceRow& row) {
-  session
-      << "UPDATE fibres SET last_received_at = :at, waiting_since = CASE WHEN waiting_since = 0 THEN :since"
-         " ELSE waiting_since END WHERE id = :id",
-      use(row.receivedAt), use(row.receivedAt), use(row.fibre);
+void Received(soci::session& session, const TraceRow& row, const std::string& centre) {
+  session << "UPDATE fibres SET last_received_at = :at, received_by = :centre,"
+             " waiting_since = CASE WHEN waiting_since = 0 THEN :since ELSE waiting_since END WHERE id = :id",
+      use(row.receivedAt), use(centre), use(row.receivedAt), use(row.fibre);
 }
 
 }  // namespace
 
 Taken PutTrace(soci::session& session, Dialect kind, const TraceRow& row, const std::string& card,
-               const std::string& bytes) {
+               const std::string& bytes, const std::string& centre) {
   Taken taken;
   const long long size = row.bytes;
   session << "INSERT INTO traces (fibre, hash, taken_at, received_at, size, state, card, problem) VALUES"
@@ -58,7 +57,7 @@ Taken PutTrace(soci::session& session, Dialect kind, const TraceRow& row, const 
     return taken;
   }
   InsertBytes(session, kind, "trace_bytes", taken.id, bytes);
-  Received(session, row);
+  Received(session, row, centre);
   return taken;
 }
 
@@ -99,23 +98,24 @@ void Leave(soci::session& session, const std::string& centre) {
 }
 
 std::vector<Id> ClaimFibres(soci::session& session, Dialect kind, const std::string& centre, Millis now,
-                            long most, const std::vector<Id>& held) {
+                            long most, const std::vector<Id>& held, Whose whose) {
   Id id = 0;
   const long long count = most;
   const std::string lock = kind == Dialect::kPostgres ? " FOR UPDATE SKIP LOCKED" : "";
   std::string own = "0";
   for (const Id one : held) own += ", " + std::to_string(one);
+  const std::string here = whose == Whose::kOwn ? "received_by = :here AND" : "";
   return RowsOf(
       session,
-      "UPDATE fibres SET claimed_by = :centre WHERE id IN (SELECT id FROM fibres WHERE waiting_since > 0 AND"
-      " baseline > 0 AND id NOT IN (" +
-          own +
+      "UPDATE fibres SET claimed_by = :centre WHERE id IN (SELECT id FROM fibres WHERE " + here +
+          " waiting_since > 0 AND baseline > 0 AND id NOT IN (" + own +
           ") AND (claimed_by = '' OR claimed_by = :own OR NOT EXISTS (SELECT 1 FROM centres WHERE"
           " name = claimed_by AND alive_until > " +
           LeaseClock(kind, now) + ")) ORDER BY waiting_since LIMIT :most" + lock + ") RETURNING id",
       [&](soci::statement& statement) { statement.exchange(into(id)); },
       [&](soci::statement& statement) {
         statement.exchange(use(centre));
+        if (whose == Whose::kOwn) statement.exchange(use(centre));
         statement.exchange(use(centre));
         statement.exchange(use(count));
       },

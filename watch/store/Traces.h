@@ -20,9 +20,9 @@ struct Taken {
   Id id = 0;
   bool known = false;  // the fibre has it already
 };
-// Keeps a trace and lets it wait. The same bytes of a fibre are kept and compared once.
+// Keeps a trace that came to a centre and lets it wait. The same bytes of a fibre are kept and compared once.
 Taken PutTrace(soci::session& session, Dialect kind, const TraceRow& row, const std::string& card,
-               const std::string& bytes);
+               const std::string& bytes, const std::string& centre);
 std::optional<TraceRow> FindTrace(soci::session& session, Id id);
 std::string TraceBytes(soci::session& session, Dialect kind, Id id);
 // Where a page of a list ends that has the newest first: what comes behind was taken earlier, or at the same
@@ -41,10 +41,13 @@ constexpr Millis kLeaseMillis = 30000;
 void StayAlive(soci::session& session, Dialect kind, const std::string& centre, Millis now);
 void Leave(soci::session& session, const std::string& centre);
 
+// Whose traces a centre works on: those that came to itself, which it has still in its memory and whose rows
+// nobody else wants, or anybody's.
+enum class Whose { kOwn, kAnybodys };
 // Takes fibres whose traces wait, those that wait longest first, so that no other centre takes them. `held`
 // are those that this one works on; others in its name are of a claim whose end it never heard of, and free.
 std::vector<Id> ClaimFibres(soci::session& session, Dialect kind, const std::string& centre, Millis now,
-                            long most, const std::vector<Id>& held = {});
+                            long most, const std::vector<Id>& held = {}, Whose whose = Whose::kAnybodys);
 // What a claim that still holds has taken; none where it holds no more. Whoever finishes work looks, inside
 // the transaction that keeps it.
 struct Held {
