@@ -88,6 +88,8 @@ void AddPlaces(CLI::App& command, WatchCommand& options) {
   command.add_option("--channels", centre.channels, "Document (INI) of whom to tell of alarms")
       ->type_name(kFileValue)
       ->check(InputName());
+  command.add_option("--address", centre.address, "Where people find the page, for messages to lead there")
+      ->type_name("URL");
   command.add_option("-j,--jobs", centre.jobs, "Comparisons at a time; 0 for one a core")
       ->type_name("N")
       ->capture_default_str();

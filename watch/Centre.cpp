@@ -34,6 +34,20 @@ void NeedSodium() {
 
 bool IsServer(const std::string& store) { return store.rfind("postgresql://", 0) == 0; }
 
+// The address of the page, without what ends it. It stands in messages, so it is nothing but an address.
+std::string PageAddress(std::string address) {
+  if (address.empty()) return address;
+  const std::size_t scheme = address.rfind("https://", 0) == 0 ? 8 : address.rfind("http://", 0) == 0 ? 7 : 0;
+  const bool plain = std::all_of(address.begin(), address.end(), [](char letter) {
+    return letter > ' ' && letter < 127 && std::strchr("\"'<>#?\\", letter) == nullptr;
+  });
+  if (scheme == 0 || address.find_first_not_of('/', scheme) == std::string::npos || !plain)
+    throw Error(ErrorKind::kUsage, address,
+                "is no address of a page: http:// or https://, and no \"#\" or \"?\"");
+  while (address.back() == '/') address.pop_back();
+  return address;
+}
+
 // A file is one centre's. Whoever comes second would take the first for dead.
 class StoreLock {
  public:
@@ -89,7 +103,8 @@ class CentreOfParts : public Centre {
               work_,
               mail_,
               ListenersOf(channels_),
-              options.name.empty() ? NewName() : options.name},
+              options.name.empty() ? NewName() : options.name,
+              PageAddress(options.address)},
         intake_(store_, work_, shop_.name, options.learn),
         workers_(shop_, intake_.Recent()),
         keeper_(shop_, options.keepDays),
@@ -178,6 +193,7 @@ std::vector<std::string> CheckCentre(const CentreOptions& options) {
       throw Error(ErrorKind::kUnreadable, options.store, "is of a newer version than this program");
   });
   look([&] { ChannelsOf(options.channels); });
+  look([&] { PageAddress(options.address); });
   look([&] {
     if (!options.spool.empty() && access(options.spool.c_str(), R_OK | W_OK | X_OK) != 0)
       throw Error(ErrorKind::kUnwritable, options.spool, std::strerror(errno));

@@ -79,7 +79,14 @@ class CentreTest : public ::testing::Test {
 };
 
 TEST_F(CentreTest, TakesWhatLiesInItsFolderAndTellsABreak) {
-  const std::unique_ptr<Centre> centre = OpenCentre(Options());
+  CentreOptions options = Options();
+  std::ofstream(Path("channels.ini"))
+      << "[desk]\nkind = command\nrun = /usr/bin/tee \"" + Path("told") + "\"\n";
+  options.channels = Path("channels.ini");
+  options.address = "javascript:alert(1)";
+  EXPECT_THROW(OpenCentre(options), Error);
+  options.address = "https://fibres.example/";
+  const std::unique_ptr<Centre> centre = OpenCentre(options);
   centre->Start();
   Drop("F1", "1.sor", Example("baseline-40km.sor"));
   ASSERT_TRUE(Within(20, [&] { return Count("SELECT COUNT(*) FROM comparisons") == 1; }));
@@ -94,6 +101,11 @@ TEST_F(CentreTest, TakesWhatLiesInItsFolderAndTellsABreak) {
     return Count("SELECT COUNT(*) FROM comparisons") == 3 &&
            fs::exists(Path("spool/.refused/F1__cut.sor.txt"));
   }));
+  EXPECT_TRUE(Within(20, [&] {
+    const std::vector<char> told = fs::exists(Path("told")) ? ReadFile(Path("told")) : std::vector<char>();
+    return std::string(told.begin(), told.end()).find("\"https://fibres.example/#fibre=F1\"") !=
+           std::string::npos;
+  })) << "the message leads to its fibre";
   centre->Stop();
   Store store(Path("w.db"));
   store.Read([&](soci::session& session) {

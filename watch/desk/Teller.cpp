@@ -111,6 +111,7 @@ std::optional<Message> Teller::Written(const Delivery& delivery) {
       message.fibre = fibre->name;
       message.title = fibre->title;
       message.place = PlaceOf(message.alarm, *fibre);
+      if (!shop_.address.empty()) message.link = shop_.address + "/#fibre=" + fibre->name;
     }
     return message;
   });

@@ -28,7 +28,8 @@ struct Shop {
   Wake& work;  // rings when traces wait
   Wake& mail;  // rings when messages wait
   Listeners listeners;
-  std::string name;  // of the centre
+  std::string name;     // of the centre
+  std::string address;  // of its page, for people; empty where that is not told
 };
 
 // Compares the traces that wait, each once, and keeps what comes out. A fibre is one worker's at a time, so
