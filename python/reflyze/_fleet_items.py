@@ -38,7 +38,8 @@ def shown(name: str) -> str:
     return os.fsencode(name).decode("utf-8", "replace")
 
 
-def _is_store(name: str) -> bool:
+def is_database(name: str) -> bool:
+    """Whether a file is one of SQLite, such as the store of a centre."""
     try:
         with open(name, "rb") as file:
             return file.read(len(_SQLITE)) == _SQLITE
@@ -100,7 +101,7 @@ def items(inputs: Inputs) -> List[Item]:
     for one in inputs:
         if isinstance(one, Item):
             found.append(one)
-        elif _is_store(os.fspath(one)):
+        elif is_database(os.fspath(one)):
             found += _traces_of_store(os.fspath(one))
         else:
             found += [_of_file(file.name, file.below, file.problem) for file in files(one, folders=True)]

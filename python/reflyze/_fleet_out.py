@@ -1,22 +1,26 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Where rows of a fleet go: CSV, JSON lines or Zarr, each whole or not at all."""
+"""Where rows of a fleet go: CSV, JSON lines, Zarr, or a table of a database, each whole or not at all."""
 
 from __future__ import annotations
 
 import os
 import shutil
+import sqlite3
 import uuid
-from typing import Any, Dict, List
+from contextlib import closing, contextmanager, suppress
+from typing import Any, Dict, Iterator, List
 
 from ._errors import UnwritableError, UsageError
+from ._fleet_items import is_database
 from ._fleet_rows import FLAG, NUMBER, TEXT
 from ._fleet_run import need
 from ._trace import Path
 
 _CHUNK_ROWS = 1 << 16  # of an array: whole chunks are written once
 
-FORMATS = {"csv": "csv", "jsonl": "jsonl", "zarr": "columns"}  # and how workers send them
-_ENDINGS = {".csv": "csv", ".jsonl": "jsonl", ".ndjson": "jsonl", ".zarr": "zarr"}
+FORMATS = {"csv": "csv", "jsonl": "jsonl", "zarr": "columns", "db": "columns"}  # and how workers send them
+_ENDINGS = {".csv": "csv", ".jsonl": "jsonl", ".ndjson": "jsonl", ".zarr": "zarr", ".db": "db", ".sqlite": "db"}
+_PATIENCE_S = 60  # with a centre that writes in its store
 
 
 def format_of(path: Path, given: str) -> str:
@@ -129,5 +133,67 @@ class Zarr(Output):
         shutil.rmtree(self.beside, ignore_errors=True)
 
 
-def output(path: Path, kind: str, columns: Dict[str, str]) -> Output:
+class Table(Output):
+    """A table "fleet_WORK" of a SQLite database, which may be the store of a centre: its own tables stay as they are.
+
+    The rows stand in a database beside it first: a centre that runs on the store is held up for one transaction alone.
+    """
+
+    def __init__(self, path: Path, columns: Dict[str, str], work: str) -> None:
+        super().__init__(path, columns)
+        self.table = f"fleet_{work}"
+        types = {NUMBER: "REAL", TEXT: "TEXT"}
+        self._shape = ", ".join(f'"{name}" {types.get(kind, "INTEGER")}' for name, kind in columns.items())
+
+    @contextmanager
+    def _told(self) -> Iterator[None]:
+        try:
+            yield
+        except sqlite3.Error as error:
+            raise UnwritableError(str(error), self.path) from error
+
+    def begin(self) -> None:
+        if os.path.lexists(self.path) and not is_database(self.path):
+            raise UnwritableError("is there, and is no database of SQLite", self.path)
+        with self._told():
+            self._made = sqlite3.connect(self.beside, isolation_level=None)
+            self._made.execute("PRAGMA journal_mode = OFF")
+            self._made.execute("PRAGMA synchronous = OFF")
+            self._made.execute(f"CREATE TABLE {self.table} ({self._shape})")
+
+    def add(self, payload: Dict[str, List[Any]]) -> None:
+        places = ", ".join("?" * len(self.columns))
+        with self._told():
+            self._made.execute("BEGIN")
+            self._made.executemany(
+                f"INSERT INTO {self.table} VALUES ({places})", zip(*(payload[name] for name in self.columns))
+            )
+            self._made.execute("COMMIT")
+
+    def finish(self) -> None:
+        self._made.close()
+        if not os.path.lexists(self.path):
+            with open(self.beside, "rb") as file:
+                os.fsync(file.fileno())
+            os.rename(self.beside, self.path)
+            return
+        with self._told(), closing(sqlite3.connect(self.path, timeout=_PATIENCE_S, isolation_level=None)) as store:
+            store.execute("ATTACH ? AS made", (self.beside,))
+            store.execute("BEGIN IMMEDIATE")
+            store.execute(f"DROP TABLE IF EXISTS main.{self.table}")
+            store.execute(f"CREATE TABLE main.{self.table} ({self._shape})")
+            store.execute(f"INSERT INTO main.{self.table} SELECT * FROM made.{self.table}")
+            store.execute("COMMIT")
+        os.unlink(self.beside)
+
+    def drop(self) -> None:
+        if hasattr(self, "_made"):
+            self._made.close()
+        with suppress(FileNotFoundError):
+            os.unlink(self.beside)
+
+
+def output(path: Path, kind: str, columns: Dict[str, str], work: str) -> Output:
+    if kind == "db":
+        return Table(path, columns, work)
     return {"csv": Csv, "jsonl": Lines, "zarr": Zarr}[kind](path, columns)

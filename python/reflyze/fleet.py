@@ -101,10 +101,11 @@ class Run:
     def write(self, path: Path, format: str = "", *, progress: Optional[Progress] = None) -> Tally:
         """Stores the rows in the order of the fleet, whole or not at all, and tells what they come to.
 
-        `format` is "csv", "jsonl" or "zarr"; else the ending of the name tells.
+        `format` is "csv", "jsonl", "zarr" or "db" (SQLite); else the ending of the name tells. In a database that is there,
+        such as the store of a centre, they become the table "fleet_analyse", "fleet_compare" and so on.
         """
         kind = format_of(path, format)
-        sink = output(path, kind, COLUMNS[self._work.kind])
+        sink = output(path, kind, COLUMNS[self._work.kind], self._work.kind)
         total = Tally()
         try:
             sink.begin()

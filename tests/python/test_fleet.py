@@ -13,6 +13,7 @@ import signal
 import sqlite3
 import subprocess
 import sys
+from contextlib import closing
 from typing import Any, Dict, Iterator, List
 
 import pytest
@@ -143,7 +144,7 @@ def test_workers_that_die_cost_nothing(archive: pathlib.Path, cluster: Any, monk
 def test_outputs_are_whole_or_not_there(archive: pathlib.Path, tmp_path: pathlib.Path) -> None:
     zarr = pytest.importorskip("zarr")
     rows = list(small("analyse", archive))
-    for name in ("a.csv", "a.jsonl", "a.zarr", "a.zarr"):
+    for name in ("a.csv", "a.jsonl", "a.zarr", "a.zarr", "a.db", "a.db"):
         tally = small("analyse", archive, scheduler="processes").write(tmp_path / name)
         assert (tally.units, tally.rows, tally.problems) == (43, len(rows), 3)
     assert [json.loads(line) for line in (tmp_path / "a.jsonl").read_text().splitlines()] == rows
@@ -160,15 +161,19 @@ def test_outputs_are_whole_or_not_there(archive: pathlib.Path, tmp_path: pathlib
         raise KeyboardInterrupt
 
     before = (tmp_path / "a.csv").read_bytes()
-    for name in ("a.csv", "new.jsonl", "new.zarr"):
+    for name in ("a.csv", "new.jsonl", "new.zarr", "a.db", "new.db"):
         with pytest.raises(KeyboardInterrupt):
             small("analyse", archive).write(tmp_path / name, progress=stop)
     (tmp_path / "mine.zarr").mkdir()
-    for name in ("mine.zarr", "no/a.csv"):
+    (tmp_path / "mine.db").write_text("no database")
+    for name in ("mine.zarr", "no/a.csv", "mine.db", "no/a.db"):
         with pytest.raises(reflyze.UnwritableError):
             small("analyse", archive).write(tmp_path / name)
     assert (tmp_path / "a.csv").read_bytes() == before
-    assert sorted(os.listdir(tmp_path)) == ["a.csv", "a.jsonl", "a.zarr", "mine.zarr"]
+    with closing(sqlite3.connect(tmp_path / "a.db")) as base:
+        base.row_factory = sqlite3.Row
+        assert [dict(row) for row in base.execute("SELECT * FROM fleet_analyse")] == rows
+    assert sorted(os.listdir(tmp_path)) == ["a.csv", "a.db", "a.jsonl", "a.zarr", "mine.db", "mine.zarr"]
 
 
 def test_traces_find_their_baselines_and_directions(tmp_path: pathlib.Path) -> None:

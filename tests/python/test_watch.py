@@ -4,12 +4,15 @@
 from __future__ import annotations
 
 import pathlib
+import sqlite3
 import subprocess
 import time
+from contextlib import closing
 from typing import Callable, Iterator, TypeVar
 
 import pytest
 from conftest import BASELINE, CURRENT, PROGRAM, program
+from reflyze import fleet
 from reflyze.watch import Centre, CentreError, NotAllowed, NotThere, Refused
 
 Found = TypeVar("Found")
@@ -41,7 +44,7 @@ def eventually(look: Callable[[], Found]) -> Found:
     raise AssertionError("it does not come")
 
 
-def test_a_trace_becomes_an_alarm(centre: Centre) -> None:
+def test_a_trace_becomes_an_alarm(centre: Centre, tmp_path: pathlib.Path) -> None:
     assert centre.put_fibre("north", title="North", from_="A", confirm=1, every_s=0)["from"] == "A"
     assert centre.set_baseline("north", BASELINE) == centre.baseline("north")
     centre.put_fibre("south")
@@ -55,6 +58,15 @@ def test_a_trace_becomes_an_alarm(centre: Centre) -> None:
         centre.acknowledge(alarm["id"])
     assert refused.value.status == 409
     assert [row["trace"] for row in centre.comparisons("north")] == [taken["id"]]
+    # What archives say of its store goes back into it, while it runs.
+    name = str(tmp_path / "w.db")
+    for run in (fleet.analyse(name), fleet.compare(name), fleet.compare(name)):
+        assert run.write(name).units == 1
+    with closing(sqlite3.connect(name)) as store:
+        store.row_factory = sqlite3.Row
+        assert [dict(row) for row in store.execute("SELECT * FROM fleet_compare")] == list(fleet.compare(name))
+        assert store.execute("SELECT COUNT(*) FROM fleet_analyse WHERE loss_db > 0").fetchone()[0] > 1
+    assert centre.hand_in("north", BASELINE)["known"] is False
     assert [row["name"] for row in centre.fibres()] == ["north", "south"]
     assert len(centre.baseline_bytes("north")) > 1000 and centre.trends("north") == []
     centre.drop_fibre("south")
