@@ -49,10 +49,13 @@ class CentreTest : public ::testing::Test {
     return {bytes.begin(), bytes.end()};
   }
   // A trace of the described link; the seed makes the noise, so that no two are the same.
-  static std::string Simulated(const std::string& link, unsigned seed) {
-    const std::vector<char> text =
+  static std::string Simulated(const std::string& link, unsigned seed, int rangeKm = 55) {
+    const std::vector<char> bytes =
         ReadFile(std::string(REFLYZE_SOURCE_DIR) + "/examples/links/" + link + ".json");
-    return Simulate(std::string(text.begin(), text.end()), seed).trace.Bytes();
+    std::string text(bytes.begin(), bytes.end());
+    const std::string range = "\"range_km\": ";
+    text.replace(text.find(range), range.size() + 2, range + std::to_string(rangeKm));
+    return Simulate(text, seed).trace.Bytes();
   }
   // As programs write that mean it well: beside, then under its name.
   void Drop(const std::string& fibre, const std::string& name, const std::string& bytes) const {
@@ -145,6 +148,24 @@ TEST_F(CentreTest, MovesNoAlarmByATraceThatComesLate) {
   Drop("F1", "2.sor", Simulated("broken-40km", 2));
   ASSERT_TRUE(Within(20, [&] { return Count("SELECT COUNT(*) FROM comparisons WHERE late = 1") == 1; }));
   EXPECT_EQ(Count("SELECT COUNT(*) FROM alarms"), 0);
+}
+
+// An instrument whose range was changed sees nothing of the last kilometres: the fibre is not known to be
+// well.
+TEST_F(CentreTest, KnowsNothingBehindTheRangeOfATrace) {
+  const std::unique_ptr<Centre> centre = OpenCentre(Options());
+  centre->Start();
+  Drop("F1", "1.sor", Example("baseline-40km.sor"));
+  ASSERT_TRUE(Within(20, [&] { return Count("SELECT COUNT(*) FROM comparisons") == 1; }));
+  Drop("F1", "2.sor", Simulated("baseline-40km", 2, 35));
+  const std::string ends = "SELECT COUNT(*) FROM traces WHERE problem LIKE 'its range ends at 3%'";
+  ASSERT_TRUE(Within(20, [&] { return Count(ends) == 1; }));
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM fibres WHERE bad_since = last_received_at"), 1);
+  Drop("F1", "3.sor", Simulated("baseline-40km", 3));
+  ASSERT_TRUE(Within(20, [&] { return Count("SELECT COUNT(*) FROM comparisons") == 2; }));
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM fibres WHERE bad_since = 0"), 1);
+  Drop("F1", "4.sor", Simulated("broken-40km", 4, 35));  // but what it shows counts
+  EXPECT_TRUE(Within(20, [&] { return Count("SELECT COUNT(*) FROM alarms WHERE kind = 'broken'") == 1; }));
 }
 
 TEST_F(CentreTest, IsAloneWithItsFile) {

@@ -27,9 +27,11 @@ std::vector<Expected> ExpectedOf(soci::session& session) {
   };
   return RowsOf(
       session,
-      "SELECT f.id, f.name, f.instrument, f.every_seconds, CASE WHEN f.last_received_at > b.made_at THEN"
-      " f.last_received_at ELSE b.made_at END FROM fibres f JOIN baselines b ON b.id = f.baseline"
-      " WHERE f.every_seconds > 0",
+      "SELECT id, name, instrument, every_seconds, CASE WHEN told_at > made_at THEN told_at ELSE made_at END"
+      " FROM (SELECT f.id, f.name, f.instrument, f.every_seconds, b.made_at, CASE WHEN f.bad_since > 0 THEN"
+      " f.bad_since ELSE f.last_received_at END AS told_at FROM fibres f JOIN baselines b ON b.id = "
+      "f.baseline"
+      " WHERE f.every_seconds > 0) looked_for",
       columns, NoValues, [&] {
         row.everySeconds = static_cast<long>(every);
         return row;

@@ -56,7 +56,7 @@ AlarmChange NoTraceFrom(const Expected& one, Millis now) {
   alarm.fibre = one.fibre;
   alarm.kind = AlarmKind::kNoTrace;
   alarm.severity = Severity::kMajor;
-  alarm.sentence = "no trace came for " + std::to_string(one.quiet / kMillisPerSecond) +
+  alarm.sentence = "no trace that can be compared came for " + std::to_string(one.quiet / kMillisPerSecond) +
                    " s; one is expected every " + std::to_string(one.everySeconds) + " s";
   return Raised(alarm, now);
 }

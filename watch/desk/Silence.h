@@ -14,7 +14,9 @@ struct Expected {
   Id fibre = 0;
   std::string name, instrument;
   long everySeconds = 0;
-  Millis toldAt = 0;   // when a trace came last, or the fibre began to be watched, by the clock of then
+  // When a trace came last that could be compared or may yet be, the first one that could not be, or the
+  // fibre began to be watched, by the clock of then.
+  Millis toldAt = 0;
   Millis quiet = 0;    // for how long none has come while this centre looked on
   bool heard = false;  // one has, since it looks on
 };

@@ -2,6 +2,7 @@
 #include "watch/desk/Worker.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <new>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -137,6 +138,23 @@ Workers::Done Workers::Work(Id id) {
   return done;
 }
 
+namespace {
+
+// What a trace can't say of its fibre, since its range ends before; empty where it shows all. A change that
+// it does show counts all the same.
+std::string WhyTooShort(const Trace& trace, const ReadBaseline& baseline) {
+  if (baseline.events.events.empty() || trace.DistancesKm().empty()) return "";
+  const double shownKm = trace.DistancesKm().back(), endKm = baseline.events.events.back().distanceKm;
+  if (shownKm >= endKm) return "";
+  char text[120];
+  std::snprintf(text, sizeof text,
+                "its range ends at %.3f km, before the fibre of the baseline does, at %.3f km", shownKm,
+                endKm);
+  return text;
+}
+
+}  // namespace
+
 Workers::Outcome Workers::One(const Fibre& fibre, const ReadBaseline& baseline, const TraceRow& row) {
   Outcome outcome;
   outcome.trace = row;
@@ -148,6 +166,8 @@ Workers::Outcome Workers::One(const Fibre& fibre, const ReadBaseline& baseline, 
       trace = Trace::FromBytes(fibre.name, std::vector<char>(bytes.begin(), bytes.end()));
     }
     const Comparison comparison = Compare(baseline.trace, *trace, measured_);
+    if (!comparison.Changed()) outcome.problem = WhyTooShort(*trace, baseline);
+    if (!outcome.problem.empty()) return outcome;
     outcome.row.trace = row.id;
     outcome.row.fibre = fibre.id;
     outcome.row.takenAt = row.takenAt;

@@ -85,6 +85,7 @@ const std::vector<std::vector<const char*>>& Steps() {
       },
       {
           "ALTER TABLE fibres ADD COLUMN received_by TEXT NOT NULL DEFAULT ''",
+          "ALTER TABLE fibres ADD COLUMN bad_since BIGINT NOT NULL DEFAULT 0",
           "CREATE INDEX fibres_waiting_here ON fibres(received_by, waiting_since) WHERE waiting_since > 0",
           // The server's own way of making bytes smaller takes longer than all else that it does with a
           // trace. One that was built without the other keeps its own.

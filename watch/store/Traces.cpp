@@ -160,6 +160,10 @@ void ForgetNewest(soci::session& session, Id fibre) {
 void PutBad(soci::session& session, Id trace, const std::string& problem) {
   session << "UPDATE traces SET state = 2, problem = :problem WHERE id = :id AND state = 0", use(problem),
       use(trace);
+  session
+      << "UPDATE fibres SET bad_since = (SELECT received_at FROM traces WHERE id = :id) WHERE bad_since = 0"
+         " AND id = (SELECT fibre FROM traces WHERE id = :own)",
+      use(trace), use(trace);
 }
 
 bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline) {
@@ -173,8 +177,10 @@ bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline
       use(late), use(row.endKm), use(row.sentences), use(row.events), into(id);
   if (!session.got_data()) return false;
   session << "UPDATE traces SET state = 1 WHERE id = :id", use(row.trace);
-  session << "UPDATE fibres SET last_taken_at = :taken WHERE id = :id AND last_taken_at < :then",
-      use(row.takenAt), use(row.fibre), use(row.takenAt);
+  session
+      << "UPDATE fibres SET bad_since = 0, last_taken_at = CASE WHEN last_taken_at < :taken THEN :newest ELSE"
+         " last_taken_at END WHERE id = :id AND (last_taken_at < :then OR bad_since > 0)",
+      use(row.takenAt), use(row.takenAt), use(row.fibre), use(row.takenAt);
   return true;
 }
 

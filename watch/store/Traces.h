@@ -63,7 +63,7 @@ long WaitingCount(soci::session& session);
 
 // The newest trace that was compared was of a time that can't be true.
 void ForgetNewest(soci::session& session, Id fibre);
-// Marks a trace that waits as one that can't be compared.
+// Marks a trace that waits as one that can't be compared; nothing is known of its fibre since.
 void PutBad(soci::session& session, Id trace, const std::string& problem);
 // Keeps a result and marks its trace as done. Whether it was not there yet.
 bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline);
