@@ -39,11 +39,12 @@ std::string PageAddress(std::string address) {
   if (address.empty()) return address;
   const std::size_t scheme = address.rfind("https://", 0) == 0 ? 8 : address.rfind("http://", 0) == 0 ? 7 : 0;
   const bool plain = std::all_of(address.begin(), address.end(), [](char letter) {
-    return letter > ' ' && letter < 127 && std::strchr("\"'<>#?\\", letter) == nullptr;
+    return letter > ' ' && letter < 127 && std::strchr("\"'<>#?\\@", letter) == nullptr;
   });
-  if (scheme == 0 || address.find_first_not_of('/', scheme) == std::string::npos || !plain)
+  const std::string host = address.substr(scheme, address.find('/', scheme) - scheme);
+  if (scheme == 0 || !plain || host.empty() || host[0] == ':')
     throw Error(ErrorKind::kUsage, address,
-                "is no address of a page: http:// or https://, and no \"#\" or \"?\"");
+                "is no address of a page, such as https://fibres.example:8717/watch");
   while (address.back() == '/') address.pop_back();
   return address;
 }

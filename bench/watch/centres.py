@@ -95,10 +95,15 @@ class Store:
                              stderr=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
         return [tuple(map(plain, row)) for row in csv.reader(io.StringIO(run.stdout))]
 
-    def compared(self):
-        """How many traces have been dealt with; 0 while the store is away."""
+    def newest(self):
+        """The number of the trace that came last."""
+        return int(self.rows("SELECT COALESCE(MAX(id), 0) FROM traces")[0][0])
+
+    def compared(self, behind=0):
+        """How many traces have been dealt with of those that came behind the one of that number: to count millions takes
+        a core from those who are measured. 0 while the store is away."""
         try:
-            return int(self.rows("SELECT COUNT(*) FROM traces WHERE state > 0")[0][0])
+            return int(self.rows(f"SELECT COUNT(*) FROM traces WHERE id > {behind} AND state > 0")[0][0])
         except (sqlite3.Error, subprocess.CalledProcessError):
             return 0
 

@@ -155,6 +155,8 @@ class Table(Output):
     def begin(self) -> None:
         if os.path.lexists(self.path) and not is_database(self.path):
             raise UnwritableError("is there, and is no database of SQLite", self.path)
+        if os.path.lexists(self.path) and not os.access(self.path, os.W_OK):
+            raise UnwritableError("can't be written", self.path)
         with self._told():
             self._made = sqlite3.connect(self.beside, isolation_level=None)
             self._made.execute("PRAGMA journal_mode = OFF")
@@ -175,10 +177,13 @@ class Table(Output):
         if not os.path.lexists(self.path):
             with open(self.beside, "rb") as file:
                 os.fsync(file.fileno())
-            os.rename(self.beside, self.path)
-            return
+            # Unlike a move this takes nobody's place: a database that was made meanwhile gets the rows below.
+            with suppress(FileExistsError):
+                os.link(self.beside, self.path)
+                os.unlink(self.beside)
+                return
         with self._told(), closing(sqlite3.connect(self.path, timeout=_PATIENCE_S, isolation_level=None)) as store:
-            store.execute("ATTACH ? AS made", (self.beside,))
+            store.execute("ATTACH ? AS made", (os.fsencode(self.beside),))
             store.execute("BEGIN IMMEDIATE")
             store.execute(f"DROP TABLE IF EXISTS main.{self.table}")
             store.execute(f"CREATE TABLE main.{self.table} ({self._shape})")
@@ -189,7 +194,7 @@ class Table(Output):
     def drop(self) -> None:
         if hasattr(self, "_made"):
             self._made.close()
-        with suppress(FileNotFoundError):
+        with suppress(OSError):
             os.unlink(self.beside)
 
 

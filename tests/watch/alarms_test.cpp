@@ -23,7 +23,8 @@ class Life {
  public:
   explicit Life(int confirm) { step_.confirm = confirm; }
 
-  std::vector<std::string> Shows(const std::vector<Finding>& findings) {
+  std::vector<std::string> Shows(const std::vector<Finding>& findings, double upToKm = HUGE_VAL) {
+    step_.shownKm = upToKm;
     ++step_.trace;
     step_.at += 900000;
     std::vector<std::string> told;
@@ -103,7 +104,9 @@ TEST(AlarmLife, LeavesWhatLiesBehindABreakAsItIs) {
   // A wrong patch shows nothing of this fibre, not even that it is whole.
   Finding other = At(AlarmKind::kOtherFibre, -1.0, -1, Severity::kCritical);
   EXPECT_EQ(life.Shows({other}), Told({"other fibre confirmed"}));
-  EXPECT_EQ(life.Shows({}), Told({"loss cleared", "broken cleared", "other fibre cleared"}));
+  // Nor does a trace of a shorter range show what lies behind.
+  EXPECT_EQ(life.Shows({}, 20.0), Told({"broken cleared", "other fibre cleared"}));
+  EXPECT_EQ(life.Shows({}), Told({"loss cleared"}));
 }
 
 TEST(AlarmLife, OfTrendsDoesNotEndWithATraceThatShowsNone) {
@@ -149,6 +152,9 @@ TEST(Silence, BecomesOneAlarmAndEndsWithTheNextTrace) {
     ASSERT_EQ(changes.size(), 1u);
     EXPECT_EQ(changes[0].alarm.state, AlarmState::kCleared);
     EXPECT_EQ(changes[0].told, Telling::kCleared);
+    fibre.bad = true;
+    EXPECT_TRUE(NextSilence({alarm}, {fibre}, kNow + 10000).empty()) << "what came can't be compared";
+    fibre.bad = false;
   }
   EXPECT_EQ(NextSilence({alarm}, {}, kNow).size(), 1u) << "nothing is expected any more";
 }

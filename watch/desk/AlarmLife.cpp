@@ -82,8 +82,8 @@ AlarmChange Missed(Alarm alarm, const AlarmStep& step) {
 }
 
 // Up to where a trace shows the fibre of its baseline, km.
-double SeenUpTo(const std::vector<Finding>& findings) {
-  double km = HUGE_VAL;
+double SeenUpTo(const std::vector<Finding>& findings, double shownKm) {
+  double km = shownKm;
   for (const Finding& finding : findings) {
     if (finding.kind == AlarmKind::kOtherFibre) return -HUGE_VAL;
     if (finding.kind == AlarmKind::kBroken) km = std::min(km, finding.km);
@@ -93,7 +93,6 @@ double SeenUpTo(const std::vector<Finding>& findings) {
 
 bool CouldBeSeen(const Alarm& alarm, double upTo) {
   if (alarm.kind == AlarmKind::kOtherFibre) return upTo > -HUGE_VAL;
-  if (alarm.kind == AlarmKind::kBroken) return upTo > -HUGE_VAL;
   // What concerns the whole link can't be judged of a part.
   if (alarm.km < 0.0) return upTo == HUGE_VAL;
   return alarm.km + kSamePlaceDeviations * alarm.sdKm < upTo;
@@ -126,7 +125,7 @@ std::vector<AlarmChange> Next(const std::vector<Alarm>& open, const std::vector<
 
 std::vector<AlarmChange> NextAlarms(const std::vector<Alarm>& open, const std::vector<Finding>& findings,
                                     const AlarmStep& step) {
-  const double upTo = SeenUpTo(findings);
+  const double upTo = SeenUpTo(findings, step.shownKm);
   return Next(open, findings, step,
               [&](const Alarm& alarm) { return FromTraces(alarm) && CouldBeSeen(alarm, upTo); });
 }

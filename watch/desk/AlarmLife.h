@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cmath>
 #include <optional>
 #include <vector>
 
@@ -18,14 +19,16 @@ struct AlarmChange {
 struct AlarmStep {
   Id fibre = 0;
   Id trace = 0;
-  Millis at = 0;    // when it was taken
-  int confirm = 2;  // traces in a row that confirm an alarm, and as many that clear it
+  Millis at = 0;              // when it was taken
+  int confirm = 2;            // traces in a row that confirm an alarm, and as many that clear it
+  double shownKm = HUGE_VAL;  // where the trace ends before its fibre does
 };
 
 // A finding goes on with the open alarm of its kind and place: of its event in the baseline, or of a place
 // that both uncertainties allow. It is confirmed by `confirm` traces in a row; what passes before wakes
-// nobody. A confirmed alarm that as many traces in a row don't show is cleared. Behind a break, and where the
-// trace shows another fibre, nothing can be seen: alarms there neither go on nor end.
+// nobody. A confirmed alarm that as many traces in a row don't show is cleared. Behind a break
+// and the end of the trace, and where it shows another fibre, nothing can be seen: alarms there neither go on
+// nor end.
 std::vector<AlarmChange> NextAlarms(const std::vector<Alarm>& open, const std::vector<Finding>& findings,
                                     const AlarmStep& step);
 

@@ -18,22 +18,27 @@ constexpr std::chrono::milliseconds kBeat{5000};
 std::vector<Expected> ExpectedOf(soci::session& session) {
   Expected row;
   long long every = 0;
+  int bad = 0;
   const auto columns = [&](soci::statement& statement) {
     statement.exchange(soci::into(row.fibre));
     statement.exchange(soci::into(row.name));
     statement.exchange(soci::into(row.instrument));
     statement.exchange(soci::into(every));
     statement.exchange(soci::into(row.toldAt));
+    statement.exchange(soci::into(bad));
   };
   return RowsOf(
       session,
-      "SELECT id, name, instrument, every_seconds, CASE WHEN told_at > made_at THEN told_at ELSE made_at END"
-      " FROM (SELECT f.id, f.name, f.instrument, f.every_seconds, b.made_at, CASE WHEN f.bad_since > 0 THEN"
-      " f.bad_since ELSE f.last_received_at END AS told_at FROM fibres f JOIN baselines b ON b.id = "
-      "f.baseline"
-      " WHERE f.every_seconds > 0) looked_for",
+      // Bad traces are no news, unless what came behind them has waited for long.
+      "SELECT id, name, instrument, every_seconds, CASE WHEN told_at > made_at THEN told_at ELSE made_at END,"
+      " bad FROM (SELECT f.id, f.name, f.instrument, f.every_seconds, b.made_at, CASE WHEN f.bad_since > 0"
+      " AND (f.waiting_since = 0 OR f.last_received_at - f.waiting_since < f.every_seconds * 1000) THEN"
+      " f.bad_since ELSE f.last_received_at END AS told_at,"
+      " CASE WHEN f.bad_since > 0 THEN 1 ELSE 0 END AS bad"
+      " FROM fibres f JOIN baselines b ON b.id = f.baseline WHERE f.every_seconds > 0) looked_for",
       columns, NoValues, [&] {
         row.everySeconds = static_cast<long>(every);
+        row.bad = bad != 0;
         return row;
       });
 }

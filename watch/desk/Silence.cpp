@@ -18,7 +18,7 @@ bool IsSilent(const Expected& one) {
 
 // Whether the fibre of an alarm speaks again.
 bool Spoke(const Expected& one, const Alarm& alarm) {
-  return !IsSilent(one) && (one.heard || one.toldAt > alarm.raisedAt);
+  return !one.bad && !IsSilent(one) && (one.heard || one.toldAt > alarm.raisedAt);
 }
 
 // An alarm goes on while nothing has come from any that it is of.
@@ -66,7 +66,7 @@ AlarmChange DeadInstrument(const std::string& name, Millis now) {
   alarm.instrument = name;
   alarm.kind = AlarmKind::kInstrument;
   alarm.severity = Severity::kMajor;
-  alarm.sentence = "instrument " + name + " sends no trace of any of its fibres";
+  alarm.sentence = "no trace that can be compared comes of any fibre of instrument " + name;
   return Raised(alarm, now);
 }
 

@@ -19,6 +19,7 @@ struct Expected {
   Millis toldAt = 0;
   Millis quiet = 0;    // for how long none has come while this centre looked on
   bool heard = false;  // one has, since it looks on
+  bool bad = false;    // what came last could not be compared
 };
 
 // What of all that is silent: the fibres from which nothing has come for more than twice the time in which a

@@ -2,6 +2,7 @@
 #include "watch/desk/Worker.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <new>
 #include <nlohmann/json.hpp>
@@ -45,7 +46,7 @@ std::vector<double> Workers::Latencies() const {
 void Workers::Run(std::size_t own) {
   std::vector<Id> fibres;
   bool refused = false;
-  auto look = std::chrono::steady_clock::now();  // when it looks next for what others leave
+  Round round;
   while (true) {
     const unsigned long seen = shop_.work.Rung();
     std::chrono::milliseconds patience = kLookAround;
@@ -55,9 +56,7 @@ void Workers::Run(std::size_t own) {
       std::vector<Done> all;
       all.reserve(fibres.size());
       for (const Id fibre : fibres) all.push_back(Work(fibre));
-      const auto now = std::chrono::steady_clock::now();
-      fibres = Finish(own, all, shop_.work.Stopping() ? 0 : kFibresAtOnce, now >= look);
-      if (now >= look && fibres.empty()) look = now + kLookAround;
+      fibres = Finish(own, all, shop_.work.Stopping() ? 0 : kFibresAtOnce, round);
       if (!fibres.empty() && !shop_.work.Stopping()) continue;
     } catch (const StoreAway&) {
       patience = kStoreAway;
@@ -77,7 +76,8 @@ void Workers::EachAlone(std::size_t own, const std::vector<Id>& fibres) {
   for (const Id fibre : fibres) {
     const Done done = Work(fibre);
     try {
-      Finish(own, {done}, 0, false);
+      Round none;
+      Finish(own, {done}, 0, none);
     } catch (const StoreAway&) {
       throw;
     } catch (const std::exception& error) {
@@ -132,7 +132,7 @@ Workers::Done Workers::Work(Id id) {
     outcome.trace = row;
     outcome.problem = problem;
     if (baseline != nullptr) outcome = One(now, *baseline, row);
-    now.lastTakenAt = std::max(now.lastTakenAt, row.takenAt);
+    if (outcome.problem.empty()) now.lastTakenAt = std::max(now.lastTakenAt, row.takenAt);
     done.outcomes.push_back(std::move(outcome));
   }
   return done;
@@ -140,16 +140,21 @@ Workers::Done Workers::Work(Id id) {
 
 namespace {
 
-// What a trace can't say of its fibre, since its range ends before; empty where it shows all. A change that
-// it does show counts all the same.
-std::string WhyTooShort(const Trace& trace, const ReadBaseline& baseline) {
-  if (baseline.events.events.empty() || trace.DistancesKm().empty()) return "";
-  const double shownKm = trace.DistancesKm().back(), endKm = baseline.events.events.back().distanceKm;
-  if (shownKm >= endKm) return "";
+// Where the range of a trace ends, km, if the fibre of its baseline goes on there; else infinity. The end of
+// a fibre that leaves the range stands a point behind the last one, in whole centimetres: that is shown.
+double ShownKm(const Trace& trace, const EventTable& baseline) {
+  constexpr double kCentimetreKm = 1e-5;
+  const std::vector<double>& km = trace.DistancesKm();
+  if (baseline.events.empty() || km.size() < 2) return HUGE_VAL;
+  const double shown = 2.0 * km.back() - km[km.size() - 2] + kCentimetreKm;
+  return shown < baseline.events.back().distanceKm ? shown : HUGE_VAL;
+}
+
+std::string TooShort(double shownKm, const EventTable& baseline) {
   char text[120];
   std::snprintf(text, sizeof text,
                 "its range ends at %.3f km, before the fibre of the baseline does, at %.3f km", shownKm,
-                endKm);
+                baseline.events.back().distanceKm);
   return text;
 }
 
@@ -166,8 +171,11 @@ Workers::Outcome Workers::One(const Fibre& fibre, const ReadBaseline& baseline, 
       trace = Trace::FromBytes(fibre.name, std::vector<char>(bytes.begin(), bytes.end()));
     }
     const Comparison comparison = Compare(baseline.trace, *trace, measured_);
-    if (!comparison.Changed()) outcome.problem = WhyTooShort(*trace, baseline);
-    if (!outcome.problem.empty()) return outcome;
+    outcome.shownKm = ShownKm(*trace, baseline.events);
+    if (outcome.shownKm < HUGE_VAL && !comparison.Changed()) {
+      outcome.problem = TooShort(outcome.shownKm, baseline.events);
+      return outcome;
+    }
     outcome.row.trace = row.id;
     outcome.row.fibre = fibre.id;
     outcome.row.takenAt = row.takenAt;
@@ -220,6 +228,7 @@ std::vector<AlarmChange> Workers::KeepOne(soci::session& session, const Done& do
   step.trace = outcome.trace.id;
   step.at = outcome.trace.takenAt;
   step.confirm = done.confirm;
+  step.shownKm = outcome.shownKm;
   const std::vector<Alarm> open = OpenAlarms(session, done.fibre);
   std::vector<AlarmChange> changes = NextAlarms(open, outcome.findings, step);
   if (outcome.newDay) {
@@ -246,19 +255,27 @@ bool Workers::KeepAll(soci::session& session, const Done& done, std::vector<Alar
 }
 
 // What came to this centre goes first: it has those traces in its memory, and no other centre writes in their
-// rows. Where none of them waits, and it is time to look around, it helps others and takes over from the
-// dead.
-std::vector<Id> Workers::Claim(soci::session& session, long most, bool around) const {
+// rows. Where none of them waits it helps others, as long as there is something to help with. Now and then
+// whoever waits longest comes first: what a dead centre leaves must not wait for a quiet hour.
+std::vector<Id> Workers::Claim(soci::session& session, long most, Round& round) const {
   const auto claim = [&](Whose whose) {
     return ClaimFibres(session, shop_.store.Kind(), shop_.name, Now(), most, AllHeld(), whose);
   };
   if (shop_.store.Kind() == Dialect::kSqlite) return claim(Whose::kAnybodys);  // nobody else is there
-  std::vector<Id> own = claim(Whose::kOwn);
-  return own.empty() && around ? claim(Whose::kAnybodys) : own;
+  const auto now = std::chrono::steady_clock::now();
+  const bool around = now >= round.next;
+  if (!around) {
+    std::vector<Id> own = claim(Whose::kOwn);
+    if (!own.empty() || !round.helps) return own;
+  }
+  std::vector<Id> next = claim(Whose::kAnybodys);
+  round.helps = !next.empty();
+  if (around) round.next = now + kLookAround;
+  return next;
 }
 
 // Keeps what was done and takes what comes next, at most so many, in one transaction.
-std::vector<Id> Workers::Finish(std::size_t own, const std::vector<Done>& all, long most, bool around) {
+std::vector<Id> Workers::Finish(std::size_t own, const std::vector<Done>& all, long most, Round& round) {
   if (all.empty() && most == 0) return {};
   std::vector<Id> next, before;
   std::vector<std::vector<AlarmChange>> changes;
@@ -270,7 +287,7 @@ std::vector<Id> Workers::Finish(std::size_t own, const std::vector<Done>& all, l
       counts.assign(all.size(), false);
       for (std::size_t i = 0; i < all.size(); ++i) counts[i] = KeepAll(session, all[i], changes[i]);
       Hold(own, {});
-      next = Claim(session, most, around);
+      next = Claim(session, most, round);
       Hold(own, next);
     });
   } catch (...) {

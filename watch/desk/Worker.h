@@ -2,6 +2,8 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <cmath>
 #include <cstddef>
 #include <deque>
 #include <mutex>
@@ -51,7 +53,8 @@ class Workers {
   // What became of one trace, before it is kept.
   struct Outcome {
     TraceRow trace;
-    std::string problem;  // why it could not be compared; empty where it could
+    std::string problem;        // why it could not be compared; empty where it could
+    double shownKm = HUGE_VAL;  // as AlarmStep has it
     ComparisonRow row;
     std::vector<Finding> findings;
     std::vector<EventDay> days;
@@ -66,13 +69,18 @@ class Workers {
     Id baseline = 0;
     std::vector<Outcome> outcomes;
   };
+  // When a worker looks next at what waits everywhere, and whether it has found something of others lately.
+  struct Round {
+    std::chrono::steady_clock::time_point next;
+    bool helps = false;
+  };
   void Run(std::size_t own);
   Done Work(Id fibre);
   Outcome One(const Fibre& fibre, const ReadBaseline& baseline, const TraceRow& row);
   void LookAtTrends(const Fibre& fibre, Outcome& outcome);
   std::vector<AlarmChange> KeepOne(soci::session& session, const Done& done, const Outcome& outcome) const;
-  std::vector<Id> Finish(std::size_t own, const std::vector<Done>& all, long most, bool around);
-  std::vector<Id> Claim(soci::session& session, long most, bool around) const;
+  std::vector<Id> Finish(std::size_t own, const std::vector<Done>& all, long most, Round& round);
+  std::vector<Id> Claim(soci::session& session, long most, Round& round) const;
   bool KeepAll(soci::session& session, const Done& done, std::vector<AlarmChange>& changes) const;
   void EachAlone(std::size_t own, const std::vector<Id>& fibres);
   void Hold(std::size_t own, const std::vector<Id>& fibres);

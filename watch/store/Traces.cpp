@@ -177,6 +177,7 @@ bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline
       use(late), use(row.endKm), use(row.sentences), use(row.events), into(id);
   if (!session.got_data()) return false;
   session << "UPDATE traces SET state = 1 WHERE id = :id", use(row.trace);
+  if (row.late) return true;  // it says nothing of now
   session
       << "UPDATE fibres SET bad_since = 0, last_taken_at = CASE WHEN last_taken_at < :taken THEN :newest ELSE"
          " last_taken_at END WHERE id = :id AND (last_taken_at < :then OR bad_since > 0)",
