@@ -48,6 +48,15 @@ def plain(value):
         return value
 
 
+def processor_seconds(process):
+    """Of a process by its number; 0 for one that has ended."""
+    try:
+        words = pathlib.Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()
+    except OSError:
+        return 0.0
+    return (int(words[11]) + int(words[12])) / os.sysconf("SC_CLK_TCK")
+
+
 class Store:
     """A store: a file, or a PostgreSQL server of its own that ends with the block."""
 
@@ -94,6 +103,14 @@ class Store:
         run = subprocess.run([str(self.bin / "psql"), "--csv", "-t", "-c", query, self.address], check=True,
                              stderr=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
         return [tuple(map(plain, row)) for row in csv.reader(io.StringIO(run.stdout))]
+
+    def seconds(self):
+        """Of processors that the processes of the server have used that live; 0 for a file."""
+        if not self.shared:
+            return 0.0
+        first = (self.place / "data" / "postmaster.pid").read_text().split()[0]
+        children = pathlib.Path(f"/proc/{first}/task/{first}/children").read_text().split()
+        return sum(map(processor_seconds, [first, *children]))
 
     def newest(self):
         """The number of the trace that came last."""
@@ -148,8 +165,7 @@ class Centre:
 
     def seconds(self):
         """Of processors that it has used."""
-        words = pathlib.Path(f"/proc/{self.process.pid}/stat").read_text().rpartition(")")[2].split()
-        return (int(words[11]) + int(words[12])) / os.sysconf("SC_CLK_TCK")
+        return processor_seconds(self.process.pid)
 
     def ask(self, path):
         place = urllib.parse.urlsplit(self.address)
