@@ -66,7 +66,7 @@ AlarmChange DeadInstrument(const std::string& name, Millis now) {
   alarm.instrument = name;
   alarm.kind = AlarmKind::kInstrument;
   alarm.severity = Severity::kMajor;
-  alarm.sentence = "no trace that can be compared comes of any fibre of instrument " + name;
+  alarm.sentence = "instrument " + name + " sends no trace that can be compared, of any of its fibres";
   return Raised(alarm, now);
 }
 
