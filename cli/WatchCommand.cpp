@@ -120,6 +120,12 @@ void AddDoors(CLI::App& command, WatchCommand& options) {
       .add_option("--trusted-header", centre.trustedHeader,
                   "Header in which a proxy in front names the user; the proxy has to remove it from others")
       ->type_name("NAME");
+  command
+      .add_option("--tiles", centre.tiles,
+                  "Pictures behind the map: address of a tile server, with {z}, {x} and {y}")
+      ->type_name("URL");
+  command.add_option("--tiles-credit", centre.tilesCredit, "Whom the page names below the map")
+      ->type_name("TEXT");
   command.add_option("--page", centre.page, "Folder of the built page, if not that of the installation")
       ->type_name("FOLDER");
 }

@@ -15,6 +15,7 @@
 #include "watch/desk/Keeper.h"
 #include "watch/desk/Relay.h"
 #include "watch/desk/Teller.h"
+#include "watch/http/Address.h"
 #include "watch/http/Server.h"
 #include "watch/spool/Spool.h"
 #include "watch/store/People.h"
@@ -33,21 +34,6 @@ void NeedSodium() {
 }
 
 bool IsServer(const std::string& store) { return store.rfind("postgresql://", 0) == 0; }
-
-// The address of the page, without what ends it. It stands in messages, so it is nothing but an address.
-std::string PageAddress(std::string address) {
-  if (address.empty()) return address;
-  const std::size_t scheme = address.rfind("https://", 0) == 0 ? 8 : address.rfind("http://", 0) == 0 ? 7 : 0;
-  const bool plain = std::all_of(address.begin(), address.end(), [](char letter) {
-    return letter > ' ' && letter < 127 && std::strchr("\"'<>#?\\@", letter) == nullptr;
-  });
-  const std::string host = address.substr(scheme, address.find('/', scheme) - scheme);
-  if (scheme == 0 || !plain || host.empty() || host[0] == ':')
-    throw Error(ErrorKind::kUsage, address,
-                "is no address of a page, such as https://fibres.example:8717/watch");
-  while (address.back() == '/') address.pop_back();
-  return address;
-}
 
 // A file is one centre's. Whoever comes second would take the first for dead.
 class StoreLock {
@@ -195,6 +181,7 @@ std::vector<std::string> CheckCentre(const CentreOptions& options) {
   });
   look([&] { ChannelsOf(options.channels); });
   look([&] { PageAddress(options.address); });
+  look([&] { TilesOrigin(options.tiles); });
   look([&] {
     if (!options.spool.empty() && access(options.spool.c_str(), R_OK | W_OK | X_OK) != 0)
       throw Error(ErrorKind::kUnwritable, options.spool, std::strerror(errno));

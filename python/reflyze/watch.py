@@ -397,6 +397,10 @@ class Centre:
         """Figures for monitoring, in the text form of Prometheus."""
         return self._ask("GET", "/metrics").decode()
 
+    def map(self) -> Row:
+        """Address and credit of the pictures behind the map of the page."""
+        return self._row("GET", "/map")
+
     def openapi(self) -> Row:
         """The description of the interface."""
         return self._row("GET", "/openapi.json")

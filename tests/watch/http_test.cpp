@@ -272,6 +272,21 @@ TEST_F(HttpTest, BelievesTheProxyAndNoOtherName) {
   EXPECT_EQ(line.Hear().status, 421);
 }
 
+TEST_F(HttpTest, PicturesBehindTheMapComeFromOneServer) {
+  for (const char* bad :
+       {"tiles/{z}/{x}/{y}", "https://t.example/{z}/{x}.png", "https://t.example; script-src *;/{z}/{x}/{y}",
+        "https://*/{z}/{x}/{y}", "https://t.example,x/{z}/{x}/{y}", "https://a:b@t.example/{z}/{x}/{y}"}) {
+    options_.tiles = bad;
+    EXPECT_THROW(OpenCentre(options_), Error) << bad;
+  }
+  options_.tiles = "https://t.example:8443/base/{z}/{x}/{y}.png?key=1";
+  Start();
+  EXPECT_NE(
+      Get("/").Header("Content-Security-Policy").find("blob: https://t.example:8443; connect-src 'self'"),
+      std::string::npos);
+  EXPECT_EQ(Get("/map").Json(), (json{{"tiles", options_.tiles}, {"credit", nullptr}}));
+}
+
 TEST_F(HttpTest, ShowsThePageAndNothingBesideIt) {
   Start();
   const Heard page = Get("/");

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "watch/http/Address.h"
 #include "watch/http/Text.h"
 
 namespace reflyze::watch {
@@ -26,12 +27,17 @@ constexpr std::size_t kMostHeld = 96u << 20;  // bytes of all bodies that come i
 constexpr std::size_t kHeardOut = 1u << 20;
 constexpr const char* kPriorities = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";
 
-// What a browser may do with anything from here: run what comes from here, and show it nowhere else.
+// What a browser may do with anything from here: run what comes from here, and show it nowhere else. Pictures
+// behind the map may come from one more server.
+std::string Policy(const std::string& tiles) {
+  return "default-src 'none'; script-src 'self' 'wasm-unsafe-eval'; style-src 'self'; img-src 'self' data:"
+         " blob:" +
+         (tiles.empty() ? "" : " " + tiles) +
+         "; connect-src 'self'; font-src 'self'; worker-src 'self' blob:; manifest-src 'self'; base-uri"
+         " 'none'; form-action 'none'; frame-ancestors 'none'";
+}
+
 constexpr std::pair<const char*, const char*> kAlways[] = {
-    {"Content-Security-Policy",
-     "default-src 'none'; script-src 'self' 'wasm-unsafe-eval'; style-src 'self'; img-src 'self' data: blob:;"
-     " connect-src 'self'; font-src 'self'; worker-src 'self' blob:; manifest-src 'self'; base-uri 'none';"
-     " form-action 'none'; frame-ancestors 'none'"},
     {"X-Content-Type-Options", "nosniff"},
     {"X-Frame-Options", "DENY"},
     {"Referrer-Policy", "no-referrer"},
@@ -152,6 +158,7 @@ Server::Door::Door(const CentreOptions& options, const Served& served, const std
       certificate_(certificate),
       key_(key),
       run_(NewSecret().substr(0, 8)),
+      policy_(Policy(TilesOrigin(options.tiles))),
       api_(options, served) {
   // The numbers of news have a line between run and count.
   for (char& letter : run_) letter = letter == '-' ? '_' : letter;
@@ -322,6 +329,7 @@ MHD_Result Server::Door::Send(MHD_Connection* connection, Response response, boo
   }
   if (sent == nullptr) return MHD_NO;
   if (response.news) response.headers.emplace_back("Content-Type", response.type);
+  MHD_add_response_header(sent, "Content-Security-Policy", policy_.c_str());
   for (const auto& [name, value] : kAlways) MHD_add_response_header(sent, name, value);
   bool cached = false;
   for (const auto& [name, value] : response.headers) {

@@ -41,7 +41,7 @@ class Server::Door {
 
   CentreOptions options_;
   Served served_;
-  std::string certificate_, key_, run_;
+  std::string certificate_, key_, run_, policy_;
   Api api_;
   Overdue overdue_;
   MHD_Daemon* daemon_ = nullptr;

@@ -100,6 +100,11 @@ Response Health(const Desk& desk) {
                       up ? 200 : 503);
 }
 
+Response MapAsked(const Desk& desk) {
+  const auto known = [](const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); };
+  return JsonResponse({{"tiles", known(desk.options.tiles)}, {"credit", known(desk.options.tilesCredit)}});
+}
+
 Response NewsAsked(const Request& request) {
   Response response;
   response.news = true;
@@ -121,6 +126,15 @@ std::vector<Way> StateWays(const Desk& desk) {
        200,
        {},
        NewsAsked},
+      {"GET",
+       "/map",
+       Role::kReader,
+       "What is drawn behind the routes",
+       "",
+       "Map",
+       200,
+       {},
+       [&desk](const Request&) { return MapAsked(desk); }},
       {"GET",
        "/metrics",
        Role::kReader,

@@ -32,15 +32,15 @@ async function end(child, signal) {
   await gone;
 }
 
-// A centre in a folder of its own. `users` are [name, role, password].
-export async function startCentre(users = []) {
+// A centre in a folder of its own. `users` are [name, role, password], `more` further options.
+export async function startCentre(users = [], more = []) {
   const folder = temporary();
   const store = join(folder, 'w.db');
   for (const [name, role, password] of users) {
     const made = spawnSync(program, ['watch', '--store', store, '--set-user', name, '--role', role], { input: password, encoding: 'utf8' });
     assert.equal(made.status, 0, made.stderr);
   }
-  const words = (port) => [program, 'watch', '--store', store, '--page', page, '--port', String(port)];
+  const words = (port) => [program, 'watch', '--store', store, '--page', page, '--port', String(port), ...more];
   let { child, address } = await run(words(0));
   const [name, , password] = users[0] ?? [];
   return {

@@ -2,6 +2,8 @@
 // The page of a centre, driven as those who sit in front of it do: with the example's network, to which things happen,
 // and with small centres of the tests' own.
 import assert from 'node:assert/strict';
+import { once } from 'node:events';
+import { createServer } from 'node:http';
 import { after, before, test } from 'node:test';
 import { open } from './browser.mjs';
 import { startCentre, startNetwork } from './centre.mjs';
@@ -169,6 +171,48 @@ test('the map draws the route and the place of the break; wheel, keys, buttons a
   await page.mouse.click(middle[0] - 60, middle[1] + 1);
   await page.waitForFunction(() => document.querySelector('#fibre-head').textContent === 'north: North ring');
   await done(page);
+});
+
+test('pictures of a tile server lie behind the routes, where they belong', async () => {
+  const asked = new Set();
+  const blue = Buffer.from('<svg xmlns="http://www.w3.org/2000/svg" width="256" height="256"><rect width="256" height="256" fill="#00f"/></svg>');
+  const server = createServer((request, answer) => {
+    asked.add(request.url);
+    answer.writeHead(200, { 'Content-Type': 'image/svg+xml' }).end(blue);
+  }).listen(0, '127.0.0.1');
+  await once(server, 'listening');
+  const tiled = await centre([], ['--tiles', `http://127.0.0.1:${server.address().port}/{z}/{x}/{y}.svg`, '--tiles-credit', 'Surveyors & Sons']);
+  await tiled.add('north', { route: line(8, 8 + DEGREES_OF_20_KM) });
+  const page = await browser.page({}, tiled.address, 'http://127.0.0.1:');
+  await page.locator('#map').scrollIntoViewIfNeeded();
+  assert.equal(await page.textContent('#credit'), 'Surveyors & Sons');
+  // All of the map is as blue as tiles make it.
+  const blueness = async () => {
+    const shot = (await page.locator('#map').screenshot()).toString('base64');
+    return page.evaluate(async (data) => {
+      const bytes = Uint8Array.from(atob(data), (letter) => letter.charCodeAt(0));
+      const image = await createImageBitmap(new Blob([bytes]));
+      const pen = new OffscreenCanvas(image.width, image.height).getContext('2d');
+      pen.drawImage(image, 0, 0);
+      const { data: seen } = pen.getImageData(0, 0, image.width, image.height);
+      let count = 0;
+      for (let i = 0; i < seen.length; i += 4) count += seen[i + 2] - seen[i] > 100 ? 1 : 0;
+      return count / (seen.length / 4);
+    }, shot);
+  };
+  for (let i = 0; i < 50 && (await blueness()) < 0.9; ++i) await page.waitForTimeout(100);
+  assert.ok((await blueness()) > 0.9);
+  // The middle of the route lies at 8.14 degrees east and 50 degrees north; in Web Mercator its tile is known.
+  const zooms = [...asked].map((path) => path.match(/^\/(\d+)\/(\d+)\/(\d+)\.svg$/).slice(1).map(Number));
+  for (const zoom of new Set(zooms.map(([z]) => z))) {
+    const tiles = 2 ** zoom;
+    const [x, y] = [((8 + DEGREES_OF_20_KM / 2 + 180) / 360) * tiles, ((1 - Math.log(Math.tan((70 * Math.PI) / 180)) / Math.PI) / 2) * tiles];
+    assert.ok(asked.has(`/${zoom}/${Math.floor(x)}/${Math.floor(y)}.svg`), `the tile of the middle at zoom ${zoom}`);
+    const near = zooms.filter(([z]) => z === zoom).every(([, a, b]) => Math.abs(a - x) < 8 && Math.abs(b - y) < 6);
+    assert.ok(near, 'no tile is fetched that nobody sees');
+  }
+  await done(page);
+  server.close();
 });
 
 test('one fibre: each event over time, and the curve over its baseline on the page for traces', async () => {

@@ -117,6 +117,7 @@ async function ask(path: string, init: RequestInit = {}): Promise<unknown> {
 const of = (fibre: string): string => `fibres/${encodeURIComponent(fibre)}`;
 
 export const me = async () => (await ask('me')) as { name: string; role: string };
+export const behindMap = async () => (await ask('map')) as { tiles: string | null; credit: string | null };
 export const signIn = (name: string, password: string) =>
   ask('login', { method: 'POST', body: JSON.stringify({ name, password }) });
 export const signOut = () => ask('logout', { method: 'POST' });

@@ -265,6 +265,9 @@ async function enter(): Promise<void> {
   byId('centre').hidden = false;
   byId('refused').textContent = '';
   state.chosen = fromAddress();
+  const { tiles, credit } = await api.behindMap();
+  if (tiles) map.putBehind(tiles);
+  write('credit', (tiles && credit) || '');
   feed.start();
   await look(true);
   if (state.chosen && !state.fibres.has(state.chosen)) notice(`There is no fibre ${state.chosen}.`);

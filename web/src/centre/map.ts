@@ -3,6 +3,7 @@
 import { perFrame } from '../dom';
 import type { Fibre, Place } from './api';
 import { drawLabels } from './labels';
+import { Tiles } from './tiles';
 import { badness, byBadness } from './words';
 
 type Point = [number, number]; // longitude, latitude
@@ -44,6 +45,7 @@ export class RouteMap {
   private places: { place: Place; state: string }[] = [];
   private view: View | null = null;
   private readonly held = new Map<number, { x: number; y: number }>(); // fingers, or the mouse
+  private tiles: Tiles | null = null;
   private moved = 0;
   private chosen = '';
   private untouched = true; // no hand has moved it: it shows all routes, whichever come
@@ -71,6 +73,12 @@ export class RouteMap {
       .filter((line) => line.points.length > 1);
     this.chosen = chosen;
     if (this.untouched) this.fit();
+    this.draw();
+  }
+
+  // Pictures behind the routes.
+  putBehind(address: string): void {
+    this.tiles = new Tiles(address, this.draw);
     this.draw();
   }
 
@@ -114,6 +122,7 @@ export class RouteMap {
     pen.scale(devicePixelRatio, devicePixelRatio);
     const style = getComputedStyle(this.canvas);
     const colour = (name: string): string => style.getPropertyValue(name).trim();
+    this.drawTiles(pen, width, height);
     // Of one state in one stroke: a network has thousands of them.
     for (const [state, lines] of this.byState()) {
       const bad = badness(state) < badness('no baseline');
@@ -132,6 +141,13 @@ export class RouteMap {
     for (const { place, state } of this.places) this.drawPlace(pen, place, colour(colourOf(state)));
     drawLabels(pen, this.ends(), colour('--text'), colour('--surface'));
     this.scaleBar(pen, height, colour('--text'));
+  }
+
+  private drawTiles(pen: CanvasRenderingContext2D, width: number, height: number): void {
+    const { x, y, scale } = this.view!;
+    const across = Math.cos((y * Math.PI) / 180) * scale; // pixels a degree of longitude
+    const [wide, high] = [width / 2 / across, height / 2 / scale];
+    this.tiles?.draw(pen, { west: x - wide, east: x + wide, south: y - high, north: y + high }, this.placing(), across);
   }
 
   // Where an alarm is: the stretch of the route that holds it, and a ring that is seen from afar.
