@@ -184,6 +184,8 @@ test('a link shows the same thresholds, limits, reels, offsets, pair, pane, mark
   const second = await browser.page({}, browser.address + hash);
   // One file after the other: the place is shown when all are there.
   await drop(second, ...files.slice(0, 2));
+  // What is dropped while others are read stands where it is ready first.
+  await second.waitForFunction(() => document.querySelectorAll('#list li').length === 2 && document.querySelector('#state').textContent === '');
   await second.waitForTimeout(500);
   assert.equal(new URL(second.url()).hash, hash);
   await drop(second, files[2]);
