@@ -27,13 +27,13 @@ struct CentreOptions {
   std::string trustedHeader;  // header with the user's name, which a proxy in front sets; empty for none
   std::string page;           // folder of the built page; empty for none
   // Pictures behind the map, of a server that people's browsers reach: its address with {z}, {x} and {y}, as
-  // "https://tiles.example/{z}/{x}/{y}.png" (Web Mercator, 256 pixels), and whom it wants to be named with
-  // it. Empty for none.
-  std::string tiles, tilesCredit;
-  std::string channels;  // document (INI) of whom to tell of alarms; empty for nobody
-  std::string address;   // "https://..." where people find the page, for messages to link; empty for no links
-  bool learn = false;    // adds fibres that it does not know; their first trace is their baseline
-  unsigned jobs = 0;     // comparisons at a time; 0 for as many as the machine has cores
+  // "https://tiles.example/{z}/{x}/{y}.png" (Web Mercator, 256 pixels). Empty for none.
+  std::string tiles;
+  std::string tilesCredit;  // whom the tiles' server wants to be named with them
+  std::string channels;     // document (INI) of whom to tell of alarms; empty for nobody
+  std::string address;  // "https://..." where people find the page, for messages to link; empty for no links
+  bool learn = false;   // adds fibres that it does not know; their first trace is their baseline
+  unsigned jobs = 0;    // comparisons at a time; 0 for as many as the machine has cores
   // Days for which the bytes of every trace are kept; after that those of each fibre's first of a day, and of
   // what showed a change. 0 keeps all for good.
   long keepDays = 0;
