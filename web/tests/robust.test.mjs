@@ -19,16 +19,18 @@ function filesBelow(folder) {
 }
 
 // What fuzzing has found, and a small record cut at every byte and with a number that lies at every byte: -1, 0 or the
-// maximum of two or four bytes, or one more or less, in turns out of step with the fields.
+// maximum of two or four bytes, or one more or less, in turns out of step with the fields. REFLYZE_BYTES_APART, an odd
+// number, takes fewer of these bytes for who has little time.
 function brokenFiles() {
   const link = JSON.parse(readFileSync(example('links/metro-40km.json'), 'utf8'));
   writeFileSync(join(root, 'build/web-small.json'), JSON.stringify({ ...link, range_km: 42, points: 420, pulse_ns: 1000 }));
   reflyze(root, 'simulate', 'build/web-small.json', '-o', 'build/web-small.sor', '--seed', '1');
   reflyze(root, 'baseline', 'build/web-small.sor', '-o', 'build/web-small.sor', '--level', 'page');
   const whole = readFileSync(join(root, 'build/web-small.sor'));
+  const apart = Number(process.env.REFLYZE_BYTES_APART ?? 1);
   const files = filesBelow(join(root, 'tests/fuzz/inputs')).map((path) => [path.slice(root.length + 1).replaceAll('/', ' '), readFileSync(path)]);
-  for (let size = 0; size < whole.length; ++size) files.push([`cut ${size}.sor`, whole.subarray(0, size)]);
-  for (let place = 0; place + 4 <= whole.length; ++place) {
+  for (let size = 0; size < whole.length; size += apart) files.push([`cut ${size}.sor`, whole.subarray(0, size)]);
+  for (let place = 0; place + 4 <= whole.length; place += apart) {
     const low = whole[place];
     const lies = [[255, 255], [255, 255, 255, 255], [0, 0], [0, 0, 0, 0], [255, 127], [255, 255, 255, 127], [(low + 1) & 255], [(low - 1) & 255]];
     const bytes = Buffer.from(whole);
@@ -41,7 +43,7 @@ function brokenFiles() {
 test('each broken file is shown or costs one clear sentence, and the page lives on', async () => {
   const page = await browser.page();
   const files = brokenFiles();
-  assert.ok(files.length > 3000, String(files.length));
+  assert.ok(files.length > 400, String(files.length));
   for (let i = 0; i < files.length; i += 250) {
     const some = files.slice(i, i + 250);
     await drop(page, ...some);
