@@ -4,11 +4,11 @@
 from __future__ import annotations
 
 import os
-import sqlite3
 from contextlib import closing
 from typing import Dict, Iterable, Iterator, List, NamedTuple, Optional, Tuple, Union
 
 from ._errors import UnreadableError, UsageError
+from ._fleet_store import Store, is_database, on_server, shown_address
 from ._trace import Path, Trace, from_bytes
 from ._work import files
 
@@ -29,7 +29,6 @@ class Item(NamedTuple):
 Inputs = Union[Path, Item, Iterable[Union[Path, Item]]]
 Unit = Tuple[Item, ...]  #: what is worked on at once: a trace, a baseline and a trace, or two directions
 
-_SQLITE = b"SQLite format 3\0"
 _LEAST_SIZE = 1 << 12  # a name that leads nowhere costs its look, too
 
 
@@ -38,27 +37,9 @@ def shown(name: str) -> str:
     return os.fsencode(name).decode("utf-8", "replace")
 
 
-def is_database(name: str) -> bool:
-    """Whether a file is one of SQLite, such as the store of a centre."""
-    try:
-        with open(name, "rb") as file:
-            return file.read(len(_SQLITE)) == _SQLITE
-    except OSError:
-        return False
-
-
-def opened_store(name: str) -> sqlite3.Connection:
-    """The store as it stands, to be read and not written."""
-    quoted = os.path.abspath(name).replace("%", "%25").replace("?", "%3f").replace("#", "%23")
-    return sqlite3.connect(f"file:{quoted}?mode=ro", uri=True, timeout=30)
-
-
 def _of_store(name: str, statement: str) -> List[Tuple[int, int, str, Optional[int]]]:
-    try:
-        with closing(opened_store(name)) as store:
-            return store.execute(statement).fetchall()
-    except sqlite3.Error as error:
-        raise UnreadableError(f"is no store of a centre: {error}", name) from error
+    with closing(Store(name)) as store:
+        return store.rows(statement)
 
 
 def _traces_of_store(name: str) -> Iterator[Item]:
@@ -67,9 +48,10 @@ def _traces_of_store(name: str) -> Iterator[Item]:
         "SELECT traces.id, fibres.id, fibres.name, length(bytes) FROM traces JOIN fibres ON fibres.id = traces.fibre"
         " LEFT JOIN trace_bytes ON trace_bytes.id = traces.id ORDER BY traces.id",
     )
+    shown = shown_address(name)
     for key, fibre, title, size in rows:
         problem = "" if size else "the store has no bytes of it"
-        yield Item(f"{name}:{title}/{key}", size or 0, f"{title}/{key}", name, "trace_bytes", key, fibre, problem)
+        yield Item(f"{shown}:{title}/{key}", size or 0, f"{title}/{key}", name, "trace_bytes", key, fibre, problem)
 
 
 def _baselines_of_store(name: str) -> Dict[int, Item]:
@@ -79,7 +61,7 @@ def _baselines_of_store(name: str) -> Dict[int, Item]:
         " JOIN baseline_bytes ON baseline_bytes.id = fibres.baseline",
     )
     return {
-        fibre: Item(f"{name}:{title}/baseline", size or 0, "", name, "baseline_bytes", key, fibre)
+        fibre: Item(f"{shown_address(name)}:{title}/baseline", size or 0, "", name, "baseline_bytes", key, fibre)
         for key, fibre, title, size in rows
     }
 
@@ -101,7 +83,7 @@ def items(inputs: Inputs) -> List[Item]:
     for one in inputs:
         if isinstance(one, Item):
             found.append(one)
-        elif is_database(os.fspath(one)):
+        elif on_server(os.fspath(one)) or is_database(os.fspath(one)):
             found += _traces_of_store(os.fspath(one))
         else:
             found += [_of_file(file.name, file.below, file.problem) for file in files(one, folders=True)]
@@ -208,7 +190,7 @@ class Reader:
     def __init__(self, folder: str, encoding: str) -> None:
         self._folder = folder  # that names count from
         self._encoding = encoding
-        self._stores: Dict[str, sqlite3.Connection] = {}
+        self._stores: Dict[str, Store] = {}
         self._last: Dict[Item, Trace] = {}  # a baseline serves many
 
     def __enter__(self) -> Reader:
@@ -222,13 +204,20 @@ class Reader:
         if not item.store:
             with open(os.path.join(self._folder, item.name), "rb") as file:
                 return file.read()
-        path = os.path.join(self._folder, item.store)
-        if path not in self._stores:
-            self._stores[path] = opened_store(path)
-        found = self._stores[path].execute(f"SELECT bytes FROM {item.table} WHERE id = ?", (item.key,)).fetchone()
-        if found is None:
+        found = self._of_store(item)
+        if not found:
             raise UnreadableError("is no longer in the store", item.name)
-        return bytes(found[0])
+        return bytes(found[0][0])
+
+    def _of_store(self, item: Item) -> List[Tuple[bytes]]:
+        path = item.store if on_server(item.store) else os.path.join(self._folder, item.store)
+        if path not in self._stores:
+            self._stores[path] = Store(path)
+        try:
+            return self._stores[path].rows(f"SELECT bytes FROM {item.table} WHERE id = ?", item.key)
+        except UnreadableError:
+            self._stores.pop(path).close()  # a server that was away may be back for the next trace
+            raise
 
     def read(self, item: Item) -> Trace:
         """Throws what is wrong with it."""

@@ -11,7 +11,7 @@ from typing import Any, List, Optional, Sequence
 from . import fleet
 from ._errors import Error, UnwritableError, UsageError
 from ._fleet_out import FORMATS, format_of
-from ._fleet_run import need
+from ._fleet_store import need
 
 _DONE, _CHANGED, _USAGE, _UNREADABLE, _UNWRITABLE, _FAILS = range(6)  # as the program's
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-"""Where rows of a fleet go: CSV, JSON lines, Zarr, or a table of a database, each whole or not at all."""
+"""Where rows of a fleet go: CSV, JSON lines, Zarr, or tables of databases, each whole or not at all."""
 
 from __future__ import annotations
 
@@ -11,9 +11,8 @@ from contextlib import closing, contextmanager, suppress
 from typing import Any, Dict, Iterator, List
 
 from ._errors import UnwritableError, UsageError
-from ._fleet_items import is_database
 from ._fleet_rows import FLAG, NUMBER, TEXT
-from ._fleet_run import need
+from ._fleet_store import connected, is_database, need, on_server, sentence_of, shown_address
 from ._trace import Path
 
 _CHUNK_ROWS = 1 << 16  # of an array: whole chunks are written once
@@ -25,6 +24,10 @@ _PATIENCE_S = 60  # with a centre that writes in its store
 
 def format_of(path: Path, given: str) -> str:
     """The kind of an output, by its name unless it is told."""
+    if on_server(os.fspath(path)):
+        if given not in ("", "db"):
+            raise UsageError(f"{given}: a server keeps tables alone (db)")
+        return "db"
     kind = given or _ENDINGS.get(os.path.splitext(os.fspath(path))[1].lower(), "")
     if kind not in FORMATS:
         raise UsageError(f"{kind or os.fspath(path)}: the format is none of {', '.join(FORMATS)}")
@@ -198,7 +201,59 @@ class Table(Output):
             os.unlink(self.beside)
 
 
+class ServerTable(Output):
+    """The same on a PostgreSQL server. One transaction holds all, so that nobody waits while the rows come."""
+
+    def __init__(self, path: Path, columns: Dict[str, str], work: str) -> None:
+        super().__init__("", columns)
+        self._address = os.fspath(path)
+        self.path = shown_address(self._address)
+        self.table = f"fleet_{work}"
+        self._coming = f"{self.table}_{uuid.uuid4().hex[:12]}"
+        self._base: Any = None
+
+    @contextmanager
+    def _told(self) -> Iterator[Any]:
+        try:
+            with closing(self._base.cursor()) as cursor:
+                yield cursor
+        except (need("psycopg2").Error, ValueError) as error:  # of texts that are none
+            raise UnwritableError(sentence_of(error), self.path) from error
+
+    def begin(self) -> None:
+        try:
+            self._base = connected(self._address)
+        except need("psycopg2").Error as error:
+            raise UnwritableError(sentence_of(error), self.path) from error
+        types = {NUMBER: "DOUBLE PRECISION", TEXT: "TEXT", FLAG: "BOOLEAN"}
+        shape = ", ".join(f'"{name}" {types.get(kind, "BIGINT")}' for name, kind in self.columns.items())
+        with self._told() as cursor:
+            cursor.execute(f"SET lock_timeout = '{_PATIENCE_S}s'")
+            cursor.execute(f"CREATE TABLE {self._coming} ({shape})")
+
+    def add(self, payload: Dict[str, List[Any]]) -> None:
+        rows = zip(*(map(_without_zeros, payload[name]) for name in self.columns))
+        with self._told() as cursor:
+            need("psycopg2.extras").execute_values(cursor, f"INSERT INTO {self._coming} VALUES %s", rows, page_size=1000)
+
+    def finish(self) -> None:
+        with self._told() as cursor:
+            cursor.execute(f"DROP TABLE IF EXISTS {self.table}")
+            cursor.execute(f"ALTER TABLE {self._coming} RENAME TO {self.table}")
+            self._base.commit()
+        self._base.close()
+
+    def drop(self) -> None:
+        if self._base is not None:
+            self._base.close()  # takes back what was not committed
+
+
+def _without_zeros(value: Any) -> Any:
+    """Texts of the server end at a zero byte and may have none."""
+    return value.replace("\0", "\ufffd") if isinstance(value, str) else value
+
+
 def output(path: Path, kind: str, columns: Dict[str, str], work: str) -> Output:
     if kind == "db":
-        return Table(path, columns, work)
+        return (ServerTable if on_server(os.fspath(path)) else Table)(path, columns, work)
     return {"csv": Csv, "jsonl": Lines, "zarr": Zarr}[kind](path, columns)

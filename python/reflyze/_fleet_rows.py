@@ -4,7 +4,6 @@
 from __future__ import annotations
 
 import json
-import sqlite3
 from typing import Any, Callable, Dict, Iterator, List, NamedTuple, Tuple
 
 from . import _core
@@ -222,8 +221,6 @@ def rows_of_unit(work: Work, settings: Settings, reader: Reader, unit: Unit) -> 
         return [bad_row(work.kind, unit, error.sentence, error.file or "")]
     except OSError as error:
         return [bad_row(work.kind, unit, error.strerror or str(error))]
-    except sqlite3.Error as error:
-        return [bad_row(work.kind, unit, f"the store: {error}")]
     except MemoryError:
         return [bad_row(work.kind, unit, "asks for more memory than there is")]
 

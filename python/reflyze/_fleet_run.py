@@ -13,24 +13,13 @@ from typing import Any, Dict, Iterator, List, Optional, Tuple
 from ._errors import UnreadableError, UsageError
 from ._fleet_items import Unit
 from ._fleet_rows import Row, Tally, Work, bad_row, done, finished
+from ._fleet_store import need
 
 _AHEAD = 16  # parts for each worker that may be done before the oldest one is: they wait in memory
 
 
 class Lost(Exception):
     """The worker has died over it."""
-
-
-def need(module: str) -> Any:
-    """A module of Dask or of Zarr, imported where it is asked for."""
-    import importlib
-
-    try:
-        return importlib.import_module(module)
-    except ImportError as error:
-        name = module.partition(".")[0]
-        packages = {"zarr": "python3-zarr"}.get(name, "python3-dask and python3-distributed")
-        raise UnreadableError(f"is not installed, and this needs it (Debian: {packages}): {error}", name) from error
 
 
 class Threads:

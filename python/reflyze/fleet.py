@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: Apache-2.0
 """Archives of traces: analysed, compared, merged and judged on threads, on processes, or on a cluster of Dask.
 
-Inputs are files, folders, lists (`@FILE`), patterns, and the SQLite stores of centres. Each call gives a `Run`, which
-works when it is asked for its rows:
+Inputs are files, folders, lists (`@FILE`), patterns, and the stores of centres: files, or "postgresql://...". Each call
+gives a `Run`, which works when it is asked for its rows:
 
     run = fleet.analyse("archive", loss_db=0.02, scheduler="tcp://head:8786")
     run.write("events.zarr")
@@ -20,7 +20,8 @@ from ._errors import UnwritableError, UsageError
 from ._fleet_items import Inputs, Item, Unit, alone, in_pairs, items, partitions, with_baselines
 from ._fleet_out import FORMATS, format_of, output
 from ._fleet_rows import COLUMNS, Row, Tally, Work, done, try_out
-from ._fleet_run import completed, need, workers_of
+from ._fleet_run import completed, workers_of
+from ._fleet_store import need, shown_address
 from ._trace import Path
 
 __all__ = ["Item", "Row", "Run", "Tally", "analyse", "compare", "items", "judge", "merge"]
@@ -102,7 +103,8 @@ class Run:
         """Stores the rows in the order of the fleet, whole or not at all, and tells what they come to.
 
         `format` is "csv", "jsonl", "zarr" or "db" (SQLite); else the ending of the name tells. In a database that is there,
-        such as the store of a centre, they become the table "fleet_analyse", "fleet_compare" and so on.
+        such as the store of a centre, also of one on a server ("postgresql://..."), they become the table "fleet_analyse",
+        "fleet_compare" and so on.
         """
         kind = format_of(path, format)
         sink = output(path, kind, COLUMNS[self._work.kind], self._work.kind)
@@ -117,7 +119,7 @@ class Run:
             sink.finish()
         except OSError as error:
             sink.drop()
-            raise UnwritableError(error.strerror or str(error), os.fspath(path)) from error
+            raise UnwritableError(error.strerror or str(error), shown_address(os.fspath(path))) from error
         except BaseException:
             sink.drop()
             raise

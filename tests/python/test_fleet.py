@@ -13,6 +13,7 @@ import signal
 import sqlite3
 import subprocess
 import sys
+import tempfile
 from contextlib import closing
 from typing import Any, Dict, Iterator, List
 
@@ -195,30 +196,84 @@ def test_traces_find_their_baselines_and_directions(tmp_path: pathlib.Path) -> N
     assert any(abs(row["loss_db"] - 0.3) < 0.02 for row in two if row["loss_db"])
     assert problems(one) == {"K_2_A.sor": "the other direction is missing"}
 
+
+@pytest.fixture
+def server() -> Iterator[str]:
+    """The address of a PostgreSQL server on a socket, with a password that it doesn't ask for."""
+    bins = sorted(pathlib.Path("/usr/lib/postgresql").glob("*/bin"))
+    if not bins:
+        pytest.skip("no PostgreSQL is installed")
+    pytest.importorskip("psycopg2")
+    with tempfile.TemporaryDirectory(prefix="reflyze-") as folder:
+        user: Dict[str, Any] = {}
+        if os.getuid() == 0:  # which the server refuses to be
+            user = {"user": "postgres"}
+            shutil.chown(folder, "postgres")
+
+        def tool(name: str, *words: str) -> None:
+            command = [str(bins[-1] / name), "-D", f"{folder}/data", *words]
+            subprocess.run(command, check=True, stdout=subprocess.DEVNULL, cwd="/", **user)
+
+        tool("initdb", "-A", "trust", "-U", "postgres")
+        tool("pg_ctl", "-l", f"{folder}/log", "-w", "-o", f"-c listen_addresses='' -k {folder}", "start")
+        try:
+            yield f"postgresql://postgres:secret@/postgres?host={folder}"
+        finally:
+            tool("pg_ctl", "-m", "immediate", "-w", "stop")
+
+
+STORE = """CREATE TABLE fibres (id BIGINT PRIMARY KEY, name TEXT, baseline BIGINT);
+CREATE TABLE traces (id BIGINT PRIMARY KEY, fibre BIGINT, hash TEXT);
+CREATE TABLE trace_bytes (id BIGINT PRIMARY KEY, bytes BYTEA);
+CREATE TABLE baseline_bytes (id BIGINT PRIMARY KEY, bytes BYTEA);
+INSERT INTO fibres VALUES (1, 'K7', 3), (2, 'K8', 0);
+INSERT INTO traces VALUES (1, 1, ''), (2, 2, ''), (3, 1, '')"""
+
+
+def test_stores_of_centres(tmp_path: pathlib.Path, server: str) -> None:
+    reflyze.baseline(BASELINE, level="main").save(tmp_path / "K7.sor")
+    rows = [row["lt_deviation_db"] for row in fleet.compare(CURRENT, tmp_path / "K7.sor")]
+    current, base = pathlib.Path(CURRENT).read_bytes(), (tmp_path / "K7.sor").read_bytes()
     name = str(tmp_path / "centre 100%.db")
-    store = sqlite3.connect(name)
-    store.executescript(
-        "CREATE TABLE fibres (id INTEGER PRIMARY KEY, name TEXT, baseline BIGINT);"
-        "CREATE TABLE traces (id INTEGER PRIMARY KEY, fibre BIGINT, hash TEXT);"
-        "CREATE TABLE trace_bytes (id BIGINT PRIMARY KEY, bytes BLOB);"
-        "CREATE TABLE baseline_bytes (id BIGINT PRIMARY KEY, bytes BLOB);"
-        "INSERT INTO fibres VALUES (1, 'K7', 3), (2, 'K8', 0);"
-        "INSERT INTO traces VALUES (1, 1, ''), (2, 2, ''), (3, 1, '')"
-    )
-    current = pathlib.Path(CURRENT).read_bytes()
-    store.executemany("INSERT INTO trace_bytes VALUES (?, ?)", [(1, current), (2, current)])
-    store.execute("INSERT INTO baseline_bytes VALUES (3, ?)", ((tmp_path / "bases" / "K7.sor").read_bytes(),))
-    store.commit()
-    stored = list(fleet.compare(name))
-    files = [row["lt_deviation_db"] for row in rows if row["changed"]]
-    assert [row["lt_deviation_db"] for row in stored if row["changed"]] == files
-    assert {row["file"]: row["problem"] for row in stored if row["problem"]} == {
-        f"{name}:K8/2": "its fibre has no baseline", f"{name}:K7/3": "the store has no bytes of it"}  # fmt: skip
-    assert len(problems(list(fleet.analyse(name)))) == 1
-    store.execute("DROP TABLE fibres")
-    store.commit()
-    with pytest.raises(reflyze.UnreadableError):
-        fleet.analyse(name)
+
+    def opened(place: str) -> Any:
+        return sqlite3.connect(name) if place == "?" else pytest.importorskip("psycopg2").connect(server)
+
+    for address, place, shown in ((name, "?", name), (server, "%s", server.replace(":secret", ""))):
+        with closing(opened(place)) as store:
+            cursor = store.cursor()
+            for statement in STORE.split(";"):
+                cursor.execute(statement)
+            for table, key, data in (("trace", 1, current), ("trace", 2, current), ("baseline", 3, base)):
+                cursor.execute(f"INSERT INTO {table}_bytes VALUES ({place}, {place})", (key, data))
+            store.commit()
+        run = fleet.compare(address, scheduler="processes", workers=1)
+        stored = list(run)
+        assert [row["lt_deviation_db"] for row in stored if not row["problem"]] == rows
+        assert {row["file"]: row["problem"] for row in stored if row["problem"]} == {
+            f"{shown}:K8/2": "its fibre has no baseline", f"{shown}:K7/3": "the store has no bytes of it"}  # fmt: skip
+        assert len(problems(list(fleet.analyse(address)))) == 1
+
+        # Rows go back into it, in the place of older ones, and not by halves.
+        def stop(count: int, of: int) -> None:
+            raise KeyboardInterrupt
+
+        fleet.compare(address).write(address)
+        with pytest.raises(KeyboardInterrupt):
+            fleet.compare([CURRENT], tmp_path / "K7.sor").write(address, progress=stop)
+        run.write(address)
+        with closing(opened(place)) as store:
+            cursor = store.cursor()
+            cursor.execute("SELECT * FROM fleet_compare")
+            assert [dict(zip(run.columns, row)) for row in cursor.fetchall()] == stored
+            cursor.execute("DROP TABLE fibres")
+            store.commit()
+        with pytest.raises(reflyze.UnreadableError, match="store") as caught:
+            fleet.analyse(address)
+        assert "secret" not in str(caught.value)
+    with pytest.raises(reflyze.UnwritableError, match="postgres@/postgres") as refused:
+        fleet.compare(CURRENT, tmp_path / "K7.sor").write(server.replace("host=", "host=/nowhere"))
+    assert "secret" not in str(refused.value)
 
 
 def test_command(archive: pathlib.Path, tmp_path: pathlib.Path) -> None:
