@@ -22,8 +22,6 @@ struct BaselineCommand {
   std::string format = "text";
 };
 
-constexpr double kFarthestKm = 10000.0;
-
 std::string LevelNameProblem(const std::string& name) {
   // A level without a name tells a record that there was no comparison.
   if (name.find_first_not_of(' ') == std::string::npos) return "the name is empty";

@@ -27,7 +27,7 @@ struct EditCommand {
   std::string format = "text";
 };
 
-std::string SettingProblem(const std::string& text) {
+std::string FieldProblem(const std::string& text) {
   const std::size_t equals = text.find('=');
   return equals == std::string::npos || equals == 0 ? "\"" + text + "\" is not FIELD=VALUE" : "";
 }
@@ -193,7 +193,7 @@ void AddEditCommand(CLI::App& app, Session& session) {
   command->add_option("--set", options->settings, "What is to stand in a field, see below")
       ->type_name("FIELD=VALUE")
       ->allow_extra_args(false)
-      ->check(CLI::Validator([](std::string& text) { return SettingProblem(text); }, ""));
+      ->check(CLI::Validator([](std::string& text) { return FieldProblem(text); }, ""));
   command->add_option("--from", options->table, "CSV table: a column \"file\", and one for each field to set")
       ->type_name(kFileValue)
       ->check(InputName());

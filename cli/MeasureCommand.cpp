@@ -13,8 +13,6 @@
 namespace reflyze::cli {
 namespace {
 
-constexpr double kFarthestKm = 10000.0;
-
 struct MeasureCommand {
   Job job;
   std::optional<double> atKm, fromKm, toKm;

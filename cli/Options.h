@@ -13,6 +13,9 @@ namespace reflyze::cli {
 
 class Session;
 
+constexpr double kFarthestKm = 10000.0;  // of a place that can be asked for
+constexpr unsigned kLastPort = 65535;
+
 // Checks and options that several commands share. CLI11's own range check lets "not a number" and the empty
 // text of an unset variable pass.
 

@@ -28,7 +28,7 @@ void* LoadPaper() {
   }
 }
 
-const PaperDoor* OpenDoor() {
+const PaperDoor* OpenPaperDoor() {
 #ifdef REFLYZE_LINKED_MODULE
   LoadPaper();
   return nullptr;
@@ -41,7 +41,7 @@ const PaperDoor* OpenDoor() {
 }  // namespace
 
 const PaperDoor& LoadedPaper() {
-  static const PaperDoor* const door = OpenDoor();
+  static const PaperDoor* const door = OpenPaperDoor();
   // Values cross the door, so that both sides have to be built alike.
   if (door == nullptr || door->version != LibraryVersion() || door->optionsBytes != sizeof(PaperOptions) ||
       door->pictureBytes != sizeof(PicturedTrace))

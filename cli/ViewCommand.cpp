@@ -21,15 +21,13 @@
 namespace reflyze::cli {
 namespace {
 
-constexpr std::uint64_t kLastPort = 65535;
-
 struct ViewCommand {
   InputArguments inputs;
   std::uint64_t port = 0;  // any that is free
   bool noBrowser = false;
 };
 
-constexpr std::array<std::pair<const char*, const char*>, 5> kPage = {
+constexpr std::array<std::pair<const char*, const char*>, 5> kPageFiles = {
     {{"index.html", "text/html; charset=utf-8"},
      {"page.js", "text/javascript; charset=utf-8"},
      {"worker.js", "text/javascript; charset=utf-8"},
@@ -69,7 +67,7 @@ std::map<std::string, Served> FilesToServe(Session& session, const ViewCommand& 
     throw Error(
         ErrorKind::kUnreadable, "",
         "the page is neither beside the program nor where it was installed; scripts/build-web builds it");
-  for (const auto& [name, type] : kPage) {
+  for (const auto& [name, type] : kPageFiles) {
     files["/" + std::string(name)] = {type, [path = folder + "/" + name] { return TextOfFile(path); }};
   }
   std::string list;

@@ -48,7 +48,6 @@ void WaitForSignal(const sigset_t& ends) {
 }
 
 int RunWatch(Session& session, WatchCommand& options) {
-  constexpr unsigned long long kLastPort = 65535;
   if (options.port > kLastPort) throw Error(ErrorKind::kUsage, "", "--port: there are ports from 1 to 65535");
   if (options.centre.page.empty()) options.centre.page = FolderOfPage();
   options.centre.port = options.noHttp ? -1 : static_cast<int>(options.port);

@@ -17,7 +17,7 @@ std::string WatchName() {
   return "libreflyze-watch.so." + version.substr(0, version.find('.'));
 }
 
-const WatchDoor* OpenDoor() {
+const WatchDoor* OpenWatchDoor() {
   try {
     [[maybe_unused]] void* const library = LoadBeside(WatchName(), REFLYZE_LIBRARY_FROM_PROGRAM);
 #ifndef REFLYZE_LINKED_MODULE
@@ -34,7 +34,7 @@ const WatchDoor* OpenDoor() {
 }  // namespace
 
 const WatchDoor& LoadedWatch() {
-  static const WatchDoor* const door = OpenDoor();
+  static const WatchDoor* const door = OpenWatchDoor();
   // Values cross the door, so that both sides have to be built alike.
   if (door == nullptr || door->version != LibraryVersion() || door->optionsBytes != sizeof(CentreOptions))
     throw Error(ErrorKind::kUnreadable, WatchName(), "is not of this version, " + LibraryVersion());

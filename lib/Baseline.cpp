@@ -16,9 +16,9 @@
 namespace reflyze {
 namespace {
 
-short Thousandths(double value) { return TruncToShort(value * 1000.0 + 0.5); }
+short LimitThousandths(double value) { return TruncToShort(value * 1000.0 + 0.5); }
 
-TShortThreshold Relative(double limit) { return {0, Thousandths(limit), false}; }
+TShortThreshold Relative(double limit) { return {0, LimitThousandths(limit), false}; }
 
 // One alarm level, in force. The block itself gives it a set of limits for each event.
 void SetLevel(TSorData& record, const Monitoring& monitoring) {

@@ -19,11 +19,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-std::string Trimmed(const std::string& text) {
-  const size_t first = text.find_first_not_of(' ');
-  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(' ') - first + 1);
-}
-
 std::vector<std::string> Words(const std::string& stem) {
   std::vector<std::string> words(1);
   for (const char c : stem) {
@@ -174,12 +169,12 @@ CableTrace ReadForCable(const Trace& input) {
   trace.file = input.Name();
   const Card card = input.GetCard();
   TakeName(trace);
-  trace.recordFibre = Trimmed(card.fibre);
+  trace.recordFibre = Trimmed(card.fibre, " ");
   trace.recordNm = Nominal(card.wavelengthNm);
-  trace.from = Trimmed(card.from);
-  trace.to = Trimmed(card.to);
+  trace.from = Trimmed(card.from, " ");
+  trace.to = Trimmed(card.to, " ");
   trace.dateUtc = card.dateUtc;
-  if (trace.cable.empty()) trace.cable = Trimmed(card.cable);
+  if (trace.cable.empty()) trace.cable = Trimmed(card.cable, " ");
   if (trace.fibre.empty()) trace.fibre = trace.recordFibre;
   if (trace.wavelengthNm == 0) trace.wavelengthNm = trace.recordNm;
   trace.samples = DigestOf(*input.Loaded().record);

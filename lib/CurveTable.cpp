@@ -14,14 +14,11 @@ namespace {
 
 constexpr int kMostLinesInFront = 100;
 constexpr double kMetresPerKm = 1000.0;
-constexpr double kFarthestKm = 1000.0;                          // no trace reaches so far
+constexpr double kLongestTraceKm = 1000.0;                      // no trace reaches so far
 constexpr double kLeastSpacingKm = 1e-7, kMostSpacingKm = 1.0;  // what the fields of a record can tell
 
-std::string_view Trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(" \t\r\"");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t\r\"") - first + 1);
-}
+// A cell without blanks and quotes around it.
+std::string Bare(std::string_view cell) { return Trimmed(cell, " \t\r\""); }
 
 std::string Lower(std::string_view text) {
   std::string lower(text);
@@ -37,7 +34,7 @@ struct Number {
 };
 
 Number NumberOf(std::string_view cell) {
-  std::string text(Trimmed(cell));
+  std::string text = Bare(cell);
   std::replace(text.begin(), text.end(), ',', '.');
   Number number;
   if (text.empty() || text.find_first_not_of("0123456789+-.eE") != std::string::npos) return number;
@@ -92,7 +89,7 @@ class CurveReader {
     level_ = level > 0 ? level - 1 : distance_ + 1;
   }
 
-  Curve Read(std::string_view text) {
+  EvenCurve Read(std::string_view text) {
     if (text.size() > kLargestCurve) throw Error(ErrorKind::kUnreadable, source_, "is too large");
     if (text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);
     while (!text.empty()) {
@@ -114,7 +111,7 @@ class CurveReader {
 
   void TakeLine(std::string_view line) {
     if (line.size() > kLongestCurveLine) Wrong(line_, "is too long");
-    const std::string_view bare = Trimmed(line);
+    const std::string bare = Bare(line);
     if (bare.empty() || bare[0] == '#') return;
     if (places_.empty()) separator_ = SeparatorOf(line);
     const std::vector<std::string_view> cells = CellsOf(line, separator_);
@@ -143,7 +140,7 @@ class CurveReader {
   void TakeHeading(const std::vector<std::string_view>& cells) {
     const auto named = [&](std::initializer_list<const char*> words, std::size_t other) {
       for (std::size_t i = 0; i < cells.size(); ++i) {
-        const std::string cell = Lower(Trimmed(cells[i]));
+        const std::string cell = Lower(Bare(cells[i]));
         const bool fits = std::any_of(words.begin(), words.end(),
                                       [&](const char* word) { return cell.find(word) != std::string::npos; });
         if (fits && i != other) return i;
@@ -157,7 +154,7 @@ class CurveReader {
     const std::size_t level = Chosen(options_.levelColumn, cells, named({"level", "db", "power"}, distance));
     distance_ = distance < cells.size() ? distance : 0;
     level_ = level < cells.size() ? level : distance_ + 1;
-    const std::string cell = distance_ < cells.size() ? Lower(Trimmed(cells[distance_])) : "";
+    const std::string cell = distance_ < cells.size() ? Lower(Bare(cells[distance_])) : "";
     metres_ =
         cell.find("km") == std::string::npos &&
         (cell == "m" || cell.find("(m)") != std::string::npos || cell.find("[m]") != std::string::npos ||
@@ -175,7 +172,7 @@ class CurveReader {
     if (const std::size_t number = ColumnNumber(column); number > 0)
       return std::min(number - 1, cells.size());
     for (std::size_t i = 0; i < cells.size(); ++i) {
-      if (Trimmed(cells[i]) == column) return i;
+      if (Bare(cells[i]) == column) return i;
     }
     return cells.size();
   }
@@ -190,7 +187,7 @@ class CurveReader {
     const Number place = Numeric(cells[distance_]), level = Numeric(cells[level_]);
     const bool metres = options_.unit.empty() ? metres_ : options_.unit == "m";
     const double km = metres ? place.value / kMetresPerKm : place.value;
-    if (!(std::fabs(km) <= kFarthestKm))
+    if (!(std::fabs(km) <= kLongestTraceKm))
       Wrong(line_, Format("%g km is farther than any trace reaches; are these metres?", km));
     if (!places_.empty() && cells.size() != columns_)
       Wrong(line_, Format("%zu cells, and %zu before", cells.size(), columns_));
@@ -203,8 +200,7 @@ class CurveReader {
 
   Number Numeric(std::string_view cell) const {
     const Number number = NumberOf(cell);
-    if (!number.valid)
-      Wrong(line_, "\"" + OneLine(ValidUtf8(std::string(Trimmed(cell)))) + "\" is no number");
+    if (!number.valid) Wrong(line_, "\"" + OneLine(ValidUtf8(Bare(cell))) + "\" is no number");
     return number;
   }
 
@@ -232,7 +228,7 @@ class CurveReader {
     }
   }
 
-  Curve Finish() {
+  EvenCurve Finish() {
     const auto spans = static_cast<double>(places_.size() - 1);
     curve_.firstKm = places_.front();
     curve_.spacingKm = (places_.back() - places_.front()) / spans;
@@ -249,7 +245,7 @@ class CurveReader {
 
   const ImportOptions& options_;
   const std::string& source_;
-  Curve curve_;
+  EvenCurve curve_;
   std::vector<double> places_;  // km
   std::vector<int> lines_;      // on which the points stand
   std::string missing_;         // a column that was asked for and is not there
@@ -261,7 +257,7 @@ class CurveReader {
 
 }  // namespace
 
-Curve ReadCurve(const std::string& text, const ImportOptions& options, const std::string& source) {
+EvenCurve ReadCurve(const std::string& text, const ImportOptions& options, const std::string& source) {
   return CurveReader(options, source).Read(text);
 }
 

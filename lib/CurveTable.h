@@ -9,12 +9,12 @@
 namespace reflyze {
 
 // Evenly spaced levels along a fibre.
-struct Curve {
+struct EvenCurve {
   double firstKm = 0.0, spacingKm = 0.0;
   std::vector<double> levelsDb;
 };
 
 // Reads the rows of a curve; see ImportCurve. Throws Error kUnreadable, which names the line.
-Curve ReadCurve(const std::string& text, const ImportOptions& options, const std::string& source);
+EvenCurve ReadCurve(const std::string& text, const ImportOptions& options, const std::string& source);
 
 }  // namespace reflyze

@@ -32,6 +32,8 @@ std::string ShortestText(float value) { return Shortest(value); }
 
 double NearestDecimal(double value, double steps) { return std::round(value * steps) / steps; }
 
+double Millionths(double value) { return NearestDecimal(value, 1e6); }
+
 double NearestDecimal(float value) {
   if (!std::isfinite(value)) return value;
   return Parsed(ShortestText(value), 0.0);

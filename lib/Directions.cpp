@@ -47,16 +47,10 @@ bool LooksLikeSameDirection(const TSorData& a, const TSorData& b) {
   return same > 2 * mirrored && same >= std::min(kLeastJoints, joints);
 }
 
-std::string Trimmed(const TString& text, const TextEncoding& texts) {
-  const std::string name = texts.Utf8(text);
-  const size_t first = name.find_first_not_of(' ');
-  return first == std::string::npos ? "" : name.substr(first, name.find_last_not_of(' ') - first + 1);
-}
-
 // Users name traces on their instruments, and some leave the names blank.
 void DoubtName(const char* what, const TString& nameA, const LoadedRecord& a, const TString& nameB,
                const LoadedRecord& b, std::vector<std::string>& doubts) {
-  const std::string one = Trimmed(nameA, a.texts), other = Trimmed(nameB, b.texts);
+  const std::string one = Trimmed(a.texts.Utf8(nameA), " "), other = Trimmed(b.texts.Utf8(nameB), " ");
   if (one.empty() || other.empty() || one == other) return;
   doubts.push_back(
       Format("is of %s \"%s\", and %s of \"%s\"", what, other.c_str(), a.name.c_str(), one.c_str()));

@@ -252,8 +252,8 @@ class FieldEditor {
     const int before = general_.values.UO;
     const TSorData& record = *loaded_.record;
     const double index = fixed_.values.GetRI();
-    constexpr double kFarthestKm = 1000.0;
-    const double km = NumberOf(edit, 0.0, kFarthestKm);
+    constexpr double kFarthestOffsetKm = 1000.0;
+    const double km = NumberOf(edit, 0.0, kFarthestOffsetKm);
     if (!(index > 0.0)) Wrong(loaded_.name, edit.field, "the record has no scale of distances");
     const double owt = std::round(fixed_.values.LenToOwt(km));
     if (owt > record.GetMaxOwt()) Wrong(loaded_.name, edit.field, edit.value + " km is behind the trace");

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "lib/EngineCall.h"
+#include "lib/EventRows.h"
 #include "lib/MeterState.h"
 #include "lib/UserOffset.h"
 #include "reflyze/show.h"
@@ -23,10 +24,9 @@ constexpr std::pair<const char*, TimeField> kTimes[] = {
     {"ML1", &TSorBlockKeyEvents1E::ML1}, {"ML2", &TSorBlockKeyEvents1E::ML2},
     {"ML3", &TSorBlockKeyEvents1E::ML3}, {"ML4", &TSorBlockKeyEvents1E::ML4}};
 
-constexpr double kFarthestKm = 10000.0;
-constexpr std::size_t kMostEvents = std::numeric_limits<short>::max();
+constexpr double kFarthestEventKm = 10000.0;
 
-long Thousandths(double value) { return std::lround(value * 1000.0); }
+long NearestThousandths(double value) { return std::lround(value * 1000.0); }
 
 std::string Told(long thousandths, const char* unit) {
   return thousandths == 0 ? "-" : Format("%.3f %s", static_cast<double>(thousandths) / 1000.0, unit);
@@ -35,8 +35,8 @@ std::string Told(long thousandths, const char* unit) {
 }  // namespace
 
 short ShortHeld(long thousandths) {
-  using Limits = std::numeric_limits<short>;
-  return static_cast<short>(std::clamp<long>(thousandths, Limits::min(), Limits::max()));
+  using Bounds = std::numeric_limits<short>;
+  return static_cast<short>(std::clamp<long>(thousandths, Bounds::min(), Bounds::max()));
 }
 
 EditedTable::EditedTable(const LoadedRecord& loaded) : loaded_(loaded) {
@@ -228,7 +228,7 @@ class EventEditor {
 
   // The time of the file at a place that counts from the user's zero.
   int TimeAt(const FieldEdit& edit) const {
-    const std::string wrong = WhyNoNumber(edit.value, -kFarthestKm, kFarthestKm);
+    const std::string wrong = WhyNoNumber(edit.value, -kFarthestEventKm, kFarthestEventKm);
     if (!wrong.empty()) Wrong(edit.field, wrong);
     const TSorData& record = *Meter().loaded.record;
     const double owt = std::round(record.LenToOwt(std::strtod(edit.value.c_str(), nullptr)));
@@ -285,7 +285,7 @@ class EventEditor {
     const std::optional<Measured> slope = Figures().AttenuationDbPerKm(from, to);
     const bool fibre =
         slope && slope->value >= 0.0 && slope->value <= kSteepest && slope->deviation <= kVague;
-    return fibre ? Thousandths(slope->value) : 0;
+    return fibre ? NearestThousandths(slope->value) : 0;
   }
 
   // Measures an event where it now stands. What the trace does not tell is 0, as in all files.
@@ -296,7 +296,7 @@ class EventEditor {
     if (i > 0) event.ACI = ShortHeld(SlopeOf(at.a, at.front));
     if (!last) MeasureLoss(at, event);
     const auto reflectance = Figures().ReflectanceDb(at.place);
-    event.ER = reflectance ? static_cast<int>(Thousandths(reflectance->db.value)) : 0;
+    event.ER = reflectance ? static_cast<int>(NearestThousandths(reflectance->db.value)) : 0;
     event.EC.SetAt(0, !reflectance ? '0' : reflectance->saturated ? '2' : '1');
     if (i > 0) event.ML0 = TimeOf(at.a), event.ML1 = TimeOf(at.front);
     if (!last) event.ML2 = TimeOf(at.behind), event.ML3 = TimeOf(at.b);
@@ -308,7 +308,7 @@ class EventEditor {
     if (IsSection(at.a, at.front) && IsSection(at.behind, at.b))
       loss = Figures().EventLossDb(at.a, at.front, at.behind, at.b);
     event.SetEL(0.0);
-    event.EL = ShortHeld(loss ? Thousandths(loss->value) : 0);
+    event.EL = ShortHeld(loss ? NearestThousandths(loss->value) : 0);
     event.LMT = "LS";
     if (!loss)
       told_.warnings.push_back({loaded_.name, Format("nothing tells what is lost at %.4f km", KmOf(event))});
@@ -393,7 +393,7 @@ class EventEditor {
   void Add(const FieldEdit& edit) {
     RequireNoLevels(edit.field);
     std::vector<TSorBlockKeyEvents1E>& events = table_.events();
-    if (events.size() >= kMostEvents) Wrong(edit.field, "the table is full");
+    if (events.size() >= kMostTableEvents) Wrong(edit.field, "the table is full");
     const int time = TimeAt(edit);
     std::size_t i = 0;
     while (i < events.size() && events[i].EPT <= time) ++i;

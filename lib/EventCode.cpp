@@ -41,7 +41,7 @@ std::string TechniqueInWords(const std::string& technique) {
 }
 
 // A text of two bytes may be filled up with blanks or zeros.
-std::string Trimmed(std::string text) {
+std::string WithoutFilling(std::string text) {
   const size_t end = text.find_last_not_of(std::string(" \0", 2));
   text.resize(end == std::string::npos ? 0 : end + 1);
   return text;
@@ -83,7 +83,7 @@ class Telling {
 
 CodeMeaning MeaningOf(const std::string& code, const std::string& technique) {
   Telling telling;
-  const std::string own = Trimmed(code.substr(0, kCodeLength));
+  const std::string own = WithoutFilling(code.substr(0, kCodeLength));
   if (own.size() < 2) {
     telling.AddUnknown("code \"" + own + "\"");
   } else {
@@ -92,7 +92,7 @@ CodeMeaning MeaningOf(const std::string& code, const std::string& technique) {
     telling.AddLandmark(own.substr(2));
   }
   const std::string behind = code.size() > kCodeLength ? code.substr(kCodeLength) : "";
-  telling.AddTechnique(Trimmed(technique.empty() ? behind : technique));
+  telling.AddTechnique(WithoutFilling(technique.empty() ? behind : technique));
   return telling.meaning_;
 }
 

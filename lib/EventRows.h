@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,6 +11,9 @@
 #include "src/analysis/th.h"
 
 namespace reflyze {
+
+constexpr std::size_t kMostTableEvents =
+    std::numeric_limits<short>::max();  // a record counts them in 16 bits
 
 // The actual wavelength in nm. Instruments store it in nm or in tenths of a nm. Wavelengths lie between 200
 // nm and 2000 nm, so the size of the number tells which. A stored 0 gives the nominal wavelength.

@@ -17,7 +17,7 @@ constexpr double kLowestNoiseDb = -100.0;   // stands for noise that was not mea
 constexpr double kFilterLevelSteps = 10.0;  // steps of 1 in which a record stores the strength
 
 // A noise figure of 0 was not measured, and neither was one below every level.
-std::optional<double> Measured(float noiseDb) {
+std::optional<double> IfMeasured(float noiseDb) {
   if (noiseDb == 0.0F || noiseDb <= kLowestNoiseDb) return std::nullopt;
   return NearestDecimal(noiseDb);
 }
@@ -58,8 +58,8 @@ FilterTable MakeFilterTable(const LoadedRecord& loaded, FilterKind kind, const A
   table.ringCount = found.ringCount;
   table.rippleDb = NearestDecimal(found.polar);
   table.rippleToEndDb = NearestDecimal(found.polarEnd);
-  table.noiseLowDb = Measured(found.noiseLow);
-  table.noiseHighDb = Measured(found.noiseHigh);
+  table.noiseLowDb = IfMeasured(found.noiseLow);
+  table.noiseHighDb = IfMeasured(found.noiseHigh);
   const long listed = std::clamp(found.count, 0L, kMostFilterEvents);
   for (long i = 0; i < listed; ++i) table.events.push_back(EventOf(loaded, found.events[i]));
   return table;

@@ -19,20 +19,20 @@ enum class Remedy {
   kImport,  // it may be a curve
 };
 
-struct Kind {
+struct FileKind {
   std::string_view mark;  // the name's ending, or the first bytes
   const char* what;
   Remedy remedy = Remedy::kExport;
 };
 
 // Instruments store traces in formats of their own, which nobody but their makers can tell by their bytes.
-constexpr Kind kByEnding[] = {
+constexpr FileKind kByEnding[] = {
     {".trc"sv, "a trace in an instrument's own format (.trc)"},
     {".bdr"sv, "a measurement of both directions in an instrument's own format (.bdr)"},
     {".msor"sv, "several traces in an instrument's own format (.msor)"},
 };
 
-constexpr Kind kByBytes[] = {
+constexpr FileKind kByBytes[] = {
     {"PK\3\4"sv, "a ZIP archive", Remedy::kUnpack},
     {"PK\5\6"sv, "an empty ZIP archive", Remedy::kUnpack},
     {"\x1F\x8B"sv, "a compressed file (gzip)", Remedy::kUnpack},
@@ -89,11 +89,11 @@ const char* KindOfText(std::string_view head) {
   return "text";
 }
 
-Kind KindOf(std::string_view name, std::string_view head) {
-  for (const Kind& kind : kByEnding) {
+FileKind KindOf(std::string_view name, std::string_view head) {
+  for (const FileKind& kind : kByEnding) {
     if (EndsWith(name, kind.mark)) return kind;
   }
-  for (const Kind& kind : kByBytes) {
+  for (const FileKind& kind : kByBytes) {
     if (StartsWith(head, kind.mark)) return kind;
   }
   if (IsBitmap(head)) return {""sv, "an image (BMP)"};
@@ -110,7 +110,7 @@ std::string WhatItSeems(const std::string& name, const std::vector<char>& bytes)
   const std::string_view head = HeadOf(bytes);
   constexpr std::string_view kRecord = "Map\0"sv;
   if (head.substr(0, kRecord.size()) == kRecord.substr(0, head.size())) return "";
-  const Kind kind = KindOf(name, head);
+  const FileKind kind = KindOf(name, head);
   if (kind.what == nullptr) return "";
   const char* remedy = "; export";
   if (kind.remedy == Remedy::kUnpack) remedy = "; unpack it first, or export";

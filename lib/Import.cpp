@@ -41,7 +41,7 @@ struct TimeBase {
   double offKm = 0.0;  // how far the first or the last point is from its place in the curve
 };
 
-TimeBase TimeBaseOf(const Curve& curve, int groupIndex) {
+TimeBase TimeBaseOf(const EvenCurve& curve, int groupIndex) {
   const double kmPerOwt = SorMathOwtToLen(1.0, groupIndex * 1e-5);
   const double spans = static_cast<double>(curve.levelsDb.size() - 1);
   TimeBase base;
@@ -58,7 +58,7 @@ TimeBase TimeBaseOf(const Curve& curve, int groupIndex) {
 // A curve tells no group index. Times are whole numbers on file, so that places are rounded by up to a
 // centimetre, differently by each index. Of the indices that fibres have, this takes the nearest to the usual
 // one by which no place is off by more than a millimetre, to which curves are written; else the best.
-TimeBase BestTimeBase(const Curve& curve) {
+TimeBase BestTimeBase(const EvenCurve& curve) {
   constexpr double kEnoughKm = 0.9e-6;
   constexpr int kUsual = 146800, kMostAway = 1500;  // times 100,000
   TimeBase best = TimeBaseOf(curve, kUsual);
@@ -73,7 +73,7 @@ TimeBase BestTimeBase(const Curve& curve) {
 
 // Distances count from the user's zero, times from the launch. The zero is rounded to a whole time as the
 // first point is, so that a curve that begins at the launch begins at time 0.
-Curve FromLaunch(Curve curve, const ImportOptions& options) {
+EvenCurve FromLaunch(EvenCurve curve, const ImportOptions& options) {
   curve.firstKm += options.userOffsetKm.value_or(0.0);
   return curve;
 }
@@ -84,7 +84,7 @@ void FillUserOffset(double km, TSorData& record) {
   record.GenParams->UOD = TruncToInt(km * kTenthsOfMetre + 0.5);
 }
 
-void FillScales(const Curve& curve, const ImportOptions& options, TSorData& record) {
+void FillScales(const EvenCurve& curve, const ImportOptions& options, TSorData& record) {
   constexpr double kNmPerAw = 0.1;
   TSorBlockFixedParameters& fixed = *record.FxdParams;
   const TimeBase base = options.groupIndex ? TimeBaseOf(curve, TruncToInt(*options.groupIndex * 1e5 + 0.5))
@@ -109,7 +109,7 @@ void FillScales(const Curve& curve, const ImportOptions& options, TSorData& reco
 }
 
 // What a record can't hold as it stands in the curve.
-std::vector<Warning> FillSamples(const Curve& curve, const std::string& source, TSorData& record) {
+std::vector<Warning> FillSamples(const EvenCurve& curve, const std::string& source, TSorData& record) {
   const double top = *std::max_element(curve.levelsDb.begin(), curve.levelsDb.end());
   const double down = std::max(top, 0.0);
   TSorBlockDataPoints1SF& block = *record.DataPts->GetSubBlock();
@@ -147,7 +147,7 @@ void TellAssumed(const ImportOptions& options, const Card& card, const std::stri
 ImportedCurve ImportCurve(const std::string& text, const ImportOptions& options, const std::string& name,
                           const std::string& source) {
   RequireSense(options);
-  const Curve curve = FromLaunch(ReadCurve(text, options, source), options);
+  const EvenCurve curve = FromLaunch(ReadCurve(text, options, source), options);
   TSorData record;
   FillScales(curve, options, record);
   if (options.userOffsetKm) FillUserOffset(*options.userOffsetKm, record);

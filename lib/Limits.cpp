@@ -41,12 +41,6 @@ constexpr Key kKeys[] = {{"splice_db", 0.0, 100.0, &LimitSet::spliceDb, nullptr}
                          {"length_km", 0.0, 10000.0, &LimitSet::lengthKm, nullptr},
                          {"least_length_km", 0.0, 10000.0, &LimitSet::leastLengthKm, nullptr}};
 
-std::string Trimmed(const std::string& text) {
-  const size_t first = text.find_first_not_of(" \t\r");
-  if (first == std::string::npos) return "";
-  return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
-}
-
 // One document while it is read. `Fail` knows its name.
 class Reader {
  public:

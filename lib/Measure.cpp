@@ -15,25 +15,24 @@ namespace reflyze {
 
 namespace {
 
-constexpr double kMillionths = 1e6;  // numbers are told to a millionth of their unit
-
-struct Kind {
+struct KindOfMeasure {
   const char* name;
   size_t places;
 };
-constexpr Kind kKinds[] = {
+constexpr KindOfMeasure kKinds[] = {
     {"at", 1}, {"two-point", 2}, {"least-squares", 2}, {"return-loss", 2}, {"event", 4}};
 
-const Kind& KindOf(MeasureKind kind) {
+const KindOfMeasure& KindOf(MeasureKind kind) {
   const auto index = static_cast<size_t>(kind);
   if (index >= std::size(kKinds)) throw Error(ErrorKind::kUsage, "", "there is no measure of that kind");
   return kKinds[index];
 }
 
-void Tell(const std::optional<Measured>& measured, std::optional<double>& value, std::optional<double>& sd) {
+void TellFinite(const std::optional<Measured>& measured, std::optional<double>& value,
+                std::optional<double>& sd) {
   if (!measured || !std::isfinite(measured->value) || !std::isfinite(measured->deviation)) return;
-  value = NearestDecimal(measured->value, kMillionths);
-  sd = NearestDecimal(measured->deviation, kMillionths);
+  value = Millionths(measured->value);
+  sd = Millionths(measured->deviation);
 }
 
 // One measurement.
@@ -47,8 +46,7 @@ class Answering {
         points_(PointsFor(state, request)) {
     told_.file = state.loaded.given;
     told_.kind = request.kind;
-    for (const long point : points_)
-      told_.placesKm.push_back(NearestDecimal(record_.NumToLen(point), kMillionths));
+    for (const long point : points_) told_.placesKm.push_back(Millionths(record_.NumToLen(point)));
   }
 
   PlaceMeasure Tell() {
@@ -57,7 +55,7 @@ class Answering {
         TellPlace();
         break;
       case MeasureKind::kTwoPoint:
-        reflyze::Tell(figures_.TwoPointLossDb(points_[0], points_[1]), told_.lossDb, told_.lossSdDb);
+        TellFinite(figures_.TwoPointLossDb(points_[0], points_[1]), told_.lossDb, told_.lossSdDb);
         SpreadLoss();
         break;
       case MeasureKind::kLeastSquares:
@@ -67,8 +65,8 @@ class Answering {
         TellReturnLoss();
         break;
       case MeasureKind::kEvent:
-        reflyze::Tell(figures_.EventLossDb(points_[0], points_[1], points_[2], points_[3]), told_.lossDb,
-                      told_.lossSdDb);
+        TellFinite(figures_.EventLossDb(points_[0], points_[1], points_[2], points_[3]), told_.lossDb,
+                   told_.lossSdDb);
         WarnOfEventsIn(points_[0], points_[1]);
         WarnOfEventsIn(points_[2], points_[3]);
         break;
@@ -81,7 +79,7 @@ class Answering {
  private:
   static std::vector<long> PointsFor(const MeterState& state, const MeasureRequest& request) {
     const TSorData& record = *state.loaded.record;
-    const Kind& kind = KindOf(request.kind);
+    const KindOfMeasure& kind = KindOf(request.kind);
     const auto wrong = [&](const std::string& why) {
       throw Error(ErrorKind::kUsage, state.loaded.name, why);
     };
@@ -107,33 +105,33 @@ class Answering {
   double LengthKm() const { return figures_.KmOf(points_.back()) - figures_.KmOf(points_.front()); }
 
   void TellPlace() {
-    reflyze::Tell(figures_.LevelDb(points_[0]), told_.levelDb, told_.levelSdDb);
+    TellFinite(figures_.LevelDb(points_[0]), told_.levelDb, told_.levelSdDb);
     const auto reflectance = figures_.ReflectanceDb(points_[0]);
     if (!reflectance) return;
-    reflyze::Tell(reflectance->db, told_.reflectanceDb, told_.reflectanceSdDb);
+    TellFinite(reflectance->db, told_.reflectanceDb, told_.reflectanceSdDb);
     told_.reflectanceAtLeast = reflectance->saturated;
     WarnOfBackscatter();
   }
 
   void SpreadLoss() {
     if (!told_.lossDb) return;
-    told_.attenuationDbPerKm = NearestDecimal(*told_.lossDb / LengthKm(), kMillionths);
-    told_.attenuationSdDbPerKm = NearestDecimal(*told_.lossSdDb / LengthKm(), kMillionths);
+    told_.attenuationDbPerKm = Millionths(*told_.lossDb / LengthKm());
+    told_.attenuationSdDbPerKm = Millionths(*told_.lossSdDb / LengthKm());
   }
 
   void TellLine() {
     const std::optional<Measured> slope = figures_.AttenuationDbPerKm(points_[0], points_[1]);
-    reflyze::Tell(slope, told_.attenuationDbPerKm, told_.attenuationSdDbPerKm);
+    TellFinite(slope, told_.attenuationDbPerKm, told_.attenuationSdDbPerKm);
     WarnOfEventsIn(points_[0], points_[1]);
     if (!slope) return;
-    reflyze::Tell(Measured{slope->value * LengthKm(), slope->deviation * LengthKm()}, told_.lossDb,
-                  told_.lossSdDb);
+    TellFinite(Measured{slope->value * LengthKm(), slope->deviation * LengthKm()}, told_.lossDb,
+               told_.lossSdDb);
   }
 
   void TellReturnLoss() {
     const auto loss = figures_.ReturnLossDb(points_[0], points_[1]);
     if (!loss) return;
-    reflyze::Tell(loss->db, told_.returnLossDb, told_.returnLossSdDb);
+    TellFinite(loss->db, told_.returnLossDb, told_.returnLossSdDb);
     told_.returnLossAtMost = loss->saturated;
     WarnOfBackscatter();
   }

@@ -19,7 +19,7 @@
 namespace reflyze {
 namespace {
 
-constexpr double kSure = 3.0;  // deviations
+constexpr double kClearDeviations = 3.0;
 
 using MaybeMeasured = std::optional<Measured>;
 
@@ -119,8 +119,6 @@ class BothTraces {
   std::vector<EventOnBoth> events_;
 };
 
-double Millionths(double value) { return NearestDecimal(value, 1e6); }
-
 void Tell(const MaybeMeasured& measured, Deviation& deviation) {
   if (!measured) return;
   deviation.measured = Millionths(measured->value);
@@ -133,7 +131,7 @@ MaybeMeasured LimitedOf(const Deviation& deviation, const MaybeMeasured& before,
 }
 
 bool LiesUnder(const Measured& measured, double limit) {
-  return measured.value + kSure * measured.deviation < limit;
+  return measured.value + kClearDeviations * measured.deviation < limit;
 }
 
 // Whether a change that was told over its limit, up or down, was measured otherwise. One that is over the
@@ -144,9 +142,10 @@ bool SpeaksAgainst(const Measured& measured, const Deviation& told) {
 }
 
 // Clears alarms that do not stand, in a row and in its entry of the record.
-class Judge {
+class AlarmJudge {
  public:
-  Judge(const std::vector<EventOnBoth>& events, double newFromDb) : events_(events), newFromDb_(newFromDb) {}
+  AlarmJudge(const std::vector<EventOnBoth>& events, double newFromDb)
+      : events_(events), newFromDb_(newFromDb) {}
 
   void Hold(size_t index, ComparedEvent& row, TSorBlockRFTSEvents1E& entry) const {
     const EventOnBoth& both = events_[index];
@@ -193,8 +192,9 @@ class Judge {
     if (deviation.absolute) limited->value = -limited->value;  // the return loss, at least so much
     Tell(limited, deviation);
     if (!deviation.exceeded) return;
-    const bool isWithin = deviation.absolute ? limited->value - kSure * limited->deviation > deviation.limit
-                                             : SpeaksAgainst(*limited, deviation);
+    const bool isWithin = deviation.absolute
+                              ? limited->value - kClearDeviations * limited->deviation > deviation.limit
+                              : SpeaksAgainst(*limited, deviation);
     if (isWithin) Contradict(deviation, stored);
   }
 
@@ -249,7 +249,7 @@ void HoldAgainstMeasured(const TSorData& baseline, TSorData& current, Comparison
   TSorBlockRFTSEvents& entries = *current.RFTSEvents;
   const BothTraces both(baseline, current, table, memory);
   if (both.events().size() != table.rows.size()) return;
-  const Judge judge(both.events(), current.FxdParams->GetLT());
+  const AlarmJudge judge(both.events(), current.FxdParams->GetLT());
   for (size_t i = 1; i < table.rows.size() && i < static_cast<size_t>(entries.GetTNRFTSE()); ++i)
     judge.Hold(i, table.rows[i], *entries.GetEvent(static_cast<int>(i)));
   if (!HasContradiction(table) || Fails(table)) return;

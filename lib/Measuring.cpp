@@ -17,7 +17,6 @@
 namespace reflyze {
 namespace {
 
-constexpr size_t kMostEvents = std::numeric_limits<short>::max();  // the table counts in 16 bits
 constexpr const char* kLossInDoubt = "Splice value is not accurate";
 constexpr const char* kEcho = "Echo";
 
@@ -270,8 +269,6 @@ void StoreEvents(TSorData& record, const MeasuredLink& link, const std::vector<i
   StoreTotals(record, link);
 }
 
-double Millionths(double value) { return NearestDecimal(value, 1e6); }
-
 // A value and its deviation, or neither.
 void Tell(const std::optional<Measured>& measured, std::optional<double>& value, std::optional<double>& sd) {
   value.reset();
@@ -324,7 +321,7 @@ std::optional<MeasuredTable> StoreMeasured(TSorData& record, MeasuredLink link) 
   if (link.events.size() < 2) return std::nullopt;
   table.cumulatedDb = Cumulated(link);
   DropUnasked(record, link, table.cumulatedDb);
-  if (link.events.size() > kMostEvents) return std::nullopt;
+  if (link.events.size() > kMostTableEvents) return std::nullopt;
   const int countBefore = record.KeyEvents->ListedEvents();
   const std::vector<int> listed = ListedAt(link, countBefore), places = PlacesOf(record, link);
   if (places.empty()) return std::nullopt;

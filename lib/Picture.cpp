@@ -15,11 +15,11 @@ constexpr int kCloseUpColumns = 240;  // of a picture beside another one
 constexpr double kBehindEnd = 0.08;
 constexpr double kLightKmPerNs = 1.02e-4;  // fibre that a pulse of 1 ns covers, both ways, km
 
-struct Points {
+struct DrawnPoints {
   std::vector<double> km, db;
 };
 
-Curve Columns(const Points& points, double fromKm, double toKm, int columns) {
+Curve Columns(const DrawnPoints& points, double fromKm, double toKm, int columns) {
   const auto place = [&](double km) {
     return static_cast<size_t>(std::lower_bound(points.km.begin(), points.km.end(), km) - points.km.begin());
   };
@@ -48,7 +48,7 @@ Curve Columns(const Points& points, double fromKm, double toKm, int columns) {
 }
 
 // A few pulses in front of a place and more behind it, where the receiver recovers.
-Curve CloseUp(const Points& points, const EventTable& table, double km) {
+Curve CloseUp(const DrawnPoints& points, const EventTable& table, double km) {
   const double pulseKm = table.pulseNs * kLightKmPerNs, pointKm = table.spacingM / 1000.0;
   const double before = std::max({2.0 * pulseKm, 10.0 * pointKm, 0.005});
   const double behind = std::max({6.0 * pulseKm, 30.0 * pointKm, 0.020});
@@ -84,7 +84,7 @@ Curve CurveBetween(const Trace& trace, double fromKm, double toKm, int columns) 
 PicturedTrace PictureOf(Trace trace, const AnalyseOptions& options) {
   PicturedTrace picture;
   picture.card = trace.GetCard();
-  const Points points = {trace.DistancesKm(), trace.LevelsDb()};
+  const DrawnPoints points = {trace.DistancesKm(), trace.LevelsDb()};
   picture.trace = AnalyseForCable(std::move(trace), options);
   picture.trace.table.record = StoredRecord();
   const EventTable& table = picture.trace.table;

@@ -184,6 +184,12 @@ double NoMinusZero(double value, int decimals) {
   return value <= 0.0 && value >= -0.5 * elementary::Exp10(-decimals) ? 0.0 : value;
 }
 
+std::string Trimmed(std::string_view text, const char* blanks) {
+  const size_t first = text.find_first_not_of(blanks);
+  if (first == std::string_view::npos) return "";
+  return std::string(text.substr(first, text.find_last_not_of(blanks) - first + 1));
+}
+
 bool IsControl(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte < 0x20 || byte == 0x7F;

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "reflyze/text.h"
 #include "util/tstring.h"
@@ -41,6 +42,9 @@ class TextEncoding {
 // that is no UTF-8 there is no text that says it exactly; the mark says that this is not it, which letters
 // guessed for the bytes would hide.
 std::string ValidUtf8(const std::string& text);
+
+// A text without the blanks around it.
+std::string Trimmed(std::string_view text, const char* blanks = " \t\r");
 
 // What a terminal would act on instead of showing it.
 bool IsControl(char c);

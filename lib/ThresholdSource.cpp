@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "lib/LoadedRecord.h"
+#include "lib/Text.h"
 
 namespace reflyze {
 namespace {
@@ -20,17 +21,12 @@ struct KeyLimits {
   const char* key;
   double least, most;
 };
-constexpr KeyLimits kKeys[] = {{"THLoss", 0.0, kMost},   {"THRef", -kMost, 0.0},    {"THEnd", 0.0, kMost},
-                               {"THEndPON", 0.0, kMost}, {"dBkm", 0.0, kMost},      {"Event", -kMost, kMost},
-                               {"polar", -kMost, kMost}, {"RefSat", -kMost, kMost}, {"MinPin", -1e9, 1e9}};
+constexpr KeyLimits kThresholdKeys[] = {
+    {"THLoss", 0.0, kMost},   {"THRef", -kMost, 0.0},    {"THEnd", 0.0, kMost},
+    {"THEndPON", 0.0, kMost}, {"dBkm", 0.0, kMost},      {"Event", -kMost, kMost},
+    {"polar", -kMost, kMost}, {"RefSat", -kMost, kMost}, {"MinPin", -1e9, 1e9}};
 
 double OrUsual(double stored, double usual) { return stored == 0.0 ? usual : stored; }
-
-std::string Trimmed(const std::string& text) {
-  const size_t first = text.find_first_not_of(" \t\r");
-  if (first == std::string::npos) return "";
-  return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
-}
 
 // The document in the strict form that is read here: lines end in CR LF, no blanks stand around "=", and no
 // key lacks its value.
@@ -61,7 +57,7 @@ std::string ValueOf(const char* text) {
 
 void CheckKeys(TIniSection& section, const std::string& name, const std::string& place) {
   bool any = false;
-  for (const KeyLimits& limits : kKeys) {
+  for (const KeyLimits& limits : kThresholdKeys) {
     int index = 0;
     TIniKey* key = section.FindKey(limits.key, index);
     if (key == nullptr) continue;

@@ -9,7 +9,7 @@
 namespace reflyze {
 namespace {
 
-constexpr double kSure = 1.96;  // deviations, 95 % of a normal distribution
+constexpr double kDeviationsOf95 = 1.96;  // 95 % of a normal distribution
 
 double Printed(double value, int decimals) {
   return std::strtod(Format("%.*f", decimals, value).c_str(), nullptr);
@@ -173,7 +173,8 @@ Verdict Judge(std::optional<double> value, std::optional<double> deviation, cons
     return bound && sign * number > sign * *bound;
   };
   if (beyond(limit.fail, shown)) return Verdict::kFail;
-  if (deviation && beyond(limit.fail, *value + sign * kSure * *deviation)) return Verdict::kMarginal;
+  if (deviation && beyond(limit.fail, *value + sign * kDeviationsOf95 * *deviation))
+    return Verdict::kMarginal;
   return beyond(limit.warning, shown) ? Verdict::kWarning : Verdict::kPass;
 }
 

@@ -25,7 +25,7 @@
 namespace reflyze {
 namespace {
 
-constexpr double kSure = 3.0;               // standard deviations
+constexpr double kSureEcho = 3.0;           // standard deviations
 constexpr double kMostLossNepers = 0.0115;  // 0.05 dB
 constexpr double kTimesOff = 4.0;  // spans scatter differently, and loss and height share what is misread
 constexpr double kMostReflectance = 0.05;  // glass and air, well polished
@@ -68,7 +68,7 @@ class EchoSearch {
   bool Loses(std::size_t place) const {
     Weights by;
     const double nepers = LossOf(fit_.model, place, by);
-    const double sure = kSure * std::sqrt(fit_.certainty->VarianceOf(by));
+    const double sure = kSureEcho * std::sqrt(fit_.certainty->VarianceOf(by));
     return std::fabs(nepers) > std::max(sure, kMostLossNepers);
   }
 
@@ -80,7 +80,7 @@ class EchoSearch {
       variance += deviation * deviation * (far == other && at == far ? 2.0 : 1.0);
     }
     const double leastKm = 0.05 * fit_.model.pulseKm;  // what an edge of the model may be off
-    if (!(std::fabs(places_[place].km - km) < leastKm + kSure * std::sqrt(variance))) return false;
+    if (!(std::fabs(places_[place].km - km) < leastKm + kSureEcho * std::sqrt(variance))) return false;
     // A launch may hide its reflection, and saturated ones theirs: then only the most is known.
     const bool known = (near > 0 || places_[0].reflects) && !notes_[near].saturated;
     const bool whole = !notes_[far].saturated && !notes_[other].saturated;

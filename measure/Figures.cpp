@@ -14,10 +14,6 @@
 namespace reflyze {
 namespace {
 
-// What the launch connector itself loses lies between its reflection and the backscatter behind it, and
-// nobody sees it.
-constexpr double kLaunchDeviationDb = 0.4;
-
 // What no fibre link has, or what is told so vaguely that it says nothing, was not measured.
 struct Bounds {
   double least, most, mostDeviation;

@@ -15,6 +15,10 @@ struct Measured {
   double value = 0.0, deviation = 0.0;
 };
 
+// What a launch connector itself loses lies between its reflection and the backscatter behind it, and nobody
+// sees it.
+constexpr double kLaunchDeviationDb = 0.4;
+
 // What a record lists, or what its trace shows beside that.
 struct MeasuredEvent {
   int listed = -1;                 // its number in the record's table, from 0; -1 where that lacks it

@@ -15,10 +15,6 @@ namespace {
 // Where less stands out than this many deviations, it is noise: its logarithm says nothing.
 constexpr double kSeen = 2.0, kPeak = 5.0;
 
-// What a launch connector loses lies between its reflection and the backscatter behind it, and nobody sees
-// it.
-constexpr double kLaunchDeviationDb = 0.4;
-
 // 10 log10 of a ratio, from nepers. Levels count 5 log10.
 constexpr double kFullDbOfNeper = 2.0 * kDbOfNeper;
 

@@ -17,14 +17,14 @@ namespace {
 
 // From here on behind an event, levels are compared. Both traces show the same tail of it, unless the event
 // has changed.
-constexpr double kShadowKm = 0.2;
-constexpr double kShadowPulses = 4.0;
-constexpr double kEndShadowPulses = 2.0;  // behind an alleged end, where the fibre may really end
-constexpr double kClearPoints = 3.0;      // in front of an event, whose place is known to a few points
-constexpr double kWindowKm = 1.0;         // over which a level is taken, where there is room
-constexpr double kLeastPoints = 10.0;     // and at least
-constexpr double kOverNoiseDb = 3.0;      // up to where levels can be compared
-constexpr double kMostDb = 0.5;           // the most that one place can weigh
+constexpr double kCommonTailKm = 0.2;
+constexpr double kCommonTailPulses = 4.0;
+constexpr double kPastEndPulses = 2.0;          // behind an alleged end, where the fibre may really end
+constexpr double kClearPoints = 3.0;            // in front of an event, whose place is known to a few points
+constexpr double kWindowKm = 1.0;               // over which a level is taken, where there is room
+constexpr double kLeastPoints = 10.0;           // and at least
+constexpr double kComparableOverNoiseDb = 3.0;  // up to where levels can be compared
+constexpr double kMostDb = 0.5;                 // the most that one place can weigh
 
 double Km(const TSorData& trace, int index) { return trace.OwtToLen(trace.KeyEvents->EventAt(index).EPT); }
 
@@ -40,14 +40,14 @@ class ChangeAccount {
     pulseKm_ = current.dOwtToLen(current.FxdParams->GetOwtPulse(0));
     pointKm_ = std::max(current.FxdParams->LenDS(), baseline.FxdParams->LenDS());
     leastKm_ = std::max(pulseKm_, kLeastPoints * pointKm_);
-    lowestDb_ = std::max(current.FxdParams->GetNF(), baseline.FxdParams->GetNF()) + kOverNoiseDb;
+    lowestDb_ = std::max(current.FxdParams->GetNF(), baseline.FxdParams->GetNF()) + kComparableOverNoiseDb;
   }
 
   double untoldDb() const { return untoldDb_; }    // by which levels come apart within sections
   double mistoldDb() const { return mistoldDb_; }  // by which events change otherwise than the table tells
 
   void Draw() {
-    const double shadowKm = std::max(kShadowKm, kShadowPulses * pulseKm_);
+    const double shadowKm = std::max(kCommonTailKm, kCommonTailPulses * pulseKm_);
     const int events = current_.KeyEvents->ListedEvents();
     std::optional<double> apartDb;  // distance between the traces, in front of the events passed since
     double toldDb = 0.0;            // change that the table tells of these events
@@ -71,7 +71,7 @@ class ChangeAccount {
     const int events = current_.KeyEvents->ListedEvents();
     if (events < 1) return false;
     const double endKm = Km(current_, events - 1);
-    const double fromKm = endKm + kEndShadowPulses * pulseKm_ + kClearPoints * pointKm_;
+    const double fromKm = endKm + kPastEndPulses * pulseKm_ + kClearPoints * pointKm_;
     if (!IsClear(fromKm + 2 * leastKm_)) return false;
     const double beforeDb = ApartDb(std::max(endKm - kWindowKm, endKm / 2), endKm);
     const auto follows = [&](double km) {

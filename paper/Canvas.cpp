@@ -8,7 +8,6 @@ namespace {
 
 // Figures of equal width, and the letters of many languages. What a font lacks comes from another one.
 constexpr const char* kFonts = "Liberation Sans, Arial, DejaVu Sans, sans-serif";
-constexpr double kPointsPerInch = 72.0;
 
 void SetColour(cairo_t* cairo, const Colour& colour) {
   cairo_set_source_rgb(cairo, colour.red, colour.green, colour.blue);

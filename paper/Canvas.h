@@ -9,6 +9,8 @@
 
 namespace reflyze::paper {
 
+constexpr double kPointsPerInch = 72.0;
+
 // Red, green and blue, from 0 to 1.
 struct Colour {
   double red = 0.0, green = 0.0, blue = 0.0;

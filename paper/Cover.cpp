@@ -10,8 +10,7 @@
 namespace reflyze::paper {
 namespace {
 
-constexpr double kHeadEnd = Sheet::kTop + 34.0 + 5.0 + 9.0;
-constexpr double kFactHeight = 20.5, kHeading = 14.0, kBehind = 12.0, kSentence = 10.5;
+constexpr double kHeading = 14.0, kBehind = 12.0, kSentence = 10.5;
 
 class CoverMaker {
  public:
@@ -68,7 +67,7 @@ class CoverMaker {
 
   void Flow() {
     pieces_.assign(1, {});
-    y_ = kHeadEnd;
+    y_ = Sheet::kHeadEnd;
     Put(Part::kFacts, 2.0 * kFactHeight + 6.0);
     Put(Part::kFigures, kHeading + std::max(Table::HeightOf(figures_.rows.size()), 112.0) + kBehind);
     Split(Part::kJoints, joints_.rows.size(), Table::kHeadHeight, Table::kRowHeight);
@@ -86,7 +85,7 @@ class CoverMaker {
       const size_t fits = room > 0.0 ? static_cast<size_t>(room / row) : 0;
       if (fits < std::min<size_t>(3, rows - from)) {
         pieces_.emplace_back();
-        y_ = kHeadEnd;
+        y_ = Sheet::kHeadEnd;
         continue;
       }
       const size_t to = std::min(rows, from + fits);

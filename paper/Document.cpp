@@ -15,7 +15,6 @@ namespace reflyze::paper {
 namespace {
 
 constexpr double kPixelsPerInch = 150.0;  // fine enough to be read, and to be printed
-constexpr double kPointsPerInch = 72.0;
 
 cairo_status_t Append(void* to, const unsigned char* bytes, unsigned int length) {
   static_cast<std::string*>(to)->append(reinterpret_cast<const char*>(bytes), length);

@@ -10,22 +10,15 @@
 namespace reflyze::paper {
 namespace {
 
-// Decimals by which numbers are judged, so that a number and its verdict never differ.
-constexpr int kLoss = 3, kReflectance = 2, kLength = 4, kMetres = 2;
-
 // Reflectance as the receiver could tell it.
 std::string Reflectance(std::optional<double> db, bool atLeast, const Texts& texts) {
-  const std::string number = texts.Number(db, kReflectance);
+  const std::string number = texts.Number(db, kReflectanceDecimals);
   return atLeast && number != "-" ? "> " + number : number;
 }
 
 // Of a group that can't be told apart, the sum stands once for all.
 Cell LossCell(const EventLine& line, const Texts& texts) {
-  return {texts.Number(line.lossDb, kLoss), line.verdict.loss};
-}
-
-std::string WordFor(Verdict verdict, const Texts& texts) {
-  return verdict == Verdict::kNone ? "" : texts[std::string("verdict.") + WordOf(verdict)];
+  return {texts.Number(line.lossDb, kLossDecimals), line.verdict.loss};
 }
 
 void AddPlaceColumns(Table& table, const Texts& texts) {
@@ -39,7 +32,7 @@ Row PlaceCells(const EventLine& line, const Texts& texts) {
   return {{std::to_string(line.number), Verdict::kNone, "", true},
           {"", Verdict::kNone, line.kind},
           {texts[line.kind]},
-          {texts.Number(line.km, kLength)}};
+          {texts.Number(line.km, kLengthDecimals)}};
 }
 
 void AddNumber(Table& table, const std::string& heading, const std::string& unit, double width,
@@ -59,17 +52,17 @@ Table OneWayTable(const Wave& wave, const Texts& texts) {
   if (wave.verdict) table.columns.push_back({texts["verdict"], "", 56.0, Align::kCentre});
   for (const EventLine& line : wave.lines) {
     Row row = PlaceCells(line, texts);
-    row.push_back({texts.Deviation(line.sdM, kMetres)});
+    row.push_back({texts.Deviation(line.sdM, kMetresDecimals)});
     row.push_back(LossCell(line, texts));
-    row.push_back({texts.Deviation(line.lossSdDb, kLoss)});
+    row.push_back({texts.Deviation(line.lossSdDb, kLossDecimals)});
     row.push_back(
         {Reflectance(line.reflectanceDb, line.reflectanceAtLeast, texts), line.verdict.reflectance});
-    row.push_back({texts.Deviation(line.reflectanceSdDb, kReflectance)});
-    row.push_back({texts.Number(line.attenuationDbPerKm, kLoss), line.verdict.attenuation});
-    row.push_back({texts.Deviation(line.attenuationSdDbPerKm, kLoss)});
-    row.push_back({texts.Number(line.cumulatedDb, kLoss)});
+    row.push_back({texts.Deviation(line.reflectanceSdDb, kReflectanceDecimals)});
+    row.push_back({texts.Number(line.attenuationDbPerKm, kLossDecimals), line.verdict.attenuation});
+    row.push_back({texts.Deviation(line.attenuationSdDbPerKm, kLossDecimals)});
+    row.push_back({texts.Number(line.cumulatedDb, kLossDecimals)});
     const Verdict worst = WorstOf(line.verdict);
-    if (wave.verdict) row.push_back({WordFor(worst, texts), worst});
+    if (wave.verdict) row.push_back({texts.WordFor(worst), worst});
     table.rows.push_back(std::move(row));
   }
   return table;
@@ -90,12 +83,12 @@ Table BothWaysTable(const Wave& wave, const Texts& texts) {
     // What one direction alone has seen is judged by itself.
     const Verdict mean = line.lossDb ? line.verdict.loss : Verdict::kNone;
     const Verdict alone = line.lossDb ? Verdict::kNone : line.verdict.loss;
-    row.push_back({texts.Number(line.lossADb, kLoss), line.lossADb ? alone : Verdict::kNone});
-    row.push_back({texts.Deviation(line.lossASdDb, kLoss)});
-    row.push_back({texts.Number(line.lossBDb, kLoss), line.lossADb ? Verdict::kNone : alone});
-    row.push_back({texts.Deviation(line.lossBSdDb, kLoss)});
-    row.push_back({texts.Number(line.lossDb, kLoss), mean, "", true});
-    row.push_back({texts.Deviation(line.lossSdDb, kLoss)});
+    row.push_back({texts.Number(line.lossADb, kLossDecimals), line.lossADb ? alone : Verdict::kNone});
+    row.push_back({texts.Deviation(line.lossASdDb, kLossDecimals)});
+    row.push_back({texts.Number(line.lossBDb, kLossDecimals), line.lossADb ? Verdict::kNone : alone});
+    row.push_back({texts.Deviation(line.lossBSdDb, kLossDecimals)});
+    row.push_back({texts.Number(line.lossDb, kLossDecimals), mean, "", true});
+    row.push_back({texts.Deviation(line.lossSdDb, kLossDecimals)});
     // The higher reflectance of the two is what was judged.
     const bool byB =
         line.reflectanceBDb && (!line.reflectanceDb || *line.reflectanceBDb > *line.reflectanceDb);
@@ -103,10 +96,10 @@ Table BothWaysTable(const Wave& wave, const Texts& texts) {
                    byB ? Verdict::kNone : line.verdict.reflectance});
     row.push_back({Reflectance(line.reflectanceBDb, line.reflectanceBAtLeast, texts),
                    byB ? line.verdict.reflectance : Verdict::kNone});
-    row.push_back({texts.Number(line.attenuationDbPerKm, kLoss), line.verdict.attenuation});
-    row.push_back({texts.Deviation(line.attenuationSdDbPerKm, kLoss)});
+    row.push_back({texts.Number(line.attenuationDbPerKm, kLossDecimals), line.verdict.attenuation});
+    row.push_back({texts.Deviation(line.attenuationSdDbPerKm, kLossDecimals)});
     const Verdict worst = WorstOf(line.verdict);
-    if (wave.verdict) row.push_back({WordFor(worst, texts), worst});
+    if (wave.verdict) row.push_back({texts.WordFor(worst), worst});
     table.rows.push_back(std::move(row));
   }
   return table;
@@ -142,15 +135,15 @@ Table TotalsTable(const Fibre& fibre, const Texts& texts, double width) {
     if (wave.lossDb && wave.lengthKm && *wave.lengthKm > 0.0) perKm = *wave.lossDb / *wave.lengthKm;
     table.rows.push_back({{texts.Number(wave.nm, 0), Verdict::kNone, "", true},
                           {texts[from]},
-                          {texts.Number(wave.lengthKm, kLength), verdict.length},
-                          {texts.Number(wave.lossDb, kLoss), verdict.spanLoss},
-                          {texts.Deviation(wave.lossSdDb, kLoss)},
-                          {texts.Number(perKm, kLoss), verdict.linkAttenuation},
+                          {texts.Number(wave.lengthKm, kLengthDecimals), verdict.length},
+                          {texts.Number(wave.lossDb, kLossDecimals), verdict.spanLoss},
+                          {texts.Deviation(wave.lossSdDb, kLossDecimals)},
+                          {texts.Number(perKm, kLossDecimals), verdict.linkAttenuation},
                           {(wave.returnLossAtMost && wave.returnLossDb ? "< " : "") +
-                               texts.Number(wave.returnLossDb, kReflectance),
+                               texts.Number(wave.returnLossDb, kReflectanceDecimals),
                            verdict.returnLoss},
                           {std::to_string(wave.lines.size())},
-                          {WordFor(verdict.verdict, texts), verdict.verdict, "", true}});
+                          {texts.WordFor(verdict.verdict), verdict.verdict, "", true}});
   }
   table.Stretch(width);
   return table;

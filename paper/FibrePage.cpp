@@ -13,11 +13,10 @@
 namespace reflyze::paper {
 namespace {
 
-constexpr double kFactHeight = 20.5, kFactRows = 4.0;
+constexpr double kFactRows = 4.0;
 constexpr double kTableHeading = 13.0, kBehindTable = 7.0;
 constexpr double kLowestPicture = 110.0, kHighestPicture = 270.0, kUsualPicture = 200.0;
 constexpr double kCloseUps = 92.0;
-constexpr double kHeadEnd = Sheet::kTop + 34.0 + 5.0 + 9.0;
 
 // What several traces say alike, once; else each.
 template <class Say>
@@ -75,7 +74,7 @@ class FibrePageMaker {
         // Two rows at the foot of a page are no table.
         if (fits < std::min<size_t>(3, rows - from)) {
           pages.emplace_back();
-          y = kHeadEnd;
+          y = Sheet::kHeadEnd;
           continue;
         }
         const size_t to = std::min(rows, from + fits);
@@ -121,7 +120,7 @@ class FibrePageMaker {
 
  private:
   void Settle() {
-    layout_.facts = kHeadEnd;
+    layout_.facts = Sheet::kHeadEnd;
     layout_.totals = layout_.facts + kFactRows * kFactHeight + 6.0;
     const double findings =
         fibre_.findings.empty() ? 0.0 : 11.0 * static_cast<double>(fibre_.findings.size());

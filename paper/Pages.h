@@ -18,6 +18,7 @@ namespace reflyze::paper {
 struct Sheet {
   double width, height;
   static constexpr double kSide = 42.0, kTop = 34.0, kFoot = 34.0;
+  static constexpr double kHeadEnd = kTop + 34.0 + 5.0 + 9.0;  // the title, the line below it, and a gap
 
   explicit Sheet(PaperSize size)
       : width(size == PaperSize::kLetter ? 612.0 : 595.276),
@@ -61,6 +62,7 @@ void DrawVerdict(Canvas& canvas, const Setting& setting, double right, double mi
 void DrawPartHeading(Canvas& canvas, const Setting& setting, double y, const std::string& text,
                      const std::string& beside = "");
 
+constexpr double kFactHeight = 20.5;  // points
 // A label above its value, cut at a width.
 void DrawFact(Canvas& canvas, double x, double y, double width, const std::string& label,
               const std::string& value);

@@ -11,8 +11,6 @@
 namespace reflyze::paper {
 namespace {
 
-constexpr int kLoss = 3, kReturnLoss = 2, kLength = 4;
-
 // Different texts of all traces, the first few of them.
 template <class Say>
 std::string Different(const Job& job, Say say) {
@@ -43,10 +41,6 @@ std::string Period(const Job& job) {
   if (last == 0) return "-";
   const std::string from = Texts::Day(first), to = Texts::Day(last);
   return from == to ? from : from + " – " + to;
-}
-
-std::string WordFor(Verdict verdict, const Texts& texts) {
-  return verdict == Verdict::kNone ? "" : texts[std::string("verdict.") + WordOf(verdict)];
 }
 
 // The worst of one kind of number over the wavelengths of a fibre.
@@ -108,12 +102,12 @@ Table FiguresTable(const Job& job, const Texts& texts, double width) {
                           {texts.Number(figures.largest, decimals)},
                           {figures.count > 1 ? texts.Number(figures.sd, decimals) : "-"}});
   };
-  add(texts["length"] + ", km", job.lengthKm, kLength);
+  add(texts["length"] + ", km", job.lengthKm, kLengthDecimals);
   for (const CableTotals& totals : job.totals) {
     const std::string at = ", dB, " + std::to_string(totals.wavelengthNm) + " nm";
-    add(texts["total-loss"] + at, totals.lossDb, kLoss);
-    add(texts["return-loss"] + at, totals.returnLossDb, kReturnLoss);
-    add(texts["splices"] + at, totals.spliceDb, kLoss);
+    add(texts["total-loss"] + at, totals.lossDb, kLossDecimals);
+    add(texts["return-loss"] + at, totals.returnLossDb, kReflectanceDecimals);
+    add(texts["splices"] + at, totals.spliceDb, kLossDecimals);
   }
   table.columns[0].width = 118.0;
   table.Stretch(width);
@@ -134,12 +128,12 @@ Table JointsTable(const Job& job, const Texts& texts, double width) {
     if (joint.forAll)
       bad = texts.With("for-all", std::to_string(joint.bad.size()), std::to_string(joint.fibres));
     const Verdict verdict = joint.forAll ? Verdict::kWarning : Verdict::kNone;
-    table.rows.push_back({{texts.Number(joint.km, kLength)},
+    table.rows.push_back({{texts.Number(joint.km, kLengthDecimals)},
                           {texts[joint.connector ? "connector" : "splice"]},
                           {std::to_string(joint.fibres)},
-                          {texts.Number(joint.meanDb, kLoss), verdict},
-                          {texts.Number(joint.largestDb, kLoss)},
-                          {texts.Number(joint.sdDb, kLoss)},
+                          {texts.Number(joint.meanDb, kLossDecimals), verdict},
+                          {texts.Number(joint.largestDb, kLossDecimals)},
+                          {texts.Number(joint.sdDb, kLossDecimals)},
                           {bad.empty() ? "-" : bad}});
   }
   table.Stretch(width);
@@ -196,26 +190,27 @@ Table FibresTable(const Job& job, const std::vector<std::optional<size_t>>& firs
     const Fibre& fibre = job.fibres[index];
     const CableRow& row = fibre.row;
     Row cells = {{NameIn(job, fibre), Verdict::kNone, "", true},
-                 {texts.Number(WorstOfRow(row, &CableNumbers::lengthKm, true), kLength),
+                 {texts.Number(WorstOfRow(row, &CableNumbers::lengthKm, true), kLengthDecimals),
                   WorstOfWaves(fibre, [](const Wave& wave) { return wave.verdict->length; })}};
     int events = 0;
     for (const CableTotals& totals : job.totals) {
       Cell loss = {"-"};
       for (const Wave& wave : fibre.waves) {
         if (wave.nm == totals.wavelengthNm)
-          loss = {texts.Number(wave.lossDb, kLoss), wave.verdict ? wave.verdict->spanLoss : Verdict::kNone};
+          loss = {texts.Number(wave.lossDb, kLossDecimals),
+                  wave.verdict ? wave.verdict->spanLoss : Verdict::kNone};
       }
       cells.push_back(loss);
     }
     for (const CableNumbers& numbers : row.wavelengths) events = std::max(events, numbers.events);
-    cells.push_back({texts.Number(WorstOfRow(row, &CableNumbers::returnLossDb, false), kReturnLoss),
+    cells.push_back({texts.Number(WorstOfRow(row, &CableNumbers::returnLossDb, false), kReflectanceDecimals),
                      WorstOfWaves(fibre, [](const Wave& wave) { return wave.verdict->returnLoss; })});
-    cells.push_back({texts.Number(WorstOfRow(row, &CableNumbers::worstSpliceDb, true), kLoss),
+    cells.push_back({texts.Number(WorstOfRow(row, &CableNumbers::worstSpliceDb, true), kLossDecimals),
                      WorstOfWaves(fibre, [](const Wave& wave) { return JointsOf(wave, false); })});
-    cells.push_back({texts.Number(WorstOfRow(row, &CableNumbers::worstConnectorDb, true), kLoss),
+    cells.push_back({texts.Number(WorstOfRow(row, &CableNumbers::worstConnectorDb, true), kLossDecimals),
                      WorstOfWaves(fibre, [](const Wave& wave) { return JointsOf(wave, true); })});
     cells.push_back({fibre.waves.empty() ? "-" : std::to_string(events)});
-    if (judged) cells.push_back({WordFor(fibre.verdict, texts), fibre.verdict});
+    if (judged) cells.push_back({texts.WordFor(fibre.verdict), fibre.verdict});
     const std::optional<size_t>& page = firstPages[index];
     cells.push_back({page ? std::to_string(pagesBefore + *page + 1) : "-"});
     table.rows.push_back(std::move(cells));

@@ -126,6 +126,10 @@ const std::string& Texts::operator[](const std::string& key) const {
   return found->second;
 }
 
+std::string Texts::WordFor(Verdict verdict) const {
+  return verdict == Verdict::kNone ? "" : (*this)[std::string("verdict.") + WordOf(verdict)];
+}
+
 std::string Texts::With(const std::string& key, const std::string& first, const std::string& second) const {
   return Filled((*this)[key], {first, second});
 }

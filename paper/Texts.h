@@ -23,6 +23,9 @@ class Texts {
   // A sentence of the library, which are English, in this language; as it is where it is none that is known.
   std::string Told(const std::string& sentence) const;
 
+  // The word of a verdict; empty for none.
+  std::string WordFor(Verdict verdict) const;
+
   // "-" for none. A value that rounds to 0 has no sign.
   std::string Number(std::optional<double> value, int decimals) const;
   // "±0.012" of a standard deviation, rounded up and never 0: one that looks less than it is would be
@@ -40,6 +43,9 @@ class Texts {
   std::string language_;
   std::map<std::string, std::string> words_;
 };
+
+// Decimals by which numbers are judged, so that a number and its verdict never differ.
+constexpr int kLossDecimals = 3, kReflectanceDecimals = 2, kLengthDecimals = 4, kMetresDecimals = 2;
 
 // A text of a record or a name as one harmless line: valid UTF-8, without control characters, without letters
 // that turn the direction of what follows, of a bounded length.

@@ -142,12 +142,7 @@ class SheetFiller {
   lxw_col_t column_ = 0, lastColumn_ = 0;
 };
 
-constexpr int kLoss = 3, kReflectance = 2, kLength = 4, kMetres = 2;
 constexpr double kNarrow = 8.0, kUsual = 11.0, kMiddle = 15.0, kWide = 18.0, kFindings = 30.0;
-
-std::string WordFor(Verdict verdict, const Texts& texts) {
-  return verdict == Verdict::kNone ? "" : texts[std::string("verdict.") + WordOf(verdict)];
-}
 
 void FillFibres(SheetFiller sheet, const Job& job, const Texts& t) {
   sheet.Head({{t["cable"], kUsual},
@@ -184,19 +179,19 @@ void FillFibres(SheetFiller sheet, const Job& job, const Texts& t) {
       sheet.Text(card.from);
       sheet.Text(card.to);
       sheet.Text(t[wave.merged ? "both" : wave.a != nullptr ? "from-a" : "from-b"]);
-      sheet.Number(wave.lengthKm, kLength, verdict.length);
-      sheet.Number(wave.lossDb, kLoss, verdict.spanLoss);
-      sheet.Deviation(wave.lossSdDb, kLoss);
+      sheet.Number(wave.lengthKm, kLengthDecimals, verdict.length);
+      sheet.Number(wave.lossDb, kLossDecimals, verdict.spanLoss);
+      sheet.Deviation(wave.lossSdDb, kLossDecimals);
       sheet.Number(wave.lossDb && wave.lengthKm && *wave.lengthKm > 0.0
                        ? std::optional(*wave.lossDb / *wave.lengthKm)
                        : std::nullopt,
-                   kLoss, verdict.linkAttenuation);
-      sheet.Number(wave.returnLossDb, kReflectance, verdict.returnLoss);
-      sheet.Number(numbers.worstSpliceDb, kLoss);
-      sheet.Number(numbers.worstConnectorDb, kLoss);
+                   kLossDecimals, verdict.linkAttenuation);
+      sheet.Number(wave.returnLossDb, kReflectanceDecimals, verdict.returnLoss);
+      sheet.Number(numbers.worstSpliceDb, kLossDecimals);
+      sheet.Number(numbers.worstConnectorDb, kLossDecimals);
       sheet.Number(numbers.events, 0);
       const Verdict worst = findings.empty() ? verdict.verdict : Verdict::kFail;
-      sheet.Text(WordFor(worst, t), worst);
+      sheet.Text(t.WordFor(worst), worst);
       sheet.Text(Texts::Moment(card.dateUtc));
       sheet.Text(wave.a != nullptr ? FileNameOf(wave.a->trace.file) : "");
       sheet.Text(wave.b != nullptr ? FileNameOf(wave.b->trace.file) : "");
@@ -208,7 +203,7 @@ void FillFibres(SheetFiller sheet, const Job& job, const Texts& t) {
     sheet.Text(fibre.cable);
     sheet.Text(fibre.name);
     for (int i = 0; i < 12; ++i) sheet.Number(std::nullopt, 0);
-    sheet.Text(WordFor(fibre.verdict, t), fibre.verdict);
+    sheet.Text(t.WordFor(fibre.verdict), fibre.verdict);
     for (int i = 0; i < 3; ++i) sheet.Text("");
     sheet.Text(findings);
     sheet.Next();
@@ -246,22 +241,23 @@ void FillEvents(SheetFiller sheet, const Job& job, const Texts& t) {
         sheet.Number(wave.nm, 0);
         sheet.Number(line.number, 0);
         sheet.Text(t[line.kind]);
-        sheet.Number(line.km, kLength);
-        sheet.Deviation(line.sdM, kMetres);
-        sheet.Number(line.lossDb, kLoss, line.verdict.loss);
-        sheet.Deviation(line.lossSdDb, kLoss);
-        sheet.Number(line.lossADb, kLoss);
-        sheet.Deviation(line.lossASdDb, kLoss);
-        sheet.Number(line.lossBDb, kLoss);
-        sheet.Deviation(line.lossBSdDb, kLoss);
-        sheet.Number(line.reflectanceDb, kReflectance, line.verdict.reflectance, line.reflectanceAtLeast);
-        sheet.Deviation(line.reflectanceSdDb, kReflectance);
-        sheet.Number(line.reflectanceBDb, kReflectance, Verdict::kNone, line.reflectanceBAtLeast);
-        sheet.Number(line.attenuationDbPerKm, kLoss, line.verdict.attenuation);
-        sheet.Deviation(line.attenuationSdDbPerKm, kLoss);
-        sheet.Number(line.cumulatedDb, kLoss);
+        sheet.Number(line.km, kLengthDecimals);
+        sheet.Deviation(line.sdM, kMetresDecimals);
+        sheet.Number(line.lossDb, kLossDecimals, line.verdict.loss);
+        sheet.Deviation(line.lossSdDb, kLossDecimals);
+        sheet.Number(line.lossADb, kLossDecimals);
+        sheet.Deviation(line.lossASdDb, kLossDecimals);
+        sheet.Number(line.lossBDb, kLossDecimals);
+        sheet.Deviation(line.lossBSdDb, kLossDecimals);
+        sheet.Number(line.reflectanceDb, kReflectanceDecimals, line.verdict.reflectance,
+                     line.reflectanceAtLeast);
+        sheet.Deviation(line.reflectanceSdDb, kReflectanceDecimals);
+        sheet.Number(line.reflectanceBDb, kReflectanceDecimals, Verdict::kNone, line.reflectanceBAtLeast);
+        sheet.Number(line.attenuationDbPerKm, kLossDecimals, line.verdict.attenuation);
+        sheet.Deviation(line.attenuationSdDbPerKm, kLossDecimals);
+        sheet.Number(line.cumulatedDb, kLossDecimals);
         const Verdict worst = WorstOf(line.verdict);
-        sheet.Text(WordFor(worst, t), worst);
+        sheet.Text(t.WordFor(worst), worst);
         sheet.Next();
       }
     }
@@ -285,12 +281,12 @@ void FillFigures(SheetFiller& sheet, const Job& job, const Texts& t) {
     sheet.Number(figures.count > 1 ? std::optional(figures.sd) : std::nullopt, decimals);
     sheet.Next();
   };
-  add(t["length"] + ", km", job.lengthKm, kLength);
+  add(t["length"] + ", km", job.lengthKm, kLengthDecimals);
   for (const CableTotals& totals : job.totals) {
     const std::string at = ", dB, " + std::to_string(totals.wavelengthNm) + " nm";
-    add(t["total-loss"] + at, totals.lossDb, kLoss);
-    add(t["return-loss"] + at, totals.returnLossDb, kReflectance);
-    add(t["splices"] + at, totals.spliceDb, kLoss);
+    add(t["total-loss"] + at, totals.lossDb, kLossDecimals);
+    add(t["return-loss"] + at, totals.returnLossDb, kReflectanceDecimals);
+    add(t["splices"] + at, totals.spliceDb, kLossDecimals);
   }
   sheet.Next();
 }
@@ -336,10 +332,10 @@ void FillJoints(SheetFiller& sheet, const Job& job, const Texts& t) {
     sheet.Next();
   }
   for (const CableJoint& joint : job.joints) {
-    sheet.Number(joint.km, kLength);
+    sheet.Number(joint.km, kLengthDecimals);
     sheet.Text(t[joint.connector ? "connector" : "splice"]);
     sheet.Number(joint.fibres, 0);
-    for (const double value : {joint.meanDb, joint.largestDb, joint.sdDb}) sheet.Number(value, kLoss);
+    for (const double value : {joint.meanDb, joint.largestDb, joint.sdDb}) sheet.Number(value, kLossDecimals);
     std::string bad;
     for (const std::string& fibre : joint.bad) bad += (bad.empty() ? "" : ", ") + fibre;
     sheet.Text(joint.forAll

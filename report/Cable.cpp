@@ -112,8 +112,6 @@ Json JsonOf(const CableFigures& figures) {
           {"sd", figures.sd}};
 }
 
-Json WordOrNull(Verdict verdict) { return verdict == Verdict::kNone ? Json(nullptr) : Json(WordOf(verdict)); }
-
 Json JsonOf(const CableNumbers& numbers) {
   Json json = {{"wavelength_nm", numbers.wavelengthNm},
                {"file_a", numbers.fileA},

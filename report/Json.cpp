@@ -121,8 +121,6 @@ Json JsonObjectOf(const EventTable& table) {
 
 namespace {
 
-Json WordOrNull(Verdict verdict) { return verdict == Verdict::kNone ? Json(nullptr) : Json(WordOf(verdict)); }
-
 Json JsonOf(const Span& span) {
   const auto eventNumber = [](std::optional<size_t> index) {
     return index ? Json(*index + 1) : Json(nullptr);

@@ -95,4 +95,9 @@ std::string JsonText(const Json& value, int indent) {
 
 Json NumberOrNull(std::optional<double> value) { return value ? Json(*value) : Json(nullptr); }
 
+nlohmann::ordered_json WordOrNull(Verdict verdict) {
+  return verdict == Verdict::kNone ? nlohmann::ordered_json(nullptr)
+                                   : nlohmann::ordered_json(WordOf(verdict));
+}
+
 }  // namespace reflyze

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "reflyze/limits.h"
+
 namespace reflyze {
 
 // A value as JSON, without a line end. `indent` is in blanks a level; a negative one gives a single line.
@@ -14,5 +16,6 @@ namespace reflyze {
 std::string JsonText(const nlohmann::ordered_json& value, int indent = -1);
 
 nlohmann::ordered_json NumberOrNull(std::optional<double> value);
+nlohmann::ordered_json WordOrNull(Verdict verdict);
 
 }  // namespace reflyze

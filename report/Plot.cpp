@@ -62,7 +62,7 @@ Axis LevelsOf(const Curve& curve, int points) {
 // The points that the curve goes through, column by column of points: from its lowest to its highest there,
 // and on to the next.
 template <class Set>
-void Trace(const Curve& curve, const Axis& x, const Axis& y, const Set& set) {
+void DrawCurve(const Curve& curve, const Axis& x, const Axis& y, const Set& set) {
   int before = -1, beforeRow = 0;
   for (size_t i = 0; i < curve.km.size(); ++i) {
     const int column = x.At(static_cast<double>(curve.km[i]));
@@ -130,7 +130,7 @@ std::string LettersOf(const PicturedTrace& picture, const PlotOptions& options) 
   if (!(x.to > x.from)) x.to = x.from + 1.0;
   const Axis y = LevelsOf(picture.whole, high * kDotsHigh);
   std::vector<unsigned> cells(static_cast<size_t>(wide * high), 0);
-  Trace(picture.whole, x, y, [&](int column, int row) {
+  DrawCurve(picture.whole, x, y, [&](int column, int row) {
     constexpr unsigned kBits[kDotsHigh][kDotsWide] = {{0x01, 0x08}, {0x02, 0x10}, {0x04, 0x20}, {0x40, 0x80}};
     cells[static_cast<size_t>(row / kDotsHigh * wide + column / kDotsWide)] |=
         kBits[row % kDotsHigh][column % kDotsWide];
@@ -204,8 +204,8 @@ std::string PictureText(const PicturedTrace& picture, const PlotOptions& options
     raster.Text(at, 2, number, Ink::kNumber);
     free = at + 6 * static_cast<int>(number.size()) + 3;
   }
-  Trace(picture.whole, x, y,
-        [&](int column, int row) { raster.Set(kLeft + column, kTop + row, Ink::kCurve); });
+  DrawCurve(picture.whole, x, y,
+            [&](int column, int row) { raster.Set(kLeft + column, kTop + row, Ink::kCurve); });
   return TitleOf(picture, options.columns) + "\n" + SixelOf(raster) + "\n";
 }
 

@@ -37,10 +37,10 @@ size_t EventAt(const EventTable& table, double km) {
 
 // "14 grade", "0.201 dB (limit 0.050)".
 std::string Held(const Reason& reason) {
-  constexpr int kDecimals = 3;
+  constexpr int kHeldDecimals = 3;
   const bool whole = reason.unit == "grade" || reason.unit == "events";
   const auto number = [&](double value) {
-    return Format("%.*f", whole ? 0 : kDecimals, NoMinusZero(value, whole ? 0 : kDecimals));
+    return Format("%.*f", whole ? 0 : kHeldDecimals, NoMinusZero(value, whole ? 0 : kHeldDecimals));
   };
   std::string text = number(reason.value) + " " + reason.unit;
   if (reason.limit) text += " (limit " + number(*reason.limit) + ")";

@@ -17,7 +17,7 @@ using sim::Section;
 constexpr double kShortestKm = 0.03;  // of a section
 
 // What one class draws from.
-struct Recipe {
+struct HardRecipe {
   std::vector<double> pulsesNs;
   long fewestSections, mostSections;
   double longestSectionKm, longestKm;
@@ -25,7 +25,7 @@ struct Recipe {
   double marginDb;  // level of the far end above the noise of the averaged trace
 };
 
-Recipe RecipeOf(HardClass hardClass) {
+HardRecipe RecipeOf(HardClass hardClass) {
   switch (hardClass) {
     case HardClass::kAccess:
       return {{5.0, 10.0, 30.0}, 1, 4, 1.0, 3.0, 0.5, 11.0};
@@ -68,7 +68,7 @@ Section DrawnFibre(Link& link, Random& random) {
 Joint Connector(Random& random) { return {random.Uniform(0.05, 0.6), random.Uniform(-60.0, -35.0)}; }
 
 // The joint behind the last section, and the fibre behind it: half of the times from another drum.
-void AddJoint(Link& link, const Recipe& recipe, Random& random, Section& behind) {
+void AddJoint(Link& link, const HardRecipe& recipe, Random& random, Section& behind) {
   if (random.Chance(0.5)) {
     behind.attenuationDbPerKm =
         std::clamp(behind.attenuationDbPerKm + random.Uniform(-0.02, 0.02), 0.15, 0.45);
@@ -88,7 +88,7 @@ void AddJoint(Link& link, const Recipe& recipe, Random& random, Section& behind)
 }
 
 // Sections from 30 m on, long ones as rare as short ones, with a joint behind each but the last.
-void AddSections(Link& link, const Recipe& recipe, Random& random, Section& fibre) {
+void AddSections(Link& link, const HardRecipe& recipe, Random& random, Section& fibre) {
   const double leastKm = std::max(kShortestKm, 2.2 * link.pulseNs * sim::KmPerNs(link.groupIndex));
   const long count = random.Integer(recipe.fewestSections, recipe.mostSections);
   for (long i = 0; i < count; ++i) {
@@ -230,7 +230,7 @@ void EndInSplitter(Link& link, double excessLossDb, std::vector<Branch> branches
 }
 
 Link HardLink(HardClass hardClass, Random& random) {
-  const Recipe recipe = RecipeOf(hardClass);
+  const HardRecipe recipe = RecipeOf(hardClass);
   Link link;
   link.name = NameOf(hardClass);
   link.pulseNs =

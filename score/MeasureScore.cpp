@@ -16,10 +16,6 @@ constexpr const char* kQuantityKeys[] = {"loss",       "place",     "reflectance
 constexpr int kPrintedLevels[] = {50, 80, 95, 99};
 constexpr double kMedianOfSquare = 0.454936;  // of a normal error
 
-void Append(std::vector<double>& to, const std::vector<double>& from) {
-  to.insert(to.end(), from.begin(), from.end());
-}
-
 // The variance by the least 95 % of the squared errors, which a few that went wrong altogether don't move.
 // For normal errors z the mean of z^2 within +-c, where 95 % are, is 1 - 2 c p(c) / 0.95 with the density p:
 // 0.7588.
@@ -44,7 +40,7 @@ bool SaysNoFibre(const TraceResult& table) {
           table.found.back().distanceKm <= table.spacingKm + kLaunchPulses * table.pulseKm);
 }
 
-nlohmann::ordered_json ErrorJson(const std::vector<double>& errors) {
+nlohmann::ordered_json MeasuredErrorJson(const std::vector<double>& errors) {
   return {{"count", errors.size()},
           {"bias", Mean(errors)},
           {"median", MagnitudeQuantile(errors, 0.5)},
@@ -141,11 +137,11 @@ void Figures::AddAll(const Figures& other) {
 }
 
 nlohmann::ordered_json Figures::Json() const {
-  nlohmann::ordered_json json = {{"loss_far_db", ErrorJson(lossFarDb)},
-                                 {"loss_db", ErrorJson(lossDb)},
-                                 {"place_pulses", ErrorJson(placePulses)},
-                                 {"reflectance_db", ErrorJson(reflectanceDb)},
-                                 {"reflectance_as_seen_db", ErrorJson(reflectanceSeenDb)}};
+  nlohmann::ordered_json json = {{"loss_far_db", MeasuredErrorJson(lossFarDb)},
+                                 {"loss_db", MeasuredErrorJson(lossDb)},
+                                 {"place_pulses", MeasuredErrorJson(placePulses)},
+                                 {"reflectance_db", MeasuredErrorJson(reflectanceDb)},
+                                 {"reflectance_as_seen_db", MeasuredErrorJson(reflectanceSeenDb)}};
   constexpr const char* kNames[kKinds] = {"splices", "gains", "reflections"};
   for (size_t kind = 0; kind < kKinds; ++kind) {
     json["found"][kNames[kind]] = {{"present", clear[kind].present}, {"found", clear[kind].found}};

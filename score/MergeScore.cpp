@@ -10,6 +10,7 @@
 #include "ref/events/refEventBiDir.h"
 #include "ref/math/ref_Math.h"
 #include "score/EventMatching.h"
+#include "score/Statistics.h"
 
 namespace reflyze::score {
 namespace {
@@ -19,14 +20,7 @@ constexpr double kClearSnrDb = 6.0;
 constexpr double kClearPulses = 2.0, kRoomPulses = 5.0;
 constexpr double kChangeOfFibreDb = 0.1;
 
-double Percentile(std::vector<double> values, double share) {
-  if (values.empty()) return 0.0;
-  for (double& value : values) value = std::fabs(value);
-  std::sort(values.begin(), values.end());
-  return values[static_cast<size_t>(std::lround(share * static_cast<double>(values.size() - 1)))];
-}
-
-double Percent(long part, long whole) {
+double PercentOrAll(long part, long whole) {
   return whole > 0 ? 100.0 * static_cast<double>(part) / static_cast<double>(whole) : 100.0;
 }
 
@@ -126,8 +120,8 @@ std::string MeanLosses::Text(const char* what) const {
   return Format(
       "  %-16s %4ld   within 0.02 dB %5.1f %%   median %.4f, 95 %% %.4f dB   off: slope %ld, short %ld, "
       "noise %ld, other joint %ld, no room %ld, sections %ld\n",
-      what, count, Percent(right, count), Percentile(errorDb, 0.5), Percentile(errorDb, 0.95), causes[0],
-      causes[1], causes[2], causes[3], causes[4], causes[5]);
+      what, count, PercentOrAll(right, count), MagnitudeQuantile(errorDb, 0.5),
+      MagnitudeQuantile(errorDb, 0.95), causes[0], causes[1], causes[2], causes[3], causes[4], causes[5]);
 }
 
 MergeScore::JointOfEvent MergeScore::JointsOf(const TSorData& record, const sim::Truth& truth,
@@ -246,8 +240,9 @@ std::string MergeScore::Text(const std::string& name) const {
       "%ld   "
       "mixed %ld\n",
       name.c_str(), pairs_, refused_, endsWrong_, mirrored_, ownFalse_, rowsFalse_, rowsTwice_, rowsMixed_);
-  text += Format("  clear joints %ld   listed by both %.1f %%, by one %.1f %%   merged %.1f %%\n", joints_,
-                 Percent(inBoth_, joints_), Percent(inOne_, joints_), Percent(merged_, joints_));
+  text +=
+      Format("  clear joints %ld   listed by both %.1f %%, by one %.1f %%   merged %.1f %%\n", joints_,
+             PercentOrAll(inBoth_, joints_), PercentOrAll(inOne_, joints_), PercentOrAll(merged_, joints_));
   text += seenByBoth_.Text("seen from both") + seenByOne_.Text("taken over");
   return text + changesOfFibre_.Text("changes of fibre") + believed_.Text("believed");
 }

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "lib/Text.h"
+#include "score/Statistics.h"
 
 namespace reflyze::score {
 namespace {
@@ -24,12 +25,6 @@ double Percentile(std::vector<double> values, double share, bool magnitude) {
   return values[static_cast<size_t>(std::lround(share * last))];
 }
 
-double Mean(const std::vector<double>& values) {
-  double sum = 0.0;
-  for (const double value : values) sum += value;
-  return values.empty() ? 0.0 : sum / static_cast<double>(values.size());
-}
-
 double Share(long part, long whole) {
   return whole > 0 ? static_cast<double>(part) / static_cast<double>(whole) : 1.0;
 }
@@ -40,10 +35,6 @@ nlohmann::ordered_json ErrorJson(const std::vector<double>& errors) {
           {"median", Percentile(errors, 0.5, true)},
           {"p95", Percentile(errors, 0.95, true)},
           {"p99", Percentile(errors, 0.99, true)}};
-}
-
-void Append(std::vector<double>& to, const std::vector<double>& from) {
-  to.insert(to.end(), from.begin(), from.end());
 }
 
 }  // namespace

@@ -40,6 +40,10 @@ double Mean(const std::vector<double>& values) {
   return values.empty() ? 0.0 : sum / static_cast<double>(values.size());
 }
 
+void Append(std::vector<double>& to, const std::vector<double>& from) {
+  to.insert(to.end(), from.begin(), from.end());
+}
+
 void Intervals::Add(double error, double deviation, double snrDb) {
   const bool stated = std::isfinite(error) && std::isfinite(deviation) && deviation > 0.0;
   errors_.push_back({stated ? error / deviation : std::numeric_limits<double>::infinity(), snrDb});

@@ -9,6 +9,7 @@ namespace reflyze::score {
 // The value that a share of the magnitudes stays below; 0 for no values.
 double MagnitudeQuantile(std::vector<double> values, double share);
 double Mean(const std::vector<double>& values);
+void Append(std::vector<double>& to, const std::vector<double>& from);
 
 // Levels of two-sided intervals, percent, and how many deviations of a normal error they reach.
 struct NominalLevel {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <limits>
 #include <type_traits>
 
@@ -53,5 +54,8 @@ constexpr short SignedLowBits16(long value) {
   const long low = static_cast<long>(static_cast<unsigned long>(value) & 0xFFFFu);
   return static_cast<short>(low >= 0x8000 ? low - 0x10000 : low);
 }
+
+// The index of a point that is known to be on the trace.
+constexpr std::size_t Index(long point) { return static_cast<std::size_t>(point); }
 
 }  // namespace reflyze

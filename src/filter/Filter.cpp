@@ -12,6 +12,7 @@
 #include "util/elementary.h"
 
 namespace elementary = reflyze::elementary;
+using reflyze::Index;
 using reflyze::TruncToInt;
 
 namespace {
@@ -22,8 +23,6 @@ constexpr int kMostCoefficients = std::numeric_limits<short>::max();
 // Multiplications that all passes of the kernel over a trace may take together: a minute of work, a hundred
 // times what the longest trace asks for. A broken record may ask for years.
 constexpr double kMostKernelSteps = 5e10;
-
-size_t Index(long i) { return static_cast<size_t>(i); }
 
 // A record without light gives ratios that have no logarithm: the smallest ratio there is stands for them.
 double RatioWithLogarithm(double ratio) { return ratio > 0.0 ? ratio : std::numeric_limits<double>::min(); }

@@ -92,7 +92,7 @@ namespace {
 constexpr float kNotMeasuredDb = -100.0F;
 
 // Where the strongest repetition of a reflection falls that lies behind the last event.
-struct Echo {
+struct RepeatedReflection {
   long point = 0;
   double levelDb = kNotMeasuredDb;
 
@@ -145,7 +145,7 @@ class NoiseStretches {
   static constexpr double kSecondEchoDb = 7.0;  // by which the second echo lies below the first
 
   void FindEcho() {
-    Echo second;
+    RepeatedReflection second;
     for (long i = 0; i < filter_.result.count; ++i) {
       const TFEvent& event = filter_.result.events[i];
       if (event.Am() <= kEchoGrade) continue;
@@ -182,7 +182,7 @@ class NoiseStretches {
   const long endPoint_;  // of the last event
   const long lastPoint_;
   const long lastQuarter_;  // its first point
-  Echo echo_;
+  RepeatedReflection echo_;
 };
 
 }  // namespace

@@ -19,12 +19,11 @@
 #include "util/elementary.h"
 
 namespace elementary = reflyze::elementary;
+using reflyze::Index;
 using reflyze::TruncToInt;
 using reflyze::TruncToLong;
 
 namespace {
-
-size_t Index(long i) { return static_cast<size_t>(i); }
 
 // One point of a low pass that keeps the share `kept` of what it held before.
 double Blend(double state, double kept, double sample) { return state * kept + sample * (1.0 - kept); }

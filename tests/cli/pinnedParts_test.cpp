@@ -310,11 +310,11 @@ void ListPlaces(Listing& to, const Subject& subject) {
   }
 }
 
-constexpr pinned::Part kParts[] = {
+constexpr pinned::Part kDeepParts[] = {
     {"places", ListPlaces}, {"detectors", ListDetectors}, {"alternative", ListAlternative}};
 
-TEST(Pinned, EveryPartAroundWhatStandsOnAFibre) { pinned::HoldLines(kParts, "links.jsonl", "parts.txt"); }
+TEST(Pinned, EveryPartAroundWhatStandsOnAFibre) { pinned::HoldLines(kDeepParts, "links.jsonl", "parts.txt"); }
 
-TEST(Pinned, DigestsOfManyParts) { pinned::HoldDigests(kParts, "more.jsonl", "more-parts.txt"); }
+TEST(Pinned, DigestsOfManyParts) { pinned::HoldDigests(kDeepParts, "more.jsonl", "more-parts.txt"); }
 
 }  // namespace

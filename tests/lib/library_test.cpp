@@ -134,10 +134,10 @@ TEST(Library, WatchesAFibre) {
   // What is remembered of one baseline is not taken for another's, nor for one with a new event in it.
   BaselineMemory memory(2);
   const Trace other = MakeBaseline(Trace::Open(Example("current-40km.sor")), monitoring).record.Read();
-  for (const Trace* baseline : {&watched, &watched, &other, &watched}) {
+  for (const Trace* held : {&watched, &watched, &other, &watched}) {
     for (const char* name : {"baseline-40km.sor", "current-40km.sor"}) {
       const Trace now = Trace::Open(Example(name));
-      const Comparison fresh = Compare(*baseline, now), remembered = Compare(*baseline, now, memory);
+      const Comparison fresh = Compare(*held, now), remembered = Compare(*held, now, memory);
       EXPECT_EQ(fresh.record.Bytes(), remembered.record.Bytes());
       EXPECT_EQ(ChangesOf(fresh), ChangesOf(remembered));
       ASSERT_EQ(fresh.rows.size(), remembered.rows.size());

@@ -39,11 +39,11 @@ std::unique_ptr<TSorBlockKeyEvents1E> Listed(int point, const char* code) {
 
 // 10 km with five events, and what follows a table: a level of thresholds, a comparison, landmarks.
 std::unique_ptr<TSorData> RecordWithEvents() {
-  support::TraceSpec spec;
+  ::support::TraceSpec spec;
   spec.spacingOwt = kSpacingOwt;
   spec.pulseNs = 1000;
   spec.SlopeDbPerKm(0.2).Step(3000, 0.5).Peak(6000, 4.0).Step(8000, -0.3).End(9500);
-  auto record = support::BuildTrace(spec);
+  auto record = ::support::BuildTrace(spec);
   record->FxdParams->SetLT(0.05);
   record->FxdParams->SetRT(-60.0);
   record->RFTSParams->AddLevel();

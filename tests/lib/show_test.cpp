@@ -15,8 +15,8 @@
 namespace {
 
 using namespace reflyze;
-using support::MetroLink;
-using support::TraceOf;
+using reflyze::support::MetroLink;
+using reflyze::support::TraceOf;
 
 TEST(Show, CodesAreToldInWords) {
   const struct {

@@ -12,8 +12,8 @@
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
-constexpr double kSlopeDb = 0.0005;  // per point
-constexpr long kBase = 25;           // points: half a period of the ripple
+constexpr double kPolarSlopeDb = 0.0005;  // per point
+constexpr long kBase = 25;                // points: half a period of the ripple
 
 // A fibre whose backscatter swings by `swingDb` from crest to trough.
 support::TraceSpec Ripple(double swingDb) {
@@ -22,7 +22,7 @@ support::TraceSpec Ripple(double swingDb) {
   spec.spacingOwt = 25.0;
   spec.noiseFloorDb = -45.0;
   spec.level = [swingDb](long i) {
-    return -15.0 - kSlopeDb * static_cast<double>(i) +
+    return -15.0 - kPolarSlopeDb * static_cast<double>(i) +
            swingDb / 2 * std::sin(kPi * static_cast<double>(i) / static_cast<double>(kBase));
   };
   return spec;
@@ -31,7 +31,7 @@ support::TraceSpec Ripple(double swingDb) {
 float Polar(const support::TraceSpec& spec, long a = 100, long b = 7900, long w = kBase) {
   const auto sor = support::BuildTrace(spec);
   long at = -1;
-  const float figure = RefAutoCalcPolar(sor.get(), a, b, w, static_cast<float>(kSlopeDb), at);
+  const float figure = RefAutoCalcPolar(sor.get(), a, b, w, static_cast<float>(kPolarSlopeDb), at);
   EXPECT_TRUE(w < 1 || at >= a);
   return figure;
 }
@@ -60,7 +60,8 @@ TEST(Polar, LimitFollowsLaserAndFibre) {
     sor->GenParams->FT = c.fibre;
     long at = 0;
     // A short stretch has too few cells to make a large figure believable.
-    const float figureDb = RefAutoCalcPolar(sor.get(), 100, 1100, kBase, static_cast<float>(kSlopeDb), at);
+    const float figureDb =
+        RefAutoCalcPolar(sor.get(), 100, 1100, kBase, static_cast<float>(kPolarSlopeDb), at);
     EXPECT_EQ(figureDb > 0, c.believed) << c.swingDb << " dB, laser " << c.laserFreq << ", fibre " << c.fibre;
     EXPECT_LE(figureDb, (c.laserFreq != 0 ? 0.9f : 0.45f) / (c.fibre == 651 ? 2 : 1));
   }
@@ -70,7 +71,7 @@ TEST(Polar, StretchesTooShortToMeasure) {
   const support::TraceSpec spec = Ripple(0.1);
   EXPECT_EQ(Polar(spec, 100, 7900, 0), 0.0f);
   // Fewer than 16 points: what noise swings by. At 30 dB above the floor that is a millionth of 0.22 dB.
-  const double aboveFloorDb = 30.0 - kSlopeDb * 100;
+  const double aboveFloorDb = 30.0 - kPolarSlopeDb * 100;
   EXPECT_NEAR(Polar(spec, 100, 115, 1), 0.22 * std::pow(10.0, -aboveFloorDb / 5), 1e-8);
   EXPECT_EQ(Polar(spec, 100, 50, 1), Polar(spec, 100, 115, 1));
   EXPECT_EQ(Polar(spec, 100, 120), 0.1f);  // 50 m
@@ -81,23 +82,26 @@ TEST(Polar, FewSwingsCountLess) {
   support::TraceSpec spec = Ripple(0.0);
   spec.spacingOwt = 200.0;
   spec.level = [](long i) {
-    return -15.0 - kSlopeDb * static_cast<double>(i) + 0.2 * std::sin(kPi * static_cast<double>(i) / 5.0);
+    return -15.0 - kPolarSlopeDb * static_cast<double>(i) +
+           0.2 * std::sin(kPi * static_cast<double>(i) / 5.0);
   };
   const auto sor = support::BuildTrace(spec);
   sor->QRTParams->LaserFreq = 1;
   long at = 0;
-  const float many = RefAutoCalcPolar(sor.get(), 100, 7900, 5, static_cast<float>(kSlopeDb), at);
+  const float many = RefAutoCalcPolar(sor.get(), 100, 7900, 5, static_cast<float>(kPolarSlopeDb), at);
   EXPECT_GT(many, 0.35f);
-  EXPECT_NEAR(RefAutoCalcPolar(sor.get(), 100, 160, 5, static_cast<float>(kSlopeDb), at), 0.6f * many, 0.05f);
+  EXPECT_NEAR(RefAutoCalcPolar(sor.get(), 100, 160, 5, static_cast<float>(kPolarSlopeDb), at), 0.6f * many,
+              0.05f);
 }
 
 TEST(Polar, StraightLineFigure) {
   // 0.02 dB above and below the line in turn: three times their mean.
-  const auto jagged = support::BuildTrace(
-      2000, [](long i) { return -15.0 - kSlopeDb * static_cast<double>(i) + (i % 2 == 0 ? 0.02 : -0.02); });
+  const auto jagged = support::BuildTrace(2000, [](long i) {
+    return -15.0 - kPolarSlopeDb * static_cast<double>(i) + (i % 2 == 0 ? 0.02 : -0.02);
+  });
   short map[1] = {0};
   // The stretch begins where the trace first keeps to its slope within twice of it: nowhere on this one.
-  EXPECT_EQ(RefAutoCalcPolar2(jagged.get(), 0, 2000, 20, static_cast<float>(kSlopeDb), map), 0.0f);
+  EXPECT_EQ(RefAutoCalcPolar2(jagged.get(), 0, 2000, 20, static_cast<float>(kPolarSlopeDb), map), 0.0f);
   EXPECT_NEAR(RefAutoCalcPolar2(jagged.get(), 0, 2000, 20, 0.1f, nullptr), 3 * 0.02, 1e-3);
   EXPECT_EQ(RefAutoCalcPolar2(jagged.get(), 0, 59, 20, 0.1f, nullptr), 0.0f);
 }
@@ -137,14 +141,14 @@ TEST(ReflectionWidth, IsTakenAtHalfHeight) {
       const double up = std::clamp(static_cast<double>(i - 1000) / static_cast<double>(crest.rise), 0.0, 1.0);
       const double down =
           std::clamp(static_cast<double>(i - 1000 - crest.rise) / static_cast<double>(crest.fall), 0.0, 1.0);
-      return crest.fibreDb - kSlopeDb * static_cast<double>(i) + crest.heightDb * up -
+      return crest.fibreDb - kPolarSlopeDb * static_cast<double>(i) + crest.heightDb * up -
              (crest.heightDb + crest.dropDb) * down;
     };
     const auto sor = support::BuildTrace(spec);
     long begin = 998, top = -1;
     float heightDb = -1;
     const long width = RefAutoGetWidthPlr(sor.get(), begin, 1000 + crest.rise, 1500, 10,
-                                          static_cast<float>(kSlopeDb), 0.05f, top, heightDb);
+                                          static_cast<float>(kPolarSlopeDb), 0.05f, top, heightDb);
     SCOPED_TRACE(::testing::Message()
                  << crest.heightDb << " dB, rise " << crest.rise << ", fall " << crest.fall);
     if (c.width <= 0) {
@@ -177,15 +181,16 @@ TEST(ReflectionWidth, SecondCrestBehindTheFirst) {
                           : x < 22 ? 1 - 0.4 * (x - 15) / 7
                           : x < 30 ? 0.6 + 0.7 * (x - 22) / 8
                                    : std::max(1.3 * (45 - x) / 15, 0.0);
-    return -15.0 - kSlopeDb * static_cast<double>(i) + riseDb;
+    return -15.0 - kPolarSlopeDb * static_cast<double>(i) + riseDb;
   };
   const auto sor = support::BuildTrace(spec);
   for (const auto& c : kCases) {
     long begin = 998, top = -1;
     float heightDb = -1;
-    EXPECT_NEAR(static_cast<double>(RefAutoGetWidthPlr(sor.get(), begin, c.p, 1500, c.w,
-                                                       static_cast<float>(kSlopeDb), 0.05f, top, heightDb)),
-                static_cast<double>(c.width), c.width > 0 ? 2.0 : 0.0)
+    EXPECT_NEAR(
+        static_cast<double>(RefAutoGetWidthPlr(sor.get(), begin, c.p, 1500, c.w,
+                                               static_cast<float>(kPolarSlopeDb), 0.05f, top, heightDb)),
+        static_cast<double>(c.width), c.width > 0 ? 2.0 : 0.0)
         << "from " << c.p << ", " << c.w;
     EXPECT_NEAR(static_cast<double>(top), static_cast<double>(c.top), 1.0);
   }

@@ -18,14 +18,14 @@ namespace {
 using support::BuildTrace;
 using support::TraceSpec;
 
-constexpr int kSpacingOwt = 50;
-constexpr double kSpacingKm = kSpacingOwt * 2.99792458e-5 / 1.468;
+constexpr int kEditedSpacingOwt = 50;
+constexpr double kSpacingKm = kEditedSpacingOwt * 2.99792458e-5 / 1.468;
 constexpr double kSlopeDbPerKm = 0.2;
 
 // 10 km: a splice of 0.5 dB, a connector of 4 dB, a gain of 0.3 dB, and the end. The pulse is 100 points.
 TraceSpec Link() {
   TraceSpec spec;
-  spec.spacingOwt = kSpacingOwt;
+  spec.spacingOwt = kEditedSpacingOwt;
   spec.pulseNs = 1000;
   spec.SlopeDbPerKm(kSlopeDbPerKm).Step(3000, 0.5).Peak(6000, 4.0).Step(8000, -0.3).End(9500);
   return spec;
@@ -37,7 +37,7 @@ TSorBlockKeyEvents1E* NewEvent(int ept, int ml0, int ml1, int ml2, int ml3, cons
   event->EC = code;
   const std::pair<int*, int> kTimes[] = {
       {&event->EPT, ept}, {&event->ML0, ml0}, {&event->ML1, ml1}, {&event->ML2, ml2}, {&event->ML3, ml3}};
-  for (const auto& time : kTimes) *time.first = time.second * kSpacingOwt;
+  for (const auto& time : kTimes) *time.first = time.second * kEditedSpacingOwt;
   return event;
 }
 
@@ -91,10 +91,10 @@ TEST(EventMeasure, LossReflectanceAndShape) {
     EXPECT_NEAR(event.GetER(), RefEventReflection(4.0, 1000.0, -80.0), c.shape == '1' ? 0.03 : 100.0) << i;
     EXPECT_EQ(event.EC.c_str()[0], c.shape) << i;
     EXPECT_EQ(event.LMT, "LS") << i;
-    EXPECT_NEAR(event.ML4, c.peak * kSpacingOwt, 3 * kSpacingOwt) << i;
+    EXPECT_NEAR(event.ML4, c.peak * kEditedSpacingOwt, 3 * kEditedSpacingOwt) << i;
   }
   const TSorBlockKeyEvents1E& end = sor->KeyEvents->EventAt(4);
-  EXPECT_TRUE(end.ML2 == 10000 * kSpacingOwt && end.ML3 == end.ML2);
+  EXPECT_TRUE(end.ML2 == 10000 * kEditedSpacingOwt && end.ML3 == end.ML2);
   EXPECT_TRUE(sor->KeyEvents->ELMP2 == end.EPT && sor->KeyEvents->RLMP2 == end.EPT);
   // Even if the marker reaches far, the peak of the next event is not its own.
   TSorBlockKeyEvents1E& splice = sor->KeyEvents->EventAt(1);
@@ -103,7 +103,7 @@ TEST(EventMeasure, LossReflectanceAndShape) {
   EXPECT_EQ(RefEventRecalculate(sor.get(), sor->KeyEvents, 1), 1);
   EXPECT_EQ(splice.ML4, 7) << "only the first of all";
   EXPECT_EQ(RefEventRecalculate(sor.get(), sor->KeyEvents, 0), 0);
-  EXPECT_NEAR(splice.ML4, 3000 * kSpacingOwt, 3 * kSpacingOwt);
+  EXPECT_NEAR(splice.ML4, 3000 * kEditedSpacingOwt, 3 * kEditedSpacingOwt);
 }
 
 // The same alone as with all other events, whose sections it shares or does not share.
@@ -178,8 +178,8 @@ TEST(EventMeasure, MarkersAndTheComparisonsView) {
   const auto sor = LinkWithEvents();
   TSorBlockKeyEvents1E& connector = sor->KeyEvents->EventAt(2);
   RefEventMarkerR(sor.get(), &connector);
-  EXPECT_EQ(connector.EPT, 5999 * kSpacingOwt);  // the last point below half of the rise
-  EXPECT_EQ(connector.ML2, (6000 + 150 + 3) * kSpacingOwt);
+  EXPECT_EQ(connector.EPT, 5999 * kEditedSpacingOwt);  // the last point below half of the rise
+  EXPECT_EQ(connector.ML2, (6000 + 150 + 3) * kEditedSpacingOwt);
   for (const double leastDb : {0.5, 4.1}) {  // over the level at ML1, ten points before
     connector.ML4 = 0;
     EXPECT_EQ(RefEventIsEventRFTSReflective(sor.get(), &connector, leastDb), leastDb < 4.0);
@@ -194,7 +194,7 @@ TEST(EventTable, AddsByTimeAndRefusesWhatIsOutside) {
   EXPECT_EQ(RefEventAdd(sor.get(), twin, 0), 2) << "behind the event of the same time";
   EXPECT_EQ(RefEventGetNextEvent(sor.get(), &sor->KeyEvents->EventAt(1)), twin);
   EXPECT_EQ(RefEventGetNextEvent(sor.get(), &sor->KeyEvents->EventAt(5)), nullptr);
-  const int endOwt = 10000 * kSpacingOwt;
+  const int endOwt = 10000 * kEditedSpacingOwt;
   for (const int owt : {-2, -1, endOwt, endOwt + 1}) {  // one unit before the trace counts as its start
     auto* event = NewEvent(0, 0, 0, 0, 0);
     event->EPT = owt;
@@ -206,7 +206,8 @@ TEST(EventTable, AddsByTimeAndRefusesWhatIsOutside) {
   ExpectInStep(*sor);
   RefEventSORToQRTSync(sor.get());
   ASSERT_EQ(sor->QRTEvents->TNE, 7);
-  EXPECT_EQ(sor->QRTEvents->EventAt(6).ML0, 8110 * kSpacingOwt);  // the order is that of the first marker
+  EXPECT_EQ(sor->QRTEvents->EventAt(6).ML0,
+            8110 * kEditedSpacingOwt);  // the order is that of the first marker
   EXPECT_NEAR(sor->QRTEvents->EventAt(6).EL, 1380 * kSpacingKm * 1000 * kSlopeDbPerKm, 3);
 }
 
@@ -278,7 +279,7 @@ TEST(EventTemplate, CarriesEventsByTheirLength) {
   EXPECT_EQ(current->LnkParams->LandmarkAt(4).REN, 5);
   ASSERT_EQ(current->QRTEvents->TNE, 2);
   EXPECT_EQ(current->QRTEvents->EventAt(1).EC, "DT9999");
-  EXPECT_EQ(current->QRTEvents->EventAt(1).ML1, static_cast<int>(carried(5990 * kSpacingOwt)));
+  EXPECT_EQ(current->QRTEvents->EventAt(1).ML1, static_cast<int>(carried(5990 * kEditedSpacingOwt)));
 }
 
 TEST(EventTemplate, DifferenceOfTwoTraces) {

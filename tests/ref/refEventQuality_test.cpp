@@ -19,22 +19,22 @@ namespace {
 using support::BuildTrace;
 using support::TraceSpec;
 
-constexpr int kSpacingOwt = 50;
+constexpr int kJudgedSpacingOwt = 50;
 
 // Fibre at two levels with a step in the middle, 100 points of pulse, and an event on the step.
 std::unique_ptr<TSorData> Step(double beforeDb, double behindDb, double noiseLin = 0.0) {
   TraceSpec spec;
-  spec.spacingOwt = kSpacingOwt;
+  spec.spacingOwt = kJudgedSpacingOwt;
   spec.pulseNs = 1000;
   spec.level = [=](long i) { return i < 5000 ? beforeDb : i < 9000 ? behindDb : -65.0; };
   spec.noiseLin = noiseLin;
   auto sor = BuildTrace(spec);
   auto* event = new TSorBlockKeyEvents1E;
-  event->EPT = 5000 * kSpacingOwt;
-  event->ML0 = 1000 * kSpacingOwt;
-  event->ML1 = 4900 * kSpacingOwt;
-  event->ML2 = 5100 * kSpacingOwt;
-  event->ML3 = 8900 * kSpacingOwt;
+  event->EPT = 5000 * kJudgedSpacingOwt;
+  event->ML0 = 1000 * kJudgedSpacingOwt;
+  event->ML1 = 4900 * kJudgedSpacingOwt;
+  event->ML2 = 5100 * kJudgedSpacingOwt;
+  event->ML3 = 8900 * kJudgedSpacingOwt;
   event->SetER(-100.0);
   RefEventAdd(sor.get(), event, 0);
   return sor;

@@ -20,8 +20,8 @@ namespace {
 using Scale = TSorBlockQRTParameters;
 
 constexpr double kTableErrorDb = 8e-4;  // largest error of the logarithm, see below
-constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kNotANumber = std::numeric_limits<double>::quiet_NaN();
 
 template <class T>
 std::string BitsOf(T value) {
@@ -79,14 +79,14 @@ TEST(LevelScale, LogarithmOfGivenValues) {
       {2.0f, 150515},      {1000.0f, 1500000},
       {65536.0f, 2408240}, {2e9f, 4650515},
       {2.1e9f, 4661110},   {0.0f, 0},
-      {-5.0f, 0},          {static_cast<float>(kNan), 0},
-      {3e38f, 6665954},    {static_cast<float>(kInf), 6665954},  // held at the largest argument
+      {-5.0f, 0},          {static_cast<float>(kNotANumber), 0},
+      {3e38f, 6665954},    {static_cast<float>(kInfinity), 6665954},  // held at the largest argument
   };
   for (const auto& c : kCases) EXPECT_NEAR(Scale::log500k(c.x), c.units, 12) << c.x;
   EXPECT_EQ(Scale::log500k(2.0f), 150515);
   EXPECT_EQ(Scale::log500k(1000.0f), 1500000);
-  for (double x : {0.0, -1.0, -1e30, kNan}) EXPECT_TRUE(std::isfinite(Scale::log5t(x))) << x;
-  EXPECT_NEAR(Scale::log5t(kInf), 66.65954, 1e-4);
+  for (double x : {0.0, -1.0, -1e30, kNotANumber}) EXPECT_TRUE(std::isfinite(Scale::log5t(x))) << x;
+  EXPECT_NEAR(Scale::log5t(kInfinity), 66.65954, 1e-4);
 }
 
 TEST(LevelScale, StraightThroughZero) {
@@ -135,14 +135,14 @@ TEST(LevelScale, PowerToTheLastBit) {
   EXPECT_EQ(Scale::poww(45.0), Scale::poww(5.0) * 1e8);
   EXPECT_DOUBLE_EQ(Scale::poww(-5.0), 0.1);
   EXPECT_NEAR(Scale::poww(1530.0), 1e306, 1e302);
-  for (double x : {1600.0, 1e18, 1e300, kInf}) EXPECT_EQ(Scale::poww(x), kInf) << x;
-  EXPECT_EQ(Scale::poww(-kInf), 0.0);
-  EXPECT_EQ(Scale::poww(kNan), Scale::poww(0.0));
+  for (double x : {1600.0, 1e18, 1e300, kInfinity}) EXPECT_EQ(Scale::poww(x), kInfinity) << x;
+  EXPECT_EQ(Scale::poww(-kInfinity), 0.0);
+  EXPECT_EQ(Scale::poww(kNotANumber), Scale::poww(0.0));
 }
 
 // Up and down across the ends of all octaves and of both tables, and over values that have no place in them.
 TEST(LevelScale, PowersInARunAreThoseOfEachValue) {
-  std::vector<double> levels = {-5.0, kNan, 12.0, kInf, 12.0, 1e-6};
+  std::vector<double> levels = {-5.0, kNotANumber, 12.0, kInfinity, 12.0, 1e-6};
   for (double tableDb : {0.0, 40.0, 80.0}) {
     for (int units : {0, 30103, 60206, 90309, 100000, 130103, 400000, 690309, 700000, 790309, 800000}) {
       for (double offUnits : {-9000.0, -0.6, -0.4, -1e-7, 0.0, 1e-7, 0.4, 0.6, 9000.0, 0.1, -0.1}) {
@@ -192,7 +192,7 @@ TEST(LevelScale, LevelsAndLinearValues) {
   EXPECT_NEAR(scale.Log5ToLin(-70.0, 0), -1e4, 1.0);  // -20 dB once expanded
   EXPECT_NEAR(scale.Log5ToLin(-70.0, 1), -100.0, 0.01);
   EXPECT_NEAR(scale.Log5ToLin(-59.0), 1.328771, 1e-6);  // on the straight part
-  EXPECT_TRUE(std::isnan(scale.Log5ToLin(kNan)));
+  EXPECT_TRUE(std::isnan(scale.Log5ToLin(kNotANumber)));
   for (double level : {-50.0, -60.0}) EXPECT_EQ(scale.NLogToLog(level), level);
   EXPECT_EQ(scale.NLogToLog(-65.0), -70.0);  // expanded
   EXPECT_EQ(scale.NLogToLog(-65.0f), -70.0f);

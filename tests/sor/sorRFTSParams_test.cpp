@@ -46,7 +46,7 @@ Bytes BytesOfSet(bool enabled, short lossLimit) {
 }
 
 // A block with every field set, and a level whose sets are told apart by their loss limits.
-TSorBlockRFTSParameters SampleBlock() {
+TSorBlockRFTSParameters SampleParameters() {
   TSorBlockRFTSParameters block;
   block.GetBlockThresholdsSet() = SetOf(11);
   TRFTSLevel* level = block.AddLevel();
@@ -65,7 +65,7 @@ TSorBlockRFTSParameters SampleBlock() {
   return block;
 }
 
-Bytes SampleBytes(int revision) {
+Bytes ParameterBytes(int revision) {
   const Bytes neutral(24, '\0');
   const bool hasEelt = revision >= 203;
   Layout layout;
@@ -83,9 +83,9 @@ Bytes SampleBytes(int revision) {
 TEST(RftsParameters, BytesByRevision) {
   for (int revision : {199, 200, 201, 202, 203, 209}) {
     SCOPED_TRACE(revision);
-    TSorBlockRFTSParameters block = SampleBlock();
+    TSorBlockRFTSParameters block = SampleParameters();
     const Bytes bytes = BytesOf(block, static_cast<unsigned short>(revision));
-    EXPECT_EQ(bytes, SampleBytes(revision));
+    EXPECT_EQ(bytes, ParameterBytes(revision));
 
     TSorBlockRFTSParameters back;
     const auto reading = ReadFrom(back, bytes, static_cast<unsigned short>(revision));
@@ -105,14 +105,14 @@ TEST(RftsParameters, BytesByRevision) {
     EXPECT_EQ(back.GetTNUP(), revision >= 202 ? 1 : 0);
     EXPECT_EQ(back.GetUseUParameters(), revision >= 202);
     if (revision >= 203) {
-      EXPECT_EQ(BytesOf(back, 209), SampleBytes(209));
+      EXPECT_EQ(BytesOf(back, 209), ParameterBytes(209));
     }
   }
 }
 
 // Cut anywhere behind a count, there are as many entries, and those that are missing are as new.
 TEST(RftsParameters, EveryTruncationKeepsTheCounts) {
-  const Bytes whole = SampleBytes(203), set = BytesOfSet(true, 21);
+  const Bytes whole = ParameterBytes(203), set = BytesOfSet(true, 21);
   const size_t levels = whole.find(Layout().Short(2).Short(1).Text("FAIL ").bytes()) + 2;
   const size_t sets = whole.find(set + Layout().Short(2).bytes()) + set.size() + 2;
   const size_t parameters = whole.size() - Layout().Text("AutoLT").Long(0).Short(0).bytes().size();
@@ -135,7 +135,7 @@ TEST(RftsParameters, EveryTruncationKeepsTheCounts) {
 }
 
 TEST(RftsParameters, CountsBeyondTheDataAreKept) {
-  Bytes bytes = SampleBytes(203);
+  Bytes bytes = ParameterBytes(203);
   const size_t levels = bytes.find(Layout().Short(2).Short(1).Text("FAIL ").bytes());
   ASSERT_NE(levels, Bytes::npos);
   bytes.replace(levels, 2, "\xFF\xFF");
@@ -161,7 +161,7 @@ std::string ThrownBy(Action&& action) {
 }
 
 TEST(RftsParameters, ThrownTexts) {
-  TSorBlockRFTSParameters block = SampleBlock();
+  TSorBlockRFTSParameters block = SampleParameters();
   for (TSorBlock* part : {static_cast<TSorBlock*>(&block), static_cast<TSorBlock*>(block.GetLevel(0)),
                           static_cast<TSorBlock*>(&block.BlockThresholdsSet),
                           static_cast<TSorBlock*>(&block.BlockThresholdsSet.LT)}) {
@@ -276,17 +276,17 @@ TEST(RftsParameters, SetsFollowTheEventTable) {
 }
 
 TEST(RftsParameters, CopiesAreDeep) {
-  TSorBlockRFTSParameters original = SampleBlock();
+  TSorBlockRFTSParameters original = SampleParameters();
   TSorBlockRFTSParameters copy;
   copy.Assign(static_cast<const TSorBlock&>(original));
   copy.Assign(copy);
   original.Clear();
   original.SetTNUP(0);
-  EXPECT_EQ(BytesOf(copy, 209), SampleBytes(209));
+  EXPECT_EQ(BytesOf(copy, 209), ParameterBytes(209));
 }
 
 TEST(RftsParameters, DumpShowsTheCountForTheLevelInForce) {
-  TSorBlockRFTSParameters block = SampleBlock();
+  TSorBlockRFTSParameters block = SampleParameters();
   block.SetActiveLevel(0);
   const std::string dump = DumpOf(block);
   for (const char* line : {"ActiveLevel=2\n", "TNL  = 2\n", "LevelName= 'FAIL '", "AbsoluteThreshold= 22",

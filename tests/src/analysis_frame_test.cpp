@@ -8,7 +8,7 @@
 
 namespace {
 
-support::TraceSpec Link() {
+support::TraceSpec FramedLink() {
   support::TraceSpec spec;
   spec.points = 8000;
   spec.spacingOwt = 50.0;
@@ -47,7 +47,7 @@ TEST(AnalysisFrame, OneStampStandsAtTheEndOfTheSoftwareRevision) {
       {"VA=170330", "VA=170330 VA=170330"},
   };
   for (const auto& c : kCases) {
-    support::TraceSpec spec = Link();
+    support::TraceSpec spec = FramedLink();
     spec.points = 300;
     const auto trace = support::BuildTrace(spec);
     trace->SupParams->SR = c.before;
@@ -57,8 +57,8 @@ TEST(AnalysisFrame, OneStampStandsAtTheEndOfTheSoftwareRevision) {
 }
 
 TEST(AnalysisFrame, TheUsersOffsetChangesNoEvent) {
-  const auto plain = support::BuildTrace(Link());
-  const auto offset = support::BuildTrace(Link());
+  const auto plain = support::BuildTrace(FramedLink());
+  const auto offset = support::BuildTrace(FramedLink());
   offset->GenParams->UO = 12345;
   Analyse(*plain);
   Analyse(*offset);
@@ -68,8 +68,8 @@ TEST(AnalysisFrame, TheUsersOffsetChangesNoEvent) {
 }
 
 TEST(AnalysisFrame, EndsOnlyKeepsTheFirstAndTheLastEvent) {
-  const auto all = support::BuildTrace(Link());
-  const auto ends = support::BuildTrace(Link());
+  const auto all = support::BuildTrace(FramedLink());
+  const auto ends = support::BuildTrace(FramedLink());
   Analyse(*all);
   Analyse(*ends, nullptr, cmdAnalyseEndsOnly);
   const std::vector<int> times = EventTimes(*all);
@@ -87,7 +87,7 @@ TEST(AnalysisFrame, ThresholdsComeFromTheTraceOrFromTheHost) {
       {-40.0, -50.0, -50.0}, {-40.0, -64.5, -80.0}, {-40.0, -64.49, -64.49},
   };
   for (const auto& c : kCases) {
-    const auto trace = support::BuildTrace(Link());
+    const auto trace = support::BuildTrace(FramedLink());
     trace->FxdParams->SetLT(0.35);
     trace->FxdParams->SetRT(c.storedRef);
     trace->FxdParams->SetET(5.0);
@@ -109,7 +109,7 @@ TEST(AnalysisFrame, ThresholdsComeFromTheTraceOrFromTheHost) {
 }
 
 TEST(AnalysisFrame, AutomatTakesTheTracesThresholdsLiterally) {
-  const auto trace = support::BuildTrace(Link());
+  const auto trace = support::BuildTrace(FramedLink());
   trace->FxdParams->SetLT(0.35);
   trace->QRTParams->SetCT(0.75);
   trace->QRTParams->SetFlagFilter(1);
@@ -134,12 +134,12 @@ TEST(AnalysisFrame, AFilteredTraceIsAnalysedOnItsRawPoints) {
       {"flagged, raw points lost", true, false, true, false},
       {"not flagged", false, true, true, false},
   };
-  const auto raw = support::BuildTrace(Link());
+  const auto raw = support::BuildTrace(FramedLink());
   Analyse(*raw);
   ASSERT_GE(raw->KeyEvents->TNKE, 3);
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.what);
-    const auto trace = support::BuildTrace(Link());
+    const auto trace = support::BuildTrace(FramedLink());
     trace->QRTParams->SetFlagFilter(c.isFlagged ? 1 : 0);
     if (c.hasBackup) trace->DataPtsBackup = new TSorBlockDataPoints(*trace->DataPts);
     for (long i = 0; c.isFlattened && i < trace->DataPts->GetPointsNum(); ++i)
@@ -155,7 +155,7 @@ TEST(AnalysisFrame, AFilteredTraceIsAnalysedOnItsRawPoints) {
 }
 
 TEST(AnalysisFrame, ATraceWithoutScaleKeepsItsEvents) {
-  const auto trace = support::BuildTrace(Link());
+  const auto trace = support::BuildTrace(FramedLink());
   Analyse(*trace);
   const std::vector<int> times = EventTimes(*trace);
   trace->FxdParams->DS[0] = 0;

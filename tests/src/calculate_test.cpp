@@ -12,7 +12,7 @@
 namespace {
 
 // A link of 6 km with a launch peak, a splice and an open end.
-support::TraceSpec Link() {
+support::TraceSpec CalculatedLink() {
   support::TraceSpec spec;
   spec.points = 8000;
   spec.spacingOwt = 50.0;
@@ -35,7 +35,7 @@ int Calculated(TAuto& analysis, TSorData& trace) {
 }
 
 TEST(Calculate, SettlesTheScaleOfTheTrace) {
-  const auto trace = support::BuildTrace(Link());
+  const auto trace = support::BuildTrace(CalculatedLink());
   Bandwidth(*trace, 500);
   TAuto a;
   ASSERT_EQ(Calculated(a, *trace), 1);
@@ -57,7 +57,7 @@ TEST(Calculate, SettlesTheScaleOfTheTrace) {
 }
 
 TEST(Calculate, AFibreDoesNotEndAtASplice) {
-  const auto trace = support::BuildTrace(Link());
+  const auto trace = support::BuildTrace(CalculatedLink());
   Bandwidth(*trace, 500);
   TAuto a;
   a.th.THEnd = 0.5;
@@ -67,8 +67,8 @@ TEST(Calculate, AFibreDoesNotEndAtASplice) {
 }
 
 TEST(Calculate, AFilteredTraceHasLessNoiseAndAWiderPulse) {
-  const auto raw = support::BuildTrace(Link());
-  const auto smooth = support::BuildTrace(Link());
+  const auto raw = support::BuildTrace(CalculatedLink());
+  const auto smooth = support::BuildTrace(CalculatedLink());
   for (TSorData* trace : {raw.get(), smooth.get()}) Bandwidth(*trace, 500);
   smooth->QRTParams->SetFlagFilter(1);
   TAuto plain, filtered;
@@ -93,7 +93,7 @@ TEST(Calculate, RefusesWhatHasNoScale) {
       {"no points", [](TSorData& t) { t.DataPts->Assign(TSorBlockDataPoints()); }},
   };
   for (const auto& c : kCases) {
-    const auto trace = support::BuildTrace(Link());
+    const auto trace = support::BuildTrace(CalculatedLink());
     Bandwidth(*trace, 500);
     c.spoil(*trace);
     trace->FxdParams->SetLT(0.123);
@@ -115,7 +115,7 @@ TEST(Calculate, EndsWhateverTheTimeBaseSays) {
   const auto anyShort = [&] { return kShorts[noise.Integer(0, 6)]; };
   int analysed = 0;
   for (int round = 0; round < 150; ++round) {
-    support::TraceSpec spec = Link();
+    support::TraceSpec spec = CalculatedLink();
     spec.points = 3000;
     spec.noiseDb = round % 3 == 0 ? 2.0 : 0.01;
     const auto trace = support::BuildTrace(spec);

@@ -18,9 +18,9 @@ using support::TraceSpec;
 
 // A fibre of 12 km: a connector, a splice, and a reflecting end; a point is about a metre, the pulse 10
 // points.
-constexpr long kConnector = 4000, kSplice = 8000, kEnd = 12000;
+constexpr long kConnector = 4000, kSplice = 8000, kFibreEnd = 12000;
 
-TraceSpec Fibre(long endPoint = kEnd) {
+TraceSpec ComparedFibre(long endPoint = kFibreEnd) {
   TraceSpec spec;
   spec.points = 16000;
   spec.spacingOwt = 50.0;
@@ -55,12 +55,12 @@ TShortThreshold Absolute(double limit) {
 }
 
 std::unique_ptr<TSorData> MakeBaseline() {
-  auto base = support::BuildTrace(Fibre());
+  auto base = support::BuildTrace(ComparedFibre());
   base->FxdParams->SetRT(-60.0);
   AddEvent(*base, 0, 0, kConnector, "0F9999");
   AddEvent(*base, kConnector, 0, kSplice, "0F9999");
-  AddEvent(*base, kSplice, kConnector, kEnd, "0F9999");
-  AddEvent(*base, kEnd, kSplice, kEnd + 800, "1E9999");
+  AddEvent(*base, kSplice, kConnector, kFibreEnd, "0F9999");
+  AddEvent(*base, kFibreEnd, kSplice, kFibreEnd + 800, "1E9999");
   RefEventRecalculate(base.get(), base->KeyEvents, 0);
   auto* level = new TRFTSLevel();
   level->SetName("main");
@@ -104,12 +104,12 @@ std::string Flags(const TSorData& current) {
 }
 
 TraceSpec Dead() {
-  TraceSpec spec = Fibre();
+  TraceSpec spec = ComparedFibre();
   spec.level = [](long i) { return i < 60 ? -10.0 : -44.0 - 0.5 * static_cast<double>(i % 3); };
   return spec;
 }
 TraceSpec OtherNoise() {
-  TraceSpec spec = Fibre();
+  TraceSpec spec = ComparedFibre();
   spec.seed = 77;
   return spec;
 }
@@ -123,13 +123,13 @@ TEST(Compare, SaysWhatHappenedToTheFibre) {
     const char* flags;
   } kCases[] = {
       {"nothing", OtherNoise(), mrCompared, false, "- m m m"},
-      {"loss at the splice", Fibre().Step(kSplice, 0.4), mrCompared, true, "- m mf m"},
-      {"less loss at the splice", Fibre().Step(kSplice, -0.3), mrCompared, false, "- m m m"},
-      {"a new splice", Fibre().Step(6000, 0.5), mrCompared, true, "- m n m m"},
-      {"a new connector", Fibre().Step(10000, 0.5).Peak(10000, 5.0), mrCompared, true, "- m m n m"},
-      {"a break before the first event", Fibre(2500), mrFibreBreak, true, "- nb"},
-      {"a break between events", Fibre(6000), mrFibreBreak, true, "- m nb"},
-      {"a break in the last section", Fibre(10000), mrFibreBreak, true, "- m m nb"},
+      {"loss at the splice", ComparedFibre().Step(kSplice, 0.4), mrCompared, true, "- m mf m"},
+      {"less loss at the splice", ComparedFibre().Step(kSplice, -0.3), mrCompared, false, "- m m m"},
+      {"a new splice", ComparedFibre().Step(6000, 0.5), mrCompared, true, "- m n m m"},
+      {"a new connector", ComparedFibre().Step(10000, 0.5).Peak(10000, 5.0), mrCompared, true, "- m m n m"},
+      {"a break before the first event", ComparedFibre(2500), mrFibreBreak, true, "- nb"},
+      {"a break between events", ComparedFibre(6000), mrFibreBreak, true, "- m nb"},
+      {"a break in the last section", ComparedFibre(10000), mrFibreBreak, true, "- m m nb"},
       {"a dead fibre", Dead(), mrNoLink, false, "-"},
   };
   for (const auto& c : kCases) {
@@ -165,7 +165,7 @@ TEST(Compare, TwoAcquisitionsOfOneFibreAreAlike) {
     int offset;
   } kCases[] = {
       {40.0, 1.468, 0}, {50.0, 1.471, 0}, {62.5, 1.462, 0}, {50.0, 1.468, 7000}, {45.0, 1.465, -3000}};
-  const TraceSpec fibre = Fibre();
+  const TraceSpec fibre = ComparedFibre();
   for (const auto& c : kCases) {
     SCOPED_TRACE(testing::Message() << c.spacing << " " << c.groupIndex << " " << c.offset);
     TraceSpec spec = OtherNoise();
@@ -191,7 +191,7 @@ TEST(Compare, TwoAcquisitionsOfOneFibreAreAlike) {
 }
 
 TEST(Compare, ARecheckHoldsTheSameEventsAgainstOtherLimits) {
-  const auto base = MakeBaseline(), current = support::BuildTrace(Fibre(10000).Step(kConnector, 0.4));
+  const auto base = MakeBaseline(), current = support::BuildTrace(ComparedFibre(10000).Step(kConnector, 0.4));
   ASSERT_EQ(Compare(*base, *current), mrFibreBreak);
   ASSERT_EQ(Flags(*current), "- mf m nb");
   base->RFTSParams->GetLevel(0)->GetThresholdsSet(1)->SetLT(Relative(1.0));
@@ -210,7 +210,7 @@ TEST(Compare, ARecheckHoldsTheSameEventsAgainstOtherLimits) {
 
 TEST(Compare, AnEventOutsideMonitoringIsMeasuredAndNotChecked) {
   const auto base = MakeBaseline();
-  const auto current = support::BuildTrace(Fibre().Step(kConnector, 0.4).Step(kSplice, 0.4));
+  const auto current = support::BuildTrace(ComparedFibre().Step(kConnector, 0.4).Step(kSplice, 0.4));
   base->RFTSParams->GetLevel(0)->GetThresholdsSet(1)->Disable();
   auto* landmark = new TSorBlockLinkParamLandmark();
   landmark->LML = base->KeyEvents->EventAt(1).EPT + 500;
@@ -246,7 +246,7 @@ TEST(Compare, SettingsComeFromTheBaseline) {
   const std::pair<short, double> kLinkKm[] = {{300, 0.5},  {301, 1.0},   {1000, 1.0},
                                               {3000, 1.5}, {10000, 2.5}, {20000, 5.0}};
   for (const auto& [pulseNs, linkKm] : kLinkKm) {
-    TraceSpec spec = Fibre();
+    TraceSpec spec = ComparedFibre();
     spec.pulseNs = pulseNs;
     const auto base = support::BuildTrace(spec);
     Set(*base, " EventRT ", 0.5);
@@ -380,7 +380,7 @@ TEST(Compare, WhatCannotBeANewEventLeavesNoTrace) {
       {"nothing is searched", [](TSorData& base) { base.QRTEvents->TNE = 0; }},
   };
   for (const auto& [why, change] : kCases) {
-    const auto base = MakeBaseline(), current = support::BuildTrace(Fibre().Step(6000, 0.5));
+    const auto base = MakeBaseline(), current = support::BuildTrace(ComparedFibre().Step(6000, 0.5));
     change(*base);
     EXPECT_EQ(Compare(*base, *current), mrCompared);
     EXPECT_EQ(Flags(*current), "- mf m m") << why;  // its loss counts as that of the event before the section
@@ -413,7 +413,7 @@ TEST(Compare, EndToEndLossMayFallFromItsBaselineNoMoreThanRise) {
 }
 
 TEST(Compare, ASectionByItselfLiesBetweenStraightFibres) {
-  const auto trace = support::BuildTrace(Fibre());
+  const auto trace = support::BuildTrace(ComparedFibre());
   const std::vector<float> raw = support::Levels(*trace);
   TAuto().IsolateSection(trace.get(), trace->NumToOwt(5000), trace->NumToOwt(7000), 0.3);
   for (const long point : {3000L, 7000L})
@@ -440,7 +440,7 @@ TEST(Compare, BrokenRecordsEnd) {
       [](TSorData& base) { base.KeyEvents->EventAt(2).EPT = -kFar, base.KeyEvents->EventAt(2).EC = "1"; },
   };
   for (const auto& breakIt : kBreaks) {
-    const auto base = MakeBaseline(), current = support::BuildTrace(Fibre(9000));
+    const auto base = MakeBaseline(), current = support::BuildTrace(ComparedFibre(9000));
     Set(*base, "NoLinkDeltaDB", 1e5);
     breakIt(*base);
     const int result = Compare(*base, *current);

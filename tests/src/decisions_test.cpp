@@ -16,7 +16,7 @@ using reflyze::Decision;
 using reflyze::Stage;
 
 // A link of 6 km with a launch peak, a splice, a connector and an open end.
-support::TraceSpec Link() {
+support::TraceSpec DecidedLink() {
   support::TraceSpec spec;
   spec.points = 8000;
   spec.spacingOwt = 50.0;
@@ -53,10 +53,10 @@ TEST(Decisions, SayWhereEachSearchFindsTheEndAndChangeNothing) {
     SCOPED_TRACE(direct ? "direct search" : "search from the filter's events");
     TTH thresholds;
     thresholds.noShortAnalysis = direct ? 1 : 0;
-    const auto plain = support::BuildTrace(Link());
+    const auto plain = support::BuildTrace(DecidedLink());
     TAuto().AnalysisSorData(plain.get(), &thresholds);
 
-    const auto trace = support::BuildTrace(Link());
+    const auto trace = support::BuildTrace(DecidedLink());
     Listener listener;
     TAuto engine;
     engine.decisions = &listener;
@@ -76,7 +76,7 @@ TEST(Decisions, SayWhereEachSearchFindsTheEndAndChangeNothing) {
 
 // Thresholds that are taken literally drop the splice, and say by how much it fails them.
 TEST(Decisions, ADroppedEventNamesWhatItMeasuredAndTheLimit) {
-  const auto trace = support::BuildTrace(Link());
+  const auto trace = support::BuildTrace(DecidedLink());
   Listener listener;
   TAuto engine;
   engine.decisions = &listener;

@@ -11,7 +11,7 @@ namespace {
 
 using support::Analyser;
 
-support::TraceSpec Fibre(long points = 8000) {
+support::TraceSpec SearchedFibre(long points = 8000) {
   support::TraceSpec spec;
   spec.points = points;
   spec.spacingOwt = 50.0;  // about a metre
@@ -37,13 +37,13 @@ struct EventCase {
 
 std::vector<EventCase> EventCases() {
   return {
-      {"nothing", Fibre(), 0, 0},
-      {"loss far out", Fibre().Step(5000, 0.5), 1, 5000},
-      {"loss close to the start", Fibre().Step(400, 0.5), 1, 400},
-      {"gain", Fibre().Step(5000, -0.5), -1, 5000},
-      {"reflection", Fibre().Peak(5000, 5.0), -1, 5000},
-      {"less than the noise", Fibre().Step(5000, 0.01), 0, 0},
-      {"first of two", Fibre().Step(3000, 0.4).Step(6000, 0.8), 1, 3000},
+      {"nothing", SearchedFibre(), 0, 0},
+      {"loss far out", SearchedFibre().Step(5000, 0.5), 1, 5000},
+      {"loss close to the start", SearchedFibre().Step(400, 0.5), 1, 400},
+      {"gain", SearchedFibre().Step(5000, -0.5), -1, 5000},
+      {"reflection", SearchedFibre().Peak(5000, 5.0), -1, 5000},
+      {"less than the noise", SearchedFibre().Step(5000, 0.01), 0, 0},
+      {"first of two", SearchedFibre().Step(3000, 0.4).Step(6000, 0.8), 1, 3000},
   };
 }
 
@@ -71,7 +71,7 @@ TEST(EventSearch, SplitsALineAtItsEvent) {
 }
 
 TEST(EventSearch, ShortLinesAreLeftAlone) {
-  Analyser bench(Fibre().Step(1005, 3.0));
+  Analyser bench(SearchedFibre().Step(1005, 3.0));
   UseWholeTrace(bench, 1000, 1000 + bench.analysis.th.MinPin - 1);
   TEventLine& line = *bench.analysis.lines->GetData(0);
   line.P[0] = 5.0;
@@ -81,7 +81,7 @@ TEST(EventSearch, ShortLinesAreLeftAlone) {
 }
 
 TEST(EventSearch, ALineInTheNoiseHasNoEvents) {
-  support::TraceSpec spec = Fibre();
+  support::TraceSpec spec = SearchedFibre();
   spec.startDb = -42.0;
   Analyser bench(spec.Step(4000, 2.0));
   long pos = 0;

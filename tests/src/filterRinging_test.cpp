@@ -17,11 +17,11 @@ using support::Noise;
 using support::ReceivedLight;
 using support::ScannedLight;
 
-constexpr long kAt = 2000;
+constexpr long kRingingAt = 2000;
 
 // --- Ringing ---
 
-int RingsUntil(ScannedLight& light, long at = kAt) {
+int RingsUntil(ScannedLight& light, long at = kRingingAt) {
   return light.filter.ZvonDetect(static_cast<int>(at), static_cast<int>(light.last),
                                  static_cast<float>(light.filter.pulseFallPoints), static_cast<int>(light.w1),
                                  light.limit);
@@ -59,13 +59,13 @@ TEST(Ringing, IsFoundWithItsPeriodAndItsEnd) {
       };
       for (const Wave& wave : kWaves) {
         for (double noise : {0.0, 0.2}) {
-          ScannedLight light(Made(-35.0, 2, noise).Add(kAt, wave));
+          ScannedLight light(Made(-35.0, 2, noise).Add(kRingingAt, wave));
           const int end = RingsUntil(light);
           const double visible = VisiblePoints(wave, light.limit);
           const auto story = testing::Message()
                              << period << " points, amplitude " << amplitude << ", tail " << wave.tail;
-          EXPECT_GT(end, std::min(kAt + visible / 3, kPoints - 2 * period)) << story;
-          EXPECT_LT(end, std::min(kAt + visible + 2 * period, kPoints - 0.5)) << story;
+          EXPECT_GT(end, std::min(kRingingAt + visible / 3, kPoints - 2 * period)) << story;
+          EXPECT_LT(end, std::min(kRingingAt + visible + 2 * period, kPoints - 0.5)) << story;
           EXPECT_NEAR(static_cast<double>(light.filter.result.ringCount), period, 0.15 * period) << story;
         }
       }
@@ -79,7 +79,7 @@ TEST(Ringing, NotesItsDecayOnce) {
   for (double period : {8.0, 14.0, 20.0, 40.0, 60.0}) {
     for (double fade : {1.5, 2.0}) {
       const Wave wave{2.0, period, fade * period, 4.0, period / 2};
-      ScannedLight light(Made(-35.0, 6, 0.0).Add(kAt, wave));
+      ScannedLight light(Made(-35.0, 6, 0.0).Add(kRingingAt, wave));
       AutoFilterResultData& result = light.filter.result;
       if (RingsUntil(light) == 0 || result.ringLevel == 0.0F) continue;
       ++measured;
@@ -106,26 +106,28 @@ TEST(Ringing, DiesAtTheThirdCrestOnlyOutOfRhythm) {
       return kHeight * std::pow(kFade, std::min(std::round(cycles), 2.0)) *
              (1.0 + std::cos(2.0 * M_PI * cycles)) / 2.0;
     };
-    ScannedLight light(Made(-35.0, 2, 0.0).Add(kAt, wave));
-    EXPECT_NEAR(RingsUntil(light), kAt + periods * kPeriod, 4.0) << thirdFall;
+    ScannedLight light(Made(-35.0, 2, 0.0).Add(kRingingAt, wave));
+    EXPECT_NEAR(RingsUntil(light), kRingingAt + periods * kPeriod, 4.0) << thirdFall;
     EXPECT_NEAR(static_cast<double>(light.filter.result.ringCount), kPeriod, 8.0) << thirdFall;
   }
 }
 
 TEST(Ringing, IsNotWhatIsNoWave) {
   ReceivedLight train = Made(-35.0, 10, 0.0);
-  for (long k = 0; k < 5; ++k) train.Reflection(kAt + 60 * k, 8.0 - static_cast<double>(k));
+  for (long k = 0; k < 5; ++k) train.Reflection(kRingingAt + 60 * k, 8.0 - static_cast<double>(k));
   const struct {
     const char* what;
     ReceivedLight light;
     long at;
   } kCases[] = {
-      {"a tail", Made(-35.0, 10, 0.0).Receiver(20.0).Reflection(kAt, 12.0), kAt},
-      {"a noisy tail", Made(-42.0, 10, 0.3).Receiver(20.0).Reflection(kAt, 8.0), kAt},
-      {"plain fibre in noise", Made(-44.0, 10, 0.4), kAt},
-      {"pulses on flat ground", train, kAt},
-      {"two reflections", Made(-35.0, 10, 0.0).Reflection(kAt, 8.0).Reflection(kAt + 40, 8.0), kAt},
-      {"a period of three points", Made(-35.0, 2, 0.0).Add(kAt, Wave{10.0, 3.0, 3.0, 0.0, 1.0}), kAt},
+      {"a tail", Made(-35.0, 10, 0.0).Receiver(20.0).Reflection(kRingingAt, 12.0), kRingingAt},
+      {"a noisy tail", Made(-42.0, 10, 0.3).Receiver(20.0).Reflection(kRingingAt, 8.0), kRingingAt},
+      {"plain fibre in noise", Made(-44.0, 10, 0.4), kRingingAt},
+      {"pulses on flat ground", train, kRingingAt},
+      {"two reflections", Made(-35.0, 10, 0.0).Reflection(kRingingAt, 8.0).Reflection(kRingingAt + 40, 8.0),
+       kRingingAt},
+      {"a period of three points", Made(-35.0, 2, 0.0).Add(kRingingAt, Wave{10.0, 3.0, 3.0, 0.0, 1.0}),
+       kRingingAt},
       {"a wave without trace behind it",
        Made(-35.0, 2, 0.0).Add(kPoints - 30, Wave{10.0, 20.0, 20.0, 0.0, 1.0}), kPoints - 30},
   };
@@ -140,8 +142,8 @@ TEST(Ringing, IsNotWhatIsNoWave) {
 
 long SecondOf(const ReceivedLight& light) {
   ScannedLight scanned(light);
-  const long second = scanned.filter.DoubleRDetect(kAt, scanned.recover, scanned.w2, scanned.limit);
-  return second == 0 ? 0 : second - kAt;
+  const long second = scanned.filter.DoubleRDetect(kRingingAt, scanned.recover, scanned.w2, scanned.limit);
+  return second == 0 ? 0 : second - kRingingAt;
 }
 
 TEST(DoubleReflection, IsFoundWhereItParts) {
@@ -151,7 +153,7 @@ TEST(DoubleReflection, IsFoundWhereItParts) {
         for (double noise : {0.0, 0.2}) {
           const long gap = static_cast<long>(share * static_cast<double>(pulse));
           ReceivedLight light = Made(-35.0, pulse, noise, 7).Slope(0.0002);
-          light.Reflection(kAt, 5.0).Reflection(kAt + gap, nextDb);
+          light.Reflection(kRingingAt, 5.0).Reflection(kRingingAt + gap, nextDb);
           EXPECT_NEAR(SecondOf(light), gap - 1, pulse / 6)
               << pulse << " points of pulse, " << nextDb << " dB high";
         }
@@ -166,7 +168,7 @@ TEST(DoubleReflection, ShowsInALongWeakTop) {
   for (long pulse : {20L, 60L}) {
     for (double noise : {0.0, 0.1}) {
       const long second =
-          SecondOf(Made(-43.0, pulse, noise, 7).Slope(0.0002).Reflection(kAt, 2.0, 2 * pulse));
+          SecondOf(Made(-43.0, pulse, noise, 7).Slope(0.0002).Reflection(kRingingAt, 2.0, 2 * pulse));
       EXPECT_NEAR(second, pulse, 4) << pulse;
     }
   }
@@ -178,7 +180,7 @@ TEST(DoubleReflection, IsNotASingleOne) {
       for (double heightDb : {1.0, 5.0, 12.0}) {
         for (std::uint32_t seed = 1; seed <= 5; ++seed) {
           ReceivedLight light =
-              Made(-38.0, pulse, 0.1, seed).Receiver(receiver).Slope(0.0002).Reflection(kAt, heightDb);
+              Made(-38.0, pulse, 0.1, seed).Receiver(receiver).Slope(0.0002).Reflection(kRingingAt, heightDb);
           EXPECT_EQ(SecondOf(light), 0)
               << receiver << ' ' << pulse << " points, " << heightDb << " dB, seed " << seed;
         }
@@ -218,9 +220,9 @@ TEST(Echo, IsAReflectionThatNothingElseExplains) {
   for (long pulse : {1L, 10L}) {
     for (const auto& c : kCases) {
       ReceivedLight made = Made(-40.0, pulse, 0.1).Slope(0.0002);
-      made.Reflection(1000, 22.0).Loss(kAt + pulse, c.lossDb).Reflection(kAt, c.heightDb);
+      made.Reflection(1000, 22.0).Loss(kRingingAt + pulse, c.lossDb).Reflection(kRingingAt, c.heightDb);
       ScannedLight light(made);
-      TFEvent source = Seen(light, 1000, pulse, c.sourceType), echo = Seen(light, kAt, pulse, 'r');
+      TFEvent source = Seen(light, 1000, pulse, c.sourceType), echo = Seen(light, kRingingAt, pulse, 'r');
       EXPECT_EQ(light.filter.isGost(light.sor.get(), &source, &echo), c.isEcho) << c.what << ", " << pulse;
       echo.gradeUp = echo.gradeDown = 0;
       EXPECT_FALSE(light.filter.isGost(light.sor.get(), &source, &echo)) << "nothing to be an echo";

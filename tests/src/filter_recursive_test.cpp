@@ -20,7 +20,7 @@ using support::Levels;
 using support::Noise;
 using support::TraceSpec;
 
-constexpr double kTableDb = 0.002;  // rounding of the level scale on the way to linear power and back
+constexpr double kScaleRoundingDb = 0.002;  // rounding of the level scale on the way to linear power and back
 
 double Power(double db) { return std::pow(10.0, db / 5.0); }
 double Level(double power) { return 5.0 * std::log10(power); }
@@ -59,15 +59,15 @@ TEST(FastFilter, AnswersToAStepWithTheExponentialOfItsLength) {
       const double kept = Kept(*sor, filterLevel);
       ASSERT_GT(kept, 0.05);
       SCOPED_TRACE(::testing::Message() << filterLevel << ", " << highDb);
-      EXPECT_NEAR(sor->NumTofLevel(199), -20.0, kTableDb);
+      EXPECT_NEAR(sor->NumTofLevel(199), -20.0, kScaleRoundingDb);
       for (long i = 200; i < 215; ++i) {
         const double share = std::pow(kept, i - 199.0);
         const double powerThere = Power(highDb) + (Power(-20.0) - Power(highDb)) * share;
         const double expectedDb = Level(powerThere);
         if (std::fabs(expectedDb - highDb) < 0.1) break;  // goes on in levels from here
-        EXPECT_NEAR(sor->NumTofLevel(i), expectedDb, kTableDb) << i;
+        EXPECT_NEAR(sor->NumTofLevel(i), expectedDb, kScaleRoundingDb) << i;
       }
-      EXPECT_NEAR(sor->NumTofLevel(399), highDb, kTableDb);
+      EXPECT_NEAR(sor->NumTofLevel(399), highDb, kScaleRoundingDb);
     }
   }
 }
@@ -168,7 +168,7 @@ TEST_F(HeightFilter, TheDynamicFilterSmoothsTheLinearTraceToo) {
   EXPECT_LT(RoughnessDb(*sor, 1100, 1900), 0.5 * rawDb);
   const float* lin = RefEmbGetLinf(sor.get());
   for (long i = 1; i < 2000; ++i)
-    ASSERT_NEAR(sor->QRTParams->LinToLog5(lin[i]), sor->NumTofLevel(i), kTableDb);
+    ASSERT_NEAR(sor->QRTParams->LinToLog5(lin[i]), sor->NumTofLevel(i), kScaleRoundingDb);
 }
 
 TEST(DynamicFilter, AQuietTraceKeepsItsLevelFromTheFirstPoint) {
@@ -176,7 +176,7 @@ TEST(DynamicFilter, AQuietTraceKeepsItsLevelFromTheFirstPoint) {
   sor->QRTParams->SNL = 32400;
   sor->QRTParams->SetFilterLevel(9.0, 0);
   TSorFilter(sor.get()).DynaF(sor.get());
-  for (long i = 0; i < 400; ++i) ASSERT_NEAR(sor->NumTofLevel(i), -40.0, kTableDb) << i;
+  for (long i = 0; i < 400; ++i) ASSERT_NEAR(sor->NumTofLevel(i), -40.0, kScaleRoundingDb) << i;
 }
 
 // --- Stretches ---
@@ -197,7 +197,7 @@ TEST(StretchFilter, MixesAShareOfTheLowPassIntoTheStretch) {
         const double lacking = c.frac * std::exp((199.0 - static_cast<double>(i)) / tau);
         expectedDb = Level(Power(-20.0) + (Power(-25.0) - Power(-20.0)) * lacking);
       }
-      ASSERT_NEAR(sor->NumTofLevel(i), expectedDb, kTableDb) << i;
+      ASSERT_NEAR(sor->NumTofLevel(i), expectedDb, kScaleRoundingDb) << i;
     }
   }
 }
@@ -258,7 +258,7 @@ TEST_F(ReceiverZero, AnOffsetBehindTheEndIsTakenOut) {
     const float* lin = RefEmbGetLinf(sor.get());
     for (long i = 0; i < spec.points; i += 7) {
       ASSERT_EQ(sor->NumTofLevel(i), sor->DataPtsBackup->numTofLevel(i)) << i;
-      ASSERT_NEAR(sor->NumTofLevel(i), sor->QRTParams->LinToLog5(lin[i]), 2 * kTableDb) << i;
+      ASSERT_NEAR(sor->NumTofLevel(i), sor->QRTParams->LinToLog5(lin[i]), 2 * kScaleRoundingDb) << i;
     }
   }
 }

@@ -11,7 +11,7 @@ using support::Analyser;
 
 constexpr double kSlope = 0.0005;  // dB per point
 
-support::TraceSpec Fibre() {
+support::TraceSpec SteppedFibre() {
   support::TraceSpec spec;
   spec.points = 3000;
   spec.spacingOwt = 50.0;  // the pulse is 10 points
@@ -22,7 +22,7 @@ support::TraceSpec Fibre() {
 // Behind its top a reflection looks like a loss, which may be the larger step of the two: the rise still
 // wins.
 TEST(AnalysisSteps, AReflectionWithLossIsFoundWhereItRises) {
-  Analyser bench(Fibre().Peak(1500, 3.0).Step(1500, 2.0));
+  Analyser bench(SteppedFibre().Peak(1500, 3.0).Step(1500, 2.0));
   long at = -1;
   const double step = bench.analysis.VarPowerTest(0.2, at, 100, 2900, 8, 10, 10, kSlope);
   EXPECT_LT(step, -1.0);
@@ -40,7 +40,7 @@ TEST(AnalysisSteps, ASinglePointBeforeALossIsAGain) {
 }
 
 TEST(AnalysisSteps, ShortOrReversedStretchesHoldNothing) {
-  Analyser bench(Fibre().Step(1500, 5.0));
+  Analyser bench(SteppedFibre().Step(1500, 5.0));
   const long kStretches[][2] = {{1490, 1510}, {1600, 1400}, {-10, -5}, {2999, 3000}};
   for (const auto& stretch : kStretches) {
     float step = 9.0F;

@@ -119,23 +119,24 @@ TEST(AlarmLife, OfTrendsDoesNotEndWithATraceThatShowsNone) {
   EXPECT_EQ(NextTrendAlarms({creeping}, {}, step).at(0).alarm.state, AlarmState::kCleared);
 }
 
-Expected Fibre(Id id, const std::string& instrument, Millis quiet) {
+Expected ExpectedOn(Id id, const std::string& instrument, Millis quiet) {
   return {id, "f" + std::to_string(id), instrument, 900, 1000, quiet, false};
 }
 
 constexpr Millis kLong = 2 * 900000 + 60001, kNow = 100000000;
 
 TEST(Silence, IsOfTheInstrumentWhereAllItsFibresAreSilent) {
-  const Silent one = SilentOf({Fibre(1, "A", kLong), Fibre(2, "A", 1000), Fibre(3, "B", kLong)});
+  const Silent one =
+      SilentOf({ExpectedOn(1, "A", kLong), ExpectedOn(2, "A", 1000), ExpectedOn(3, "B", kLong)});
   EXPECT_TRUE(one.instruments.empty());  // a single fibre does not speak for its instrument
   ASSERT_EQ(one.fibres.size(), 2u);
-  const Silent both = SilentOf({Fibre(1, "A", kLong), Fibre(2, "A", kLong)});
+  const Silent both = SilentOf({ExpectedOn(1, "A", kLong), ExpectedOn(2, "A", kLong)});
   EXPECT_EQ(both.instruments, std::vector<std::string>{"A"});
   EXPECT_TRUE(both.fibres.empty());
 }
 
 TEST(Silence, BecomesOneAlarmAndEndsWithTheNextTrace) {
-  Expected fibre = Fibre(7, "", kLong);
+  Expected fibre = ExpectedOn(7, "", kLong);
   std::vector<AlarmChange> changes = NextSilence({}, {fibre}, kNow);
   ASSERT_EQ(changes.size(), 1u);
   EXPECT_EQ(changes[0].told, Telling::kConfirmed);

@@ -22,9 +22,6 @@ inline Millis SteadyNow() {
 }
 
 // Whether a time is later than any clock can be ahead: one in another time zone is within a day.
-inline bool IsAhead(Millis time, Millis now) {
-  constexpr Millis kAheadMillis = 86400000;
-  return time > now + kAheadMillis;
-}
+inline bool IsAhead(Millis time, Millis now) { return time > now + kMillisPerDay; }
 
 }  // namespace reflyze::watch

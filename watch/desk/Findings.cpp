@@ -5,6 +5,8 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
+#include "watch/store/JsonLine.h"
+
 namespace reflyze::watch {
 namespace {
 
@@ -13,10 +15,6 @@ using nlohmann::json;
 constexpr double kMetresPerKm = 1000.0;
 constexpr double kTwoSided95 = 1.96;
 constexpr double kMajorTimesLimit = 2.0;
-constexpr Millis kMillisPerDay = 86400000;
-
-// Texts of files may hold anything; what is no UTF-8 must not cost the row.
-std::string Written(const json& value) { return value.dump(-1, ' ', false, json::error_handler_t::replace); }
 
 json NumberOrNull(const std::optional<double>& value) { return value ? json(*value) : json(nullptr); }
 
@@ -133,7 +131,7 @@ std::string EventsJson(const Comparison& comparison, const EventTable& baseline)
                     {"reflectance_db", NumberOrNull(event.reflectanceDb)},
                     {"fail", row.fail}});
   }
-  return Written(rows);
+  return JsonLine(rows);
 }
 
 std::vector<EventDay> DaysFrom(const Comparison& comparison, const EventTable& baseline, Millis takenAt) {
@@ -168,24 +166,24 @@ std::string BaselineEventsJson(const EventTable& baseline) {
                     {"loss_db", NumberOrNull(event.lossDb)},
                     {"reflectance_db", NumberOrNull(event.reflectanceDb)}});
   }
-  return Written(rows);
+  return JsonLine(rows);
 }
 
 std::string CardJson(const Card& card) {
-  return Written({{"cable", card.cable},
-                  {"fibre", card.fibre},
-                  {"from", card.from},
-                  {"to", card.to},
-                  {"instrument", card.instrument},
-                  {"serial", card.instrumentSerial},
-                  {"date_utc", card.dateUtc},
-                  {"wavelength_nm", card.wavelengthNm},
-                  {"pulse_ns", card.pulseNs},
-                  {"points", card.points},
-                  {"range_km", card.rangeKm},
-                  {"averages", card.averages}});
+  return JsonLine({{"cable", card.cable},
+                   {"fibre", card.fibre},
+                   {"from", card.from},
+                   {"to", card.to},
+                   {"instrument", card.instrument},
+                   {"serial", card.instrumentSerial},
+                   {"date_utc", card.dateUtc},
+                   {"wavelength_nm", card.wavelengthNm},
+                   {"pulse_ns", card.pulseNs},
+                   {"points", card.points},
+                   {"range_km", card.rangeKm},
+                   {"averages", card.averages}});
 }
 
-std::string SentencesJson(const std::vector<std::string>& sentences) { return Written(json(sentences)); }
+std::string SentencesJson(const std::vector<std::string>& sentences) { return JsonLine(json(sentences)); }
 
 }  // namespace reflyze::watch

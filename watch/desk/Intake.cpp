@@ -15,7 +15,6 @@ namespace reflyze::watch {
 namespace {
 
 constexpr std::size_t kLongestName = 100;
-constexpr Millis kMillisPerSecond = 1000;
 constexpr Millis kClocksBegin = 978307200000;  // 2001: those without a battery begin in 1970, 1980 or 2000
 
 // An instrument that does not know the time, or has it from the future, is taken to have measured now.

@@ -17,6 +17,8 @@
 
 namespace reflyze::watch {
 
+constexpr std::size_t kLargestTrace = 64u << 20;  // bytes, whichever way it comes
+
 // Traces that were read when they came, for whoever compares them next. Few are kept; the store has all.
 class ReadTraces {
  public:

@@ -3,6 +3,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "watch/store/JsonLine.h"
+
 namespace reflyze::watch {
 
 std::vector<AlarmChange> KeepChanges(soci::session& session, std::vector<AlarmChange> changes,
@@ -36,7 +38,7 @@ std::string JsonOf(const Alarm& alarm, const std::string& fibre) {
                                 {"cleared_at", alarm.clearedAt},
                                 {"acknowledged_at", alarm.acknowledgedAt},
                                 {"acknowledged_by", alarm.acknowledgedBy}};
-  return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  return JsonLine(value);
 }
 
 }  // namespace reflyze::watch

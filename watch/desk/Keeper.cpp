@@ -12,7 +12,6 @@
 namespace reflyze::watch {
 namespace {
 
-constexpr Millis kDayMillis = 86400000;
 constexpr std::chrono::milliseconds kBeat{5000};
 
 std::vector<Expected> ExpectedOf(soci::session& session) {
@@ -80,7 +79,7 @@ void Keeper::Run() {
 
 void Keeper::ThinOutSome() {
   if (keepDays_ <= 0) return;
-  const Millis until = (Now() / kDayMillis - keepDays_) * kDayMillis;
+  const Millis until = (Now() / kMillisPerDay - keepDays_) * kMillisPerDay;
   if (until <= thinDay_) return;
   bool more = false;
   shop_.store.Write([&](soci::session& session) { more = ThinOut(session, until); });

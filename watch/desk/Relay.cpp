@@ -3,6 +3,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "watch/store/JsonLine.h"
 #include "watch/store/Store.h"
 
 namespace reflyze::watch {
@@ -10,9 +11,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::chrono::milliseconds kLook{200}, kAway{1000};
-
-std::string Written(const json& value) { return value.dump(-1, ' ', false, json::error_handler_t::replace); }
+constexpr std::chrono::milliseconds kLookToSay{200}, kAway{1000};
 
 }  // namespace
 
@@ -40,7 +39,7 @@ void Relay::Run() {
 }
 
 void Relay::Carry(Wire& wire) {
-  const std::vector<News> news = bus_.After(after_, kLook);
+  const std::vector<News> news = bus_.After(after_, kLookToSay);
   if (!news.empty()) after_ = news.back().number;
   Say(wire, news);
   for (const std::string& text : wire.Hear()) Hear(text);
@@ -51,7 +50,7 @@ void Relay::Say(Wire& wire, const std::vector<News>& news) {
   std::string together;
   for (const News& one : news) {
     if (one.fromOthers) continue;
-    std::string text = Written(json::array({one.kind, one.fibre, one.json}));
+    std::string text = JsonLine(json::array({one.kind, one.fibre, one.json}));
     if (text.size() + 2 > Wire::kMostBytes) text = R"(["missed","","{}"])";
     if (together.size() + text.size() + 2 > Wire::kMostBytes) {
       wire.Say("[" + together + "]");

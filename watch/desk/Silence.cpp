@@ -7,7 +7,6 @@
 namespace reflyze::watch {
 namespace {
 
-constexpr Millis kMillisPerSecond = 1000;
 constexpr Millis kMostGraceMillis = 60000;
 
 bool IsSilent(const Expected& one) {

@@ -12,8 +12,8 @@
 namespace reflyze::watch {
 namespace {
 
-constexpr long kAtOnce = 16;
-constexpr std::chrono::milliseconds kLookAround{1000};
+constexpr long kDeliveriesAtOnce = 16;
+constexpr std::chrono::milliseconds kLookForMail{1000};
 constexpr Millis kFirstPause = 1000;
 
 Millis PauseAfter(int tries) {
@@ -57,7 +57,7 @@ void Teller::Run() {
     } catch (const std::exception& error) {
       Complain("telling of alarms", error);
     }
-    if (!shop_.mail.Wait(seen, kLookAround)) return;
+    if (!shop_.mail.Wait(seen, kLookForMail)) return;
   } while (true);
 }
 
@@ -66,7 +66,7 @@ bool Teller::SendSome() {
   if (!shop_.store.Read([](soci::session& session) { return AnyDue(session, Now()); })) return false;
   std::vector<Delivery> due;
   shop_.store.Write([&](soci::session& session) {
-    due = ClaimDue(session, shop_.store.Kind(), shop_.name, Now(), kAtOnce);
+    due = ClaimDue(session, shop_.store.Kind(), shop_.name, Now(), kDeliveriesAtOnce);
   });
   for (const Delivery& delivery : due) SendOne(delivery);
   return !due.empty();

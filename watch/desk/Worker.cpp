@@ -13,15 +13,15 @@
 #include "watch/desk/Complain.h"
 #include "watch/desk/Findings.h"
 #include "watch/store/Fibres.h"
+#include "watch/store/JsonLine.h"
 
 namespace reflyze::watch {
 namespace {
 
 constexpr long kFibresAtOnce = 4;   // that a worker takes: fewer transactions, and little to lose
 constexpr long kTracesAtOnce = 32;  // of one fibre, after a long time away
-constexpr std::chrono::milliseconds kLookAround{500};  // other centres and folders add work without a bell
+constexpr std::chrono::milliseconds kLookForWork{500};  // other centres and folders add work without a bell
 constexpr std::chrono::milliseconds kStoreAway{1000};
-constexpr Millis kMillisPerDay = 86400000;
 constexpr std::size_t kLatencies = 4096;
 
 }  // namespace
@@ -49,7 +49,7 @@ void Workers::Run(std::size_t own) {
   Round round;
   while (true) {
     const unsigned long seen = shop_.work.Rung();
-    std::chrono::milliseconds patience = kLookAround;
+    std::chrono::milliseconds patience = kLookForWork;
     try {
       if (refused) EachAlone(own, std::exchange(fibres, {}));
       refused = false;
@@ -270,7 +270,7 @@ std::vector<Id> Workers::Claim(soci::session& session, long most, Round& round) 
   }
   std::vector<Id> next = claim(Whose::kAnybodys);
   round.helps = !next.empty();
-  if (around) round.next = now + kLookAround;
+  if (around) round.next = now + kLookForWork;
   return next;
 }
 
@@ -314,8 +314,7 @@ void Workers::Tell(const Done& done, const std::vector<AlarmChange>& changes) {
                                  {"received_at", outcome.trace.receivedAt},
                                  {"changed", outcome.row.changed},
                                  {"problem", outcome.problem}};
-    shop_.bus.Publish("comparison", done.name,
-                      news.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    shop_.bus.Publish("comparison", done.name, JsonLine(news));
   }
   bool told = false;
   for (const AlarmChange& change : changes) {

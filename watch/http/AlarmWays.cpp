@@ -10,9 +10,6 @@
 namespace reflyze::watch {
 namespace {
 
-constexpr long long kUsualRows = 100, kMostRows = 1000;
-constexpr long long kLast = 0x7fffffffffffffffLL;
-
 // The names of fibres by their numbers, each looked up once.
 class FibreNames {
  public:
@@ -37,7 +34,7 @@ Response ListAlarms(const Desk& desk, const Request& request) {
   if (state != request.query.end() && state->second != "open" && state->second != "all")
     throw Refusal(400, "state is open or all");
   query.open = state == request.query.end() || state->second == "open";
-  query.before = QueryNumber(request, "before", 0, 0, kLast);
+  query.before = QueryNumber(request, "before", 0, 0, kLargestNumber);
   query.most = static_cast<long>(QueryNumber(request, "limit", kUsualRows, 1, kMostRows));
   Json list = Json::array();
   Id last = 0;
@@ -60,7 +57,7 @@ Response ListAlarms(const Desk& desk, const Request& request) {
 }
 
 Response AcknowledgeAsked(const Desk& desk, const Request& request) {
-  const auto id = WholeNumberIn(request.parts[1], 1, kLast);
+  const auto id = WholeNumberIn(request.parts[1], 1, kLargestNumber);
   if (!id) throw Refusal(404, "an alarm has a number");
   const auto find = [&](soci::session& session) {
     const std::optional<Alarm> alarm = FindAlarm(session, *id);
@@ -78,10 +75,10 @@ Response AcknowledgeAsked(const Desk& desk, const Request& request) {
     fibre = FibreNames(session).Of(found.fibre);
     return found;
   });
-  const std::string json = JsonOf(alarm, fibre);
-  desk.served.shop.bus.Publish("alarm", fibre, json);
+  const std::string told = JsonOf(alarm, fibre);
+  desk.served.shop.bus.Publish("alarm", fibre, told);
   Response response;
-  response.body = json;
+  response.body = told;
   return response;
 }
 

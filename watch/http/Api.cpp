@@ -10,7 +10,6 @@
 namespace reflyze::watch {
 namespace {
 
-constexpr std::size_t kLargestTrace = 64u << 20;    // bytes
 constexpr std::size_t kLargestObject = 8u << 20;    // a route has 100,000 points at most
 constexpr std::size_t kLargestNothing = 64u << 10;  // of a body that nobody reads
 constexpr int kAwaySeconds = 5;

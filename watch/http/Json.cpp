@@ -4,13 +4,12 @@
 #include <cmath>
 
 #include "watch/http/Text.h"
+#include "watch/store/JsonLine.h"
 
 namespace reflyze::watch {
 namespace {
 
 constexpr int kDeepest = 32;  // nested lists and objects; a reader of JSON goes as deep as its stack
-constexpr unsigned char kFirstLetter = 0x20;
-constexpr long long kLast = 0x7fffffffffffffffLL;
 
 bool IsTooDeep(const std::vector<char>& body) {
   int depth = 0;
@@ -35,7 +34,7 @@ bool IsTooDeep(const std::vector<char>& body) {
 Response JsonResponse(const Json& value, int status) {
   Response response;
   response.status = status;
-  response.body = value.dump(-1, ' ', false, Json::error_handler_t::replace);
+  response.body = JsonLine(value);
   return response;
 }
 
@@ -71,8 +70,8 @@ std::string Form::Text(const std::string& key, const std::string& otherwise, std
 long long Form::Whole(const std::string& key, long long otherwise, long long least, long long most) {
   if (!Has(key)) return otherwise;
   const Json& value = value_[key];
-  const bool whole =
-      value.is_number_integer() && !(value.is_number_unsigned() && value.get<unsigned long long>() > kLast);
+  const bool whole = value.is_number_integer() &&
+                     !(value.is_number_unsigned() && value.get<unsigned long long>() > kLargestNumber);
   if (!whole || value.get<long long>() < least || value.get<long long>() > most)
     throw Refusal(422, "\"" + key + "\" is a whole number from " + std::to_string(least) + " to " +
                            std::to_string(most));
@@ -111,8 +110,8 @@ PageEnd QueryPage(const Request& request) {
   if (found == request.query.end()) return {};
   const std::string& text = found->second;
   const std::size_t line = text.find('-', 1);
-  const auto at = WholeNumberIn(text.substr(0, line), -kLast, kLast);
-  const auto id = line == std::string::npos ? 0 : WholeNumberIn(text.substr(line + 1), 0, kLast);
+  const auto at = WholeNumberIn(text.substr(0, line), -kLargestNumber, kLargestNumber);
+  const auto id = line == std::string::npos ? 0 : WholeNumberIn(text.substr(line + 1), 0, kLargestNumber);
   if (!at || !id) throw Refusal(400, "before is a time in milliseconds, or what \"next\" said");
   return {*at, *id};
 }

@@ -12,6 +12,9 @@ namespace reflyze::watch {
 
 using Json = nlohmann::json;
 
+constexpr long long kLargestNumber = 0x7fffffffffffffffLL;  // that the store can hold
+constexpr long long kUsualRows = 100, kMostRows = 1000;     // of a list that is asked for
+
 Response JsonResponse(const Json& value, int status = 200);
 
 // Text of the store that is JSON; `otherwise` where it is none.

@@ -6,13 +6,14 @@
 #include "watch/desk/Clock.h"
 #include "watch/http/Json.h"
 #include "watch/http/Text.h"
+#include "watch/store/JsonLine.h"
 
 namespace reflyze::watch {
 namespace {
 
 constexpr Millis kLongestStream = 15LL * 60 * 1000;
 constexpr Millis kHeartbeat = 10000;  // what lies between drops silent connections after half a minute or so
-constexpr std::chrono::milliseconds kLook(500);
+constexpr std::chrono::milliseconds kLookForNews(500);
 
 }  // namespace
 
@@ -37,7 +38,7 @@ void NewsStream::Add(const News& one) {
   Json data = Parsed(one.json, Json::object());
   if (data.is_object()) data["fibre"] = one.fibre;
   waiting_ += "id: " + run_ + "-" + std::to_string(one.number) + "\nevent: " + one.kind +
-              "\ndata: " + data.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n\n";
+              "\ndata: " + JsonLine(data) + "\n\n";
   after_ = one.number;
 }
 
@@ -45,7 +46,7 @@ bool NewsStream::Fill() {
   const Millis begun = SteadyNow();
   while (waiting_.empty()) {
     if (stopping_ || SteadyNow() >= until_) return false;
-    const std::vector<News> found = bus_.After(after_, kLook);
+    const std::vector<News> found = bus_.After(after_, kLookForNews);
     if (!found.empty() && found.front().number > after_ + 1)
       waiting_ += "event: missed\ndata: {}\n\n";  // more came than is kept
     for (const News& one : found) Add(one);

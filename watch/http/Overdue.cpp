@@ -8,7 +8,7 @@
 namespace reflyze::watch {
 namespace {
 
-constexpr std::chrono::milliseconds kLook(500);
+constexpr std::chrono::milliseconds kLookForOverdue(500);
 
 }  // namespace
 
@@ -38,7 +38,7 @@ void Overdue::Close(const void* connection) {
 }
 
 void Overdue::Run() {
-  while (wake_.Wait(wake_.Rung(), kLook)) {
+  while (wake_.Wait(wake_.Rung(), kLookForOverdue)) {
     const Millis now = SteadyNow();
     const std::lock_guard<std::mutex> lock(mutex_);
     for (const auto& [connection, known] : connections_) {

@@ -6,14 +6,9 @@
 #include "watch/desk/Clock.h"
 
 namespace reflyze::watch {
-namespace {
-
-constexpr double kMillisPerSecond = 1000.0;
-
-}  // namespace
-
 double Pace::LeftOf(const Left& left, Millis now) const {
-  return std::min(atOnce_, left.count + static_cast<double>(now - left.at) / kMillisPerSecond * perSecond_);
+  return std::min(atOnce_, left.count + static_cast<double>(now - left.at) /
+                                            static_cast<double>(kMillisPerSecond) * perSecond_);
 }
 
 void Pace::Forget(Millis now) {

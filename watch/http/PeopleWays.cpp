@@ -12,9 +12,7 @@ namespace {
 
 constexpr std::size_t kLeastPassword = 8, kMostPassword = 1000;  // letters
 constexpr std::size_t kLongestList = 10000;                      // letters of an instrument's fibres
-constexpr long long kUsualRows = 100, kMostRows = 1000;
-constexpr long long kLast = 0x7fffffffffffffffLL;
-constexpr const char* kTokenBegin = "rfz_";  // so that one in the wrong place is seen
+constexpr const char* kTokenBegin = "rfz_";                      // so that one in the wrong place is seen
 
 Json JsonOf(const User& user) { return {{"name", user.name}, {"role", user.role}}; }
 
@@ -114,7 +112,7 @@ Response AddToken(const Desk& desk, const Request& request) {
   token.name = form.Text("name", "");
   token.role = form.Text("role", NameOf(Role::kInstrument));
   token.fibres = form.Text("fibres", "", kLongestList);
-  token.expiresAt = form.Whole("expires_at", 0, 0, kLast);
+  token.expiresAt = form.Whole("expires_at", 0, 0, kLargestNumber);
   form.Done();
   if (token.name.empty()) throw Refusal(422, "\"name\" says whom the token is for");
   const bool instrument = RoleAsked(token.role) == Role::kInstrument;
@@ -130,7 +128,7 @@ Response AddToken(const Desk& desk, const Request& request) {
 }
 
 Response DropTokenAsked(const Desk& desk, const Request& request) {
-  const auto id = WholeNumberIn(request.parts[1], 1, kLast);
+  const auto id = WholeNumberIn(request.parts[1], 1, kLargestNumber);
   desk.Change(request, "drop token", request.parts[1], [&](soci::session& session) {
     if (!id || !DropToken(session, *id)) throw Refusal(404, "there is no such token");
   });
@@ -140,7 +138,7 @@ Response DropTokenAsked(const Desk& desk, const Request& request) {
 }
 
 Response Audit(const Desk& desk, const Request& request) {
-  const Id before = QueryNumber(request, "before", 0, 0, kLast);
+  const Id before = QueryNumber(request, "before", 0, 0, kLargestNumber);
   const long most = static_cast<long>(QueryNumber(request, "limit", kUsualRows, 1, kMostRows));
   Json list = Json::array();
   const auto deeds =

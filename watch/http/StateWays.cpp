@@ -32,7 +32,6 @@ class Figures {
 };
 
 void AddLatencies(Figures& figures, std::vector<double> millis, long long count) {
-  constexpr double kMillisPerSecond = 1000.0;
   figures.Begin("latency_seconds", "summary",
                 "From when a trace came to when its result was on disk, of the latest traces.");
   std::sort(millis.begin(), millis.end());
@@ -41,7 +40,7 @@ void AddLatencies(Figures& figures, std::vector<double> millis, long long count)
     const auto at = static_cast<std::size_t>(quantile * static_cast<double>(millis.size() - 1));
     char label[40];
     std::snprintf(label, sizeof label, "quantile=\"%g\"", quantile);
-    figures.Add(millis[at] / kMillisPerSecond, label);
+    figures.Add(millis[at] / static_cast<double>(kMillisPerSecond), label);
   }
   figures.Add(static_cast<double>(count), "", "_count");
 }

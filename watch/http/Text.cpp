@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kSecretBytes = 32;
 constexpr int kHexadecimal = 16;
-constexpr unsigned char kFirstLetter = 0x20, kDelete = 0x7f;
+constexpr unsigned char kDelete = 0x7f;
 
 // Greedy with one step back: as long as there is one "*" behind which to try again, nothing more is needed.
 bool Matches(const std::string& name, const std::string& pattern) {

@@ -7,6 +7,8 @@
 
 namespace reflyze::watch {
 
+constexpr unsigned char kFirstLetter = 0x20;  // what is below steers a terminal or a protocol
+
 // What "%41" and the like mean, in UTF-8. None for a half escape, for bytes that are no letters, and for
 // letters that end a line or a text.
 std::optional<std::string> Unescape(const std::string& text, bool plusIsBlank = false);

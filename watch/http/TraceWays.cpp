@@ -10,7 +10,6 @@
 namespace reflyze::watch {
 namespace {
 
-constexpr long long kUsualRows = 100, kMostRows = 1000;
 constexpr const char* kTraceStates[] = {"waiting", "done", "bad"};
 
 Fibre FibreOf(const Desk& desk, const Request& request) {

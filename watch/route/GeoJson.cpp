@@ -17,7 +17,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::size_t kMostBytes = 8u << 20;
+constexpr std::size_t kLargestRoute = 8u << 20;
 constexpr std::size_t kMostPoints = 100000, kMostFeatures = 1000;
 constexpr int kMostDepth = 16;
 constexpr std::size_t kMostNameBytes = 500;
@@ -261,7 +261,7 @@ void LookOver(const std::string& text) {
 }
 
 json Parsed(const std::string& text) {
-  if (text.size() > kMostBytes) Fail("it is larger than 8 MB");
+  if (text.size() > kLargestRoute) Fail("it is larger than 8 MB");
   LookOver(text);
   try {
     return json::parse(text);

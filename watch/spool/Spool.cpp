@@ -23,12 +23,11 @@ namespace fs = std::filesystem;
 constexpr const char* kRefused = ".refused";
 constexpr int kSweepMillis = 15000;        // what a full disk or a store that was away has left
 constexpr std::chrono::seconds kQuiet{2};  // a file that nobody announced is complete when it rests so long
-constexpr std::chrono::seconds kLongQuiet{30};    // where the system does not say who writes it
-constexpr int kUnsettledMillis = 500;             // where something lies that may be complete soon
-constexpr int kAwayMillis = 1000;                 // until a store that was away is asked again
-constexpr std::size_t kFoldersAtOnce = 32;        // between two looks at what is announced
-constexpr std::size_t kLanes = 8;                 // files that are taken at a time
-constexpr std::size_t kLargestTrace = 64u << 20;  // bytes, as by HTTP
+constexpr std::chrono::seconds kLongQuiet{30};  // where the system does not say who writes it
+constexpr int kUnsettledMillis = 500;           // where something lies that may be complete soon
+constexpr int kAwayMillis = 1000;               // until a store that was away is asked again
+constexpr std::size_t kFoldersAtOnce = 32;      // between two looks at what is announced
+constexpr std::size_t kLanes = 8;               // files that are taken at a time
 
 bool EndsWith(const std::string& text, const std::string& ending) {
   return text.size() > ending.size() && text.compare(text.size() - ending.size(), ending.size(), ending) == 0;

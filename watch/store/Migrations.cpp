@@ -112,7 +112,7 @@ std::string InDialect(std::string statement, Dialect kind) {
   return statement;
 }
 
-int CountOf(soci::session& session, const std::string& query) {
+int WholeIn(soci::session& session, const std::string& query) {
   int count = 0;
   session << query, soci::into(count);
   return count;
@@ -121,7 +121,7 @@ int CountOf(soci::session& session, const std::string& query) {
 bool HasTable(soci::session& session, Dialect kind, const std::string& name) {
   const std::string where = kind == Dialect::kSqlite ? "sqlite_master WHERE type = 'table' AND name = '"
                                                      : "information_schema.tables WHERE table_name = '";
-  return CountOf(session, "SELECT COUNT(*) FROM " + where + name + "'") > 0;
+  return WholeIn(session, "SELECT COUNT(*) FROM " + where + name + "'") > 0;
 }
 
 }  // namespace
@@ -134,7 +134,7 @@ int SchemaVersion(soci::session& session, Dialect kind) {
       throw Error(ErrorKind::kUnreadable, "", "is a database of something else: it has a table \"fibres\"");
     return 0;
   }
-  return CountOf(session, "SELECT COALESCE(MAX(version), 0) FROM reflyze_schema");
+  return WholeIn(session, "SELECT COALESCE(MAX(version), 0) FROM reflyze_schema");
 }
 
 void Migrate(soci::session& session, Dialect kind, const std::string& address) {

@@ -12,17 +12,16 @@ namespace {
 using soci::into;
 using soci::use;
 
-constexpr Millis kDay = 86400000;
-constexpr long long kAtOnce = 50;  // fibres; whoever else writes waits as long
-constexpr int kDaysAtOnce = 4;     // of a fibre
+constexpr long long kFibresThinnedAtOnce = 50;  // fibres; whoever else writes waits as long
+constexpr int kDaysThinnedAtOnce = 4;           // of a fibre
 
-struct Place {
+struct ThinnedFrom {
   Id fibre = 0;
   Millis from = 0;  // what was taken before is thin
 };
 
-std::vector<Place> Thick(soci::session& session, Millis until) {
-  Place row;
+std::vector<ThinnedFrom> Thick(soci::session& session, Millis until) {
+  ThinnedFrom row;
   return RowsOf(
       session,
       "SELECT id, thin_until FROM fibres WHERE thin_until < :until ORDER BY thin_until, id LIMIT :most",
@@ -32,7 +31,7 @@ std::vector<Place> Thick(soci::session& session, Millis until) {
       },
       [&](soci::statement& statement) {
         statement.exchange(use(until));
-        statement.exchange(use(kAtOnce));
+        statement.exchange(use(kFibresThinnedAtOnce));
       },
       [&] { return row; });
 }
@@ -48,17 +47,17 @@ void ThinDay(soci::session& session, Id fibre, Millis from, Millis to) {
 }
 
 // Up to when it is thin now.
-Millis ThinFibre(soci::session& session, const Place& place, Millis until) {
+Millis ThinFibre(soci::session& session, const ThinnedFrom& place, Millis until) {
   Millis from = place.from;
-  for (int days = 0; days < kDaysAtOnce && from < until; ++days) {
+  for (int days = 0; days < kDaysThinnedAtOnce && from < until; ++days) {
     Millis next = 0;  // days without a trace cost nothing
     session
         << "SELECT COALESCE(MIN(taken_at), :until) FROM traces WHERE fibre = :fibre AND taken_at >= :from",
         use(until), use(place.fibre), use(from), into(next);
-    from = std::max(from, next / kDay * kDay);
+    from = std::max(from, next / kMillisPerDay * kMillisPerDay);
     if (from >= until) break;
-    ThinDay(session, place.fibre, from, from + kDay);
-    from += kDay;
+    ThinDay(session, place.fibre, from, from + kMillisPerDay);
+    from += kMillisPerDay;
   }
   return std::min(from, until);
 }
@@ -66,9 +65,9 @@ Millis ThinFibre(soci::session& session, const Place& place, Millis until) {
 }  // namespace
 
 bool ThinOut(soci::session& session, Millis until) {
-  const Millis day = until / kDay * kDay;
-  const std::vector<Place> places = Thick(session, day);
-  for (const Place& place : places) {
+  const Millis day = until / kMillisPerDay * kMillisPerDay;
+  const std::vector<ThinnedFrom> places = Thick(session, day);
+  for (const ThinnedFrom& place : places) {
     const Millis thin = ThinFibre(session, place, day);
     session << "UPDATE fibres SET thin_until = :thin WHERE id = :id", use(thin), use(place.fibre);
   }

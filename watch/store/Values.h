@@ -12,6 +12,8 @@ namespace reflyze::watch {
 using Millis = long long;  // since 1970, UTC
 using Id = long long;      // of a row; 0 for none
 
+constexpr Millis kMillisPerSecond = 1000, kMillisPerDay = 86400000;
+
 // What can be wrong with a fibre. The names stand in the store and in the interface.
 enum class AlarmKind {
   kBroken,       // the fibre ends too early

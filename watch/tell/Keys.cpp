@@ -10,7 +10,7 @@
 namespace reflyze::watch {
 namespace {
 
-constexpr std::size_t kMostBytes = 1u << 20;
+constexpr std::size_t kLargestDocument = 1u << 20;
 
 std::string Trimmed(const std::string& text) {
   const auto from = text.find_first_not_of(" \t\r"), to = text.find_last_not_of(" \t\r");
@@ -72,7 +72,7 @@ void Keys::Finish() const {
 }
 
 std::vector<Keys> ReadSections(const std::string& document, const std::string& text) {
-  if (text.size() > kMostBytes) throw Error(ErrorKind::kUnreadable, document, "is larger than 1 MB");
+  if (text.size() > kLargestDocument) throw Error(ErrorKind::kUnreadable, document, "is larger than 1 MB");
   std::vector<Keys> sections;
   std::istringstream lines(text);
   std::string line;

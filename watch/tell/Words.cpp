@@ -9,7 +9,7 @@
 namespace reflyze::watch {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 // Bytes of the letter of UTF-8 that begins at `at` (RFC 3629): 0 for none.
 std::size_t LetterAt(const std::string& text, std::size_t at) {
@@ -94,9 +94,11 @@ std::string IsoTime(Millis time) {
 
 std::string JsonOf(const Message& message) {
   const Alarm& alarm = message.alarm;
-  const auto time = [](Millis at) { return at > 0 ? Json(IsoTime(at)) : Json(nullptr); };
-  const auto number = [](double value) { return std::isfinite(value) ? Json(value) : Json(nullptr); };
-  Json json;
+  const auto time = [](Millis at) { return at > 0 ? OrderedJson(IsoTime(at)) : OrderedJson(nullptr); };
+  const auto number = [](double value) {
+    return std::isfinite(value) ? OrderedJson(value) : OrderedJson(nullptr);
+  };
+  OrderedJson json;
   json["delivery"] = message.delivery;
   json["what"] = NameOf(message.what);
   json["alarm"] = alarm.id;
@@ -105,8 +107,8 @@ std::string JsonOf(const Message& message) {
   json["fibre"] = OneLine(message.fibre);
   json["title"] = OneLine(message.title);
   json["instrument"] = OneLine(alarm.instrument);
-  json["km"] = alarm.km < 0.0 ? Json(nullptr) : number(alarm.km);
-  json["sd_km"] = alarm.km < 0.0 ? Json(nullptr) : number(alarm.sdKm);
+  json["km"] = alarm.km < 0.0 ? OrderedJson(nullptr) : number(alarm.km);
+  json["sd_km"] = alarm.km < 0.0 ? OrderedJson(nullptr) : number(alarm.sdKm);
   json["value"] = number(alarm.value);
   json["limit"] = number(alarm.limit);
   json["sentence"] = OneLine(alarm.sentence, 4000);
