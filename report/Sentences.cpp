@@ -26,8 +26,8 @@ struct ValueAndLimit {
 // "+0.418 \u00b10.004 dB", as it was measured on both traces.
 std::string MeasuredText(const Deviation& deviation, const char* unit) {
   const double value = NoMinusZero(*deviation.measured, 3);
-  return Format(deviation.absolute ? "%.3f \u00b1%.3f %s" : "%+.3f \u00b1%.3f %s", value,
-                *deviation.measuredSd, unit);
+  return Format(deviation.absolute ? "%.3f " : "%+.3f ", value) + SdText(deviation.measuredSd, 3) + " " +
+         unit;
 }
 
 // "loss at", a place, and what is told of it; with what was measured, if it was.
