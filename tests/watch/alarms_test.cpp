@@ -160,5 +160,25 @@ TEST(Silence, BecomesOneAlarmAndEndsWithTheNextTrace) {
   EXPECT_EQ(NextSilence({alarm}, {}, kNow).size(), 1u) << "nothing is expected any more";
 }
 
+TEST(Silence, OfAnInstrumentStandsForItsFibresUntilOneSpeaks) {
+  std::vector<Expected> fibres = {ExpectedOn(1, "A", kLong), ExpectedOn(2, "A", kLong),
+                                  ExpectedOn(3, "A", kLong)};
+  std::vector<AlarmChange> changes = NextSilence({}, fibres, kNow);
+  ASSERT_EQ(changes.size(), 1u);
+  EXPECT_EQ(changes[0].alarm.kind, AlarmKind::kInstrument);
+  Alarm dead = changes[0].alarm;
+  dead.id = 1;
+  // What can't be compared is no sign of life, nor does it set the others off.
+  fibres[0].quiet = 0;
+  fibres[0].heard = fibres[0].bad = true;
+  EXPECT_TRUE(NextSilence({dead}, fibres, kNow + 5000).empty());
+  fibres[0].bad = false;
+  changes = NextSilence({dead}, fibres, kNow + 5000);
+  ASSERT_EQ(changes.size(), 3u);
+  EXPECT_EQ(changes[0].alarm.state, AlarmState::kCleared);
+  EXPECT_EQ(changes[1].alarm.kind, AlarmKind::kNoTrace);
+  EXPECT_EQ(changes[2].alarm.fibre, 3);
+}
+
 }  // namespace
 }  // namespace reflyze::watch

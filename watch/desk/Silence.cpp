@@ -93,19 +93,23 @@ std::vector<AlarmChange> NextSilence(const std::vector<Alarm>& open, const std::
   const Silent silent = SilentOf(expected);
   std::vector<AlarmChange> changes;
   std::set<Id> fibres;
+  std::set<std::string> told;  // instruments whose alarm goes on, and stands for those of their fibres
   std::set<std::string> instruments(silent.instruments.begin(), silent.instruments.end());
   for (const Expected& one : silent.fibres) fibres.insert(one.fibre);
   for (const Alarm& alarm : open) {
     const bool whole = alarm.kind == AlarmKind::kInstrument;
-    const bool told = whole ? instruments.erase(alarm.instrument) > 0 : fibres.erase(alarm.fibre) > 0;
+    const bool known = whole ? instruments.erase(alarm.instrument) > 0 : fibres.erase(alarm.fibre) > 0;
     // That of an instrument stands for those of its fibres.
     const bool within = !whole && std::any_of(expected.begin(), expected.end(), [&](const Expected& one) {
       return one.fibre == alarm.fibre && InstrumentIn(silent, one.instrument);
     });
-    if (!told && (within || !GoesOn(alarm, expected))) changes.push_back(Cleared(alarm, now));
+    const bool ends = !known && (within || !GoesOn(alarm, expected));
+    if (ends) changes.push_back(Cleared(alarm, now));
+    if (whole && !ends) told.insert(alarm.instrument);
   }
   for (const Expected& one : silent.fibres) {
-    if (fibres.count(one.fibre) > 0) changes.push_back(NoTraceFrom(one, now));
+    if (fibres.count(one.fibre) > 0 && told.count(one.instrument) == 0)
+      changes.push_back(NoTraceFrom(one, now));
   }
   for (const std::string& name : instruments) changes.push_back(DeadInstrument(name, now));
   return changes;
