@@ -282,14 +282,18 @@ std::vector<Id> Workers::Finish(std::size_t own, const std::vector<Done>& all, l
   std::vector<bool> counts;
   for (const Done& done : all) before.push_back(done.fibre);
   try {
+    Round looked = round;
     shop_.store.Write([&](soci::session& session) {
+      looked = round;  // what is taken back was no look around
+      Hold(own, before);
       changes.assign(all.size(), {});
       counts.assign(all.size(), false);
       for (std::size_t i = 0; i < all.size(); ++i) counts[i] = KeepAll(session, all[i], changes[i]);
       Hold(own, {});
-      next = Claim(session, most, round);
+      next = Claim(session, most, looked);
       Hold(own, next);
     });
+    round = looked;
   } catch (...) {
     Hold(own, before);
     throw;
