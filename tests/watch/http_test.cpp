@@ -275,7 +275,8 @@ TEST_F(HttpTest, BelievesTheProxyAndNoOtherName) {
 TEST_F(HttpTest, PicturesBehindTheMapComeFromOneServer) {
   for (const char* bad :
        {"tiles/{z}/{x}/{y}", "https://t.example/{z}/{x}.png", "https://t.example; script-src *;/{z}/{x}/{y}",
-        "https://*/{z}/{x}/{y}", "https://t.example,x/{z}/{x}/{y}", "https://a:b@t.example/{z}/{x}/{y}"}) {
+        "https://[::1]:80/{z}/{x}/{y}", "https://a_b.example/{z}/{x}/{y}", "https://*/{z}/{x}/{y}",
+        "https://t.example,x/{z}/{x}/{y}", "https://a:b@t.example/{z}/{x}/{y}"}) {
     options_.tiles = bad;
     EXPECT_THROW(OpenCentre(options_), Error) << bad;
   }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "reflyze/error.h"
+#include "watch/store/ShownAddress.h"
 
 namespace reflyze::watch {
 namespace {
@@ -32,7 +33,7 @@ std::string OriginOf(const std::string& address) {
 std::string PageAddress(std::string address) {
   if (address.empty()) return address;
   if (OriginOf(address).empty() || address.find('?') != std::string::npos)
-    throw Error(ErrorKind::kUsage, address,
+    throw Error(ErrorKind::kUsage, ShownAddress(address),
                 "is no address of a page, such as https://fibres.example:8717/watch");
   while (address.back() == '/') address.pop_back();
   return address;
@@ -41,10 +42,11 @@ std::string PageAddress(std::string address) {
 std::string TilesOrigin(const std::string& tiles) {
   if (tiles.empty()) return "";
   std::string origin = OriginOf(tiles);
-  bool whole = !origin.empty();
+  // Browsers allow themselves no host in brackets or with "_", and no port without a number.
+  bool whole = !origin.empty() && origin.find_first_of("[_") == std::string::npos && origin.back() != ':';
   for (const char* part : {"{z}", "{x}", "{y}"}) whole = whole && tiles.find(part) != std::string::npos;
   if (!whole)
-    throw Error(ErrorKind::kUsage, tiles,
+    throw Error(ErrorKind::kUsage, ShownAddress(tiles),
                 "is no address of tiles, such as https://tiles.example/{z}/{x}/{y}.png");
   return origin;
 }

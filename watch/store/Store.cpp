@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "watch/store/Migrations.h"
+#include "watch/store/ShownAddress.h"
 
 namespace reflyze::watch {
 namespace {
@@ -16,7 +17,7 @@ constexpr std::size_t kMostIdle = 8;        // sessions that wait for readers
 constexpr std::size_t kMostReading = 24;    // at the same time
 
 [[noreturn]] void Refuse(const std::string& address, const std::string& why) {
-  throw Error(ErrorKind::kUnreadable, address, "can't be used as a store: " + why);
+  throw Error(ErrorKind::kUnreadable, ShownAddress(address), "can't be used as a store: " + why);
 }
 
 Dialect DialectOf(const std::string& address) {
@@ -134,7 +135,7 @@ std::string WithPatience(std::string address) {
 Store::Store(const std::string& address) : address_(address), kind_(DialectOf(address)) {
   try {
     OpenWriter();
-    Migrate(*writer_, kind_, address);
+    Migrate(*writer_, kind_, ShownAddress(address));
   } catch (const soci::soci_error& error) {
     Refuse(address, error.what());
   } catch (const StoreAway& error) {
