@@ -211,6 +211,11 @@ test('pictures of a tile server lie behind the routes, where they belong', async
     const near = zooms.filter(([z]) => z === zoom).every(([, a, b]) => Math.abs(a - x) < 8 && Math.abs(b - y) < 6);
     assert.ok(near, 'no tile is fetched that nobody sees');
   }
+  // From as far as one can go, and at the pole, where a degree of longitude is nothing, the page still answers.
+  await page.focus('#map');
+  for (const key of [...Array(30).fill('-'), ...Array(12).fill('ArrowUp'), 'f']) await page.keyboard.press(key);
+  await page.waitForTimeout(200);
+  assert.ok((await blueness()) > 0.9);
   await done(page);
   server.close();
 });

@@ -3,7 +3,7 @@
 import { perFrame } from '../dom';
 import type { Fibre, Place } from './api';
 import { drawLabels } from './labels';
-import { Tiles } from './tiles';
+import { HIGHEST, Tiles } from './tiles';
 import { badness, byBadness } from './words';
 
 type Point = [number, number]; // longitude, latitude
@@ -117,12 +117,13 @@ export class RouteMap {
     const { width, height } = this.canvas.getBoundingClientRect();
     const pen = this.canvas.getContext('2d');
     if (!pen || !this.view || width === 0) return;
+    this.view.y = Math.max(-HIGHEST, Math.min(this.view.y, HIGHEST)); // at a pole a degree of longitude is nothing
     this.canvas.width = width * devicePixelRatio;
     this.canvas.height = height * devicePixelRatio;
     pen.scale(devicePixelRatio, devicePixelRatio);
     const style = getComputedStyle(this.canvas);
     const colour = (name: string): string => style.getPropertyValue(name).trim();
-    this.drawTiles(pen, width, height);
+    this.drawTiles(pen, width, height, Number(colour('--tiles')));
     // Of one state in one stroke: a network has thousands of them.
     for (const [state, lines] of this.byState()) {
       const bad = badness(state) < badness('no baseline');
@@ -143,11 +144,12 @@ export class RouteMap {
     this.scaleBar(pen, height, colour('--text'));
   }
 
-  private drawTiles(pen: CanvasRenderingContext2D, width: number, height: number): void {
+  private drawTiles(pen: CanvasRenderingContext2D, width: number, height: number, strength: number): void {
     const { x, y, scale } = this.view!;
     const across = Math.cos((y * Math.PI) / 180) * scale; // pixels a degree of longitude
     const [wide, high] = [width / 2 / across, height / 2 / scale];
-    this.tiles?.draw(pen, { west: x - wide, east: x + wide, south: y - high, north: y + high }, this.placing(), across);
+    const window = { west: x - wide, east: x + wide, south: y - high, north: y + high };
+    this.tiles?.draw(pen, window, this.placing(), across, strength);
   }
 
   // Where an alarm is: the stretch of the route that holds it, and a ring that is seen from afar.

@@ -16,9 +16,8 @@ const MOST_ZOOM = 19;
 const MOST_AT_ONCE = 80; // tiles of one drawing
 const KEPT = 400;
 const AGAIN_MS = 30000; // after a tile that did not come
-const FAINT = 0.6; // the routes are what matters
 const STRIPS = 8; // of a tile, each placed by itself: the map is even in latitude, tiles are not
-const HIGHEST = 85.05; // degrees of latitude that tiles have
+export const HIGHEST = 85.05; // degrees of latitude that tiles have
 
 const radians = (degrees: number): number => (degrees * Math.PI) / 180;
 
@@ -37,7 +36,7 @@ export class Tiles {
   ) {}
 
   // Draws what is there, and asks for the rest.
-  draw(pen: CanvasRenderingContext2D, window: Window, place: Placing, pixelsADegree: number): void {
+  draw(pen: CanvasRenderingContext2D, window: Window, place: Placing, pixelsADegree: number, strength: number): void {
     const south = Math.max(window.south, -HIGHEST);
     const north = Math.min(window.north, HIGHEST);
     let zoom = Math.max(0, Math.min(MOST_ZOOM, Math.round(Math.log2((360 * pixelsADegree) / SIDE))));
@@ -51,7 +50,8 @@ export class Tiles {
       zoom -= 1;
       [left, right, top, bottom] = span();
     }
-    pen.globalAlpha = FAINT;
+    if (!(right - left < MOST_AT_ONCE)) return; // nothing can be seen there
+    pen.globalAlpha = strength; // the routes are what matters
     for (let x = left; x <= right; ++x) for (let y = top; y <= bottom; ++y) this.drawOne(pen, zoom, x, y, place);
     pen.globalAlpha = 1;
   }
