@@ -193,6 +193,20 @@ TEST_F(CentreTest, RefusesAStoreOfANewerVersionAndOfSomethingElse) {
   EXPECT_THROW(OpenCentre(other), Error);
 }
 
+TEST_F(CentreTest, RefusesAServerWithoutTellingItsPassword) {
+  for (const char* secret : {"u:hush@h/db?host=/none", "u:pa@hush@h", "u:pa/hush@h", "u:pa?hush@h",
+                             "u:9%hush@h", "h?password=pa@hush", "/x?host=/none&password=hush"}) {
+    CentreOptions options = Options();
+    options.store = std::string("postgresql://") + secret;
+    try {
+      OpenCentre(options);
+      FAIL() << secret;
+    } catch (const Error& error) {
+      EXPECT_EQ(std::string(error.what()).find("hush"), std::string::npos) << error.what();
+    }
+  }
+}
+
 TEST_F(CentreTest, FailedWriteTakesNobodyAlong) {
   Store store(Path("w.db"));
   Fibre fibre;

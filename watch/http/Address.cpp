@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "reflyze/error.h"
-#include "watch/store/ShownAddress.h"
+#include "watch/store/ServerAddress.h"
 
 namespace reflyze::watch {
 namespace {

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "watch/store/Migrations.h"
-#include "watch/store/ShownAddress.h"
+#include "watch/store/ServerAddress.h"
 
 namespace reflyze::watch {
 namespace {
@@ -16,7 +16,9 @@ constexpr std::size_t kMostTogether = 256;  // writes in one transaction
 constexpr std::size_t kMostIdle = 8;        // sessions that wait for readers
 constexpr std::size_t kMostReading = 24;    // at the same time
 
-[[noreturn]] void Refuse(const std::string& address, const std::string& why) {
+[[noreturn]] void Refuse(const std::string& address, std::string why) {
+  for (char& sign : why) sign = sign == '\n' || sign == '\t' ? ' ' : sign;  // servers speak in several lines
+  why.erase(why.find_last_not_of(' ') + 1);
   throw Error(ErrorKind::kUnreadable, ShownAddress(address), "can't be used as a store: " + why);
 }
 
@@ -26,6 +28,7 @@ Dialect DialectOf(const std::string& address) {
 
 std::unique_ptr<soci::session> Connect(const std::string& address, Dialect kind) {
   if (kind == Dialect::kPostgres) {
+    ExpectOneReading(address);
     auto session = std::make_unique<soci::session>(*soci::factory_postgresql(), WithPatience(address));
     // A centre that stands still while it writes holds no rows for long, and nobody waits for them for ever.
     *session << "SELECT set_config(name, value, false) FROM (VALUES ('lock_timeout', '20000'),"
@@ -122,15 +125,6 @@ std::exception_ptr Apply(soci::session& session, const std::function<void(soci::
 }
 
 }  // namespace
-
-std::string WithPatience(std::string address) {
-  for (const char* setting : {"connect_timeout=10", "tcp_user_timeout=30000", "keepalives_idle=30"}) {
-    const std::string text = setting;
-    if (address.find(text.substr(0, text.find('=') + 1)) != std::string::npos) continue;
-    address += (address.find('?') == std::string::npos ? '?' : '&') + text;
-  }
-  return address;
-}
 
 Store::Store(const std::string& address) : address_(address), kind_(DialectOf(address)) {
   try {

@@ -28,10 +28,6 @@ class StoreAway : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// The address of a server, with how long to wait for a network that swallows everything where it does not
-// say.
-std::string WithPatience(std::string address);
-
 // The database that a centre keeps everything in. Any thread may use it.
 class Store {
  public:

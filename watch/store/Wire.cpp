@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "watch/store/Wire.h"
 
+#include "watch/store/ServerAddress.h"
 #include "watch/store/Store.h"
 
 namespace reflyze::watch {
