@@ -25,6 +25,9 @@ class Item(NamedTuple):
     fibre: int = 0  #: of that store
     problem: str = ""  #: why there is none
 
+    def __repr__(self) -> str:
+        return f"Item({self.name!r}, size={self.size})"  # the store's address may hold a password
+
 
 Inputs = Union[Path, Item, Iterable[Union[Path, Item]]]
 Unit = Tuple[Item, ...]  #: what is worked on at once: a trace, a baseline and a trace, or two directions
@@ -191,6 +194,7 @@ class Reader:
         self._folder = folder  # that names count from
         self._encoding = encoding
         self._stores: Dict[str, Store] = {}
+        self._away: Dict[str, str] = {}  # stores that can't be opened: the rest of the part needs not wait for them
         self._last: Dict[Item, Trace] = {}  # a baseline serves many
 
     def __enter__(self) -> Reader:
@@ -211,12 +215,21 @@ class Reader:
 
     def _of_store(self, item: Item) -> List[Tuple[bytes]]:
         path = item.store if on_server(item.store) else os.path.join(self._folder, item.store)
+        if path in self._away:
+            raise UnreadableError(self._away[path], shown_address(path))
         if path not in self._stores:
-            self._stores[path] = Store(path)
+            self._stores[path] = self._opened(path)
         try:
             return self._stores[path].rows(f"SELECT bytes FROM {item.table} WHERE id = ?", item.key)
         except UnreadableError:
             self._stores.pop(path).close()  # a server that was away may be back for the next trace
+            raise
+
+    def _opened(self, path: str) -> Store:
+        try:
+            return Store(path)
+        except UnreadableError as error:
+            self._away[path] = error.sentence
             raise
 
     def read(self, item: Item) -> Trace:

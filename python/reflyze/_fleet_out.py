@@ -6,6 +6,8 @@ from __future__ import annotations
 import os
 import shutil
 import sqlite3
+import tempfile
+import time
 import uuid
 from contextlib import closing, contextmanager, suppress
 from typing import Any, Dict, Iterator, List
@@ -180,19 +182,32 @@ class Table(Output):
         if not os.path.lexists(self.path):
             with open(self.beside, "rb") as file:
                 os.fsync(file.fileno())
-            # Unlike a move this takes nobody's place: a database that was made meanwhile gets the rows below.
-            with suppress(FileExistsError):
-                os.link(self.beside, self.path)
-                os.unlink(self.beside)
+            if self._has_moved():
                 return
         with self._told(), closing(sqlite3.connect(self.path, timeout=_PATIENCE_S, isolation_level=None)) as store:
             store.execute("ATTACH ? AS made", (os.fsencode(self.beside),))
             store.execute("BEGIN IMMEDIATE")
-            store.execute(f"DROP TABLE IF EXISTS main.{self.table}")
-            store.execute(f"CREATE TABLE main.{self.table} ({self._shape})")
+            shape = "SELECT name, type FROM pragma_table_info(?, ?)"
+            old, new = (store.execute(shape, (self.table, where)).fetchall() for where in ("main", "made"))
+            if old == new:  # indices and triggers of its user stay
+                store.execute(f"DELETE FROM main.{self.table}")
+            else:
+                store.execute(f"DROP TABLE IF EXISTS main.{self.table}")
+                store.execute(f"CREATE TABLE main.{self.table} ({self._shape})")
             store.execute(f"INSERT INTO main.{self.table} SELECT * FROM made.{self.table}")
             store.execute("COMMIT")
         os.unlink(self.beside)
+
+    def _has_moved(self) -> bool:
+        # Unlike a move, a link takes nobody's place: a database that was made meanwhile gets the rows.
+        try:
+            os.link(self.beside, self.path)
+            os.unlink(self.beside)
+        except FileExistsError:
+            return False
+        except OSError:  # a file system without links
+            os.rename(self.beside, self.path)
+        return True
 
     def drop(self) -> None:
         if hasattr(self, "_made"):
@@ -202,55 +217,85 @@ class Table(Output):
 
 
 class ServerTable(Output):
-    """The same on a PostgreSQL server. One transaction holds all, so that nobody waits while the rows come."""
+    """The same on a PostgreSQL server.
+
+    The rows wait in a local file. The server has them in one transaction at the end, in which those who read the table
+    see the old rows; what a run needs there is tried before it begins.
+    """
 
     def __init__(self, path: Path, columns: Dict[str, str], work: str) -> None:
-        super().__init__("", columns)
+        super().__init__(".", columns)
         self._address = os.fspath(path)
         self.path = shown_address(self._address)
         self.table = f"fleet_{work}"
-        self._coming = f"{self.table}_{uuid.uuid4().hex[:12]}"
-        self._base: Any = None
+        types = {NUMBER: "double precision", TEXT: "text", FLAG: "boolean"}
+        self._shape = [(name, types.get(kind, "bigint")) for name, kind in columns.items()]
 
     @contextmanager
-    def _told(self) -> Iterator[Any]:
+    def _transaction(self) -> Iterator[Any]:
         try:
-            with closing(self._base.cursor()) as cursor:
+            with closing(connected(self._address)) as base, base.cursor() as cursor:
+                cursor.execute(f"SET lock_timeout = '{_PATIENCE_S}s'")
                 yield cursor
-        except (need("psycopg2").Error, ValueError) as error:  # of texts that are none
-            raise UnwritableError(sentence_of(error), self.path) from error
-
-    def begin(self) -> None:
-        try:
-            self._base = connected(self._address)
+                base.commit()
         except need("psycopg2").Error as error:
             raise UnwritableError(sentence_of(error), self.path) from error
-        types = {NUMBER: "DOUBLE PRECISION", TEXT: "TEXT", FLAG: "BOOLEAN"}
-        shape = ", ".join(f'"{name}" {types.get(kind, "BIGINT")}' for name, kind in self.columns.items())
-        with self._told() as cursor:
-            cursor.execute(f"SET lock_timeout = '{_PATIENCE_S}s'")
-            cursor.execute(f"CREATE TABLE {self._coming} ({shape})")
+
+    def _place_in(self, cursor: Any) -> str:
+        """The table that takes the rows: the one that is there, with its views and rights, if it has their columns."""
+        cursor.execute("SELECT relnamespace::regnamespace FROM pg_class WHERE oid = to_regclass(%s)", (self.table,))
+        place = ".".join([*(schema for schema, in cursor.fetchall()), self.table])
+        cursor.execute(
+            "SELECT attname, format_type(atttypid, atttypmod) FROM pg_attribute"
+            " WHERE attrelid = to_regclass(%s) AND attnum > 0 AND NOT attisdropped ORDER BY attnum",
+            (self.table,),
+        )
+        if cursor.fetchall() != self._shape:
+            cursor.execute(f"DROP TABLE IF EXISTS {place}")
+            shape = ", ".join(f'"{name}" {kind}' for name, kind in self._shape)
+            cursor.execute(f"CREATE TABLE {place} ({shape})")
+        cursor.execute(f"LOCK TABLE {place} IN SHARE ROW EXCLUSIVE MODE")  # readers go on, another run waits
+        return place
+
+    def begin(self) -> None:
+        with self._transaction() as cursor:
+            place = self._place_in(cursor)
+            cursor.execute(f"DELETE FROM {place} WHERE false")
+            cursor.execute(f"INSERT INTO {place} SELECT * FROM {place} WHERE false")
+            cursor.connection.rollback()
+        self._rows = tempfile.TemporaryFile()
 
     def add(self, payload: Dict[str, List[Any]]) -> None:
-        rows = zip(*(map(_without_zeros, payload[name]) for name in self.columns))
-        with self._told() as cursor:
-            need("psycopg2.extras").execute_values(cursor, f"INSERT INTO {self._coming} VALUES %s", rows, page_size=1000)
+        for row in zip(*(payload[name] for name in self.columns)):
+            self._rows.write(("\t".join(map(_copied, row)) + "\n").encode("utf-8", "replace"))
 
     def finish(self) -> None:
-        with self._told() as cursor:
-            cursor.execute(f"DROP TABLE IF EXISTS {self.table}")
-            cursor.execute(f"ALTER TABLE {self._coming} RENAME TO {self.table}")
-            self._base.commit()
-        self._base.close()
+        for pause_s in (5, 20, 0):
+            try:
+                self._rows.seek(0)
+                with self._transaction() as cursor:
+                    place = self._place_in(cursor)
+                    cursor.execute(f"DELETE FROM {place}")
+                    cursor.copy_expert(f"COPY {place} FROM STDIN", self._rows)
+                break
+            except UnwritableError:  # a server that is started anew is no reason to lose the work of hours
+                if not pause_s:
+                    raise
+                time.sleep(pause_s)
+        self._rows.close()
 
     def drop(self) -> None:
-        if self._base is not None:
-            self._base.close()  # takes back what was not committed
+        if hasattr(self, "_rows"):
+            self._rows.close()
 
 
-def _without_zeros(value: Any) -> Any:
-    """Texts of the server end at a zero byte and may have none."""
-    return value.replace("\0", "\ufffd") if isinstance(value, str) else value
+# Texts of the server have no zero byte.
+_SIGNS = str.maketrans({"\\": "\\\\", "\t": "\\t", "\n": "\\n", "\r": "\\r", "\0": "\ufffd"})
+
+
+def _copied(value: Any) -> str:
+    """A value as the server's COPY reads it."""
+    return "\\N" if value is None else str(value).translate(_SIGNS)
 
 
 def output(path: Path, kind: str, columns: Dict[str, str], work: str) -> Output:

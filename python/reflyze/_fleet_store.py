@@ -8,12 +8,16 @@ import os
 import re
 import sqlite3
 from contextlib import closing, contextmanager
-from typing import Any, Iterator, List, Tuple, Type
+from typing import Any, Dict, Iterator, List, Tuple, Type
 
 from ._errors import UnreadableError
 
 _SQLITE = b"SQLite format 3\0"
-_CONNECTING_S = 15  # a server that has not answered by then is not there
+# A server that has not answered by then is not there.
+_PATIENCE = {"connect_timeout": 15, "keepalives_idle": 30, "keepalives_interval": 10, "tcp_user_timeout": 60000}
+# Signs that part an address are written as such elsewhere: servers' own readers of it differ in what they take.
+_ADDRESS = r"postgresql://([^:@/?]*(:[^@/?]*)?@)?[^@?]*(\?[^@]*)?"
+_PLACE = r"(host|hostaddr|port)=[^=%]*"  # what tells one server from another, and no secret
 _PACKAGES = {"zarr": "python3-zarr", "psycopg2": "python3-psycopg2"}
 
 
@@ -42,18 +46,28 @@ def on_server(name: str) -> bool:
 
 
 def shown_address(name: str) -> str:
-    """An address as rows and messages may show it: without its password."""
+    """An address as rows and messages may show it: without who logs in, and of its options where the server is."""
     if not on_server(name):
         return name
-    name = re.sub(r"^(postgresql://[^/?@:]*):[^/?@]*@", r"\1@", name)
-    return re.sub(r"(?<=[?&])(ssl)?password=[^&]*&?", "", name).rstrip("?&")
+    if not re.fullmatch(_ADDRESS, name):
+        return "postgresql://..."
+    where, _, options = name.rpartition("@")[2].replace("postgresql://", "").partition("?")
+    plain = "&".join(option for option in options.split("&") if re.fullmatch(_PLACE, option))
+    return f"postgresql://{where}?{plain}".rstrip("?")
 
 
 def connected(name: str) -> Any:
-    """A connection to a server."""
+    """A connection to a server. Throws psycopg2's errors, none of which tells a password."""
+    base = need("psycopg2")
+    if not re.fullmatch(_ADDRESS, name):
+        raise base.ProgrammingError("its address is written with %40, %2F and %3F for each @, / and ? in a name or password")
+    try:
+        given: Dict[str, Any] = need("psycopg2.extensions").parse_dsn(name)
+    except base.ProgrammingError:
+        raise base.ProgrammingError("its address has an option that is none, or a % without its two digits") from None
     # What the address says of the same comes first.
-    waiting = {} if "connect_timeout=" in name else {"connect_timeout": _CONNECTING_S}
-    return need("psycopg2").connect(name, **waiting)
+    settings: Dict[str, Any] = {**_PATIENCE, **given, "client_encoding": "utf8"}
+    return base.connect(**settings)
 
 
 def sentence_of(error: Exception) -> str:

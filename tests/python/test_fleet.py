@@ -230,50 +230,76 @@ INSERT INTO fibres VALUES (1, 'K7', 3), (2, 'K8', 0);
 INSERT INTO traces VALUES (1, 1, ''), (2, 2, ''), (3, 1, '')"""
 
 
-def test_stores_of_centres(tmp_path: pathlib.Path, server: str) -> None:
+@pytest.mark.parametrize("kind", ["file", "server"])
+def test_stores_of_centres(kind: str, tmp_path: pathlib.Path, request: pytest.FixtureRequest) -> None:
+    address = shown = str(tmp_path / "centre 100%.db")
+    place = "?"
+    if kind == "server":
+        address, place = request.getfixturevalue("server"), "%s"
+        shown = address.replace("postgres:secret@", "")
     reflyze.baseline(BASELINE, level="main").save(tmp_path / "K7.sor")
     rows = [row["lt_deviation_db"] for row in fleet.compare(CURRENT, tmp_path / "K7.sor")]
     current, base = pathlib.Path(CURRENT).read_bytes(), (tmp_path / "K7.sor").read_bytes()
-    name = str(tmp_path / "centre 100%.db")
 
-    def opened(place: str) -> Any:
-        return sqlite3.connect(name) if place == "?" else pytest.importorskip("psycopg2").connect(server)
+    def opened() -> Any:
+        return closing(sqlite3.connect(address) if kind == "file" else pytest.importorskip("psycopg2").connect(address))
 
-    for address, place, shown in ((name, "?", name), (server, "%s", server.replace(":secret", ""))):
-        with closing(opened(place)) as store:
+    def table(columns: str = "*") -> List[Any]:
+        with opened() as store:
             cursor = store.cursor()
-            for statement in STORE.split(";"):
-                cursor.execute(statement)
-            for table, key, data in (("trace", 1, current), ("trace", 2, current), ("baseline", 3, base)):
-                cursor.execute(f"INSERT INTO {table}_bytes VALUES ({place}, {place})", (key, data))
-            store.commit()
-        run = fleet.compare(address, scheduler="processes", workers=1)
-        stored = list(run)
-        assert [row["lt_deviation_db"] for row in stored if not row["problem"]] == rows
-        assert {row["file"]: row["problem"] for row in stored if row["problem"]} == {
-            f"{shown}:K8/2": "its fibre has no baseline", f"{shown}:K7/3": "the store has no bytes of it"}  # fmt: skip
-        assert len(problems(list(fleet.analyse(address)))) == 1
+            cursor.execute(f"SELECT {columns} FROM fleet_compare")
+            return list(cursor.fetchall())
 
-        # Rows go back into it, in the place of older ones, and not by halves.
-        def stop(count: int, of: int) -> None:
-            raise KeyboardInterrupt
+    with opened() as store:
+        cursor = store.cursor()
+        for statement in STORE.split(";"):
+            cursor.execute(statement)
+        for name, key, data in (("trace", 1, current), ("trace", 2, current), ("baseline", 3, base)):
+            cursor.execute(f"INSERT INTO {name}_bytes VALUES ({place}, {place})", (key, data))
+        cursor.execute("CREATE TABLE fleet_compare (other BIGINT)")  # of another release
+        store.commit()
+    run = fleet.compare(address, scheduler="processes", workers=1)
+    stored = list(run)
+    assert [row["lt_deviation_db"] for row in stored if not row["problem"]] == rows
+    assert {row["file"]: row["problem"] for row in stored if row["problem"]} == {
+        f"{shown}:K8/2": "its fibre has no baseline", f"{shown}:K7/3": "the store has no bytes of it"}  # fmt: skip
+    assert len(problems(list(fleet.analyse(address)))) == 1
+    assert "secret" not in repr(fleet.items(address))
 
-        fleet.compare(address).write(address)
-        with pytest.raises(KeyboardInterrupt):
-            fleet.compare([CURRENT], tmp_path / "K7.sor").write(address, progress=stop)
-        run.write(address)
-        with closing(opened(place)) as store:
-            cursor = store.cursor()
-            cursor.execute("SELECT * FROM fleet_compare")
-            assert [dict(zip(run.columns, row)) for row in cursor.fetchall()] == stored
-            cursor.execute("DROP TABLE fibres")
-            store.commit()
-        with pytest.raises(reflyze.UnreadableError, match="store") as caught:
-            fleet.analyse(address)
-        assert "secret" not in str(caught.value)
-    with pytest.raises(reflyze.UnwritableError, match="postgres@/postgres") as refused:
-        fleet.compare(CURRENT, tmp_path / "K7.sor").write(server.replace("host=", "host=/nowhere"))
-    assert "secret" not in str(refused.value)
+    # Rows go back into it, in the place of older ones, whose views stay, and not by halves.
+    def stop(count: int, of: int) -> None:
+        raise KeyboardInterrupt
+
+    fleet.compare(CURRENT, tmp_path / "K7.sor").write(address)
+    with opened() as store:
+        store.cursor().execute("CREATE VIEW mine AS SELECT file FROM fleet_compare")
+        store.commit()
+    assert [row for row, in table("lt_deviation_db")] == rows
+    with pytest.raises(KeyboardInterrupt):
+        run.write(address, progress=stop)
+    assert [row for row, in table("lt_deviation_db")] == rows
+    run.write(address)
+    assert [dict(zip(run.columns, row)) for row in table()] == stored
+    with opened() as store:
+        cursor = store.cursor()
+        cursor.execute("SELECT count(*) FROM mine")
+        assert cursor.fetchall() == [(len(stored),)]
+        cursor.execute("DROP TABLE fibres")
+        store.commit()
+    with pytest.raises(reflyze.UnreadableError, match="store") as caught:
+        fleet.analyse(address)
+    assert "secret" not in str(caught.value)
+
+
+def test_addresses_keep_their_passwords() -> None:
+    pytest.importorskip("psycopg2")
+    for secret in ("u:pa?hush@h", "u:pa@hush@h", "u:pa/hush@h", "u:100%hush@h", "h:1?passw%6Frd=hush&sslmode=none",
+                   "h?password=pa@hush", "h?hush=1", "@/?host=%2Fnone&password=hush", "u:hush@/x?host=/none"):  # fmt: skip
+        with pytest.raises(reflyze.UnreadableError) as unread:
+            fleet.analyse(f"postgresql://{secret}")
+        with pytest.raises(reflyze.UnwritableError) as unwritten:
+            fleet.analyse(CURRENT).write(f"postgresql://{secret}")
+        assert "hush" not in f"{unread.value} {unwritten.value}", secret
 
 
 def test_command(archive: pathlib.Path, tmp_path: pathlib.Path) -> None:
