@@ -148,6 +148,8 @@ TEST_F(CentreTest, MovesNoAlarmByATraceThatComesLate) {
   Drop("F1", "2.sor", Simulated("broken-40km", 2));
   ASSERT_TRUE(Within(20, [&] { return Count("SELECT COUNT(*) FROM comparisons WHERE late = 1") == 1; }));
   EXPECT_EQ(Count("SELECT COUNT(*) FROM alarms"), 0);
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM fibres WHERE bad_since = last_received_at"), 1)
+      << "nothing watches a fibre whose traces are all late";
 }
 
 // An instrument whose range was changed sees nothing of the last kilometres: the fibre is not known to be

@@ -28,7 +28,7 @@ std::vector<Expected> ExpectedOf(soci::session& session) {
   };
   return RowsOf(
       session,
-      // Bad traces are no news, unless what came behind them has waited for long.
+      // Traces that tell nothing of now are no news, unless what came behind them has waited for long.
       "SELECT id, name, instrument, every_seconds, CASE WHEN told_at > made_at THEN told_at ELSE made_at END,"
       " bad FROM (SELECT f.id, f.name, f.instrument, f.every_seconds, b.made_at, CASE WHEN f.bad_since > 0"
       " AND (f.waiting_since = 0 OR f.last_received_at - f.waiting_since < f.every_seconds * 1000) THEN"

@@ -55,8 +55,11 @@ AlarmChange NoTraceFrom(const Expected& one, Millis now) {
   alarm.fibre = one.fibre;
   alarm.kind = AlarmKind::kNoTrace;
   alarm.severity = Severity::kMajor;
-  alarm.sentence = "no trace that can be compared came for " + std::to_string(one.quiet / kMillisPerSecond) +
-                   " s; one is expected every " + std::to_string(one.everySeconds) + " s";
+  // Traces may come all the time and still say nothing of now.
+  alarm.sentence = std::string("no trace ") +
+                   (one.bad ? "that can be compared and is newer than those before " : "") + "came for " +
+                   std::to_string(one.quiet / kMillisPerSecond) + " s; one is expected every " +
+                   std::to_string(one.everySeconds) + " s";
   return Raised(alarm, now);
 }
 
@@ -65,7 +68,8 @@ AlarmChange DeadInstrument(const std::string& name, Millis now) {
   alarm.instrument = name;
   alarm.kind = AlarmKind::kInstrument;
   alarm.severity = Severity::kMajor;
-  alarm.sentence = "instrument " + name + " sends no trace that can be compared, of any of its fibres";
+  alarm.sentence =
+      "instrument " + name + " sends no trace that can be compared and is new, of any of its fibres";
   return Raised(alarm, now);
 }
 

@@ -14,12 +14,12 @@ struct Expected {
   Id fibre = 0;
   std::string name, instrument;
   long everySeconds = 0;
-  // When a trace came last that could be compared or may yet be, the first one that could not be, or the
-  // fibre began to be watched, by the clock of then.
+  // When a trace came last that told of now or may yet do so, the first one that did not (it could not be
+  // compared, or is older than those before), or the fibre began to be watched, by the clock of then.
   Millis toldAt = 0;
   Millis quiet = 0;    // for how long none has come while this centre looked on
   bool heard = false;  // one has, since it looks on
-  bool bad = false;    // what came last could not be compared
+  bool bad = false;    // what came last told nothing of now
 };
 
 // What of all that is silent: the fibres from which nothing has come for more than twice the time in which a

@@ -157,13 +157,22 @@ void ForgetNewest(soci::session& session, Id fibre) {
   session << "UPDATE fibres SET last_taken_at = 0 WHERE id = :id", use(fibre);
 }
 
-void PutBad(soci::session& session, Id trace, const std::string& problem) {
-  session << "UPDATE traces SET state = 2, problem = :problem WHERE id = :id AND state = 0", use(problem),
-      use(trace);
+namespace {
+
+// A trace that says nothing of how its fibre is now: the fibre is silent, unless one comes that does.
+void TellsNothing(soci::session& session, Id trace) {
   session
       << "UPDATE fibres SET bad_since = (SELECT received_at FROM traces WHERE id = :id) WHERE bad_since = 0"
          " AND id = (SELECT fibre FROM traces WHERE id = :own)",
       use(trace), use(trace);
+}
+
+}  // namespace
+
+void PutBad(soci::session& session, Id trace, const std::string& problem) {
+  session << "UPDATE traces SET state = 2, problem = :problem WHERE id = :id AND state = 0", use(problem),
+      use(trace);
+  TellsNothing(session, trace);
 }
 
 bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline) {
@@ -177,7 +186,10 @@ bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline
       use(late), use(row.endKm), use(row.sentences), use(row.events), into(id);
   if (!session.got_data()) return false;
   session << "UPDATE traces SET state = 1 WHERE id = :id", use(row.trace);
-  if (row.late) return true;  // it says nothing of now
+  if (row.late) {
+    TellsNothing(session, row.trace);
+    return true;
+  }
   session
       << "UPDATE fibres SET bad_since = 0, last_taken_at = CASE WHEN last_taken_at < :taken THEN :newest ELSE"
          " last_taken_at END WHERE id = :id AND (last_taken_at < :then OR bad_since > 0)",
