@@ -62,7 +62,7 @@ async function done(page) {
 test('the worst comes first, news come by themselves, and who acknowledges is kept', async () => {
   const page = await look(own);
   await count(page, 4);
-  assert.deepEqual(await fibres(page), ['new no baseline', 'east-2 ok', 'east-10 ok', 'north ok']);
+  assert.deepEqual(await fibres(page), ['new no baseline', 'east-2 no trace yet', 'east-10 no trace yet', 'north no trace yet']);
   assert.ok(await page.isVisible('#no-alarm'));
   await live(page);
   await mark(page);
