@@ -19,6 +19,7 @@
 #include "watch/http/Server.h"
 #include "watch/spool/Spool.h"
 #include "watch/store/People.h"
+#include "watch/store/ServerAddress.h"
 
 namespace reflyze {
 
@@ -33,12 +34,11 @@ void NeedSodium() {
   if (sodium_init() < 0) throw Error(ErrorKind::kUsage, "", "this machine gives no random numbers");
 }
 
-bool IsServer(const std::string& store) { return store.rfind("postgresql://", 0) == 0; }
-
 // A file is one centre's. Whoever comes second would take the first for dead.
 class StoreLock {
  public:
   explicit StoreLock(const std::string& store) {
+    ExpectStore(store);
     if (IsServer(store)) return;
     const std::string name = store + ".lock";
     descriptor_ = open(name.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
@@ -173,11 +173,13 @@ std::vector<std::string> CheckCentre(const CentreOptions& options) {
     }
   };
   look([&] {
+    ExpectStore(options.store);
     const int version = access(options.store.c_str(), F_OK) == 0 || IsServer(options.store)
                             ? Store::VersionOf(options.store)
                             : 0;
     if (version > Store::NewestVersion())
-      throw Error(ErrorKind::kUnreadable, options.store, "is of a newer version than this program");
+      throw Error(ErrorKind::kUnreadable, ShownStore(options.store),
+                  "is of a newer version than this program");
   });
   look([&] { ChannelsOf(options.channels); });
   look([&] { PageAddress(options.address); });

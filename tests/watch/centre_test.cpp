@@ -195,17 +195,23 @@ TEST_F(CentreTest, RefusesAStoreOfANewerVersionAndOfSomethingElse) {
   EXPECT_THROW(OpenCentre(other), Error);
 }
 
-TEST_F(CentreTest, RefusesAServerWithoutTellingItsPassword) {
-  for (const char* secret : {"u:hush@h/db?host=/none", "u:pa@hush@h", "u:pa/hush@h", "u:pa?hush@h",
-                             "u:9%hush@h", "h?password=pa@hush", "/x?host=/none&password=hush"}) {
+TEST_F(CentreTest, RefusesStoresWithoutTellingTheirPasswords) {
+  for (const char* store :
+       {"postgresql://u:hush@h/db?host=/none", "postgres://u:hush@/x?host=/none", "postgresql://u:pa@hush@h",
+        "postgresql://u:pa/hush@h", "postgresql://u:pa?hush@h", "postgresql://u:9%hush@h",
+        "postgresql://h?password=pa@hush", "postgresql://u:hush@[::1/db", "postgresql://u:hush%00@h/db",
+        "postgresql:///db?password=pa&hush", "other://u:hush@h/db", "host=h password=hush"}) {
     CentreOptions options = Options();
-    options.store = std::string("postgresql://") + secret;
+    options.store = store;
     try {
       OpenCentre(options);
-      FAIL() << secret;
+      FAIL() << store;
     } catch (const Error& error) {
       EXPECT_EQ(std::string(error.what()).find("hush"), std::string::npos) << error.what();
     }
+    const std::vector<std::string> wrong = CheckCentre(options);
+    ASSERT_EQ(wrong.size(), 1u) << store;
+    EXPECT_EQ(wrong[0].find("hush"), std::string::npos) << wrong[0];
   }
 }
 

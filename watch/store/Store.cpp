@@ -19,16 +19,16 @@ constexpr std::size_t kMostReading = 24;    // at the same time
 [[noreturn]] void Refuse(const std::string& address, std::string why) {
   for (char& sign : why) sign = sign == '\n' || sign == '\t' ? ' ' : sign;  // servers speak in several lines
   why.erase(why.find_last_not_of(' ') + 1);
-  throw Error(ErrorKind::kUnreadable, ShownAddress(address), "can't be used as a store: " + why);
+  throw Error(ErrorKind::kUnreadable, ShownStore(address), "can't be used as a store: " + why);
 }
 
 Dialect DialectOf(const std::string& address) {
-  return address.rfind("postgresql://", 0) == 0 ? Dialect::kPostgres : Dialect::kSqlite;
+  return IsServer(address) ? Dialect::kPostgres : Dialect::kSqlite;
 }
 
 std::unique_ptr<soci::session> Connect(const std::string& address, Dialect kind) {
+  ExpectStore(address);
   if (kind == Dialect::kPostgres) {
-    ExpectOneReading(address);
     auto session = std::make_unique<soci::session>(*soci::factory_postgresql(), WithPatience(address));
     // A centre that stands still while it writes holds no rows for long, and nobody waits for them for ever.
     *session << "SELECT set_config(name, value, false) FROM (VALUES ('lock_timeout', '20000'),"
@@ -36,9 +36,6 @@ std::unique_ptr<soci::session> Connect(const std::string& address, Dialect kind)
                 " WHERE current_setting(name) = '0'";
     return session;
   }
-  // The address is a list of words to the library; a name that would be several is refused.
-  if (address.find_first_of("\" \t\n") != std::string::npos)
-    throw Error(ErrorKind::kUsage, address, "the name of a store holds no blank and no quotation mark");
   auto session =
       std::make_unique<soci::session>(*soci::factory_sqlite3(), "dbname=" + address + " timeout=30");
   // Readers go on while somebody writes, and what was acknowledged survives a loss of power.
@@ -129,7 +126,7 @@ std::exception_ptr Apply(soci::session& session, const std::function<void(soci::
 Store::Store(const std::string& address) : address_(address), kind_(DialectOf(address)) {
   try {
     OpenWriter();
-    Migrate(*writer_, kind_, ShownAddress(address));
+    Migrate(*writer_, kind_, ShownStore(address));
   } catch (const soci::soci_error& error) {
     Refuse(address, error.what());
   } catch (const StoreAway& error) {
