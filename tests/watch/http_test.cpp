@@ -92,7 +92,7 @@ TEST_F(HttpTest, TakesTracesAndShowsWhatTheyCameTo) {
   EXPECT_EQ(Get("/fibres/north").Json()["state"], "no baseline");
   const std::string trace = Example("current-40km.sor"), before = Example("baseline-40km.sor");
   EXPECT_EQ(Do("PUT", "/fibres/north/baseline", before).Json()["events"].size(), 7U);
-  EXPECT_EQ(Get("/fibres/north").Json()["state"], "no trace yet");
+  EXPECT_EQ(Get("/fibres/north").Json()["state"], "not measured");
   const Heard first = Do("PUT", "/fibres/north/traces", trace),
               again = Do("POST", "/fibres/north/traces", trace);
   EXPECT_EQ(first.status, 201);

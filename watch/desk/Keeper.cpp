@@ -23,18 +23,16 @@ std::vector<Expected> ExpectedOf(soci::session& session) {
     statement.exchange(soci::into(row.name));
     statement.exchange(soci::into(row.instrument));
     statement.exchange(soci::into(every));
-    statement.exchange(soci::into(row.toldAt));
+    statement.exchange(soci::into(row.lastGood));
+    statement.exchange(soci::into(row.baseline));
+    statement.exchange(soci::into(row.backlogAt));
     statement.exchange(soci::into(bad));
   };
   return RowsOf(
       session,
-      // Traces that tell nothing of now are no news, unless what came behind them has waited for long.
-      "SELECT id, name, instrument, every_seconds, CASE WHEN told_at > made_at THEN told_at ELSE made_at END,"
-      " bad FROM (SELECT f.id, f.name, f.instrument, f.every_seconds, b.made_at, CASE WHEN f.bad_since > 0"
-      " AND (f.waiting_since = 0 OR f.last_received_at - f.waiting_since < f.every_seconds * 1000) THEN"
-      " f.bad_since ELSE f.last_received_at END AS told_at,"
-      " CASE WHEN f.bad_since > 0 THEN 1 ELSE 0 END AS bad"
-      " FROM fibres f JOIN baselines b ON b.id = f.baseline WHERE f.every_seconds > 0) looked_for",
+      "SELECT id, name, instrument, every_seconds, last_good, baseline, CASE WHEN waiting_since > 0"
+      " AND last_received_at - waiting_since >= every_seconds * 1000 THEN last_received_at ELSE 0 END,"
+      " CASE WHEN bad_since > 0 THEN 1 ELSE 0 END FROM fibres WHERE every_seconds > 0 AND baseline > 0",
       columns, NoValues, [&] {
         row.everySeconds = static_cast<long>(every);
         row.bad = bad != 0;
@@ -47,10 +45,11 @@ std::vector<Expected> ExpectedOf(soci::session& session) {
 std::vector<Expected> Keeper::AllExpected(soci::session& session) {
   std::vector<Expected> all = ExpectedOf(session);
   for (Expected& one : all) {
-    const auto [known, isNew] = heard_.try_emplace(one.fibre, Heard{one.toldAt, lookedFor_, false});
-    if (!isNew && known->second.toldAt != one.toldAt) known->second = {one.toldAt, lookedFor_, true};
-    one.quiet = lookedFor_ - known->second.lookedFor;
-    one.heard = known->second.since;
+    const Sign sign{one.lastGood, one.baseline, one.backlogAt, lookedFor_};
+    Sign& known = heard_.try_emplace(one.fibre, sign).first->second;
+    const bool waits = sign.backlogAt != 0 && sign.backlogAt != known.backlogAt;
+    if (sign.lastGood != known.lastGood || sign.baseline != known.baseline || waits) known = sign;
+    one.quiet = lookedFor_ - known.lookedFor;
   }
   return all;
 }

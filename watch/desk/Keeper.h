@@ -30,13 +30,14 @@ class Keeper {
   Millis thinDay_ = 0;  // up to which all fibres are thin
   Wake wake_;
   std::thread thread_;
-  // When a fibre was heard last. Clocks that are set, a store that is away and a centre that stands still
-  // make nobody silent: what counts is the time for which this centre looked on.
-  struct Heard {
-    Millis toldAt = 0, lookedFor = 0;
-    bool since = false;
+  // The last sign of life of a fibre, or that it began to be watched. Clocks that are set, a store that is
+  // away and a centre that stands still make nobody silent: what counts is the time for which this centre
+  // looked on.
+  struct Sign {
+    Id lastGood = 0, baseline = 0;
+    Millis backlogAt = 0, lookedFor = 0;
   };
-  std::map<Id, Heard> heard_;
+  std::map<Id, Sign> heard_;
   Millis lookedFor_ = 0, lookedAt_ = 0;  // for how long, and when last, by the steady clock
 };
 

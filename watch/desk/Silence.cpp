@@ -15,9 +15,10 @@ bool IsSilent(const Expected& one) {
   return one.everySeconds > 0 && one.quiet > most;
 }
 
-// Whether the fibre of an alarm speaks again.
+// Whether a fibre of an alarm has spoken since. Traces are numbered as they come.
 bool Spoke(const Expected& one, const Alarm& alarm) {
-  return !one.bad && !IsSilent(one) && (one.heard || one.toldAt > alarm.raisedAt);
+  return alarm.kind == AlarmKind::kInstrument ? one.lastGood > alarm.lastTrace
+                                              : one.lastGood != alarm.lastTrace;
 }
 
 // An alarm goes on while nothing has come from any that it is of.
@@ -54,6 +55,7 @@ AlarmChange NoTraceFrom(const Expected& one, Millis now) {
   Alarm alarm;
   alarm.fibre = one.fibre;
   alarm.kind = AlarmKind::kNoTrace;
+  alarm.lastTrace = one.lastGood;
   alarm.severity = Severity::kMajor;
   // Traces may come all the time and still say nothing of now.
   alarm.sentence = std::string("no trace ") +
@@ -63,8 +65,11 @@ AlarmChange NoTraceFrom(const Expected& one, Millis now) {
   return Raised(alarm, now);
 }
 
-AlarmChange DeadInstrument(const std::string& name, Millis now) {
+AlarmChange DeadInstrument(const std::string& name, const std::vector<Expected>& expected, Millis now) {
   Alarm alarm;
+  for (const Expected& one : expected) {
+    if (one.instrument == name) alarm.lastTrace = std::max(alarm.lastTrace, one.lastGood);
+  }
   alarm.instrument = name;
   alarm.kind = AlarmKind::kInstrument;
   alarm.severity = Severity::kMajor;
@@ -115,7 +120,7 @@ std::vector<AlarmChange> NextSilence(const std::vector<Alarm>& open, const std::
     if (fibres.count(one.fibre) > 0 && told.count(one.instrument) == 0)
       changes.push_back(NoTraceFrom(one, now));
   }
-  for (const std::string& name : instruments) changes.push_back(DeadInstrument(name, now));
+  for (const std::string& name : instruments) changes.push_back(DeadInstrument(name, expected, now));
   return changes;
 }
 

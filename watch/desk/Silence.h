@@ -14,12 +14,11 @@ struct Expected {
   Id fibre = 0;
   std::string name, instrument;
   long everySeconds = 0;
-  // When a trace came last that told of now or may yet do so, the first one that did not (it could not be
-  // compared, or is older than those before), or the fibre began to be watched, by the clock of then.
-  Millis toldAt = 0;
-  Millis quiet = 0;    // for how long none has come while this centre looked on
-  bool heard = false;  // one has, since it looks on
-  bool bad = false;    // what came last told nothing of now
+  Id lastGood = 0;  // the last trace that told how the fibre is: it could be compared, and was the newest
+  Id baseline = 0;
+  Millis backlogAt = 0;  // when a trace came last behind such as wait for long; 0 if none does
+  Millis quiet = 0;      // for how long there was no sign of life while this centre looked on
+  bool bad = false;      // what came since told nothing of now
 };
 
 // What of all that is silent: the fibres from which nothing has come for more than twice the time in which a
@@ -30,8 +29,9 @@ struct Silent {
 };
 Silent SilentOf(const std::vector<Expected>& expected);
 
-// What that changes of the alarms of silence, which are `open`. They need no confirmation, and end when a
-// trace has come: a centre that has just begun to look on knows nothing yet.
+// What that changes of the alarms of silence, which are `open`. They need no confirmation, and end with a
+// trace that tells how the fibre is, whoever looks and whatever the clocks say: `lastTrace` is the last one
+// before.
 std::vector<AlarmChange> NextSilence(const std::vector<Alarm>& open, const std::vector<Expected>& expected,
                                      Millis now);
 

@@ -50,7 +50,7 @@ Json JsonOf(const Fibre& fibre, const States& states, bool withRoute) {
                 {"alarms", wrong ? alarms->second.count : 0},
                 {"unacknowledged", wrong ? alarms->second.unacknowledged : 0},
                 {"has_route", !fibre.route.empty()}};
-  const char* quiet = fibre.baseline == 0 ? "no baseline" : fibre.lastTakenAt == 0 ? "no trace yet" : "ok";
+  const char* quiet = fibre.baseline == 0 ? "no baseline" : fibre.lastTakenAt == 0 ? "not measured" : "ok";
   value["state"] = wrong ? NameOf(alarms->second.worst) : quiet;
   if (withRoute) value["route"] = fibre.route.empty() ? Json() : Parsed(fibre.route, Json());
   return value;

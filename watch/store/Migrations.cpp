@@ -93,6 +93,9 @@ const std::vector<std::vector<const char*>>& Steps() {
           " EXECUTE 'ALTER TABLE trace_bytes ALTER COLUMN bytes SET COMPRESSION lz4';"
           " EXECUTE 'ALTER TABLE baseline_bytes ALTER COLUMN bytes SET COMPRESSION lz4';"
           " EXCEPTION WHEN OTHERS THEN NULL; END $$",
+      },
+      {
+          "ALTER TABLE fibres ADD COLUMN last_good BIGINT NOT NULL DEFAULT 0",
       }};
   return steps;
 }

@@ -159,7 +159,7 @@ void ForgetNewest(soci::session& session, Id fibre) {
 
 namespace {
 
-// A trace that says nothing of how its fibre is now: the fibre is silent, unless one comes that does.
+// A trace that says nothing of how its fibre is now, as those who ask why it is silent want to know.
 void TellsNothing(soci::session& session, Id trace) {
   session
       << "UPDATE fibres SET bad_since = (SELECT received_at FROM traces WHERE id = :id) WHERE bad_since = 0"
@@ -190,10 +190,10 @@ bool PutComparison(soci::session& session, const ComparisonRow& row, Id baseline
     TellsNothing(session, row.trace);
     return true;
   }
-  session
-      << "UPDATE fibres SET bad_since = 0, last_taken_at = CASE WHEN last_taken_at < :taken THEN :newest ELSE"
-         " last_taken_at END WHERE id = :id AND (last_taken_at < :then OR bad_since > 0)",
-      use(row.takenAt), use(row.takenAt), use(row.fibre), use(row.takenAt);
+  session << "UPDATE fibres SET bad_since = 0, last_good = :trace, last_taken_at = CASE WHEN last_taken_at < "
+             ":taken"
+             " THEN :newest ELSE last_taken_at END WHERE id = :id",
+      use(row.trace), use(row.takenAt), use(row.takenAt), use(row.fibre);
   return true;
 }
 

@@ -62,7 +62,7 @@ async function done(page) {
 test('the worst comes first, news come by themselves, and who acknowledges is kept', async () => {
   const page = await look(own);
   await count(page, 4);
-  assert.deepEqual(await fibres(page), ['new no baseline', 'east-2 no trace yet', 'east-10 no trace yet', 'north no trace yet']);
+  assert.deepEqual(await fibres(page), ['new no baseline', 'east-2 not measured', 'east-10 not measured', 'north not measured']);
   assert.ok(await page.isVisible('#no-alarm'));
   await live(page);
   await mark(page);

@@ -9,7 +9,7 @@ export interface Fibre {
   from: string;
   to: string;
   instrument: string;
-  state: Severity | 'ok' | 'no trace yet' | 'no baseline';
+  state: Severity | 'ok' | 'not measured' | 'no baseline';
   alarms: number;
   unacknowledged: number;
   last_taken_at: number;

@@ -4,7 +4,7 @@ import { el } from '../dom';
 import { now as clock, type Fibre } from './api';
 
 // The worst first; a fibre without a baseline is watched by nobody, and one that was not measured is not known to be well.
-const ORDER = ['critical', 'major', 'minor', 'warning', 'no baseline', 'no trace yet', 'ok'];
+const ORDER = ['critical', 'major', 'minor', 'warning', 'no baseline', 'not measured', 'ok'];
 
 export const badness = (state: string): number => ORDER.indexOf(state);
 
