@@ -3,7 +3,9 @@
 
 from __future__ import annotations
 
+import io
 import os
+import re
 import shutil
 import sqlite3
 import tempfile
@@ -22,6 +24,9 @@ _CHUNK_ROWS = 1 << 16  # of an array: whole chunks are written once
 FORMATS = {"csv": "csv", "jsonl": "jsonl", "zarr": "columns", "db": "columns"}  # and how workers send them
 _ENDINGS = {".csv": "csv", ".jsonl": "jsonl", ".ndjson": "jsonl", ".zarr": "zarr", ".db": "db", ".sqlite": "db"}
 _PATIENCE_S = 60  # with a centre that writes in its store
+_PATIENCE_AT_THE_END_S = 600  # with those who hold a table of a server, when the work is done
+# What a server that is started anew, or another run, may say: no reason to lose the work of hours.
+_PASSING = "08|40|53|57|58|55P03|23505|42P07"
 
 
 def format_of(path: Path, given: str) -> str:
@@ -199,14 +204,13 @@ class Table(Output):
         os.unlink(self.beside)
 
     def _has_moved(self) -> bool:
-        # Unlike a move, a link takes nobody's place: a database that was made meanwhile gets the rows.
+        # Unlike a move, a link takes nobody's place: a database that was made meanwhile gets the rows. So does a new one
+        # where the file system has no links.
         try:
             os.link(self.beside, self.path)
-            os.unlink(self.beside)
-        except FileExistsError:
+        except OSError:
             return False
-        except OSError:  # a file system without links
-            os.rename(self.beside, self.path)
+        os.unlink(self.beside)
         return True
 
     def drop(self) -> None:
@@ -220,7 +224,7 @@ class ServerTable(Output):
     """The same on a PostgreSQL server.
 
     The rows wait in a local file. The server has them in one transaction at the end, in which those who read the table
-    see the old rows; what a run needs there is tried before it begins.
+    see the old rows; what a run needs there is tried before it begins. Two runs of the same work wait for each other.
     """
 
     def __init__(self, path: Path, columns: Dict[str, str], work: str) -> None:
@@ -232,10 +236,12 @@ class ServerTable(Output):
         self._shape = [(name, types.get(kind, "bigint")) for name, kind in columns.items()]
 
     @contextmanager
-    def _transaction(self) -> Iterator[Any]:
+    def _transaction(self, patience_s: int) -> Iterator[Any]:
         try:
             with closing(connected(self._address)) as base, base.cursor() as cursor:
-                cursor.execute(f"SET lock_timeout = '{_PATIENCE_S}s'")
+                base.set_session(isolation_level="READ COMMITTED")  # each statement sees what the run before has left
+                cursor.execute(f"SET lock_timeout = '{patience_s}s'")
+                cursor.execute("SELECT pg_advisory_xact_lock(hashtext(%s))", (self.table,))
                 yield cursor
                 base.commit()
         except need("psycopg2").Error as error:
@@ -244,7 +250,7 @@ class ServerTable(Output):
     def _place_in(self, cursor: Any) -> str:
         """The table that takes the rows: the one that is there, with its views and rights, if it has their columns."""
         cursor.execute("SELECT relnamespace::regnamespace FROM pg_class WHERE oid = to_regclass(%s)", (self.table,))
-        place = ".".join([*(schema for schema, in cursor.fetchall()), self.table])
+        place = ".".join([*(schema for (schema,) in cursor.fetchall()), self.table])
         cursor.execute(
             "SELECT attname, format_type(atttypid, atttypmod) FROM pg_attribute"
             " WHERE attrelid = to_regclass(%s) AND attnum > 0 AND NOT attisdropped ORDER BY attnum",
@@ -254,39 +260,52 @@ class ServerTable(Output):
             cursor.execute(f"DROP TABLE IF EXISTS {place}")
             shape = ", ".join(f'"{name}" {kind}' for name, kind in self._shape)
             cursor.execute(f"CREATE TABLE {place} ({shape})")
-        cursor.execute(f"LOCK TABLE {place} IN SHARE ROW EXCLUSIVE MODE")  # readers go on, another run waits
         return place
 
     def begin(self) -> None:
-        with self._transaction() as cursor:
+        with self._transaction(_PATIENCE_S) as cursor:
             place = self._place_in(cursor)
             cursor.execute(f"DELETE FROM {place} WHERE false")
-            cursor.execute(f"INSERT INTO {place} SELECT * FROM {place} WHERE false")
+            cursor.copy_expert(f"COPY {place} FROM STDIN", io.BytesIO())
+            cursor.execute("SHOW server_encoding")
+            ((encoding,),) = cursor.fetchall()
+            if encoding not in ("UTF8", "SQL_ASCII"):
+                raise UnwritableError(f"the database keeps texts as {encoding}, and rows are UTF8", self.path)
             cursor.connection.rollback()
         self._rows = tempfile.TemporaryFile()
 
     def add(self, payload: Dict[str, List[Any]]) -> None:
-        for row in zip(*(payload[name] for name in self.columns)):
-            self._rows.write(("\t".join(map(_copied, row)) + "\n").encode("utf-8", "replace"))
+        with self._kept():
+            for row in zip(*(payload[name] for name in self.columns)):
+                self._rows.write(("\t".join(map(_copied, row)) + "\n").encode("utf-8", "replace"))
+
+    @contextmanager
+    def _kept(self) -> Iterator[None]:
+        try:
+            yield
+        except OSError as error:
+            raise UnwritableError(error.strerror or str(error), tempfile.gettempdir()) from error
 
     def finish(self) -> None:
         for pause_s in (5, 20, 0):
             try:
-                self._rows.seek(0)
-                with self._transaction() as cursor:
+                with self._kept():
+                    self._rows.seek(0)
+                with self._transaction(_PATIENCE_AT_THE_END_S) as cursor:
                     place = self._place_in(cursor)
                     cursor.execute(f"DELETE FROM {place}")
                     cursor.copy_expert(f"COPY {place} FROM STDIN", self._rows)
                 break
-            except UnwritableError:  # a server that is started anew is no reason to lose the work of hours
-                if not pause_s:
+            except UnwritableError as error:
+                if not pause_s or not re.match(_PASSING, getattr(error.__cause__, "pgcode", None) or "08"):
                     raise
                 time.sleep(pause_s)
-        self._rows.close()
+        self.drop()
 
     def drop(self) -> None:
         if hasattr(self, "_rows"):
-            self._rows.close()
+            with suppress(OSError):  # what could not be written before can't be now
+                self._rows.close()
 
 
 # Texts of the server have no zero byte.

@@ -16,8 +16,9 @@ _SQLITE = b"SQLite format 3\0"
 # A server that has not answered by then is not there.
 _PATIENCE = {"connect_timeout": 15, "keepalives_idle": 30, "keepalives_interval": 10, "tcp_user_timeout": 60000}
 # Signs that part an address are written as such elsewhere: servers' own readers of it differ in what they take.
-_ADDRESS = r"postgresql://([^:@/?]*(:[^@/?]*)?@)?[^@?]*(\?[^@]*)?"
-_PLACE = r"(host|hostaddr|port)=[^=%]*"  # what tells one server from another, and no secret
+_SCHEME = r"postgres(ql)?://"
+_ADDRESS = _SCHEME + r"([^:@/?]*(:[^@/?]*)?@)?[^@?]*(\?[^@]*)?"
+_PLACE = r"(host|hostaddr|port|dbname|service)=[^=%]*"  # what tells one server from another, and no secret
 _PACKAGES = {"zarr": "python3-zarr", "psycopg2": "python3-psycopg2"}
 
 
@@ -42,7 +43,7 @@ def is_database(name: str) -> bool:
 
 def on_server(name: str) -> bool:
     """Whether a name is the address of a store on a server, as a centre takes it."""
-    return name.startswith("postgresql://")
+    return re.match(_SCHEME, name) is not None
 
 
 def shown_address(name: str) -> str:
@@ -51,7 +52,7 @@ def shown_address(name: str) -> str:
         return name
     if not re.fullmatch(_ADDRESS, name):
         return "postgresql://..."
-    where, _, options = name.rpartition("@")[2].replace("postgresql://", "").partition("?")
+    where, _, options = re.sub(_SCHEME, "", name.rpartition("@")[2]).partition("?")
     plain = "&".join(option for option in options.split("&") if re.fullmatch(_PLACE, option))
     return f"postgresql://{where}?{plain}".rstrip("?")
 

@@ -118,7 +118,7 @@ class Centre:
     ) -> None:
         parts = urlsplit(url)
         if parts.scheme not in ("http", "https") or not parts.hostname:
-            raise UsageError(f'"{url}" is no address of a centre: http://HOST:PORT')
+            raise UsageError(f'"{url.rpartition("@")[2]}" is no address of a centre: http://HOST:PORT')
         if token is not None and user is not None:
             raise UsageError("either a token or a user says who asks")
         self._secure = parts.scheme == "https"

@@ -294,7 +294,7 @@ def test_stores_of_centres(kind: str, tmp_path: pathlib.Path, request: pytest.Fi
 def test_addresses_keep_their_passwords() -> None:
     pytest.importorskip("psycopg2")
     for secret in ("u:pa?hush@h", "u:pa@hush@h", "u:pa/hush@h", "u:100%hush@h", "h:1?passw%6Frd=hush&sslmode=none",
-                   "h?password=pa@hush", "h?hush=1", "@/?host=%2Fnone&password=hush", "u:hush@/x?host=/none"):  # fmt: skip
+                   "h?password=pa@hush", "h?hush=1", "@/?host=%2Fnone&password=hush", "u:hush@/x?host=/none", "u:hush@[::1/db"):  # fmt: skip
         with pytest.raises(reflyze.UnreadableError) as unread:
             fleet.analyse(f"postgresql://{secret}")
         with pytest.raises(reflyze.UnwritableError) as unwritten:
