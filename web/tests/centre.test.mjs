@@ -213,7 +213,7 @@ test('pictures of a tile server lie behind the routes, where they belong', async
   }
   // From as far as one can go, and at the pole, where a degree of longitude is nothing, the page still answers.
   await page.focus('#map');
-  for (const key of [...Array(30).fill('-'), ...Array(12).fill('ArrowUp'), 'f']) await page.keyboard.press(key);
+  for (const key of [...Array(30).fill('-'), ...Array(12).fill('ArrowUp'), 'ArrowRight', 'f']) await page.keyboard.press(key);
   await page.waitForTimeout(200);
   assert.ok((await blueness()) > 0.9);
   await done(page);

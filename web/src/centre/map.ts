@@ -117,7 +117,6 @@ export class RouteMap {
     const { width, height } = this.canvas.getBoundingClientRect();
     const pen = this.canvas.getContext('2d');
     if (!pen || !this.view || width === 0) return;
-    this.view.y = Math.max(-HIGHEST, Math.min(this.view.y, HIGHEST)); // at a pole a degree of longitude is nothing
     this.canvas.width = width * devicePixelRatio;
     this.canvas.height = height * devicePixelRatio;
     pen.scale(devicePixelRatio, devicePixelRatio);
@@ -205,6 +204,13 @@ export class RouteMap {
     pen.fillText(km >= 1 ? `${km} km` : `${Math.round(km * 1000)} m`, 12, height - 20);
   }
 
+  // By degrees of latitude, to the east and to the north. At a pole a degree of longitude is nothing.
+  private move(east: number, north: number): void {
+    const view = this.view!;
+    view.x = Math.max(-360, Math.min(view.x + east / Math.cos((view.y * Math.PI) / 180), 360));
+    view.y = Math.max(-HIGHEST, Math.min(view.y + north, HIGHEST));
+  }
+
   // Larger or smaller; what is in the middle stays there.
   step(factor: number): void {
     const { width, height } = this.canvas.getBoundingClientRect();
@@ -214,12 +220,10 @@ export class RouteMap {
   private zoom(factor: number, x: number, y: number): void {
     if (!this.view) return;
     const { width, height } = this.canvas.getBoundingClientRect();
-    const narrow = Math.cos((this.view.y * Math.PI) / 180);
     this.untouched = false;
     const scale = Math.max(LEAST_ZOOM, Math.min(this.view.scale * factor, MOST_ZOOM));
     const shift = 1 / this.view.scale - 1 / scale;
-    this.view.x += ((x - width / 2) * shift) / narrow;
-    this.view.y -= (y - height / 2) * shift;
+    this.move((x - width / 2) * shift, (height / 2 - y) * shift);
     this.view.scale = scale;
     this.draw();
   }
@@ -246,8 +250,7 @@ export class RouteMap {
     const share = other ? 0.5 : 1;
     const [right, down] = [now.x - before.x, now.y - before.y];
     this.moved += Math.abs(right) + Math.abs(down) + (other ? WIDE_OF_A_PRESS : 0);
-    this.view.x -= (share * right) / this.view.scale / Math.cos((this.view.y * Math.PI) / 180);
-    this.view.y += (share * down) / this.view.scale;
+    this.move((-share * right) / this.view.scale, (share * down) / this.view.scale);
     if (other) {
       const apart = (one: { x: number; y: number }): number => Math.max(1, Math.hypot(one.x - other.x, one.y - other.y));
       this.zoom(apart(now) / apart(before), (now.x + other.x) / 2, (now.y + other.y) / 2);
@@ -276,15 +279,14 @@ export class RouteMap {
 
   private key(event: KeyboardEvent): void {
     const step = this.view ? 40 / this.view.scale : 0;
-    const narrow = this.view ? Math.cos((this.view.y * Math.PI) / 180) : 1;
     const keys: Record<string, () => void> = {
       '+': () => this.step(STEP),
       '-': () => this.step(1 / STEP),
       f: () => this.fit(),
-      ArrowLeft: () => (this.view!.x -= step / narrow),
-      ArrowRight: () => (this.view!.x += step / narrow),
-      ArrowUp: () => (this.view!.y += step),
-      ArrowDown: () => (this.view!.y -= step),
+      ArrowLeft: () => this.move(-step, 0),
+      ArrowRight: () => this.move(step, 0),
+      ArrowUp: () => this.move(0, step),
+      ArrowDown: () => this.move(0, -step),
     };
     const act = keys[event.key];
     if (!act || !this.view || event.ctrlKey || event.metaKey || event.altKey) return;
